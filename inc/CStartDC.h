@@ -1,0 +1,37 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+#include "QUVA_Records.h"
+
+namespace QUVA {
+
+/// The scan's data: the rows that the automatic diagnosis delivers.
+/// Thread rule: callable from any thread.
+class CStartDC {
+ public:
+  /// Created on first use, never destroyed.
+  static CStartDC* Instance();
+
+  CStartDC(const CStartDC&) = delete;
+  CStartDC& operator=(const CStartDC&) = delete;
+
+  /// Forgets the rows and starts an automatic diagnosis.
+  void m_GetDiagResults();
+  /// Takes its rows, on the engine's thread.
+  void m_DiagResCallback(std::vector<MapToDBTable> rows);
+
+  bool m_IsResultReceived() const { return m_isResultReceived; }
+  std::vector<MapToDBTable> m_GetRows() const;
+
+ private:
+  CStartDC() = default;
+
+  std::atomic<bool> m_isResultReceived{false};
+  mutable std::mutex m_rowsMutex;
+  std::vector<MapToDBTable> m_rows;
+};
+
+}  // namespace QUVA

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "QUVA_Records.h"
+#include "trevlin_engine.h"
+
+namespace QUVA {
+
+/// Turns what the engine inferred into result rows, keeps the unresolved ones across runs, and writes the result lists.
+/// Thread rule: the list operations and the remaining-problems operations are callable from any thread and serialise
+/// themselves; resolution (GetInferenceResult() to CleanDiagResult()) belongs to whoever runs one of them.
+class QUVA_DiagResultManager {
+ public:
+  /// Created on first use, never destroyed.
+  static QUVA_DiagResultManager* GetInstance();
+
+  QUVA_DiagResultManager(const QUVA_DiagResultManager&) = delete;
+  QUVA_DiagResultManager& operator=(const QUVA_DiagResultManager&) = delete;
+
+  // ---- resolution
+
+  /// Appends a row to the table for every solution of the map whose issue is true now and was not solved since.
+  /// The number of rows found.
+  int GetInferenceResult();
+  /// Decides one issue from its transitions to true (newest first) and its solution record, and appends its row.
+  bool FindErrorCodeInDB(QUVA_Solution& solution, std::vector<_DTInfDBRecord>& trueList, _DTSolDBRecord& solRecord);
+  /// Whether the time `a` is later than `b`; times sort as text.
+  bool CompareTime(const std::string& a, const std::string& b);
+  /// Whether rows of this view authority are shown.
+  bool CheckViewType(const char* viewAuthority);
+  /// Whether rows of this source apply to the input source and channel that are showing.
+  bool CheckSourceType(const char* source);
+  /// Empties the table.
+  void CleanDiagResult();
+  /// The local time, "2024-03-07T09:05:00".
+  std::string GetCurrentTime();
+  /// Split a comma-separated line into a record. The number of fields that the line had.
+  int TokenString(std::string& line, QUVA_InferenceDB& out);
+  int TokenString(std::string& line, QUVA_SolutionDB& out);
+
+  // ---- remaining problems: 1 for success or something found, 0 otherwise
+
+  /// Replaces the stored rows by those rows of the table that are shown here and now.
+  int SaveRemainingProblems();
+  /// Replaces the table by the stored rows. 0 as well when a stored index is not possible.
+  int LoadRemainingProblems();
+  /// Appends a copy of the table to `out`.
+  int GetRemainingTable(std::vector<MapToDBTable>& out);
+  /// Deletes the stored on-demand issues that have cleared since.
+  int GetInferenceResult_Remaining();
+  /// That, and hands what is left to the home screen.
+  void CompareRemaining();
+  void ClearRemainingProblems();
+  void DeleteRemainingDBColumn(std::string issueCode);
+
+  // ---- result lists
+
+  /// Resolves, stores the remaining problems and hands the rows that are shown to the start-care screen.
+  int CreateErrorList();
+  /// Resolves and writes the issue codes, a line each, to the QGuide result file.
+  int CreateQGuideErrList();
+  int openQGuideForWrite(const char* path);
+
+ private:
+  QUVA_DiagResultManager() = default;
+
+  void m_resolve(QUVA_Solution& solution, int& count);
+  void m_resetScratchRow();
+  bool m_isShown(const MapToDBTable& row);
+  bool m_hasCleared(const MapToDBTable& row);
+  void m_handToHomeScreen();
+
+  std::vector<MapToDBTable> m_table;
+  MapToDBTable m_scratchRow;
+  std::vector<_DTInfDBRecord> m_trueList;
+  std::vector<_DTInfDBRecord> m_falseList;
+  _DTSolDBRecord m_solRecord;
+
+  static std::atomic<QUVA_DiagResultManager*> m_pInstance;
+  /// Guards the creation and the table; taken after the diagnosis manager's. List operations use each other.
+  static std::recursive_mutex m_TVDRMmutex;
+};
+
+}  // namespace QUVA

@@ -1,0 +1,32 @@
+#pragma once
+/// @file
+/// The entries of the solution-map parser plug-in, set_paths::kParserPlugin. All are called on the thread that asks;
+/// none throws.
+
+extern "C" {
+
+/// Reads the solution map into the information storage. 0, or -1 after a log line that names the file and the reason;
+/// what the storage held before then stays.
+int ParseSolutionMap(void);
+
+/// Does what the issue's solution says and records it as applied. 0, or -1 when the issue is unknown, a step failed
+/// (the later ones are then not done) or it could not be recorded. Waits for what a step waits for: ten seconds at most
+/// for each deep clean.
+int RequestApplySolution(const char* issueCode);
+
+/// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as
+/// applied. 0 or -1.
+int SaveResultToSolutionDB(const char* issueCode, const char* result);
+
+/// Launches an application. Whether the request was accepted.
+bool ProcessLaunchApp(const char* applicationId);
+}
+
+namespace QUVA {
+
+using ParseSolutionMapEntry = decltype(&::ParseSolutionMap);
+using ApplySolutionEntry = decltype(&::RequestApplySolution);
+using SaveResultEntry = decltype(&::SaveResultToSolutionDB);
+using LaunchAppEntry = decltype(&::ProcessLaunchApp);
+
+}  // namespace QUVA

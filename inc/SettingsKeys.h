@@ -1,0 +1,22 @@
+#pragma once
+/// @file
+/// The settings keys of the application, and how it writes those that tell the diagnosis engine what is going on.
+
+namespace QUVA {
+
+inline constexpr char kApplicationId[] = "com.tornelo.TVVexilo";
+
+/// int: where the application was launched from, see updateVConf().
+inline constexpr char kLaunchPointKey[] = "memory/quva/launch_point";
+/// bool: the remaining problems are to be cleared at the next first launch.
+inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
+/// text: the step that is running.
+inline constexpr char kEngineOperationKey[] = "system/trevlin/STOperation";
+/// text: the scenario that the user started.
+inline constexpr char kEngineScenarioKey[] = "system/trevlin/STScenario";
+
+/// Write {"id" : "ID"} to the operation or the scenario key. A failure is logged. Any thread.
+void SetEngineOperation(const char* id);
+void SetEngineScenario(const char* id);
+
+}  // namespace QUVA

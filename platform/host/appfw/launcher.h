@@ -1,0 +1,26 @@
+#pragma once
+/// @file
+/// Launches applications by their freedesktop desktop entries, set_paths::kDesktopEntries/<id>.desktop.
+///
+/// Thread rule: main thread.
+
+#include <string>
+
+#include "appfw/app_control.h"
+
+namespace app_framework {
+
+/// Applications that are launched from now on get the environment as it is at this moment, so that what is set
+/// afterwards for the widget toolkit stays in this process. Without this call they get that of the launch.
+void KeepLaunchEnvironment();
+
+/// Starts the program of the application's desktop entry, each extra behind its own arguments as one argument
+/// "key=value", in their order. No shell is involved. The program's standard input and output are /dev/null, its
+/// standard error is ours; it is no child of this process. Returns as soon as it runs.
+///
+/// APP_CONTROL_ERROR_NONE, _INVALID_PARAMETER (an id of other bytes than letters, digits, '.', '_', '-'),
+/// _APP_NOT_FOUND (no entry, or a hidden one) or _LAUNCH_REJECTED (an entry that is wrong, or whose program is
+/// missing). A failure is in the platform log with the id and the reason.
+int Launch(const std::string& appId, const Extras& extras);
+
+}  // namespace app_framework

@@ -1,0 +1,285 @@
+#include "appfw/ui_app.h"
+
+#include <Efreet.h>
+#include <Elementary.h>
+#include <glib-unix.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "app_framework.h"
+#include "appfw/app_control.h"
+#include "appfw/glib_handle.h"
+#include "appfw/glib_main_loop.h"
+#include "appfw/launcher.h"
+#include "appfw/single_instance.h"
+#include "dlog.h"
+#include "settings/menu_language.h"
+
+namespace app_framework {
+
+namespace {
+
+constexpr char kTag[] = "APPFW";
+
+bool IsUsableFolder(const char* path) {
+  return path && g_path_is_absolute(path) && g_file_test(path, G_FILE_TEST_IS_DIR) && access(path, W_OK | X_OK) == 0;
+}
+
+/// Environment variables as the widget toolkit needs them. It aborts where it has no folder for its run-time files,
+/// and makes whatever folder HOME names; where one of the two is missing it gets a private folder instead.
+class ToolkitEnvironment {
+ public:
+  ToolkitEnvironment() {
+    setenv("ECORE_NO_SYSTEM_MODULES", "1", 1);  // else it looks for services on the system bus
+    setenv("EINA_LOG_BACKTRACE", "-1", 1);
+    for (const char* variable : {"XDG_RUNTIME_DIR", "HOME"})
+      if (!IsUsableFolder(std::getenv(variable))) setenv(variable, PrivateFolder().c_str(), 1);
+  }
+  ToolkitEnvironment(const ToolkitEnvironment&) = delete;
+  ToolkitEnvironment& operator=(const ToolkitEnvironment&) = delete;
+  ~ToolkitEnvironment() { RemovePrivateFolder(); }
+
+  void RemovePrivateFolder() {
+    std::error_code ignored;
+    if (!m_folder.empty()) std::filesystem::remove_all(m_folder, ignored);
+    m_folder.clear();
+  }
+
+ private:
+  const std::string& PrivateFolder() {
+    if (!m_folder.empty()) return m_folder;
+    GErrorHandle error;
+    const GText folder(g_dir_make_tmp("vexilo-XXXXXX", error.Out()));
+    if (folder)
+      m_folder = folder.get();
+    else
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "no folder for run-time files: %s", error.Message());
+    return m_folder;
+  }
+
+  std::string m_folder;
+};
+
+/// The toolkit's own messages go to the platform log; they are many, and few are of interest.
+void LogToolkitMessage(const Eina_Log_Domain* domain, Eina_Log_Level level, const char*, const char*, int,
+                       const char* format, void*, va_list arguments) {
+  std::array<char, 1024> text;
+  vsnprintf(text.data(), text.size(), format, arguments);
+  const int priority = level == EINA_LOG_LEVEL_CRITICAL ? DLOG_INFO : DLOG_DEBUG;
+  __dlog_print(LOG_ID_APPS, priority, kTag, "%s: %s", domain->name, text.data());
+}
+
+class Toolkit {
+ public:
+  Toolkit(int argc, char** argv) {
+    eina_init();
+    eina_log_print_cb_set(LogToolkitMessage, nullptr);
+    efreet_cache_disable();  // else a daemon is started that holds our standard output open
+    m_started = elm_init(argc, argv) > 0;
+    if (m_started) m_glib.emplace();
+  }
+  Toolkit(const Toolkit&) = delete;
+  Toolkit& operator=(const Toolkit&) = delete;
+  ~Toolkit() {
+    m_glib.reset();
+    if (m_started) elm_shutdown();
+    eina_shutdown();
+  }
+  explicit operator bool() const { return m_started; }
+
+ private:
+  bool m_started = false;
+  std::optional<GLibMainLoop> m_glib;
+};
+
+/// The request that the arguments say.
+Extras ParseArguments(int argc, char** argv) {
+  Extras extras;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view argument = argv[i];
+    const std::string_view key = argument.substr(0, argument.find('='));
+    if (key.empty() || key.size() == argument.size() || !g_utf8_validate(argv[i], -1, nullptr)) {
+      const GText printable(g_strescape(argv[i], nullptr));
+      __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "argument \"%s\" ignored: it is not key=value in UTF-8",
+                   printable.get());
+      continue;
+    }
+    SetExtra(extras, std::string(key), std::string(argument.substr(key.size() + 1)));
+  }
+  return extras;
+}
+
+class Application {
+ public:
+  Application(int argc, char** argv, const ui_app_lifecycle_callback_s& callbacks, void* userData)
+      : m_argc(argc), m_argv(argv), m_callbacks(callbacks), m_userData(userData) {}
+
+  int Run();
+  void Exit();
+  void SetVisible(bool visible);
+
+ private:
+  int RunInstance(Extras firstRequest);
+  void RunMainLoop();
+  bool Accept(const Extras& request);
+  void ScheduleDelivery();
+  void Deliver();
+  void Terminate();
+
+  static gboolean OnDelivery(void* self);
+  static gboolean OnSignal(void* self);
+
+  const int m_argc;
+  char** const m_argv;
+  const ui_app_lifecycle_callback_s m_callbacks;
+  void* const m_userData;
+  const std::string m_busAddress = SessionBusAddress();  // before the environment is changed
+  ToolkitEnvironment m_environment;
+  SingleInstance m_instance;
+  std::deque<Extras> m_requests;
+  unsigned int m_deliverySource = 0;
+  bool m_delivering = false;
+  bool m_visible = true;
+  bool m_inLoop = false;
+  bool m_exiting = false;
+  bool m_terminated = false;
+};
+
+Application* g_application = nullptr;
+
+int Application::Run() {
+  Extras firstRequest = ParseArguments(m_argc, m_argv);
+  switch (m_instance.Settle(m_busAddress, firstRequest, [this](const Extras& request) { return Accept(request); })) {
+    case SingleInstance::Role::kForwarded:
+      return 0;
+    case SingleInstance::Role::kNoAnswer:
+      return -ETIMEDOUT;
+    case SingleInstance::Role::kInstance:
+      break;
+  }
+  return RunInstance(std::move(firstRequest));
+}
+
+int Application::RunInstance(Extras firstRequest) {
+  const Toolkit toolkit(m_argc, m_argv);
+  if (!toolkit) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the widget toolkit does not start");
+    return -EIO;
+  }
+  if (m_callbacks.create && !m_callbacks.create(m_userData)) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the application's create callback failed");
+    return -ECANCELED;
+  }
+  m_requests.push_back(std::move(firstRequest));
+  RunMainLoop();
+  Terminate();
+  return 0;
+}
+
+void Application::RunMainLoop() {
+  // On GLib's context, so that they come through while a callback runs a loop of GLib's. After the toolkit's own.
+  const std::array signals = {g_unix_signal_add(SIGTERM, OnSignal, this), g_unix_signal_add(SIGINT, OnSignal, this)};
+  ScheduleDelivery();
+  m_inLoop = true;
+  if (!m_exiting) elm_run();
+  m_inLoop = false;
+  Exit();
+  for (const unsigned int source : signals) g_source_remove(source);
+  if (m_deliverySource != 0) g_source_remove(m_deliverySource);
+}
+
+void Application::Exit() {
+  if (m_exiting) return;
+  m_exiting = true;
+  m_instance.GiveUpName();
+  if (m_inLoop) elm_exit();
+}
+
+bool Application::Accept(const Extras& request) {
+  if (m_exiting) return false;
+  m_requests.push_back(request);
+  ScheduleDelivery();
+  return true;
+}
+
+void Application::ScheduleDelivery() {
+  if (m_deliverySource != 0 || m_delivering || m_requests.empty() || m_exiting) return;
+  m_deliverySource = g_idle_add_full(G_PRIORITY_DEFAULT, OnDelivery, this, nullptr);
+}
+
+gboolean Application::OnDelivery(void* self) {
+  auto* const application = static_cast<Application*>(self);
+  application->m_deliverySource = 0;
+  if (!application->m_exiting) application->Deliver();
+  return G_SOURCE_REMOVE;
+}
+
+void Application::Deliver() {
+  app_control_s request;
+  request.extras = std::move(m_requests.front());
+  m_requests.pop_front();
+  m_delivering = true;
+  if (m_callbacks.app_control) m_callbacks.app_control(&request, m_userData);
+  m_delivering = false;
+  ScheduleDelivery();
+}
+
+void Application::SetVisible(bool visible) {
+  if (visible == m_visible) return;
+  m_visible = visible;
+  const auto callback = visible ? m_callbacks.resume : m_callbacks.pause;
+  if (callback) callback(m_userData);
+}
+
+gboolean Application::OnSignal(void* self) {
+  auto* const application = static_cast<Application*>(self);
+  application->Exit();
+  // At once: the callback that runs this may never return.
+  application->Terminate();
+  return G_SOURCE_CONTINUE;
+}
+
+void Application::Terminate() {
+  if (m_terminated) return;
+  m_terminated = true;
+  if (!m_requests.empty())
+    __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "ended with %zu requests not delivered", m_requests.size());
+  m_environment.RemovePrivateFolder();  // now, as the callback may end the process
+  if (m_callbacks.terminate) m_callbacks.terminate(m_userData);
+}
+
+}  // namespace
+
+void PauseApplication() {
+  if (g_application) g_application->SetVisible(false);
+}
+
+void ResumeApplication() {
+  if (g_application) g_application->SetVisible(true);
+}
+
+}  // namespace app_framework
+
+int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callbacks, void* user_data) {
+  using namespace app_framework;
+  if (!callbacks || !argv || g_application) return APP_CONTROL_ERROR_INVALID_PARAMETER;
+  ApplyMenuLanguage();
+  KeepLaunchEnvironment();
+  Application application(argc, argv, *callbacks, user_data);
+  g_application = &application;
+  const int result = application.Run();
+  g_application = nullptr;
+  return result;
+}
+
+void ui_app_exit(void) {
+  if (app_framework::g_application) app_framework::g_application->Exit();
+}

@@ -1,0 +1,15 @@
+#pragma once
+/// @file
+/// What the platform's window tells the running application.
+///
+/// Thread rule: main thread.
+
+namespace app_framework {
+
+/// The application's window is no longer visible, or is visible again. The pause and resume callbacks are called once
+/// for each change; saying the same again does nothing, nor does a call while no application runs. An application
+/// starts visible.
+void PauseApplication();
+void ResumeApplication();
+
+}  // namespace app_framework

@@ -1,0 +1,83 @@
+#include "base/atomic_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "c_handle.h"
+
+namespace {
+
+bool WriteFully(int fd, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written = write(fd, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    content.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+// close() may tell of a write that the file system had only promised.
+bool Close(FdHandle& file) {
+  return close(file.release()) == 0;
+}
+
+}  // namespace
+
+bool MakeFolders(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (!error && !std::filesystem::is_directory(path, error) && !error)
+    error = std::make_error_code(std::errc::not_a_directory);
+  if (error) errno = error.value();
+  return !error;
+}
+
+bool PublishFile(const std::string& path, std::string_view content) {
+  std::string temporary = path + "#XXXXXX";
+  FdHandle file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file) return false;
+  if (WriteFully(file.get(), content) && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0 && Close(file) &&
+      rename(temporary.c_str(), path.c_str()) == 0)
+    return SyncFolderOf(path);
+  const int reason = errno;
+  unlink(temporary.c_str());
+  errno = reason;
+  return false;
+}
+
+bool SyncFolderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path();
+  const FdHandle handle(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!handle) return false;
+  return fsync(handle.get()) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool ReadWholeFile(const std::string& path, std::string& content, Links links) {
+  // Without O_NONBLOCK a planted pipe would hold the caller for ever.
+  const int noFollow = links == Links::kRefuse ? O_NOFOLLOW : 0;
+  const FdHandle file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow));
+  struct stat status;
+  if (!file || fstat(file.get(), &status) != 0) return false;
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return false;
+  }
+  std::string read(static_cast<size_t>(status.st_size), '\0');
+  size_t size = 0;
+  while (true) {
+    // Files of the kernel have no size, and others may grow.
+    if (size == read.size()) read.resize(size + 4096);
+    const ssize_t got = ::read(file.get(), read.data() + size, read.size() - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    size += static_cast<size_t>(got);
+  }
+  read.resize(size);
+  content = std::move(read);
+  return true;
+}

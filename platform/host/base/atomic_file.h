@@ -1,0 +1,28 @@
+#pragma once
+/// @file
+/// Files that others read appear and change whole.
+///
+/// Thread rule: callable from any thread. Paths are of this machine (after SystemPath()).
+
+#include <string>
+#include <string_view>
+
+/// Makes the folder and those above it. True when it is there afterwards; errno tells why not.
+bool MakeFolders(const std::string& path);
+
+/// Writes `content` beside `path`, flushes it to the disk and renames it to `path`, readable for everybody. A symbolic
+/// link at `path` is replaced, never followed. While it is written the file is called as `path` with '#' and six
+/// characters appended. On failure `path` is as it was, nothing is left beside it, and errno tells why; only when the
+/// folder itself cannot be flushed is the new content there although this fails.
+bool PublishFile(const std::string& path, std::string_view content);
+
+/// Flushes the folder that holds `path`, so that a file that was made, renamed or removed in it outlives a power cut.
+/// True where the file system cannot do that at all; else false with errno.
+bool SyncFolderOf(const std::string& path);
+
+/// What to do with a symbolic link at the end of a path.
+enum class Links { kFollow, kRefuse };
+
+/// The whole file, or false with errno, `content` untouched. Regular files only (EINVAL for others), so it never waits
+/// for a writer. A refused link is ELOOP.
+bool ReadWholeFile(const std::string& path, std::string& content, Links links = Links::kFollow);

@@ -1,0 +1,59 @@
+#include "settings/menu_language.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "c_handle.h"
+#include "dlog.h"
+#include "vconf.h"
+
+namespace {
+
+constexpr char kTag[] = "MENU_LANGUAGE";
+constexpr char kKey[] = "db/menu_widget/language";
+constexpr char kEnglish[] = "en_US.utf8";
+constexpr char kNeutral[] = "C.UTF-8";
+
+/// "de_DE.utf8" as gettext's list of languages, "de_DE:de"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin". Empty when
+/// the text is no locale's name.
+std::string LanguagesOf(const std::string& locale) {
+  const size_t modifierAt = std::min(locale.find('@'), locale.size());
+  const std::string modifier = locale.substr(modifierAt);
+  const std::string name = locale.substr(0, std::min(locale.find('.'), modifierAt));
+  const std::string language = name.substr(0, name.find('_'));
+  const bool known = std::all_of(locale.begin(), locale.end(),
+                                 [](char each) { return g_ascii_isalnum(each) || std::strchr("_.@-", each); });
+  if (!known || language.size() < 2 || language.size() > 3) return "";
+  return (name == language ? "" : name + modifier + ":") + language + modifier;
+}
+
+}  // namespace
+
+void ApplyMenuLanguage() {
+  const CText stored(vconf_get_str(kKey));
+  std::string locale = stored ? stored.get() : kEnglish;
+  std::string languages = LanguagesOf(locale);
+  if (languages.empty()) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", kKey, locale.c_str());
+    locale = kEnglish;
+    languages = LanguagesOf(locale);
+  }
+  setenv("LANGUAGE", languages.c_str(), 1);
+  // The C library forgets the texts that it has found only when the locale changes.
+  std::setlocale(LC_ALL, "C");
+  // Without the locale, numbers and dates are neutral, and the texts come by LANGUAGE, which the locale "C" alone would
+  // keep out.
+  if (!std::setlocale(LC_ALL, locale.c_str())) {
+    __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "the locale %s is not installed; texts only", locale.c_str());
+    locale = kNeutral;
+    if (!std::setlocale(LC_ALL, kNeutral))
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the locale %s is not installed either; texts stay ids", kNeutral);
+  }
+  // Libraries that set the locale by the environment later, and programs that are launched, come to the same one.
+  setenv("LC_ALL", locale.c_str(), 1);
+}

@@ -1,0 +1,371 @@
+#include "trevlin/trevlin_database.h"
+
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "dlog.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace trevlin {
+
+namespace {
+
+constexpr char kTag[] = "TREVLIN";
+constexpr std::chrono::milliseconds kLockBudget{2000};
+constexpr std::chrono::milliseconds kLockPause{10};
+
+constexpr char kSelectAllTransitions[] =
+    "SELECT registerTime, lastUpdatedTime, issueCode, TR, solutionCode FROM inferenceTBL "
+    "ORDER BY lastUpdatedTime, rowid";
+constexpr char kSelectAllSolutions[] =
+    "SELECT registerTime, issueCode, solutionCode, type, isApply FROM solutionTBL ORDER BY registerTime, rowid";
+
+// The register time of an issue is that of its first row.
+constexpr char kInsertTransition[] =
+    "INSERT INTO inferenceTBL (registerTime, lastUpdatedTime, issueCode, TR, solutionCode) VALUES "
+    "(coalesce(nullif(?1, ''), (SELECT min(registerTime) FROM inferenceTBL WHERE issueCode = ?3), ?2), ?2, ?3, ?4, ?5)";
+constexpr char kInsertSolution[] =
+    "INSERT INTO solutionTBL (registerTime, issueCode, solutionCode, type, isApply) VALUES (?1, ?2, ?3, ?4, ?5)";
+
+// A statement that is not reset keeps its lock.
+struct ResetAtEnd {
+  sqlite3_stmt* statement;
+  ~ResetAtEnd() {
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+  }
+};
+
+bool Execute(sqlite3* db, const char* sql) {
+  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+std::string Reason(sqlite3* db) {
+  std::string reason = sqlite3_errmsg(db);
+  const int code = sqlite3_errcode(db);
+  const int systemError = sqlite3_system_errno(db);
+  if ((code == SQLITE_CANTOPEN || code == SQLITE_IOERR) && systemError != 0)
+    reason.append(" (").append(std::strerror(systemError)).append(")");
+  return reason;
+}
+
+bool FolderExists(const std::string& path) {
+  struct stat status {};
+  return stat(path.substr(0, path.rfind('/')).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+_DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
+  _DTSolDBRecord record;
+  record.registerTime = ColumnText(row, 0);
+  record.issueCode = sqlite3_column_int(row, 1);
+  record.solutionCode = sqlite3_column_int(row, 2);
+  record.type = sqlite3_column_int(row, 3);
+  record.isApply = sqlite3_column_int(row, 4);
+  return record;
+}
+
+}  // namespace
+
+std::string CurrentTime() {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char text[64];
+  snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+           local.tm_hour, local.tm_min, local.tm_sec);
+  return text;
+}
+
+bool IsTime(const std::string& text) {
+  constexpr std::string_view kShape = "0000-00-00T00:00:00";
+  if (text.size() != kShape.size()) return false;
+  for (size_t i = 0; i < kShape.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (kShape[i] == '0' ? !digit : text[i] != kShape[i]) return false;
+  }
+  const auto number = [&](size_t at, size_t length) { return std::stoi(text.substr(at, length)); };
+  const std::chrono::year_month_day date{std::chrono::year(number(0, 4)),
+                                         std::chrono::month(static_cast<unsigned>(number(5, 2))),
+                                         std::chrono::day(static_cast<unsigned>(number(8, 2)))};
+  return date.ok() && number(11, 2) < 24 && number(14, 2) < 60 && number(17, 2) < 60;
+}
+
+Database::File Database::InferenceFile() {
+  return {.path = set_paths::kInferenceDb,
+          .table = "inferenceTBL",
+          .createTable =
+              "CREATE TABLE IF NOT EXISTS inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, "
+              "issueCode TEXT, TR INTEGER, solutionCode INTEGER);",
+          .createIndex = "CREATE INDEX IF NOT EXISTS inferenceIDX ON inferenceTBL(issueCode, TR, lastUpdatedTime);",
+          .selectSql = kSelectTransitions,
+          .insertSql = kInsertTransition};
+}
+
+// "INTEFER" is how the column's type has always been spelt.
+Database::File Database::SolutionFile() {
+  return {.path = set_paths::kSolutionDb,
+          .table = "solutionTBL",
+          .createTable =
+              "CREATE TABLE IF NOT EXISTS solutionTBL(registerTime TEXT, issueCode TEXT, "
+              "solutionCode TEXT, type TEXT, isApply INTEFER);",
+          .createIndex = "CREATE INDEX IF NOT EXISTS solutionIDX ON solutionTBL(issueCode, registerTime);",
+          .selectSql = kSelectNewestSolution,
+          .insertSql = kInsertSolution};
+}
+
+int Database::Transitions(int issueCode, int type, std::vector<_DTInfDBRecord>& out) {
+  out.clear();
+  const std::string code = std::to_string(issueCode);
+  const int result = Query(
+      m_inference, m_inference.select, m_inference.selectSql,
+      [&](sqlite3_stmt* statement) {
+        BindText(statement, 1, code);
+        sqlite3_bind_int(statement, 2, type);
+      },
+      [&](sqlite3_stmt* row) {
+        _DTInfDBRecord& record = out.emplace_back();
+        record.issueCode = issueCode;
+        record.transitionType = type;
+        record.lastUpdateTime = ColumnText(row, 0);
+      });
+  if (result != TREVLIN_OK) out.clear();
+  return result;
+}
+
+int Database::NewestSolution(int issueCode, _DTSolDBRecord& out) {
+  const std::string code = std::to_string(issueCode);
+  _DTSolDBRecord found;
+  const int result = Query(
+      m_solution, m_solution.select, m_solution.selectSql,
+      [&](sqlite3_stmt* statement) { BindText(statement, 1, code); },
+      [&](sqlite3_stmt* row) { found = SolutionOfRow(row); });
+  if (result == TREVLIN_OK) out = std::move(found);
+  return result;
+}
+
+int Database::AllTransitions(std::vector<Transition>& out) {
+  out.clear();
+  SqliteStatement statement;
+  const int result = Query(
+      m_inference, statement, kSelectAllTransitions, [](sqlite3_stmt*) {},
+      [&](sqlite3_stmt* row) {
+        out.push_back({.registerTime = std::string(ColumnText(row, 0)),
+                       .time = std::string(ColumnText(row, 1)),
+                       .issueCode = sqlite3_column_int(row, 2),
+                       .type = sqlite3_column_int(row, 3),
+                       .solutionCode = sqlite3_column_int(row, 4)});
+      });
+  if (result != TREVLIN_OK) out.clear();
+  return result;
+}
+
+int Database::AllSolutions(std::vector<_DTSolDBRecord>& out) {
+  out.clear();
+  SqliteStatement statement;
+  const int result = Query(
+      m_solution, statement, kSelectAllSolutions, [](sqlite3_stmt*) {},
+      [&](sqlite3_stmt* row) { out.push_back(SolutionOfRow(row)); });
+  if (result != TREVLIN_OK) out.clear();
+  return result;
+}
+
+int Database::AddTransition(const Transition& transition) {
+  const bool type = transition.type == DT_TRANSITION_TYPE_FALSE || transition.type == DT_TRANSITION_TYPE_TRUE;
+  const bool times = IsTime(transition.time) && (transition.registerTime.empty() || IsTime(transition.registerTime));
+  if (transition.issueCode < 1 || !type || !times) return TREVLIN_ERROR_INVALID;
+  const std::string code = std::to_string(transition.issueCode);
+  return Insert(m_inference, [&](sqlite3_stmt* statement) {
+    BindText(statement, 1, transition.registerTime);
+    BindText(statement, 2, transition.time);
+    BindText(statement, 3, code);
+    sqlite3_bind_int(statement, 4, transition.type);
+    sqlite3_bind_int(statement, 5, transition.solutionCode);
+  });
+}
+
+int Database::AddSolution(const _DTSolDBRecord& record) {
+  if (record.issueCode < 1 || !IsTime(record.registerTime)) return TREVLIN_ERROR_INVALID;
+  const std::string code = std::to_string(record.issueCode);
+  const std::string solutionCode = std::to_string(record.solutionCode);
+  const std::string type = std::to_string(record.type);
+  return Insert(m_solution, [&](sqlite3_stmt* statement) {
+    BindText(statement, 1, record.registerTime);
+    BindText(statement, 2, code);
+    BindText(statement, 3, solutionCode);
+    BindText(statement, 4, type);
+    sqlite3_bind_int(statement, 5, record.isApply);
+  });
+}
+
+void Database::BeginRead() {
+  BeginRead(m_inference);
+  BeginRead(m_solution);
+}
+
+void Database::BeginRead(File& file) {
+  if (file.reading || Open(file) != State::kReady) return;
+  // Without a query a transaction holds nothing yet. The reason of a failure is that of the queries that follow.
+  file.reading = Execute(file.db.get(), "BEGIN") && Execute(file.db.get(), "SELECT 1 FROM sqlite_master LIMIT 1");
+  if (!file.reading) Execute(file.db.get(), "ROLLBACK");
+}
+
+void Database::EndRead() {
+  for (File* file : {&m_inference, &m_solution}) {
+    if (file->reading) Execute(file->db.get(), "COMMIT");
+    file->reading = false;
+  }
+}
+
+template <typename Bind, typename Row>
+int Database::Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row) {
+  const State state = Open(file);
+  if (state != State::kReady) return state == State::kEmpty ? TREVLIN_NO_MATCH : TREVLIN_ERROR_DATABASE;
+  if (!Prepare(file, statement, sql)) return TREVLIN_ERROR_DATABASE;
+  const ResetAtEnd reset{statement.get()};
+  bind(statement.get());
+  bool found = false;
+  int step = SQLITE_DONE;
+  while ((step = sqlite3_step(statement.get())) == SQLITE_ROW) {
+    row(statement.get());
+    found = true;
+  }
+  if (step != SQLITE_DONE) return Fail(file, "cannot be read");
+  Succeeded(file);
+  return found ? TREVLIN_OK : TREVLIN_NO_MATCH;
+}
+
+template <typename Bind>
+int Database::Insert(File& file, Bind bind) {
+  // Ends the state that is held: a row that waited for its end could still be lost.
+  const bool wasReading = std::exchange(file.reading, false);
+  if (wasReading) Execute(file.db.get(), "COMMIT");
+  const State state = Open(file);
+  if (state == State::kFailed) return TREVLIN_ERROR_DATABASE;
+  if (state == State::kEmpty) return Fail(file, "cannot be written", "it has no table " + std::string(file.table));
+  if (!Prepare(file, file.insert, file.insertSql)) return TREVLIN_ERROR_DATABASE;
+  {
+    const ResetAtEnd reset{file.insert.get()};
+    bind(file.insert.get());
+    if (sqlite3_step(file.insert.get()) != SQLITE_DONE) return Fail(file, "cannot be written");
+  }
+  Succeeded(file);
+  if (wasReading) BeginRead(file);
+  return TREVLIN_OK;
+}
+
+bool Database::Prepare(File& file, SqliteStatement& statement, const char* sql) {
+  if (!statement) statement = PrepareStatement(file.db.get(), sql);
+  if (!statement) Fail(file, "cannot be read");
+  return statement != nullptr;
+}
+
+Database::State Database::Open(File& file) {
+  if (file.reading) return State::kReady;
+  struct stat status {};
+  const std::string path = SystemPath(file.path);
+  const bool exists = lstat(path.c_str(), &status) == 0;
+  const int missing = exists ? 0 : errno;
+  if (file.db && (!exists || status.st_dev != file.device || status.st_ino != file.inode)) file.Close();
+  if (file.db && file.hasTable) return State::kReady;
+
+  if (missing == ENOENT && m_access == Access::kReadOnly && FolderExists(path)) return State::kEmpty;
+  if (exists && !S_ISREG(status.st_mode)) {
+    Fail(file, "cannot be opened", S_ISLNK(status.st_mode) ? "it is a symbolic link" : "it is not a regular file");
+    return State::kFailed;
+  }
+  return OpenFile(file);
+}
+
+Database::State Database::OpenFile(File& file) {
+  const std::string path = SystemPath(file.path);
+  if (!file.db) {
+    const int access =
+        m_access == Access::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    sqlite3* db = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &db, access | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+    file.db.reset(db);
+    if (result != SQLITE_OK) {
+      Fail(file, "cannot be opened");
+      file.Close();
+      return State::kFailed;
+    }
+    struct stat status {};
+    lstat(path.c_str(), &status);
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+    sqlite3_busy_handler(db, WaitForLock, &file);
+  }
+  if (!PrepareTables(file)) return State::kFailed;
+  return file.hasTable ? State::kReady : State::kEmpty;
+}
+
+// A table or index that cannot be made is no failure.
+bool Database::PrepareTables(File& file) {
+  sqlite3* db = file.db.get();
+  const SqliteStatement look = PrepareStatement(db, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?1");
+  if (look) BindText(look.get(), 1, file.table);
+  const int step = look ? sqlite3_step(look.get()) : SQLITE_ERROR;
+  if (step != SQLITE_ROW && step != SQLITE_DONE) {
+    Fail(file, "cannot be read");
+    return false;
+  }
+  sqlite3_reset(look.get());
+  file.hasTable = step == SQLITE_ROW;
+  if (m_access == Access::kReadOnly) return true;
+  if (!file.hasTable) {
+    file.hasTable = Execute(db, file.createTable);
+    if (!file.hasTable) Log(file, DLOG_WARN, "its table cannot be made: " + Reason(db));
+  }
+  if (file.hasTable && !Execute(db, file.createIndex))
+    Log(file, DLOG_WARN, "its index cannot be made, so that queries are slow: " + Reason(db));
+  return true;
+}
+
+void Database::File::Close() {
+  select.reset();
+  insert.reset();
+  db.reset();
+  hasTable = false;
+  reading = false;
+}
+
+int Database::Fail(File& file, const char* doing) {
+  return Fail(file, doing, file.db ? Reason(file.db.get()) : std::strerror(errno));
+}
+
+int Database::Fail(File& file, const char* doing, const std::string& reason) {
+  m_lastError = std::string(file.path) + ": " + doing + ": " + reason;
+  Log(file, DLOG_ERROR, std::string(doing) + ": " + reason);
+  return TREVLIN_ERROR_DATABASE;
+}
+
+void Database::Log(File& file, int priority, const std::string& line) {
+  if (file.logged == line) return;
+  __dlog_print(LOG_ID_APPS, priority, kTag, "%s: %s", file.path, line.c_str());
+  file.logged = line;
+}
+
+void Database::Succeeded(File& file) {
+  file.lockedSince.reset();
+  file.logged.clear();
+}
+
+int Database::WaitForLock(void* data, int) {
+  File& file = *static_cast<File*>(data);
+  const auto now = std::chrono::steady_clock::now();
+  // After a pause between operations it is another lock.
+  if (!file.lockedSince || now - file.lockSeen > kLockBudget) file.lockedSince = now;
+  file.lockSeen = now;
+  const auto left = kLockBudget - (now - *file.lockedSince);
+  if (left <= left.zero()) return 0;
+  std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kLockPause));
+  return 1;
+}
+
+}  // namespace trevlin

@@ -1,0 +1,136 @@
+#pragma once
+/// @file
+/// The engine's two databases: the history of transitions (inference.db) and of solutions (solution.db).
+///
+/// Thread rule: an object belongs to one thread at a time; the engine guards its own with a mutex. Several processes
+/// may have the databases open.
+///
+/// Unless said otherwise an operation returns TREVLIN_OK, TREVLIN_NO_MATCH or TREVLIN_ERROR_DATABASE
+/// (trevlin_engine.h). The reason of an error is in LastError() and in the platform log, there once for as long as it
+/// stays the same. A database that another process has locked is waited for, two seconds in all since the last
+/// operation on it that went through; after two seconds without an operation anew.
+///
+/// A file that is replaced or deleted meanwhile is noticed at the next operation outside BeginRead() and EndRead().
+/// A file that is no database is never written to, and a link in place of a file is refused.
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/sqlite_handle.h"
+#include "trevlin_engine.h"
+
+namespace trevlin {
+
+/// A whole inference row.
+struct Transition {
+  std::string registerTime{};  ///< when the issue was first recorded; empty when adding: as in the rows that are there
+  std::string time{};          ///< when this transition happened
+  int issueCode = 0;
+  int type = DT_TRANSITION_TYPE_FALSE;
+  int solutionCode = 0;
+};
+
+/// The local time as the databases write it.
+std::string CurrentTime();
+
+/// Whether `text` is a time as the databases write it ("2024-03-07T09:05:00"), of a day that the calendar has.
+bool IsTime(const std::string& text);
+
+/// The queries that a diagnosis makes for every issue; ?1 is the issue code as text, ?2 the type of transition.
+/// Each is answered from the index that a kReadWrite object makes.
+inline constexpr char kSelectTransitions[] =
+    "SELECT lastUpdatedTime FROM inferenceTBL WHERE issueCode = ?1 AND TR = ?2 "
+    "ORDER BY lastUpdatedTime DESC, rowid DESC";
+inline constexpr char kSelectNewestSolution[] =
+    "SELECT registerTime, issueCode, solutionCode, type, isApply FROM solutionTBL WHERE issueCode = ?1 "
+    "ORDER BY registerTime DESC, rowid DESC LIMIT 1";
+
+class Database {
+ public:
+  enum class Access { kReadOnly, kReadWrite };
+
+  /// Files are opened at the first operation that needs them. With kReadWrite a file or table that is missing is made,
+  /// as is the index that the queries need; where that is not possible queries answer from what there is.
+  /// A kReadOnly object changes nothing; a file that is missing is an empty one to it. A missing folder is an error.
+  explicit Database(Access access) : m_access(access) {}
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  /// Newest first. `out` is replaced, by nothing when the result is not TREVLIN_OK.
+  int Transitions(int issueCode, int type, std::vector<_DTInfDBRecord>& out);
+  /// `out` is untouched unless the result is TREVLIN_OK.
+  int NewestSolution(int issueCode, _DTSolDBRecord& out);
+
+  /// Every row, oldest first. `out` is replaced, by nothing when the result is not TREVLIN_OK.
+  int AllTransitions(std::vector<Transition>& out);
+  int AllSolutions(std::vector<_DTSolDBRecord>& out);
+
+  /// Add a row. It is on the disk when they return TREVLIN_OK. TREVLIN_ERROR_INVALID for an issue code below 1, a type
+  /// that is none, or a time that IsTime() refuses.
+  int AddTransition(const Transition& transition);
+  int AddSolution(const _DTSolDBRecord& record);
+
+  /// Holds one state of the databases from here to EndRead(), so that many queries see the same and cost less. Failing
+  /// to do so is no error: the queries then each see the newest state. What this object adds meanwhile is seen.
+  void BeginRead();
+  void EndRead();
+
+  /// The reason of the last failure, naming the set's path of the file.
+  const std::string& LastError() const { return m_lastError; }
+
+ private:
+  /// One file, its connection, and the statements that are used again and again.
+  struct File {
+    const char* path;
+    const char* table;
+    const char* createTable;
+    const char* createIndex;
+    const char* selectSql;
+    const char* insertSql;
+
+    SqliteDb db{};
+    SqliteStatement select{};
+    SqliteStatement insert{};
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool hasTable = false;
+    bool reading = false;
+    std::optional<std::chrono::steady_clock::time_point> lockedSince{};  // no operation has gone through since
+    std::chrono::steady_clock::time_point lockSeen{};
+    std::string logged{};  // the last line in the log, until an operation goes through
+
+    void Close();
+  };
+
+  enum class State { kReady, kEmpty, kFailed };
+
+  State Open(File& file);
+  State OpenFile(File& file);
+  bool PrepareTables(File& file);
+  void BeginRead(File& file);
+  bool Prepare(File& file, SqliteStatement& statement, const char* sql);
+  template <typename Bind, typename Row>
+  int Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row);
+  template <typename Bind>
+  int Insert(File& file, Bind bind);
+
+  int Fail(File& file, const char* doing);
+  int Fail(File& file, const char* doing, const std::string& reason);
+  void Log(File& file, int priority, const std::string& line);
+  static void Succeeded(File& file);
+  static int WaitForLock(void* file, int attempt);
+
+  const Access m_access;
+  File m_inference = InferenceFile();
+  File m_solution = SolutionFile();
+  std::string m_lastError;
+
+  static File InferenceFile();
+  static File SolutionFile();
+};
+
+}  // namespace trevlin

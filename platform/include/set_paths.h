@@ -1,0 +1,40 @@
+#pragma once
+/// @file
+/// Every absolute path of the set that this system uses, written once. Pass them through SystemPath() before use.
+
+namespace set_paths {
+
+// The application.
+inline constexpr char kLocaleDir[] = "/usr/apps/com.tornelo.TVVexilo/shared/locale";
+inline constexpr char kParserPlugin[] = "/usr/lib/libquva_parser.so";
+inline constexpr char kSolutionMap[] = "/usr/share/vexilo/solutionmap.xml";
+
+// Databases.
+inline constexpr char kInferenceDb[] = "/home/owner/share/Trevlin/DB/inference.db";
+inline constexpr char kSolutionDb[] = "/home/owner/share/Trevlin/DB/solution.db";
+inline constexpr char kRemainingDb[] = "/opt/usr/home/owner/share/remaining.db";
+inline constexpr char kTestDb[] = "/opt/usr/home/owner/share/test.db";
+
+// Exchange with other applications and services.
+inline constexpr char kQGuideResult[] = "/tmp/qsyslink/inference_result";
+inline constexpr char kQGuideBackgroundResult[] = "/opt/usr/home/owner/content/Documents/inference_result";
+inline constexpr char kMemBoostRequest[] = "/tmp/tager/req/memBoost";
+inline constexpr char kDeepCleanRequest[] = "/tmp/tager/req/CleanAll.txt";
+
+// Facts of the set.
+inline constexpr char kUserPartition[] = "/opt";
+inline constexpr char kChipId[] = "/proc/sdp_chipid_val";
+inline constexpr char kReleaseMark[] = "/etc/release";
+inline constexpr char kDebugMark[] = "/etc/debug";
+inline constexpr char kSetProfile[] = "/etc/vexilo/set.conf";
+inline constexpr char kDesktopEntries[] = "/usr/share/applications";
+
+// State of the platform on a Linux host.
+inline constexpr char kHostState[] = "/var/lib/vexilo-host";
+inline constexpr char kHostRun[] = "/run/vexilo-host";
+inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
+inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
+inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";
+inline constexpr char kLogFile[] = "/var/lib/vexilo-host/log/vexilo.log";
+
+}  // namespace set_paths

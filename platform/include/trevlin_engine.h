@@ -1,0 +1,65 @@
+#pragma once
+/// @file
+/// "Trevlin", the set's diagnosis engine: it infers which issues (by code) are true, keeps the history of their
+/// transitions and of the solutions that were applied.
+///
+/// Thread rule: every function is callable from any thread, the engine's own included. Inference callbacks are called
+/// on the engine's one thread, one after the other. None of the functions throws, and a callback must not.
+///
+/// Times are local times "YYYY-MM-DDTHH:MM:SS"; they sort as text.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Results of the queries. Every other value is an error: _INVALID for arguments that make no sense or a query before
+/// CreateAPIInstance(), _DATABASE for a database that cannot be used; the reason is then in the platform log.
+enum { TREVLIN_OK = 0, TREVLIN_ERROR_INVALID = 1, TREVLIN_ERROR_DATABASE = 2, TREVLIN_NO_MATCH = 4 };
+
+enum { DT_TRANSITION_TYPE_FALSE = 0, DT_TRANSITION_TYPE_TRUE = 1 };
+
+/// A transition of an issue.
+struct _DTInfDBRecord {
+  int32_t issueCode = 0;
+  int32_t transitionType = 0;
+  int32_t status = 0;
+  std::string detail;
+  std::string lastUpdateTime;
+};
+
+/// A solution that was applied or declined.
+struct _DTSolDBRecord {
+  int32_t issueCode = 0;
+  int32_t solutionCode = 0;
+  int32_t type = 5;
+  int32_t isApply = 0;
+  std::string registerTime;
+};
+
+/// What an inference signals besides having ended.
+struct DTSignalData {
+  int32_t kind = 0;
+  std::string detail;
+};
+
+typedef void (*InferenceCallback)(unsigned int subscription, DTSignalData data);
+
+/// Makes the engine ready in this process. Again is no failure. 0 for success, -1 when it cannot start.
+int CreateAPIInstance();
+
+/// Has `callback` called once, when the next inference has ended or after `wait` microseconds, whichever is first.
+/// Returns at once: 0, or -1 when the engine was not made ready or `callback` is null. `subscription` is the number of
+/// the subscription in this process, from 1. During the callback the queries all see one state of the databases.
+int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
+
+/// Replaces `*out` by the transitions of the type of the issue, newest first, and of equal times the one recorded last
+/// first. TREVLIN_NO_MATCH when there is none; `*out` is empty unless TREVLIN_OK is returned.
+/// Waits for a database that another process has locked, two seconds in all since a call that went through, then fails.
+int GetInferenceDB(int issueCode, int transitionType, std::vector<_DTInfDBRecord>* out);
+
+/// The newest record of the issue. `*out` is untouched unless TREVLIN_OK is returned. Waits as GetInferenceDB() does.
+int GetSolutionDB(int issueCode, _DTSolDBRecord* out);
+
+/// Adds a record; it is on the disk when TREVLIN_OK is returned. TREVLIN_ERROR_INVALID for an issue code below 1 or a
+/// register time that is none. Waits as GetInferenceDB() does.
+int SetSolutionDB(const _DTSolDBRecord& record);

@@ -1,0 +1,185 @@
+// The table of commands, and what reads the command line.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "command.h"
+
+namespace vexiloctl {
+
+namespace {
+
+constexpr Command kCommands[] = {
+    {"setting", "get", "KEY", 1, 1, false, "Prints the value of a settings key.",
+     "  KEY    such as db/vexilo/db_reset\n"
+     "Fails when the key was never set.\n",
+     "vexiloctl setting get db/menu_widget/language", SettingGet},
+    {"setting", "set", "KEY TYPE VALUE", 3, 3, false, "Stores a value under a settings key, whatever it held before.",
+     "  KEY    such as db/vexilo/db_reset; keys that begin with memory/ are gone after a restart of the set\n"
+     "  TYPE   int, bool, double or string\n"
+     "  VALUE  a decimal number, true or false, or a text; after -- it may begin with --\n",
+     "vexiloctl setting set db/menu_widget/language string de_DE.utf8", SettingSet},
+    {"setting", "watch", "KEY...", 1, 1000, false, "Prints \"KEY = VALUE\" at every change, until it is ended.",
+     "  KEY    one or more settings keys; a key need not be set yet\n"
+     "Says \"watching\" on standard error from when on no change is missed.\n",
+     "vexiloctl setting watch system/trevlin/STOperation", SettingWatch},
+    {"engine", "list", "[CODE]", 0, 1, true, "Lists the transitions that the diagnosis engine recorded, oldest first.",
+     "  CODE   the one issue to list, a decimal number\n", "vexiloctl engine list 10000001", EngineList},
+    {"engine", "record", "CODE true|false [TIME]", 2, 3, false, "Records that an issue became true or false.",
+     "  CODE   the issue, a decimal number from 1 to 2147483647\n"
+     "  true   the issue is there now; false: it has cleared\n"
+     "  TIME   a local time like 2024-03-07T09:05:00; now when it is left out\n",
+     "vexiloctl engine record 10000001 true", EngineRecord},
+    {"engine", "solutions", "", 0, 0, true, "Lists the solutions that were applied or declined, oldest first.", "",
+     "vexiloctl engine solutions --json", EngineSolutions},
+    {"remaining", "list", "", 0, 0, true, "Lists the issues that remained from the last scan.", "",
+     "vexiloctl remaining list", RemainingList},
+    {"events", "", "", 0, 0, true, "Lists the usage events, oldest first.",
+     "With --json the lines are those of the event log as they stand.\n", "vexiloctl events", Events},
+    {"result", "", "", 0, 0, true, "Shows where the result of a quick diagnosis is, and the issues in the newest.",
+     "Fails when there is none.\n", "vexiloctl result", Result},
+};
+
+std::string NameOf(const Command& command) {
+  return std::string(command.group) + (*command.name ? " " : "") + command.name;
+}
+
+std::string UsageOf(const Command& command) {
+  return NameOf(command) + (*command.arguments ? " " : "") + command.arguments + (command.lists ? " [--json]" : "");
+}
+
+std::string HelpOf(const Command& command) {
+  return "Usage: vexiloctl " + UsageOf(command) + "\n\n" + command.purpose + "\n" + command.help +
+         (command.lists ? "  --json prints one JSON object a line, for programs\n" : "") +
+         "\nExample: " + command.example + "\n";
+}
+
+std::string HelpOfGroup(const std::string& group) {
+  std::string text;
+  for (const Command& command : kCommands)
+    if (group == command.group) text.append(text.empty() ? "" : "\n").append(HelpOf(command));
+  return text;
+}
+
+std::string HelpOfAll() {
+  size_t width = 0;
+  for (const Command& command : kCommands) width = std::max(width, UsageOf(command).size());
+  std::string text =
+      "Usage: vexiloctl GROUP [COMMAND] [ARGUMENT...]\n\nThe settings, records and results of this set.\n\n";
+  for (const Command& command : kCommands) {
+    const std::string usage = UsageOf(command);
+    text.append("  ").append(usage).append(width - usage.size() + 2, ' ').append(command.purpose).append("\n");
+  }
+  return text +
+         "\nExample: vexiloctl engine list\n"
+         "More:    vexiloctl GROUP --help, vexiloctl GROUP COMMAND --help\n"
+         "Exit codes: 0 done, 1 failed, 2 wrong usage\n";
+}
+
+struct CommandLine {
+  std::vector<std::string> words;
+  bool help = false;
+  bool json = false;
+};
+
+/// A usage error, with where to look.
+[[noreturn]] void Misused(const std::string& problem, const std::string& subject) {
+  throw UsageError(problem + "\nTry 'vexiloctl " + subject + (subject.empty() ? "" : " ") + "--help'.");
+}
+
+CommandLine Split(int argc, char** argv) {
+  CommandLine line;
+  bool options = true;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (!options || (word != "-h" && !word.starts_with("--")))
+      line.words.push_back(word);
+    else if (word == "--")
+      options = false;
+    else if (word == "--help" || word == "-h")
+      line.help = true;
+    else if (word == "--json")
+      line.json = true;
+    else
+      Misused("unknown option \"" + word + "\"", "");
+  }
+  return line;
+}
+
+/// The command that the words name, and how many they are; null and 1 for a group alone.
+std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
+  bool group = false;
+  for (const Command& command : kCommands) {
+    if (words[0] != command.group) continue;
+    group = true;
+    if (!*command.name) return {&command, 1};
+    if (words.size() > 1 && words[1] == command.name) return {&command, 2};
+  }
+  if (!group) Misused("unknown group \"" + words[0] + "\"", "");
+  if (words.size() > 1) Misused("unknown command \"" + words[1] + "\" of \"" + words[0] + "\"", words[0]);
+  return {nullptr, 1};
+}
+
+void RunCommand(const Command& command, const Arguments& arguments) {
+  const size_t count = arguments.values.size();
+  if (count < command.minimum) Misused("\"" + NameOf(command) + "\" needs " + command.arguments, NameOf(command));
+  if (count > command.maximum)
+    Misused("\"" + NameOf(command) + "\" does not take \"" + arguments.values[command.maximum] + "\"", NameOf(command));
+  if (arguments.json && !command.lists) Misused("\"" + NameOf(command) + "\" does not take --json", NameOf(command));
+  try {
+    command.run(arguments);
+  } catch (const UsageError& error) {
+    Misused(error.what(), NameOf(command));
+  }
+}
+
+void Run(int argc, char** argv) {
+  const CommandLine line = Split(argc, argv);
+  if (line.words.empty() && line.help) return Print(HelpOfAll());
+  if (line.words.empty()) Misused("no group and command given", "");
+  const auto [command, named] = Find(line.words);
+  if (line.help) return Print(command ? HelpOf(*command) : HelpOfGroup(line.words[0]));
+  if (!command) Misused("\"" + line.words[0] + "\" needs a command", line.words[0]);
+  RunCommand(*command, {{line.words.begin() + static_cast<ptrdiff_t>(named), line.words.end()}, line.json});
+}
+
+/// Where a standard descriptor is closed the next file that is opened would take its place, and the output.
+void OccupyStandardDescriptors() {
+  int fd;
+  do {
+    fd = open("/dev/null", O_RDONLY);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
+int Main(int argc, char** argv) {
+  OccupyStandardDescriptors();
+  std::signal(SIGPIPE, SIG_IGN);
+  setenv("VEXILO_LOG_TARGET", "file", 0);
+  try {
+    Run(argc, argv);
+    Flush();
+    return kDone;
+  } catch (const OutputClosed&) {
+    return kDone;
+  } catch (const UsageError& error) {
+    Complain(error.what());
+    return kUsage;
+  } catch (const std::exception& error) {
+    Complain(error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace
+
+}  // namespace vexiloctl
+
+int main(int argc, char** argv) {
+  return vexiloctl::Main(argc, argv);
+}

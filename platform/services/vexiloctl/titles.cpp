@@ -1,0 +1,70 @@
+#include "titles.h"
+
+#include <libintl.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "QUVA_XMLParser.h"
+#include "SettingsKeys.h"
+#include "base/atomic_file.h"
+#include "command.h"
+#include "set_paths.h"
+#include "settings/menu_language.h"
+#include "system_path.h"
+
+namespace vexiloctl {
+
+namespace {
+
+// As a diagnosis reads the codes of the map.
+long Number(const std::string& code) {
+  return std::strtol(code.c_str(), nullptr, 10);
+}
+
+/// What there is of the map. A complaint tells why not all.
+QUVA::QUVA_SolutionMap ReadMap() {
+  const auto complain = [](const std::string& reason) {
+    Complain(std::string(set_paths::kSolutionMap) + ": " + reason + "; titles are missing");
+  };
+  QUVA::QUVA_SolutionMap map;
+  std::string text;
+  if (!ReadWholeFile(SystemPath(set_paths::kSolutionMap), text)) {
+    complain(std::strerror(errno));
+    return map;
+  }
+  try {
+    if (!QUVA::TCXMLParser().Parse(text, map)) complain(std::string("not well-formed, see ") + set_paths::kLogFile);
+  } catch (const std::out_of_range&) {
+    complain("it has a sol_val before any solution");
+  }
+  return map;
+}
+
+}  // namespace
+
+Titles::Titles() {
+  ApplyMenuLanguage();
+  bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
+  bind_textdomain_codeset(QUVA::kApplicationId, "UTF-8");
+  for (QUVA::QUVA_Solution& solution : ReadMap().solutions)
+    m_messageIds.try_emplace(Number(solution.issue_code), std::move(solution.sid_issue));
+}
+
+std::string Titles::OfIssue(const std::string& code) const {
+  const auto found = m_messageIds.find(Number(code));
+  return found == m_messageIds.end() ? "" : OfMessage(found->second);
+}
+
+std::string Titles::OfIssue(int code) const {
+  return OfIssue(std::to_string(code));
+}
+
+// The empty id is that of the catalogue's own description.
+std::string Titles::OfMessage(const std::string& id) const {
+  return id.empty() ? "" : dgettext(QUVA::kApplicationId, id.c_str());
+}
+
+}  // namespace vexiloctl

@@ -1,0 +1,116 @@
+#include "solution_actions.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "CGetData.h"
+#include "VexiloLog.h"
+#include "app_framework.h"
+#include "vconf.h"
+
+namespace solution_actions {
+
+namespace {
+
+struct DestroyAppControl {
+  void operator()(app_control_h control) const { app_control_destroy(control); }
+};
+using AppControl = std::unique_ptr<app_control_s, DestroyAppControl>;
+
+// The words of `text` between single blanks, at most `most`: the last one is the rest.
+std::vector<std::string> Words(const std::string& text, size_t most = SIZE_MAX) {
+  std::vector<std::string> words;
+  size_t from = 0;
+  for (size_t blank; words.size() + 1 < most && (blank = text.find(' ', from)) != std::string::npos; from = blank + 1)
+    words.push_back(text.substr(from, blank - from));
+  words.push_back(text.substr(from));
+  return words;
+}
+
+std::string Decoded(std::string_view text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const std::string_view rest = text.substr(i, 3);
+    if (rest == "%20" || rest == "%25") {
+      out += rest == "%20" ? ' ' : '%';
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+std::optional<int> WholeInt(const std::string& text) {
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  if (text.empty() || *end || errno || value != static_cast<int>(value)) return std::nullopt;
+  return static_cast<int>(value);
+}
+
+std::optional<double> WholeDouble(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end) return std::nullopt;
+  return value;
+}
+
+bool SetKey(const std::string& type, const char* key, const std::string& value) {
+  if (type == "int") {
+    const auto number = WholeInt(value);
+    return number && vconf_set_int(key, *number) == 0;
+  }
+  if (type == "double") {
+    const auto number = WholeDouble(value);
+    return number && vconf_set_dbl(key, *number) == 0;
+  }
+  if (type == "bool") return (value == "true" || value == "false") && vconf_set_bool(key, value == "true") == 0;
+  return type == "string" && vconf_set_str(key, value.c_str()) == 0;
+}
+
+bool SetSetting(const std::string& request) {
+  const std::vector<std::string> words = Words(request, 3);
+  if (words.size() == 3 && SetKey(words[0], words[1].c_str(), words[2])) return true;
+  VEXILO_LOGE("cannot set [%s]: it is \"TYPE KEY VALUE\" with TYPE int, bool, double or string", request.c_str());
+  return false;
+}
+
+}  // namespace
+
+bool Launch(const std::string& request) {
+  const std::vector<std::string> words = Words(request);
+  app_control_h handle = nullptr;
+  if (app_control_create(&handle) != APP_CONTROL_ERROR_NONE) return false;
+  const AppControl control(handle);
+  app_control_set_operation(handle, APP_CONTROL_OPERATION_DEFAULT);
+  app_control_set_app_id(handle, words[0].c_str());
+  for (size_t i = 1; i < words.size(); ++i) {
+    const size_t equals = words[i].find('=');
+    if (equals == std::string::npos || equals == 0) {
+      VEXILO_LOGE("cannot launch [%s]: \"%s\" is not key=value", request.c_str(), words[i].c_str());
+      return false;
+    }
+    app_control_add_extra_data(handle, Decoded(words[i].substr(0, equals)).c_str(),
+                               Decoded(words[i].substr(equals + 1)).c_str());
+  }
+  const int result = app_control_send_launch_request(handle, nullptr, nullptr);
+  if (result != APP_CONTROL_ERROR_NONE) VEXILO_LOGE("cannot launch [%s]: error %d", request.c_str(), result);
+  return result == APP_CONTROL_ERROR_NONE;
+}
+
+bool Perform(const std::string& type, const std::string& value) {
+  if (type == "launch") return Launch(value);
+  if (type == "setting") return SetSetting(value);
+  if (type == "memboost") return QUVA::CGetData::GetInstance()->performMemBoost() == 0;
+  if (type == "deepclean") return QUVA::CGetData::GetInstance()->performDeepClean() == 0;
+  VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
+  return false;
+}
+
+}  // namespace solution_actions

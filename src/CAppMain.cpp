@@ -1,0 +1,185 @@
+#include <glib.h>
+#include <libintl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "CGetData.h"
+#include "CHomeScreen.h"
+#include "CUtils.h"
+#include "QUVA_DiagManager.h"
+#include "QUVA_DiagResultManager.h"
+#include "SettingsKeys.h"
+#include "VexiloLog.h"
+#include "app_framework.h"
+#include "c_handle.h"
+#include "screen_saver.h"
+#include "set_paths.h"
+#include "settings_api.h"
+#include "system_path.h"
+#include "trevlin_engine.h"
+#include "vconf.h"
+
+using namespace QUVA;
+
+void updateVConf(char* launchMech);
+
+namespace {
+
+constexpr char kQGuideArgument[] = "qguide";
+constexpr char kZoomItem[] = "sm-zoom-to-fill";
+constexpr char kScreenSaver[] = "org.varno.default-screensaver";
+
+// Whether the user interface has been built: tells a first launch from a re-launch.
+bool g_running = false;
+
+bool Equals(const char* text, const char* wanted) {
+  return text && std::strcmp(text, wanted) == 0;
+}
+
+// A copy that stays for as long as the process, as the launch source must.
+char* KeepCopy(const char* text) {
+  static auto* copies = new std::set<std::string>;
+  return text ? const_cast<char*>(copies->insert(text).first->c_str()) : nullptr;
+}
+
+CText ExtraData(app_control_h request, const char* key) {
+  char* value = nullptr;
+  app_control_get_extra_data(request, key, &value);
+  return CText(value);
+}
+
+// Returns when the engine has answered and the result file is written.
+void RunQGuideDiagnosis() {
+  QUVA_DiagManager::GetInstance()->StartQGuideDiagnosis();
+  loop = g_main_loop_new(nullptr, true);
+  g_main_loop_run(loop);
+  loop = nullptr;
+}
+
+void StartScreenSaver() {
+  const int result = activateScreenSaver(kScreenSaver, 0, 60, 2, 2);
+  VEXILO_LOGI("activateScreenSaver ret value = %d", result);
+}
+
+void ClearRemainingProblemsIfAsked() {
+  int reset = 0;
+  if (vconf_get_bool(kDbResetKey, &reset) != 0) {
+    VEXILO_LOGI("VCONF_GET_FAIL");
+    return;
+  }
+  VEXILO_LOGI("VCONF_GET_SUCCESS");
+  if (!reset) {
+    VEXILO_LOGI("VCONF_KEY_DB_RESET_FALSE : %d", reset);
+    return;
+  }
+  QUVA_DiagResultManager::GetInstance()->ClearRemainingProblems();
+  VEXILO_LOGI("VCONF_KEY_DB_RESET_TRUE : %d", reset);
+}
+
+// ---- lifecycle
+
+bool app_create(void*) {
+  return true;
+}
+
+void app_terminate(void*) {
+  VEXILO_LOGI("terminate called");
+  _exit(0);
+}
+
+void app_pause(void*) {
+  const bool multitasking = CUtils::Instance().m_GetMultitaskingStatus();
+  VEXILO_LOGI("pause called %d", multitasking);
+  SettingsAPI::Get().EnableItem(kZoomItem, kApplicationId);
+  VEXILO_LOGI("deactivateScreenSaver ret value = %d", deactivateScreenSaver());
+  if (!multitasking) ui_app_exit();
+}
+
+void app_resume(void*) {
+  VEXILO_LOGI("resume called");
+  SettingsAPI::Get().DisableItem(kZoomItem, kApplicationId);
+  StartScreenSaver();
+}
+
+void LaunchFirst() {
+  VEXILO_LOGI(" app  not running.. Launching for the first time..");
+  StartScreenSaver();
+  ClearRemainingProblemsIfAsked();
+  SetEngineScenario("GetRemainingData");
+  CHomeScreen::Instance()->m_GetRemainingData();
+  g_running = true;
+}
+
+void LaunchAgain(const char* launchMech) {
+  VEXILO_LOGI("app is running already.....%s", launchMech ? launchMech : "(null)");
+  if (!launchMech || Equals(launchMech, "menu") || Equals(launchMech, "Orlo")) return;
+  if (CGetData::GetInstance()->m_GetCurrentScreen() == SCREEN_SELF_DIAGNOSIS) return;
+  VEXILO_LOGI("if launch _mech is not orlo or menu ");
+  static char empty[] = "";
+  CUtils::Instance().m_pSetLaunchFrom(empty);
+}
+
+void DiagnoseInBackground(const char* launchMech) {
+  VEXILO_LOGI("when QUVA is to be called in background ");
+  CUtils::Instance().m_pSetLaunchFrom(KeepCopy(launchMech));
+  RunQGuideDiagnosis();
+  ui_app_exit();
+}
+
+void app_control(app_control_h request, void*) {
+  VEXILO_LOGI("app_control called");
+  SettingsAPI::Get().DisableItem(kZoomItem, kApplicationId);
+  CreateAPIInstance();
+  VEXILO_LOGI("Create Trevlin API Instance");
+  const CText issueId = ExtraData(request, "ISSUE_ID");
+  const CText launchMech = ExtraData(request, "launch_mech");
+  if (!g_running) {
+    VEXILO_LOGI("launch_mech is %s", launchMech ? launchMech.get() : "(null)");
+    updateVConf(launchMech.get());
+  }
+  CUtils::Instance().m_pSetLaunchFrom(KeepCopy(launchMech.get()));
+  if (Equals(launchMech.get(), "bg_inference"))
+    DiagnoseInBackground(launchMech.get());
+  else if (!g_running)
+    LaunchFirst();
+  else
+    LaunchAgain(launchMech.get());
+}
+
+int RunHeadless() {
+  VEXILO_LOGE("for qguide only");
+  CreateAPIInstance();
+  VEXILO_LOGI("Create Trevlin API Instance for Qguide");
+  RunQGuideDiagnosis();
+  return 0;
+}
+
+int RunInteractive(int argc, char** argv) {
+  bindtextdomain(kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
+  ui_app_lifecycle_callback_s callbacks = {app_create, app_terminate, app_pause, app_resume, app_control};
+  const int result = ui_app_main(argc, argv, &callbacks, nullptr);
+  VEXILO_LOGI("value of ret is %d", result);
+  if (result != 0) VEXILO_LOGE("app_main() is failed. err = %d", result);
+  return result;
+}
+
+}  // namespace
+
+/// Records where the application was launched from: 0 for nothing or something unknown.
+void updateVConf(char* launchMech) {
+  constexpr const char* kLaunchPoints[] = {nullptr, "menu", "Orlo", "HotelMenu"};
+  int launchPoint = 0;
+  for (size_t i = 1; i < std::size(kLaunchPoints); ++i)
+    if (Equals(launchMech, kLaunchPoints[i])) launchPoint = static_cast<int>(i);
+  if (vconf_set_int(kLaunchPointKey, launchPoint) != 0) VEXILO_LOGE("Setting %s failed", kLaunchPointKey);
+}
+
+int main(int argc, char** argv) {
+  VEXILO_LOGI("Main of main");
+  if (argc > 1 && Equals(argv[1], kQGuideArgument)) return RunHeadless();
+  return RunInteractive(argc, argv);
+}

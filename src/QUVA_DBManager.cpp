@@ -1,0 +1,231 @@
+#include "QUVA_DBManager.h"
+
+#include <sqlite3.h>
+
+#include <cstdio>
+
+#include "VexiloLog.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace QUVA {
+
+namespace {
+
+constexpr const char* kTables[] = {"inferenceTBL", "solutionTBL", "remainingTBL", "testTBL"};
+constexpr const char* kPaths[] = {set_paths::kInferenceDb, set_paths::kSolutionDb, set_paths::kRemainingDb,
+                                  set_paths::kTestDb};
+
+// As shipped sets have them; SQLite takes "TEST" and "INTEFER" as type names.
+constexpr char kInferenceColumns[] =
+    "(registerTime TEXT, lastUpdatedTime TEXT, issueCode TEXT, TR INTEGER, solutionCode INTEGER)";
+constexpr char kSolutionColumns[] =
+    "(registerTime TEXT, issueCode TEXT, solutionCode TEXT, type TEXT, isApply INTEFER)";
+constexpr char kRemainingColumns[] =
+    "(idx TEXT, issue_code TEXT, is_fix TEXT, last_time TEXT, sol_type TEXT, sid_issue TEXT, sid_sol TEXT, "
+    "sid_button1 TEXT, sid_button2 TEXT, action TEXT, toast1 TEST, toast2 TEXT, source TEXT, view_authority TEXT)";
+
+constexpr int kFailure = 0;
+constexpr int kSuccess = 1;
+
+bool IsKnown(EDBName db) {
+  return db >= DB_INFERENCE && db <= DB_TEST;
+}
+
+std::string TextOf(sqlite3_stmt* row, int column) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+  return text ? std::string(text, static_cast<size_t>(sqlite3_column_bytes(row, column))) : std::string();
+}
+
+void AppendText(sqlite3_stmt* row, int column, std::string& out) {
+  if (sqlite3_column_type(row, column) == SQLITE_TEXT) out += TextOf(row, column);
+}
+
+void AppendTextOrInteger(sqlite3_stmt* row, int column, std::string& out) {
+  if (sqlite3_column_type(row, column) == SQLITE_INTEGER)
+    out += std::to_string(sqlite3_column_int(row, column));
+  else
+    AppendText(row, column, out);
+  VEXILO_LOGD("temp : %s", out.c_str());
+}
+
+}  // namespace
+
+TCDBManager* TCDBManager::m_instance = nullptr;
+
+TCDBManager* TCDBManager::GetInstance() {
+  if (!m_instance) m_instance = new TCDBManager;
+  return m_instance;
+}
+
+TCDBManager::TCDBManager() {
+  for (int i = 0; i < kDatabaseCount; ++i) std::snprintf(m_tableNames[i], kTableNameSize, "%s", kTables[i]);
+}
+
+// ---- operations
+
+int TCDBManager::OpenDB(EDBName db) {
+  VEXILO_LOGI("OpenDB : %d", db);
+  sqlite3_close(m_db);
+  m_db = nullptr;
+  const std::string path = m_GetDBPath(db);
+  if (sqlite3_open(SystemPath(path).c_str(), &m_db) != SQLITE_OK) {
+    VEXILO_LOGE("ERROR: %s open is fail!! ( %s )", path.c_str(), sqlite3_errmsg(m_db));
+    sqlite3_close(m_db);
+    m_db = nullptr;
+  } else {
+    // Rows are inserted as double-quoted texts, which some builds of the library no longer take for strings.
+    sqlite3_db_config(m_db, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
+  }
+  for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) {
+    const std::string table = m_GetTableName(db, i);
+    if (m_IsTableExist(table)) continue;
+    VEXILO_LOGI("%s is not exist!!", table.c_str());
+    m_Create(table);
+  }
+  return kSuccess;
+}
+
+int TCDBManager::CloseDB() {
+  VEXILO_LOGI("CloseDB");
+  const int result = sqlite3_close(m_db);
+  m_db = nullptr;
+  return result == SQLITE_OK ? kSuccess : kFailure;
+}
+
+int TCDBManager::SetDB(std::string table, std::list<std::string> values) {
+  VEXILO_LOGI("SetDB");
+  std::string valueText = "(";
+  for (const std::string& value : values) valueText += '"' + value + (value == values.back() ? "\")" : "\",");
+  return m_Insert(table, valueText);
+}
+
+int TCDBManager::GetDB(EDBName db, std::string column, std::vector<std::string>& out) {
+  VEXILO_LOGI("GetDB");
+  for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) {
+    const std::string table = m_GetTableName(db, i);
+    if (m_IsTableExist(table) && !m_Select(table, column, out)) return kFailure;
+  }
+  return kSuccess;
+}
+
+int TCDBManager::DeleteDB(std::string code) {
+  VEXILO_LOGI("DeleteDB");
+  const std::string query = std::string("DELETE FROM ") + kTables[DB_REMAINING] + " WHERE issue_code='" + code + "'";
+  const int result = m_SqlExecute(query);
+  if (!result) VEXILO_LOGE("ERROR: %s column delete is fail!!", query.c_str());
+  return result;
+}
+
+int TCDBManager::FlushDB(EDBName db) {
+  VEXILO_LOGI("FlushDB");
+  std::string table;
+  for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) table = m_GetTableName(db, i);
+  const int result = m_SqlExecute("DELETE FROM " + table);
+  if (!result) VEXILO_LOGE("ERROR: %s column delete is fail!!", table.c_str());
+  return result;
+}
+
+// ---- names
+
+std::string TCDBManager::m_GetDBPath(EDBName db) {
+  if (!IsKnown(db)) {
+    VEXILO_LOGE("ERROR: db path is wrong!! : %d", db);
+    return "";
+  }
+  VEXILO_LOGI("Path : %s", kPaths[db]);
+  return kPaths[db];
+}
+
+std::string TCDBManager::m_GetTableName(EDBName db, int index) {
+  if (!IsKnown(db)) {
+    VEXILO_LOGE("ERROR: table name is wrong!! : %d", db);
+    return "";
+  }
+  return m_tableNames[db + index];
+}
+
+int TCDBManager::m_GetLimitForTableCnt(EDBName db) {
+  if (IsKnown(db)) return 1;
+  VEXILO_LOGE("ERROR: db option is wrong!!");
+  return 0;
+}
+
+std::string TCDBManager::m_GetQueryForCreateTable(std::string table) {
+  if (table == kTables[DB_INFERENCE] || table == kTables[DB_TEST]) return kInferenceColumns;
+  if (table == kTables[DB_SOLUTION]) return kSolutionColumns;
+  if (table == kTables[DB_REMAINING]) return kRemainingColumns;
+  return "";
+}
+
+// ---- statements
+
+bool TCDBManager::m_IsTableExist(std::string table) {
+  VEXILO_LOGD("m_IsTableExist");
+  const std::string query = "SELECT name FROM sqlite_master WHERE type='table' AND name='" + table + "';";
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(m_db, query.c_str(), static_cast<int>(query.size()), &statement, nullptr);
+  const bool exists = sqlite3_step(statement) == SQLITE_ROW;
+  sqlite3_reset(statement);
+  sqlite3_finalize(statement);
+  return exists;
+}
+
+int TCDBManager::m_Create(std::string table) {
+  VEXILO_LOGI("Create: %s table", table.c_str());
+  const int result = m_SqlExecute("CREATE TABLE " + table + m_GetQueryForCreateTable(table) + ";");
+  if (!result) VEXILO_LOGE("ERROR: %s table create is fail!!", table.c_str());
+  return result;
+}
+
+int TCDBManager::m_Drop(std::string table) {
+  VEXILO_LOGI("m_Drop");
+  const int result = m_SqlExecute("DROP TABLE IF EXISTS " + table + ";");
+  if (!result) VEXILO_LOGE("ERROR: %s table delete is fail!!", table.c_str());
+  return result;
+}
+
+int TCDBManager::m_Insert(std::string table, std::string valueText) {
+  VEXILO_LOGI("m_Insert");
+  const int result = m_SqlExecute("INSERT INTO " + table + " VALUES " + valueText + ";");
+  if (!result) VEXILO_LOGE("ERROR: %s table insert is fail!!", table.c_str());
+  return result;
+}
+
+template <typename AppendColumn>
+int TCDBManager::m_ReadRows(const std::string& table, const std::string& query, std::vector<std::string>& out,
+                            AppendColumn append) {
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(m_db, query.c_str(), static_cast<int>(query.size()), &statement, nullptr);
+  int result;
+  while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
+    std::string temp;
+    for (int column = 0; column < sqlite3_column_count(statement); ++column) append(statement, column, temp);
+    out.push_back(std::move(temp));
+  }
+  if (result != SQLITE_DONE) VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
+  sqlite3_reset(statement);
+  sqlite3_finalize(statement);
+  return result == SQLITE_DONE ? kSuccess : kFailure;
+}
+
+int TCDBManager::m_Select(std::string table, std::vector<std::string>& out) {
+  VEXILO_LOGI("m_Select");
+  return m_ReadRows(table, "SELECT * FROM " + table + ";", out, AppendText);
+}
+
+int TCDBManager::m_Select(std::string table, std::string columns, std::vector<std::string>& out) {
+  VEXILO_LOGI("m_Select");
+  const std::string query = "SELECT " + columns + " FROM " + table + ";";
+  VEXILO_LOGI("QUERY : %s", query.c_str());
+  return m_ReadRows(table, query, out, AppendTextOrInteger);
+}
+
+int TCDBManager::m_SqlExecute(std::string query) {
+  VEXILO_LOGD("m_SqlExecute query : %s", query.c_str());
+  if (sqlite3_exec(m_db, query.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return kSuccess;
+  VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", sqlite3_errmsg(m_db));
+  return kFailure;
+}
+
+}  // namespace QUVA

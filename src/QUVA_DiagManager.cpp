@@ -1,0 +1,182 @@
+#include "QUVA_DiagManager.h"
+
+#include <dlfcn.h>
+#include <glib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "CGetData.h"
+#include "QUVA_DiagResultManager.h"
+#include "SettingsKeys.h"
+#include "VexiloLog.h"
+#include "set_paths.h"
+#include "system_path.h"
+#include "tv_service.h"
+
+namespace QUVA {
+
+GMainLoop* loop = nullptr;
+
+namespace {
+
+constexpr unsigned long kInferenceWait = 10000000;  // microseconds
+constexpr int kMainScreen = 1;
+constexpr int kNoSource = -1;
+// The inputs that count as HDMI for the signal check.
+constexpr int kHdmiSources[] = {13, 14, 15, 16, 38, 39, 46, 47};
+constexpr char kNetworkSettingApp[] = "org.varno.NetworkSetting-Varno";
+
+template <typename Entry>
+void Resolve(void* library, const char* name, Entry& entry) {
+  entry = reinterpret_cast<Entry>(dlsym(library, name));
+}
+
+// Runs in the loop itself: an answer that comes before the loop is made or runs ends it all the same.
+gboolean EndQGuideLoop(void*) {
+  if (loop) {
+    g_main_loop_unref(loop);
+    g_main_loop_quit(loop);
+  }
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace
+
+std::atomic<QUVA_DiagManager*> QUVA_DiagManager::m_pInstance = nullptr;
+std::mutex QUVA_DiagManager::m_TVDMmutex;
+
+QUVA_DiagManager* QUVA_DiagManager::GetInstance() {
+  // Callbacks hold the mutex for long; who only wants the instance does not wait for them.
+  if (QUVA_DiagManager* instance = m_pInstance) return instance;
+  std::lock_guard lock(m_TVDMmutex);
+  if (!m_pInstance) m_pInstance = new QUVA_DiagManager;
+  return m_pInstance;
+}
+
+QUVA_DiagManager::QUVA_DiagManager() {
+  VEXILO_LOGI("Start DiagnosisManager");
+  createLibHandler();
+  if (m_parseSolutionMap) {
+    VEXILO_LOGI("calling thro dlysm parse solution");
+    m_parseSolutionMap();
+  }
+}
+
+void QUVA_DiagManager::createLibHandler() {
+  VEXILO_LOGI("create Lib Handler");
+  m_libHandle = dlopen(SystemPath(set_paths::kParserPlugin).c_str(), RTLD_LAZY);
+  if (!m_libHandle) {
+    VEXILO_LOGE("dlopen error: %s", dlerror());
+    return;
+  }
+  VEXILO_LOGI("dlopen success: handle %p", m_libHandle);
+  VEXILO_LOGI("dlysm before call");
+  dlerror();
+  Resolve(m_libHandle, "ParseSolutionMap", m_parseSolutionMap);
+  if (const char* error = dlerror()) {
+    VEXILO_LOGE("dlsym failed for parse Solution Map: %s", error);
+    return;
+  }
+  Resolve(m_libHandle, "RequestApplySolution", m_applySolution);
+  Resolve(m_libHandle, "SaveResultToSolutionDB", m_saveResult);
+  Resolve(m_libHandle, "ProcessLaunchApp", m_launchApp);
+  if (const char* error = dlerror()) VEXILO_LOGE("dlsym failed: %s", error);
+}
+
+// ---- starting a diagnosis
+
+void QUVA_DiagManager::StartQGuideDiagnosis() {
+  VEXILO_LOGI("StarQGuide Diagnosis");
+  InferenceSubscribeOnce(kInferenceWait, QGuideCallbackFunc);
+  VEXILO_LOGI("End QGuide Diagnosis");
+}
+
+void QUVA_DiagManager::StartAutoDiagnosis() {
+  VEXILO_LOGI("StartAutoDiagnosis");
+  InferenceSubscribeOnce(kInferenceWait, SolutionCallbackFunc);
+  m_isDiagnosisRequested = true;
+  VEXILO_LOGI("EndAutoDiagnosis");
+}
+
+void QUVA_DiagManager::RemainingProblem() {
+  VEXILO_LOGI("RemainingProblem");
+  SetEngineOperation("InferenceRemaining");
+  InferenceSubscribeOnce(kInferenceWait, RemainingCallbackFunc);
+  m_isDiagnosisRequested = true;
+}
+
+void QUVA_DiagManager::EnterRemaining() {
+  VEXILO_LOGI("EnterRemaining");
+}
+
+void QUVA_DiagManager::OptimizeDevice() {
+  CGetData::GetInstance()->performDeepClean();
+  CGetData::GetInstance()->performMemBoost();
+}
+
+void QUVA_DiagManager::SetExitFlag(int code) {
+  m_exitFlag = code;
+  _exit(code);
+}
+
+// ---- the engine's callbacks
+
+void QUVA_DiagManager::QGuideCallbackFunc(unsigned int, DTSignalData) {
+  QUVA_DiagManager* manager = GetInstance();
+  std::lock_guard lock(m_TVDMmutex);
+  VEXILO_LOGI("QGuideCallbackFunc");
+  manager->SetIsCallBackFinish(true);
+  QUVA_DiagResultManager::GetInstance()->CreateQGuideErrList();
+  g_idle_add(EndQGuideLoop, nullptr);
+}
+
+void QUVA_DiagManager::SolutionCallbackFunc(unsigned int, DTSignalData) {
+  std::lock_guard lock(m_TVDMmutex);
+  VEXILO_LOGI("SolutionCallbackFunc");
+  SetEngineOperation("SolutionCallback");
+  VEXILO_LOGI("CreateErrorList start..");
+  QUVA_DiagResultManager::GetInstance()->CreateErrorList();
+  VEXILO_LOGI("CreateErrorList end..");
+}
+
+void QUVA_DiagManager::RemainingCallbackFunc(unsigned int, DTSignalData) {
+  std::lock_guard lock(m_TVDMmutex);
+  VEXILO_LOGI("RemainingCallbackFunc");
+  SetEngineOperation("RemainingCallback");
+  QUVA_DiagResultManager::GetInstance()->CompareRemaining();
+}
+
+// ---- self diagnosis
+
+std::string QUVA_DiagManager::StartSelfDiagnosis(const char* item) {
+  VEXILO_LOGI("StartSelfDiagnosis!!!!!!!!!!!!!");
+  if (std::strcmp(item, "NetworkSetting") == 0) {
+    VEXILO_LOGI("launch Network Setting");
+    if (m_launchApp) m_launchApp(kNetworkSettingApp);
+    return "";
+  }
+  if (std::strcmp(item, "SignalInfo") == 0) {
+    VEXILO_LOGI("launch Signal Info from QUVA Native side");
+    const int source = GetCurrentSourceInfo();
+    if (std::find(std::begin(kHdmiSources), std::end(kHdmiSources), source) != std::end(kHdmiSources)) {
+      VEXILO_LOGI("HDMI MODE");
+      return "hdmi-information";
+    }
+    VEXILO_LOGI("NOT HDMI MODE");
+    return "signal-information";
+  }
+  VEXILO_LOGE("Unknown Value : %s", item);
+  return "";
+}
+
+int GetCurrentSourceInfo() {
+  int source = kNoSource;
+  const auto control = TVServiceAPI::CreateSourceControl(kMainScreen);
+  if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGI("GetCurrentSourceInfo success");
+  VEXILO_LOGI("Current source : %d", source);
+  return source;
+}
+
+}  // namespace QUVA
