@@ -39,7 +39,8 @@ class TCXMLParser {
   class TCAttributes {
    public:
     /// Lower-cases the name and sets the entry, also when it is there already.
-    void Insert(std::string name, std::string_view value);
+    void Insert(std::string_view name, std::string_view value);
+    void Clear() { m_count = 0; }
 
     /// All return false and leave `out` untouched when the attribute is missing. Otherwise:
     bool GetValue(std::string_view name, std::string& out) const;   ///< copies
@@ -54,10 +55,12 @@ class TCXMLParser {
     bool HasAttrOfValue(std::string_view name, std::string_view value) const;
 
    private:
+    std::string* Find(std::string_view name);
     const std::string* Find(std::string_view name) const;
 
-    // Sorted by name. An element has few attributes, and a flat list of them costs no allocation each.
+    // An element has few attributes: looking through a flat list is faster than a tree, and its texts are used again.
     std::vector<std::pair<std::string, std::string>> m_attributes;
+    size_t m_count = 0;
   };
 
   /// Character data by element.
@@ -81,6 +84,7 @@ class TCXMLParser {
     const TCXMLParser* parser = nullptr;
     QUVA_SolutionMap* map = nullptr;
     std::string currentElement;
+    TCAttributes attributes;  ///< of the element that is read
     XML_ParserStruct* expat = nullptr;
     std::exception_ptr failure;  ///< what a handler threw; it must not unwind through the C library
   };

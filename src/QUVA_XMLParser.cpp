@@ -20,9 +20,6 @@ namespace {
 
 using ExpatParser = std::unique_ptr<XML_ParserStruct, CRelease<&XML_ParserFree>>;
 
-// The attributes of the longest element, so that its list is allocated once.
-constexpr size_t kUsualAttributes = 16;
-
 // ASCII only: tag and attribute names of the format have no other letters, and no locale may change their meaning.
 void LowerCase(std::string& text) {
   for (char& c : text)
@@ -70,21 +67,27 @@ void TCParserDataBuffer::Clear() {
 
 // ---- attributes
 
-void TCXMLParser::TCAttributes::Insert(std::string name, std::string_view value) {
-  LowerCase(name);
-  if (m_attributes.empty()) m_attributes.reserve(kUsualAttributes);
-  const auto at = std::lower_bound(m_attributes.begin(), m_attributes.end(), name,
-                                   [](const auto& entry, const std::string& wanted) { return entry.first < wanted; });
-  if (at != m_attributes.end() && at->first == name)
-    at->second = value;
-  else
-    m_attributes.emplace(at, std::move(name), value);
+void TCXMLParser::TCAttributes::Insert(std::string_view name, std::string_view value) {
+  if (m_count == m_attributes.size()) m_attributes.emplace_back();
+  auto& [newName, newValue] = m_attributes[m_count];
+  newName = name;
+  LowerCase(newName);
+  if (std::string* known = Find(newName)) {
+    *known = value;
+  } else {
+    newValue = value;
+    ++m_count;
+  }
+}
+
+std::string* TCXMLParser::TCAttributes::Find(std::string_view name) {
+  return const_cast<std::string*>(std::as_const(*this).Find(name));
 }
 
 const std::string* TCXMLParser::TCAttributes::Find(std::string_view name) const {
-  const auto at = std::lower_bound(m_attributes.begin(), m_attributes.end(), name,
-                                   [](const auto& entry, std::string_view wanted) { return entry.first < wanted; });
-  return at != m_attributes.end() && at->first == name ? &at->second : nullptr;
+  for (size_t i = 0; i < m_count; ++i)
+    if (m_attributes[i].first == name) return &m_attributes[i].second;
+  return nullptr;
 }
 
 bool TCXMLParser::TCAttributes::GetValue(std::string_view name, std::string& out) const {
@@ -196,7 +199,8 @@ void TCXMLParser::m_StartXmlElement(void* context, const char* name, const char*
   if (!context || !name || !attributes) return;
   auto& parse = *static_cast<TCParseContext*>(context);
   try {
-    TCAttributes list;
+    TCAttributes& list = parse.attributes;
+    list.Clear();
     for (; attributes[0]; attributes += 2) list.Insert(attributes[0], attributes[1]);
     std::string tag = name;
     LowerCase(tag);
