@@ -8,6 +8,8 @@ namespace set_paths {
 inline constexpr char kLocaleDir[] = "/usr/apps/com.tornelo.TVVexilo/shared/locale";
 inline constexpr char kParserPlugin[] = "/usr/lib/libquva_parser.so";
 inline constexpr char kSolutionMap[] = "/usr/share/vexilo/solutionmap.xml";
+inline constexpr char kMenuItems[] = "/usr/share/vexilo/menuitems.json";
+inline constexpr char kCheckerDir[] = "/usr/share/menu/providers/";
 
 // Databases.
 inline constexpr char kInferenceDb[] = "/home/owner/share/Trevlin/DB/inference.db";
@@ -18,8 +20,18 @@ inline constexpr char kTestDb[] = "/opt/usr/home/owner/share/test.db";
 // Exchange with other applications and services.
 inline constexpr char kQGuideResult[] = "/tmp/qsyslink/inference_result";
 inline constexpr char kQGuideBackgroundResult[] = "/opt/usr/home/owner/content/Documents/inference_result";
+inline constexpr char kTager[] = "/tmp/tager";
+inline constexpr char kTagerRequests[] = "/tmp/tager/req";
+inline constexpr char kTagerAnswers[] = "/tmp/tager/ack";
 inline constexpr char kMemBoostRequest[] = "/tmp/tager/req/memBoost";
 inline constexpr char kDeepCleanRequest[] = "/tmp/tager/req/CleanAll.txt";
+inline constexpr char kCobaltSize[] = "/tmp/tager/cobalt_size";
+inline constexpr char kReportTriggers[] = "/tmp/kov_NDF";
+inline constexpr char kRebootReportTriggers[] = "/tmp/kov_NDF_reboot";
+
+// Packages.
+inline constexpr char kPackagesDir[] = "/opt/usr/apps";
+inline constexpr char kWebCacheDir[] = "/opt/usr/home/owner/.cache/Apps/WebAppsCache";
 
 // Facts of the set.
 inline constexpr char kUserPartition[] = "/opt";
@@ -35,6 +47,8 @@ inline constexpr char kHostRun[] = "/run/vexilo-host";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";
+inline constexpr char kReportsDir[] = "/var/lib/vexilo-host/reports";
+inline constexpr char kSetdState[] = "/var/lib/vexilo-host/setd";
 inline constexpr char kLogFile[] = "/var/lib/vexilo-host/log/vexilo.log";
 
 }  // namespace set_paths

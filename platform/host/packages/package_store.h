@@ -1,0 +1,61 @@
+#pragma once
+/// @file
+/// The packages of the set: one folder each in set_paths::kPackagesDir, with a manifest (docs/packages.md).
+///
+///     <package id>/manifest.json   what it is
+///     <package id>/data/           what the viewer made with it
+///     <package id>/cache/          what it can make again
+///     <package id>/…               the program
+///
+/// A package is only used when its manifest is well-formed and names the folder that it lies in; others are named in
+/// the log once and skipped.
+///
+/// Thread rule: callable from any thread. Calls read the disk; those that remove or measure block for as long as that
+/// takes. Results are PKGMGR_R_* (pkgmgr_client.h).
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packages/safe_tree.h"
+
+namespace packages {
+
+struct Package {
+  std::string packageId;  ///< letters, digits, '.', '_', '-'; no "." or ".."
+  std::string appId;      ///< of the same letters; unique among the packages
+  std::string serviceId;
+  std::string title;
+  std::string iconDir;               ///< absolute, of the set, ends with '/', inside the package
+  std::vector<std::string> command;  ///< program (relative to the package, or absolute) and arguments; may be empty
+  int attribute1 = 0;
+  int attribute2 = 0;
+  bool removable = true;
+  bool locked = false;
+  bool keepRunning = false;  ///< memory boost leaves its processes alone
+};
+
+/// Whether `id` is a name that a package or application can have: it cannot lead out of a folder.
+bool IsId(const std::string& id);
+
+/// All packages by title, then package id. A removal that was interrupted is finished first.
+std::vector<Package> List();
+std::optional<Package> FindByPackageId(const std::string& packageId);
+std::optional<Package> FindByAppId(const std::string& appId);
+
+std::string FolderOf(const Package& package);
+std::string DataFolderOf(const Package& package);
+std::string CacheFolderOf(const Package& package);
+/// The web engine's cache of the application, outside the package.
+std::string WebCacheFolderOf(const Package& package);
+
+/// Empties the cache folders (its own and the web engine's), or data and cache.
+int ClearCache(const Package& package);
+int ClearData(const Package& package);
+
+/// Removes the package and its web cache. The folder is renamed out of sight first, so that a package is there whole or
+/// not at all; List() finishes what an interruption left. `onProgress` gets 0 to 100.
+int Remove(const Package& package, const std::function<void(int)>& onProgress = {});
+
+}  // namespace packages
