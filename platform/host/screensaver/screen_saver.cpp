@@ -14,7 +14,7 @@ constexpr char kTag[] = "SCREEN_SAVER";
 constexpr char kService[] = "org.freedesktop.ScreenSaver";
 constexpr char kObjectPath[] = "/org/freedesktop/ScreenSaver";
 constexpr char kApplication[] = "com.tornelo.TVVexilo";
-constexpr int64_t kLimitUs = 500 * 1000;
+constexpr int64_t kLimitUs = 500'000;
 
 using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
 
