@@ -18,10 +18,11 @@
 
 #include "app_framework.h"
 #include "appfw/app_control.h"
-#include "appfw/glib_handle.h"
 #include "appfw/glib_main_loop.h"
 #include "appfw/launcher.h"
 #include "appfw/single_instance.h"
+#include "base/glib_handle.h"
+#include "base/session_bus.h"
 #include "dlog.h"
 #include "settings/menu_language.h"
 
