@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <list>
 #include <string>
 #include <vector>
@@ -39,8 +40,8 @@ inline const std::string view_authority = "view_authority";
 }  // namespace Column
 
 /// The application's SQLite layer: one database open at a time, on one connection.
-/// Thread rule: no lock of its own; its one user serialises the calls. They block on the disk, never on a lock of
-/// another process.
+/// Thread rule: no lock of its own; its one user serialises the calls. They block on the disk, and for a second
+/// at most from OpenDB() on for a lock of another process.
 /// Results are 1 for success and 0 for failure; the log has the reason.
 class TCDBManager {
  public:
@@ -50,7 +51,8 @@ class TCDBManager {
   TCDBManager(const TCDBManager&) = delete;
   TCDBManager& operator=(const TCDBManager&) = delete;
 
-  /// Opens the database, making its file and table where they are missing; the folder must be there.
+  /// Opens the database, making its file and table where they are missing; the folder must be there. A symbolic link is
+  /// refused.
   /// Returns 1 in every case: after a failure the operations that follow fail.
   int OpenDB(EDBName db);
   int CloseDB();
@@ -84,6 +86,7 @@ class TCDBManager {
   int m_Select(std::string table, std::vector<std::string>& out);
   int m_Select(std::string table, std::string columns, std::vector<std::string>& out);
   int m_SqlExecute(std::string query);
+  static int m_WaitForLock(void* self, int attempt);
 
   template <typename AppendColumn>
   int m_ReadRows(const std::string& table, const std::string& query, std::vector<std::string>& out,
@@ -91,6 +94,7 @@ class TCDBManager {
 
   char m_tableNames[kDatabaseCount][kTableNameSize] = {};
   sqlite3* m_db = nullptr;
+  std::chrono::steady_clock::time_point m_lockDeadline;
   static TCDBManager* m_instance;
 };
 

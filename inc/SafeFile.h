@@ -3,11 +3,18 @@
 #include <string>
 #include <string_view>
 
+#include "c_handle.h"
+
 namespace QUVA {
 
+/// Opens a file of this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
+/// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
+/// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.
+FileHandle OpenFileWithoutLinks(const std::string& path);
+
 /// Creates or empties the file at `path` (of the set) and writes `content`, unless a symbolic link stands anywhere on
-/// the way to it. The folder must be there. False on refusal or failure, with the reason in errno (ELOOP for a link).
-/// Any thread.
+/// the way to it. The folder must be there. False on refusal or failure, with the reason in errno; a file that could
+/// not be written whole is removed. Any thread.
 bool CreateFileWithoutLinks(const std::string& path, std::string_view content);
 
 }  // namespace QUVA

@@ -2,6 +2,7 @@
 #include <libintl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <iterator>
 #include <set>
@@ -181,6 +182,7 @@ void updateVConf(char* launchMech) {
 
 int main(int argc, char** argv) {
   VEXILO_LOGI("Main of main");
+  std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes is an error of the write, as a full disk is
   if (argc > 1 && Equals(argv[1], kQGuideArgument)) return RunHeadless();
   return RunInteractive(argc, argv);
 }

@@ -1,8 +1,10 @@
 #include "QUVA_DBManager.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdio>
+#include <thread>
 
 #include "VexiloLog.h"
 #include "set_paths.h"
@@ -25,11 +27,20 @@ constexpr char kRemainingColumns[] =
     "(idx TEXT, issue_code TEXT, is_fix TEXT, last_time TEXT, sol_type TEXT, sid_issue TEXT, sid_sol TEXT, "
     "sid_button1 TEXT, sid_button2 TEXT, action TEXT, toast1 TEST, toast2 TEXT, source TEXT, view_authority TEXT)";
 
+// Another process that looks at the database is done within this time, from its opening on.
+constexpr std::chrono::seconds kLockPatience(1);
+constexpr std::chrono::milliseconds kLockPause(5);
+
 constexpr int kFailure = 0;
 constexpr int kSuccess = 1;
 
 bool IsKnown(EDBName db) {
   return db >= DB_INFERENCE && db <= DB_TEST;
+}
+
+bool IsLink(const std::string& path) {
+  struct stat info {};
+  return lstat(SystemPath(path).c_str(), &info) == 0 && S_ISLNK(info.st_mode);
 }
 
 std::string TextOf(sqlite3_stmt* row, int column) {
@@ -69,13 +80,17 @@ int TCDBManager::OpenDB(EDBName db) {
   sqlite3_close(m_db);
   m_db = nullptr;
   const std::string path = m_GetDBPath(db);
-  if (sqlite3_open(SystemPath(path).c_str(), &m_db) != SQLITE_OK) {
+  if (IsLink(path)) {
+    VEXILO_LOGE("ERROR: %s open is fail!! ( %s )", path.c_str(), "it is a symbolic link");
+  } else if (sqlite3_open(SystemPath(path).c_str(), &m_db) != SQLITE_OK) {
     VEXILO_LOGE("ERROR: %s open is fail!! ( %s )", path.c_str(), sqlite3_errmsg(m_db));
     sqlite3_close(m_db);
     m_db = nullptr;
   } else {
     // Rows are inserted as double-quoted texts, which some builds of the library no longer take for strings.
     sqlite3_db_config(m_db, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
+    m_lockDeadline = std::chrono::steady_clock::now() + kLockPatience;
+    sqlite3_busy_handler(m_db, m_WaitForLock, this);
   }
   for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) {
     const std::string table = m_GetTableName(db, i);
@@ -84,6 +99,12 @@ int TCDBManager::OpenDB(EDBName db) {
     m_Create(table);
   }
   return kSuccess;
+}
+
+int TCDBManager::m_WaitForLock(void* self, int) {
+  if (std::chrono::steady_clock::now() >= static_cast<TCDBManager*>(self)->m_lockDeadline) return 0;
+  std::this_thread::sleep_for(kLockPause);
+  return 1;
 }
 
 int TCDBManager::CloseDB() {
@@ -227,7 +248,7 @@ int TCDBManager::m_Select(std::string table, std::string columns, std::vector<st
 int TCDBManager::m_SqlExecute(std::string query) {
   VEXILO_LOGD("m_SqlExecute query : %s", query.c_str());
   if (sqlite3_exec(m_db, query.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return kSuccess;
-  VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", sqlite3_errmsg(m_db));
+  VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", m_db ? sqlite3_errmsg(m_db) : "no database is open");
   return kFailure;
 }
 

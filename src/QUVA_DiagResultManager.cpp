@@ -1,6 +1,5 @@
 #include "QUVA_DiagResultManager.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "QUVA_DBManager.h"
 #include "QUVA_KPISender.h"
 #include "QUVA_Storage.h"
+#include "SafeFile.h"
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
@@ -525,26 +525,6 @@ int QUVA_DiagResultManager::CreateErrorList() {
   return 1;
 }
 
-namespace {
-
-// For writing, created or emptied; null with errno. A link that is planted after the check is not followed either, and
-// what is no file is not written to.
-FileHandle OpenResultFile(const std::string& path) {
-  FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
-  struct stat info {};
-  if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
-  if (!S_ISREG(info.st_mode)) {
-    errno = EINVAL;
-    return nullptr;
-  }
-  if (ftruncate(fd.get(), 0) != 0) return nullptr;
-  FileHandle file(fdopen(fd.get(), "w+"));
-  if (file) fd.release();
-  return file;
-}
-
-}  // namespace
-
 int QUVA_DiagResultManager::CreateQGuideErrList() {
   VEXILO_LOGI("CreateQGuideErrorList");
   const char* launchFrom = CUtils::Instance().m_pGetLaunchFrom();
@@ -578,7 +558,7 @@ int QUVA_DiagResultManager::openQGuideForWrite(const char* path) {
     VEXILO_LOGE("lstat error");
     return 0;
   }
-  FileHandle file = OpenResultFile(full);
+  FileHandle file = OpenFileWithoutLinks(full);
   if (!file) {
     VEXILO_LOGE("Unable to open file %s %d", path, errno);
     return 0;

@@ -120,7 +120,7 @@ bool TCXMLParser::TCAttributes::GetValue(std::string_view name, double& out) con
   if (!value || value->empty()) return false;
   char* end = nullptr;
   const double number = g_ascii_strtod(value->c_str(), &end);  // whatever the locale
-      if (end != value->c_str() + value->size()) return false;
+  if (end != value->c_str() + value->size()) return false;
   out = number;
   return true;
 }

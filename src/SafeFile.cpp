@@ -1,15 +1,28 @@
 #include "SafeFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
-#include "c_handle.h"
 #include "system_path.h"
 
 namespace QUVA {
+
+FileHandle OpenFileWithoutLinks(const std::string& path) {
+  FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
+  struct stat info {};
+  if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
+  if (!S_ISREG(info.st_mode) || info.st_nlink > 1) {
+    errno = S_ISREG(info.st_mode) ? EMLINK : EINVAL;
+    return nullptr;
+  }
+  if (ftruncate(fd.get(), 0) != 0) return nullptr;
+  FileHandle file(fdopen(fd.get(), "w+"));
+  if (file) fd.release();
+  return file;
+}
 
 bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
   const std::string full = SystemPath(path);
@@ -19,11 +32,9 @@ bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
     return false;
   }
   if (!resolved && errno != ENOENT) return false;
-  // A link that leads nowhere does not resolve, and one can be planted meanwhile: neither is followed.
-  FdHandle fd(open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
-  FileHandle file(fd ? fdopen(fd.get(), "w") : nullptr);
+  // A link that leads nowhere does not resolve, and one can be planted meanwhile.
+  FileHandle file = OpenFileWithoutLinks(full);
   if (!file) return false;
-  fd.release();
   const bool written = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
   if (std::fclose(file.release()) == 0 && written) return true;
   // A request that is not whole must not be taken for one.

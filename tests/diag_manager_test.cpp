@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
@@ -391,6 +392,7 @@ TEST_F(ParserPlugin, AMapThatCannotBeUsedLeavesTheStorageAsItIs) {
       {"not xml", [] { WriteMap(std::string(100, '\0')); }},
       {"a parameter first", [] { WriteMap("<map>" + Parameter("launch", "a") + Element("99") + "</map>"); }},
       {"a folder", [&] { fs::create_directory(path); }},
+      {"a pipe", [&] { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);

@@ -328,7 +328,7 @@ TEST(MenuLanguage, FindsTextsWithoutTheLocale) {
     const char* setting;
     const char* text;
   } kCases[] = {{"de_DE.utf8", "text in de"}, {"sr_RS.utf8@latin", "text in sr@latin"},
-                {"xx_XX.utf8", "ID"},         {"de", "text in de"},
+                {"xx_XX.utf8", "text in en"}, {"de", "text in de"},
                 {"../de", "text in en"},      {"", "text in en"}};
   for (const auto& [setting, text] : kCases) {
     ASSERT_EQ(vconf_set_str("db/menu_widget/language", setting), 0);

@@ -65,7 +65,7 @@ typedef struct {
 int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callbacks, void* user_data);
 
 /// Ends the main loop; terminate is called and ui_app_main() returns once the running callback has returned. Requests
-/// that wait by then are dropped, with a log line; later ones are refused, and a new start is an instance of its own.
+/// that wait by then and later ones are refused, and their starts become instances of their own.
 /// Does nothing while no application runs.
 void ui_app_exit(void);
 }

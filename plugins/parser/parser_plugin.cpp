@@ -132,6 +132,8 @@ int ReadAndStoreMap() {
     VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
     return kFailed;
   }
+  if (map.count != map.solutions.size())
+    VEXILO_LOGE("%s declares %u solutions and has %zu", set_paths::kSolutionMap, map.count, map.solutions.size());
   CheckCodes(map);
   Store(map);
   return kDone;

@@ -134,6 +134,14 @@ const Fault kFaults[] = {
      "Unable to open file /tmp/qsyslink/inference_result 2", nullptr},
     {"ResultIsAFolder", [] { fs::create_directory(SystemPath(set_paths::kQGuideResult)); },
      "Unable to open file /tmp/qsyslink/inference_result 21", nullptr},
+    {"ResultIsAPipe", [] { mkfifo(SystemPath(set_paths::kQGuideResult).c_str(), 0600); },
+     "Unable to open file /tmp/qsyslink/inference_result 22", nullptr},
+    {"MapIsAPipe",
+     [] {
+       fs::remove(SystemPath(set_paths::kSolutionMap));
+       mkfifo(SystemPath(set_paths::kSolutionMap).c_str(), 0600);
+     },
+     "cannot read /usr/share/vexilo/solutionmap.xml: not a regular file", ""},
     {"NoMap", [] { fs::remove(SystemPath(set_paths::kSolutionMap)); },
      "cannot read /usr/share/vexilo/solutionmap.xml: No such file or directory", ""},
     {"MapIsAFolder",

@@ -23,7 +23,7 @@ constexpr char kIntrospection[] =
     "</interface></node>";
 
 constexpr std::chrono::milliseconds kBusLimit(2000);
-constexpr unsigned int kInstanceLimitMs = 10000;
+constexpr unsigned int kInstanceLimitMs = 30000;
 constexpr int kAttempts = 5;
 
 // Of the bus's own interface.
@@ -163,10 +163,12 @@ void SingleInstance::OnMethodCall(GDBusConnection*, const char*, const char*, co
   const char* value = nullptr;
   while (g_variant_iter_next(&iterator, "{&s&s}", &key, &value))
     if (IsExtraKey(key)) SetExtra(extras, key, value);
-  if (static_cast<SingleInstance*>(self)->m_handler(extras))
-    g_dbus_method_invocation_return_value(invocation, nullptr);
-  else
-    g_dbus_method_invocation_return_dbus_error(invocation, kErrorEnding, "the application is ending");
+  static_cast<SingleInstance*>(self)->m_handler(std::move(extras), [invocation](bool delivered) {
+    if (delivered)
+      g_dbus_method_invocation_return_value(invocation, nullptr);
+    else
+      g_dbus_method_invocation_return_dbus_error(invocation, kErrorEnding, "the application is ending");
+  });
 }
 
 void SingleInstance::OnClosed(GDBusConnection*, gboolean, GError* error, void* self) {

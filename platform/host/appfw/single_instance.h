@@ -26,8 +26,11 @@ class SingleInstance {
     kNoAnswer,   ///< another one is there and did not take the request in time
   };
 
-  /// Takes a request that another start forwarded; false refuses it.
-  using RequestHandler = std::function<bool(const Extras&)>;
+  /// Tells the start that forwarded a request, which waits for it, whether the request is delivered. Once, and not after
+  /// the end of the SingleInstance.
+  using Answer = std::function<void(bool delivered)>;
+  /// Takes a request that another start forwarded.
+  using RequestHandler = std::function<void(Extras, Answer)>;
 
   SingleInstance() = default;
   SingleInstance(const SingleInstance&) = delete;
@@ -35,7 +38,8 @@ class SingleInstance {
   ~SingleInstance();
 
   /// Becomes the instance, whose forwarded requests `handler` then takes, or hands `request` to the one there is.
-  /// Blocks for at most two seconds for an answer of the bus, and ten for the instance's, which may be just starting.
+  /// Blocks for at most two seconds for an answer of the bus, and thirty for the instance's, which may be just starting
+  /// or have another request to end first.
   Role Settle(const std::string& busAddress, const Extras& request, RequestHandler handler);
 
   /// The next start becomes an instance of its own; the handler is still asked for requests that are on their way.

@@ -71,7 +71,7 @@ class ToolkitEnvironment {
 
  private:
   static void MakePrivateFolder() {
-    for (const int number : {SIGTERM, SIGINT}) std::signal(number, RemovePrivateFolderAndEnd);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) std::signal(number, RemovePrivateFolderAndEnd);
     std::snprintf(g_privateFolder.data(), g_privateFolder.size(), "%s/vexilo-XXXXXX", g_get_tmp_dir());
     if (mkdtemp(g_privateFolder.data())) return;
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "no folder for run-time files: %s: %s", g_privateFolder.data(),
@@ -142,6 +142,12 @@ Extras ParseArguments(int argc, char** argv) {
   return extras;
 }
 
+/// A request that waits to be delivered, and the start that waits for that.
+struct Request {
+  Extras extras;
+  SingleInstance::Answer answer;
+};
+
 class Application {
  public:
   Application(int argc, char** argv, const ui_app_lifecycle_callback_s& callbacks, void* userData)
@@ -154,7 +160,7 @@ class Application {
  private:
   int RunInstance(Extras firstRequest);
   void RunMainLoop();
-  bool Accept(const Extras& request);
+  void Accept(Extras extras, SingleInstance::Answer answer);
   void ScheduleDelivery();
   void Deliver();
   void Terminate();
@@ -169,7 +175,7 @@ class Application {
   const std::string m_busAddress = SessionBusAddress();  // before the environment is changed
   ToolkitEnvironment m_environment;
   SingleInstance m_instance;
-  std::deque<Extras> m_requests;
+  std::deque<Request> m_requests;
   unsigned int m_deliverySource = 0;
   bool m_delivering = false;
   bool m_visible = true;
@@ -182,7 +188,9 @@ Application* g_application = nullptr;
 
 int Application::Run() {
   Extras firstRequest = ParseArguments(m_argc, m_argv);
-  switch (m_instance.Settle(m_busAddress, firstRequest, [this](const Extras& request) { return Accept(request); })) {
+  switch (m_instance.Settle(m_busAddress, firstRequest, [this](Extras extras, SingleInstance::Answer answer) {
+    Accept(std::move(extras), std::move(answer));
+  })) {
     case SingleInstance::Role::kForwarded:
       return 0;
     case SingleInstance::Role::kNoAnswer:
@@ -201,11 +209,12 @@ int Application::RunInstance(Extras firstRequest) {
   }
   const SignalSource terminate(SIGTERM, OnSignal, this);
   const SignalSource interrupt(SIGINT, OnSignal, this);
+  const SignalSource hangUp(SIGHUP, OnSignal, this);
   if (m_callbacks.create && !m_callbacks.create(m_userData)) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the application's create callback failed");
     return -ECANCELED;
   }
-  m_requests.push_back(std::move(firstRequest));
+  m_requests.push_back({std::move(firstRequest), [](bool) {}});
   RunMainLoop();
   Terminate();
   return 0;
@@ -224,14 +233,16 @@ void Application::Exit() {
   if (m_exiting) return;
   m_exiting = true;
   m_instance.GiveUpName();
+  // Their starts become instances themselves.
+  for (const Request& request : m_requests) request.answer(false);
+  m_requests.clear();
   if (m_inLoop) elm_exit();
 }
 
-bool Application::Accept(const Extras& request) {
-  if (m_exiting) return false;
-  m_requests.push_back(request);
+void Application::Accept(Extras extras, SingleInstance::Answer answer) {
+  if (m_exiting) return answer(false);
+  m_requests.push_back({std::move(extras), std::move(answer)});
   ScheduleDelivery();
-  return true;
 }
 
 void Application::ScheduleDelivery() {
@@ -248,7 +259,8 @@ gboolean Application::OnDelivery(void* self) {
 
 void Application::Deliver() {
   app_control_s request;
-  request.extras = std::move(m_requests.front());
+  request.extras = std::move(m_requests.front().extras);
+  m_requests.front().answer(true);
   m_requests.pop_front();
   m_delivering = true;
   if (m_callbacks.app_control) m_callbacks.app_control(&request, m_userData);
@@ -274,8 +286,6 @@ gboolean Application::OnSignal(void* self) {
 void Application::Terminate() {
   if (m_terminated) return;
   m_terminated = true;
-  if (!m_requests.empty())
-    __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "ended with %zu requests not delivered", m_requests.size());
   m_environment.RemovePrivateFolder();  // now, as the callback may end the process
   if (m_callbacks.terminate) m_callbacks.terminate(m_userData);
 }

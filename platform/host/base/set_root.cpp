@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -25,7 +26,9 @@ std::string ReadRoot() {
     Refuse(root, "may hold letters, digits, '/', '.', '_' and '-' only");
   char resolved[PATH_MAX];
   if (!realpath(root.c_str(), resolved)) Refuse(root, "is not a folder that exists");
-  if (root != resolved) Refuse(root, "must be a path without links, \".\" and \"..\"");
+  if (root != resolved) Refuse(root, "must be a path without links, \".\", \"..\" and doubled slashes");
+  struct stat info {};
+  if (stat(root.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) Refuse(root, "is not a folder");
   return root;
 }
 

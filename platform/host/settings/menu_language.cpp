@@ -19,8 +19,8 @@ constexpr char kKey[] = "db/menu_widget/language";
 constexpr char kEnglish[] = "en_US.utf8";
 constexpr char kNeutral[] = "C.UTF-8";
 
-/// "de_DE.utf8" as gettext's list of languages, "de_DE:de"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin". Empty when
-/// the text is no locale's name.
+/// "de_DE.utf8" as gettext's list of languages, "de_DE:de:en"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin:en". English
+/// stands in for texts that a catalogue has not. Empty when the text is no locale's name.
 std::string LanguagesOf(const std::string& locale) {
   const size_t modifierAt = std::min(locale.find('@'), locale.size());
   const std::string modifier = locale.substr(modifierAt);
@@ -29,7 +29,7 @@ std::string LanguagesOf(const std::string& locale) {
   const bool known = std::all_of(locale.begin(), locale.end(),
                                  [](char each) { return g_ascii_isalnum(each) || std::strchr("_.@-", each); });
   if (!known || language.size() < 2 || language.size() > 3) return "";
-  return (name == language ? "" : name + modifier + ":") + language + modifier;
+  return (name == language ? "" : name + modifier + ":") + language + modifier + (language == "en" ? "" : ":en");
 }
 
 }  // namespace

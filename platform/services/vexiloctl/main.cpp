@@ -160,6 +160,7 @@ void OccupyStandardDescriptors() {
 int Main(int argc, char** argv) {
   OccupyStandardDescriptors();
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   setenv("VEXILO_LOG_TARGET", "file", 0);
   try {
     Run(argc, argv);

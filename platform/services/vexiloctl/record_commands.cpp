@@ -16,6 +16,7 @@
 #include "set_paths.h"
 #include "system_path.h"
 #include "titles.h"
+#include "trevlin/trevlin_database.h"
 
 namespace vexiloctl {
 
@@ -136,6 +137,16 @@ std::optional<Json::Value> ParseEvent(const std::string& line) {
 
 // ---- result
 
+// That nothing was found says nothing when the engine's history cannot be read.
+void CheckDatabases() {
+  trevlin::Database database(trevlin::Database::Access::kReadOnly);
+  std::vector<_DTInfDBRecord> transitions;
+  _DTSolDBRecord solution;
+  if (database.Transitions(1, DT_TRANSITION_TYPE_TRUE, transitions) == TREVLIN_ERROR_DATABASE ||
+      database.NewestSolution(1, solution) == TREVLIN_ERROR_DATABASE)
+    throw Failure("the diagnosis had nothing to go by: " + database.LastError());
+}
+
 struct ResultFile {
   std::string path;
   struct stat status;
@@ -231,6 +242,7 @@ void Result(const Arguments& arguments) {
     if (!newest) continue;
     const std::vector<std::string> codes = ReadLines(file.path);
     if (codes.empty()) Print("  no issue found\n");
+    if (codes.empty()) CheckDatabases();
     for (const std::string& code : codes) Print("  " + Visible(code) + "  " + Visible(title(code)) + "\n");
   }
 }
