@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -16,6 +15,7 @@
 #include <tuple>
 
 #include "base/atomic_file.h"
+#include "base/glib_handle.h"
 #include "c_handle.h"
 #include "dlog.h"
 #include "packages/manifest.h"
@@ -151,8 +151,8 @@ void SkipDoubles(std::vector<Package>& packages) {
 
 /// As people look for a title: whatever the case of its letters.
 std::string SortKey(const std::string& title) {
-  const std::unique_ptr<char, CRelease<&g_free>> folded(g_utf8_casefold(title.c_str(), -1));
-  const std::unique_ptr<char, CRelease<&g_free>> key(g_utf8_collate_key(folded.get(), -1));
+  const GText folded(g_utf8_casefold(title.c_str(), -1));
+  const GText key(g_utf8_collate_key(folded.get(), -1));
   return key.get();
 }
 
