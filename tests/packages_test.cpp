@@ -9,9 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -131,24 +132,27 @@ TEST(SafeTree, MeasuresAsTheFileSystemDoesAndRemovesLinksNotTargets) {
   ExpectOutsideIsWhole();
 }
 
-/// A chain of folders of the name "d" with a file in each.
+constexpr char kDeeper[] = "a-deeper-one";
+
+/// A chain of folders with a file in each.
 void MakeDeep(const fs::path& folder, int depth) {
   fs::create_directories(folder);
   FdHandle at(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (int i = 0; i < depth; ++i) {
     FdHandle(openat(at.get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-    ASSERT_EQ(mkdirat(at.get(), "d", 0700), 0);
-    at.reset(openat(at.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(mkdirat(at.get(), kDeeper, 0700), 0);
+    at.reset(openat(at.get(), kDeeper, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
 }
 
 TEST(SafeTree, GoesAsDeepAndWideAsATreeIs) {
   const rlimit few = {100, 100};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  MakeDeep(kHostTree, 5000);
+  MakeDeep(kHostTree, 600);
+  EXPECT_GT(600 * sizeof kDeeper, size_t{PATH_MAX}) << "no path reaches its end";
   for (int i = 0; i < 10000; ++i) Write(kHostTree / ("wide" + std::to_string(i % 100)) / std::to_string(i), "");
   const TreeResult measured = MeasureTree(kTree);
-  EXPECT_EQ(measured.files, 1 + 2 * 5000 + 100 + 10000);
+  EXPECT_EQ(measured.files, 1 + 2 * 600 + 100 + 10000);
   EXPECT_EQ(measured.error, 0);
   const TreeResult removed = RemoveTree(kTree);
   EXPECT_EQ(removed.files, measured.files);
@@ -241,7 +245,7 @@ TEST(SafeTree, IsNotLedOutsideByWhatChangesUnderTheWalk) {
   bool moved = false;
   const TreeResult result = EmptyTree(kTree, [&moved](int64_t) {
     std::string deep = kHostTree;
-    for (int i = 0; i < 100; ++i) deep += "/d";
+    for (int i = 0; i < 100; ++i) deep.append("/").append(kDeeper);
     if (moved || fs::exists(deep + "/f")) return;
     fs::rename(deep, kOutside / "guest");
     moved = true;
@@ -467,6 +471,30 @@ TEST(PackageManager, MeasuresAndClearsData) {
   ExpectOutsideIsWhole();
   EXPECT_EQ(pkgmgr_client_free(client), PKGMGR_R_OK);
   EXPECT_EQ(pkgmgr_client_free(nullptr), PKGMGR_R_EINVAL);
+}
+
+TEST(SamplePackages, AreWholeAndComeIntoASetOnce) {
+  const auto install = [] {
+    return RunProcess({"cmake", "-P", SAMPLES_INSTALL}, {.env = {{"DESTDIR", SystemPath("")}}}).exitCode;
+  };
+  ASSERT_EQ(install(), 0);
+  const std::vector<Package> samples = List();
+  EXPECT_GE(samples.size(), 12u);
+  EXPECT_EQ(TimesLogged("/opt/usr/apps"), 0);
+  for (const Package& sample : samples) {
+    for (const char* icon : {"icon.png", "304x304.png", "448x448.png"})
+      EXPECT_EQ(Read(SystemPath(sample.iconDir + icon)).substr(0, 4), "\x89PNG") << sample.title;
+    EXPECT_EQ(access(SystemPath(FolderOf(sample) + "/" + sample.command.at(0)).c_str(), X_OK), 0) << sample.title;
+    EXPECT_GT(MeasureTree(DataFolderOf(sample)).bytes, 10000) << sample.title;
+    EXPECT_GT(MeasureTree(CacheFolderOf(sample)).bytes, 10000) << sample.title;
+  }
+  const Package removed = samples.front(), changed = samples.back();
+  EXPECT_EQ(Remove(removed), PKGMGR_R_OK);
+  EXPECT_EQ(ClearData(changed), PKGMGR_R_OK);
+  ASSERT_EQ(install(), 0);
+  EXPECT_EQ(List().size(), samples.size() - 1);
+  EXPECT_EQ(FindByPackageId(removed.packageId), std::nullopt);
+  EXPECT_TRUE(fs::is_empty(SystemPath(DataFolderOf(changed))));
 }
 
 }  // namespace
