@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -176,10 +177,13 @@ TEST(WasUninstall, ServesRequestsOfManyThreadsOneAfterTheOther) {
     threads.emplace_back([i, &events] {
       const std::string id = "p" + std::to_string(i) + ".app";
       EXPECT_EQ(was_force_uninstall_webapp(id.c_str(), Events::On, &events[i]), WAS_ERROR_NONE);
-      EXPECT_EQ(Titles(WAS_LIST_REMOVABLE).size(), Titles(WAS_LIST_ALL).size());
+      EXPECT_LE(Titles(WAS_LIST_REMOVABLE).size(), 8u) << "each is there once, or not at all";
     });
   for (std::thread& thread : threads) thread.join();
-  for (Events& one : events) EXPECT_EQ(one.WaitForEnd().back(), "143");
+  for (Events& one : events) EXPECT_EQ(one.WaitForEnd().size(), 5u);
+  std::stringstream log;
+  log << std::ifstream(SystemPath(set_paths::kLogFile)).rdbuf();
+  EXPECT_EQ(log.str(), "") << "that a package goes while it is read is no error";
   EXPECT_EQ(Titles(WAS_LIST_ALL), Texts{});
 }
 
