@@ -27,7 +27,7 @@ pkgmgr_client* pkgmgr_client_new(pkgmgr_client_type type);
 int pkgmgr_client_free(pkgmgr_client* client);
 
 /// Measures a package (by package id) of the user. Blocks for as long as walking its folder takes.
-/// Stores the size and returns PKGMGR_R_OK, or leaves `*size` untouched.
+/// Stores the size and returns PKGMGR_R_OK, or leaves `*size` untouched. On a host all users have the same packages.
 int pkgmgr_client_usr_get_size(pkgmgr_client* client, const char* package_id, pkgmgr_getsize_type type, uid_t user,
                                long long* size);
 

@@ -7,7 +7,13 @@
 extern "C" {
 
 /// Results. Every other negative value is a negative errno.
-enum { WAS_ERROR_NONE = 0, WAS_ERROR_INVALID_PARAMETER = -1, WAS_ERROR_NOT_FOUND = -2, WAS_ERROR_FAILED = -3 };
+enum {
+  WAS_ERROR_NONE = 0,
+  WAS_ERROR_INVALID_PARAMETER = -1,
+  WAS_ERROR_NOT_FOUND = -2,
+  WAS_ERROR_FAILED = -3,
+  WAS_ERROR_NOT_PERMITTED = -13,  ///< the application is locked, or belongs to the set
+};
 
 /// Which applications a list holds. The numbers are the platform's.
 typedef enum {
@@ -45,10 +51,12 @@ typedef enum {
 typedef void (*was_uninstall_cb)(const char* app_id, was_notify_event_e event, int progress, int reserved,
                                  void* user_data);
 
-/// Removes applications, one after the other, and returns once the request is accepted. A negative result means that
-/// nothing is removed and no event comes. A removal that is interrupted by a crash or a power cut is finished when the
-/// service is used next.
+/// Removes applications, one after the other, and returns once the request is accepted. An id that is given twice is
+/// removed and reported once. Events: 142 first; then for each application 120, 121 with rising progress and 122, or
+/// 123 (without 120 where the removal does not begin: an unknown, locked or not removable application); at last 143.
+/// Requests are served in the order in which they came. A negative result means that nothing is removed and no event
+/// comes. A removal that is interrupted by a crash or a power cut is finished when the service is used next.
 int was_multi_uninstall_webapp(const char** app_ids, int count, was_uninstall_cb callback, void* user_data);
-/// Removes one application without asking the viewer; the same events.
+/// Removes one application without asking the viewer; the same events but 142.
 int was_force_uninstall_webapp(const char* app_id, was_uninstall_cb callback, void* user_data);
 }

@@ -23,8 +23,8 @@
 namespace packages {
 
 struct Package {
-  std::string packageId;  ///< letters, digits, '.', '_', '-'; no "." or ".."
-  std::string appId;      ///< of the same letters; unique among the packages
+  std::string packageId;  ///< as IsId() allows
+  std::string appId;      ///< as IsId() allows; unique among the packages
   std::string serviceId;
   std::string title;
   std::string iconDir;               ///< absolute, of the set, ends with '/', inside the package
@@ -36,11 +36,15 @@ struct Package {
   bool keepRunning = false;  ///< memory boost leaves its processes alone
 };
 
-/// Whether `id` is a name that a package or application can have: it cannot lead out of a folder.
+/// Whether `id` is a name that a package or application can have: 1 to 128 letters, digits, '.', '_', '-', the first a
+/// letter or digit. So it cannot lead out of a folder.
 bool IsId(const std::string& id);
 
-/// All packages by title, then package id. A removal that was interrupted is finished first.
+/// All packages by title, then package id. A removal that was interrupted is finished first; one that is going on, in
+/// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
+/// other is skipped.
 std::vector<Package> List();
+/// Reads that one package only.
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 
@@ -50,12 +54,13 @@ std::string CacheFolderOf(const Package& package);
 /// The web engine's cache of the application, outside the package.
 std::string WebCacheFolderOf(const Package& package);
 
-/// Empties the cache folders (its own and the web engine's), or data and cache.
+/// Empties the cache folders (its own and the web engine's), or data and cache. The folders stay, and none is made.
 int ClearCache(const Package& package);
 int ClearData(const Package& package);
 
-/// Removes the package and its web cache. The folder is renamed out of sight first, so that a package is there whole or
-/// not at all; List() finishes what an interruption left. `onProgress` gets 0 to 100.
+/// Removes the package and its web cache. A package that holds something that must be left alone (another owner's
+/// file, a mount point) is not removed at all. Else the folder is renamed out of sight first, so that a package is
+/// there whole or not at all; List() finishes what an interruption left. `onProgress` gets 0 to 100, rising.
 int Remove(const Package& package, const std::function<void(int)>& onProgress = {});
 
 }  // namespace packages

@@ -4,11 +4,17 @@
 ///
 /// Everything goes by descriptors from the folder that is named: a symbolic link is removed or counted as itself and
 /// never followed, a mount point inside is neither entered nor removed, and what belongs to another user than the
-/// folder that is named is left alone, with everything below it. Nothing outside that folder is ever touched.
+/// folder that is named is left alone, with everything below it. Nothing outside that folder is ever touched, whatever
+/// other processes rename meanwhile. The way to the folder, from the set root on, must be free of links, "." and "..".
+///
+/// A folder that lies in something that is not trusted either (the cache in its package) is named with `within`, a
+/// folder above it: then that one's owner counts, and nothing on the way from there, the folder included, may be a
+/// mount point or belong to somebody else (EBUSY, EACCES).
+///
+/// A tree may be of any depth and width: the walk uses a bounded number of descriptors and no stack.
 ///
 /// Thread rule: callable from any thread. Calls block for as long as the walk takes. Paths are of the set.
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -18,18 +24,23 @@ namespace packages {
 struct TreeResult {
   int64_t bytes = 0;  ///< as the file system counts them (allocated blocks), a hard-linked file once
   int64_t files = 0;  ///< files, links and folders
-  int kept = 0;       ///< entries that were left alone or could not be removed
-  int error = 0;      ///< errno of the first failure, 0 when there was none; ENOENT when the folder is not there
+  int kept = 0;       ///< entries that were left alone or could not be removed, not counting the folders they lie in
+  int error = 0;      ///< errno of the first failure, 0 when there was none; ENOENT when the folder is not there.
+                      ///< Where something had to be left alone: EACCES for its owner, EBUSY for a mount point
 };
 
-/// What everything in the folder takes, the folder itself included.
-TreeResult MeasureTree(const std::string& folder);
+/// Called with the bytes removed so far, after each removal.
+using TreeProgress = std::function<void(int64_t)>;
 
-/// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed.
-/// `onProgress`, where set, is called with the bytes removed so far.
-TreeResult EmptyTree(const std::string& folder, const std::function<void(int64_t)>& onProgress = {});
+/// What everything in the folder takes, the folder itself included. What would be left alone is not counted and is no
+/// error; a folder that cannot be read is.
+TreeResult MeasureTree(const std::string& folder, const std::string& within = {});
 
-/// The same, and removes the folder when nothing was kept in it.
-TreeResult RemoveTree(const std::string& folder, const std::function<void(int64_t)>& onProgress = {});
+/// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
+/// hard links frees nothing.
+TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});
+
+/// The same, and removes the folder when nothing was kept in it. A folder that is a mount point is not touched (EBUSY).
+TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});
 
 }  // namespace packages
