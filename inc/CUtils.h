@@ -34,6 +34,11 @@ class CUtils {
   /// The number of the input source that is showing, -1 when it cannot be read.
   int GetCurrentSourceInfo();
 
+  /// Asks the log collector for a report: leaves NAME-DETAIL.log, empty, in its folder, or in the one for reports that
+  /// are to be taken up after a restart of the set. Both texts are of letters, digits, '.', '_' and '-'; others are
+  /// refused, with a log line, as is what cannot be left. Blocks for as long as a shell takes.
+  void m_RequestNDF(const std::string& name, const std::string& detail, bool reboot);
+
   // ---- formatting (CUtilsFormat.cpp); sizes are binary, numbers have two decimals after a point, in every language
 
   /// "3.50"

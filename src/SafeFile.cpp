@@ -1,5 +1,7 @@
 #include "SafeFile.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -8,15 +10,21 @@
 
 namespace QUVA {
 
-bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
+bool HasNoLinks(const std::string& path) {
   const std::string full = SystemPath(path);
-  const CText resolved(realpath(full.c_str(), nullptr));
-  if (resolved && full != resolved.get()) {
-    errno = ELOOP;
-    return false;
-  }
-  if (!resolved && errno != ENOENT) return false;
-  FileHandle file(std::fopen(full.c_str(), "w"));
+  const std::string folder = full.substr(0, full.rfind('/'));
+  const CText resolved(realpath(folder.c_str(), nullptr));
+  if (!resolved) return false;
+  struct stat info {};
+  const bool isLink = lstat(full.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  if (!isLink && folder == resolved.get()) return true;
+  errno = ELOOP;
+  return false;
+}
+
+bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
+  if (!HasNoLinks(path)) return false;
+  FileHandle file(std::fopen(SystemPath(path).c_str(), "w"));
   if (!file) return false;
   const bool written = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
   return std::fclose(file.release()) == 0 && written;
