@@ -1,11 +1,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <string>
 
 namespace QUVA {
 
 /// What all screens share.
-/// Thread rule: main thread, but for the launch source and the device queries, which any thread may ask for.
+/// Thread rule: main thread, but for the launch source, the device queries, the report request and the formatting,
+/// which any thread may ask for.
 class CUtils {
  public:
   /// Created on first use, never destroyed.
@@ -30,6 +33,26 @@ class CUtils {
   int GetChannelType();
   /// The number of the input source that is showing, -1 when it cannot be read.
   int GetCurrentSourceInfo();
+
+  /// Asks the log collector for a report: leaves NAME-DETAIL.log, empty, in its folder, or in the one for reports that
+  /// are to be taken up after a restart of the set. Both texts are of letters, digits, '.', '_' and '-'; others are
+  /// refused, with a log line, as is what cannot be left. Blocks for as long as a shell takes.
+  void m_RequestNDF(const std::string& name, const std::string& detail, bool reboot);
+
+  // ---- formatting (CUtilsFormat.cpp); sizes are binary, numbers have two decimals after a point, in every language
+
+  /// "3.50"
+  static std::string m_RoundValue(double value);
+  /// "-12", without grouping
+  static std::string m_GetStringOfNumber(int32_t number);
+  /// "512.00B", "1.50KB", "1024.00GB"; the unit is chosen before rounding
+  static std::string m_ConvertBytes(int64_t bytes);
+  /// The gigabytes (2^30 bytes), rounded to two decimals. Sets the process's numeric locale to "C" for good.
+  static double m_ConvertToGB(int64_t bytes);
+  /// "3.50GB"
+  static std::string convertToString(double gigabytes);
+  /// The order of year, month and day in dates: "YMD", "DMY" or "MDY".
+  static const char* m_GetDateFormat();
 
  private:
   CUtils() = default;

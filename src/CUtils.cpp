@@ -3,7 +3,9 @@
 #include <vector>
 
 #include "QUVA_DiagManager.h"
+#include "ReportTrigger.h"
 #include "VexiloLog.h"
+#include "set_paths.h"
 #include "tv_service.h"
 
 namespace QUVA {
@@ -44,6 +46,11 @@ int CUtils::GetChannelType() {
 
 int CUtils::GetCurrentSourceInfo() {
   return QUVA::GetCurrentSourceInfo();
+}
+
+void CUtils::m_RequestNDF(const std::string& name, const std::string& detail, bool reboot) {
+  const char* const folder = reboot ? set_paths::kRebootReportTriggers : set_paths::kReportTriggers;
+  LeaveReportTrigger(folder, name + "-" + detail + ".log");
 }
 
 }  // namespace QUVA

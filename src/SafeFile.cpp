@@ -24,15 +24,21 @@ FileHandle OpenFileWithoutLinks(const std::string& path) {
   return file;
 }
 
-bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
+bool HasNoLinks(const std::string& path) {
   const std::string full = SystemPath(path);
-  const CText resolved(realpath(full.c_str(), nullptr));
-  if (resolved && full != resolved.get()) {
-    errno = ELOOP;
-    return false;
-  }
-  if (!resolved && errno != ENOENT) return false;
-  // A link that leads nowhere does not resolve, and one can be planted meanwhile.
+  const std::string folder = full.substr(0, full.rfind('/'));
+  const CText resolved(realpath(folder.c_str(), nullptr));
+  if (!resolved) return false;
+  struct stat info {};
+  const bool isLink = lstat(full.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  if (!isLink && folder == resolved.get()) return true;
+  errno = ELOOP;
+  return false;
+}
+
+bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
+  if (!HasNoLinks(path)) return false;
+  const std::string full = SystemPath(path);
   FileHandle file = OpenFileWithoutLinks(full);
   if (!file) return false;
   const bool written = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
