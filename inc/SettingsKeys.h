@@ -10,6 +10,8 @@ inline constexpr char kApplicationId[] = "com.tornelo.TVVexilo";
 inline constexpr char kLaunchPointKey[] = "memory/quva/launch_point";
 /// bool: the remaining problems are to be cleared at the next first launch.
 inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
+/// int: the user's consent to the content terms, 1 when given.
+inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
 /// text: the step that is running.
 inline constexpr char kEngineOperationKey[] = "system/trevlin/STOperation";
 /// text: the scenario that the user started.
