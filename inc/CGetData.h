@@ -1,7 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
+#include <string>
+#include <vector>
+
+#include "pkgmgr_client.h"
+#include "was_api.h"
 
 namespace QUVA {
 
@@ -15,8 +21,36 @@ enum _CurrentScreen {
   SCREEN_ERROR_REPORT = 5,
 };
 
-/// The device data service: what the application knows of the set, and what it asks the set's services to do.
-/// Thread rule: callable from any thread; what blocks says so and is kept off the main thread.
+/// How much of the user partition is left.
+enum FlashState { FLASH_FULL = 0, FLASH_LOW = 1, FLASH_ENOUGH = 2 };
+
+/// What CheckDeviceState() finds.
+enum DeviceState { DEVICE_NORMAL = 0, DEVICE_GOOD = 1 };
+
+/// An application of the list.
+struct app_list_struct {
+  bool valid = false;  ///< it passed the filters
+  std::string app_name;
+  int size = 0;            ///< bytes; what is larger stands as the largest number
+  std::string package_id;  ///< for the package manager
+  std::string app_id;      ///< for the task manager and for launching
+  std::string service_id;
+  std::string icon_path;  ///< of the set
+  int attribute1 = 0;     ///< the web-application service's own
+  int attribute2 = 0;
+  int selected = 0;
+  int locked = 0;  ///< non-zero: must not be deleted
+};
+
+/// The nominal storage of the set in bytes; `*total` is untouched when the set does not say.
+void getTotalSize(long long* total);
+/// What the browser engine of "YouTube" stores, in bytes; 0 when the task manager does not say.
+long long getAppSizeForYoutube();
+
+/// The device data service: what the application knows of the set and its applications, and what it asks the set's
+/// services to do.
+/// Thread rule: callable from any thread; what blocks says so and is kept off the main thread. The measured sizes are
+/// those of the newest call: one thread at a time asks for them.
 class CGetData {
  public:
   /// Created on first use, never destroyed.
@@ -28,6 +62,61 @@ class CGetData {
   void m_SetCurrentScreen(_CurrentScreen screen) { m_currentScreen = screen; }
   _CurrentScreen m_GetCurrentScreen() const { return m_currentScreen; }
 
+  // ---- applications
+
+  /// Builds the list of removable applications anew. Blocks for as long as the task manager takes for the slowest one,
+  /// five seconds at most for each twenty applications.
+  void sendAppList();
+  /// Does nothing; the list is built by calling sendAppList() from a worker.
+  void EcoreToSendAppList() {}
+  std::vector<app_list_struct> m_GetAppsDataStructure() const;
+  int m_GetAppsCount() const { return m_appsCount; }
+
+  /// Measures one application. Blocks for five seconds at most.
+  void sendAppData(const std::string& packageName, const std::string& appId);
+  long m_GetTotalSizeOfApp() const { return m_totalSizeOfApp; }
+  long m_GetDataSizeOfApp() const { return m_dataSizeOfApp; }
+  long m_GetCacheSizeOfApp() const { return m_cacheSizeOfApp; }
+  void m_SetTotalSizeOfApp(long bytes) { m_totalSizeOfApp = bytes; }
+  void m_SetDataSizeOfApp(long bytes) { m_dataSizeOfApp = bytes; }
+  void m_SetCacheSizeOfApp(long bytes) { m_cacheSizeOfApp = bytes; }
+
+  /// A size of a package in bytes, for the user of this process; 0 when it is not known. Blocks while it is measured.
+  long long getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type);
+
+  /// Empties an application's data. 0 for success, -1 for failure, 1 for an application whose data must stay.
+  int clearAppData(const std::string& appId);
+  bool m_IfDisableClearDataCache(const std::string& appId);
+
+  // ---- storage and facts of the set
+
+  /// Refreshes the used, total and system sizes. m_CalculateTotalSizeOfSystem() comes first.
+  void sendFlashSize();
+  void m_CalculateTotalSizeOfSystem();
+  int64_t m_GetUsedSize() const { return m_usedSize; }
+  int64_t m_GetTotalOptSize() const { return m_totalOptSize; }
+  int64_t m_GetSystemUsedSize() const { return m_systemUsedSize; }
+  /// The space of the file system at `path` (of the set) in bytes, a reserve of 70 MiB counted as used. 0 or -1.
+  int getFlashSize(const std::string& path, long long* remaining, long long* used, long long* total);
+
+  /// Whether the panel is an 8K one.
+  bool m_GetTypeOfTV();
+  /// Whether the set's software model begins with `prefix` and has it nowhere else.
+  bool m_CheckForSwModel(const std::string& prefix);
+  /// Whether a default gateway can be reached.
+  bool m_CheckNetwork();
+  /// The first word of what a shell command prints, on either stream; at most 255 bytes. Blocks until it ends.
+  std::string GetStdoutFromCommand(const std::string& command);
+
+  // ---- requests to the task manager
+
+  /// Ends an application. Not awaited.
+  void killApp(const char* packageName);
+  /// Empties an application's caches. Not awaited. 0 when the request was left, -1 otherwise.
+  int clearAppCache(const std::string& packageName, const std::string& appId);
+  /// Measures an application's data and cache in bytes. Blocks for five seconds at most; the numbers are untouched when
+  /// no answer comes.
+  void findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize);
   /// Asks the task manager to end applications that nobody looks at. Does not wait for it.
   /// 0 when the request was left, -1 otherwise.
   int performMemBoost();
@@ -35,10 +124,41 @@ class CGetData {
   /// 0 when it has taken the request away, -1 otherwise.
   int performDeepClean();
 
+  // ---- other applications and the state of the set; main thread
+
+  /// Launches an application with the extra data that it expects. Whether the request was accepted.
+  bool ProcessLaunchApp(const char* appId);
+  void launch_menu_app();
+  void launch_hotel_menu();
+
+  /// A FlashState.
+  int CheckFlashFreespaceState();
+  /// A DeviceState. Tells the KPI log as well.
+  int CheckDeviceState();
+  /// The message id of the verdict on a DeviceState.
+  std::string getSIDForDeviceState(int state);
+  /// The user's consent to the content terms; 1 when given.
+  int m_CheckTermsCond();
+  /// Whether the set offers support on request.
+  bool check_request_support_enable();
+
  private:
   CGetData() = default;
 
+  void m_fillRecord(const was_app_info_s& app, int index, bool panel8K, int consent, app_list_struct& record);
+
+  std::atomic<int> m_appsCount{0};
+  mutable std::mutex m_appListMutex;
+  std::vector<app_list_struct> m_appList;
+  std::atomic<int64_t> m_usedSize{0};
+  std::atomic<int64_t> m_totalOptSize{0};
+  std::atomic<int64_t> m_systemUsedSize{0};
+  std::atomic<int64_t> m_totalSystemSize{0};
+  std::atomic<long> m_totalSizeOfApp{0};
+  std::atomic<long> m_dataSizeOfApp{0};
+  std::atomic<long> m_cacheSizeOfApp{0};
   std::atomic<_CurrentScreen> m_currentScreen{SCREEN_NONE};
+
   static std::atomic<CGetData*> m_pInstance;
   static std::mutex m_TVDMmutex;
 };

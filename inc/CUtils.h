@@ -26,6 +26,10 @@ class CUtils {
   void m_SetMultitaskingStatus(bool status) { m_multitasking = status; }
   bool m_GetMultitaskingStatus() const { return m_multitasking; }
 
+  /// Whether the application ends when it is no longer visible, as after launching another one from here.
+  void m_SetExitOnPause(bool exitOnPause) { m_exitOnPause = exitOnPause; }
+  bool m_GetExitOnPause() const { return m_exitOnPause; }
+
   /// Ends the process at once with `code`.
   void m_SetExitFlag(int code);
 
@@ -33,6 +37,8 @@ class CUtils {
   int GetChannelType();
   /// The number of the input source that is showing, -1 when it cannot be read.
   int GetCurrentSourceInfo();
+  /// The software model, empty when the set does not say.
+  std::string m_GetSwModel();
 
   /// Asks the log collector for a report: leaves NAME-DETAIL.log, empty, in its folder, or in the one for reports that
   /// are to be taken up after a restart of the set. Both texts are of letters, digits, '.', '_' and '-'; others are
@@ -59,6 +65,7 @@ class CUtils {
 
   std::atomic<char*> m_launchFrom{nullptr};
   bool m_multitasking = false;
+  std::atomic<bool> m_exitOnPause{false};
 };
 
 }  // namespace QUVA

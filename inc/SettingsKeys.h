@@ -12,6 +12,8 @@ inline constexpr char kLaunchPointKey[] = "memory/quva/launch_point";
 inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
 /// text: the locale of the menus, "de_DE.utf8".
 inline constexpr char kMenuLanguageKey[] = "db/menu_widget/language";
+/// int: the user's consent to the content terms, 1 when given.
+inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
 /// text: the step that is running.
 inline constexpr char kEngineOperationKey[] = "system/trevlin/STOperation";
 /// text: the scenario that the user started.

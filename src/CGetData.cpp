@@ -1,23 +1,96 @@
 #include "CGetData.h"
 
-#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <thread>
+#include <boost/asio/post.hpp>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 
-#include "SafeFile.h"
+#include "CUtils.h"
+#include "SettingsKeys.h"
+#include "TCThreadPool.h"
 #include "VexiloLog.h"
+#include "c_handle.h"
+#include "connection.h"
 #include "set_paths.h"
+#include "system_info.h"
 #include "system_path.h"
+#include "vconf.h"
 
 namespace QUVA {
 
 namespace {
 
-constexpr int kDeepCleanChecks = 10;
-constexpr auto kDeepCleanPause = std::chrono::seconds(1);
-constexpr char kDeepCleanContent[] = "CleanUp\n";
+constexpr int kListThreads = 20;
+constexpr int kConsentGiven = 1;
+constexpr long long kReserve = 73400320;  // bytes of the user partition that are kept from the user
+constexpr char kYouTubeTitle[] = "YouTube";
+constexpr char kYouTubePackage[] = "9Ur5IzDKqV";
+// Applications that everyone may see, whatever the consent.
+constexpr const char* kFreeTitles[] = {"e-Manual", "WebBrowser"};
+// Applications whose data the user would not get back.
+constexpr const char* kKeptData[] = {"org.varno.primevideo", kYouTubePackage, "org.varno.netflix-app"};
+
+using PackageClient = std::unique_ptr<pkgmgr_client, CRelease<&pkgmgr_client_free>>;
+using Connection = std::unique_ptr<connection_s, CRelease<&connection_destroy>>;
+
+template <size_t N>
+bool IsOneOf(const char* const (&texts)[N], const std::string& text) {
+  for (const char* each : texts)
+    if (text == each) return true;
+  return false;
+}
+
+bool FileExists(const std::string& path) {
+  return access(SystemPath(path).c_str(), F_OK) == 0;
+}
+
+int ToInt(long long bytes) {
+  return static_cast<int>(bytes > INT_MAX ? INT_MAX : bytes);
+}
+
+/// A text that a shell takes as one word, as it stands.
+bool IsShellWord(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-") ==
+                              std::string::npos;
+}
+
+int WebCacheSize(const std::string& appId) {
+  if (!IsShellWord(appId)) {
+    VEXILO_LOGE("the web cache of [%s] is not measured: it is no application id", appId.c_str());
+    return 0;
+  }
+  const std::string folder = std::string(set_paths::kWebCacheDir) + "/" + appId;
+  if (!FileExists(folder)) return 0;
+  int bytes = 0;
+  const std::string word = CGetData::GetInstance()->GetStdoutFromCommand("du -bs " + SystemPath(folder));
+  std::sscanf(word.c_str(), "%d", &bytes);
+  return bytes;
+}
+
+std::string IconPath(const std::string& folder, bool panel8K) {
+  const std::string sized = folder + (panel8K ? "448x448.png" : "304x304.png");
+  return FileExists(sized) ? sized : folder + "icon.png";
+}
+
+class AppInfoList {
+ public:
+  AppInfoList() = default;
+  AppInfoList(const AppInfoList&) = delete;
+  AppInfoList& operator=(const AppInfoList&) = delete;
+  ~AppInfoList() { was_free_app_list(m_apps, m_count); }
+
+  bool Fetch() { return was_get_app_list(WAS_LIST_REMOVABLE, &m_apps, &m_count) == WAS_ERROR_NONE; }
+  const was_app_info_s* Data() const { return m_apps; }
+  int Count() const { return m_count; }
+
+ private:
+  was_app_info_s* m_apps = nullptr;
+  int m_count = 0;
+};
 
 }  // namespace
 
@@ -30,27 +103,229 @@ CGetData* CGetData::GetInstance() {
   return m_pInstance;
 }
 
-int CGetData::performMemBoost() {
-  if (CreateFileWithoutLinks(set_paths::kMemBoostRequest, "")) return 0;
-  VEXILO_LOGE("File creation failed (%s) with error number : %d", set_paths::kMemBoostRequest, errno);
-  return -1;
+// ---- applications
+
+void CGetData::sendAppList() {
+  {
+    std::lock_guard lock(m_appListMutex);
+    m_appList.clear();
+    m_appsCount = 0;
+  }
+  int count = 0;
+  was_get_app_count(&count);
+  VEXILO_LOGI("The app count is: [%d]", count);
+  const bool panel8K = m_GetTypeOfTV();
+  AppInfoList apps;
+  if (!apps.Fetch()) {
+    VEXILO_LOGE("get app list failed");
+    return;
+  }
+  VEXILO_LOGI("app_list = %p,  apps count: %d", static_cast<const void*>(apps.Data()), apps.Count());
+  std::vector<app_list_struct> records(static_cast<size_t>(apps.Count()));
+  int consent = 0;
+  vconf_get_int(kConsentKey, &consent);
+  {
+    // Its end waits for all of them.
+    TCThreadPool pool(kListThreads);
+    for (int i = 0; i < apps.Count(); ++i)
+      boost::asio::post(pool.m_GetContext(), [this, &apps, &records, i, panel8K, consent] {
+        m_fillRecord(apps.Data()[i], i, panel8K, consent, records[static_cast<size_t>(i)]);
+      });
+  }
+  std::lock_guard lock(m_appListMutex);
+  for (app_list_struct& record : records)
+    if (record.valid) m_appList.push_back(std::move(record));
+  m_appsCount = static_cast<int>(m_appList.size());
+  VEXILO_LOGI("actual value of count of apps is %d", m_appsCount.load());
 }
 
-int CGetData::performDeepClean() {
-  if (!CreateFileWithoutLinks(set_paths::kDeepCleanRequest, kDeepCleanContent)) {
-    VEXILO_LOGE("File creation failed (%s)", set_paths::kDeepCleanRequest);
+void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, int consent, app_list_struct& record) {
+  VEXILO_LOGI("Fetching information for %d -> %s...", index, app.title);
+  PackageClient client(pkgmgr_client_new(PC_REQUEST));
+  if (!client) {
+    VEXILO_LOGE("out of memory");
+    return;
+  }
+  const std::string title = app.title;
+  long long total = getAppSize(client.get(), app.package_id, PM_GET_TOTAL_SIZE);
+  if (title == kYouTubeTitle) {
+    total += getAppSizeForYoutube();
+    VEXILO_LOGI("final value of appsize for Youtube is %lld", total);
+  }
+  long data = 0;
+  long cache = 0;
+  findDataCacheSize(app.package_id, app.app_id, &data, &cache);
+  const long long packageData = getAppSize(client.get(), app.package_id, PM_GET_DATA_SIZE);
+  client.reset();
+  const std::string icon = IconPath(app.icon_dir, panel8K);
+  const int webCache = WebCacheSize(app.app_id);
+  if (!IsOneOf(kFreeTitles, title) && consent != kConsentGiven) {
+    VEXILO_LOGI("T&C NOT accepted");
+    return;
+  }
+  if (!FileExists(icon)) {
+    VEXILO_LOGE("Icon of the app doesnt exist");
+    return;
+  }
+  record = {.valid = true,
+            .app_name = title,
+            .size = ToInt(total + webCache - packageData + data + cache),
+            .package_id = app.package_id,
+            .app_id = app.app_id,
+            .service_id = app.service_id,
+            .icon_path = icon,
+            .attribute1 = app.attribute1,
+            .attribute2 = app.attribute2,
+            .selected = 0,
+            .locked = app.locked};
+}
+
+std::vector<app_list_struct> CGetData::m_GetAppsDataStructure() const {
+  std::lock_guard lock(m_appListMutex);
+  return m_appList;
+}
+
+void CGetData::sendAppData(const std::string& packageName, const std::string& appId) {
+  long data = 0;
+  long cache = 0;
+  findDataCacheSize(packageName, appId, &data, &cache);
+  const PackageClient client(pkgmgr_client_new(PC_REQUEST));
+  if (!client) {
+    VEXILO_LOGE("out of memory");
+    return;
+  }
+  long total = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_TOTAL_SIZE));
+  VEXILO_LOGI("Total App Data size for requested app with Package name : %s and Varno ID : %s is %ld",
+              packageName.c_str(), appId.c_str(), total);
+  if (packageName == kYouTubePackage) {
+    VEXILO_LOGI("For utube");
+    total += static_cast<long>(getAppSizeForYoutube());
+    VEXILO_LOGI("final value of appsize for Youtube is %ld", total);
+  }
+  const long packageData = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_DATA_SIZE));
+  VEXILO_LOGI("App Data + App Cache size for requested app with Package name : %s and Varno ID : %s is %ld",
+              packageName.c_str(), appId.c_str(), packageData);
+  m_dataSizeOfApp = data;
+  m_cacheSizeOfApp = cache;
+  m_totalSizeOfApp = total - packageData + data + cache;
+}
+
+long long CGetData::getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type) {
+  long long size = 0;
+  const int result = pkgmgr_client_usr_get_size(client, packageName.c_str(), type, getuid(), &size);
+  if (result != PKGMGR_R_OK)
+    VEXILO_LOGE("size %d of package %s is not known: error %d", type, packageName.c_str(), result);
+  return size;
+}
+
+int CGetData::clearAppData(const std::string& appId) {
+  if (m_IfDisableClearDataCache(appId)) return 1;
+  const PackageClient client(pkgmgr_client_new(PC_REQUEST));
+  if (!client) {
+    VEXILO_LOGE("out of memory");
     return -1;
   }
-  VEXILO_LOGI("[TVMGR] File (%s) Created Successfully", set_paths::kDeepCleanRequest);
-  const std::string request = SystemPath(set_paths::kDeepCleanRequest);
-  for (int check = 0; check < kDeepCleanChecks; ++check) {
-    struct stat info {};
-    if (stat(request.c_str(), &info) != 0) return 0;
-    VEXILO_LOGI("Waiting for another 1 second to complete deep Clean Process");
-    std::this_thread::sleep_for(kDeepCleanPause);
+  const int result = pkgmgr_client_clear_user_data(client.get(), nullptr, appId.c_str(), PM_QUIET);
+  VEXILO_LOGI("Return value of pkgmgr_client_clear_user_data api is : %d", result);
+  return result == PKGMGR_R_OK ? 0 : -1;
+}
+
+bool CGetData::m_IfDisableClearDataCache(const std::string& appId) {
+  if (!IsOneOf(kKeptData, appId)) return false;
+  VEXILO_LOGI("Do not clear data as prime, youtube & Netflix");
+  return true;
+}
+
+// ---- storage and facts of the set
+
+void CGetData::m_CalculateTotalSizeOfSystem() {
+  long long total = m_totalSystemSize;
+  getTotalSize(&total);
+  m_totalSystemSize = total;
+  VEXILO_LOGI("total system size in fn Calculate total size of system is %lld", total);
+}
+
+void CGetData::sendFlashSize() {
+  long long remaining = 0;
+  long long used = 0;
+  long long total = 0;
+  getFlashSize(set_paths::kUserPartition, &remaining, &used, &total);
+  m_usedSize = used;
+  m_totalOptSize = total;
+  m_systemUsedSize = m_totalSystemSize - total;
+  VEXILO_LOGI("So system used will be %lld", static_cast<long long>(m_systemUsedSize));
+}
+
+int CGetData::getFlashSize(const std::string& path, long long* remaining, long long* used, long long* total) {
+  struct statvfs info {};
+  if (statvfs(SystemPath(path).c_str(), &info) != 0) {
+    VEXILO_LOGE("API statvfs fails");
+    return -1;
   }
-  VEXILO_LOGE("Deep Clean Process unable to complete in 10 seconds.. so returning failure...");
-  return -1;
+  const auto blockSize = static_cast<long long>(info.f_frsize);
+  const long long available = static_cast<long long>(info.f_bavail) * blockSize;
+  const long long taken = static_cast<long long>(info.f_blocks - info.f_bfree) * blockSize;
+  const long long hidden = available > kReserve ? kReserve : available;
+  *remaining = available - hidden;
+  *used = taken + hidden;
+  *total = *remaining + *used;
+  VEXILO_LOGI("remainingSize = %lld, usedSize = %lld", *remaining, *used);
+  return 0;
+}
+
+void getTotalSize(long long* total) {
+  constexpr long long kGigabytes[] = {4, 8, 16, 32, 64};
+  VEXILO_LOGI("get Total sIZe called");
+  int support = -1;
+  const int result = system_info_get_custom_int("com.tornelo/featureconf/flash_size", &support);
+  if (result != SYSTEM_INFO_ERROR_NONE || support < 0 || support > 4) {
+    VEXILO_LOGE("Failed ret[%d] support[%d]", result, support);
+    return;
+  }
+  VEXILO_LOGI("ram is %d", static_cast<int>(kGigabytes[support]));
+  *total = kGigabytes[support] << 30;
+  VEXILO_LOGI("total Bytes R -- %lld", *total);
+}
+
+bool CGetData::m_GetTypeOfTV() {
+  int width = 0;
+  int height = 0;
+  system_info_get_custom_int("com.tornelo/featureconf/panel_resolution_width", &width);
+  if (system_info_get_custom_int("com.tornelo/featureconf/panel_resolution_height", &height) != SYSTEM_INFO_ERROR_NONE)
+    return false;
+  VEXILO_LOGI("panel width  && height is %d ** %d", width, height);
+  return width == 7680 && height == 4320;
+}
+
+bool CGetData::m_CheckForSwModel(const std::string& prefix) {
+  const size_t found = CUtils::Instance().m_GetSwModel().rfind(prefix);
+  if (found != 0) return false;
+  VEXILO_LOGI("at found index is %zu", found);
+  return true;
+}
+
+bool CGetData::m_CheckNetwork() {
+  connection_h handle = nullptr;
+  if (connection_create(&handle) != CONNECTION_ERROR_NONE) {
+    VEXILO_LOGE("Connection create Failed");
+    return false;
+  }
+  const Connection connection(handle);
+  bool reachable = false;
+  if (connection_is_gateway_reachable(handle, &reachable) != CONNECTION_ERROR_NONE) reachable = false;
+  VEXILO_LOGI("%s", reachable ? "Connected" : "Not Connected");
+  return reachable;
+}
+
+std::string CGetData::GetStdoutFromCommand(const std::string& command) {
+  const std::unique_ptr<FILE, CRelease<&pclose>> pipe(popen((command + " 2>&1").c_str(), "re"));
+  char line[256];
+  if (!pipe || !std::fgets(line, sizeof line, pipe.get())) return "";
+  VEXILO_LOGI("Buffer1 is : %s", line);
+  char word[sizeof line] = "";
+  std::sscanf(line, "%255s %*s", word);
+  VEXILO_LOGI("Buffer2 is : %s", word);
+  return word;
 }
 
 }  // namespace QUVA

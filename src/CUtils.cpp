@@ -5,7 +5,9 @@
 #include "QUVA_DiagManager.h"
 #include "ReportTrigger.h"
 #include "VexiloLog.h"
+#include "c_handle.h"
 #include "set_paths.h"
+#include "system_info.h"
 #include "tv_service.h"
 
 namespace QUVA {
@@ -46,6 +48,17 @@ int CUtils::GetChannelType() {
 
 int CUtils::GetCurrentSourceInfo() {
   return QUVA::GetCurrentSourceInfo();
+}
+
+std::string CUtils::m_GetSwModel() {
+  char* value = nullptr;
+  if (system_info_get_value_string(SYSTEM_INFO_KEY_SW_MODEL, &value) != SYSTEM_INFO_ERROR_NONE) {
+    VEXILO_LOGE("Failed to get Software Model");
+    return "";
+  }
+  const std::string model = CText(value).get();
+  VEXILO_LOGI("software model : %s", model.c_str());
+  return model;
 }
 
 void CUtils::m_RequestNDF(const std::string& name, const std::string& detail, bool reboot) {

@@ -1,0 +1,166 @@
+// Launching other applications, and the checks that decide what is offered.
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "CGetData.h"
+#include "CUtils.h"
+#include "QUVA_DiagManager.h"
+#include "QUVA_KPISender.h"
+#include "SettingsKeys.h"
+#include "VexiloLog.h"
+#include "app_framework.h"
+#include "home_data_control.h"
+#include "set_paths.h"
+#include "system_info.h"
+#include "vconf.h"
+
+namespace QUVA {
+
+namespace {
+
+constexpr long long kLowSpace = 73400320;  // bytes
+constexpr char kSmartMonitorFeature[] = "com.tornelo/featureconf/product.smart_monitor_feature_support";
+
+using Extras = std::vector<std::pair<const char*, std::string>>;
+
+struct DestroyAppControl {
+  void operator()(app_control_h control) const { app_control_destroy(control); }
+};
+
+bool Launch(const char* appId, const Extras& extras) {
+  app_control_h handle = nullptr;
+  app_control_create(&handle);
+  const std::unique_ptr<app_control_s, DestroyAppControl> control(handle);
+  app_control_set_operation(handle, APP_CONTROL_OPERATION_DEFAULT);
+  app_control_set_app_id(handle, appId);
+  for (const auto& [key, value] : extras) app_control_add_extra_data(handle, key, value.c_str());
+  if (app_control_send_launch_request(handle, nullptr, nullptr) == APP_CONTROL_ERROR_NONE) return true;
+  VEXILO_LOGE("Error while executing Menu");
+  return false;
+}
+
+Extras LaunchedFromHere() {
+  CUtils::Instance().m_SetExitOnPause(true);
+  return {{"launchedFrom", kApplicationId}};
+}
+
+Extras SignalInformation() {
+  const std::string page = QUVA_DiagManager::GetInstance()->StartSelfDiagnosis("SignalInfo");
+  CUtils::Instance().m_SetExitOnPause(true);
+  VEXILO_LOGI("signal launch %s", page.c_str());
+  return {{"ID", page}, {"PrevSubmenu", kApplicationId}, {"__K_RELOCATE_BELOW", "org.varno.tv-viewer"}};
+}
+
+Extras NetworkStatus() {
+  return {{"launchby", "others"}, {"callerid", kApplicationId}, {"type", "networkstatus"}};
+}
+
+Extras HdmiTroubleshooting() {
+  return {{"type", "VIDEO_TROUBLE_SHOOTING_SETUP"}};
+}
+
+Extras Terms() {
+  return {{"type", "TERMS_SETUP"}};
+}
+
+// What each application is told; the others are told nothing.
+struct Target {
+  const char* appId;
+  Extras (*extras)();
+};
+constexpr Target kTargets[] = {
+    {"org.varno.picture-test", LaunchedFromHere},
+    {"com.tornelo.video-test", LaunchedFromHere},
+    {"org.varno.sound-test", LaunchedFromHere},
+    {"org.varno.homedeck-reset", LaunchedFromHere},
+    {"org.varno.homedeck-connection-test", LaunchedFromHere},
+    {"org.varno.mled-installation-test", LaunchedFromHere},
+    {"com.tornelo.tv.hdmi-troubleshooting", HdmiTroubleshooting},
+    {"com.tornelo.tv.broadcastingmenu", SignalInformation},
+    {"org.varno.menu", NetworkStatus},
+    {"org.varno.wizard", Terms},
+};
+
+}  // namespace
+
+bool CGetData::ProcessLaunchApp(const char* appId) {
+  const std::string_view id = appId;
+  for (const Target& target : kTargets)
+    if (id == target.appId) return Launch(appId, target.extras());
+  return Launch(appId, {});
+}
+
+void CGetData::launch_menu_app() {
+  Launch("org.varno.menu", {{"menuitem", "tdm"}});
+}
+
+void CGetData::launch_hotel_menu() {
+  VEXILO_LOGI("launch Hotel Menu");
+  Launch("org.varno.ep-hotel-factory", {});
+}
+
+int CGetData::CheckFlashFreespaceState() {
+  long long remaining = 0;
+  long long used = 0;
+  long long total = 0;
+  getFlashSize(set_paths::kUserPartition, &remaining, &used, &total);
+  VEXILO_LOGI("CheckFlashFreespaceState() : remaining size : %lld, used size : %lld, total size : %lld", remaining,
+              used, total);
+  if (remaining == 0) {
+    VEXILO_LOGI("freespaceRate is %d%% ", 0);
+    return FLASH_FULL;
+  }
+  return remaining < kLowSpace ? FLASH_LOW : FLASH_ENOUGH;
+}
+
+int CGetData::CheckDeviceState() {
+  VEXILO_LOGI("CheckDeviceState");
+  const int flash = CheckFlashFreespaceState();
+  VEXILO_LOGI("CheckFlashState : %d", flash);
+  const bool good = flash != FLASH_FULL;
+  QUVA_KPISender::GetInstance()->SendVexiloKPI("DeviceState", good ? "Good" : "Normal");
+  return good ? DEVICE_GOOD : DEVICE_NORMAL;
+}
+
+std::string CGetData::getSIDForDeviceState(int state) {
+  VEXILO_LOGI("get SID for device state");
+  if (state == DEVICE_NORMAL) {
+    VEXILO_LOGI("it is normal");
+    return "COM_SID_NORMAL";
+  }
+  if (state == DEVICE_GOOD) {
+    VEXILO_LOGI("state is good");
+    return "TV_SID_VOICEASSISTANT_WEATHER_GOOD";
+  }
+  VEXILO_LOGI("It is bad");
+  return "TV_SID_VOICEASSISTANT_WEATHER_BAD";
+}
+
+int CGetData::m_CheckTermsCond() {
+  int value = 0;
+  const int result = vconf_get_int(kConsentKey, &value);
+  if (result != 0) {
+    VEXILO_LOGE("(ret=%d) get defaultdisclaimeragree failed", result);
+    return 0;
+  }
+  VEXILO_LOGI("(ret=%d, value=%d) get defaultdisclaimeragree success", result, value);
+  return value;
+}
+
+bool CGetData::check_request_support_enable() {
+  bool smartMonitor = true;
+  if (system_info_get_custom_bool(kSmartMonitorFeature, &smartMonitor) != SYSTEM_INFO_ERROR_NONE) {
+    VEXILO_LOGE("Failed to get fms key value for Smart Monitor.. Forcely setting as False..");
+    smartMonitor = false;
+  } else {
+    VEXILO_LOGI("isProductTornelo %d", smartMonitor);
+  }
+  const bool known = CHomeDataControlAPI::GetInstance()->IsDisclaimerItemExist("service_request", "TV");
+  const bool enabled = known && !smartMonitor;
+  VEXILO_LOGI("%s", enabled ? "CHECK_REQUEST_SUPPORT_ENABLE" : "CHECK_REQUEST_SUPPORT_DISABLE");
+  return enabled;
+}
+
+}  // namespace QUVA
