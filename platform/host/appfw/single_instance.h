@@ -26,8 +26,8 @@ class SingleInstance {
     kNoAnswer,   ///< another one is there and did not take the request in time
   };
 
-  /// Tells the start that forwarded a request, which waits for it, whether the request is delivered. Once, and not after
-  /// the end of the SingleInstance.
+  /// Tells the start that forwarded a request, which waits for it, whether the request is delivered. Once, and not
+  /// after the end of the SingleInstance.
   using Answer = std::function<void(bool delivered)>;
   /// Takes a request that another start forwarded.
   using RequestHandler = std::function<void(Extras, Answer)>;

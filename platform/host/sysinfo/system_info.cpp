@@ -14,8 +14,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/glib_handle.h"
 #include "base/atomic_file.h"
+#include "base/glib_handle.h"
 #include "dlog.h"
 #include "set_paths.h"
 #include "sysinfo/set_profile.h"
