@@ -137,11 +137,14 @@ bool MakeReport(const std::string& name, std::string& file, std::string& problem
   meta["time"] = TimeText(now, "%Y-%m-%dT%H:%M:%SZ");
   meta["set"] = SetFacts();
   meta["missing"] = Json::objectValue;
+  std::vector<std::pair<std::string, std::string>> files;
   Collect(CategoryOf(name), [&](const std::string& source, const std::string& text, const std::string& reason) {
     if (!reason.empty()) meta["missing"][source] = reason;
-    if (reason.empty() || !text.empty()) archive.Add(source, scrubber.Clean(text), now);
+    if (reason.empty() || !text.empty()) files.emplace_back(source, text);
   });
-  archive.Add("meta.json", scrubber.Clean(Json::writeString(Json::StreamWriterBuilder(), meta) + "\n"), now);
+  files.emplace_back("meta.json", Json::writeString(Json::StreamWriterBuilder(), meta) + "\n");
+  for (const auto& [source, text] : files) scrubber.Learn(text);
+  for (const auto& [source, text] : files) archive.Add(source, scrubber.Clean(text), now);
   std::string bytes;
   if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
   file = FreePath(name, now, archive.Suffix());

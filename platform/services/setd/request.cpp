@@ -127,11 +127,10 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
 bool RemoveServed(const Request& request) {
   std::string now;
   const Form* form = FormOf(request.trigger);
-  if (form->hasPayload && ReadSmall(PayloadPath(request.trigger), now)) {
-    if (now != request.line) return true;
-    if (!Unlink(PayloadPath(request.trigger))) return false;
-  }
-  return Unlink(TriggerPath(request.trigger));
+  const std::string payload = PayloadPath(request.trigger);
+  // Requests of all packages share this payload.
+  if (form->hasPayload && !form->isPrefix && ReadSmall(payload, now) && now != request.line) return true;
+  return (!form->hasPayload || Unlink(payload)) && Unlink(TriggerPath(request.trigger));
 }
 
 bool RemoveRefused(const std::string& trigger) {

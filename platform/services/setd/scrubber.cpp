@@ -23,7 +23,7 @@ namespace {
 
 using RegexHandle = std::unique_ptr<GRegex, CRelease<&g_regex_unref>>;
 
-constexpr size_t kShortestSecret = 3;
+constexpr size_t kShortestSecret = 3, kShortestLearned = 4, kMaxSecrets = 200;
 // Users of every set and machine; their names tell nothing.
 constexpr const char* kCommonUsers[] = {"owner", "root", "nobody", "user"};
 
@@ -48,16 +48,17 @@ struct Rule {
   const char* kind;
   const char* pattern;  // what it captures as "v", or else all of it, is replaced
   bool (*isPrivate)(const std::string&);
+  bool isName = false;  // can stand anywhere else without what tells that it is one
 };
 // In this order: an earlier rule takes what a later one would take a part of.
 constexpr Rule kRules[] = {
-    {"ssid",
-     R"~((?i)(?:\b|_)e?ssid(?:\\?"?\s*[:=]\s*\\?(?:"(?<v>[^"\n]+?)\\?"|'(?<v>[^'\n]+)'|(?<v>[^"',;{}<>\n]+))|\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)')))~",
-     Always},
-    {"serial", R"~((?i)(?:\b|_)serial[ _-]?(?:number|no\.?|nr\.?|num)?\\?"?\s*[:=]\s*\\?"?(?<v>[^\s"',;<>]+))~",
-     Always},
     {"mail", R"~([A-Za-z0-9._%+-]+@[A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)~", Always},
     {"path", R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~", IsPrivatePath},
+    {"ssid",
+     R"~((?i)(?:\b|_)e?ssid(?:\\?"?\s*[:=]\s*\\?(?:"(?<v>[^"\n]+?)\\?"|'(?<v>[^'\n]+)'|(?<v>[^"',;{}<>\n]+))|\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)')))~",
+     Always, true},
+    {"serial", R"~((?i)(?:\b|_)serial[ _-]?(?:number|no\.?|nr\.?|num)?\\?"?\s*[:=]\s*\\?"?(?<v>[^\s"',;<>]+))~", Always,
+     true},
     {"mac", R"~((?i)(?<![0-9a-z])(?:[0-9a-f]{2}[:_-]){5,7}[0-9a-f]{2}(?![0-9a-z]))~", Always},
     {"mac", R"~((?i)(?<=enx|wlx)[0-9a-f]{12}\b)~", Always},
     {"ip",
@@ -78,6 +79,33 @@ RegexHandle Compile(const std::string& pattern) {
 std::string Escaped(const std::string& text) {
   const GText escaped(g_regex_escape_string(text.c_str(), static_cast<int>(text.size())));
   return escaped.get();
+}
+
+/// The text with what the pattern captures as "v", or else all of each match, replaced by what `replace` makes of it;
+/// placeholders stay.
+template <typename Replace>
+std::string ReplaceAll(const std::string& text, const std::string& pattern, Replace replace) {
+  const RegexHandle regex = Compile(pattern);
+  if (!regex) return {};
+  std::string out;
+  size_t copied = 0;
+  GMatchInfo* info = nullptr;
+  GErrorHandle error;
+  g_regex_match_full(regex.get(), text.data(), static_cast<gssize>(text.size()), 0, G_REGEX_MATCH_DEFAULT, &info,
+                     error.Out());
+  for (; g_match_info_matches(info); g_match_info_next(info, error.Out())) {
+    int from = -1, to = -1;
+    if (!g_match_info_fetch_named_pos(info, "v", &from, &to) || from < 0) g_match_info_fetch_pos(info, 0, &from, &to);
+    const std::string value = text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from));
+    if (value.starts_with('<') && value.ends_with('>')) continue;
+    out.append(text, copied, static_cast<size_t>(from) - copied).append(replace(value));
+    copied = static_cast<size_t>(to);
+  }
+  g_match_info_unref(info);
+  if (!error.Get()) return out.append(text, copied, std::string::npos);
+  // Rather no text than one that nobody has looked at to the end.
+  Log(DLOG_ERROR, "a text was left out of a report: " + std::string(error.Message()));
+  return {};
 }
 
 std::string LinesOf(const std::string& path) {
@@ -139,10 +167,26 @@ std::vector<Scrubber::Secret> KnownSecrets() {
   return secrets;
 }
 
-Scrubber::Scrubber(const std::vector<Secret>& secrets) : m_secrets(secrets) {
+Scrubber::Scrubber(const std::vector<Secret>& secrets) {
+  for (const Secret& each : secrets) AddSecret(each);
+}
+
+void Scrubber::AddSecret(const Secret& secret) {
+  const auto same = [&](const Secret& each) { return each.text == secret.text; };
+  if (std::any_of(m_secrets.begin(), m_secrets.end(), same)) return;
   // A name that holds another must go first.
-  std::stable_sort(m_secrets.begin(), m_secrets.end(),
-                   [](const Secret& one, const Secret& other) { return one.text.size() > other.text.size(); });
+  const auto shorter = [&](const Secret& each) { return each.text.size() < secret.text.size(); };
+  m_secrets.insert(std::find_if(m_secrets.begin(), m_secrets.end(), shorter), secret);
+}
+
+void Scrubber::Learn(const std::string& text) {
+  for (const Rule& rule : kRules) {
+    if (!rule.isName) continue;
+    ReplaceAll(text, rule.pattern, [&](const std::string& value) {
+      if (value.size() >= kShortestLearned && m_secrets.size() < kMaxSecrets) AddSecret({rule.kind, value});
+      return value;
+    });
+  }
 }
 
 std::string Scrubber::Placeholder(const std::string& kind, std::string value) {
@@ -152,39 +196,15 @@ std::string Scrubber::Placeholder(const std::string& kind, std::string value) {
   return placeholder;
 }
 
-std::string Scrubber::ReplaceAll(const std::string& text, const std::string& pattern, const std::string& kind,
-                                 bool (*isPrivate)(const std::string& value)) {
-  const RegexHandle regex = Compile(pattern);
-  if (!regex) return {};
-  std::string out;
-  size_t copied = 0;
-  GMatchInfo* info = nullptr;
-  GErrorHandle error;
-  g_regex_match_full(regex.get(), text.data(), static_cast<gssize>(text.size()), 0, G_REGEX_MATCH_DEFAULT, &info,
-                     error.Out());
-  for (; g_match_info_matches(info); g_match_info_next(info, error.Out())) {
-    int from = -1, to = -1;
-    if (!g_match_info_fetch_named_pos(info, "v", &from, &to) || from < 0) g_match_info_fetch_pos(info, 0, &from, &to);
-    const std::string value = text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from));
-    const bool isPlaceholder = value.starts_with('<') && value.ends_with('>');
-    if (isPlaceholder || !isPrivate(value)) continue;
-    out.append(text, copied, static_cast<size_t>(from) - copied).append(Placeholder(kind, value));
-    copied = static_cast<size_t>(to);
-  }
-  g_match_info_unref(info);
-  if (error.Get()) {
-    // Rather no text than one that nobody has looked at to the end.
-    Log(DLOG_ERROR, "a text was left out of a report: " + std::string(error.Message()));
-    return {};
-  }
-  return out.append(text, copied, std::string::npos);
-}
-
 std::string Scrubber::Clean(const std::string& text) {
   std::string clean = text;
+  for (const Rule& rule : kRules)
+    clean = ReplaceAll(clean, rule.pattern, [&](const std::string& value) {
+      return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
+    });
   for (const Secret& secret : m_secrets)
-    clean = ReplaceAll(clean, "(?i)(?<![0-9A-Za-z<])" + Escaped(secret.text) + "(?![0-9A-Za-z])", secret.kind, Always);
-  for (const Rule& rule : kRules) clean = ReplaceAll(clean, rule.pattern, rule.kind, rule.isPrivate);
+    clean = ReplaceAll(clean, "(?i)(?<![0-9A-Za-z<])" + Escaped(secret.text) + "(?![0-9A-Za-z])",
+                       [&](const std::string& value) { return Placeholder(secret.kind, value); });
   return clean;
 }
 

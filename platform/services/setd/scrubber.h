@@ -21,13 +21,16 @@ class Scrubber {
   };
   explicit Scrubber(const std::vector<Secret>& secrets);
 
+  /// Takes the names of wireless networks and the serial numbers that the text calls so, to replace them also where a
+  /// text does not say what they are.
+  void Learn(const std::string& text);
+
   /// The text, of any bytes, without private data.
   std::string Clean(const std::string& text);
 
  private:
   std::string Placeholder(const std::string& kind, std::string value);
-  std::string ReplaceAll(const std::string& text, const std::string& pattern, const std::string& kind,
-                         bool (*isPrivate)(const std::string& value));
+  void AddSecret(const Secret& secret);
 
   std::vector<Secret> m_secrets;
   std::map<std::string, int> m_counts;
