@@ -113,6 +113,15 @@ bool Runs(ChildProcess& process) {
   return state != 'Z';
 }
 
+/// A script of the package org.a that SIGTERM does not end; it is ready when this returns.
+std::unique_ptr<ChildProcess> StartStubborn() {
+  Write("/opt/usr/apps/org.a/bin/stubborn.sh", "trap '' TERM; : >$0.ready; while :; do sleep 1; done\n");
+  const std::string script = "/opt/usr/apps/org.a/bin/stubborn.sh";
+  auto process = std::make_unique<ChildProcess>(std::vector<std::string>{"sh", Path(script)});
+  EXPECT_TRUE(Comes([&] { return Exists(script + ".ready"); }));
+  return process;
+}
+
 int64_t DiskUsage(const std::string& setPath) {
   return std::stoll(RunProcess({"du", "-s", "-B1", Path(setPath)}).out);
 }
@@ -186,10 +195,10 @@ TEST(Setd, AnswersTwentyAtOnceAndTheSameOneAgain) {
 TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   Install("org.a", "org.a.app");
   Install("org.ab", "org.ab.app");
-  Write("/opt/usr/apps/org.a/bin/stubborn.sh", "trap '' TERM; while :; do sleep 1; done\n");
   const std::string folder = Path("/opt/usr/apps/org.a");
   const Daemon daemon = StartDaemon();
-  ChildProcess executable({Program("org.a"), "60"}), script({"sh", folder + "/bin/stubborn.sh"});
+  ChildProcess executable({Program("org.a"), "60"});
+  const auto script = StartStubborn();
   ChildProcess environment({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
   ChildProcess directory({"setsid", "env", "-C", folder, "sleep", "60"});
   ChildProcess otherPackage({Program("org.ab"), "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
@@ -199,7 +208,6 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
     return fs::read_symlink("/proc/" + std::to_string(directory.Pid()) + "/cwd", error) == folder &&
            fs::read_symlink("/proc/" + std::to_string(environment.Pid()) + "/exe", error).filename() == "sleep";
   }));
-  std::this_thread::sleep_for(50ms);  // for the script to have set its trap
   Ask("killApp", "org.a\n");
   // Others are served meanwhile.
   AskSize("org.ab", "org.ab.app");
@@ -209,7 +217,7 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   EXPECT_EQ(executable.Wait().signal, SIGTERM);
   EXPECT_EQ(environment.Wait().signal, SIGTERM);
   EXPECT_EQ(directory.Wait().signal, SIGTERM);
-  EXPECT_EQ(script.Wait().signal, SIGKILL);
+  EXPECT_EQ(script->Wait().signal, SIGKILL);
   EXPECT_TRUE(Runs(otherPackage));
   EXPECT_TRUE(Runs(reader));
   EXPECT_TRUE(Runs(*daemon));
@@ -318,23 +326,21 @@ TEST(Setd, WhereNothingCanBeWrittenThereIsNoAnswerUntilItCan) {
 
 TEST(Setd, GoesOnAfterHavingBeenKilledInTheMiddle) {
   Install("org.a", "org.a.app");
-  Write("/opt/usr/apps/org.a/bin/stubborn.sh", "trap '' TERM; while :; do sleep 1; done\n");
   Daemon daemon = StartDaemon();
-  ChildProcess script({"sh", Path("/opt/usr/apps/org.a/bin/stubborn.sh")});
-  std::this_thread::sleep_for(50ms);
+  const auto script = StartStubborn();
   Ask("killApp", "org.a\n");
   std::this_thread::sleep_for(300ms);
   daemon->Signal(SIGKILL);
   daemon->Wait();
   EXPECT_TRUE(Exists("/tmp/tager/req/killApp"));
-  EXPECT_TRUE(Runs(script));
+  EXPECT_TRUE(Runs(*script));
   // What it left half written, and a request whose writer has ended without its line.
   Write(Result("x") + "#abcdef", "1");
   Write("/tmp/tager/calcAppDataCacheSize_org.a.app", "org.a|org.a.app\n");
   Write("/tmp/tager/req/calcAppDataCacheSize_org.a.app", "");
   const ProcessResult once = RunProcess({SETD, "--once"});
   EXPECT_EQ(once.exitCode, 0) << once.err;
-  EXPECT_EQ(script.Wait().signal, SIGKILL);
+  EXPECT_EQ(script->Wait().signal, SIGKILL);
   EXPECT_FALSE(Exists("/tmp/tager/req/killApp"));
   EXPECT_FALSE(Exists(Result("x") + "#abcdef"));
   EXPECT_TRUE(Exists(Ack("org.a.app")));
