@@ -202,6 +202,7 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   ChildProcess environment({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
   ChildProcess directory({"setsid", "env", "-C", folder, "sleep", "60"});
   ChildProcess otherPackage({Program("org.ab"), "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
+  ChildProcess otherRoot({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}, {"VEXILO_ROOT", "/elsewhere"}}});
   ChildProcess reader({"tail", "-f", folder + "/manifest.json"});
   ASSERT_TRUE(Comes([&] {
     std::error_code error;
@@ -219,6 +220,7 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   EXPECT_EQ(directory.Wait().signal, SIGTERM);
   EXPECT_EQ(script->Wait().signal, SIGKILL);
   EXPECT_TRUE(Runs(otherPackage));
+  EXPECT_TRUE(Runs(otherRoot));
   EXPECT_TRUE(Runs(reader));
   EXPECT_TRUE(Runs(*daemon));
 }

@@ -97,21 +97,38 @@ bool HasTerminal(const std::string& proc) {
   return terminal != 0;
 }
 
-/// The package id that the process belongs to; empty for none.
-std::string OwnerOf(const std::string& proc, const std::vector<packages::Package>& packages) {
-  const std::string executable = LinkTarget(proc + "exe");
-  if (executable.empty()) return {};
+/// The package id that a process with that executable belongs to; empty for none.
+std::string OwnerOf(const std::string& proc, const std::string& executable,
+                    const std::vector<packages::Package>& packages) {
   std::string owner = PackageAt(executable);
   if (owner.empty()) owner = PackageAt(ScriptOf(proc, executable));
   if (!owner.empty()) return owner;
-  constexpr std::string_view kVariable = "VEXILO_APP_ID=";
+  std::string root, appId;
   for (const std::string& entry : Texts(proc + "environ")) {
-    if (!entry.starts_with(kVariable)) continue;
-    const auto named = std::find_if(packages.begin(), packages.end(),
-                                    [&](const auto& each) { return each.appId == entry.substr(kVariable.size()); });
-    return named == packages.end() ? "" : named->packageId;
+    const size_t equals = std::min(entry.find('='), entry.size());
+    const std::string_view name(entry.data(), equals);
+    const std::string value = entry.substr(std::min(equals + 1, entry.size()));
+    if (name == "VEXILO_ROOT") root = value;
+    if (name == "VEXILO_APP_ID") appId = value;
   }
+  while (root.ends_with('/')) root.pop_back();
+  const auto named =
+      std::find_if(packages.begin(), packages.end(), [&](const auto& each) { return each.appId == appId; });
+  // Sets in other roots may have an application of the same id.
+  if (!appId.empty()) return named == packages.end() || root != SystemRoot() ? "" : named->packageId;
   return HasTerminal(proc) ? "" : PackageAt(LinkTarget(proc + "cwd"));
+}
+
+/// The same of a process that may be about to become another program: all that was read must be of one.
+std::string OwnerOf(const std::string& proc, const std::vector<packages::Package>& packages) {
+  std::string executable = LinkTarget(proc + "exe");
+  for (int attempt = 0; attempt < kRounds && !executable.empty(); ++attempt) {
+    const std::string owner = OwnerOf(proc, executable, packages);
+    const std::string now = LinkTarget(proc + "exe");
+    if (now == executable) return owner;
+    executable = now;
+  }
+  return {};
 }
 
 /// Waits until all have ended, the time is over or the daemon is to stop; removes those that have ended.
