@@ -18,7 +18,7 @@ class CHomeScreen {
   CHomeScreen(const CHomeScreen&) = delete;
   CHomeScreen& operator=(const CHomeScreen&) = delete;
 
-  /// Forgets the list and asks for it anew; RemainingDataArrived() tells when the answer is there. Where nothing is
+  /// Forgets the list and asks for it anew; m_IsRemainingDataArrived() tells when the answer is there. Where nothing is
   /// stored no answer comes.
   void m_GetRemainingData();
   /// Takes the answer, on the engine's thread.

@@ -64,6 +64,7 @@ class QUVA_DiagManager {
   ApplySolutionEntry m_applySolution = nullptr;
   SaveResultEntry m_saveResult = nullptr;
   LaunchAppEntry m_launchApp = nullptr;
+  void (*m_reserved)() = nullptr;  ///< an entry that the plug-in had once; not set
   ParseSolutionMapEntry m_parseSolutionMap = nullptr;
   std::atomic<bool> m_isCallBackFinish{false};
   std::atomic<bool> m_isDiagnosisRequested{false};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -57,9 +58,10 @@ class QUVA_DiagResultManager {
   void ClearRemainingProblems();
   void DeleteRemainingDBColumn(std::string issueCode);
 
-  // ---- result lists
+  // ---- result lists: 1 when the list was handed over or the file holds it (none is a list, too), 0 otherwise
 
-  /// Resolves, stores the remaining problems and hands the rows that are shown to the start-care screen.
+  /// Resolves, stores the remaining problems and hands the rows that are shown to the start-care screen. 0 when nothing
+  /// was found.
   int CreateErrorList();
   /// Resolves and writes the issue codes, a line each, to the QGuide result file.
   int CreateQGuideErrList();
@@ -73,12 +75,10 @@ class QUVA_DiagResultManager {
   bool m_isShown(const MapToDBTable& row);
   bool m_hasCleared(const MapToDBTable& row);
   void m_handToHomeScreen();
+  int m_writeCodes(FILE* file, const char* path);
 
   std::vector<MapToDBTable> m_table;
   MapToDBTable m_scratchRow;
-  std::vector<_DTInfDBRecord> m_trueList;
-  std::vector<_DTInfDBRecord> m_falseList;
-  _DTSolDBRecord m_solRecord;
 
   static std::atomic<QUVA_DiagResultManager*> m_pInstance;
   /// Guards the creation and the table; taken after the diagnosis manager's. List operations use each other.

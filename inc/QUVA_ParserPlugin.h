@@ -1,7 +1,7 @@
 #pragma once
 /// @file
-/// The entries of the solution-map parser plug-in, set_paths::kParserPlugin. All are called on the thread that asks;
-/// none throws.
+/// The entries of the solution-map parser plug-in, set_paths::kParserPlugin. No argument may be null; none throws.
+/// Thread rule: callable from any thread, on which they then run.
 
 extern "C" {
 
@@ -11,7 +11,7 @@ int ParseSolutionMap(void);
 
 /// Does what the issue's solution says and records it as applied. 0, or -1 when the issue is unknown, a step failed
 /// (the later ones are then not done) or it could not be recorded. Waits for what a step waits for: ten seconds at most
-/// for each deep clean.
+/// for each deep clean, so not on the main thread.
 int RequestApplySolution(const char* issueCode);
 
 /// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as

@@ -95,7 +95,8 @@ void app_pause(void*) {
   const bool multitasking = CUtils::Instance().m_GetMultitaskingStatus();
   VEXILO_LOGI("pause called %d", multitasking);
   SettingsAPI::Get().EnableItem(kZoomItem, kApplicationId);
-  VEXILO_LOGI("deactivateScreenSaver ret value = %d", deactivateScreenSaver());
+  const int result = deactivateScreenSaver();
+  VEXILO_LOGI("deactivateScreenSaver ret value = %d", result);
   if (!multitasking) ui_app_exit();
 }
 

@@ -34,7 +34,7 @@ int CUtils::GetChannelType() {
   criteria.FetchCurrentService();
   std::vector<TCService> services;
   if (navigation->Fetch(criteria, services) <= 0) {
-    VEXILO_LOGE("Return false");
+    VEXILO_LOGI("Return false");
     return kNoChannel;
   }
   const int type = services.empty() ? kNoChannel : services.front().channelType;

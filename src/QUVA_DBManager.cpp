@@ -138,6 +138,7 @@ std::string TCDBManager::m_GetDBPath(EDBName db) {
 }
 
 std::string TCDBManager::m_GetTableName(EDBName db, int index) {
+  VEXILO_LOGD("m_GetTableName");
   if (!IsKnown(db)) {
     VEXILO_LOGE("ERROR: table name is wrong!! : %d", db);
     return "";
@@ -146,12 +147,14 @@ std::string TCDBManager::m_GetTableName(EDBName db, int index) {
 }
 
 int TCDBManager::m_GetLimitForTableCnt(EDBName db) {
+  VEXILO_LOGD("m_GetLimitForTableCnt");
   if (IsKnown(db)) return 1;
   VEXILO_LOGE("ERROR: db option is wrong!!");
   return 0;
 }
 
 std::string TCDBManager::m_GetQueryForCreateTable(std::string table) {
+  VEXILO_LOGD("m_GetQueryForCreateTable");
   if (table == kTables[DB_INFERENCE] || table == kTables[DB_TEST]) return kInferenceColumns;
   if (table == kTables[DB_SOLUTION]) return kSolutionColumns;
   if (table == kTables[DB_REMAINING]) return kRemainingColumns;

@@ -89,7 +89,10 @@ void QUVA_DiagManager::createLibHandler() {
 
 void QUVA_DiagManager::StartQGuideDiagnosis() {
   VEXILO_LOGI("StarQGuide Diagnosis");
-  InferenceSubscribeOnce(kInferenceWait, QGuideCallbackFunc);
+  if (InferenceSubscribeOnce(kInferenceWait, QGuideCallbackFunc) != 0) {
+    VEXILO_LOGE("the diagnosis engine does not answer");
+    g_idle_add(EndQGuideLoop, nullptr);
+  }
   VEXILO_LOGI("End QGuide Diagnosis");
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -29,7 +30,6 @@ namespace QUVA {
 namespace {
 
 constexpr int kResolvedIndex = 1;
-constexpr int kUnresolved = -1;
 constexpr int kFreshIssue = 0;
 constexpr char kBackgroundIssue[] = "bg";
 constexpr char kViewUser[] = "USER";
@@ -112,9 +112,6 @@ int QUVA_DiagResultManager::GetInferenceResult() {
       continue;
     }
     m_resolve(solution, count);
-    m_trueList.clear();
-    m_falseList.clear();
-    m_solRecord = _DTSolDBRecord();
   }
   return count;
 }
@@ -123,7 +120,8 @@ void QUVA_DiagResultManager::m_resolve(QUVA_Solution& solution, int& count) {
   const int code = ToNumber(solution.issue_code);
   VEXILO_LOGD("SelectIssueCode : %d", code);
 
-  int result = GetInferenceDB(code, DT_TRANSITION_TYPE_TRUE, &m_trueList);
+  std::vector<_DTInfDBRecord> trueList;
+  int result = GetInferenceDB(code, DT_TRANSITION_TYPE_TRUE, &trueList);
   if (result == TREVLIN_NO_MATCH) {
     VEXILO_LOGD("No Matching DT_TRANSITION_TYPE_TRUE InferenceDB : %u", static_cast<unsigned>(code));
     return;
@@ -132,36 +130,38 @@ void QUVA_DiagResultManager::m_resolve(QUVA_Solution& solution, int& count) {
     VEXILO_LOGE("GetInferenceDB API Error : %d", result);
     return;
   }
-  if (m_trueList.empty()) {
+  if (trueList.empty()) {
     VEXILO_LOGD("TR true Result is empty! : %u", static_cast<unsigned>(code));
     return;
   }
 
-  result = GetInferenceDB(code, DT_TRANSITION_TYPE_FALSE, &m_falseList);
+  std::vector<_DTInfDBRecord> falseList;
+  result = GetInferenceDB(code, DT_TRANSITION_TYPE_FALSE, &falseList);
   if (result == TREVLIN_NO_MATCH) {
     VEXILO_LOGD("No Matching DT_TRANSITION_TYPE_FALSE InferenceDB : %u", static_cast<unsigned>(code));
   } else if (result != TREVLIN_OK) {
     VEXILO_LOGE("GetInferenceDB API Error : %d", result);
-  } else if (m_falseList.empty()) {
+  } else if (falseList.empty()) {
     VEXILO_LOGD("TR False result is empty! : %u", static_cast<unsigned>(code));
-  } else if (CompareTime(m_falseList[0].lastUpdateTime, m_trueList[0].lastUpdateTime)) {
-    VEXILO_LOGD("Skip because of time. TR_0 Time: [%s] >>> TR_1 Time : [%s]", m_falseList[0].lastUpdateTime.c_str(),
-                m_trueList[0].lastUpdateTime.c_str());
+  } else if (CompareTime(falseList[0].lastUpdateTime, trueList[0].lastUpdateTime)) {
+    VEXILO_LOGD("Skip because of time. TR_0 Time: [%s] >>> TR_1 Time : [%s]", falseList[0].lastUpdateTime.c_str(),
+                trueList[0].lastUpdateTime.c_str());
     return;
   }
 
-  result = GetSolutionDB(code, &m_solRecord);
+  _DTSolDBRecord solRecord;
+  result = GetSolutionDB(code, &solRecord);
   if (result == TREVLIN_NO_MATCH)
     VEXILO_LOGD("No Matching SolutionDB : %u", static_cast<unsigned>(code));
   else if (result != TREVLIN_OK)
     VEXILO_LOGE("GetInferenceDB API Error : %d", result);
 
-  const _DTInfDBRecord& inf = m_trueList[0];
+  const _DTInfDBRecord& inf = trueList[0];
   VEXILO_LOGD("First Inf Result : %d %d %d %s %s", inf.issueCode, inf.transitionType, inf.status, inf.detail.c_str(),
               inf.lastUpdateTime.c_str());
-  VEXILO_LOGD("Sol Result : %d %d %d %d %s", m_solRecord.issueCode, m_solRecord.solutionCode, m_solRecord.type,
-              m_solRecord.isApply, m_solRecord.registerTime.c_str());
-  if (!FindErrorCodeInDB(solution, m_trueList, m_solRecord)) {
+  VEXILO_LOGD("Sol Result : %d %d %d %d %s", solRecord.issueCode, solRecord.solutionCode, solRecord.type,
+              solRecord.isApply, solRecord.registerTime.c_str());
+  if (!FindErrorCodeInDB(solution, trueList, solRecord)) {
     VEXILO_LOGD("No matching with Inference Result");
     return;
   }
@@ -242,8 +242,6 @@ bool QUVA_DiagResultManager::CheckSourceType(const char* source) {
 void QUVA_DiagResultManager::m_resetScratchRow() {
   std::string name = std::move(m_scratchRow.sol_name);
   m_scratchRow = MapToDBTable();
-  m_scratchRow.index = kUnresolved;
-  m_scratchRow.is_fix = kUnresolved;
   m_scratchRow.sol_name = std::move(name);
 }
 
@@ -367,11 +365,11 @@ struct StoredColumns {
 };
 
 void LogRow(const MapToDBTable& row) {
-  VEXILO_LOGI("mdt.index : %d", row.index);
-  VEXILO_LOGI("mdt.issue_code : %s", row.issue_code.c_str());
-  VEXILO_LOGI("mdt.is_fix : %d", row.is_fix);
+  VEXILO_LOGD("mdt.index : %d", row.index);
+  VEXILO_LOGD("mdt.issue_code : %s", row.issue_code.c_str());
+  VEXILO_LOGD("mdt.is_fix : %d", row.is_fix);
   for (const TextColumn& column : kTextColumns)
-    VEXILO_LOGI("mdt.%s : %s", column.name.c_str(), (row.*column.field).c_str());
+    VEXILO_LOGD("mdt.%s : %s", column.name.c_str(), (row.*column.field).c_str());
 }
 
 }  // namespace
@@ -527,6 +525,26 @@ int QUVA_DiagResultManager::CreateErrorList() {
   return 1;
 }
 
+namespace {
+
+// For writing, created or emptied; null with errno. A link that is planted after the check is not followed either, and
+// what is no file is not written to.
+FileHandle OpenResultFile(const std::string& path) {
+  FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
+  struct stat info {};
+  if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
+  if (!S_ISREG(info.st_mode)) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  if (ftruncate(fd.get(), 0) != 0) return nullptr;
+  FileHandle file(fdopen(fd.get(), "w+"));
+  if (file) fd.release();
+  return file;
+}
+
+}  // namespace
+
 int QUVA_DiagResultManager::CreateQGuideErrList() {
   VEXILO_LOGI("CreateQGuideErrorList");
   const char* launchFrom = CUtils::Instance().m_pGetLaunchFrom();
@@ -560,25 +578,28 @@ int QUVA_DiagResultManager::openQGuideForWrite(const char* path) {
     VEXILO_LOGE("lstat error");
     return 0;
   }
-  // A link that is planted after the check is not followed either.
-  FdHandle fd(open(full.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
-  FileHandle file(fd ? fdopen(fd.get(), "w+") : nullptr);
+  FileHandle file = OpenResultFile(full);
   if (!file) {
     VEXILO_LOGE("Unable to open file %s %d", path, errno);
     return 0;
   }
-  fd.release();
   if (GetInferenceResult() < 1) {
     VEXILO_LOGI("GetInferenceResult Failed");
     return 1;
   }
   VEXILO_LOGI("GetInferenceResult Success");
   VEXILO_LOGI("m_table Size is %zu", m_table.size());
+  return m_writeCodes(file.get(), path);
+}
+
+int QUVA_DiagResultManager::m_writeCodes(FILE* file, const char* path) {
   bool written = true;
-  for (const MapToDBTable& row : m_table)
-    written = std::fprintf(file.get(), "%s\n", row.issue_code.c_str()) >= 0 && written;
-  if (std::fclose(file.release()) != 0 || !written) VEXILO_LOGE("Writing %s failed: error %d", path, errno);
-  return written;
+  for (const MapToDBTable& row : m_table) written = std::fprintf(file, "%s\n", row.issue_code.c_str()) >= 0 && written;
+  if (std::fflush(file) == 0 && written) return 1;
+  VEXILO_LOGE("Writing %s failed: error %d", path, errno);
+  // Half a code could be taken for another issue.
+  if (ftruncate(fileno(file), 0) != 0) VEXILO_LOGE("Emptying %s failed: error %d", path, errno);
+  return 0;
 }
 
 }  // namespace QUVA

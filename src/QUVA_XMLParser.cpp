@@ -1,6 +1,7 @@
 #include "QUVA_XMLParser.h"
 
 #include <expat.h>
+#include <glib.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -118,8 +119,8 @@ bool TCXMLParser::TCAttributes::GetValue(std::string_view name, double& out) con
   const std::string* value = Find(name);
   if (!value || value->empty()) return false;
   char* end = nullptr;
-  const double number = std::strtod(value->c_str(), &end);
-  if (end != value->c_str() + value->size()) return false;
+  const double number = g_ascii_strtod(value->c_str(), &end);  // whatever the locale
+      if (end != value->c_str() + value->size()) return false;
   out = number;
   return true;
 }

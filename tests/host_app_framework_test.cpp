@@ -53,7 +53,7 @@ class HostAppFramework : public testing::Test {
       EXPECT_THAT(entry.path().filename(), testing::Not(testing::StartsWith("vexilo-"))) << "a private folder stays";
   }
 
-  static ChildProcess Start(std::vector<std::string> arguments, ProcessOptions options = {}) {
+  static ChildProcess Start(std::vector<std::string> arguments, const ProcessOptions& options = {}) {
     arguments.insert(arguments.begin(), APP_PROBE);
     return ChildProcess(arguments, options);
   }
@@ -279,8 +279,11 @@ TEST_F(HostAppFramework, AnInstanceThatIsEndingTakesNoRequests) {
   StartBus();
   ChildProcess first = Start({"do=exit and linger"});
   ExpectLines(first, {"create", "request <do=exit and linger>", "nested loop"});
-  ChildProcess second = Start({"do=exit"});
-  ExpectEnd(second, {"create", "request <do=exit>", "done", "terminate"});
+  ChildProcess second = Start({"x=1"});
+  ExpectLines(second, {"create", "request <x=1>", "done"});
+  ChildProcess third = Start({"do=exit"});
+  ExpectEnd(third, {});
+  ExpectEnd(second, {"request <do=exit>", "done", "terminate"});
   first.Signal(SIGUSR1);
   ExpectEnd(first, {"nested loop ends", "done", "terminate"});
 }
@@ -361,6 +364,11 @@ TEST_F(HostAppFramework, RunsWithoutABusAndSaysOnceThatForwardingIsOff) {
     EXPECT_THAT(lines, HasSubstr(expected.reason));
     EXPECT_EQ(lines.find("off: "), lines.rfind("off: "));
   }
+  // A signal while it waits for the bus ends it at once; TearDown() sees what is left.
+  ChildProcess waiting = Start({"x=1"});
+  for (int connections = 0; connections < 2; ++connections) FdHandle(accept(listener.get(), nullptr, nullptr));
+  waiting.Signal(SIGTERM);
+  EXPECT_EQ(waiting.Wait().signal, SIGTERM);
 }
 
 /// How often the main thread of the process has run.

@@ -9,9 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -20,7 +21,9 @@
 #include <thread>
 
 #include "c_handle.h"
+#include "packages/package_store.h"
 #include "packages/safe_tree.h"
+#include "pkgmgr_client.h"
 #include "set_paths.h"
 #include "support/process.h"
 #include "system_path.h"
@@ -129,24 +132,27 @@ TEST(SafeTree, MeasuresAsTheFileSystemDoesAndRemovesLinksNotTargets) {
   ExpectOutsideIsWhole();
 }
 
-/// A chain of folders of the name "d" with a file in each.
+constexpr char kDeeper[] = "a-deeper-one";
+
+/// A chain of folders with a file in each.
 void MakeDeep(const fs::path& folder, int depth) {
   fs::create_directories(folder);
   FdHandle at(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (int i = 0; i < depth; ++i) {
     FdHandle(openat(at.get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-    ASSERT_EQ(mkdirat(at.get(), "d", 0700), 0);
-    at.reset(openat(at.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(mkdirat(at.get(), kDeeper, 0700), 0);
+    at.reset(openat(at.get(), kDeeper, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
 }
 
 TEST(SafeTree, GoesAsDeepAndWideAsATreeIs) {
   const rlimit few = {100, 100};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  MakeDeep(kHostTree, 5000);
+  MakeDeep(kHostTree, 600);
+  EXPECT_GT(600 * sizeof kDeeper, size_t{PATH_MAX}) << "no path reaches its end";
   for (int i = 0; i < 10000; ++i) Write(kHostTree / ("wide" + std::to_string(i % 100)) / std::to_string(i), "");
   const TreeResult measured = MeasureTree(kTree);
-  EXPECT_EQ(measured.files, 1 + 2 * 5000 + 100 + 10000);
+  EXPECT_EQ(measured.files, 1 + 2 * 600 + 100 + 10000);
   EXPECT_EQ(measured.error, 0);
   const TreeResult removed = RemoveTree(kTree);
   EXPECT_EQ(removed.files, measured.files);
@@ -239,7 +245,7 @@ TEST(SafeTree, IsNotLedOutsideByWhatChangesUnderTheWalk) {
   bool moved = false;
   const TreeResult result = EmptyTree(kTree, [&moved](int64_t) {
     std::string deep = kHostTree;
-    for (int i = 0; i < 100; ++i) deep += "/d";
+    for (int i = 0; i < 100; ++i) deep.append("/").append(kDeeper);
     if (moved || fs::exists(deep + "/f")) return;
     fs::rename(deep, kOutside / "guest");
     moved = true;
@@ -265,6 +271,230 @@ TEST(SafeTree, IsNotLedOutsideByWhatChangesUnderTheWalk) {
   done = true;
   swapper.join();
   ExpectOutsideIsWhole();
+}
+
+// --- Packages --------------------------------------------------------------------------------------------------------
+
+const fs::path kPackages = SystemPath(set_paths::kPackagesDir);
+const fs::path kWebCache = SystemPath(set_paths::kWebCacheDir);
+
+std::string Manifest(const std::string& id, const std::string& more = "") {
+  return "{\"package_id\": \"" + id + "\", \"app_id\": \"" + id + ".app\", \"title\": \"" + id + "\"" + more + "}";
+}
+
+void PlantPackage(const std::string& id, const std::string& more = "") {
+  Write(kPackages / id / "manifest.json", Manifest(id, more));
+  for (int i = 0; i < 40; ++i)
+    Write(kPackages / id / (i % 2 ? "data" : "cache") / std::to_string(i), std::string(20000, 'x'));
+  Write(kWebCache / (id + ".app") / "page", std::string(20000, 'x'));
+}
+
+std::string Ids() {
+  std::string ids;
+  for (const Package& package : List()) ids += (ids.empty() ? "" : " ") + package.packageId;
+  return ids;
+}
+
+int TimesLogged(const std::string& text) {
+  const std::string log = Read(SystemPath(set_paths::kLogFile));
+  int times = 0;
+  for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++times;
+  return times;
+}
+
+TEST(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
+  const std::string many(257, 't');
+  const struct {
+    std::string id, text, problem;
+  } kWrong[] = {
+      {"w01", "", "Syntax error"},
+      {"w02", "{\"package_id\": \"w02\"", "Missing ',' or '}'"},
+      {"w03", "[]", "is no JSON object"},
+      {"w04", Manifest("other"), "\"package_id\" must be the name of the folder"},
+      {"w05", "{\"package_id\": \"w05\", \"title\": \"x\"}", "\"app_id\" is missing"},
+      {"w06", "{\"package_id\": \"w06\", \"app_id\": \"../x\", \"title\": \"x\"}", "\"app_id\" must be 1 to 128"},
+      {"w07", "{\"package_id\": \"w07\", \"app_id\": 7, \"title\": \"x\"}", "\"app_id\" must be 1 to 128"},
+      {"w08", "{\"package_id\": \"w08\", \"app_id\": \"x\", \"title\": \"\"}", "\"title\" must be a text"},
+      {"w09", "{\"package_id\": \"w09\", \"app_id\": \"x\", \"title\": \"\xff\"}", "\"title\" must be a text"},
+      {"w10", "{\"package_id\": \"w10\", \"app_id\": \"x\", \"title\": \"" + many + "\"}", "\"title\" must be a text"},
+      {"w11", Manifest("w11", ", \"icon_folder\": \"../w12\""), "\"icon_folder\" must be a folder inside"},
+      {"w12", Manifest("w12", ", \"icon_folder\": \"/etc\""), "\"icon_folder\" must be a folder inside"},
+      {"w13", Manifest("w13", ", \"command\": [\"../../bin/x\"]"), "\"command\" must be a list of texts"},
+      {"w14", Manifest("w14", ", \"command\": \"bin/run\""), "\"command\" must be a list of texts"},
+      {"w15", Manifest("w15", ", \"attributes\": [1]"), "\"attributes\" must be a list of two"},
+      {"w16", Manifest("w16", ", \"locked\": 1"), "\"locked\" must be true or false"},
+      {"w17", Manifest("w17", ", \"lockd\": true"), "\"lockd\" is no member of a manifest"},
+      {"w18", Manifest("w18", ", \"title\": \"again\""), "Duplicate key"},
+      {"w19", Manifest("w19") + "x", "Extra non-whitespace"},
+      {"w20", std::string(5000, '[') + std::string(5000, ']'), "stackLimit"},
+      {"w21", Manifest("w21") + std::string(70000, ' '), "larger than 64 KiB"},
+      {"no name", Manifest("no name"), "is no name of a package"},
+      {"-dash", Manifest("-dash"), "is no name of a package"}};
+  for (const auto& [id, text, problem] : kWrong) Write(kPackages / id / "manifest.json", text);
+  PlantPackage("right", R"(, "service_id": "svc", "icon_folder": "res/i/", "command": ["bin/run", ".."],
+      "attributes": [3, -4], "removable": false, "locked": true, "keep_running": true)");
+  PlantPackage("Plain");
+  fs::create_directory_symlink(kPackages / "right", kPackages / "w30");
+  fs::create_directories(kPackages / "w31");
+  fs::create_directories(kPackages / "w32");
+  fs::create_symlink(kPackages / "right/manifest.json", kPackages / "w32/manifest.json");
+  Write(kPackages / "w33");
+  Write(kPackages / "zz/manifest.json", R"({"package_id": "zz", "app_id": "right.app", "title": "a"})");
+
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Ids(), "Plain right");
+  for (const auto& [id, text, problem] : kWrong) {
+    EXPECT_EQ(FindByPackageId(id), std::nullopt);
+    const std::string name = "/opt/usr/apps/" + id + ": ", log = Read(SystemPath(set_paths::kLogFile));
+    EXPECT_EQ(TimesLogged(name), 1) << id;
+    const std::string line = log.substr(std::min(log.find(name), log.size()));
+    EXPECT_NE(line.substr(0, line.find('\n')).find(problem), line.npos) << line.substr(0, 300);
+  }
+  for (const char* text :
+       {"w30: is no folder", "w31: manifest.json: No such file", "w32: manifest.json: Too many levels",
+        "w33: is no folder", "zz: manifest.json: \"app_id\" right.app is that of right"})
+    EXPECT_EQ(TimesLogged(std::string("/opt/usr/apps/") + text), 1) << text;
+
+  const auto right = FindByAppId("right.app");
+  ASSERT_TRUE(right);
+  EXPECT_EQ(right->packageId, "right");
+  EXPECT_EQ(right->serviceId, "svc");
+  EXPECT_EQ(right->iconDir, "/opt/usr/apps/right/res/i/");
+  EXPECT_EQ(right->command, (std::vector<std::string>{"bin/run", ".."}));
+  EXPECT_EQ(right->attribute1, 3);
+  EXPECT_EQ(right->attribute2, -4);
+  EXPECT_TRUE(!right->removable && right->locked && right->keepRunning);
+  const auto plain = FindByPackageId("Plain");
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(plain->serviceId, "Plain.app");
+  EXPECT_EQ(plain->iconDir, "/opt/usr/apps/Plain/icons/");
+  EXPECT_TRUE(plain->removable && !plain->locked && !plain->keepRunning);
+  for (const char* id : {"", ".", "..", "../apps/Plain", "Plain/", ".removing-Plain"}) {
+    EXPECT_EQ(FindByPackageId(id), std::nullopt) << id;
+    EXPECT_EQ(FindByAppId(id), std::nullopt) << id;
+  }
+}
+
+TEST(PackageStore, RemovesWholePackagesOrNothing) {
+  PlantOutside();
+  PlantPackage("gone");
+  PlantPackage("stays");
+  fs::create_directory_symlink(kOutside, kPackages / "gone/data/link");
+  const Package gone = *FindByPackageId("gone");
+  std::vector<int> told;
+  EXPECT_EQ(Remove(gone, [&told](int percent) { told.push_back(percent); }), PKGMGR_R_OK);
+  ASSERT_GT(told.size(), 20u);
+  EXPECT_EQ(told.front(), 0);
+  EXPECT_EQ(told.back(), 100);
+  EXPECT_EQ(std::adjacent_find(told.begin(), told.end(), std::greater_equal<>()), told.end());
+  EXPECT_EQ(Remove(gone), PKGMGR_R_ENOPKG);
+  EXPECT_FALSE(fs::exists(kWebCache / "gone.app"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(kPackages), {}), 1);
+  ExpectOutsideIsWhole();
+
+  if (geteuid() != 0) GTEST_SKIP() << "giving files away takes root";
+  const Package stays = *FindByPackageId("stays");
+  const auto files = MeasureTree("/opt/usr/apps/stays").files;
+  ASSERT_EQ(chown((kPackages / "stays/data/1").c_str(), 4711, -1), 0);
+  EXPECT_EQ(Remove(stays), PKGMGR_R_ERROR);
+  EXPECT_EQ(TimesLogged("1 entries in it are mount points or belong to another user"), 1);
+  EXPECT_TRUE(fs::exists(kPackages / "stays/data/1"));
+  EXPECT_EQ(MeasureTree("/opt/usr/apps/stays").files, files - 1);
+  EXPECT_EQ(Ids(), "stays");
+  EXPECT_TRUE(fs::exists(kWebCache / "stays.app/page"));
+}
+
+TEST(PackageStore, FinishesAnInterruptedRemoval) {
+  PlantPackage("half");
+  PlantPackage("whole");
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pid_t remover = fork();
+  if (remover == 0) {
+    Remove(*FindByPackageId("half"), [&ends](int percent) {
+      if (percent < 40) return;
+      if (write(ends[1], "x", 1) == 1) pause();
+    });
+    _exit(1);
+  }
+  char byte;
+  ASSERT_EQ(read(ends[0], &byte, 1), 1);
+  const fs::path hidden = kPackages / ".removing-half";
+  EXPECT_EQ(Ids(), "whole");
+  EXPECT_TRUE(fs::exists(hidden)) << "a removal that goes on is left to its process";
+  kill(remover, SIGKILL);
+  waitpid(remover, nullptr, 0);
+  fs::create_directory_symlink(kOutside, kPackages / ".removing-link");
+  EXPECT_EQ(Ids(), "whole");
+  EXPECT_FALSE(fs::exists(hidden));
+  EXPECT_FALSE(fs::is_symlink(kPackages / ".removing-link"));
+  EXPECT_EQ(TimesLogged("finished a removal that was interrupted"), 1);
+}
+
+TEST(PackageManager, MeasuresAndClearsData) {
+  PlantOutside();
+  PlantPackage("p");
+  pkgmgr_client* client = pkgmgr_client_new(PC_REQUEST);
+  const auto size = [client](const char* id, int type) {
+    long long bytes = -7;
+    const int result = pkgmgr_client_usr_get_size(client, id, static_cast<pkgmgr_getsize_type>(type), getuid(), &bytes);
+    return result == PKGMGR_R_OK ? bytes : result == PKGMGR_R_ENOPKG ? -2 : -1;
+  };
+  const auto clear = [client](const char* id) { return pkgmgr_client_clear_user_data(client, nullptr, id, PM_QUIET); };
+  EXPECT_EQ(size("p", PM_GET_TOTAL_SIZE), DiskUsage(kPackages / "p"));
+  EXPECT_EQ(size("p", PM_GET_DATA_SIZE), DiskUsage(kPackages / "p/data") + DiskUsage(kPackages / "p/cache"));
+  EXPECT_EQ(size("p", 9), -1);
+  EXPECT_EQ(size(nullptr, 0), -1);
+  EXPECT_EQ(size("p.app", 0), -2) << "the application's id";
+  EXPECT_EQ(clear("p"), PKGMGR_R_ENOPKG) << "the package's id";
+
+  EXPECT_EQ(clear("p.app"), PKGMGR_R_OK);
+  for (const fs::path& folder : {kPackages / "p/data", kPackages / "p/cache", kWebCache / "p.app"})
+    EXPECT_TRUE(fs::is_empty(folder)) << folder;
+  EXPECT_EQ(Ids(), "p");
+
+  fs::remove(kPackages / "p/data");
+  fs::remove(kPackages / "p/cache");
+  EXPECT_EQ(size("p", PM_GET_DATA_SIZE), 0);
+  EXPECT_EQ(clear("p.app"), PKGMGR_R_OK);
+  EXPECT_FALSE(fs::exists(kPackages / "p/data")) << "nothing is made";
+  fs::create_directory_symlink(kOutside, kPackages / "p/data");
+  Write(kPackages / "p/cache/file");
+  EXPECT_EQ(clear("p.app"), -ENOTDIR);
+  EXPECT_TRUE(fs::is_empty(kPackages / "p/cache")) << "the rest is emptied all the same";
+  if (geteuid() == 0) {
+    Write(kPackages / "p/cache/file");
+    ASSERT_EQ(chown((kPackages / "p/cache").c_str(), 4711, -1), 0);
+    fs::remove(kPackages / "p/data");
+    EXPECT_EQ(clear("p.app"), -EACCES);
+    EXPECT_TRUE(fs::exists(kPackages / "p/cache/file"));
+  }
+  ExpectOutsideIsWhole();
+  EXPECT_EQ(pkgmgr_client_free(client), PKGMGR_R_OK);
+  EXPECT_EQ(pkgmgr_client_free(nullptr), PKGMGR_R_EINVAL);
+}
+
+TEST(SamplePackages, AreWholeAndComeIntoASetOnce) {
+  const auto install = [] {
+    return RunProcess({"cmake", "-P", SAMPLES_INSTALL}, {.env = {{"DESTDIR", SystemPath("")}}}).exitCode;
+  };
+  ASSERT_EQ(install(), 0);
+  const std::vector<Package> samples = List();
+  EXPECT_GE(samples.size(), 12u);
+  EXPECT_EQ(TimesLogged("/opt/usr/apps"), 0);
+  for (const Package& sample : samples) {
+    for (const char* icon : {"icon.png", "304x304.png", "448x448.png"})
+      EXPECT_EQ(Read(SystemPath(sample.iconDir + icon)).substr(0, 4), "\x89PNG") << sample.title;
+    EXPECT_EQ(access(SystemPath(FolderOf(sample) + "/" + sample.command.at(0)).c_str(), X_OK), 0) << sample.title;
+    EXPECT_GT(MeasureTree(DataFolderOf(sample)).bytes, 10000) << sample.title;
+    EXPECT_GT(MeasureTree(CacheFolderOf(sample)).bytes, 10000) << sample.title;
+  }
+  const Package removed = samples.front(), changed = samples.back();
+  EXPECT_EQ(Remove(removed), PKGMGR_R_OK);
+  EXPECT_EQ(ClearData(changed), PKGMGR_R_OK);
+  ASSERT_EQ(install(), 0);
+  EXPECT_EQ(List().size(), samples.size() - 1);
+  EXPECT_EQ(FindByPackageId(removed.packageId), std::nullopt);
+  EXPECT_TRUE(fs::is_empty(SystemPath(DataFolderOf(changed))));
 }
 
 }  // namespace

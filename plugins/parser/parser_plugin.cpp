@@ -1,12 +1,16 @@
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,17 +34,43 @@ constexpr int kDone = 0;
 constexpr int kFailed = -1;
 constexpr char kDeclined[] = "cancel";
 
-bool ReadFile(const char* path, std::string& text) {
-  const FileHandle file(std::fopen(SystemPath(path).c_str(), "rbe"));
-  if (file) {
-    struct stat info {};
-    if (fstat(fileno(file.get()), &info) == 0) text.reserve(static_cast<size_t>(info.st_size) + 1);
+// Bytes that the parser takes at once.
+constexpr off_t kLargestMap = INT_MAX;
+
+// Regular files only: another kind could make the process wait for ever.
+const char* MapProblem(int fd) {
+  struct stat info {};
+  if (fd < 0 || fstat(fd, &info) != 0) return std::strerror(errno);
+  if (S_ISDIR(info.st_mode)) return std::strerror(EISDIR);
+  if (!S_ISREG(info.st_mode)) return "not a regular file";
+  return info.st_size > kLargestMap ? "too large" : nullptr;
+}
+
+bool ReadMap(std::string& text) {
+  FdHandle fd(open(SystemPath(set_paths::kSolutionMap).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const char* problem = MapProblem(fd.get());
+  if (!problem) {
+    text.reserve(static_cast<size_t>(lseek(fd.get(), 0, SEEK_END)) + 1);
+    lseek(fd.get(), 0, SEEK_SET);
     char block[1 << 16];
-    for (size_t read; (read = std::fread(block, 1, sizeof block, file.get())) > 0;) text.append(block, read);
-    if (!std::ferror(file.get())) return true;
+    ssize_t size;
+    while ((size = read(fd.get(), block, sizeof block)) > 0) text.append(block, static_cast<size_t>(size));
+    if (size == 0) return true;
+    problem = std::strerror(errno);
   }
-  VEXILO_LOGE("cannot read %s: %s", path, std::strerror(errno));
+  VEXILO_LOGE("cannot read %s: %s", set_paths::kSolutionMap, problem);
   return false;
+}
+
+// The engine knows issues by 32-bit numbers.
+void CheckCodes(const QUVA_SolutionMap& map) {
+  for (const QUVA_Solution& solution : map.solutions) {
+    errno = 0;
+    const long code = std::strtol(solution.issue_code.c_str(), nullptr, 10);
+    if (code < 1 || code > INT32_MAX || errno != 0)
+      VEXILO_LOGE("%s: issue code [%s] is no number from 1 to %d", set_paths::kSolutionMap, solution.issue_code.c_str(),
+                  INT32_MAX);
+  }
 }
 
 void Store(QUVA_SolutionMap& map) {
@@ -74,25 +104,40 @@ int Record(const QUVA_Solution& solution, bool applied) {
   return result == TREVLIN_OK ? kDone : kFailed;
 }
 
-}  // namespace
-
-int ParseSolutionMap() {
-  std::string text;
-  if (!ReadFile(set_paths::kSolutionMap, text)) return kFailed;
-  QUVA_SolutionMap map;
+// Nothing that is thrown may leave the plug-in.
+template <typename Operation>
+auto Guarded(decltype(std::declval<Operation>()()) failure, Operation operation) noexcept {
   try {
-    if (TCXMLParser().Parse(text, map)) {
-      Store(map);
-      return kDone;
-    }
+    return operation();
   } catch (const std::exception& error) {
-    VEXILO_LOGE("a sol_val tag stands before any solution tag (%s)", error.what());
+    VEXILO_LOGE("the parser plug-in failed: %s", error.what());
+    return failure;
   }
-  VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
-  return kFailed;
 }
 
-int RequestApplySolution(const char* issueCode) {
+bool Parse(const std::string& text, QUVA_SolutionMap& map) {
+  try {
+    return TCXMLParser().Parse(text, map);
+  } catch (const std::out_of_range&) {
+    VEXILO_LOGE("a sol_val tag stands before any solution tag");
+    return false;
+  }
+}
+
+int ReadAndStoreMap() {
+  std::string text;
+  if (!ReadMap(text)) return kFailed;
+  QUVA_SolutionMap map;
+  if (!Parse(text, map)) {
+    VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
+    return kFailed;
+  }
+  CheckCodes(map);
+  Store(map);
+  return kDone;
+}
+
+int Apply(const char* issueCode) {
   const auto solution = FindSolution(issueCode);
   if (!solution) return kFailed;
   for (const auto& [type, value] : solution->sol_values) {
@@ -103,11 +148,23 @@ int RequestApplySolution(const char* issueCode) {
   return Record(*solution, true);
 }
 
+}  // namespace
+
+int ParseSolutionMap() {
+  return Guarded(kFailed, ReadAndStoreMap);
+}
+
+int RequestApplySolution(const char* issueCode) {
+  return Guarded(kFailed, [issueCode] { return Apply(issueCode); });
+}
+
 int SaveResultToSolutionDB(const char* issueCode, const char* result) {
-  const auto solution = FindSolution(issueCode);
-  return solution ? Record(*solution, std::strcmp(result, kDeclined) != 0) : kFailed;
+  return Guarded(kFailed, [issueCode, result] {
+    const auto solution = FindSolution(issueCode);
+    return solution ? Record(*solution, std::strcmp(result, kDeclined) != 0) : kFailed;
+  });
 }
 
 bool ProcessLaunchApp(const char* applicationId) {
-  return solution_actions::Launch(applicationId);
+  return Guarded(false, [applicationId] { return solution_actions::Launch(applicationId); });
 }

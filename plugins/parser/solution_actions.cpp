@@ -1,8 +1,8 @@
 #include "solution_actions.h"
 
-#include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -46,28 +46,23 @@ std::string Decoded(std::string_view text) {
   return out;
 }
 
-std::optional<int> WholeInt(const std::string& text) {
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text.c_str(), &end, 10);
-  if (text.empty() || *end || errno || value != static_cast<int>(value)) return std::nullopt;
-  return static_cast<int>(value);
-}
-
-std::optional<double> WholeDouble(const std::string& text) {
-  char* end = nullptr;
-  const double value = std::strtod(text.c_str(), &end);
-  if (text.empty() || *end) return std::nullopt;
+// The number that the whole text is, whatever the locale.
+template <typename Number>
+std::optional<Number> Whole(const std::string& text) {
+  Number value{};
+  const char* end = text.data() + text.size();
+  const auto [stopped, error] = std::from_chars(text.data(), end, value);
+  if (stopped != end || error != std::errc() || !std::isfinite(static_cast<double>(value))) return std::nullopt;
   return value;
 }
 
 bool SetKey(const std::string& type, const char* key, const std::string& value) {
   if (type == "int") {
-    const auto number = WholeInt(value);
+    const auto number = Whole<int>(value);
     return number && vconf_set_int(key, *number) == 0;
   }
   if (type == "double") {
-    const auto number = WholeDouble(value);
+    const auto number = Whole<double>(value);
     return number && vconf_set_dbl(key, *number) == 0;
   }
   if (type == "bool") return (value == "true" || value == "false") && vconf_set_bool(key, value == "true") == 0;

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "appfw/glib_handle.h"
+#include "base/glib_handle.h"
 #include "dlog.h"
 #include "set_paths.h"
 #include "system_path.h"

@@ -2,8 +2,8 @@
 
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 
+#include "base/session_bus.h"
 #include "dlog.h"
 #include "system_path.h"
 
@@ -22,7 +22,7 @@ constexpr char kIntrospection[] =
     "<method name='AppControl'><arg type='a{ss}' name='extras' direction='in'/></method>"
     "</interface></node>";
 
-constexpr unsigned int kBusLimitMs = 2000;
+constexpr std::chrono::milliseconds kBusLimit(2000);
 constexpr unsigned int kInstanceLimitMs = 10000;
 constexpr int kAttempts = 5;
 
@@ -41,26 +41,6 @@ std::string InstanceName() {
   return name;
 }
 
-/// A connection on its way. It may arrive after we gave up waiting, so both sides share it.
-struct Connecting {
-  GObjectHandle<GDBusConnection> connection;
-  std::string problem;
-  bool done = false;
-};
-
-void OnConnected(GObject*, GAsyncResult* result, void* data) {
-  const std::unique_ptr<std::shared_ptr<Connecting>> connecting(static_cast<std::shared_ptr<Connecting>*>(data));
-  GErrorHandle error;
-  (*connecting)->connection.reset(g_dbus_connection_new_for_address_finish(result, error.Out()));
-  if (!(*connecting)->connection) (*connecting)->problem = error.Message();
-  (*connecting)->done = true;
-}
-
-gboolean OnLimit(void* reached) {
-  *static_cast<bool*>(reached) = true;
-  return G_SOURCE_REMOVE;
-}
-
 GVariant* ToDictionary(const Extras& extras) {
   GVariantBuilder builder;
   g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
@@ -69,17 +49,6 @@ GVariant* ToDictionary(const Extras& extras) {
 }
 
 }  // namespace
-
-std::string SessionBusAddress() {
-  const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  if (address && *address) return g_str_has_prefix(address, "autolaunch:") ? "" : address;
-  const char* const runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
-  if (!runtimeFolder || !*runtimeFolder) return "";
-  const std::string socket = std::string(runtimeFolder) + "/bus";
-  if (!g_file_test(socket.c_str(), G_FILE_TEST_EXISTS)) return "";
-  const GText escaped(g_dbus_address_escape_value(socket.c_str()));
-  return std::string("unix:path=") + escaped.get();
-}
 
 SingleInstance::~SingleInstance() {
   Disconnect();
@@ -113,26 +82,9 @@ SingleInstance::Role SingleInstance::Settle(const std::string& busAddress, const
   return RunAlone("the owner of " + InstanceName() + " takes no requests: " + m_problem);
 }
 
-/// The synchronous call cannot be given a limit, and must not start a bus; hence a turn of the default context.
 bool SingleInstance::Connect(const std::string& address) {
-  const auto connecting = std::make_shared<Connecting>();
-  const GObjectHandle<GCancellable> cancellable(g_cancellable_new());
-  const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                       G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  g_dbus_connection_new_for_address(address.c_str(), flags, nullptr, cancellable.get(), OnConnected,
-                                    new std::shared_ptr<Connecting>(connecting));
-  bool limitReached = false;
-  const unsigned int limit = g_timeout_add(kBusLimitMs, OnLimit, &limitReached);
-  while (!connecting->done && !limitReached) g_main_context_iteration(nullptr, TRUE);
-  if (!limitReached) g_source_remove(limit);
-
-  if (!connecting->connection) {
-    g_cancellable_cancel(cancellable.get());
-    m_problem = connecting->done ? connecting->problem : "the session bus does not answer";
-    return false;
-  }
-  m_connection = std::move(connecting->connection);
-  g_dbus_connection_set_exit_on_close(m_connection.get(), FALSE);
+  m_connection = ConnectToBus(address, kBusLimit, g_main_context_default(), m_problem);
+  if (!m_connection) return false;
   m_closedHandler = g_signal_connect(m_connection.get(), "closed", G_CALLBACK(OnClosed), this);
   return true;
 }
@@ -152,7 +104,7 @@ std::optional<bool> SingleInstance::RequestName() {
   const GVariantHandle reply(g_dbus_connection_call_sync(
       m_connection.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
       g_variant_new("(su)", InstanceName().c_str(), kDoNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
-      kBusLimitMs, nullptr, error.Out()));
+      static_cast<int>(kBusLimit.count()), nullptr, error.Out()));
   if (!reply) {
     m_problem = error.Message();
     return std::nullopt;

@@ -14,12 +14,9 @@
 #include <string>
 
 #include "appfw/app_control.h"
-#include "appfw/glib_handle.h"
+#include "base/glib_handle.h"
 
 namespace app_framework {
-
-/// Where the session bus is by this process's environment; empty when there is none.
-std::string SessionBusAddress();
 
 class SingleInstance {
  public:

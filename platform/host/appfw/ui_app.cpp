@@ -7,7 +7,9 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
@@ -16,10 +18,11 @@
 
 #include "app_framework.h"
 #include "appfw/app_control.h"
-#include "appfw/glib_handle.h"
 #include "appfw/glib_main_loop.h"
 #include "appfw/launcher.h"
 #include "appfw/single_instance.h"
+#include "base/glib_handle.h"
+#include "base/session_bus.h"
 #include "dlog.h"
 #include "settings/menu_language.h"
 
@@ -33,6 +36,16 @@ bool IsUsableFolder(const char* path) {
   return path && g_path_is_absolute(path) && g_file_test(path, G_FILE_TEST_IS_DIR) && access(path, W_OK | X_OK) == 0;
 }
 
+/// The private folder of ToolkitEnvironment, where a signal handler can reach it; empty for none.
+constinit std::array<char, PATH_MAX> g_privateFolder{};
+
+/// For signals that come before the toolkit catches them: the folder is still empty then.
+void RemovePrivateFolderAndEnd(int number) {
+  rmdir(g_privateFolder.data());
+  std::signal(number, SIG_DFL);
+  std::raise(number);
+}
+
 /// Environment variables as the widget toolkit needs them. It aborts where it has no folder for its run-time files,
 /// and makes whatever folder HOME names; where one of the two is missing it gets a private folder instead.
 class ToolkitEnvironment {
@@ -40,32 +53,31 @@ class ToolkitEnvironment {
   ToolkitEnvironment() {
     setenv("ECORE_NO_SYSTEM_MODULES", "1", 1);  // else it looks for services on the system bus
     setenv("EINA_LOG_BACKTRACE", "-1", 1);
-    for (const char* variable : {"XDG_RUNTIME_DIR", "HOME"})
-      if (!IsUsableFolder(std::getenv(variable))) setenv(variable, PrivateFolder().c_str(), 1);
+    for (const char* variable : {"XDG_RUNTIME_DIR", "HOME"}) {
+      if (IsUsableFolder(std::getenv(variable))) continue;
+      if (!g_privateFolder[0]) MakePrivateFolder();
+      setenv(variable, g_privateFolder.data(), 1);
+    }
   }
   ToolkitEnvironment(const ToolkitEnvironment&) = delete;
   ToolkitEnvironment& operator=(const ToolkitEnvironment&) = delete;
   ~ToolkitEnvironment() { RemovePrivateFolder(); }
 
-  void RemovePrivateFolder() {
+  static void RemovePrivateFolder() {
     std::error_code ignored;
-    if (!m_folder.empty()) std::filesystem::remove_all(m_folder, ignored);
-    m_folder.clear();
+    if (g_privateFolder[0]) std::filesystem::remove_all(g_privateFolder.data(), ignored);
+    g_privateFolder[0] = '\0';
   }
 
  private:
-  const std::string& PrivateFolder() {
-    if (!m_folder.empty()) return m_folder;
-    GErrorHandle error;
-    const GText folder(g_dir_make_tmp("vexilo-XXXXXX", error.Out()));
-    if (folder)
-      m_folder = folder.get();
-    else
-      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "no folder for run-time files: %s", error.Message());
-    return m_folder;
+  static void MakePrivateFolder() {
+    for (const int number : {SIGTERM, SIGINT}) std::signal(number, RemovePrivateFolderAndEnd);
+    std::snprintf(g_privateFolder.data(), g_privateFolder.size(), "%s/vexilo-XXXXXX", g_get_tmp_dir());
+    if (mkdtemp(g_privateFolder.data())) return;
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "no folder for run-time files: %s: %s", g_privateFolder.data(),
+                 g_strerror(errno));
+    g_privateFolder[0] = '\0';
   }
-
-  std::string m_folder;
 };
 
 /// The toolkit's own messages go to the platform log; they are many, and few are of interest.
@@ -98,6 +110,19 @@ class Toolkit {
  private:
   bool m_started = false;
   std::optional<GLibMainLoop> m_glib;
+};
+
+/// A signal handler in GLib's default context, so that it is called also while a callback runs a loop of GLib's. Made
+/// after the toolkit, it replaces the toolkit's.
+class SignalSource {
+ public:
+  SignalSource(int number, GSourceFunc handler, void* data) : m_id(g_unix_signal_add(number, handler, data)) {}
+  SignalSource(const SignalSource&) = delete;
+  SignalSource& operator=(const SignalSource&) = delete;
+  ~SignalSource() { g_source_remove(m_id); }
+
+ private:
+  const unsigned int m_id;
 };
 
 /// The request that the arguments say.
@@ -174,6 +199,8 @@ int Application::RunInstance(Extras firstRequest) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the widget toolkit does not start");
     return -EIO;
   }
+  const SignalSource terminate(SIGTERM, OnSignal, this);
+  const SignalSource interrupt(SIGINT, OnSignal, this);
   if (m_callbacks.create && !m_callbacks.create(m_userData)) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the application's create callback failed");
     return -ECANCELED;
@@ -185,14 +212,11 @@ int Application::RunInstance(Extras firstRequest) {
 }
 
 void Application::RunMainLoop() {
-  // On GLib's context, so that they come through while a callback runs a loop of GLib's. After the toolkit's own.
-  const std::array signals = {g_unix_signal_add(SIGTERM, OnSignal, this), g_unix_signal_add(SIGINT, OnSignal, this)};
   ScheduleDelivery();
   m_inLoop = true;
   if (!m_exiting) elm_run();
   m_inLoop = false;
   Exit();
-  for (const unsigned int source : signals) g_source_remove(source);
   if (m_deliverySource != 0) g_source_remove(m_deliverySource);
 }
 

@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "c_handle.h"
-
 namespace {
 
 bool WriteFully(int fd, std::string_view content) {
@@ -80,4 +78,17 @@ bool ReadWholeFile(const std::string& path, std::string& content, Links links) {
   read.resize(size);
   content = std::move(read);
   return true;
+}
+
+FdHandle OpenToAppend(const std::string& path) {
+  const int flags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  FdHandle file(open(path.c_str(), flags, 0644));
+  if (!file && errno == ENOENT && MakeFolders(std::filesystem::path(path).parent_path()))
+    file.reset(open(path.c_str(), flags, 0644));
+  struct stat status;
+  if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+    file.reset();
+    errno = EINVAL;
+  }
+  return file;
 }

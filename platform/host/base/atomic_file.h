@@ -1,11 +1,13 @@
 #pragma once
 /// @file
-/// Files that others read appear and change whole.
+/// Files that others read: they appear and change whole, or grow at their end.
 ///
 /// Thread rule: callable from any thread. Paths are of this machine (after SystemPath()).
 
 #include <string>
 #include <string_view>
+
+#include "c_handle.h"
 
 /// Makes the folder and those above it. True when it is there afterwards; errno tells why not.
 bool MakeFolders(const std::string& path);
@@ -26,3 +28,7 @@ enum class Links { kFollow, kRefuse };
 /// The whole file, or false with errno, `content` untouched. Regular files only (EINVAL for others), so it never waits
 /// for a writer. A refused link is ELOOP.
 bool ReadWholeFile(const std::string& path, std::string& content, Links links = Links::kFollow);
+
+/// Opens a file that grows by appending, for reading too; makes it and its folder where they are not. Without a handle,
+/// errno tells why: ELOOP for a symbolic link, which is not followed, EINVAL for what is no regular file.
+FdHandle OpenToAppend(const std::string& path);

@@ -30,8 +30,8 @@ std::string ReadRoot() {
 }
 
 const std::string& Root() {
-  static const std::string root = ReadRoot();
-  return root;
+  static const auto* root = new std::string(ReadRoot());  // static destructors use paths, too
+  return *root;
 }
 
 // A wrong root ends the process when it is loaded, not at the first use of a path.

@@ -1,6 +1,5 @@
 #include "kpi_logger.h"
 
-#include <fcntl.h>
 #include <glib.h>
 #include <json/json.h>
 #include <sys/file.h>
@@ -8,11 +7,10 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 #include "base/atomic_file.h"
+#include "base/time_text.h"
 #include "c_handle.h"
 #include "dlog.h"
 #include "set_paths.h"
@@ -23,7 +21,7 @@ namespace KPILogFramework {
 namespace {
 
 constexpr char kTag[] = "KPI";
-constexpr off_t kMaxFileSize = 1024 * 1024;
+constexpr off_t kMaxFileSize = 1 << 20;
 
 /// The text with every byte that is part of no UTF-8 character taken as the Latin-1 character of that number.
 std::string ToUtf8(const std::string& bytes) {
@@ -54,39 +52,18 @@ std::string Quoted(const std::string& bytes) {
 /// "2031-05-07T19:04:59.123Z"
 std::string Now() {
   using namespace std::chrono;
-  const auto now = time_point_cast<milliseconds>(system_clock::now());
-  const auto day = floor<days>(now);
-  const year_month_day date(day);
-  const hh_mm_ss time(now - day);
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
-  return text;
-}
-
-FdHandle OpenEventLog(const std::string& path) {
-  const int flags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  FdHandle file(open(path.c_str(), flags, 0644));
-  if (!file && errno == ENOENT && MakeFolders(std::filesystem::path(path).parent_path()))
-    file.reset(open(path.c_str(), flags, 0644));
-  return file;
+  return std::string(TimeText(floor<milliseconds>(system_clock::now()), 'T').data()) + "Z";
 }
 
 /// The event log, locked against all other writers, with `status`; with none, errno tells why.
 FdHandle OpenLocked(const std::string& path, struct stat& status) {
   while (true) {
-    FdHandle file = OpenEventLog(path);
+    FdHandle file = OpenToAppend(path);
     if (!file) return file;
     while (flock(file.get(), LOCK_EX) != 0)
       if (errno != EINTR) return FdHandle();
     struct stat named;
     if (fstat(file.get(), &status) != 0) return FdHandle();
-    if (!S_ISREG(status.st_mode)) {
-      errno = EINVAL;
-      return FdHandle();
-    }
     // Another writer may have renamed it while this one waited.
     if (lstat(path.c_str(), &named) == 0 && named.st_dev == status.st_dev && named.st_ino == status.st_ino) return file;
   }

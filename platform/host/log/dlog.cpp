@@ -1,7 +1,7 @@
 #include "dlog.h"
 
 #include <fcntl.h>
-#include <gio/gio.h>
+#include <glib.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -15,24 +15,24 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <mutex>
 #include <string>
 #include <string_view>
 
 #include "base/atomic_file.h"
+#include "base/time_text.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
 
 // Everything here is constant-initialised and never destroyed, so that lines of static constructors and destructors
-// arrive. Lines are written without a lock; the one lock guards set-up and rotation, and is held over a fork, so that
-// the child never inherits it taken.
+// arrive. Lines are written without a lock; the one lock guards set-up, rotation and the look at the time zone, and is
+// held over a fork, so that the child never inherits it taken.
 
 namespace {
 
 constexpr size_t kMaxLine = 4096;  // also what Linux writes to a pipe in one piece
-constexpr off_t kMaxFileSize = 4 * 1024 * 1024;
+constexpr off_t kMaxFileSize = 4 << 20;
 constexpr char kCutMark[] = " [cut]";
 constexpr char kLetters[] = "VDIWEF";
 
@@ -104,17 +104,7 @@ int ReadLevel() {
 
 /// What the path of the log names now, made where there is nothing.
 FdHandle OpenLogFile() {
-  const std::string path = SystemPath(set_paths::kLogFile);
-  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  FdHandle file(open(path.c_str(), flags, 0644));
-  if (!file && errno == ENOENT && MakeFolders(std::filesystem::path(path).parent_path()))
-    file.reset(open(path.c_str(), flags, 0644));
-  struct stat status;
-  if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
-    file.reset();
-    errno = EINVAL;
-  }
-  return file;
+  return OpenToAppend(SystemPath(set_paths::kLogFile));
 }
 
 /// Goes on without a target; standard error stands in for the last one.
@@ -144,14 +134,15 @@ void SetUp() {
 
 // --- The line --------------------------------------------------------------------------------------------------------
 
-/// Seconds east of Greenwich. Asked anew each quarter of an hour, the grid on which offsets change: the C library takes
-/// a lock for the answer, which a forked child could find taken for ever.
+/// Seconds east of Greenwich. Asked anew each quarter of an hour, the grid on which offsets change, and under the lock
+/// that is held over a fork: the C library takes one of its own for the answer, which a child could inherit taken.
 int64_t UtcOffset(int64_t now) {
   constexpr int64_t kSlot = 900;
   constexpr int64_t kRange = 1 << 20;
   static constinit std::atomic<int64_t> known{0};  // slot and offset in one, so that they fit together
   int64_t value = known.load(std::memory_order_relaxed);
   if (value / kRange != now / kSlot) {
+    const std::lock_guard guard(g_lock);
     const time_t seconds = now;
     std::tm local{};
     localtime_r(&seconds, &local);
@@ -238,17 +229,11 @@ struct Line {
 /// "2031-05-07 21:04:59.123 W 4711 TVVexilo: message", and a line feed
 std::string_view Format(Line& line, int priority, std::string_view tag, std::string_view message) {
   using namespace std::chrono;
-  const auto now = time_point_cast<milliseconds>(system_clock::now());
-  const auto local = now + seconds(UtcOffset(duration_cast<seconds>(now.time_since_epoch()).count()));
-  const auto day = floor<days>(local);
-  const year_month_day date(day);
-  const hh_mm_ss time(local - day);
-  char head[64];
-  std::snprintf(head, sizeof head, "%04d-%02u-%02u %02d:%02d:%02d.%03d %c %d ", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()),
-                kLetters[priority - DLOG_VERBOSE], getpid());
+  const auto now = floor<milliseconds>(system_clock::now());
+  const auto local = now + seconds(UtcOffset(floor<seconds>(now.time_since_epoch()).count()));
+  char head[48];
+  std::snprintf(head, sizeof head, "%s %c %d ", TimeText(local, ' ').data(), kLetters[priority - DLOG_VERBOSE],
+                getpid());
   line.Append(head);
   line.AppendVisibly(tag);
   line.Append(": ");

@@ -2,9 +2,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +16,7 @@
 #include <tuple>
 
 #include "base/atomic_file.h"
+#include "base/glib_handle.h"
 #include "c_handle.h"
 #include "dlog.h"
 #include "packages/manifest.h"
@@ -59,15 +60,12 @@ int ResultOf(int error) {
   return error > -PKGMGR_R_ERROR ? -error : static_cast<int>(PKGMGR_R_ERROR);
 }
 
-/// The text of its manifest; else nothing, and `problem` says why where the package is there.
-std::optional<std::string> ReadManifest(const std::string& packageId, std::string& problem) {
-  const std::string folder = SystemPath(InPackages(packageId));
+/// The text of its manifest; else nothing, and `problem` says why.
+std::optional<std::string> ReadManifest(const std::string& folder, std::string& problem) {
   const std::string file = folder + "/manifest.json";
   struct stat status;
   std::string text;
-  if (lstat(folder.c_str(), &status) != 0)
-    problem = errno == ENOENT ? "" : std::strerror(errno);
-  else if (!S_ISDIR(status.st_mode))
+  if (lstat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
     problem = "is no folder";
   else if (lstat(file.c_str(), &status) == 0 && status.st_size > kMaxManifestBytes)
     problem = "manifest.json: is larger than 64 KiB";
@@ -79,13 +77,15 @@ std::optional<std::string> ReadManifest(const std::string& packageId, std::strin
 }
 
 std::optional<Package> Load(const std::string& packageId) {
+  const std::string folder = SystemPath(InPackages(packageId));
   std::string problem;
   std::optional<Package> package;
-  if (const auto text = ReadManifest(packageId, problem)) {
+  if (const auto text = ReadManifest(folder, problem)) {
     package = ParseManifest(packageId, *text, problem);
     if (!package) problem.insert(0, "manifest.json: ");
   }
-  if (!problem.empty()) Complain(packageId, problem);
+  // A package may go at any moment, which is no error.
+  if (!package && faccessat(AT_FDCWD, folder.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) Complain(packageId, problem);
   return package;
 }
 
@@ -151,8 +151,8 @@ void SkipDoubles(std::vector<Package>& packages) {
 
 /// As people look for a title: whatever the case of its letters.
 std::string SortKey(const std::string& title) {
-  const std::unique_ptr<char, CRelease<&g_free>> folded(g_utf8_casefold(title.c_str(), -1));
-  const std::unique_ptr<char, CRelease<&g_free>> key(g_utf8_collate_key(folded.get(), -1));
+  const GText folded(g_utf8_casefold(title.c_str(), -1));
+  const GText key(g_utf8_collate_key(folded.get(), -1));
   return key.get();
 }
 

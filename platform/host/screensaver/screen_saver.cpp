@@ -1,11 +1,12 @@
 #include "screen_saver.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <chrono>
 #include <optional>
 #include <string>
 
-#include "appfw/glib_handle.h"
+#include "base/glib_handle.h"
+#include "base/session_bus.h"
 #include "dlog.h"
 
 namespace {
@@ -14,7 +15,7 @@ constexpr char kTag[] = "SCREEN_SAVER";
 constexpr char kService[] = "org.freedesktop.ScreenSaver";
 constexpr char kObjectPath[] = "/org/freedesktop/ScreenSaver";
 constexpr char kApplication[] = "com.tornelo.TVVexilo";
-constexpr int64_t kLimitUs = 500 * 1000;
+constexpr int64_t kLimitUs = 500'000;
 
 using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
 
@@ -22,60 +23,20 @@ void LogFailure(const char* what, const char* reason) {
   __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s: %s", what, reason);
 }
 
-/// Where the session bus is; empty when there is none. GLib itself would start one.
-std::string BusAddress() {
-  const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  if (address && *address) return g_str_has_prefix(address, "autolaunch:") ? "" : address;
-  const char* const runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
-  const std::string socket = std::string(runtimeFolder ? runtimeFolder : "") + "/bus";
-  if (!runtimeFolder || !*runtimeFolder || !g_file_test(socket.c_str(), G_FILE_TEST_EXISTS)) return "";
-  const GText escaped(g_dbus_address_escape_value(socket.c_str()));
-  return std::string("unix:path=") + escaped.get();
-}
-
-/// One connection attempt, and what it came to.
-struct Attempt {
-  GObjectHandle<GDBusConnection> connection;
-  GErrorHandle error;
-  bool done = false;
-};
-
-/// A connection to the session bus, or null after a line in the log. GLib's waiting call takes no limit, so the other
-/// one runs in a main loop of its own here, in which nothing but this happens.
+/// A connection to the session bus, or null after a line in the log. It is made in a main loop of its own here, in
+/// which nothing but this happens.
 GObjectHandle<GDBusConnection> Connect(int64_t deadline) {
-  const std::string address = BusAddress();
+  const std::string address = SessionBusAddress();
   if (address.empty()) {
     LogFailure("no screen saver", "there is no session bus");
     return nullptr;
   }
   const ContextHandle context(g_main_context_new());
-  g_main_context_push_thread_default(context.get());
-  const GObjectHandle<GCancellable> limit(g_cancellable_new());
-  GSource* const timer =
-      g_timeout_source_new(static_cast<guint>(std::max<int64_t>(deadline - g_get_monotonic_time(), 0) / 1000));
-  const auto cancel = [](void* cancellable) -> gboolean {
-    g_cancellable_cancel(static_cast<GCancellable*>(cancellable));
-    return G_SOURCE_REMOVE;
-  };
-  g_source_set_callback(timer, cancel, limit.get(), nullptr);
-  g_source_attach(timer, context.get());
-
-  Attempt attempt;
-  const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                       G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  const auto finish = [](GObject*, GAsyncResult* result, void* data) {
-    auto* one = static_cast<Attempt*>(data);
-    one->connection.reset(g_dbus_connection_new_for_address_finish(result, one->error.Out()));
-    one->done = true;
-  };
-  g_dbus_connection_new_for_address(address.c_str(), flags, nullptr, limit.get(), finish, &attempt);
-  while (!attempt.done) g_main_context_iteration(context.get(), TRUE);
-
-  g_source_destroy(timer);
-  g_source_unref(timer);
-  g_main_context_pop_thread_default(context.get());
-  if (!attempt.connection) LogFailure("the session bus cannot be reached", attempt.error.Message());
-  return std::move(attempt.connection);
+  std::string problem;
+  const std::chrono::microseconds left(deadline - g_get_monotonic_time());
+  auto connection = ConnectToBus(address, std::chrono::ceil<std::chrono::milliseconds>(left), context.get(), problem);
+  if (!connection) LogFailure("the session bus cannot be reached", problem.c_str());
+  return connection;
 }
 
 /// The reply to a call, or null after a line in the log. A service that does not run is not started.

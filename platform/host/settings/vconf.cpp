@@ -73,7 +73,7 @@ int GetNumber(const char* key, Output* output) {
   return 0;
 }
 
-int Set(const char* key, settings::Value value) {
+int Set(const char* key, const settings::Value& value) {
   std::string error;
   if (key && settings::Write(key, value, error)) return 0;
   LogError(key ? error : "set: no key");

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "appfw/glib_handle.h"
+#include "base/glib_handle.h"
 #include "base/atomic_file.h"
 #include "dlog.h"
 #include "set_paths.h"

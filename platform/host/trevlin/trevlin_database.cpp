@@ -288,7 +288,7 @@ Database::State Database::OpenFile(File& file) {
     const int access =
         m_access == Access::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     sqlite3* db = nullptr;
-    const int result = sqlite3_open_v2(path.c_str(), &db, access | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+    const int result = sqlite3_open_v2(path.c_str(), &db, access | SQLITE_OPEN_NOMUTEX, nullptr);
     file.db.reset(db);
     if (result != SQLITE_OK) {
       Fail(file, "cannot be opened");

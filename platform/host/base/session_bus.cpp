@@ -1,0 +1,65 @@
+#include "base/session_bus.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+/// A connection on its way.
+struct Attempt {
+  GObjectHandle<GDBusConnection> connection;
+  GErrorHandle error;
+  bool done = false;
+};
+
+void OnConnected(GObject*, GAsyncResult* result, void* data) {
+  auto* attempt = static_cast<Attempt*>(data);
+  attempt->connection.reset(g_dbus_connection_new_for_address_finish(result, attempt->error.Out()));
+  attempt->done = true;
+}
+
+gboolean OnLimit(void* cancellable) {
+  g_cancellable_cancel(static_cast<GCancellable*>(cancellable));
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace
+
+std::string SessionBusAddress() {
+  const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+  // GLib itself would start a bus.
+  if (address && *address) return g_str_has_prefix(address, "autolaunch:") ? "" : address;
+  const char* const runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
+  if (!runtimeFolder || !*runtimeFolder) return "";
+  const std::string socket = std::string(runtimeFolder) + "/bus";
+  if (!g_file_test(socket.c_str(), G_FILE_TEST_EXISTS)) return "";
+  const GText escaped(g_dbus_address_escape_value(socket.c_str()));
+  return std::string("unix:path=") + escaped.get();
+}
+
+// GLib's waiting call takes no limit, so the other one runs here until it has ended, one way or the other.
+GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chrono::milliseconds limit,
+                                            GMainContext* context, std::string& problem) {
+  g_main_context_push_thread_default(context);
+  const GObjectHandle<GCancellable> cancellable(g_cancellable_new());
+  GSource* const timer = g_timeout_source_new(static_cast<guint>(std::max<int64_t>(limit.count(), 0)));
+  g_source_set_callback(timer, OnLimit, cancellable.get(), nullptr);
+  g_source_attach(timer, context);
+
+  Attempt attempt;
+  const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                       G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  g_dbus_connection_new_for_address(address.c_str(), flags, nullptr, cancellable.get(), OnConnected, &attempt);
+  while (!attempt.done) g_main_context_iteration(context, TRUE);
+
+  g_source_destroy(timer);
+  g_source_unref(timer);
+  g_main_context_pop_thread_default(context);
+  if (attempt.connection) {
+    g_dbus_connection_set_exit_on_close(attempt.connection.get(), FALSE);
+  } else {
+    const bool late = attempt.error.Matches(G_IO_ERROR, G_IO_ERROR_CANCELLED);
+    problem = late ? "the session bus does not answer" : attempt.error.Message();
+  }
+  return std::move(attempt.connection);
+}

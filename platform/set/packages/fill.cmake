@@ -1,0 +1,28 @@
+# Makes what a sample package has stored: `data`, `cache` and `web_cache` KiB of it below the folder `to`.
+foreach(number RANGE 15)
+  string(SHA512 text "line ${number}")
+  string(APPEND kibibyte "${text}")
+endforeach()
+string(SUBSTRING "${kibibyte}" 0 1023 kibibyte)
+string(APPEND kibibyte "\n")
+
+# fill(FOLDER NAME FILE_KIB KIB): KIB in files of at most FILE_KIB.
+function(fill folder name file_kib kib)
+  file(MAKE_DIRECTORY ${folder})
+  set(number 0)
+  while(kib GREATER 0)
+    if(file_kib GREATER kib)
+      set(file_kib ${kib})
+    endif()
+    string(REPEAT "${kibibyte}" ${file_kib} content)
+    file(WRITE ${folder}/${name}-${number} "${content}")
+    math(EXPR number "${number} + 1")
+    math(EXPR kib "${kib} - ${file_kib}")
+  endwhile()
+endfunction()
+
+fill(${to}/package/data stored 256 ${data})
+fill(${to}/package/cache/pictures picture 64 ${cache})
+if(web_cache)
+  fill(${to}/web_cache page 48 ${web_cache})
+endif()
