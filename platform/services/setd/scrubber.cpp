@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "appfw/glib_handle.h"
 #include "base/atomic_file.h"
+#include "base/glib_handle.h"
 #include "setd/report.h"
 #include "setd/setd_log.h"
 #include "system_info.h"

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "appfw/glib_handle.h"
+#include "base/glib_handle.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "setd/report.h"
