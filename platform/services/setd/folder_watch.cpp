@@ -1,0 +1,130 @@
+#include "setd/folder_watch.h"
+
+#include <glib-unix.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "base/atomic_file.h"
+#include "setd/setd_log.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+constexpr unsigned kRetryMs = 5000;
+constexpr uint32_t kEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
+
+}  // namespace
+
+bool MakeOwnFolder(const std::string& folder, std::string& problem) {
+  const std::string path = SystemPath(folder);
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0 && (!MakeFolders(path) || lstat(path.c_str(), &status) != 0))
+    problem = std::strerror(errno);
+  else if (S_ISLNK(status.st_mode))
+    problem = "it is a symbolic link, which is not followed";
+  else if (!S_ISDIR(status.st_mode))
+    problem = "it is no folder";
+  else if (status.st_uid != geteuid())
+    problem = "it belongs to another user";
+  else
+    return true;
+  problem.insert(0, folder + ": ");
+  return false;
+}
+
+unsigned AddTimer(unsigned milliseconds, std::function<void()> action) {
+  return g_timeout_add_full(
+      G_PRIORITY_DEFAULT, milliseconds,
+      [](void* held) -> gboolean {
+        (*static_cast<std::function<void()>*>(held))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(action)),
+      [](void* held) { delete static_cast<std::function<void()>*>(held); });
+}
+
+FolderWatch::FolderWatch(const char* folder, OnFile onFile, OnMade onMade)
+    : m_folder(folder), m_onFile(std::move(onFile)), m_onMade(std::move(onMade)) {}
+
+FolderWatch::~FolderWatch() {
+  if (m_source) g_source_remove(m_source);
+  if (m_retry) g_source_remove(m_retry);
+}
+
+void FolderWatch::Start() {
+  if (m_watch >= 0) inotify_rm_watch(m_inotify.get(), m_watch);
+  m_watch = -1;
+  Establish();
+}
+
+void FolderWatch::Establish() {
+  if (!m_inotify) {
+    m_inotify.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (m_inotify)
+      m_source = g_unix_fd_add(
+          m_inotify.get(), G_IO_IN,
+          [](int, GIOCondition, void* self) -> gboolean {
+            static_cast<FolderWatch*>(self)->TakeEvents();
+            return G_SOURCE_CONTINUE;
+          },
+          this);
+  }
+  std::string problem;
+  if (MakeOwnFolder(m_folder, problem)) {
+    m_watch = inotify_add_watch(m_inotify.get(), SystemPath(m_folder).c_str(), kEvents);
+    if (m_watch < 0) problem = std::string(m_folder) + " cannot be watched: " + std::strerror(errno);
+  }
+  if (m_watch >= 0) {
+    m_logged.clear();
+    if (m_onMade) m_onMade();
+    return Rescan();
+  }
+  if (m_logged != problem) Log(DLOG_ERROR, problem + "; trying again");
+  m_logged = problem;
+  if (!m_retry)
+    m_retry = AddTimer(kRetryMs, [this] {
+      m_retry = 0;
+      if (m_watch < 0) Establish();
+    });
+}
+
+void FolderWatch::Rescan() {
+  std::vector<std::string> names;
+  std::error_code error;
+  const std::string path = SystemPath(m_folder);
+  for (std::filesystem::directory_iterator each(path, error), end; !error && each != end; each.increment(error))
+    names.push_back(each->path().filename());
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) m_onFile(name);
+}
+
+void FolderWatch::TakeEvents() {
+  alignas(inotify_event) char buffer[65536];
+  ssize_t size;
+  bool lost = false, gone = false;
+  while ((size = read(m_inotify.get(), buffer, sizeof buffer)) > 0) {
+    for (const char* at = buffer; at < buffer + size;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(at);
+      at += sizeof *event + event->len;
+      lost |= (event->mask & IN_Q_OVERFLOW) != 0;
+      if (event->wd != m_watch) continue;
+      gone |= (event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0;
+      if ((event->mask & (IN_CLOSE_WRITE | IN_MOVED_TO)) != 0 && event->len > 0) m_onFile(event->name);
+    }
+  }
+  if (gone) {
+    Log(DLOG_WARN, std::string(m_folder) + " was taken away; making it again");
+    return Start();
+  }
+  if (lost) Rescan();
+}
+
+}  // namespace setd

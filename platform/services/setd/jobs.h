@@ -1,0 +1,74 @@
+#pragma once
+/// @file
+/// Work beside the main loop.
+///
+/// Thread rule: everything on the main thread, with the GLib default main loop, but the work itself.
+
+#include <atomic>
+#include <boost/asio/thread_pool.hpp>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "c_handle.h"
+
+namespace setd {
+
+/// Told to long work: true when the daemon is to end.
+using StopFlag = std::atomic<bool>;
+
+/// Runs jobs on a few threads, one for each key at a time. A job that fails is tried again after a pause that doubles
+/// from one second to a minute.
+class Jobs {
+ public:
+  using Work = std::function<bool(const StopFlag& stop)>;
+  using Look = std::function<void()>;
+
+  Jobs();
+  /// Waits for the jobs that run, told to stop. None is called back afterwards.
+  ~Jobs();
+  Jobs(const Jobs&) = delete;
+  Jobs& operator=(const Jobs&) = delete;
+
+  /// Has `work` done on a thread, unless a job of the key runs. `look` is called on the main loop when it is done, as
+  /// there may be more to do by then; when it failed (by returning false), after the pause.
+  void Run(const std::string& key, Work work, Look look);
+
+  /// Calls `look` after a while, unless a job of the key or this is under way.
+  void LookLater(const std::string& key, unsigned milliseconds, Look look);
+
+  /// Whether nothing runs and nothing is waited for but pauses after failures.
+  bool IsSettled() const;
+  /// Jobs that have failed and wait to be tried again.
+  size_t Failures() const;
+  /// Called on the main loop whenever a job or wait has ended.
+  void OnChange(Look changed) { m_changed = std::move(changed); }
+
+ private:
+  struct Entry {
+    bool running = false;
+    int failures = 0;
+    unsigned timer = 0;
+  };
+  struct Ended {
+    std::string key;
+    bool done;
+    Look look;
+  };
+
+  void Finish(const Ended& ended);
+  void TakeEnded();
+
+  std::map<std::string, Entry> m_entries;
+  Look m_changed;
+  StopFlag m_stop{false};
+  FdHandle m_wake;
+  unsigned m_source = 0;
+  std::mutex m_lock;
+  std::vector<Ended> m_ended;  // guarded by m_lock
+  boost::asio::thread_pool m_pool;
+};
+
+}  // namespace setd

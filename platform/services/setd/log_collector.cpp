@@ -1,0 +1,151 @@
+#include "setd/log_collector.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "base/atomic_file.h"
+#include "packages/package_store.h"
+#include "set_paths.h"
+#include "setd/report.h"
+#include "setd/setd_log.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+constexpr char kSuffix[] = ".log";
+constexpr size_t kMaxName = 100;
+constexpr size_t kMaxUnknown = 1000;
+// In kSetdState: the boot id of the kernel that this daemon last ran on, and a folder with a file for each trigger that
+// waits for a restart, holding the boot id of the kernel that saw it come.
+constexpr char kKernelFile[] = "/boot_id";
+constexpr char kWaitingFolder[] = "/after_restart";
+
+std::string StatePath(const std::string& name) {
+  return SystemPath(set_paths::kSetdState + name);
+}
+std::string WaitingPath(const std::string& trigger) {
+  return StatePath(kWaitingFolder + ("/" + trigger));
+}
+
+/// Whether the trigger's name is one that can be the name of a report.
+bool IsTriggerName(const std::string& trigger) {
+  return trigger.ends_with(kSuffix) && trigger.size() <= kMaxName && packages::IsId(trigger) &&
+         trigger.size() > std::strlen(kSuffix) && trigger.front() != '.';
+}
+
+bool IsRegularFile(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string FirstLineOf(const std::string& path) {
+  std::string text;
+  ReadWholeFile(path, text, Links::kRefuse);
+  return text.substr(0, text.find('\n'));
+}
+
+bool Remove(const std::string& path) {
+  if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
+  Log(DLOG_ERROR, path.substr(SystemRoot().size()) + " stays: " + std::strerror(errno));
+  return false;
+}
+
+bool MakeReportOf(const std::string& folder, const std::string& trigger) {
+  std::string file, problem;
+  if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kSuffix)), file, problem)) {
+    Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
+    return false;
+  }
+  Log(DLOG_INFO, "collected the report " + file);
+  return Remove(SystemPath(folder + "/" + trigger)) &&
+         (folder != set_paths::kRebootReportTriggers || Remove(WaitingPath(trigger)));
+}
+
+}  // namespace
+
+LogCollector::LogCollector(Jobs& jobs)
+    : m_jobs(jobs),
+      m_bootId(FirstLineOf(MachinePath("/proc/sys/kernel/random/boot_id"))),
+      m_triggers(set_paths::kReportTriggers,
+                 [this](const std::string& name) { Look(set_paths::kReportTriggers, name); }),
+      m_restartTriggers(set_paths::kRebootReportTriggers,
+                        [this](const std::string& name) { Look(set_paths::kRebootReportTriggers, name); }) {}
+
+void LogCollector::Start() {
+  PruneReports();
+  RememberKernel();
+  m_triggers.Start();
+  m_restartTriggers.Start();
+  // The folder may have been emptied by the restart.
+  std::vector<std::string> waiting;
+  std::error_code error;
+  for (std::filesystem::directory_iterator each(StatePath(kWaitingFolder), error), end; !error && each != end;
+       each.increment(error))
+    waiting.push_back(each->path().filename());
+  for (const std::string& trigger : waiting)
+    if (IsTriggerName(trigger)) LookAfterRestart(trigger);
+}
+
+void LogCollector::RememberKernel() {
+  const std::string path = StatePath(kKernelFile);
+  const std::string last = FirstLineOf(path);
+  if (last == m_bootId) return;
+  if (!last.empty()) {
+    // Came after this daemon had ended, before the restart.
+    std::error_code error;
+    for (std::filesystem::directory_iterator each(SystemPath(set_paths::kRebootReportTriggers), error), end;
+         !error && each != end; each.increment(error)) {
+      const std::string trigger = each->path().filename();
+      if (IsTriggerName(trigger) && !IsRegularFile(WaitingPath(trigger)) && MakeFolders(StatePath(kWaitingFolder)))
+        PublishFile(WaitingPath(trigger), last + "\n");
+    }
+  }
+  if (!MakeFolders(StatePath("")) || !PublishFile(path, m_bootId + "\n"))
+    Log(DLOG_ERROR, std::string(set_paths::kSetdState) + kKernelFile + ": " + std::strerror(errno));
+}
+
+void LogCollector::Look(const std::string& folder, const std::string& trigger) {
+  const std::string path = folder + "/" + trigger;
+  struct stat status;
+  if (lstat(SystemPath(path).c_str(), &status) != 0) return;
+  if (!IsTriggerName(trigger) || !S_ISREG(status.st_mode)) {
+    if (m_unknown.size() < kMaxUnknown && m_unknown.insert(path).second)
+      Log(DLOG_WARN, path + " is no trigger of a report; it is left alone");
+    return;
+  }
+  if (folder == set_paths::kRebootReportTriggers)
+    LookAfterRestart(trigger);
+  else
+    Collect(folder, trigger);
+}
+
+void LogCollector::LookAfterRestart(const std::string& trigger) {
+  const std::string seenBy = FirstLineOf(WaitingPath(trigger));
+  if (!seenBy.empty() && seenBy != m_bootId) return Collect(set_paths::kRebootReportTriggers, trigger);
+  if (!seenBy.empty()) return;
+  if (!MakeFolders(StatePath(kWaitingFolder)) || !PublishFile(WaitingPath(trigger), m_bootId + "\n"))
+    Log(DLOG_ERROR,
+        "the report of " + trigger + " is due after a restart, but that cannot be noted: " + std::strerror(errno));
+  else
+    Log(DLOG_INFO, "the report of " + trigger + " is due after a restart of the set");
+}
+
+void LogCollector::Collect(const std::string& folder, const std::string& trigger) {
+  m_jobs.Run(
+      "report " + folder + "/" + trigger, [=](const StopFlag&) { return MakeReportOf(folder, trigger); },
+      [this, folder, trigger] {
+        Look(folder, trigger);
+        // A due one may have no trigger any more.
+        if (folder == set_paths::kRebootReportTriggers && IsRegularFile(WaitingPath(trigger)))
+          LookAfterRestart(trigger);
+      });
+}
+
+}  // namespace setd

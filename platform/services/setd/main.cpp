@@ -1,0 +1,127 @@
+// vexilo-setd: the set's task manager and log collector. docs/setd.md is its manual.
+
+#include <fcntl.h>
+#include <glib-unix.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "base/atomic_file.h"
+#include "set_paths.h"
+#include "setd/jobs.h"
+#include "setd/log_collector.h"
+#include "setd/setd_log.h"
+#include "setd/task_manager.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2 };
+
+constexpr char kHelp[] =
+    "Usage: vexilo-setd [--once]\n\n"
+    "Serves the maintenance requests in /tmp/tager and collects the error reports asked for in /tmp/kov_NDF, until\n"
+    "SIGTERM. Paths are below the set root, the environment variable VEXILO_ROOT.\n\n"
+    "  --once   serve what is there, then end; fails when something could not be served\n"
+    "  --help   this text\n\n"
+    "Exit codes: 0 done, 1 failed, 2 wrong usage\n";
+
+int Complain(ExitCode code, const std::string& problem) {
+  std::fprintf(stderr, "vexilo-setd: %s\n", problem.c_str());
+  return code;
+}
+
+/// Holds the one place that there is for a daemon in each root, for as long as the process lives.
+bool TakePlace(FdHandle& place, std::string& problem) {
+  const std::string name = set_paths::kHostRun + std::string("/setd.lock");
+  const std::string path = SystemPath(name);
+  const auto fail = [&](const std::string& reason) {
+    problem = name + ": " + reason;
+    return false;
+  };
+  if (!MakeFolders(SystemPath(set_paths::kHostRun))) return fail(std::strerror(errno));
+  place.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!place) return fail(std::strerror(errno));
+  if (flock(place.get(), LOCK_EX | LOCK_NB) != 0) {
+    std::string pid;
+    if (errno != EWOULDBLOCK) return fail(std::strerror(errno));
+    ReadWholeFile(path, pid);
+    return fail("vexilo-setd runs already, process " + pid.substr(0, pid.find('\n')));
+  }
+  const std::string pid = std::to_string(getpid()) + "\n";
+  if (ftruncate(place.get(), 0) != 0 || write(place.get(), pid.data(), pid.size()) < 0)
+    Log(DLOG_WARN, name + " does not name this process: " + std::strerror(errno));
+  return true;
+}
+
+int Serve(bool once) {
+  GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+  const auto quit = [](void* held) -> gboolean {
+    g_main_loop_quit(static_cast<GMainLoop*>(held));
+    return G_SOURCE_CONTINUE;
+  };
+  g_unix_signal_add(SIGTERM, quit, loop);
+  g_unix_signal_add(SIGINT, quit, loop);
+  size_t failures = 0;
+  {
+    // What the jobs call back goes last.
+    std::unique_ptr<Jobs> jobs = std::make_unique<Jobs>();
+    TaskManager tasks(*jobs);
+    LogCollector collector(*jobs);
+    tasks.Start();
+    collector.Start();
+    Log(DLOG_INFO, "vexilo-setd serves this set");
+    if (once)
+      jobs->OnChange([&] {
+        if (jobs->IsSettled()) g_main_loop_quit(loop);
+      });
+    if (!once || !jobs->IsSettled()) g_main_loop_run(loop);
+    failures = jobs->Failures();
+    jobs.reset();
+  }
+  g_main_loop_unref(loop);
+  Log(DLOG_INFO, "vexilo-setd has ended");
+  if (!once || failures == 0) return kDone;
+  return Complain(kFailed, std::to_string(failures) + " requests could not be served; the log tells why");
+}
+
+int Main(int argc, char** argv) {
+  bool once = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word == "--help" || word == "-h") {
+      const bool printed = std::fputs(kHelp, stdout) >= 0 && std::fflush(stdout) == 0;
+      return printed ? kDone : Complain(kFailed, std::string("standard output: ") + std::strerror(errno));
+    }
+    if (word != "--once")
+      return Complain(kUsage, "unknown argument \"" + std::string(word) + "\"\nTry 'vexilo-setd --help'.");
+    once = true;
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  // A file that may not grow is a failure like a full disk, no reason to end.
+  std::signal(SIGXFSZ, SIG_IGN);
+  try {
+    FdHandle place;
+    std::string problem;
+    return TakePlace(place, problem) ? Serve(once) : Complain(kFailed, problem);
+  } catch (const std::exception& error) {
+    return Complain(kFailed, error.what());
+  }
+}
+
+}  // namespace
+
+}  // namespace setd
+
+int main(int argc, char** argv) {
+  return setd::Main(argc, argv);
+}

@@ -1,0 +1,189 @@
+#include "setd/processes.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+
+#include "base/atomic_file.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds kPoliteTime(2), kForcedTime(1);
+constexpr int kRounds = 3;
+
+// Programs whose first argument that is no option is the program that they run.
+constexpr std::string_view kInterpreters[] = {"sh",     "dash", "bash", "ash", "busybox", "ksh", "zsh",
+                                              "python", "perl", "ruby", "lua", "node",    "gjs", "php"};
+
+// The header of glibc 2.36 for these does not say that it declares C functions.
+int OpenProcess(pid_t pid) {
+  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+void Send(const Process& process, int number) {
+  syscall(SYS_pidfd_send_signal, process.handle.get(), number, nullptr, 0);
+}
+
+bool HasEnded(const Process& process) {
+  pollfd fd{process.handle.get(), POLLIN, 0};
+  return poll(&fd, 1, 0) != 0;
+}
+
+std::string LinkTarget(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t size = readlink(path.c_str(), target, sizeof target);
+  std::string text(target, size > 0 ? static_cast<size_t>(size) : 0);
+  constexpr std::string_view kDeleted = " (deleted)";
+  if (text.ends_with(kDeleted)) text.resize(text.size() - kDeleted.size());
+  return text;
+}
+
+std::vector<std::string> Texts(const std::string& path) {
+  std::string bytes;
+  std::vector<std::string> texts;
+  if (!ReadWholeFile(path, bytes)) return texts;
+  std::istringstream in(bytes);
+  for (std::string text; std::getline(in, text, '\0');) texts.push_back(text);
+  return texts;
+}
+
+/// The package whose folder the path (of this machine) is or lies in; empty for none.
+std::string PackageAt(const std::string& path) {
+  const std::string apps = SystemPath(set_paths::kPackagesDir) + "/";
+  if (!path.starts_with(apps)) return {};
+  const std::string normal = std::filesystem::path(path).lexically_normal();
+  if (!normal.starts_with(apps)) return {};
+  return normal.substr(apps.size(), normal.find('/', apps.size()) - apps.size());
+}
+
+/// The path of the script that an interpreter runs; empty when it runs none.
+std::string ScriptOf(const std::string& proc, const std::string& executable) {
+  const std::string program = std::filesystem::path(executable).filename();
+  const std::string_view name = std::string_view(program).substr(0, program.find_first_of("0123456789.-"));
+  if (std::find(std::begin(kInterpreters), std::end(kInterpreters), name) == std::end(kInterpreters)) return {};
+  const std::vector<std::string> arguments = Texts(proc + "cmdline");
+  for (size_t i = 1; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (program == "busybox" && i == 1 && argument.find('/') == std::string::npos) continue;
+    if (argument == "-c" || argument == "-e" || argument == "-m") return {};
+    if (argument.starts_with('-')) continue;
+    return argument.starts_with('/') ? argument : LinkTarget(proc + "cwd") + "/" + argument;
+  }
+  return {};
+}
+
+bool HasTerminal(const std::string& proc) {
+  std::string stat;
+  if (!ReadWholeFile(proc + "stat", stat)) return true;
+  // After the name, which may hold anything: state, parent, group, session, terminal.
+  std::istringstream fields(stat.substr(std::min(stat.rfind(')'), stat.size() - 1) + 1));
+  std::string state;
+  long parent = 0, group = 0, session = 0, terminal = 1;
+  fields >> state >> parent >> group >> session >> terminal;
+  return terminal != 0;
+}
+
+/// The package id that a process with that executable belongs to; empty for none.
+std::string OwnerOf(const std::string& proc, const std::string& executable,
+                    const std::vector<packages::Package>& packages) {
+  std::string owner = PackageAt(executable);
+  if (owner.empty()) owner = PackageAt(ScriptOf(proc, executable));
+  if (!owner.empty()) return owner;
+  std::string root, appId;
+  for (const std::string& entry : Texts(proc + "environ")) {
+    const size_t equals = std::min(entry.find('='), entry.size());
+    const std::string_view name(entry.data(), equals);
+    const std::string value = entry.substr(std::min(equals + 1, entry.size()));
+    if (name == "VEXILO_ROOT") root = value;
+    if (name == "VEXILO_APP_ID") appId = value;
+  }
+  while (root.ends_with('/')) root.pop_back();
+  const auto named =
+      std::find_if(packages.begin(), packages.end(), [&](const auto& each) { return each.appId == appId; });
+  // Sets in other roots may have an application of the same id.
+  if (!appId.empty()) return named == packages.end() || root != SystemRoot() ? "" : named->packageId;
+  return HasTerminal(proc) ? "" : PackageAt(LinkTarget(proc + "cwd"));
+}
+
+/// The same of a process that may be about to become another program: all that was read must be of one.
+std::string OwnerOf(const std::string& proc, const std::vector<packages::Package>& packages) {
+  std::string executable = LinkTarget(proc + "exe");
+  for (int attempt = 0; attempt < kRounds && !executable.empty(); ++attempt) {
+    const std::string owner = OwnerOf(proc, executable, packages);
+    const std::string now = LinkTarget(proc + "exe");
+    if (now == executable) return owner;
+    executable = now;
+  }
+  return {};
+}
+
+/// Waits until all have ended, the time is over or the daemon is to stop; removes those that have ended.
+int WaitForEnd(std::vector<Process>& processes, Clock::duration time, const StopFlag& stop) {
+  const size_t before = processes.size();
+  const auto deadline = Clock::now() + time;
+  while (true) {
+    std::erase_if(processes, HasEnded);
+    if (processes.empty() || stop || Clock::now() >= deadline) break;
+    std::vector<pollfd> fds;
+    for (const Process& each : processes) fds.push_back({each.handle.get(), POLLIN, 0});
+    poll(fds.data(), fds.size(), 100);
+  }
+  return static_cast<int>(before - processes.size());
+}
+
+}  // namespace
+
+std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages) {
+  std::vector<Process> found;
+  std::error_code error;
+  // The processes are the machine's, whatever the set root.
+  for (std::filesystem::directory_iterator each("/proc", error), end; !error && each != end; each.increment(error)) {
+    const std::string name = each->path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    Process process{static_cast<pid_t>(std::stol(name))};
+    struct stat status;
+    if (process.pid == getpid() || process.pid == 1 || stat(each->path().c_str(), &status) != 0 ||
+        status.st_uid != geteuid())
+      continue;
+    process.handle.reset(OpenProcess(process.pid));
+    if (!process.handle) continue;
+    process.packageId = OwnerOf(each->path().string() + "/", packages);
+    const bool belongs = std::any_of(packages.begin(), packages.end(),
+                                     [&](const auto& package) { return package.packageId == process.packageId; });
+    // While its handle lives on, what was read was read of this process and no later one of its number.
+    if (belongs && !HasEnded(process)) found.push_back(std::move(process));
+  }
+  return found;
+}
+
+EndedProcesses EndProcesses(const std::vector<packages::Package>& packages, const StopFlag& stop) {
+  EndedProcesses ended;
+  for (int round = 0; round < kRounds && !stop; ++round) {
+    std::vector<Process> processes = ProcessesOf(packages);
+    ended.left = static_cast<int>(processes.size());
+    if (processes.empty()) break;
+    for (const Process& each : processes) Send(each, SIGTERM);
+    ended.politely += WaitForEnd(processes, kPoliteTime, stop);
+    if (stop) break;
+    for (const Process& each : processes) Send(each, SIGKILL);
+    ended.forced += WaitForEnd(processes, kForcedTime, stop);
+    ended.left = static_cast<int>(processes.size());
+  }
+  return ended;
+}
+
+}  // namespace setd

@@ -1,0 +1,39 @@
+#pragma once
+/// @file
+/// The processes of packages.
+///
+/// Thread rule: callable from any thread. Calls block.
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "c_handle.h"
+#include "packages/package_store.h"
+#include "setd/jobs.h"
+
+namespace setd {
+
+struct Process {
+  pid_t pid = 0;
+  FdHandle handle{};  ///< pidfd: never another process that got the same number later
+  std::string packageId{};
+};
+
+/// This user's running processes that belong to one of the packages; never this one. A process belongs to the package
+/// whose folder holds its executable, else its script, else to the one whose application id is in its environment
+/// variable VEXILO_APP_ID (with this set root in VEXILO_ROOT), else, when it has no terminal, to the one whose folder
+/// holds its working directory.
+std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages);
+
+struct EndedProcesses {
+  int politely = 0;  ///< ended after SIGTERM
+  int forced = 0;    ///< after SIGKILL, two seconds later
+  int left = 0;      ///< not at all, or not within another second
+};
+
+/// Ends the processes of the packages, those included that they start meanwhile.
+EndedProcesses EndProcesses(const std::vector<packages::Package>& packages, const StopFlag& stop);
+
+}  // namespace setd

@@ -1,0 +1,179 @@
+#include "setd/report.h"
+
+#include <json/json.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "base/atomic_file.h"
+#include "c_handle.h"
+#include "set_paths.h"
+#include "setd/archive.h"
+#include "setd/folder_watch.h"
+#include "setd/scrubber.h"
+#include "setd/setd_log.h"
+#include "setd/sources.h"
+#include "system_info.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+constexpr size_t kMaxReports = 20;
+constexpr int64_t kMaxBytes = 32 * 1024 * 1024;
+
+std::string TimeText(time_t time, const char* format) {
+  tm parts;
+  char text[64];
+  gmtime_r(&time, &parts);
+  return std::string(text, std::strftime(text, sizeof text, format, &parts));
+}
+
+/// What the set is and how it is; nothing that only one set has.
+Json::Value SetFacts() {
+  Json::Value facts(Json::objectValue);
+  const struct {
+    const char* name;
+    system_info_key_e key;
+  } kTexts[] = {{"swModel", SYSTEM_INFO_KEY_SW_MODEL},
+                {"modelName", SYSTEM_INFO_KEY_MODEL_NAME},
+                {"localSet", SYSTEM_INFO_KEY_LOCAL_SET}};
+  for (const auto& [name, key] : kTexts) {
+    char* text = nullptr;
+    if (system_info_get_value_string(key, &text) == SYSTEM_INFO_ERROR_NONE) facts[name] = CText(text).get();
+  }
+  int region = 0;
+  if (system_info_get_value_int(SYSTEM_INFO_KEY_REGION_KIND, &region) == SYSTEM_INFO_ERROR_NONE)
+    facts["region"] = region;
+  utsname kernel;
+  if (uname(&kernel) == 0) {
+    facts["kernel"] = kernel.release;
+    facts["machine"] = kernel.machine;
+  }
+  struct sysinfo state;
+  if (sysinfo(&state) == 0) {
+    facts["uptimeSeconds"] = static_cast<Json::Int64>(state.uptime);
+    facts["memoryBytes"] = static_cast<Json::UInt64>(state.totalram) * state.mem_unit;
+  }
+  struct statvfs space;
+  if (statvfs(SystemPath(set_paths::kUserPartition).c_str(), &space) == 0) {
+    facts["storageBytes"] = static_cast<Json::UInt64>(space.f_blocks) * space.f_frsize;
+    facts["storageFreeBytes"] = static_cast<Json::UInt64>(space.f_bavail) * space.f_frsize;
+  }
+  return facts;
+}
+
+bool IsReport(const std::string& name) {
+  return name.ends_with(".tar.zst") || name.ends_with(".tar.gz");
+}
+
+struct Stored {
+  std::string path;
+  time_t time;
+  int64_t bytes;
+};
+
+/// Oldest first.
+std::vector<Stored> StoredReports() {
+  std::vector<Stored> reports;
+  std::error_code error;
+  for (std::filesystem::directory_iterator each(SystemPath(set_paths::kReportsDir), error), end; !error && each != end;
+       each.increment(error)) {
+    const std::string name = each->path().filename();
+    struct stat status;
+    if (lstat(each->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (IsReport(name)) reports.push_back({each->path(), status.st_mtime, static_cast<int64_t>(status.st_size)});
+    // One that is being written has a name that is none of a report.
+    const size_t mark = name.find('#');
+    if (mark != name.npos && IsReport(name.substr(0, mark)) && status.st_mtime < time(nullptr) - 3600)
+      unlink(each->path().c_str());
+  }
+  std::sort(reports.begin(), reports.end(), [](const Stored& one, const Stored& other) {
+    return std::tie(one.time, one.path) < std::tie(other.time, other.path);
+  });
+  return reports;
+}
+
+std::string FreePath(const std::string& name, time_t now, const char* suffix) {
+  const std::string base = set_paths::kReportsDir + ("/" + TimeText(now, "%Y%m%dT%H%M%SZ")) + "-" + name;
+  std::string path = base + "." + suffix;
+  struct stat status;
+  for (int number = 2; lstat(SystemPath(path).c_str(), &status) == 0; ++number)
+    path = base + "-" + std::to_string(number) + "." + suffix;
+  return path;
+}
+
+}  // namespace
+
+std::string MachinePath(const std::string& path) {
+  const std::string own = SystemPath(path);
+  struct stat status;
+  return stat(own.c_str(), &status) == 0 ? own : path;
+}
+
+std::string CategoryOf(const std::string& name) {
+  const std::string first = name.substr(0, name.find('-'));
+  return IsCategory(first) ? first : "OTHER";
+}
+
+bool MakeReport(const std::string& name, std::string& file, std::string& problem) {
+  const time_t now = time(nullptr);
+  Scrubber scrubber(KnownSecrets());
+  Archive archive;
+  Json::Value meta;
+  meta["format"] = 1;
+  meta["name"] = name;
+  meta["category"] = CategoryOf(name);
+  meta["time"] = TimeText(now, "%Y-%m-%dT%H:%M:%SZ");
+  meta["set"] = SetFacts();
+  meta["missing"] = Json::objectValue;
+  std::vector<std::pair<std::string, std::string>> files;
+  Collect(CategoryOf(name), [&](const std::string& source, const std::string& text, const std::string& reason) {
+    if (!reason.empty()) meta["missing"][source] = reason;
+    if (reason.empty() || !text.empty()) files.emplace_back(source, text);
+  });
+  files.emplace_back("meta.json", Json::writeString(Json::StreamWriterBuilder(), meta) + "\n");
+  for (const auto& [source, text] : files) scrubber.Learn(text);
+  for (const auto& [source, text] : files) archive.Add(source, scrubber.Clean(text), now);
+  std::string bytes;
+  if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
+  file = FreePath(name, now, archive.Suffix());
+  if (PublishFile(SystemPath(file), bytes)) {
+    PruneReports();
+    return true;
+  }
+  problem = file + ": " + std::strerror(errno);
+  return false;
+}
+
+int PruneReports(time_t age) {
+  const std::vector<Stored> reports = StoredReports();
+  const time_t now = time(nullptr);
+  size_t count = reports.size();
+  int64_t bytes = 0;
+  int removed = 0;
+  for (const Stored& each : reports) bytes += each.bytes;
+  for (const Stored& each : reports) {
+    if (each.time >= now - age && count <= kMaxReports && bytes <= kMaxBytes) break;
+    if (unlink(each.path.c_str()) != 0 && errno != ENOENT) {
+      Log(DLOG_ERROR, "an old report stays: " + each.path.substr(SystemRoot().size()) + ": " + std::strerror(errno));
+      continue;
+    }
+    --count;
+    bytes -= each.bytes;
+    ++removed;
+  }
+  return removed;
+}
+
+}  // namespace setd

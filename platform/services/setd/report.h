@@ -1,0 +1,28 @@
+#pragma once
+/// @file
+/// Error reports: compressed archives in set_paths::kReportsDir. docs/setd.md says what is in them.
+///
+/// Thread rule: callable from any thread, for one report at a time. Calls block.
+
+#include <ctime>
+#include <string>
+
+namespace setd {
+
+/// Where a file of the kernel or the system lies: in the set root where it has one of its own, else the machine's.
+std::string MachinePath(const std::string& path);
+
+/// "SCREEN" for "SCREEN-QUVAKOV"; a name of no category is "OTHER".
+std::string CategoryOf(const std::string& name);
+
+/// Collects and publishes a report of the name (letters, digits, '.', '_', '-'). `file` is set to the path, of the set,
+/// of the archive. False when it is not there; `problem` tells why.
+bool MakeReport(const std::string& name, std::string& file, std::string& problem);
+
+inline constexpr time_t kMaxReportAge = 30 * 24 * 60 * 60;
+
+/// Removes reports that are older than `age` seconds, and the oldest while there are more than 20 or they take more
+/// than 32 MiB in all; also what an interrupted MakeReport() left. Returns how many.
+int PruneReports(time_t age = kMaxReportAge);
+
+}  // namespace setd

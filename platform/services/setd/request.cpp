@@ -1,0 +1,186 @@
+#include "setd/request.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <string_view>
+
+#include "base/atomic_file.h"
+#include "packages/package_store.h"
+#include "set_paths.h"
+#include "setd/folder_watch.h"
+#include "setd/setd_log.h"
+#include "system_path.h"
+
+namespace setd {
+
+namespace {
+
+constexpr char kMeasurePrefix[] = "calcAppDataCacheSize_";
+constexpr char kAnswerPrefix[] = "appDataCacheSize_";
+constexpr char kDeepCleanText[] = "CleanUp\n";
+constexpr off_t kMaxRequest = 4096;
+constexpr time_t kAnswerSeconds = 30;
+// No id holds this letter, so no name of the protocol does.
+constexpr char kOurMark = '#';
+
+struct Form {
+  std::string_view name;
+  Kind kind;
+  bool isPrefix;
+  int ids;          // in its line
+  bool hasPayload;  // in kTager
+};
+constexpr Form kForms[] = {
+    {"killApp", Kind::kKill, false, 1, true},
+    {"clearAppCache", Kind::kClearCache, false, 2, true},
+    {kMeasurePrefix, Kind::kMeasure, true, 2, true},
+    {"memBoost", Kind::kMemoryBoost, false, 0, false},
+    {"CleanAll.txt", Kind::kDeepClean, false, 0, false},
+};
+
+const Form* FormOf(std::string_view trigger) {
+  for (const Form& form : kForms)
+    if (form.isPrefix ? trigger.starts_with(form.name) : trigger == form.name) return &form;
+  return nullptr;
+}
+
+std::string TriggerPath(const std::string& name) {
+  return SystemPath(set_paths::kTagerRequests + ("/" + name));
+}
+std::string PayloadPath(const std::string& name) {
+  return SystemPath(set_paths::kTager + ("/" + name));
+}
+
+/// The content of a small regular file; else false with errno.
+bool ReadSmall(const std::string& path, std::string& text) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return false;
+  if (S_ISREG(status.st_mode) && status.st_size > kMaxRequest) {
+    errno = EFBIG;
+    return false;
+  }
+  text.clear();
+  return ReadWholeFile(path, text, Links::kRefuse);
+}
+
+/// Takes "package\n" or "package|application\n"; true when it is nothing else.
+bool ReadIds(std::string_view line, int count, Request& request) {
+  if (line.empty() || line.back() != '\n') return false;
+  line.remove_suffix(1);
+  const size_t bar = line.find('|');
+  if ((bar != line.npos) != (count == 2)) return false;
+  request.packageId = line.substr(0, bar);
+  request.appId = count == 2 ? line.substr(bar + 1) : "";
+  return packages::IsId(request.packageId) && (count == 1 || packages::IsId(request.appId));
+}
+
+bool Unlink(const std::string& path) {
+  return unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+ReadState Refuse(std::string& problem, const std::string& reason) {
+  problem = reason;
+  return ReadState::kRefused;
+}
+
+ReadState ReadLine(const Form& form, bool isFinal, const std::string& ownText, Request& request, std::string& problem) {
+  request.line = ownText;
+  const bool isMeasure = form.kind == Kind::kMeasure;
+  if (!isMeasure && !ReadSmall(PayloadPath(request.trigger), request.line)) {
+    if (errno == ENOENT && !isFinal) return ReadState::kIncomplete;
+    return Refuse(problem, std::string("its payload: ") + std::strerror(errno));
+  }
+  if ((request.line.empty() || request.line.back() != '\n') && !isFinal) return ReadState::kIncomplete;
+  // A writer that ended between the two left the line in the payload at least.
+  if (isMeasure && request.line.empty()) ReadSmall(PayloadPath(request.trigger), request.line);
+  if (!ReadIds(request.line, form.ids, request))
+    return Refuse(problem, form.ids == 1 ? "its line is not \"package\"" : "its line is not \"package|application\"");
+  if (isMeasure && request.trigger != kMeasurePrefix + request.appId)
+    return Refuse(problem, "its name and its line name different applications");
+  return ReadState::kReady;
+}
+
+}  // namespace
+
+bool IsRequestName(const std::string& trigger) {
+  return FormOf(trigger) != nullptr;
+}
+
+ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request, std::string& problem) {
+  const Form* form = FormOf(trigger);
+  if (!form) return ReadState::kNoRequest;
+  request = {form->kind, trigger};
+  std::string text;
+  if (!ReadSmall(TriggerPath(trigger), text))
+    return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, std::strerror(errno));
+  if (form->kind == Kind::kDeepClean && text != kDeepCleanText)
+    return isFinal ? Refuse(problem, "it does not say \"CleanUp\"") : ReadState::kIncomplete;
+  return form->ids == 0 ? ReadState::kReady : ReadLine(*form, isFinal, text, request, problem);
+}
+
+bool RemoveServed(const Request& request) {
+  std::string now;
+  const Form* form = FormOf(request.trigger);
+  const std::string payload = PayloadPath(request.trigger);
+  // Requests of all packages share this payload.
+  if (form->hasPayload && !form->isPrefix && ReadSmall(payload, now) && now != request.line) return true;
+  return (!form->hasPayload || Unlink(payload)) && Unlink(TriggerPath(request.trigger));
+}
+
+bool RemoveRefused(const std::string& trigger) {
+  const Form* form = FormOf(trigger);
+  if (!form || form->kind == Kind::kDeepClean) return true;
+  return (!form->hasPayload || Unlink(PayloadPath(trigger))) && Unlink(TriggerPath(trigger));
+}
+
+bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem) {
+  const std::string name = kAnswerPrefix + request.appId;
+  const std::string result = PayloadPath(name), ready = result + kOurMark + "ack";
+  if (!MakeOwnFolder(set_paths::kTager, problem) || !MakeOwnFolder(set_paths::kTagerAnswers, problem)) return false;
+  const bool written = PublishFile(result, std::to_string(data) + "|" + std::to_string(cache)) &&
+                       PublishFile(ready, "") && RemoveServed(request);
+  if (written && rename(ready.c_str(), SystemPath(set_paths::kTagerAnswers + ("/" + name)).c_str()) == 0) return true;
+  problem = set_paths::kTager + ("/" + name) + ": " + std::strerror(errno);
+  unlink(ready.c_str());
+  unlink(result.c_str());
+  return false;
+}
+
+bool RemoveOldAnswers() {
+  bool left = false;
+  std::error_code error;
+  const time_t now = time(nullptr);
+  for (std::filesystem::directory_iterator each(SystemPath(set_paths::kTagerAnswers), error), end;
+       !error && each != end; each.increment(error)) {
+    const std::string name = each->path().filename();
+    struct stat status;
+    if (!name.starts_with(kAnswerPrefix) || lstat(each->path().c_str(), &status) != 0) continue;
+    if (status.st_mtime > now - kAnswerSeconds && status.st_mtime <= now) {
+      left = true;
+      continue;
+    }
+    Unlink(each->path());
+    Unlink(PayloadPath(name));
+  }
+  return left;
+}
+
+void RemoveHalfWritten() {
+  for (const char* folder : {set_paths::kTager, set_paths::kTagerAnswers}) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator each(SystemPath(folder), error), end; !error && each != end;
+         each.increment(error)) {
+      const std::string name = each->path().filename();
+      const bool ours = name.starts_with(kAnswerPrefix) || name.starts_with("cobalt_size");
+      if (ours && name.find(kOurMark) != name.npos) Unlink(each->path());
+    }
+  }
+}
+
+}  // namespace setd

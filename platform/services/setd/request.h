@@ -1,0 +1,51 @@
+#pragma once
+/// @file
+/// The requests that other programs put into set_paths::kTager: which there are, and how they are read and removed.
+/// docs/setd.md has the protocol.
+///
+/// Thread rule: callable from any thread.
+
+#include <string>
+
+namespace setd {
+
+enum class Kind { kKill, kClearCache, kMeasure, kMemoryBoost, kDeepClean };
+
+struct Request {
+  Kind kind = Kind::kKill;
+  std::string trigger{};  ///< name of the file in set_paths::kTagerRequests
+  std::string line{};     ///< what it says, as it stands; empty for those without a payload
+  std::string packageId{};
+  std::string appId{};
+};
+
+enum class ReadState {
+  kReady,
+  kNoRequest,   ///< no file of a request, or there no longer
+  kIncomplete,  ///< its writer may still be at it
+  kRefused,     ///< `problem` tells why
+};
+
+/// Whether a trigger file of that name is a request.
+bool IsRequestName(const std::string& trigger);
+
+/// Reads the request of a trigger file. With `isFinal` nothing is kIncomplete any more.
+ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request, std::string& problem);
+
+/// Removes trigger and payload of a request that was served or refused, unless another one has taken their place. A
+/// refused deep clean stays: its end would say that it was done. False with errno when one could not be removed.
+bool RemoveServed(const Request& request);
+bool RemoveRefused(const std::string& trigger);
+
+/// Publishes the answer to a measuring request, result before acknowledgement, and removes the request between them.
+/// False when there is no answer then and the request still stands; `problem` tells why.
+bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem);
+
+/// Removes answers that nobody has fetched for half a minute (the askers wait five seconds). True when younger ones
+/// are left.
+bool RemoveOldAnswers();
+
+/// Removes what a daemon that was interrupted left half written.
+void RemoveHalfWritten();
+
+}  // namespace setd

@@ -1,0 +1,44 @@
+#pragma once
+/// @file
+/// Takes private data out of texts.
+///
+/// Thread rule: an object belongs to one thread at a time.
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace setd {
+
+/// Replaces what would tell who or where the viewer is by placeholders like "<mac-1>"; the same value is the same
+/// placeholder in all texts of one object. docs/setd.md lists what is replaced.
+class Scrubber {
+ public:
+  /// A text that is private wherever it stands as a word, whatever its case.
+  struct Secret {
+    std::string kind;  ///< "user"
+    std::string text;
+  };
+  explicit Scrubber(const std::vector<Secret>& secrets);
+
+  /// Takes the names of wireless networks and the serial numbers that the text calls so, to replace them also where a
+  /// text does not say what they are.
+  void Learn(const std::string& text);
+
+  /// The text, of any bytes, without private data.
+  std::string Clean(const std::string& text);
+
+ private:
+  std::string Placeholder(const std::string& kind, std::string value);
+  void AddSecret(const Secret& secret);
+
+  std::vector<Secret> m_secrets;
+  std::map<std::string, int> m_counts;
+  std::map<std::string, std::string> m_placeholders;  // by kind and value
+};
+
+/// The private texts that this set knows of itself: its serial number, its name in the network, its users, and the
+/// wireless networks that it knows. Any thread.
+std::vector<Scrubber::Secret> KnownSecrets();
+
+}  // namespace setd

@@ -1,0 +1,15 @@
+#pragma once
+/// @file
+/// The daemon's lines in the platform log. Any thread.
+
+#include <string>
+
+#include "dlog.h"
+
+namespace setd {
+
+inline void Log(int priority, const std::string& text) {
+  __dlog_print(LOG_ID_APPS, priority, "SETD", "%s", text.c_str());
+}
+
+}  // namespace setd

@@ -1,0 +1,196 @@
+// The parts of the set's daemon that need no process: reading requests, private data, limits of what is kept.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "set_paths.h"
+#include "setd/deep_clean.h"
+#include "setd/report.h"
+#include "setd/request.h"
+#include "setd/scrubber.h"
+#include "system_path.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace setd;
+
+void Write(const std::string& setPath, const std::string& content) {
+  fs::create_directories(fs::path(SystemPath(setPath)).parent_path());
+  std::ofstream(SystemPath(setPath), std::ios::binary) << content;
+}
+
+bool Exists(const std::string& setPath) {
+  return fs::exists(fs::symlink_status(SystemPath(setPath)));
+}
+
+void SetAge(const std::string& setPath, time_t seconds) {
+  const timespec times[2] = {{time(nullptr) - seconds, 0}, {time(nullptr) - seconds, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, SystemPath(setPath).c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << setPath;
+}
+
+TEST(SetdRequest, IsReadOrRefusedAndRefusedOnesGo) {
+  const std::string measure = "calcAppDataCacheSize_";
+  const struct {
+    std::string trigger, text, payload;
+    ReadState first, last;
+    std::string packageId, appId;
+  } kCases[] = {
+      {"killApp", "", "org.a\n", ReadState::kReady, ReadState::kReady, "org.a", ""},
+      {"killApp", "x", "org.a\n", ReadState::kReady, ReadState::kReady, "org.a", ""},
+      {"killApp", "", "", ReadState::kIncomplete, ReadState::kRefused, "", ""},
+      {"killApp", "", "org.a", ReadState::kIncomplete, ReadState::kRefused, "", ""},
+      {"killApp", "", "org.a|b\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", "../../etc\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", "/opt/usr/apps/org.a\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", "..\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", "org.a\norg.b\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", std::string("org.a\0\n", 7), ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"killApp", "", std::string(5000, 'a') + "\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"clearAppCache", "", "org.a|b\n", ReadState::kReady, ReadState::kReady, "org.a", "b"},
+      {"clearAppCache", "", "org.a\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"clearAppCache", "", "org.a|../b\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"clearAppCache", "", "org.a|b|c\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"clearAppCache", "", "|b\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {measure + "b", "org.a|b\n", "", ReadState::kReady, ReadState::kReady, "org.a", "b"},
+      {measure + "b", "", "org.a|b\n", ReadState::kIncomplete, ReadState::kReady, "org.a", "b"},
+      {measure + "b", "org.a|", "", ReadState::kIncomplete, ReadState::kRefused, "", ""},
+      {measure + "b", "org.a|c\n", "org.a|b\n", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {measure, "org.a|\n", "", ReadState::kRefused, ReadState::kRefused, "", ""},
+      {"memBoost", "", "", ReadState::kReady, ReadState::kReady, "", ""},
+      {"CleanAll.txt", "CleanUp\n", "", ReadState::kReady, ReadState::kReady, "", ""},
+      {"CleanAll.txt", "", "", ReadState::kIncomplete, ReadState::kRefused, "", ""},
+      {"CleanAll.txt", "CleanUp now\n", "", ReadState::kIncomplete, ReadState::kRefused, "", ""},
+      {"somethingElse", "", "", ReadState::kNoRequest, ReadState::kNoRequest, "", ""},
+  };
+  for (const auto& each : kCases) {
+    SCOPED_TRACE(each.trigger + ": \"" + each.text + "\" \"" + each.payload.substr(0, 40) + "\"");
+    const std::string trigger = set_paths::kTagerRequests + ("/" + each.trigger);
+    const std::string payload = set_paths::kTager + ("/" + each.trigger);
+    Write(trigger, each.text);
+    Write(payload, each.payload);
+    Request request;
+    std::string problem;
+    EXPECT_EQ(ReadRequest(each.trigger, false, request, problem), each.first);
+    EXPECT_EQ(ReadRequest(each.trigger, true, request, problem), each.last);
+    EXPECT_EQ(problem.empty(), each.first != ReadState::kRefused && each.last != ReadState::kRefused);
+    if (each.last == ReadState::kReady) {
+      EXPECT_EQ(request.packageId, each.packageId);
+      EXPECT_EQ(request.appId, each.appId);
+      EXPECT_TRUE(RemoveServed(request));
+    } else {
+      EXPECT_TRUE(RemoveRefused(each.trigger));
+    }
+    // The end of a deep clean says that it was done; of another file nobody knows whose it is.
+    const bool stays =
+        each.last != ReadState::kReady && (each.trigger == "CleanAll.txt" || each.last == ReadState::kNoRequest);
+    EXPECT_EQ(Exists(trigger), stays);
+  }
+}
+
+TEST(SetdRequest, LinksFoldersAndLaterPayloadsAreNotTaken) {
+  Request request;
+  std::string problem;
+  Write("/home/owner/secret", "org.a\n");
+  const std::string trigger = "/tmp/tager/req/killApp", payload = "/tmp/tager/killApp";
+  fs::create_symlink(SystemPath("/home/owner/secret"), SystemPath(payload));
+  Write(trigger, "");
+  EXPECT_EQ(ReadRequest("killApp", false, request, problem), ReadState::kRefused);
+  EXPECT_TRUE(RemoveRefused("killApp"));
+  EXPECT_FALSE(Exists(payload));
+  EXPECT_TRUE(Exists("/home/owner/secret"));
+
+  fs::create_directory(SystemPath(trigger));
+  EXPECT_EQ(ReadRequest("killApp", true, request, problem), ReadState::kRefused);
+  EXPECT_FALSE(RemoveRefused("killApp"));
+  fs::remove(SystemPath(trigger));
+
+  Write(payload, "org.a\n");
+  Write(trigger, "");
+  ASSERT_EQ(ReadRequest("killApp", false, request, problem), ReadState::kReady);
+  Write(payload, "org.b\n");
+  EXPECT_TRUE(RemoveServed(request));
+  EXPECT_TRUE(Exists(payload));
+  EXPECT_TRUE(Exists(trigger));
+}
+
+TEST(SetdScrubber, ReplacesWhatIsPrivateAndNothingElse) {
+  const struct {
+    const char* text;
+    const char* clean;
+  } kCases[] = {
+      {"a8:5e:45:01:02:ff and A8-5E-45-01-02-FF", "<mac-1> and <mac-2>"},
+      {"again A8:5E:45:01:02:FF, dev_11_22_33_44_55_66", "again <mac-1>, dev_<mac-3>"},
+      {"wlxa85e450102ff up", "wlx<mac-4> up"},
+      {"from 192.168.1.20:8080 to 10.0.0.1.", "from <ip-1>:8080 to <ip-2>."},
+      {"local 127.0.0.1, ::1 and 0.0.0.0", "local 127.0.0.1, ::1 and 0.0.0.0"},
+      {"fe80::a85e:45ff:fe01:2ff%eth0 2001:db8::1", "<ip-3>%eth0 <ip-4>"},
+      {"at 12:34:56 std::vector x::y 2026-11-21 03:19:25.132", "at 12:34:56 std::vector x::y 2026-11-21 03:19:25.132"},
+      {"essid:\"My Home Net\" ssid=My Home Net", "essid:\"<ssid-1>\" ssid=<ssid-1>"},
+      {R"({"ssid" : "Attic", "x":1} SSID 'Attic')", R"({"ssid" : "<ssid-2>", "x":1} SSID '<ssid-2>')"},
+      {"Serial Number: 0VX5A9 serialno=0VX5A9", "Serial Number: <serial-1> serialno=<serial-1>"},
+      {"set 0vx5a1k0001x works", "set <serial-2> works"},
+      {"joined my home net and 0VX5A9", "joined <ssid-1> and <serial-1>"},
+      {"user MIRA said mirabelle", "user <user-1> said mirabelle"},
+      {"/home/mira/Films/a.mkv: bad", "<path-1>: bad"},
+      {"/home/owner/share/Trevlin/DB/solution.db", "/home/owner/share/Trevlin/DB/solution.db"},
+      {"/opt/usr/home/owner/content/Letter.pdf", "<path-2>"},
+      {"mail mira.k@example.org", "mail <mail-1>"},
+      {"id 6f1c2a34-5b6d-4e8f-9a0b-112233445566", "id <id-1>"},
+      {"\xff\xfe 10.0.0.1", "\xff\xfe <ip-2>"},
+  };
+  Scrubber scrubber({{"user", "mira"}, {"serial", "0VX5A1K0001X"}});
+  for (const auto& each : kCases) scrubber.Learn(each.text);
+  for (const auto& [text, clean] : kCases) EXPECT_EQ(scrubber.Clean(text), clean) << text;
+}
+
+TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {
+  const std::string folder = set_paths::kReportsDir + std::string("/");
+  const auto add = [&](int number, size_t bytes, time_t age) {
+    const std::string path = folder + "report-" + std::to_string(number) + ".tar.zst";
+    Write(path, "");
+    fs::resize_file(SystemPath(path), bytes);
+    SetAge(path, age);
+    return path;
+  };
+  Write(folder + "notes.txt", "");
+  SetAge(folder + "notes.txt", kMaxReportAge * 2);
+  const std::string tooOld = add(1, 10, kMaxReportAge + 60);
+  for (int number = 2; number <= 23; ++number) add(number, 10, 1000 - number);
+  EXPECT_EQ(PruneReports(), 3);
+  EXPECT_FALSE(Exists(tooOld));
+  EXPECT_FALSE(Exists(folder + "report-3.tar.zst"));
+  EXPECT_TRUE(Exists(folder + "report-4.tar.zst"));
+  add(24, 20 << 20, 100);
+  add(25, 20 << 20, 50);
+  EXPECT_EQ(PruneReports(), 21);
+  EXPECT_TRUE(Exists(folder + "report-25.tar.zst"));
+  EXPECT_TRUE(Exists(folder + "notes.txt"));
+}
+
+TEST(SetdDeepClean, RemovesOldFilesOnlyAndNeverThroughALink) {
+  const time_t cutoff = time(nullptr) - 3600;
+  Write("/tmp/org.a/old", "x");
+  Write("/tmp/org.a/new", "x");
+  Write("/tmp/org.a/folder/old", "x");
+  Write("/tmp/org.a/mixed/new", "x");
+  Write("/home/owner/share/precious", "x");
+  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath("/tmp/org.a/link"));
+  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath("/tmp/org.b"));
+  for (const char* path : {"/tmp/org.a/old", "/tmp/org.a/folder/old", "/tmp/org.a/folder", "/tmp/org.a/mixed",
+                           "/tmp/org.a/link", "/home/owner/share/precious"})
+    SetAge(path, 7200);
+  RemoveOlderThan("/tmp/org.a", cutoff);
+  RemoveOlderThan("/tmp/org.b", cutoff);
+  for (const char* gone : {"/tmp/org.a/old", "/tmp/org.a/folder/old", "/tmp/org.a/link"}) EXPECT_FALSE(Exists(gone));
+  for (const char* kept : {"/tmp/org.a/new", "/tmp/org.a/mixed/new", "/home/owner/share/precious", "/tmp/org.b"})
+    EXPECT_TRUE(Exists(kept)) << kept;
+}
+
+}  // namespace
