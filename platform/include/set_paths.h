@@ -31,6 +31,7 @@ inline constexpr char kRebootReportTriggers[] = "/tmp/kov_NDF_reboot";
 
 // Packages.
 inline constexpr char kPackagesDir[] = "/opt/usr/apps";
+inline constexpr char kCobaltDir[] = "/opt/usr/home/owner/.cache/Apps/Cobalt";
 inline constexpr char kWebCacheDir[] = "/opt/usr/home/owner/.cache/Apps/WebAppsCache";
 
 // Facts of the set.

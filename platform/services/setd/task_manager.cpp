@@ -18,7 +18,6 @@ namespace setd {
 
 namespace {
 
-constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
 constexpr unsigned kCobaltPeriodMs = 10 * 60 * 1000;
 constexpr unsigned kWriterMs = 2000;  // how long a writer may take from making a file to having written it
 constexpr unsigned kSweepMs = 31000;
@@ -45,7 +44,6 @@ bool EmptyCache(const packages::Package& package) {
   else
     Log(DLOG_ERROR,
         "the cache of " + package.packageId + " could not be emptied completely: " + std::to_string(result));
-  if (package.packageId == kCobaltPackage) PublishCobaltSize();
   return true;
 }
 
@@ -61,8 +59,8 @@ bool Answer(const Request& request, const packages::Package* package) {
   if (package) {
     const std::string folder = packages::FolderOf(*package);
     data = SizeOf(packages::DataFolderOf(*package), folder);
-    cache = SizeOf(packages::CacheFolderOf(*package), folder) +
-            SizeOf(packages::WebCacheFolderOf(*package), set_paths::kWebCacheDir);
+    // Without the web engine's cache, which lies outside the package and is counted by who asks.
+    cache = SizeOf(packages::CacheFolderOf(*package), folder);
   }
   std::string problem;
   if (PublishAnswer(request, data, cache, problem)) return true;
@@ -93,9 +91,7 @@ bool ServeSet(const Request& request, const StopFlag& stop) {
 }  // namespace
 
 bool PublishCobaltSize() {
-  const std::optional<packages::Package> package = packages::FindByPackageId(kCobaltPackage);
-  const std::string text =
-      std::to_string(package ? SizeOf(packages::CacheFolderOf(*package) + "/cobalt", packages::FolderOf(*package)) : 0);
+  const std::string text = std::to_string(SizeOf(set_paths::kCobaltDir, set_paths::kCobaltDir));
   const std::string path = SystemPath(set_paths::kCobaltSize);
   std::string published, problem;
   if (ReadWholeFile(path, published, Links::kRefuse) && published == text) return true;
