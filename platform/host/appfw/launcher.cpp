@@ -8,6 +8,7 @@
 #include "dlog.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "vconf.h"
 
 // GDesktopAppInfo is not used: it looks for programs on this machine only, so an entry whose program lies below the
 // set root would be none, and it does not say why it refuses an entry.
@@ -140,19 +141,22 @@ std::optional<Failure> BuildCommand(const DesktopEntry& entry, const Extras& ext
   return std::nullopt;
 }
 
-std::optional<Failure> Spawn(const DesktopEntry& entry, std::vector<std::string>& arguments) {
+std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry, std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
 
+  // By the id the task manager knows the processes of the application.
+  char** const kept = KeptEnvironment() ? g_strdupv(KeptEnvironment().get()) : g_get_environ();
+  const GTextArray environment(g_environ_setenv(kept, "VEXILO_APP_ID", appId.c_str(), TRUE));
   std::string folder = SystemPath(entry.folder);
   if (!g_file_test(folder.c_str(), G_FILE_TEST_IS_DIR)) folder = entry.folder;
   GErrorHandle error;
   // Without G_SPAWN_DO_NOT_REAP_CHILD the program is the child of a child that has ended: nothing is left to reap.
   const auto flags = static_cast<GSpawnFlags>(G_SPAWN_STDIN_FROM_DEV_NULL | G_SPAWN_STDOUT_TO_DEV_NULL);
-  if (!g_spawn_async(entry.folder.empty() ? nullptr : folder.c_str(), argv.data(), KeptEnvironment().get(), flags,
-                     nullptr, nullptr, nullptr, error.Out()))
+  if (!g_spawn_async(entry.folder.empty() ? nullptr : folder.c_str(), argv.data(), environment.get(), flags, nullptr,
+                     nullptr, nullptr, error.Out()))
     return Failure{APP_CONTROL_ERROR_LAUNCH_REJECTED, error.Message()};
   return std::nullopt;
 }
@@ -164,7 +168,7 @@ std::optional<Failure> TryLaunch(const std::string& appId, const Extras& extras)
   if (auto failure = ReadEntry(appId, entry)) return failure;
   std::vector<std::string> arguments;
   if (auto failure = BuildCommand(entry, extras, arguments)) return failure;
-  return Spawn(entry, arguments);
+  return Spawn(appId, entry, arguments);
 }
 
 }  // namespace
@@ -179,6 +183,7 @@ int Launch(const std::string& appId, const Extras& extras) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "cannot launch \"%s\": %s", printable.get(), failure->reason.c_str());
     return failure->code;
   }
+  vconf_set_str(kForegroundAppKey, appId.c_str());
   __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "launched \"%s\"", printable.get());
   return APP_CONTROL_ERROR_NONE;
 }

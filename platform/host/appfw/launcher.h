@@ -14,6 +14,9 @@ namespace app_framework {
 /// afterwards for the widget toolkit stays in this process. Without this call they get that of the launch.
 void KeepLaunchEnvironment();
 
+/// Settings key, text: the application that is looked at; memory boost leaves it alone.
+inline constexpr char kForegroundAppKey[] = "memory/setd/foreground_app";
+
 /// Starts the program of the application's desktop entry, each extra behind its own arguments as one argument
 /// "key=value", in their order. No shell is involved. The program's standard input and output are /dev/null, its
 /// standard error is ours; it is no child of this process. Returns as soon as it runs.

@@ -12,7 +12,6 @@ namespace app_framework {
 namespace {
 
 constexpr char kTag[] = "APPFW";
-constexpr char kName[] = "com.tornelo.TVVexilo";
 constexpr char kObjectPath[] = "/com/tornelo/TVVexilo";
 constexpr char kInterface[] = "com.tornelo.Application1";
 constexpr char kMethod[] = "AppControl";
@@ -33,11 +32,11 @@ constexpr unsigned int kNameExists = 3;
 
 /// The name for the set root; other roots are other sets. FNV-1a, as the name must be the same in every process.
 std::string InstanceName() {
-  if (SystemRoot().empty()) return kName;
+  if (SystemRoot().empty()) return kApplicationId;
   uint64_t hash = 14695981039346656037u;
   for (const unsigned char byte : SystemRoot()) hash = (hash ^ byte) * 1099511628211u;
   char name[64];
-  std::snprintf(name, sizeof name, "%s.root_%016" PRIx64, kName, hash);
+  std::snprintf(name, sizeof name, "%s.root_%016" PRIx64, kApplicationId, hash);
   return name;
 }
 

@@ -18,6 +18,9 @@
 
 namespace app_framework {
 
+/// Of the application that this framework runs.
+inline constexpr char kApplicationId[] = "com.tornelo.TVVexilo";
+
 class SingleInstance {
  public:
   enum class Role {

@@ -25,6 +25,7 @@
 #include "base/session_bus.h"
 #include "dlog.h"
 #include "settings/menu_language.h"
+#include "vconf.h"
 
 namespace app_framework {
 
@@ -148,6 +149,10 @@ struct Request {
   SingleInstance::Answer answer;
 };
 
+void TakeForeground() {
+  vconf_set_str(kForegroundAppKey, kApplicationId);
+}
+
 class Application {
  public:
   Application(int argc, char** argv, const ui_app_lifecycle_callback_s& callbacks, void* userData)
@@ -221,6 +226,7 @@ int Application::RunInstance(Extras firstRequest) {
 }
 
 void Application::RunMainLoop() {
+  TakeForeground();
   ScheduleDelivery();
   m_inLoop = true;
   if (!m_exiting) elm_run();
@@ -271,6 +277,7 @@ void Application::Deliver() {
 void Application::SetVisible(bool visible) {
   if (visible == m_visible) return;
   m_visible = visible;
+  if (visible) TakeForeground();
   const auto callback = visible ? m_callbacks.resume : m_callbacks.pause;
   if (callback) callback(m_userData);
 }
