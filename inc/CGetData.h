@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "pkgmgr_client.h"
+#include "system_info.h"
 #include "was_api.h"
 
 namespace QUVA {
@@ -46,6 +47,9 @@ struct app_list_struct {
 void getTotalSize(long long* total);
 /// What the browser engine of "YouTube" stores, in bytes; 0 when the task manager does not say.
 long long getAppSizeForYoutube();
+
+/// A text of the set's profile; empty, and a line in the log, when the set does not say. Any thread.
+std::string GetSystemInfo(system_info_key_e key);
 
 /// The device data service: what the application knows of the set and its applications, and what it asks the set's
 /// services to do.

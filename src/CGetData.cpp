@@ -3,10 +3,12 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 
 #include "CUtils.h"
@@ -16,7 +18,6 @@
 #include "c_handle.h"
 #include "connection.h"
 #include "set_paths.h"
-#include "system_info.h"
 #include "system_path.h"
 #include "vconf.h"
 
@@ -49,26 +50,33 @@ bool FileExists(const std::string& path) {
 }
 
 int ToInt(long long bytes) {
-  return static_cast<int>(bytes > INT_MAX ? INT_MAX : bytes);
+  return static_cast<int>(std::clamp<long long>(bytes, INT_MIN, INT_MAX));
 }
 
-/// A text that a shell takes as one word, as it stands.
-bool IsShellWord(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-") ==
-                              std::string::npos;
+/// The largest or smallest number where there is no room for the sum: an answer may hold any number.
+long long Sum(std::initializer_list<long long> parts) {
+  long long sum = 0;
+  for (const long long part : parts)
+    if (__builtin_add_overflow(sum, part, &sum)) return part < 0 ? LLONG_MIN : LLONG_MAX;
+  return sum;
 }
 
-int WebCacheSize(const std::string& appId) {
-  if (!IsShellWord(appId)) {
+/// A file name that a shell takes as one word, as it stands, and that leads nowhere else.
+bool IsPlainName(const std::string& text) {
+  return !text.empty() && text.front() != '.' &&
+         text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-") ==
+             std::string::npos;
+}
+
+long long WebCacheSize(const std::string& appId) {
+  if (!IsPlainName(appId)) {
     VEXILO_LOGE("the web cache of [%s] is not measured: it is no application id", appId.c_str());
     return 0;
   }
   const std::string folder = std::string(set_paths::kWebCacheDir) + "/" + appId;
   if (!FileExists(folder)) return 0;
-  int bytes = 0;
   const std::string word = CGetData::GetInstance()->GetStdoutFromCommand("du -bs " + SystemPath(folder));
-  std::sscanf(word.c_str(), "%d", &bytes);
-  return bytes;
+  return std::strtoll(word.c_str(), nullptr, 10);
 }
 
 std::string IconPath(const std::string& folder, bool panel8K) {
@@ -124,13 +132,15 @@ void CGetData::sendAppList() {
   std::vector<app_list_struct> records(static_cast<size_t>(apps.Count()));
   int consent = 0;
   vconf_get_int(kConsentKey, &consent);
-  {
+  try {
     // Its end waits for all of them.
     TCThreadPool pool(kListThreads);
     for (int i = 0; i < apps.Count(); ++i)
       boost::asio::post(pool.m_GetContext(), [this, &apps, &records, i, panel8K, consent] {
         m_fillRecord(apps.Data()[i], i, panel8K, consent, records[static_cast<size_t>(i)]);
       });
+  } catch (const boost::thread_resource_error& error) {
+    VEXILO_LOGE("no threads to measure the applications with: %s", error.what());
   }
   std::lock_guard lock(m_appListMutex);
   for (app_list_struct& record : records)
@@ -158,7 +168,7 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, 
   const long long packageData = getAppSize(client.get(), app.package_id, PM_GET_DATA_SIZE);
   client.reset();
   const std::string icon = IconPath(app.icon_dir, panel8K);
-  const int webCache = WebCacheSize(app.app_id);
+  const long long webCache = WebCacheSize(app.app_id);
   if (!IsOneOf(kFreeTitles, title) && consent != kConsentGiven) {
     VEXILO_LOGI("T&C NOT accepted");
     return;
@@ -169,7 +179,7 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, 
   }
   record = {.valid = true,
             .app_name = title,
-            .size = ToInt(total + webCache - packageData + data + cache),
+            .size = ToInt(Sum({total, webCache, -packageData, data, cache})),
             .package_id = app.package_id,
             .app_id = app.app_id,
             .service_id = app.service_id,
@@ -207,7 +217,7 @@ void CGetData::sendAppData(const std::string& packageName, const std::string& ap
               packageName.c_str(), appId.c_str(), packageData);
   m_dataSizeOfApp = data;
   m_cacheSizeOfApp = cache;
-  m_totalSizeOfApp = total - packageData + data + cache;
+  m_totalSizeOfApp = static_cast<long>(Sum({total, -packageData, data, cache}));
 }
 
 long long CGetData::getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type) {
@@ -287,6 +297,13 @@ void getTotalSize(long long* total) {
   VEXILO_LOGI("total Bytes R -- %lld", *total);
 }
 
+std::string GetSystemInfo(system_info_key_e key) {
+  char* value = nullptr;
+  if (system_info_get_value_string(key, &value) == SYSTEM_INFO_ERROR_NONE) return CText(value).get();
+  VEXILO_LOGE("the set does not say system information %d", key);
+  return "";
+}
+
 bool CGetData::m_GetTypeOfTV() {
   int width = 0;
   int height = 0;
@@ -299,9 +316,9 @@ bool CGetData::m_GetTypeOfTV() {
 
 bool CGetData::m_CheckForSwModel(const std::string& prefix) {
   const size_t found = CUtils::Instance().m_GetSwModel().rfind(prefix);
-  if (found != 0) return false;
+  if (found == std::string::npos) return false;
   VEXILO_LOGI("at found index is %zu", found);
-  return true;
+  return found == 0;
 }
 
 bool CGetData::m_CheckNetwork() {

@@ -1,0 +1,187 @@
+// Removing applications: a worker, the service's own thread and a running main loop.
+
+#include "CDeleteApps.h"
+
+#include <Ecore.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using QUVA::CDeleteApps;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string Log() {
+  std::ifstream log(SystemPath(set_paths::kLogFile));
+  return {std::istreambuf_iterator<char>(log), {}};
+}
+
+bool IsInstalled(const std::string& id) {
+  return fs::exists(SystemPath(set_paths::kPackagesDir + ("/" + id)));
+}
+
+QUVA::app_list_struct Record(const std::string& id, bool selected, bool locked) {
+  QUVA::app_list_struct record;
+  record.app_name = "Title of " + id;
+  record.app_id = id;
+  record.selected = selected;
+  record.locked = locked;
+  return record;
+}
+
+/// A record of the list, with its package.
+QUVA::app_list_struct Plant(const std::string& id, bool selected = true, bool locked = false) {
+  const fs::path folder = SystemPath(set_paths::kPackagesDir + ("/" + id));
+  fs::create_directories(folder / "data");
+  std::ofstream(folder / "data/file") << std::string(9000, 'x');
+  std::ofstream(folder / "manifest.json") << R"({"package_id": ")" << id << R"(", "app_id": ")" << id
+                                          << R"(", "title": "T")" << (locked ? R"(, "locked": true})" : "}");
+  return Record(id, selected, locked);
+}
+
+class DeleteApps : public testing::Test {
+ protected:
+  DeleteApps() {
+    setenv("ECORE_NO_SYSTEM_MODULES", "1", 1);
+    ecore_init();
+  }
+  ~DeleteApps() override { ecore_shutdown(); }
+
+  /// Runs `work` on a thread of its own beside the main loop.
+  template <typename Work>
+  static auto BesideMainLoop(Work work) {
+    auto result = std::async(std::launch::async, [&] {
+      struct Quit {
+        ~Quit() {
+          ecore_main_loop_thread_safe_call_async([](void*) { ecore_main_loop_quit(); }, nullptr);
+        }
+      } quit;
+      return work();
+    });
+    ecore_main_loop_begin();
+    return result.get();
+  }
+
+  void Send(const char* appId, int event, int progress = 0, int reserved = 0) {
+    CDeleteApps::uninstall_cb(appId, static_cast<was_notify_event_e>(event), progress, reserved, &m_apps);
+  }
+
+  CDeleteApps& m_apps = *CDeleteApps::Instance();
+};
+
+TEST_F(DeleteApps, RemovesTheSelectedAndCountsFailuresToo) {
+  auto gone = Plant("gone");
+  m_apps.m_SetApps({Plant("a"), Plant("stays", false), Plant("b"), gone, gone, Plant("locked", true, true)});
+  fs::remove_all(SystemPath(set_paths::kPackagesDir + std::string("/gone")));
+  EXPECT_TRUE(BesideMainLoop([&] { return m_apps.m_UninstallAppThreadFn(); }));
+  EXPECT_EQ(IsInstalled("a") + IsInstalled("b"), 0);
+  EXPECT_EQ(IsInstalled("stays") + IsInstalled("locked"), 2);
+  const QUVA::UninstallState state = m_apps.m_GetState();
+  EXPECT_EQ(state.finished, 4);
+  EXPECT_EQ(state.appName, "Title of b");
+  EXPECT_EQ(state.progress, 100);
+  EXPECT_TRUE(state.popupWanted);
+  const std::string log = Log();
+  size_t at = 0;
+  for (const char* line :
+       {"uninstall thread fn \n", "count of apps is 6\n", "apps name and lock part is Title of a && 0\n",
+        "app id to be deleted is a\n", "Title of locked && 1\n", "list of apps created 5 && 4 \n",
+        "uninstall start now with app id b 0\n", "app_id[b] uninstall completed\n",
+        "app_id[gone] uninstall failed[-2]\n", "app_id[locked] uninstall failed[-13]\n",
+        "Multi-Uninstall complete...\n", "Condition signalled..\n"}) {
+    at = log.find(line, at);
+    ASSERT_NE(at, std::string::npos) << line << " in " << log;
+  }
+  EXPECT_THAT(log, HasSubstr("return value is 0\n"));
+  EXPECT_THAT(log, Not(HasSubstr("app id to be deleted is stays")));
+}
+
+TEST_F(DeleteApps, TakesEachEventToTheMainLoop) {
+  const struct {
+    bool selected, locked, started;
+    int mayGo;
+    bool popup;
+  } rows[] = {{true, true, false, 0, true},
+              {true, true, true, 0, false},
+              {true, false, false, 1, false},
+              {false, true, false, 1, false}};
+  for (const auto& row : rows) {
+    m_apps.m_SetApps({Record("a", row.selected, row.locked)});
+    m_apps.m_SetStartFlag(row.started);
+    EXPECT_EQ(m_apps.m_CheckIfAnyAppIsLocked(), row.mayGo);
+    BesideMainLoop([&] { return Send("a", 120), 0; });
+    EXPECT_EQ(m_apps.m_GetState().popupWanted, row.popup);
+    EXPECT_EQ(m_apps.m_GetState().appName, "Title of a");
+  }
+  EXPECT_THAT(Log(), HasSubstr("uninstall start now with app id a 1\n"));
+  BesideMainLoop([&] {
+    Send("none", 120);
+    EXPECT_EQ(m_apps.m_GetState().appName, "");
+    Send("a", 121, 42);
+    EXPECT_EQ(m_apps.m_GetState().progress, 42);
+    for (const int event : {122, 123, 142, 143, 150}) Send("a", event, 0, -5);
+    Send(nullptr, 123);
+    CDeleteApps::uninstall_cb("a", WAS_EVENT_UNINSTALL_FAILED, 0, 0, nullptr);
+    return 0;
+  });
+  EXPECT_EQ(m_apps.m_GetState().finished, 3);
+  EXPECT_THAT(Log(), HasSubstr("app_id[a] uninstall failed[-5]\n"));
+  EXPECT_THAT(Log(), HasSubstr("Unhandled event from WAS caught : 150\n"));
+}
+
+TEST_F(DeleteApps, DoesNotWaitForARefusedRequest) {
+  m_apps.m_SetApps({Plant("a", false)});
+  EXPECT_FALSE(m_apps.m_UninstallAppThreadFn()) << "none is selected";
+  EXPECT_THAT(Log(), HasSubstr("return value is -1\n"));
+  m_apps.m_UninstallApp("");
+  EXPECT_THAT(Log(), HasSubstr("uninstall app failed\n"));
+  EXPECT_TRUE(BesideMainLoop([&] {
+    m_apps.m_UninstallApp("a");
+    for (int i = 0; i < 1000 && m_apps.m_GetState().finished == 0; ++i) std::this_thread::sleep_for(10ms);
+    return m_apps.m_GetState().finished == 1;
+  }));
+  EXPECT_FALSE(IsInstalled("a"));
+}
+
+std::promise<void> g_release;
+
+TEST_F(DeleteApps, GivesUpAServiceThatGivesNoSignOfLife) {
+  Plant("first");
+  m_apps.m_SetApps({Plant("a")});
+  m_apps.m_SetPatience(200ms);
+  // Busy with another request until it is released.
+  const auto hold = [](const char*, was_notify_event_e event, int, int, void*) {
+    if (event == WAS_EVENT_MULTI_UNINSTALL_COMPLETE) g_release.get_future().wait();
+  };
+  ASSERT_EQ(was_force_uninstall_webapp("first", hold, nullptr), 0);
+  EXPECT_FALSE(BesideMainLoop([&] { return m_apps.m_UninstallAppThreadFn(); }));
+  EXPECT_THAT(Log(), HasSubstr("the removal gives no sign of life: not waited for any longer"));
+  EXPECT_TRUE(IsInstalled("a"));
+  // Its events come late, and do no harm.
+  EXPECT_TRUE(BesideMainLoop([&] {
+    g_release.set_value();
+    for (int i = 0; i < 1000 && Log().find("Multi-Uninstall") == std::string::npos; ++i)
+      std::this_thread::sleep_for(10ms);
+    return m_apps.m_GetState().finished == 1;
+  }));
+}
+
+}  // namespace

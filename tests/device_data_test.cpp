@@ -1,0 +1,530 @@
+// The device data service: applications and their sizes, storage, requests to the task manager, launching.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/inotify.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <chrono>
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CGetData.h"
+#include "CUtils.h"
+#include "FileWatch.h"
+#include "SettingsKeys.h"
+#include "pkgmgr_client.h"
+#include "set_paths.h"
+#include "support/task_manager.h"
+#include "system_path.h"
+#include "vconf.h"
+
+namespace {
+
+std::function<int(was_app_info_s**, int*)> g_appList;  // stands in for the service's list when the test says so
+
+}  // namespace
+
+extern "C" int was_get_app_list(was_list_kind_e kind, was_app_info_s** list, int* count) {
+  if (g_appList) return g_appList(list, count);
+  return reinterpret_cast<decltype(&was_get_app_list)>(dlsym(RTLD_NEXT, "was_get_app_list"))(kind, list, count);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using QUVA::CGetData;
+using QUVA::CUtils;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using Texts = std::vector<std::string>;
+
+CGetData& g_data = *CGetData::GetInstance();
+
+std::string Read(const std::string& setPath) {
+  std::ifstream file(SystemPath(setPath));
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void Write(const std::string& setPath, const std::string& content) {
+  fs::create_directories(fs::path(SystemPath(setPath)).parent_path());
+  std::ofstream(SystemPath(setPath)) << content;
+}
+
+bool Exists(const std::string& setPath) {
+  return fs::exists(fs::symlink_status(SystemPath(setPath)));
+}
+
+std::string Log() {
+  return Read(set_paths::kLogFile);
+}
+
+const std::string kPackages = std::string(set_paths::kPackagesDir) + "/";
+
+/// A package whose application id is its own with ".app", with the named icons and 20,000 bytes of data.
+void PlantPackage(const std::string& id, const std::string& title, const Texts& icons = {"icon.png"},
+                  const std::string& appId = "", const std::string& more = "") {
+  Write(kPackages + id + "/manifest.json", "{\"package_id\": \"" + id + "\", \"app_id\": \"" +
+                                               (appId.empty() ? id + ".app" : appId) + "\", \"title\": \"" + title +
+                                               "\"" + more + "}");
+  Write(kPackages + id + "/data/file", std::string(20000, 'x'));
+  Write(kPackages + id + "/bin/program", std::string(9000, 'x'));
+  for (const std::string& icon : icons) Write(kPackages + id + "/icons/" + icon, "");
+}
+
+/// Total and data size as the package manager has them.
+std::pair<long, long> PackageSizes(const std::string& id) {
+  pkgmgr_client* const client = pkgmgr_client_new(PC_REQUEST);
+  const std::pair sizes(g_data.getAppSize(client, id, PM_GET_TOTAL_SIZE),
+                        g_data.getAppSize(client, id, PM_GET_DATA_SIZE));
+  pkgmgr_client_free(client);
+  EXPECT_GT(sizes.first, sizes.second);
+  EXPECT_GE(sizes.second, 20000);
+  return sizes;
+}
+
+/// One member of each record of the list.
+template <typename T>
+std::vector<T> List(T QUVA::app_list_struct::*member) {
+  g_data.sendAppList();
+  std::vector<T> members;
+  for (const auto& app : g_data.m_GetAppsDataStructure()) members.push_back(app.*member);
+  EXPECT_EQ(g_data.m_GetAppsCount(), static_cast<int>(members.size()));
+  return members;
+}
+
+// ---- applications
+
+TEST(AppList, HoldsTheRecordsWithTheirSizes) {
+  const TaskManagerStandIn taskManager(1ms, "1000|200");
+  vconf_set_int(QUVA::kConsentKey, 1);
+  PlantPackage("a", "Ä", {"icon.png"}, "a.x", R"(, "service_id": "s", "attributes": [5, 6], "locked": true)");
+  PlantPackage("y", "YouTube");
+  PlantPackage("9Ur5IzDKqV", "Z");
+  const std::string webCache = std::string(set_paths::kWebCacheDir) + "/a.x";
+  Write(webCache + "/file", std::string(5000, 'x'));
+  Write(set_paths::kCobaltSize, "77\n");
+  g_data.sendAppList();
+  const auto apps = g_data.m_GetAppsDataStructure();
+  ASSERT_EQ(apps.size(), 3u);
+  struct stat folder {};
+  ASSERT_EQ(stat(SystemPath(webCache).c_str(), &folder), 0);
+  std::map<std::string, long> extra = {{"a", folder.st_size + 5000}, {"y", 77}, {"9Ur5IzDKqV", 0}};
+  for (const auto& app : apps) {
+    const auto [total, own] = PackageSizes(app.package_id);
+    EXPECT_EQ(app.size, total + extra.at(app.package_id) - own + 1200) << app.app_name;
+    if (app.package_id != "a") continue;
+    EXPECT_TRUE(app.valid);
+    EXPECT_EQ(app.app_name + app.app_id + app.service_id + app.icon_path, "Äa.xs/opt/usr/apps/a/icons/icon.png");
+    EXPECT_EQ((std::vector{app.attribute1, app.attribute2, app.selected, app.locked}), (std::vector{5, 6, 0, 1}));
+  }
+  // One by one, it is the package that tells the browser engine's application.
+  for (const auto& [id, more] : std::map<std::string, long>{{"y", 0}, {"9Ur5IzDKqV", 77}}) {
+    g_data.sendAppData(id, id + ".app");
+    const auto [total, own] = PackageSizes(id);
+    EXPECT_EQ(g_data.m_GetTotalSizeOfApp(), total + more - own + 1200);
+    EXPECT_EQ(g_data.m_GetDataSizeOfApp(), 1000);
+    EXPECT_EQ(g_data.m_GetCacheSizeOfApp(), 200);
+  }
+}
+
+TEST(AppList, ClampsSizesThatHaveNoRoom) {
+  vconf_set_int(QUVA::kConsentKey, 1);
+  PlantPackage("a", "A");
+  for (const char* answer : {"3000000000|1", "9223372036854775807|9223372036854775807"}) {
+    const TaskManagerStandIn taskManager(1ms, answer);
+    EXPECT_THAT(List(&QUVA::app_list_struct::size), ElementsAre(INT_MAX));
+    g_data.sendAppData("a", "a.app");
+    EXPECT_GT(g_data.m_GetTotalSizeOfApp(), 3000000000) << answer;
+  }
+}
+
+TEST(AppList, ShowsWhatTheConsentAllows) {
+  const TaskManagerStandIn taskManager(1ms, "0|0");
+  for (const char* title : {"e-Manual", "e-manual", "WebBrowser", "Web Browser", "Other"})
+    PlantPackage("p" + std::to_string(std::hash<std::string>()(title)), title);
+  const auto titles = [] { return List(&QUVA::app_list_struct::app_name); };
+  EXPECT_THAT(titles(), testing::UnorderedElementsAre("e-Manual", "WebBrowser")) << "not asked yet";
+  EXPECT_THAT(Log(), HasSubstr("T&C NOT accepted"));
+  for (const auto& [consent, count] : std::map<int, size_t>{{0, 2}, {1, 5}, {2, 2}}) {
+    vconf_set_int(QUVA::kConsentKey, consent);
+    EXPECT_EQ(titles().size(), count) << consent;
+  }
+  g_appList = [](was_app_info_s**, int*) { return -3; };
+  EXPECT_THAT(titles(), IsEmpty());
+  EXPECT_THAT(Log(), HasSubstr("get app list failed"));
+}
+
+TEST(AppList, ChoosesTheIconByThePanelAndDropsWhatHasNone) {
+  const TaskManagerStandIn taskManager(1ms, "0|0");
+  vconf_set_int(QUVA::kConsentKey, 1);
+  PlantPackage("a", "All", {"304x304.png", "448x448.png", "icon.png"});
+  PlantPackage("b", "Big", {"448x448.png"});
+  PlantPackage("c", "Plain", {"icon.png"});
+  PlantPackage("d", "Without", {});
+  const struct {
+    const char *width, *height;
+    Texts icons;
+  } panels[] = {
+      {"7680", "4320", {"a/icons/448x448.png", "b/icons/448x448.png", "c/icons/icon.png"}},
+      {"7680", "2160", {"a/icons/304x304.png", "c/icons/icon.png"}},
+      {"3840", "4320", {"a/icons/304x304.png", "c/icons/icon.png"}},
+  };
+  for (const auto& [width, height, icons] : panels) {
+    Write(set_paths::kSetProfile,
+          std::string("[feature]\npanel_resolution_width=") + width + "\npanel_resolution_height=" + height + "\n");
+    EXPECT_EQ(g_data.m_GetTypeOfTV(), icons.size() == 3) << width;
+    Texts paths;
+    for (const std::string& icon : icons) paths.push_back(kPackages + icon);
+    EXPECT_EQ(List(&QUVA::app_list_struct::icon_path), paths) << width;
+  }
+  EXPECT_THAT(Log(), HasSubstr("Icon of the app doesnt exist"));
+}
+
+TEST(AppList, HandsNoHostileIdToAShell) {
+  Write(std::string(set_paths::kWebCacheDir) + "/file", "x");
+  for (const char* id : {"x;touch${IFS}hit", "$(touch hit)", "`touch hit`", "x y", "..", "", "-a\n", "'"}) {
+    g_appList = [id](was_app_info_s** list, int* count) {
+      *list = static_cast<was_app_info_s*>(std::calloc(*count = 1, sizeof **list));
+      **list = {strdup("s"), strdup(id), strdup("p"), strdup("WebBrowser"), strdup("/icons/"), 0, 0, 0};
+      return 0;
+    };
+    const std::string ack = SystemPath(set_paths::kTagerAnswers + std::string("/appDataCacheSize_") + id);
+    std::ofstream(ack).flush();  // so that nothing is waited for
+    g_data.sendAppList();
+  }
+  EXPECT_THAT(Log(), HasSubstr("the web cache of [x;touch${IFS}hit] is not measured"));
+  EXPECT_THAT(Log(), HasSubstr("the web cache of [..] is not measured"));
+  EXPECT_THAT(Log(), Not(HasSubstr("Buffer1")));
+}
+
+TEST(AppData, ClearingKeepsThreeApplicationsAsTheyAre) {
+  for (const char* kept : {"org.varno.primevideo", "9Ur5IzDKqV", "org.varno.netflix-app"}) {
+    PlantPackage(kept, kept, {}, kept);
+    EXPECT_EQ(g_data.clearAppData(kept), 1);
+    EXPECT_TRUE(Exists(kPackages + kept + "/data/file"));
+  }
+  EXPECT_THAT(Log(), HasSubstr("Do not clear data as prime, youtube & Netflix"));
+  PlantPackage("a", "A", {}, "org.varno.netflix");
+  EXPECT_EQ(g_data.clearAppData("org.varno.netflix"), 0);
+  EXPECT_FALSE(Exists(kPackages + "a/data/file"));
+  EXPECT_EQ(g_data.clearAppData("none"), -1);
+  EXPECT_THAT(Log(), HasSubstr("Return value of pkgmgr_client_clear_user_data api is : -2"));
+}
+
+// ---- storage and facts of the set
+
+TEST(FlashSize, IsThatOfTheSet) {
+  for (const auto& [flash, gigabytes] :
+       std::map<int, long long>{{0, 4}, {1, 8}, {2, 16}, {3, 32}, {4, 64}, {5, 0}, {-1, 0}, {-2, 0}}) {
+    Write(set_paths::kSetProfile, "[feature]\nflash_size=" + std::to_string(flash) + "\n");
+    long long total = 7;
+    QUVA::getTotalSize(&total);
+    EXPECT_EQ(total, gigabytes ? gigabytes * 1073741824 : 7) << flash;
+    if (gigabytes == 0) continue;
+    g_data.m_CalculateTotalSizeOfSystem();
+    g_data.sendFlashSize();
+    EXPECT_EQ(g_data.m_GetSystemUsedSize(), total - g_data.m_GetTotalOptSize());
+  }
+  EXPECT_THAT(Log(), HasSubstr("Failed ret[0] support[5]"));
+  long long unused = 0;
+  EXPECT_EQ(g_data.getFlashSize("/none", &unused, &unused, &unused), -1);
+  EXPECT_THAT(Log(), HasSubstr("API statvfs fails"));
+}
+
+/// Compares everything with the arithmetic on the file system of /opt as it is. The state that it is in.
+int CheckReserve() {
+  constexpr long long kReserve = 70 << 20;
+  struct statvfs info {};
+  EXPECT_EQ(statvfs(SystemPath("/opt").c_str(), &info), 0);
+  const auto block = static_cast<long long>(info.f_frsize);
+  const long long available = static_cast<long long>(info.f_bavail) * block;
+  const long long used = static_cast<long long>(info.f_blocks - info.f_bfree) * block;
+  const long long left = std::max(0LL, available - kReserve);
+  const int state = left == 0 ? 0 : left < kReserve ? 1 : 2;
+  g_data.sendFlashSize();
+  EXPECT_NEAR(double(g_data.m_GetTotalOptSize()), double(used + available), 1 << 20);
+  EXPECT_NEAR(double(g_data.m_GetUsedSize()), double(used + available - left), 1 << 20);
+  EXPECT_EQ(g_data.CheckFlashFreespaceState(), state);
+  Write(set_paths::kEventLog, "");
+  EXPECT_EQ(g_data.CheckDeviceState(), state == 0 ? 0 : 1);
+  EXPECT_THAT(Read(set_paths::kEventLog),
+              HasSubstr(state == 0 ? "select_item=DeviceState;status=Normal" : "select_item=DeviceState;status=Good"));
+  return state;
+}
+
+TEST(FlashSize, HidesAReserve) {
+  CheckReserve();
+  // With small file systems of their own, where the machine permits those.
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
+  for (const auto& [size, state] : std::map<std::string, int>{{"50m", 0}, {"70m", 0}, {"100m", 1}, {"200m", 2}}) {
+    ASSERT_EQ(mount("tmpfs", SystemPath("/opt").c_str(), "tmpfs", 0, ("size=" + size).c_str()), 0);
+    EXPECT_EQ(CheckReserve(), state) << size;
+    umount(SystemPath("/opt").c_str());
+  }
+}
+
+TEST(Facts, OfTheSetAndOfCommands) {
+  Write(set_paths::kSetProfile, "[set]\nsw_model=VX_DC5_VX\nlocal_set=CHI_DTV\n");
+  EXPECT_EQ(QUVA::GetSystemInfo(SYSTEM_INFO_KEY_LOCAL_SET), "CHI_DTV");
+  EXPECT_EQ(QUVA::GetSystemInfo(SYSTEM_INFO_KEY_NUM_OF_TUNER), "") << "no text";
+  for (const auto& [prefix, is] : std::map<std::string, bool>{
+           {"VX_DC5", true}, {"VX_DC5_VX", true}, {"VX", false}, {"DC5", false}, {"vx_dc5", false}, {"none", false}})
+    EXPECT_EQ(g_data.m_CheckForSwModel(prefix), is) << prefix;
+  EXPECT_THAT(Log(), HasSubstr("at found index is 7"));
+  for (const auto& [command, word] : std::map<std::string, std::string>{{"echo ' one two'; echo three", "one"},
+                                                                        {"cat /none/x", "cat:"},
+                                                                        {"true", ""},
+                                                                        {"echo; echo late", ""},
+                                                                        {"printf %0300d 0", std::string(255, '0')}})
+    EXPECT_EQ(g_data.GetStdoutFromCommand(command), word) << command;
+}
+
+// ---- requests to the task manager
+
+const std::string kTager = std::string(set_paths::kTager) + "/";
+
+struct RequestCase {
+  const char* name;  ///< of the files
+  const char* payload;
+  const char* trigger;
+  std::string payloadRefused;
+  std::string triggerRefused;
+  std::function<int()> send;  ///< 0 or -1
+  int refused;
+};
+
+std::vector<RequestCase> Requests() {
+  // Answered already, so that nothing is waited for.
+  const auto measure = [] {
+    long data = 0, cache = 0;
+    Write(kTager + "ack/appDataCacheSize_a", "");
+    Write(kTager + "appDataCacheSize_a", "1|2");
+    g_data.findDataCacheSize("p", "a", &data, &cache);
+    return data == 1 && cache == 2 ? 0 : -1;
+  };
+  const std::string failed = "[TVMGR-NATIVE] file creation failed (";
+  return {{"killApp", "p\n", "", failed + "/tmp/tager/killApp)", failed + "/tmp/tager/req/killApp)",
+           [] { return g_data.killApp("p"), 0; }, 0},
+          {"clearAppCache", "p|a\n", "", failed + "/tmp/tager/clearAppCache)", failed + "/tmp/tager/req/clearAppCache)",
+           [] { return g_data.clearAppCache("p", "a"); }, -1},
+          {"calcAppDataCacheSize_a", "p|a\n", "p|a\n",
+           "[TVMGR-NATIVE] File creation failed of /tmp/tager/calcAppDataCacheSize_a",
+           "[TVMGR-NATIVE] file creation failed for /tmp/tager/req/calcAppDataCacheSize_a", measure, -1},
+          {"memBoost", nullptr, "", "", "File creation failed (/tmp/tager/req/memBoost) with error number : 40",
+           [] { return g_data.performMemBoost(); }, -1},
+          {"CleanAll.txt", nullptr, "CleanUp\n", "", "File creation failed (/tmp/tager/req/CleanAll.txt)",
+           [] { return g_data.performDeepClean(); }, -1}};
+}
+
+TEST(Request, LeavesThePayloadWholeBeforeTheTrigger) {
+  for (const RequestCase& request : Requests()) {
+    SCOPED_TRACE(request.name);
+    const FdHandle watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    inotify_add_watch(watch.get(), SystemPath(set_paths::kTager).c_str(), IN_CLOSE_WRITE);
+    const int triggers = inotify_add_watch(watch.get(), SystemPath(set_paths::kTagerRequests).c_str(), IN_CREATE);
+    // The last one is awaited until it is taken away.
+    std::thread cleaner([&] {
+      const std::string trigger = kTager + "req/" + request.name;
+      while (!Exists(trigger) || Read(trigger) != request.trigger) std::this_thread::yield();
+      std::this_thread::sleep_for(50ms);
+      fs::remove(SystemPath(trigger));
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(request.send(), 0);
+    cleaner.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 700ms);
+    EXPECT_EQ(Read(kTager + request.name), request.payload ? request.payload : "");
+
+    std::string order;
+    alignas(inotify_event) char events[4096];
+    const ssize_t size = read(watch.get(), events, sizeof events);
+    for (ssize_t at = 0; at < size;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+      if (std::string(event->name) == request.name) order += event->wd == triggers ? "trigger " : "payload ";
+      at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    EXPECT_EQ(order, request.payload ? "payload trigger " : "trigger ");
+  }
+}
+
+TEST(Request, IsGivenUpWhereALinkStands) {
+  const std::string other = SystemPath("/tmp/other");
+  Write("/tmp/other", "kept");
+  for (const RequestCase& request : Requests()) {
+    SCOPED_TRACE(request.name);
+    const fs::path payload = SystemPath(kTager + request.name), trigger = SystemPath(kTager + "req/" + request.name);
+    if (request.payload) {
+      fs::create_symlink(other, payload);
+      EXPECT_EQ(request.send(), request.refused);
+      EXPECT_THAT(Log(), HasSubstr(request.payloadRefused + "\n"));
+      EXPECT_FALSE(fs::exists(trigger));
+      fs::remove(payload);
+    }
+    fs::create_symlink(other, trigger);
+    EXPECT_EQ(request.send(), request.refused);
+    EXPECT_THAT(Log(), HasSubstr(request.triggerRefused + "\n"));
+    EXPECT_EQ(Read(kTager + request.name), request.payload ? request.payload : "");
+    fs::remove(trigger);
+  }
+  EXPECT_EQ(Read("/tmp/other"), "kept");
+  fs::rename(SystemPath(kTager + "req"), SystemPath("/tmp/elsewhere"));
+  EXPECT_EQ(g_data.performMemBoost(), -1);
+  EXPECT_THAT(Log(), HasSubstr("with error number : 2\n"));
+  fs::create_directory_symlink(SystemPath("/tmp/elsewhere"), SystemPath(kTager + "req"));
+  EXPECT_EQ(g_data.performMemBoost(), -1);
+  EXPECT_FALSE(Exists("/tmp/elsewhere/memBoost"));
+}
+
+TEST(SizeRequest, TakesTheAnswerAway) {
+  const struct {
+    const char* result;  ///< null for none
+    long data, cache;
+    bool stays;
+    const char* log;
+  } rows[] = {{"1024|2048", 1024, 2048, false, ""},
+              {nullptr, -7, -7, true, "[TAGER-NATIVE] Unable to open file /tmp/tager/appDataCacheSize_a\n"},
+              {"none", -7, -7, false, "/tmp/tager/appDataCacheSize_a does not hold two numbers"}};
+  for (const auto& row : rows) {
+    Write(kTager + "ack/appDataCacheSize_a", "");
+    if (row.result) Write(kTager + "appDataCacheSize_a", row.result);
+    long data = -7, cache = -7;
+    g_data.findDataCacheSize("p", "a", &data, &cache);
+    EXPECT_EQ(data, row.data);
+    EXPECT_EQ(cache, row.cache);
+    EXPECT_EQ(Exists(kTager + "ack/appDataCacheSize_a"), row.stays);
+    EXPECT_FALSE(Exists(kTager + "appDataCacheSize_a"));
+    EXPECT_TRUE(Exists(kTager + "calcAppDataCacheSize_a") && Exists(kTager + "req/calcAppDataCacheSize_a"));
+    EXPECT_THAT(Log(), HasSubstr(row.log));
+  }
+}
+
+TEST(SizeRequest, WakesWhenTheAnswerComes) {
+  const TaskManagerStandIn taskManager(50ms, "3|4");
+  long data = 0, cache = 0;
+  const auto start = std::chrono::steady_clock::now();
+  g_data.findDataCacheSize("p", "a", &data, &cache);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 700ms);
+  EXPECT_EQ(data * 10 + cache, 34);
+}
+
+TEST(SizeRequest, GivesUpAfterFiveSeconds) {
+  long data = -7, cache = -7;
+  const auto start = std::chrono::steady_clock::now();
+  g_data.findDataCacheSize("p", "a", &data, &cache);
+  const auto taken = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(taken >= 4900ms && taken < 6s) << taken / 1ms;
+  EXPECT_EQ(data + cache, -14);
+  EXPECT_EQ(Log(), "");
+}
+
+TEST(DeepClean, GivesUpAfterTenSeconds) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(g_data.performDeepClean(), -1);
+  const auto taken = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(taken >= 9900ms && taken < 12s) << taken / 1ms;
+  EXPECT_EQ(Read(set_paths::kDeepCleanRequest), "CleanUp\n");
+  EXPECT_THAT(Log(), HasSubstr("Deep Clean Process unable to complete in 10 seconds.. so returning failure..."));
+}
+
+TEST(CobaltSize, IsNothingWithoutANumber) {
+  EXPECT_EQ(QUVA::getAppSizeForYoutube(), 0);
+  EXPECT_THAT(Log(), HasSubstr("[TAGER-NATIVE] Unable to open file /tmp/tager/cobalt_size\n"));
+  for (const auto& [text, size] : std::map<std::string, long long>{{"12345678901\n", 12345678901}, {"x", 0}, {"", 0}}) {
+    Write(set_paths::kCobaltSize, text);
+    EXPECT_EQ(QUVA::getAppSizeForYoutube(), size) << text;
+  }
+}
+
+// ---- launching and checks
+
+/// Makes an application that writes its arguments to a file.
+void PlantApplication(const std::string& id) {
+  Write("/usr/bin/show", "#!/bin/sh\nprintf '%s ' \"$@\" >\"$0.new\"\nmv \"$0.new\" \"$0.out\"\n");
+  fs::permissions(SystemPath("/usr/bin/show"), fs::perms(0755));
+  Write(set_paths::kDesktopEntries + ("/" + id + ".desktop"),
+        "[Desktop Entry]\nType=Application\nName=A\nExec=/usr/bin/show " + id + "\n");
+}
+
+std::string Arguments() {
+  EXPECT_TRUE(QUVA::FileWatch("/usr/bin/show.out").WaitFor(true, 10s));
+  const std::string arguments = Read("/usr/bin/show.out");
+  fs::remove(SystemPath("/usr/bin/show.out"));
+  return arguments;
+}
+
+TEST(Launching, TellsEachApplicationWhatItExpects) {
+  const std::string from = "launchedFrom=com.tornelo.TVVexilo ";
+  const struct {
+    const char* id;
+    std::string extras;
+    bool exitsOnPause;
+  } rows[] = {
+      {"org.varno.picture-test", from, true},
+      {"com.tornelo.video-test", from, true},
+      {"org.varno.sound-test", from, true},
+      {"org.varno.homedeck-reset", from, true},
+      {"org.varno.homedeck-connection-test", from, true},
+      {"org.varno.mled-installation-test", from, true},
+      {"com.tornelo.tv.hdmi-troubleshooting", "type=VIDEO_TROUBLE_SHOOTING_SETUP ", false},
+      {"com.tornelo.tv.broadcastingmenu",
+       "ID=signal-information PrevSubmenu=com.tornelo.TVVexilo __K_RELOCATE_BELOW=org.varno.tv-viewer ", true},
+      {"org.varno.menu", "launchby=others callerid=com.tornelo.TVVexilo type=networkstatus ", false},
+      {"org.varno.wizard", "type=TERMS_SETUP ", false},
+      {"org.example.other", "", false},
+  };
+  for (const auto& row : rows) {
+    CUtils::Instance().m_SetExitOnPause(false);
+    PlantApplication(row.id);
+    EXPECT_TRUE(g_data.ProcessLaunchApp(row.id));
+    EXPECT_EQ(Arguments(), std::string(row.id) + " " + row.extras);
+    EXPECT_EQ(CUtils::Instance().m_GetExitOnPause(), row.exitsOnPause) << row.id;
+  }
+  EXPECT_THAT(Log(), HasSubstr("signal launch signal-information"));
+  g_data.launch_menu_app();
+  EXPECT_EQ(Arguments(), "org.varno.menu menuitem=tdm ");
+  PlantApplication("org.varno.ep-hotel-factory");
+  g_data.launch_hotel_menu();
+  EXPECT_EQ(Arguments(), "org.varno.ep-hotel-factory ");
+  EXPECT_THAT(Log(), Not(HasSubstr("Error while executing Menu")));
+  EXPECT_FALSE(g_data.ProcessLaunchApp("org.example.none"));
+  EXPECT_THAT(Log(), HasSubstr("Error while executing Menu"));
+}
+
+TEST(Checks, ConsentRequestSupportAndVerdicts) {
+  EXPECT_EQ(g_data.getSIDForDeviceState(0), "COM_SID_NORMAL");
+  EXPECT_EQ(g_data.getSIDForDeviceState(1), "TV_SID_VOICEASSISTANT_WEATHER_GOOD");
+  for (const int other : {2, -1}) EXPECT_EQ(g_data.getSIDForDeviceState(other), "TV_SID_VOICEASSISTANT_WEATHER_BAD");
+  EXPECT_EQ(g_data.m_CheckTermsCond(), 0);
+  EXPECT_THAT(Log(), HasSubstr(") get defaultdisclaimeragree failed"));
+  vconf_set_int(QUVA::kConsentKey, 1);
+  EXPECT_EQ(g_data.m_CheckTermsCond(), 1);
+  EXPECT_THAT(Log(), HasSubstr("(ret=0, value=1) get defaultdisclaimeragree success"));
+  const std::string notice = "[home]\ndisclaimer_items=service_request\n";
+  const std::string feature = "[feature]\nproduct.smart_monitor_feature_support=";
+  for (const auto& [profile, enabled] : std::map<std::string, bool>{{notice, true},
+                                                                    {notice + feature + "false\n", true},
+                                                                    {notice + feature + "true\n", false},
+                                                                    {feature + "false\n", false},
+                                                                    {"[home]\ndisclaimer_items=ads\n", false}}) {
+    Write(set_paths::kSetProfile, profile);
+    EXPECT_EQ(g_data.check_request_support_enable(), enabled) << profile;
+    EXPECT_THAT(Log(), HasSubstr(enabled ? "CHECK_REQUEST_SUPPORT_ENABLE" : "CHECK_REQUEST_SUPPORT_DISABLE"));
+  }
+}
+
+}  // namespace
