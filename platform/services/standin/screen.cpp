@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/glib_handle.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -33,20 +34,20 @@ constexpr int kTitleText = 8;
 constexpr int kBodyText = 4;
 constexpr int kHeadingText = 3;
 
-constexpr int kMaxValueLines = 3;
+constexpr int kMaxLines = 3;
 
 struct Color {
   int red, green, blue;
 };
 constexpr Color kBackground{14, 17, 22};
-constexpr Color kLine{42, 48, 57};
+constexpr Color kLine{54, 61, 72};
 constexpr Color kAccent{0x89, 0xE4, 0x13};
 
-constexpr char kTitleStyle[] = "font=Sans:style=Bold color=#FFFFFF wrap=word ellipsis=1.0";
+constexpr char kTitleStyle[] = "font=Sans:style=Bold color=#FFFFFF wrap=word";
 constexpr char kNoteStyle[] = "font=Sans color=#A7B0BC wrap=word";
 constexpr char kHeadingStyle[] = "font=Sans:style=Bold color=#89E413";
-constexpr char kKeyStyle[] = "font=Sans color=#A7B0BC wrap=mixed ellipsis=1.0";
-constexpr char kValueStyle[] = "font=Sans color=#FFFFFF wrap=mixed ellipsis=1.0";
+constexpr char kKeyStyle[] = "font=Sans color=#A7B0BC wrap=mixed";
+constexpr char kValueStyle[] = "font=Sans color=#FFFFFF wrap=mixed";
 constexpr char kButtonStyle[] = "font=Sans:style=Bold color=#0E1116 align=center";
 
 struct Area {
@@ -54,6 +55,34 @@ struct Area {
 };
 
 using TextStyle = std::unique_ptr<Evas_Textblock_Style, CRelease<&evas_textblock_style_free>>;
+
+void SetText(Evas_Object* block, const std::string& text) {
+  const CText escaped(evas_textblock_text_utf8_to_markup(block, text.c_str()));
+  evas_object_textblock_text_markup_set(block, escaped.get());
+}
+
+/// Puts the text into the block, cut to `lines` lines with an ellipsis where it needs more. Returns its height.
+int Fit(Evas_Object* block, const std::string& text, int width, int lines) {
+  constexpr int kPlenty = 100000;
+  const auto fits = [&](const std::string& shown) {
+    SetText(block, shown);
+    return !evas_object_textblock_line_number_geometry_get(block, lines, nullptr, nullptr, nullptr, nullptr);
+  };
+  evas_object_resize(block, width, kPlenty);
+  if (!fits(text)) {
+    long longest = 0;
+    for (long end = g_utf8_strlen(text.c_str(), -1); longest + 1 < end;) {
+      const long middle = (longest + end) / 2;
+      const GText start(g_utf8_substring(text.c_str(), 0, middle));
+      (fits(start.get() + std::string("…")) ? longest : end) = middle;
+    }
+    const GText start(g_utf8_substring(text.c_str(), 0, longest));
+    SetText(block, start.get() + std::string("…"));
+  }
+  int height = 0;
+  evas_object_textblock_size_formatted_get(block, nullptr, &height);
+  return height;
+}
 
 /// A text of the catalogue, in the menu language.
 const char* Translated(const char* id) {
@@ -74,9 +103,10 @@ class Screen {
   static void OnClick(void*, Evas*, Evas_Object*, void*) { elm_exit(); }
 
   void Draw();
+  void DrawRows(int top, int end);
   int DrawRow(int top, const std::string& key, const std::string& value);
   Evas_Object* AddBox(const Area& area, const Color& color);
-  /// Returns the height that it took: at most `lines` lines, or as many as it needs for 0.
+  /// Returns the height that it took, at most `lines` lines.
   int AddText(const Area& area, const std::string& text, const char* style, int units, int lines);
   int Pixels(int units) const { return static_cast<int>(std::lround(units * m_unit)); }
 
@@ -124,17 +154,11 @@ Evas_Object* Screen::AddBox(const Area& area, const Color& color) {
 int Screen::AddText(const Area& area, const std::string& text, const char* style, int units, int lines) {
   Evas_Object* const block = evas_object_textblock_add(evas_object_evas_get(m_window));
   const TextStyle made(evas_textblock_style_new());
-  const std::string all = "DEFAULT='" + std::string(style) + " font_size=" + std::to_string(Pixels(units)) + "'";
+  const std::string all = "DEFAULT='" + std::string(style) + " font_size=" + std::to_string(Pixels(units)) +
+                          (elm_config_mirrored_get() && !std::strstr(style, "align=") ? " align=right'" : "'");
   evas_textblock_style_set(made.get(), all.c_str());
   evas_object_textblock_style_set(block, made.get());
-  const CText escaped(evas_textblock_text_utf8_to_markup(block, text.c_str()));
-  evas_object_textblock_text_markup_set(block, escaped.get());
-  evas_object_resize(block, area.width, 100000);
-  int height = 0;
-  evas_object_textblock_size_formatted_get(block, nullptr, &height);
-  int line = height;
-  evas_object_textblock_line_number_geometry_get(block, 0, nullptr, nullptr, nullptr, &line);
-  if (lines > 0) height = std::min(height, line * lines);
+  const int height = Fit(block, text, area.width, lines);
   const int top = area.height > height ? area.y + (area.height - height) / 2 : area.y;
   evas_object_geometry_set(block, area.x, top, area.width, height);
   evas_object_show(block);
@@ -151,10 +175,28 @@ int Screen::DrawRow(int top, const std::string& key, const std::string& value) {
   const int valueWidth = width - keyWidth - Pixels(kGap);
   const Area keyArea{mirrored ? left + width - keyWidth : left, top + padding, keyWidth, 0};
   const Area valueArea{mirrored ? left : left + width - valueWidth, top + padding, valueWidth, 0};
-  const int height = std::max(AddText(keyArea, key, kKeyStyle, kBodyText, 1),
-                              AddText(valueArea, value, kValueStyle, kBodyText, kMaxValueLines));
+  const int height = std::max(AddText(keyArea, key, kKeyStyle, kBodyText, kMaxLines),
+                              AddText(valueArea, value, kValueStyle, kBodyText, kMaxLines));
   AddBox({left, top + height + 2 * padding, width, std::max(1, Pixels(1) / 8)}, kLine);
   return height + 2 * padding;
+}
+
+/// What there is no room for before `end` is counted instead of drawn.
+void Screen::DrawRows(int top, int end) {
+  const int note = Pixels(2 * kRowPadding + kHeadingText);
+  const size_t count = m_asked.extras.size();
+  for (size_t i = 0; i < count; ++i) {
+    const size_t drawn = m_drawn.size();
+    const int height = DrawRow(top, m_asked.extras[i].first, m_asked.extras[i].second);
+    if (top + height + (i + 1 < count ? note : 0) <= end) {
+      top += height;
+      continue;
+    }
+    for (; m_drawn.size() > drawn; m_drawn.pop_back()) evas_object_del(m_drawn.back());
+    AddText({Pixels(kMargin), top + Pixels(kRowPadding), m_width - 2 * Pixels(kMargin), 0},
+            "+ " + std::to_string(count - i), kNoteStyle, kHeadingText, 1);
+    return;
+  }
 }
 
 void Screen::Draw() {
@@ -170,25 +212,15 @@ void Screen::Draw() {
   AddBox({0, 0, m_width, height}, kBackground);
   int top = Pixels(kTop);
   top += AddText({left, top, width, 0}, m_asked.name, kTitleStyle, kTitleText, 2) + Pixels(2);
-  top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_NOT_ON_THIS_SET"), kNoteStyle, kBodyText, 0);
+  top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_NOT_ON_THIS_SET"), kNoteStyle, kBodyText, 2);
   top += Pixels(6);
 
-  const int rowEnd = buttonTop - Pixels(kGap);
   if (!m_asked.extras.empty()) {
     top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_ASKED_FOR"), kHeadingStyle, kHeadingText, 1);
     top += Pixels(kRowPadding);
     AddBox({left, top, width, std::max(1, Pixels(1) / 8)}, kLine);
   }
-  for (size_t i = 0; i < m_asked.extras.size(); ++i) {
-    const auto& [key, value] = m_asked.extras[i];
-    const size_t drawn = m_drawn.size();
-    const int rowHeight = DrawRow(top, key, value);
-    if (top + rowHeight > rowEnd) {  // no room: the rest is left out rather than drawn over the button
-      for (; m_drawn.size() > drawn; m_drawn.pop_back()) evas_object_del(m_drawn.back());
-      break;
-    }
-    top += rowHeight;
-  }
+  DrawRows(top, buttonTop - Pixels(kGap));
 
   const int buttonWidth = Pixels(kButtonWidth);
   const Area button{elm_config_mirrored_get() ? m_width - left - buttonWidth : left, buttonTop, buttonWidth,
