@@ -320,7 +320,7 @@ TEST_F(DesktopEntries, TheStandInShowsItselfUntilItIsEnded) {
   shown.Signal(SIGTERM);
   const ProcessResult result = shown.Wait();
   EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_FALSE(Has(Bytes(InRoot(set_paths::kLogFile)), "cannot show"));
+  EXPECT_FALSE(Has(Bytes(InRoot(set_paths::kLogFile)), "cannot show \"Name\""));
 }
 
 }  // namespace
