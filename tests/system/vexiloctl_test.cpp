@@ -122,9 +122,25 @@ TEST(Vexiloctl, WrongUsageIsToldWithAHintAndChangesNothing) {
 }
 
 TEST(Vexiloctl, EveryCommandHasHelp) {
-  const Words commands[] = {{"setting", "get"},    {"setting", "set"},   {"setting", "watch"},
-                            {"engine", "list"},    {"engine", "record"}, {"engine", "solutions"},
-                            {"remaining", "list"}, {"events"},           {"result"}};
+  const Words commands[] = {{"setting", "get"},
+                            {"setting", "set"},
+                            {"setting", "watch"},
+                            {"engine", "list"},
+                            {"engine", "record"},
+                            {"engine", "solutions"},
+                            {"remaining", "list"},
+                            {"events"},
+                            {"result"},
+                            {"apps", "list"},
+                            {"apps", "size"},
+                            {"apps", "clear-cache"},
+                            {"apps", "clear-data"},
+                            {"apps", "uninstall"},
+                            {"storage"},
+                            {"launch"},
+                            {"reports", "list"},
+                            {"reports", "show"},
+                            {"reports", "remove"}};
   const std::string all = Output({"--help"});
   for (const Words& command : commands) {
     const std::string name = command.size() > 1 ? command[0] + " " + command[1] : command[0];

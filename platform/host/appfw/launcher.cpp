@@ -177,10 +177,11 @@ void KeepLaunchEnvironment() {
   KeptEnvironment().reset(g_get_environ());
 }
 
-int Launch(const std::string& appId, const Extras& extras) {
+int Launch(const std::string& appId, const Extras& extras, std::string* problem) {
   const GText printable(g_strescape(appId.c_str(), nullptr));
   if (const auto failure = TryLaunch(appId, extras)) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "cannot launch \"%s\": %s", printable.get(), failure->reason.c_str());
+    if (problem) *problem = failure->reason;
     return failure->code;
   }
   vconf_set_str(kForegroundAppKey, appId.c_str());

@@ -23,7 +23,7 @@ inline constexpr char kForegroundAppKey[] = "memory/setd/foreground_app";
 ///
 /// APP_CONTROL_ERROR_NONE, _INVALID_PARAMETER (an id of other bytes than letters, digits, '.', '_', '-'),
 /// _APP_NOT_FOUND (no entry, or a hidden one) or _LAUNCH_REJECTED (an entry that is wrong, or whose program is
-/// missing). A failure is in the platform log with the id and the reason.
-int Launch(const std::string& appId, const Extras& extras);
+/// missing). A failure is in the platform log with the id and the reason; `problem` gets the reason, too.
+int Launch(const std::string& appId, const Extras& extras, std::string* problem = nullptr);
 
 }  // namespace app_framework

@@ -256,6 +256,12 @@ int ClearData(const Package& package) {
   return data != PKGMGR_R_OK ? data : cache;
 }
 
+const char* WhyNotRemovable(const Package& package) {
+  if (!package.removable) return "it belongs to the set";
+  if (package.locked) return "it is locked";
+  return nullptr;
+}
+
 int Remove(const Package& package, const std::function<void(int)>& onProgress) {
   const std::string folder = FolderOf(package);
   const FdHandle lock = LockForRemoval(folder);

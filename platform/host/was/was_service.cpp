@@ -77,10 +77,7 @@ void Service::Serve(const Request& request) {
 
 /// Why an application is not to be removed, or null.
 const char* WhyNot(const std::optional<packages::Package>& package) {
-  if (!package) return "no such application";
-  if (!package->removable) return "it belongs to the set";
-  if (package->locked) return "it is locked";
-  return nullptr;
+  return package ? packages::WhyNotRemovable(*package) : "no such application";
 }
 
 int ErrorOf(int packageResult) {

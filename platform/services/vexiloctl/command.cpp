@@ -38,6 +38,13 @@ void Complain(const std::string& message) {
   std::fprintf(stderr, "vexiloctl: %s\n", message.c_str());
 }
 
+std::string LocalTime(time_t time) {
+  struct tm local {};
+  char text[64];
+  localtime_r(&time, &local);
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local)};
+}
+
 std::string Visible(std::string_view text) {
   const std::unique_ptr<char, CRelease<&g_free>> valid(
       g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));

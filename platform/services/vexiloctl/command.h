@@ -6,6 +6,7 @@
 
 #include <json/value.h>
 
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -32,6 +33,7 @@ struct OutputClosed {};
 struct Arguments {
   std::vector<std::string> values;
   bool json = false;
+  bool option = false;  ///< the command's own option was given
 };
 
 struct Command {
@@ -45,6 +47,8 @@ struct Command {
   const char* help;     ///< what the arguments mean, in lines
   const char* example;
   void (*run)(const Arguments&);
+  const char* option = "";  ///< the one that is its own, "--all"; else empty
+  const char* optionHelp = "";
 };
 
 // setting_commands.cpp
@@ -59,6 +63,19 @@ void EngineSolutions(const Arguments& arguments);
 void RemainingList(const Arguments& arguments);
 void Events(const Arguments& arguments);
 void Result(const Arguments& arguments);
+// app_commands.cpp
+void AppsList(const Arguments& arguments);
+void AppsSize(const Arguments& arguments);
+void Storage(const Arguments& arguments);
+void Launch(const Arguments& arguments);
+// removal_commands.cpp
+void AppsClearCache(const Arguments& arguments);
+void AppsClearData(const Arguments& arguments);
+void AppsUninstall(const Arguments& arguments);
+// report_commands.cpp
+void ReportsList(const Arguments& arguments);
+void ReportsShow(const Arguments& arguments);
+void ReportsRemove(const Arguments& arguments);
 
 /// Writes to standard output, at the latest at Flush(). They throw Failure, or OutputClosed.
 void Print(std::string_view text);
@@ -66,6 +83,9 @@ void Flush();
 
 /// Writes "vexiloctl: MESSAGE" to standard error.
 void Complain(const std::string& message);
+
+/// A time (seconds since 1970) in the form of all times, "2024-03-07T09:05:00", local.
+std::string LocalTime(time_t time);
 
 /// The text with what is no character or would steer a terminal replaced, and in one line.
 std::string Visible(std::string_view text);

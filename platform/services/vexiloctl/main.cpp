@@ -8,11 +8,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "appfw/launcher.h"
 #include "command.h"
 
 namespace vexiloctl {
 
 namespace {
+
+constexpr char kAppHelp[] = "  APP    a package id or an application id\n";
 
 constexpr Command kCommands[] = {
     {"setting", "get", "KEY", 1, 1, false, "Prints the value of a settings key.",
@@ -43,6 +46,34 @@ constexpr Command kCommands[] = {
      "With --json the lines are those of the event log as they stand.\n", "vexiloctl events", Events},
     {"result", "", "", 0, 0, true, "Shows where the result of a quick diagnosis is, and the issues in the newest.",
      "Fails when there is none.\n", "vexiloctl result", Result},
+    {"apps", "list", "", 0, 0, true, "Lists the applications that the viewer can manage, and what they take.", "",
+     "vexiloctl apps list --all", AppsList, "--all",
+     "also those that belong to the set, and those that wait for the viewer's consent to the content terms"},
+    {"apps", "size", "APP...", 1, 1000, true, "Measures applications.", kAppHelp,
+     "vexiloctl apps size tv.lumora.cinema", AppsSize},
+    {"apps", "clear-cache", "APP...", 1, 1000, true, "Empties the caches of applications.", kAppHelp,
+     "vexiloctl apps clear-cache tv.lumora.cinema", AppsClearCache},
+    {"apps", "clear-data", "APP...", 1, 1000, true,
+     "Empties the data and the caches of applications, as if they had just been installed.", kAppHelp,
+     "vexiloctl apps clear-data tv.lumora.cinema", AppsClearData},
+    {"apps", "uninstall", "APP...", 1, 1000, true, "Removes applications, with all that they keep.",
+     "  APP    a package id or an application id; with one that may not be removed, none is\n"
+     "Says first what goes, and at last what the file system says. It does not ask.\n",
+     "vexiloctl apps uninstall tv.lumora.cinema", AppsUninstall, "--yes", "needed where standard input is no terminal"},
+    {"storage", "", "", 0, 0, true, "Shows how full the partition of the applications is, and what each takes.", "",
+     "vexiloctl storage", Storage},
+    {"launch", "", "APPID [KEY=VALUE...]", 1, 1000, true, "Launches an application by its desktop entry.",
+     "  APPID      the name of the entry without .desktop\n"
+     "  KEY=VALUE  handed to the application\n",
+     "vexiloctl launch org.varno.menu launchby=others type=networkstatus", Launch},
+    {"reports", "list", "", 0, 0, true, "Lists the error reports, newest first.", "", "vexiloctl reports list",
+     ReportsList},
+    {"reports", "show", "NAME", 1, 1, true, "Shows what an error report is about and what is in it.",
+     "  NAME   as in the list; .tar.zst or .tar.gz may be left out\n",
+     "vexiloctl reports show 20240307T090500Z-SOUND-QUVAKOV", ReportsShow},
+    {"reports", "remove", "NAME...", 1, 1000, true, "Removes error reports.",
+     "  NAME   as in the list; with an unknown one none is removed\n",
+     "vexiloctl reports remove 20240307T090500Z-SOUND-QUVAKOV", ReportsRemove},
 };
 
 std::string NameOf(const Command& command) {
@@ -50,11 +81,13 @@ std::string NameOf(const Command& command) {
 }
 
 std::string UsageOf(const Command& command) {
-  return NameOf(command) + (*command.arguments ? " " : "") + command.arguments + (command.lists ? " [--json]" : "");
+  return NameOf(command) + (*command.arguments ? " " : "") + command.arguments +
+         (*command.option ? std::string(" [") + command.option + "]" : "") + (command.lists ? " [--json]" : "");
 }
 
 std::string HelpOf(const Command& command) {
   return "Usage: vexiloctl " + UsageOf(command) + "\n\n" + command.purpose + "\n" + command.help +
+         (*command.option ? std::string("  ") + command.option + "  " + command.optionHelp + "\n" : "") +
          (command.lists ? "  --json prints one JSON object a line, for programs\n" : "") +
          "\nExample: " + command.example + "\n";
 }
@@ -70,7 +103,8 @@ std::string HelpOfAll() {
   size_t width = 0;
   for (const Command& command : kCommands) width = std::max(width, UsageOf(command).size());
   std::string text =
-      "Usage: vexiloctl GROUP [COMMAND] [ARGUMENT...]\n\nThe settings, records and results of this set.\n\n";
+      "Usage: vexiloctl GROUP [COMMAND] [ARGUMENT...]\n\nThe settings, records, applications and reports of this "
+      "set.\n\n";
   for (const Command& command : kCommands) {
     const std::string usage = UsageOf(command);
     text.append("  ").append(usage).append(width - usage.size() + 2, ' ').append(command.purpose).append("\n");
@@ -85,7 +119,13 @@ struct CommandLine {
   std::vector<std::string> words;
   bool help = false;
   bool json = false;
+  std::string option;  // of one command only
 };
+
+bool IsOption(const std::string& word) {
+  return std::any_of(std::begin(kCommands), std::end(kCommands),
+                     [&word](const Command& command) { return *command.option && word == command.option; });
+}
 
 /// A usage error, with where to look.
 [[noreturn]] void Misused(const std::string& problem, const std::string& subject) {
@@ -105,6 +145,8 @@ CommandLine Split(int argc, char** argv) {
       line.help = true;
     else if (word == "--json")
       line.json = true;
+    else if (IsOption(word))
+      line.option = word;
     else
       Misused("unknown option \"" + word + "\"", "");
   }
@@ -125,12 +167,14 @@ std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
   return {nullptr, 1};
 }
 
-void RunCommand(const Command& command, const Arguments& arguments) {
+void RunCommand(const Command& command, const Arguments& arguments, const std::string& option) {
   const size_t count = arguments.values.size();
   if (count < command.minimum) Misused("\"" + NameOf(command) + "\" needs " + command.arguments, NameOf(command));
   if (count > command.maximum)
     Misused("\"" + NameOf(command) + "\" does not take \"" + arguments.values[command.maximum] + "\"", NameOf(command));
   if (arguments.json && !command.lists) Misused("\"" + NameOf(command) + "\" does not take --json", NameOf(command));
+  if (!option.empty() && option != command.option)
+    Misused("\"" + NameOf(command) + "\" does not take " + option, NameOf(command));
   try {
     command.run(arguments);
   } catch (const UsageError& error) {
@@ -145,7 +189,9 @@ void Run(int argc, char** argv) {
   const auto [command, named] = Find(line.words);
   if (line.help) return Print(command ? HelpOf(*command) : HelpOfGroup(line.words[0]));
   if (!command) Misused("\"" + line.words[0] + "\" needs a command", line.words[0]);
-  RunCommand(*command, {{line.words.begin() + static_cast<ptrdiff_t>(named), line.words.end()}, line.json});
+  RunCommand(*command,
+             {{line.words.begin() + static_cast<ptrdiff_t>(named), line.words.end()}, line.json, !line.option.empty()},
+             line.option);
 }
 
 /// Where a standard descriptor is closed the next file that is opened would take its place, and the output.
@@ -161,6 +207,7 @@ int Main(int argc, char** argv) {
   OccupyStandardDescriptors();
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
+  app_framework::KeepLaunchEnvironment();
   setenv("VEXILO_LOG_TARGET", "file", 0);
   try {
     Run(argc, argv);

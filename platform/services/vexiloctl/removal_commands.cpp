@@ -1,0 +1,217 @@
+// What frees storage: emptying caches and data, removing applications.
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+
+#include "CGetData.h"
+#include "FileWatch.h"
+#include "applications.h"
+#include "c_handle.h"
+#include "command.h"
+#include "pkgmgr_client.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace vexiloctl {
+
+namespace {
+
+using packages::Package;
+
+constexpr auto kTaskManagerPatience = std::chrono::seconds(10);
+constexpr char kDaemonLock[] = "/setd.lock";  // in set_paths::kHostRun, locked for as long as the daemon lives
+
+/// What is being done, on standard error: a line that changes on a terminal, one line for each application elsewhere.
+class Progress {
+ public:
+  explicit Progress(const std::string& text) : m_text("vexiloctl: " + Visible(text)) {
+    Flush();  // what was printed before comes before
+    std::fprintf(stderr, m_terminal ? "%s" : "%s\n", m_text.c_str());
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  ~Progress() {
+    if (m_terminal) std::fprintf(stderr, "\n");
+  }
+  void Tell(int percent) const {
+    if (m_terminal) std::fprintf(stderr, "\r%s, %d %%", m_text.c_str(), percent);
+  }
+
+ private:
+  const bool m_terminal = isatty(STDERR_FILENO);
+  const std::string m_text;
+};
+
+/// What became of one application.
+struct Outcome {
+  const char* by = "vexiloctl";  ///< who did it
+  std::string problem{};         ///< empty when all went well
+  int64_t freed = 0;             ///< bytes, measured before and after
+  int64_t left = 0;
+};
+
+std::string ReasonOf(int result) {
+  if (result == PKGMGR_R_ENOPKG) return "it is not installed any more";
+  if (result < PKGMGR_R_ERROR) return std::strerror(-result);
+  return std::string("not all could be removed, see ") + set_paths::kLogFile;
+}
+
+/// Does it to each application and prints what became of it.
+void ForEach(const std::vector<Package>& apps, bool json, const std::function<Outcome(const Package&)>& work) {
+  Listing listing(json, {"APPLICATION", "TITLE", "FREED", "LEFT", "BY", "RESULT"});
+  size_t failures = 0;
+  for (const Package& package : apps) {
+    const Outcome outcome = work(package);
+    if (!outcome.problem.empty()) ++failures;
+    listing.Add(
+        [&] {
+          Json::Value object = IdsOf(package);
+          object["done"] = outcome.problem.empty();
+          if (!outcome.problem.empty()) object["problem"] = outcome.problem;
+          object["by"] = outcome.by;
+          object["freed_bytes"] = Json::Int64(outcome.freed);
+          object["left_bytes"] = Json::Int64(outcome.left);
+          return object;
+        },
+        [&]() -> std::vector<std::string> {
+          return {package.appId,          package.title, SizeText(outcome.freed),
+                  SizeText(outcome.left), outcome.by,    outcome.problem.empty() ? "done" : "failed"};
+        });
+    if (!outcome.problem.empty()) Complain(package.appId + ": " + outcome.problem);
+  }
+  listing.Print();
+  Flush();
+  if (failures > 0) throw Failure(std::to_string(failures) + " of " + std::to_string(apps.size()) + " failed");
+}
+
+/// Whether vexilo-setd, the task manager, serves this set.
+bool TaskManagerRuns() {
+  const std::string path = SystemPath(set_paths::kHostRun) + kDaemonLock;
+  const FdHandle lock(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  return lock && flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+/// Has the task manager empty the caches; empty, or why it did not. Its requests have one name, so one waits for the
+/// other.
+std::string AskTaskManager(const Package& package) {
+  const std::string request = set_paths::kTagerRequests + std::string("/clearAppCache");
+  QUVA::FileWatch watch(request);
+  if (!watch.WaitFor(false, kTaskManagerPatience)) return request + ": an earlier request is still there";
+  if (QUVA::CGetData::GetInstance()->clearAppCache(package.packageId, package.appId) != 0)
+    return request + ": it could not be left, see " + set_paths::kLogFile;
+  if (!watch.WaitFor(false, kTaskManagerPatience))
+    return request + ": the task manager has not served it in 10 seconds";
+  return "";
+}
+
+Outcome ClearCacheOf(const Package& package, bool taskManager) {
+  Outcome outcome;
+  if (taskManager) outcome.by = "task manager";
+  const Progress progress("clearing the cache of " + package.title + " (by " + outcome.by + ")");
+  const int64_t before = MeasureCaches(package).bytes;
+  if (taskManager) {
+    outcome.problem = AskTaskManager(package);
+  } else if (const int result = packages::ClearCache(package); result != PKGMGR_R_OK) {
+    outcome.problem = ReasonOf(result);
+  }
+  const Caches after = MeasureCaches(package);
+  outcome.left = after.bytes;
+  outcome.freed = before - after.bytes;
+  if (outcome.problem.empty() && after.kept > 0) outcome.problem = ReasonOf(PKGMGR_R_ERROR);
+  return outcome;
+}
+
+Outcome ClearDataOf(const Package& package) {
+  const Progress progress("clearing the data of " + package.title);
+  const Sizes before = Measure(package);
+  Outcome outcome;
+  switch (QUVA::CGetData::GetInstance()->clearAppData(package.appId)) {
+    case 0:
+      break;
+    case 1:
+      outcome.problem = "its data has to stay: the viewer would not get it back";
+      break;
+    default:
+      outcome.problem = ReasonOf(PKGMGR_R_ERROR);
+  }
+  const Sizes after = Measure(package);
+  outcome.left = after.data + after.cache;
+  outcome.freed = before.data + before.cache - outcome.left;
+  return outcome;
+}
+
+Outcome Uninstall(const Package& package) {
+  const Progress progress("removing " + package.title);
+  const int64_t before = Measure(package).Total();
+  Outcome outcome;
+  const int result = packages::Remove(package, [&progress](int percent) { progress.Tell(percent); });
+  if (result != PKGMGR_R_OK) outcome.problem = ReasonOf(result);
+  outcome.left = Measure(package).Total();
+  outcome.freed = before - outcome.left;
+  return outcome;
+}
+
+void ShowPlan(const std::vector<Package>& apps) {
+  Table table({"APPLICATION", "PACKAGE", "TITLE", "WILL GO"});
+  int64_t total = 0;
+  for (const Package& package : apps) {
+    const int64_t bytes = Measure(package).Total();
+    total += bytes;
+    table.Add({package.appId, package.packageId, package.title, SizeText(bytes)});
+  }
+  table.Add({"total", std::to_string(apps.size()), "", SizeText(total)});
+  table.Print();
+  Flush();
+}
+
+void ShowPartition(const Partition& before, bool json) {
+  const Partition after = ReadPartition();
+  if (!json)
+    return Print(std::string(set_paths::kUserPartition) + ": " + SizeText(after.available) + " available now, " +
+                 SizeText(before.available) + " before\n");
+  Json::Value object;
+  object["path"] = set_paths::kUserPartition;
+  object["available_bytes"] = Json::Int64(after.available);
+  object["available_before_bytes"] = Json::Int64(before.available);
+  Print(JsonLine(object));
+}
+
+}  // namespace
+
+void AppsClearCache(const Arguments& arguments) {
+  const bool taskManager = TaskManagerRuns();
+  ForEach(FindAll(arguments.values), arguments.json,
+          [taskManager](const Package& package) { return ClearCacheOf(package, taskManager); });
+}
+
+void AppsClearData(const Arguments& arguments) {
+  ForEach(FindAll(arguments.values), arguments.json, ClearDataOf);
+}
+
+void AppsUninstall(const Arguments& arguments) {
+  const std::vector<Package> apps = FindAll(arguments.values);
+  for (const Package& package : apps)
+    if (const char* reason = packages::WhyNotRemovable(package))
+      throw Failure(package.appId + " (" + Visible(package.title) + ") cannot be removed: " + reason +
+                    "; nothing was removed");
+  if (!arguments.json) ShowPlan(apps);
+  if (!arguments.option && !isatty(STDIN_FILENO))
+    throw UsageError("nothing was removed: standard input is no terminal, so --yes is needed");
+  const Partition before = ReadPartition();
+  try {
+    ForEach(apps, arguments.json, Uninstall);
+  } catch (const Failure&) {
+    ShowPartition(before, arguments.json);
+    throw;
+  }
+  ShowPartition(before, arguments.json);
+}
+
+}  // namespace vexiloctl
