@@ -34,6 +34,13 @@ std::string Log() {
   return {std::istreambuf_iterator<char>(log), {}};
 }
 
+/// Whether the service's last event comes: only then is its thread through with the main loop.
+bool AwaitEnd() {
+  const auto hasEnded = [] { return Log().find("Multi-Uninstall complete...") != std::string::npos; };
+  for (int i = 0; i < 1000 && !hasEnded(); ++i) std::this_thread::sleep_for(10ms);
+  return hasEnded();
+}
+
 bool IsInstalled(const std::string& id) {
   return fs::exists(SystemPath(set_paths::kPackagesDir + ("/" + id)));
 }
@@ -155,8 +162,7 @@ TEST_F(DeleteApps, DoesNotWaitForARefusedRequest) {
   EXPECT_THAT(Log(), HasSubstr("uninstall app failed\n"));
   EXPECT_TRUE(BesideMainLoop([&] {
     m_apps.m_UninstallApp("a");
-    for (int i = 0; i < 1000 && m_apps.m_GetState().finished == 0; ++i) std::this_thread::sleep_for(10ms);
-    return m_apps.m_GetState().finished == 1;
+    return AwaitEnd() && m_apps.m_GetState().finished == 1;
   }));
   EXPECT_FALSE(IsInstalled("a"));
 }
@@ -178,9 +184,7 @@ TEST_F(DeleteApps, GivesUpAServiceThatGivesNoSignOfLife) {
   // Its events come late, and do no harm.
   EXPECT_TRUE(BesideMainLoop([&] {
     g_release.set_value();
-    for (int i = 0; i < 1000 && Log().find("Multi-Uninstall") == std::string::npos; ++i)
-      std::this_thread::sleep_for(10ms);
-    return m_apps.m_GetState().finished == 1;
+    return AwaitEnd() && m_apps.m_GetState().finished == 1;
   }));
 }
 
