@@ -11,7 +11,7 @@ struct sqlite3_stmt;
 namespace QUVA {
 
 /// The databases, in the order of their tables.
-enum EDBName { DB_INFERENCE = 0, DB_SOLUTION, DB_REMAINING, DB_TEST };
+enum EDBName : int { DB_INFERENCE = 0, DB_SOLUTION, DB_REMAINING, DB_TEST };
 
 /// The names of the columns.
 namespace Column {
