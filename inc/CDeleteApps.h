@@ -53,6 +53,7 @@ class CDeleteApps {
   CDeleteApps() = default;
 
   bool m_awaitEnd();
+  void m_changeRequests(int by);
   void m_onEvent(const std::string& appId, was_notify_event_e event, int progress, int reserved);
   void m_onStart(const std::string& appId);
   void m_AfterUninstallCompleted();
@@ -65,7 +66,7 @@ class CDeleteApps {
 
   std::mutex m_mutex;
   std::condition_variable m_condition;
-  bool m_ended = false;
+  int m_requests = 0;     ///< to the service that have not ended
   unsigned m_events = 0;  ///< of the removal so far: a sign of life
   std::chrono::milliseconds m_patience = std::chrono::minutes(10);
 };

@@ -70,21 +70,27 @@ bool CDeleteApps::m_UninstallAppThreadFn() {
   std::vector<const char*> array;
   for (const std::string& id : list) array.push_back(id.c_str());
   VEXILO_LOGI("list of apps created %d && %zu ", static_cast<int>(array.size()), ids.size());
-  {
-    std::lock_guard lock(m_mutex);
-    m_ended = false;
-  }
+  m_changeRequests(+1);
   const int result = was_multi_uninstall_webapp(array.data(), static_cast<int>(array.size()), uninstall_cb, this);
   VEXILO_LOGI("return value is %d", result);
+  if (result == WAS_ERROR_NONE) return m_awaitEnd();
   // No event comes from a request that was refused.
-  return result == WAS_ERROR_NONE && m_awaitEnd();
+  m_changeRequests(-1);
+  return false;
+}
+
+void CDeleteApps::m_changeRequests(int by) {
+  std::lock_guard lock(m_mutex);
+  m_requests = std::max(0, m_requests + by);
+  m_condition.notify_all();
 }
 
 bool CDeleteApps::m_awaitEnd() {
   std::unique_lock lock(m_mutex);
-  while (!m_ended) {
+  // The service works on requests in their order, and an end does not say whose it is.
+  while (m_requests > 0) {
     const unsigned seen = m_events;
-    if (m_condition.wait_for(lock, m_patience, [this, seen] { return m_ended || m_events != seen; })) continue;
+    if (m_condition.wait_for(lock, m_patience, [this, seen] { return m_requests == 0 || m_events != seen; })) continue;
     VEXILO_LOGE("the removal gives no sign of life: not waited for any longer");
     return false;
   }
@@ -93,7 +99,10 @@ bool CDeleteApps::m_awaitEnd() {
 }
 
 void CDeleteApps::m_UninstallApp(const char* appId) {
-  if (was_force_uninstall_webapp(appId, uninstall_cb, this) != WAS_ERROR_NONE) VEXILO_LOGE("uninstall app failed");
+  m_changeRequests(+1);
+  if (was_force_uninstall_webapp(appId, uninstall_cb, this) == WAS_ERROR_NONE) return;
+  m_changeRequests(-1);
+  VEXILO_LOGE("uninstall app failed");
 }
 
 // ---- the service's events
@@ -126,13 +135,10 @@ void CDeleteApps::m_onEvent(const std::string& appId, was_notify_event_e event, 
       break;
     case WAS_EVENT_CONFIRMATION_CLOSED:
       break;
-    case WAS_EVENT_MULTI_UNINSTALL_COMPLETE: {
+    case WAS_EVENT_MULTI_UNINSTALL_COMPLETE:
       VEXILO_LOGI("Multi-Uninstall complete...");
-      std::lock_guard lock(m_mutex);
-      m_ended = true;
-      m_condition.notify_all();
+      m_changeRequests(-1);
       break;
-    }
     default:
       VEXILO_LOGI("Unhandled event from WAS caught : %d", event);
   }

@@ -1,5 +1,7 @@
 // Launching other applications, and the checks that decide what is offered.
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -86,10 +88,18 @@ constexpr Target kTargets[] = {
 }  // namespace
 
 bool CGetData::ProcessLaunchApp(const char* appId) {
+  if (!appId) {
+    VEXILO_LOGE("no application to launch");
+    return false;
+  }
   const std::string_view id = appId;
-  for (const Target& target : kTargets)
-    if (id == target.appId) return Launch(appId, target.extras());
-  return Launch(appId, {});
+  const auto target =
+      std::find_if(std::begin(kTargets), std::end(kTargets), [id](const Target& each) { return id == each.appId; });
+  const bool exitOnPause = CUtils::Instance().m_GetExitOnPause();
+  if (Launch(appId, target == std::end(kTargets) ? Extras() : target->extras())) return true;
+  // Nothing was launched that this application would have to make room for.
+  CUtils::Instance().m_SetExitOnPause(exitOnPause);
+  return false;
 }
 
 void CGetData::launch_menu_app() {

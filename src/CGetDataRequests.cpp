@@ -53,6 +53,10 @@ void RemoveFile(const std::string& path) {
 }  // namespace
 
 void CGetData::killApp(const char* packageName) {
+  if (!packageName) {
+    VEXILO_LOGE("no application to end");
+    return;
+  }
   VEXILO_LOGI("Package Name for the app to be killed is : %s", packageName);
   if (CreateAndLog(kKillPayload, std::string(packageName) + "\n")) CreateAndLog(kKillRequest, "");
 }

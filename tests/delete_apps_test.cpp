@@ -121,6 +121,15 @@ TEST_F(DeleteApps, RemovesTheSelectedAndCountsFailuresToo) {
   EXPECT_THAT(log, Not(HasSubstr("app id to be deleted is stays")));
 }
 
+TEST_F(DeleteApps, DoesNotTakeTheEndOfAnotherRemovalForItsOwn) {
+  Plant("single");
+  m_apps.m_SetApps({Plant("a"), Plant("b"), Plant("c")});
+  EXPECT_TRUE(BesideMainLoop([&] {
+    m_apps.m_UninstallApp("single");
+    return m_apps.m_UninstallAppThreadFn() && m_apps.m_GetState().finished == 4;
+  }));
+}
+
 TEST_F(DeleteApps, TakesEachEventToTheMainLoop) {
   const struct {
     bool selected, locked, started;
