@@ -144,6 +144,17 @@ TEST(SetdScrubber, ReplacesWhatIsPrivateAndNothingElse) {
       {"mail mira.k@example.org", "mail <mail-1>"},
       {"id 6f1c2a34-5b6d-4e8f-9a0b-112233445566", "id <id-1>"},
       {"\xff\xfe 10.0.0.1", "\xff\xfe <ip-2>"},
+      {"AABBCCDDEE02 aabb.ccdd.ee03", "<mac-6> <mac-5>"},
+      {"wifi_aabbccddee05_4d79486f6d65_managed_psk idle", "<ssid-3> idle"},
+      {"network \"VillaKlaus\" and access point 'ApNet'", "network \"<ssid-4>\" and access point '<ssid-5>'"},
+      {"addr:2001:db8::11 x_203.0.113.10 ip203.0.113.11", "addr:<ip-5> x_<ip-6> ip<ip-7>"},
+      {"serial 0VX77 S/N: 0VX78 SN=0VX79", "serial <serial-3> S/N: <serial-4> SN=<serial-5>"},
+      {"serial: error ssid=true", "serial: error ssid=<ssid-6>"},
+      {"an error is true", "an error is true"},
+      {"/media/maria/USB/x user=maria user=owner", "<path-3> user=<user-2> user=owner"},
+      {"psk=\"hunter22\" password=x token: y", "psk=\"<secret-1>\" password=<secret-2> token: <secret-3>"},
+      {"Authorization: Bearer abc.def ?user=m&pass=n",
+       "Authorization: Bearer <secret-5> ?user=<user-3>&pass=<secret-4>"},
   };
   Scrubber scrubber({{"user", "mira"}, {"serial", "0VX5A1K0001X"}});
   for (const auto& each : kCases) scrubber.Learn(each.text);

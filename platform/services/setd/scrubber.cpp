@@ -44,6 +44,18 @@ bool IsPrivatePath(const std::string& value) {
          !value.starts_with("/opt/usr/home/owner/.cache/Apps/");
 }
 
+bool IsPrivateUser(const std::string& value) {
+  return std::find(std::begin(kCommonUsers), std::end(kCommonUsers), value) == std::end(kCommonUsers);
+}
+
+/// Words that logs put where a name is expected; to replace them everywhere would spoil the report.
+bool IsOrdinaryWord(const std::string& value) {
+  constexpr const char* kWords[] = {"any",    "connected", "default", "disabled", "enabled", "error",
+                                    "failed", "false",     "hidden",  "invalid",  "network", "none",
+                                    "null",   "true",      "unknown", "unset"};
+  return std::find(std::begin(kWords), std::end(kWords), value) != std::end(kWords);
+}
+
 struct Rule {
   const char* kind;
   const char* pattern;  // what it captures as "v", or else all of it, is replaced
@@ -52,19 +64,30 @@ struct Rule {
 };
 // In this order: an earlier rule takes what a later one would take a part of.
 constexpr Rule kRules[] = {
+    {"secret",
+     R"~((?i)(?:\b|_)(?:psk|passwd|password|passphrase|pass|pwd|pin|token|secret|api[_-]?key)\\?"?\s*[:=]\s*\\?["']?(?<v>[^\s"',;&<>\\]+))~",
+     Always},
+    {"secret", R"~((?i)\bauthorization\\?"?\s*[:=]\s*(?:(?:bearer|basic|digest)\s+)?(?<v>[^\s"',;<>]+))~", Always},
+    {"user", R"~((?i)(?:\b|_)(?:user|username|login|account)=\\?["']?(?<v>[^\s"',;&<>\\]+))~", IsPrivateUser},
     {"mail", R"~([A-Za-z0-9._%+-]+@[A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)~", Always},
-    {"path", R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~", IsPrivatePath},
+    {"path",
+     R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|/(?:run/)?media/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~",
+     IsPrivatePath},
+    {"ssid", R"~((?i)\bwifi_[0-9a-f]{12}_[0-9a-f]*_[a-z]+_[a-z0-9]+)~", Always},
+    {"ssid", R"~((?i)\b(?:network|access point|ap)\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)'))~", Always, true},
     {"ssid",
      R"~((?i)(?:\b|_)e?ssid(?:\\?"?\s*[:=]\s*\\?(?:"(?<v>[^"\n]+?)\\?"|'(?<v>[^'\n]+)'|(?<v>[^"',;{}<>\n]+))|\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)')))~",
      Always, true},
-    {"serial", R"~((?i)(?:\b|_)serial[ _-]?(?:number|no\.?|nr\.?|num)?\\?"?\s*[:=]\s*\\?"?(?<v>[^\s"',;<>]+))~", Always,
-     true},
+    {"serial",
+     R"~((?i)(?:\b|_)(?:serial[ _-]?(?:number|no\.?|nr\.?|num)?|s/n|sn)\\?"?(?:\s*[:=]\s*|\s+)\\?"?(?<v>(?=[^\s"',;<>]*\d)[^\s"',;<>]{4,}))~",
+     Always, true},
     {"mac", R"~((?i)(?<![0-9a-z])(?:[0-9a-f]{2}[:_-]){5,7}[0-9a-f]{2}(?![0-9a-z]))~", Always},
-    {"mac", R"~((?i)(?<=enx|wlx)[0-9a-f]{12}\b)~", Always},
+    {"mac", R"~((?i)(?<![0-9a-z.])[0-9a-f]{4}\.[0-9a-f]{4}\.[0-9a-f]{4}(?![0-9a-z.]))~", Always},
+    {"mac", R"~((?i)(?:(?<=enx|wlx)|(?<![0-9a-z-]))[0-9a-f]{12}(?![0-9a-z-]))~", Always},
     {"ip",
-     R"~((?<![0-9A-Za-z:.])(?:[0-9A-Fa-f]{0,4}:){2,7}(?:[0-9A-Fa-f]{0,4}|(?:\d{1,3}\.){3}\d{1,3})(?![0-9A-Za-z:]))~",
+     R"~((?<![0-9A-Za-z.])(?<![0-9A-Fa-f:]:)(?:[0-9A-Fa-f]{0,4}:){2,7}(?:[0-9A-Fa-f]{0,4}|(?:\d{1,3}\.){3}\d{1,3})(?![0-9A-Za-z:]))~",
      IsPrivateAddress},
-    {"ip", R"~((?<![\w.])(?:\d{1,3}\.){3}\d{1,3}(?![\w]|\.\d))~", IsPrivateAddress},
+    {"ip", R"~((?<![\d.])(?:\d{1,3}\.){3}\d{1,3}(?![\w]|\.\d))~", IsPrivateAddress},
     {"id", R"~((?i)\b[0-9a-f]{8}-?(?:[0-9a-f]{4}-?){3}[0-9a-f]{12}\b)~", Always},
 };
 
@@ -129,20 +152,42 @@ void AddUsers(std::vector<Scrubber::Secret>& secrets) {
     if (const char* name = std::getenv(variable)) secrets.push_back({"user", name});
 }
 
+/// A name out of a file's name, as iwd writes it: plain, or "=" and hexadecimal digits.
+std::string FromFileName(const std::string& stem) {
+  if (stem.empty() || stem[0] != '=') return stem;
+  std::string name;
+  for (size_t i = 1; i + 1 < stem.size(); i += 2)
+    name += static_cast<char>(std::strtol(stem.substr(i, 2).c_str(), nullptr, 16));
+  return name;
+}
+
+/// The names of files in a folder of the machine.
+std::vector<std::filesystem::path> FilesIn(const char* folder) {
+  std::vector<std::filesystem::path> files;
+  std::error_code error;
+  for (std::filesystem::directory_iterator each(MachinePath(folder), error), end; !error && each != end;
+       each.increment(error))
+    files.push_back(std::filesystem::path(folder) / each->path().filename());
+  return files;
+}
+
 /// The networks that the connection managers of Linux know; where their files are not readable the text rules remain.
 void AddWirelessNames(std::vector<Scrubber::Secret>& secrets) {
-  std::vector<std::string> files{"/etc/wpa_supplicant/wpa_supplicant.conf"};
-  std::error_code error;
+  for (const auto& file : FilesIn("/var/lib/iwd"))
+    if (file.extension() == ".psk" || file.extension() == ".open" || file.extension() == ".8021x")
+      secrets.push_back({"ssid", FromFileName(file.stem().string())});
+  std::vector<std::filesystem::path> files;
   for (const char* folder : {"/etc/NetworkManager/system-connections", "/etc/wpa_supplicant"})
-    for (std::filesystem::directory_iterator each(MachinePath(folder), error), end; !error && each != end;
-         each.increment(error))
-      files.push_back(std::string(folder) + "/" + each->path().filename().string());
-  for (const std::string& file : files) {
-    std::istringstream lines(LinesOf(file));
+    for (const auto& file : FilesIn(folder)) files.push_back(file);
+  for (const auto& folder : FilesIn("/var/lib/connman"))
+    if (folder.filename().string().starts_with("wifi_")) files.push_back(folder / "settings");
+  for (const auto& file : files) {
+    std::istringstream lines(LinesOf(file.string()));
+    const std::string key = file.filename() == "settings" ? "Name=" : "ssid=";
     for (std::string line; std::getline(lines, line);) {
-      const size_t at = line.find("ssid=");
+      const size_t at = line.find(key);
       if (at == line.npos || (at > 0 && std::isalnum(static_cast<unsigned char>(line[at - 1])))) continue;
-      std::string name = line.substr(at + 5);
+      std::string name = line.substr(at + key.size());
       if (name.size() > 2 && name.front() == '"' && name.back() == '"') name = name.substr(1, name.size() - 2);
       secrets.push_back({"ssid", name});
     }
@@ -183,7 +228,8 @@ void Scrubber::Learn(const std::string& text) {
   for (const Rule& rule : kRules) {
     if (!rule.isName) continue;
     ReplaceAll(text, rule.pattern, [&](const std::string& value) {
-      if (value.size() >= kShortestLearned && m_secrets.size() < kMaxSecrets) AddSecret({rule.kind, value});
+      if (value.size() >= kShortestLearned && !IsOrdinaryWord(value) && m_secrets.size() < kMaxSecrets)
+        AddSecret({rule.kind, value});
       return value;
     });
   }
