@@ -123,14 +123,15 @@ TEST(VexiloctlApps, ClearingEmptiesWhatItSaysAndNoMore) {
   EXPECT_TRUE(fs::is_empty(folder / "cache"));
   EXPECT_TRUE(fs::is_empty(InRoot(set_paths::kWebCacheDir) / "app.one"));
   EXPECT_FALSE(fs::is_empty(folder / "data"));
-  EXPECT_EQ(RunCtl({"apps", "clear-data", "one"}).exitCode, 0);
+  EXPECT_EQ(RunCtl({"apps", "clear-data", "one"}).exitCode, 2) << "without --yes";
+  EXPECT_EQ(RunCtl({"apps", "clear-data", "one", "--yes"}).exitCode, 0);
   EXPECT_TRUE(fs::is_empty(folder / "data"));
   EXPECT_FALSE(fs::is_empty(InRoot(set_paths::kPackagesDir) / "web/data"));
 
   MakePackage("9Ur5IzDKqV", "YouTube");
   Write(InRoot(set_paths::kPackagesDir) / "9Ur5IzDKqV/manifest.json",
         "{\"package_id\":\"9Ur5IzDKqV\",\"app_id\":\"9Ur5IzDKqV\",\"title\":\"YouTube\"}");
-  const ProcessResult kept = RunCtl({"apps", "clear-data", "9Ur5IzDKqV", "web", "--json"});
+  const ProcessResult kept = RunCtl({"apps", "clear-data", "9Ur5IzDKqV", "web", "--json", "--yes"});
   EXPECT_EQ(kept.exitCode, 1);
   EXPECT_TRUE(Has(kept.err, "9Ur5IzDKqV: its data has to stay")) << kept.err;
   EXPECT_FALSE(fs::is_empty(InRoot(set_paths::kPackagesDir) / "9Ur5IzDKqV/data"));
@@ -166,8 +167,8 @@ TEST(VexiloctlApps, UninstallRemovesAllOrRefusesWithAReason) {
     const char* message;
   } const refusals[] = {
       {{"one"}, 2, "--yes"},
-      {{"one", "kept", "--yes"}, 1, "app.kept (Kept) cannot be removed: it is locked"},
-      {{"one", "own", "--yes"}, 1, "app.own (Own) cannot be removed: it belongs to the set"},
+      {{"one", "kept", "--yes"}, 1, "app.kept (Kept) has to stay: it is locked"},
+      {{"one", "own", "--yes"}, 1, "app.own (Own) has to stay: it belongs to the set"},
       {{"one", "../one", "--yes"}, 1, "\"../one\": no such package"},
       {{"one", "--all"}, 2, "does not take --all"},
       {{}, 2, "needs APP"},

@@ -17,6 +17,8 @@ namespace {
 
 constexpr char kAppHelp[] = "  APP    a package id or an application id\n";
 
+constexpr char kYesHelp[] = "needed where standard input is no terminal";
+
 constexpr Command kCommands[] = {
     {"setting", "get", "KEY", 1, 1, false, "Prints the value of a settings key.",
      "  KEY    such as db/vexilo/db_reset\n"
@@ -54,12 +56,14 @@ constexpr Command kCommands[] = {
     {"apps", "clear-cache", "APP...", 1, 1000, true, "Empties the caches of applications.", kAppHelp,
      "vexiloctl apps clear-cache tv.lumora.cinema", AppsClearCache},
     {"apps", "clear-data", "APP...", 1, 1000, true,
-     "Empties the data and the caches of applications, as if they had just been installed.", kAppHelp,
-     "vexiloctl apps clear-data tv.lumora.cinema", AppsClearData},
+     "Empties the data and the caches of applications, as if they had just been installed.",
+     "  APP    a package id or an application id; with one that is locked, nothing is emptied\n"
+     "Says first what goes, and at last what the file system says. It does not ask.\n",
+     "vexiloctl apps clear-data tv.lumora.cinema", AppsClearData, "--yes", kYesHelp},
     {"apps", "uninstall", "APP...", 1, 1000, true, "Removes applications, with all that they keep.",
      "  APP    a package id or an application id; with one that may not be removed, none is\n"
      "Says first what goes, and at last what the file system says. It does not ask.\n",
-     "vexiloctl apps uninstall tv.lumora.cinema", AppsUninstall, "--yes", "needed where standard input is no terminal"},
+     "vexiloctl apps uninstall tv.lumora.cinema", AppsUninstall, "--yes", kYesHelp},
     {"storage", "", "", 0, 0, true, "Shows how full the partition of the applications is, and what each takes.", "",
      "vexiloctl storage", Storage},
     {"launch", "", "APPID [KEY=VALUE...]", 1, 1000, true, "Launches an application by its desktop entry.",

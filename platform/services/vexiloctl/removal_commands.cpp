@@ -158,11 +158,11 @@ Outcome Uninstall(const Package& package) {
   return outcome;
 }
 
-void ShowPlan(const std::vector<Package>& apps) {
+void ShowPlan(const std::vector<Package>& apps, int64_t (*bytesOf)(const Sizes&)) {
   Table table({"APPLICATION", "PACKAGE", "TITLE", "WILL GO"});
   int64_t total = 0;
   for (const Package& package : apps) {
-    const int64_t bytes = Measure(package).Total();
+    const int64_t bytes = bytesOf(Measure(package));
     total += bytes;
     table.Add({package.appId, package.packageId, package.title, SizeText(bytes)});
   }
@@ -183,6 +183,32 @@ void ShowPartition(const Partition& before, bool json) {
   Print(JsonLine(object));
 }
 
+/// What cannot be had back: says first what will go and at last what the file system says. With one application that
+/// must stay as it is, nothing is done.
+void DoWithPlan(const Arguments& arguments, const char* (*whyNot)(const Package&), int64_t (*bytesOf)(const Sizes&),
+                Outcome (*work)(const Package&)) {
+  const std::vector<Package> apps = FindAll(arguments.values);
+  for (const Package& package : apps)
+    if (const char* reason = whyNot(package))
+      throw Failure(package.appId + " (" + Visible(package.title) + ") has to stay: " + reason +
+                    "; nothing was removed");
+  if (!arguments.json) ShowPlan(apps, bytesOf);
+  if (!arguments.option && !isatty(STDIN_FILENO))
+    throw UsageError("nothing was removed: standard input is no terminal, so --yes is needed");
+  const Partition before = ReadPartition();
+  try {
+    ForEach(apps, arguments.json, work);
+  } catch (const Failure&) {
+    ShowPartition(before, arguments.json);
+    throw;
+  }
+  ShowPartition(before, arguments.json);
+}
+
+const char* WhyDataStays(const Package& package) {
+  return package.locked ? "it is locked" : nullptr;
+}
+
 }  // namespace
 
 void AppsClearCache(const Arguments& arguments) {
@@ -192,26 +218,13 @@ void AppsClearCache(const Arguments& arguments) {
 }
 
 void AppsClearData(const Arguments& arguments) {
-  ForEach(FindAll(arguments.values), arguments.json, ClearDataOf);
+  DoWithPlan(
+      arguments, WhyDataStays, [](const Sizes& sizes) { return sizes.data + sizes.cache; }, ClearDataOf);
 }
 
 void AppsUninstall(const Arguments& arguments) {
-  const std::vector<Package> apps = FindAll(arguments.values);
-  for (const Package& package : apps)
-    if (const char* reason = packages::WhyNotRemovable(package))
-      throw Failure(package.appId + " (" + Visible(package.title) + ") cannot be removed: " + reason +
-                    "; nothing was removed");
-  if (!arguments.json) ShowPlan(apps);
-  if (!arguments.option && !isatty(STDIN_FILENO))
-    throw UsageError("nothing was removed: standard input is no terminal, so --yes is needed");
-  const Partition before = ReadPartition();
-  try {
-    ForEach(apps, arguments.json, Uninstall);
-  } catch (const Failure&) {
-    ShowPartition(before, arguments.json);
-    throw;
-  }
-  ShowPartition(before, arguments.json);
+  DoWithPlan(
+      arguments, packages::WhyNotRemovable, [](const Sizes& sizes) { return sizes.Total(); }, Uninstall);
 }
 
 }  // namespace vexiloctl
