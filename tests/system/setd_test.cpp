@@ -133,6 +133,8 @@ TEST(Setd, TellsItsUseAndRunsOncePerRoot) {
   const ProcessResult second = RunProcess({SETD});
   EXPECT_EQ(second.exitCode, 1);
   EXPECT_TRUE(Has(second.err, "runs already, process " + std::to_string(daemon->Pid()))) << second.err;
+  fs::remove_all(Path(set_paths::kHostRun));
+  EXPECT_EQ(RunProcess({SETD}).exitCode, 1) << "its lock file is gone";
   daemon->Signal(SIGTERM);
   const ProcessResult end = daemon->Wait();
   EXPECT_EQ(end.exitCode, 0);

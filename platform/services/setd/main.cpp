@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -14,6 +17,7 @@
 #include <string_view>
 
 #include "base/atomic_file.h"
+#include "base/glib_handle.h"
 #include "set_paths.h"
 #include "setd/jobs.h"
 #include "setd/log_collector.h"
@@ -38,6 +42,20 @@ constexpr char kHelp[] =
 int Complain(ExitCode code, const std::string& problem) {
   std::fprintf(stderr, "vexilo-setd: %s\n", problem.c_str());
   return code;
+}
+
+/// Takes a name of the kernel's for this root, which nobody can remove as a lock file can be. False when another
+/// process has it.
+bool TakeName(FdHandle& holder) {
+  const std::string root(SystemRoot());
+  const GText hash(g_compute_checksum_for_string(G_CHECKSUM_SHA256, root.c_str(), static_cast<gssize>(root.size())));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  // A first byte of 0 makes it a name without a file.
+  const int length = std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "vexilo-setd-%s", hash.get());
+  holder.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<size_t>(length));
+  return bind(holder.get(), reinterpret_cast<const sockaddr*>(&address), size) == 0 || errno != EADDRINUSE;
 }
 
 /// Holds the one place that there is for a daemon in each root, for as long as the process lives.
@@ -110,9 +128,11 @@ int Main(int argc, char** argv) {
   // A file that may not grow is a failure like a full disk, no reason to end.
   std::signal(SIGXFSZ, SIG_IGN);
   try {
-    FdHandle place;
+    FdHandle name, place;
     std::string problem;
-    return TakePlace(place, problem) ? Serve(once) : Complain(kFailed, problem);
+    if (!TakePlace(place, problem)) return Complain(kFailed, problem);
+    if (!TakeName(name)) return Complain(kFailed, "vexilo-setd runs already; its lock file was removed");
+    return Serve(once);
   } catch (const std::exception& error) {
     return Complain(kFailed, error.what());
   }
