@@ -354,6 +354,7 @@ TEST(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
         "w33: is no folder", "zz: manifest.json: \"app_id\" right.app is that of right"})
     EXPECT_EQ(TimesLogged(std::string("/opt/usr/apps/") + text), 1) << text;
 
+  EXPECT_EQ(FindByPackageId("zz"), std::nullopt) << "as its application is another package's";
   const auto right = FindByAppId("right.app");
   ASSERT_TRUE(right);
   EXPECT_EQ(right->packageId, "right");

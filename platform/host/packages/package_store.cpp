@@ -220,14 +220,24 @@ std::vector<Package> List() {
   return sorted;
 }
 
+namespace {
+
+/// Whether a package is used depends on the others, so all are read.
+std::optional<Package> Find(std::string Package::* member, const std::string& id) {
+  if (!IsId(id)) return std::nullopt;
+  for (Package& package : List())
+    if (package.*member == id) return std::move(package);
+  return std::nullopt;
+}
+
+}  // namespace
+
 std::optional<Package> FindByPackageId(const std::string& packageId) {
-  return IsId(packageId) ? Load(packageId) : std::nullopt;
+  return Find(&Package::packageId, packageId);
 }
 
 std::optional<Package> FindByAppId(const std::string& appId) {
-  for (Package& package : List())
-    if (package.appId == appId) return std::move(package);
-  return std::nullopt;
+  return Find(&Package::appId, appId);
 }
 
 std::string FolderOf(const Package& package) {

@@ -44,7 +44,7 @@ bool IsId(const std::string& id);
 /// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
 /// other is skipped.
 std::vector<Package> List();
-/// Reads that one package only.
+/// One of List().
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 
