@@ -1,6 +1,7 @@
 // The web-application service: its list, and removals with their events.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -167,6 +168,16 @@ TEST(WasUninstall, GoesOnAfterAFailureHalfWay) {
   EXPECT_EQ(Titles(WAS_LIST_ALL), Texts{});
   EXPECT_TRUE(fs::exists(kPackages / ".removing-half/foreign/file"));
   EXPECT_FALSE(fs::exists(kPackages / ".removing-half/data/1"));
+}
+
+TEST(WasUninstall, FailsWhereNoThreadCanBeStarted) {
+  PlantPackage("a", "A");
+  Events events;
+  const rlimit none = {0, 0};
+  ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+  ASSERT_EQ(geteuid() == 0 ? setresuid(4711, 4711, 4711) : 0, 0);
+  EXPECT_EQ(was_force_uninstall_webapp("a.app", Events::On, &events), WAS_ERROR_FAILED);
+  EXPECT_TRUE(fs::exists(kPackages / "a/data/1"));
 }
 
 TEST(WasUninstall, ServesRequestsOfManyThreadsOneAfterTheOther) {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -121,7 +122,12 @@ int Accept(const char** appIds, int count, was_uninstall_cb callback, void* user
     auto& known = request.appIds;
     if (std::find(known.begin(), known.end(), appIds[i]) == known.end()) known.emplace_back(appIds[i]);
   }
-  Service::Get().Accept(std::move(request));
+  try {
+    Service::Get().Accept(std::move(request));
+  } catch (const std::exception& exception) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "a request is not accepted: %s", exception.what());
+    return WAS_ERROR_FAILED;
+  }
   return WAS_ERROR_NONE;
 }
 
