@@ -375,6 +375,16 @@ TEST(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
   }
 }
 
+TEST(PackageStore, BoundsWhatItRemembersAsWrong) {
+  for (int i = 0; i < 1005; ++i) Write(kPackages / std::to_string(i));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Ids(), "");
+  EXPECT_EQ(TimesLogged(": is no folder"), 1000);
+  for (int i = 0; i < 1005; ++i) fs::remove(kPackages / std::to_string(i));
+  Write(kPackages / "later");
+  EXPECT_EQ(Ids(), "");
+  EXPECT_EQ(TimesLogged("/opt/usr/apps/later: is no folder"), 1) << "those that are gone make room";
+}
+
 TEST(PackageStore, RemovesWholePackagesOrNothing) {
   PlantOutside();
   PlantPackage("gone");

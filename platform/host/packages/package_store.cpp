@@ -101,14 +101,20 @@ std::optional<Package> Load(const std::string& packageId) {
   return package;
 }
 
-/// Held by who removes the folder, for as long as that takes; gone with its process.
+/// Held by who removes the folder, for as long as that takes; gone with its process. Without one, errno tells why:
+/// ENOENT also when the folder went while it was locked.
 FdHandle LockForRemoval(const std::string& folder) {
-  FdHandle lock(open(SystemPath(folder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    const int reason = errno;
-    lock.reset();
-    errno = reason;
-  }
+  const std::string path = SystemPath(folder);
+  FdHandle lock(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!lock) return lock;
+  struct stat locked, there;
+  int error = 0;
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &locked) != 0 || lstat(path.c_str(), &there) != 0)
+    error = errno;
+  else if (locked.st_dev != there.st_dev || locked.st_ino != there.st_ino)
+    error = ENOENT;
+  if (error != 0) lock.reset();
+  errno = error;
   return lock;
 }
 
