@@ -1,5 +1,6 @@
 // The small services of the host: log, usage events, system information, TV service, settings menu, screen saver.
 
+#include <arpa/inet.h>
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -436,17 +437,30 @@ TEST(SettingsMenu, RemembersWhoDisabledWhat) {
 
 // --- Connection and legal notices ------------------------------------------------------------------------------------
 
-/// Adds or deletes a default route by the loopback interface, or brings that up.
-bool Route(int socket, unsigned long request) {
+void SetAddress(sockaddr& to, const char* text) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  inet_pton(AF_INET, text, &address.sin_addr);
+  std::memcpy(&to, &address, sizeof to);
+}
+
+/// Adds or deletes a route by the loopback interface, with a gateway unless that is null.
+bool Route(int socket, unsigned long request, const char* network, const char* mask, const char* gateway) {
+  char interface[] = "lo";
+  rtentry route{};
+  SetAddress(route.rt_dst, network);
+  SetAddress(route.rt_genmask, mask);
+  if (gateway) SetAddress(route.rt_gateway, gateway);
+  route.rt_dev = interface;
+  route.rt_flags = static_cast<unsigned short>(RTF_UP | (gateway ? RTF_GATEWAY : 0));
+  return ioctl(socket, request, &route) == 0;
+}
+
+bool BringLoopbackUp(int socket) {
   ifreq interface {};
   std::strcpy(interface.ifr_name, "lo");
   interface.ifr_flags = IFF_UP | IFF_RUNNING;
-  if (request == SIOCSIFFLAGS) return ioctl(socket, request, &interface) == 0;
-  rtentry route{};
-  route.rt_dst.sa_family = route.rt_genmask.sa_family = AF_INET;
-  route.rt_dev = interface.ifr_name;
-  route.rt_flags = RTF_UP;
-  return ioctl(socket, request, &route) == 0;
+  return ioctl(socket, SIOCSIFFLAGS, &interface) == 0;
 }
 
 TEST(Connection, FollowsTheDefaultRouteWithoutAMainLoop) {
@@ -460,12 +474,25 @@ TEST(Connection, FollowsTheDefaultRouteWithoutAMainLoop) {
   };
   const FdHandle control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   EXPECT_FALSE(isReachable());
-  ASSERT_TRUE(Route(control.get(), SIOCSIFFLAGS)) << std::strerror(errno);
-  EXPECT_FALSE(isReachable()) << "a network, but no way out of it";
-  ASSERT_TRUE(Route(control.get(), SIOCADDRT)) << std::strerror(errno);
-  EXPECT_TRUE(isReachable());
-  ASSERT_TRUE(Route(control.get(), SIOCDELRT)) << std::strerror(errno);
-  EXPECT_FALSE(isReachable());
+  ASSERT_TRUE(BringLoopbackUp(control.get())) << std::strerror(errno);
+  const struct {
+    const char* what;
+    unsigned long request;
+    const char *network, *mask, *gateway;
+    bool reachable;
+  } kSteps[] = {
+      {"a network, but no way out of it", SIOCADDRT, "10.9.9.0", "255.255.255.0", nullptr, false},
+      {"a default route by nobody", SIOCADDRT, "0.0.0.0", "0.0.0.0", nullptr, false},
+      {"", SIOCDELRT, "0.0.0.0", "0.0.0.0", nullptr, false},
+      {"a gateway to another network", SIOCADDRT, "10.8.0.0", "255.255.0.0", "10.9.9.1", false},
+      {"a gateway", SIOCADDRT, "0.0.0.0", "0.0.0.0", "10.9.9.1", true},
+      {"it is gone", SIOCDELRT, "0.0.0.0", "0.0.0.0", "10.9.9.1", false},
+  };
+  for (const auto& step : kSteps) {
+    ASSERT_TRUE(Route(control.get(), step.request, step.network, step.mask, step.gateway))
+        << step.what << ": " << std::strerror(errno);
+    EXPECT_EQ(isReachable(), step.reachable) << step.what;
+  }
   EXPECT_EQ(connection_is_gateway_reachable(connection, nullptr), CONNECTION_ERROR_INVALID_PARAMETER);
   EXPECT_EQ(connection_destroy(connection), CONNECTION_ERROR_NONE);
   EXPECT_EQ(connection_create(nullptr), CONNECTION_ERROR_INVALID_PARAMETER);

@@ -354,6 +354,7 @@ TEST(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
         "w33: is no folder", "zz: manifest.json: \"app_id\" right.app is that of right"})
     EXPECT_EQ(TimesLogged(std::string("/opt/usr/apps/") + text), 1) << text;
 
+  EXPECT_EQ(FindByPackageId("zz"), std::nullopt) << "as its application is another package's";
   const auto right = FindByAppId("right.app");
   ASSERT_TRUE(right);
   EXPECT_EQ(right->packageId, "right");
@@ -372,6 +373,16 @@ TEST(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
     EXPECT_EQ(FindByPackageId(id), std::nullopt) << id;
     EXPECT_EQ(FindByAppId(id), std::nullopt) << id;
   }
+}
+
+TEST(PackageStore, BoundsWhatItRemembersAsWrong) {
+  for (int i = 0; i < 1005; ++i) Write(kPackages / std::to_string(i));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Ids(), "");
+  EXPECT_EQ(TimesLogged(": is no folder"), 1000);
+  for (int i = 0; i < 1005; ++i) fs::remove(kPackages / std::to_string(i));
+  Write(kPackages / "later");
+  EXPECT_EQ(Ids(), "");
+  EXPECT_EQ(TimesLogged("/opt/usr/apps/later: is no folder"), 1) << "those that are gone make room";
 }
 
 TEST(PackageStore, RemovesWholePackagesOrNothing) {
@@ -428,6 +439,53 @@ TEST(PackageStore, FinishesAnInterruptedRemoval) {
   EXPECT_FALSE(fs::exists(hidden));
   EXPECT_FALSE(fs::is_symlink(kPackages / ".removing-link"));
   EXPECT_EQ(TimesLogged("finished a removal that was interrupted"), 1);
+}
+
+TEST(PackageStore, FinishesAllStuckRemovalsAndTheirWebCaches) {
+  for (const char* id : {"again", "gone", "taken"}) PlantPackage(id);
+  const Package again = *FindByPackageId("again");
+  fs::rename(kPackages / "gone", kPackages / ".removing-gone~12");
+  fs::rename(kPackages / "taken", kPackages / ".removing-taken");
+  Write(kPackages / "new/manifest.json", R"({"package_id": "new", "app_id": "taken.app", "title": "n"})");
+  Write(kPackages / ".removing-again/file");
+  Write(kPackages / ".removing-again~2");
+  EXPECT_EQ(Remove(again), PKGMGR_R_OK);
+  EXPECT_TRUE(fs::exists(kPackages / ".removing-again/file"));
+  EXPECT_EQ(Ids(), "new");
+  EXPECT_EQ(Ids(), "new");
+  EXPECT_EQ(std::distance(fs::directory_iterator(kPackages), {}), 1);
+  EXPECT_FALSE(fs::exists(kWebCache / "gone.app"));
+  EXPECT_TRUE(fs::exists(kWebCache / "taken.app/page")) << "the application is installed again";
+}
+
+TEST(PackageStore, TouchesNoPackageThatIsAMountPoint) {
+  const std::string why = PrivateMounts();
+  if (!why.empty()) GTEST_SKIP() << why;
+  PlantPackage("p");
+  const std::string folder = kPackages / "p";
+  ASSERT_EQ(mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(Remove(*FindByPackageId("p")), -EBUSY);
+  EXPECT_TRUE(fs::exists(kPackages / "p/data/1"));
+  EXPECT_TRUE(fs::exists(kWebCache / "p.app/page"));
+}
+
+TEST(PackageStore, LooksIntoShutFoldersBeforeItRemoves) {
+  if (geteuid() != 0) GTEST_SKIP() << "giving files away takes root";
+  for (const char* id : {"foreign", "own", "web"}) PlantPackage(id);
+  for (const fs::path& folder : {kPackages, kWebCache}) {
+    ASSERT_EQ(lchown(folder.c_str(), 4711, 4711), 0);
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+      ASSERT_EQ(lchown(entry.path().c_str(), 4711, 4711), 0);
+  }
+  for (const fs::path& file : {kPackages / "foreign/data/1", kWebCache / "web.app/page"})
+    ASSERT_EQ(lchown(file.c_str(), 4712, 4712), 0);
+  for (const char* id : {"foreign", "own"}) fs::permissions(kPackages / id / "data", fs::perms(0));
+  ASSERT_EQ(setresuid(4711, 4711, 4711), 0);
+  EXPECT_EQ(Remove(*FindByPackageId("foreign")), PKGMGR_R_ERROR);
+  EXPECT_EQ(MeasureTree("/opt/usr/apps/foreign").files, 1 + 2 + 1 + 40 - 1) << "nothing is gone";
+  EXPECT_EQ(Remove(*FindByPackageId("own")), PKGMGR_R_OK);
+  EXPECT_EQ(Remove(*FindByPackageId("web")), -EACCES) << "its web cache stays";
+  EXPECT_EQ(Ids(), "foreign");
 }
 
 TEST(PackageManager, MeasuresAndClearsData) {

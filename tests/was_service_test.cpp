@@ -1,8 +1,12 @@
 // The web-application service: its list, and removals with their events.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -13,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "was_api.h"
@@ -167,6 +172,63 @@ TEST(WasUninstall, GoesOnAfterAFailureHalfWay) {
   EXPECT_EQ(Titles(WAS_LIST_ALL), Texts{});
   EXPECT_TRUE(fs::exists(kPackages / ".removing-half/foreign/file"));
   EXPECT_FALSE(fs::exists(kPackages / ".removing-half/data/1"));
+}
+
+TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
+  const fs::path tager = SystemPath(set_paths::kTager), trigger = SystemPath(set_paths::kTagerRequests) + "/killApp";
+  const fs::path lockFile = SystemPath(set_paths::kHostRun) + "/setd.lock", outside = SystemPath("/home/owner/outside");
+  fs::create_directories(trigger.parent_path());
+  fs::create_directories(lockFile.parent_path());
+  fs::create_directories(SystemPath("/home/owner/req"));
+  const FdHandle lock(open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  std::ofstream(outside) << "content";
+  const struct {
+    const char* what;
+    bool runs;
+    fs::path link;
+    std::string seen;
+  } kCases[] = {{"no task manager", false, {}, "content"},
+                {"served", true, {}, "p\n, there"},
+                {"payload is a link", true, tager / "killApp", "content"},
+                {"folder is a link", true, tager, "content"}};
+  for (const auto& [what, runs, link, seen] : kCases) {
+    PlantPackage("p", "P");
+    ASSERT_EQ(flock(lock.get(), runs ? LOCK_EX : LOCK_UN), 0);
+    if (!link.empty()) {
+      fs::remove_all(link);
+      fs::create_symlink(link == tager ? SystemPath("/home/owner") : outside.string(), link);
+    }
+    std::atomic<bool> done{false};
+    std::string got = "content";
+    std::thread daemon([&] {
+      for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+        if (!fs::exists(trigger)) continue;
+        std::getline(std::ifstream(tager / "killApp"), got, '\0');
+        got += fs::exists(kPackages / "p/data/1") ? ", there" : ", gone";
+        fs::remove(trigger);
+      }
+    });
+    Events events;
+    EXPECT_EQ(was_force_uninstall_webapp("p.app", Events::On, &events), WAS_ERROR_NONE);
+    EXPECT_EQ(events.WaitForEnd().back(), "143") << what;
+    done = true;
+    daemon.join();
+    EXPECT_EQ(got, seen) << what;
+    EXPECT_FALSE(fs::exists(kPackages / "p")) << what;
+    std::ifstream(outside) >> got;
+    EXPECT_EQ(got, "content") << what;
+  }
+  EXPECT_FALSE(fs::exists(SystemPath("/home/owner/killApp")));
+}
+
+TEST(WasUninstall, FailsWhereNoThreadCanBeStarted) {
+  PlantPackage("a", "A");
+  Events events;
+  const rlimit none = {0, 0};
+  ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+  ASSERT_EQ(geteuid() == 0 ? setresuid(4711, 4711, 4711) : 0, 0);
+  EXPECT_EQ(was_force_uninstall_webapp("a.app", Events::On, &events), WAS_ERROR_FAILED);
+  EXPECT_TRUE(fs::exists(kPackages / "a/data/1"));
 }
 
 TEST(WasUninstall, ServesRequestsOfManyThreadsOneAfterTheOther) {

@@ -6,6 +6,7 @@
 #include <sys/time.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -16,6 +17,7 @@
 
 struct connection_s {
   FdHandle routes;
+  uint32_t question = 0;  // tells its answer from one that came too late
 };
 
 namespace {
@@ -25,7 +27,7 @@ constexpr char kTag[] = "CONNECTION";
 /// The kernel answers within the call; this only keeps a broken one from holding the caller.
 constexpr timeval kPatience = {1, 0};
 
-bool Ask(int socket) {
+bool Ask(int socket, uint32_t question) {
   struct {
     nlmsghdr header{};
     rtmsg message{};
@@ -33,33 +35,50 @@ bool Ask(int socket) {
   request.header.nlmsg_len = sizeof request;
   request.header.nlmsg_type = RTM_GETROUTE;
   request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request.header.nlmsg_seq = question;
   request.message.rtm_family = AF_UNSPEC;
   return send(socket, &request, sizeof request, MSG_NOSIGNAL) == sizeof request;
 }
 
-/// A default route that packets can take. The kernel keeps those of an interface that lost its cable, and marks them.
+bool IsUp(unsigned int flags) {
+  return (flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) == 0;
+}
+
+bool HasGateway(const rtattr* part, int left) {
+  for (; RTA_OK(part, left); part = RTA_NEXT(part, left))
+    if (part->rta_type == RTA_GATEWAY || part->rta_type == RTA_VIA) return true;
+  return false;
+}
+
+/// Several ways at once are marked one by one.
+bool HasUsableWay(const rtattr* ways) {
+  auto left = static_cast<int>(RTA_PAYLOAD(ways));
+  for (const auto* way = static_cast<const rtnexthop*>(RTA_DATA(ways));
+       left >= static_cast<int>(sizeof *way) && RTNH_OK(way, left);
+       left -= RTNH_ALIGN(way->rtnh_len), way = RTNH_NEXT(way)) {
+    const int inside = way->rtnh_len - static_cast<int>(RTNH_LENGTH(0));
+    if (IsUp(way->rtnh_flags) && HasGateway(static_cast<const rtattr*>(RTNH_DATA(way)), inside)) return true;
+  }
+  return false;
+}
+
+/// A default route by a gateway that packets can take. The kernel keeps those of an interface that lost its cable, and
+/// marks them.
 bool IsUsableDefault(const nlmsghdr* message) {
   if (message->nlmsg_type != RTM_NEWROUTE || message->nlmsg_len < NLMSG_LENGTH(sizeof(rtmsg))) return false;
   const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(message));
   if ((route->rtm_family != AF_INET && route->rtm_family != AF_INET6) || route->rtm_dst_len != 0 ||
       route->rtm_type != RTN_UNICAST || route->rtm_table != RT_TABLE_MAIN)
     return false;
-  if ((route->rtm_flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) == 0) return true;
-  // Several ways at once are marked one by one.
   auto left = static_cast<int>(RTM_PAYLOAD(message));
-  for (const rtattr* part = RTM_RTA(route); RTA_OK(part, left); part = RTA_NEXT(part, left)) {
-    if (part->rta_type != RTA_MULTIPATH) continue;
-    auto ways = static_cast<int>(RTA_PAYLOAD(part));
-    for (const auto* way = static_cast<const rtnexthop*>(RTA_DATA(part));
-         ways >= static_cast<int>(sizeof *way) && RTNH_OK(way, ways);
-         ways -= RTNH_ALIGN(way->rtnh_len), way = RTNH_NEXT(way))
-      if ((way->rtnh_flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) == 0) return true;
-  }
+  if (IsUp(route->rtm_flags) && HasGateway(RTM_RTA(route), left)) return true;
+  for (const rtattr* part = RTM_RTA(route); RTA_OK(part, left); part = RTA_NEXT(part, left))
+    if (part->rta_type == RTA_MULTIPATH && HasUsableWay(part)) return true;
   return false;
 }
 
 /// Reads the answer to its end. 0 or an errno.
-int ReadRoutes(int socket, bool& found) {
+int ReadRoutes(int socket, uint32_t question, bool& found) {
   alignas(nlmsghdr) char buffer[32768];
   for (;;) {
     const ssize_t got = recv(socket, buffer, sizeof buffer, 0);
@@ -68,6 +87,7 @@ int ReadRoutes(int socket, bool& found) {
     auto left = static_cast<unsigned int>(got);
     for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
          message = NLMSG_NEXT(message, left)) {
+      if (message->nlmsg_seq != question) continue;
       if (message->nlmsg_type == NLMSG_DONE) return 0;
       if (message->nlmsg_type == NLMSG_ERROR) return EPROTO;
       found = found || IsUsableDefault(message);
@@ -101,7 +121,9 @@ int connection_destroy(connection_h connection) {
 int connection_is_gateway_reachable(connection_h connection, bool* reachable) {
   if (!connection || !reachable) return CONNECTION_ERROR_INVALID_PARAMETER;
   bool found = false;
-  const int error = Ask(connection->routes.get()) ? ReadRoutes(connection->routes.get(), found) : errno;
+  const int socket = connection->routes.get();
+  const uint32_t question = ++connection->question;
+  const int error = Ask(socket, question) ? ReadRoutes(socket, question, found) : errno;
   if (error != 0) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "cannot read the routes: %s", std::strerror(error));
     return CONNECTION_ERROR_FAILED;

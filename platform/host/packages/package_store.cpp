@@ -30,7 +30,10 @@ namespace {
 
 constexpr char kTag[] = "PACKAGES";
 constexpr std::string_view kRemoving = ".removing-";
+constexpr char kHiddenNumber = '~';  // no letter of an id
+constexpr int kMaxHidden = 1000;
 constexpr size_t kMaxIdBytes = 128;
+constexpr size_t kMaxTold = 1000;
 constexpr off_t kMaxManifestBytes = 65536;
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
@@ -39,7 +42,13 @@ std::string InPackages(std::string_view name) {
   return std::string(set_paths::kPackagesDir).append("/").append(name);
 }
 
-/// Says what is wrong with a package when that is news; an empty problem forgets what was wrong.
+/// Whether anything has that name, a link that leads nowhere too.
+bool IsThere(const std::string& path) {
+  return faccessat(AT_FDCWD, SystemPath(path).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+/// Says what is wrong with a package when that is news; an empty problem forgets what was wrong. Of more than
+/// kMaxTold wrong ones at once the others are not told.
 void Complain(const std::string& name, const std::string& problem) {
   static std::mutex& mutex = *new std::mutex;
   static auto& told = *new std::map<std::string, std::string>;
@@ -48,6 +57,9 @@ void Complain(const std::string& name, const std::string& problem) {
     told.erase(name);
     return;
   }
+  if (told.size() >= kMaxTold && !told.contains(name))
+    std::erase_if(told, [](const auto& one) { return !IsThere(InPackages(one.first)); });
+  if (told.size() >= kMaxTold && !told.contains(name)) return;
   std::string& last = told[name];
   if (last == problem) return;
   last = problem;
@@ -85,18 +97,24 @@ std::optional<Package> Load(const std::string& packageId) {
     if (!package) problem.insert(0, "manifest.json: ");
   }
   // A package may go at any moment, which is no error.
-  if (!package && faccessat(AT_FDCWD, folder.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) Complain(packageId, problem);
+  if (!package && IsThere(InPackages(packageId))) Complain(packageId, problem);
   return package;
 }
 
-/// Held by who removes the folder, for as long as that takes; gone with its process.
+/// Held by who removes the folder, for as long as that takes; gone with its process. Without one, errno tells why:
+/// ENOENT also when the folder went while it was locked.
 FdHandle LockForRemoval(const std::string& folder) {
-  FdHandle lock(open(SystemPath(folder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    const int reason = errno;
-    lock.reset();
-    errno = reason;
-  }
+  const std::string path = SystemPath(folder);
+  FdHandle lock(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!lock) return lock;
+  struct stat locked, there;
+  int error = 0;
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &locked) != 0 || lstat(path.c_str(), &there) != 0)
+    error = errno;
+  else if (locked.st_dev != there.st_dev || locked.st_ino != there.st_ino)
+    error = ENOENT;
+  if (error != 0) lock.reset();
+  errno = error;
   return lock;
 }
 
@@ -114,8 +132,36 @@ int RemoveHidden(const std::string& name, const TreeProgress& onProgress = {}) {
   return result.error;
 }
 
-void FinishRemoval(const std::string& name) {
+/// 0 or an errno, which is in the log.
+int RemoveWebCache(const Package& package, const TreeProgress& onProgress = {}) {
+  const std::string folder = WebCacheFolderOf(package);
+  const TreeResult result = RemoveTree(folder, onProgress, set_paths::kWebCacheDir);
+  if (result.error == 0 || result.error == ENOENT) return 0;
+  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed, %d entries stay: %s", folder.c_str(), result.kept,
+               std::strerror(result.error));
+  return result.error;
+}
+
+std::string HiddenName(const std::string& packageId, int number) {
+  const std::string name = std::string(kRemoving) + packageId;
+  return number == 1 ? name : name + kHiddenNumber + std::to_string(number);
+}
+
+/// The package that lies under a hidden name, as long as its manifest is there.
+std::optional<Package> LoadHidden(const std::string& name) {
+  const std::string packageId = name.substr(kRemoving.size(), name.find(kHiddenNumber) - kRemoving.size());
+  std::string problem;
+  const auto text = ReadManifest(SystemPath(InPackages(name)), problem);
+  return text ? ParseManifest(packageId, *text, problem) : std::nullopt;
+}
+
+/// The web cache goes too, unless the application is installed again.
+void FinishRemoval(const std::string& name, const std::vector<Package>& installed) {
   const FdHandle lock = LockForRemoval(InPackages(name));
+  const auto package = lock ? LoadHidden(name) : std::nullopt;
+  if (package && std::none_of(installed.begin(), installed.end(),
+                              [&package](const Package& one) { return one.appId == package->appId; }))
+    RemoveWebCache(*package);
   if (lock && RemoveHidden(name) == 0)
     __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "%s: finished a removal that was interrupted", InPackages(name).c_str());
   if (!lock && (errno == ENOTDIR || errno == ELOOP)) unlink(SystemPath(InPackages(name)).c_str());
@@ -189,10 +235,17 @@ class Percent {
   int m_last = -1;
 };
 
-/// From here on the package is not there any more. 0 or an errno.
-int Hide(const std::string& packageId, const std::string& hidden) {
-  if (rename(SystemPath(InPackages(packageId)).c_str(), SystemPath(InPackages(hidden)).c_str()) != 0) return errno;
-  return SyncFolderOf(SystemPath(InPackages(hidden))) ? 0 : errno;
+/// From here on the package is not there any more, and `hidden` is its name. Names of removals that could not be
+/// finished are passed over. 0 or an errno.
+int Hide(const std::string& packageId, std::string& hidden) {
+  const std::string from = SystemPath(InPackages(packageId));
+  for (int number = 1; number <= kMaxHidden; ++number) {
+    hidden = HiddenName(packageId, number);
+    if (rename(from.c_str(), SystemPath(InPackages(hidden)).c_str()) == 0)
+      return SyncFolderOf(SystemPath(InPackages(hidden))) ? 0 : errno;
+    if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR && errno != EBUSY) return errno;
+  }
+  return EEXIST;
 }
 
 }  // namespace
@@ -207,11 +260,11 @@ bool IsId(const std::string& id) {
 std::vector<Package> List() {
   std::vector<std::string> packageIds, removals;
   ReadNames(packageIds, removals);
-  for (const std::string& name : removals) FinishRemoval(name);
   std::vector<Package> packages;
   for (const std::string& packageId : packageIds)
     if (auto package = Load(packageId)) packages.push_back(std::move(*package));
   SkipDoubles(packages);
+  for (const std::string& name : removals) FinishRemoval(name, packages);
   std::vector<std::tuple<std::string, std::string, size_t>> order;
   for (size_t i = 0; i < packages.size(); ++i) order.emplace_back(SortKey(packages[i].title), packages[i].packageId, i);
   std::sort(order.begin(), order.end());
@@ -220,14 +273,24 @@ std::vector<Package> List() {
   return sorted;
 }
 
+namespace {
+
+/// Whether a package is used depends on the others, so all are read.
+std::optional<Package> Find(std::string Package::*member, const std::string& id) {
+  if (!IsId(id)) return std::nullopt;
+  for (Package& package : List())
+    if (package.*member == id) return std::move(package);
+  return std::nullopt;
+}
+
+}  // namespace
+
 std::optional<Package> FindByPackageId(const std::string& packageId) {
-  return IsId(packageId) ? Load(packageId) : std::nullopt;
+  return Find(&Package::packageId, packageId);
 }
 
 std::optional<Package> FindByAppId(const std::string& appId) {
-  for (Package& package : List())
-    if (package.appId == appId) return std::move(package);
-  return std::nullopt;
+  return Find(&Package::appId, appId);
 }
 
 std::string FolderOf(const Package& package) {
@@ -266,32 +329,27 @@ int Remove(const Package& package, const std::function<void(int)>& onProgress) {
   const std::string folder = FolderOf(package);
   const FdHandle lock = LockForRemoval(folder);
   if (!lock) return errno == ENOENT ? static_cast<int>(PKGMGR_R_ENOPKG) : ResultOf(errno);
-  const TreeResult whole = MeasureTree(folder);
-  if (whole.kept > 0) {
-    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag,
-                 "%s is not removed: %d entries in it are mount points or belong to another user", folder.c_str(),
-                 whole.kept);
-    return PKGMGR_R_ERROR;
+  const TreeResult whole = PrepareTree(folder);
+  if (whole.kept > 0 || whole.error != 0) {
+    const std::string reason =
+        whole.error != 0 ? std::strerror(whole.error)
+                         : std::to_string(whole.kept) + " entries in it are mount points or belong to another user";
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed: %s", folder.c_str(), reason.c_str());
+    return whole.error != 0 ? ResultOf(whole.error) : static_cast<int>(PKGMGR_R_ERROR);
   }
-  const std::string webCache = WebCacheFolderOf(package);
-  const int64_t webBytes = MeasureTree(webCache, set_paths::kWebCacheDir).bytes;
+  const int64_t webBytes = MeasureTree(WebCacheFolderOf(package), set_paths::kWebCacheDir).bytes;
   Percent percent(whole.bytes + webBytes, onProgress);
 
-  // First what can be made again: an interruption leaves a whole package, or none.
-  const TreeResult web = RemoveTree(
-      webCache, [&percent](int64_t bytes) { percent.Removed(bytes); }, set_paths::kWebCacheDir);
-  if (web.error != 0 && web.error != ENOENT)
-    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed: %s", webCache.c_str(), std::strerror(web.error));
-
-  const std::string hidden = std::string(kRemoving) + package.packageId;
-  int error = Hide(package.packageId, hidden);
-  if (error != 0) {
+  std::string hidden;
+  if (const int error = Hide(package.packageId, hidden)) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed: %s", folder.c_str(), std::strerror(error));
     return ResultOf(error);
   }
-  error = RemoveHidden(hidden, [&percent, webBytes](int64_t bytes) { percent.Removed(webBytes + bytes); });
-  if (error == 0) percent.Done();
-  return ResultOf(error);
+  // The web cache first: as long as the manifest is there, it may have to go again.
+  const int web = RemoveWebCache(package, [&percent](int64_t bytes) { percent.Removed(bytes); });
+  const int error = RemoveHidden(hidden, [&percent, webBytes](int64_t bytes) { percent.Removed(webBytes + bytes); });
+  if (error == 0 && web == 0) percent.Done();
+  return ResultOf(error != 0 ? error : web);
 }
 
 }  // namespace packages

@@ -44,7 +44,7 @@ bool IsId(const std::string& id);
 /// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
 /// other is skipped.
 std::vector<Package> List();
-/// Reads that one package only.
+/// One of List().
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 
@@ -61,9 +61,10 @@ int ClearData(const Package& package);
 /// Why the viewer may not remove it ("it is locked"); null when nothing is against it.
 const char* WhyNotRemovable(const Package& package);
 
-/// Removes the package and its web cache, whoever may. A package that holds something that must be left alone (another
-/// owner's file, a mount point) is not removed at all. Else the folder is renamed out of sight first, so that a package
-/// is there whole or not at all; List() finishes what an interruption left. `onProgress` gets 0 to 100, rising.
+/// Removes the package and its web cache, whoever may. A package that is or holds something that must be left alone
+/// (another owner's file, a mount point), or that cannot be read, is not removed at all. Else the folder is renamed out
+/// of sight first, so that a package is there whole or not at all; List() finishes what an interruption left. A web
+/// cache that stays is a failure too, though the package is gone. `onProgress` gets 0 to 100, rising.
 int Remove(const Package& package, const std::function<void(int)>& onProgress = {});
 
 }  // namespace packages

@@ -41,6 +41,10 @@ bool IsFolder(const Status& status) {
   return S_ISDIR(status.stx_mode);
 }
 
+mode_t OpenedUp(const Status& folder) {
+  return (folder.stx_mode & 07777u) | S_IRWXU;
+}
+
 auto Device(const Status& status) {
   return std::pair(status.stx_dev_major, status.stx_dev_minor);
 }
@@ -115,7 +119,20 @@ int Open(const std::string& folder, const std::string& within, Start& start) {
   return errno;
 }
 
-enum class Action { kMeasure, kEmpty, kRemove };
+/// Opens up and opens a folder below `base` that its owner has shut. What is looked at and what is opened up are one,
+/// also when another folder takes its place meanwhile. Without a handle, errno tells why: EACCES when it is not ours.
+FdHandle OpenShut(int in, const char* name, const Status& base) {
+  const FdHandle shut(openat(in, name, kPassFolder));
+  Status status;
+  if (!shut) return {};
+  errno = StatusAt(shut.get(), "", status);
+  if (errno == 0 && WhyNotOurs(status, base) != 0) errno = EACCES;
+  if (errno != 0) return {};
+  if (chmod(("/proc/self/fd/" + std::to_string(shut.get())).c_str(), OpenedUp(status)) != 0) return {};
+  return FdHandle(openat(shut.get(), ".", kOpenFolder));
+}
+
+enum class Action { kMeasure, kPrepare, kEmpty, kRemove };
 
 class Walk {
  public:
@@ -141,6 +158,7 @@ class Walk {
   bool OpenAgain(Level& parent, const Level& child);
   void Push(FdHandle folder, const Status& status, const std::string& name);
 
+  bool OnlyMeasures() const { return m_action == Action::kMeasure || m_action == Action::kPrepare; }
   void Count(const Status& status);
   void Removed(const Status& status);
   void Fail(int error) {
@@ -149,7 +167,7 @@ class Walk {
   void Keep(bool& kept, int error) {
     kept = true;
     ++m_result.kept;
-    if (m_action != Action::kMeasure) Fail(error);
+    if (!OnlyMeasures()) Fail(error);
   }
 
   const Action m_action;
@@ -162,7 +180,8 @@ class Walk {
 
 TreeResult Walk::Run(const std::string& folder, const std::string& within) {
   int error = Open(folder, within, m_start);
-  if (error == 0 && m_action == Action::kRemove && IsMountPoint(m_start.status)) error = EBUSY;
+  if (error == 0 && (m_action == Action::kRemove || m_action == Action::kPrepare) && IsMountPoint(m_start.status))
+    error = EBUSY;
   if (error != 0) {
     Fail(error);
     return m_result;
@@ -182,10 +201,10 @@ TreeResult Walk::Run(const std::string& folder, const std::string& within) {
 }
 
 void Walk::Push(FdHandle folder, const Status& status, const std::string& name) {
-  const bool goes = m_action == Action::kRemove || (m_action == Action::kEmpty && !m_levels.empty());
+  const bool goes = m_action != Action::kMeasure && (m_action != Action::kEmpty || !m_levels.empty());
   // A folder of ours may have been made read-only, which must not keep us from removing it.
-  if (goes && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), S_IRWXU);
-  if (m_action == Action::kMeasure) Count(status);
+  if (goes && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
+  if (OnlyMeasures()) Count(status);
   m_levels.push_back({.folder = std::move(folder), .status = status, .name = name});
   if (m_levels.size() > kOpenLevels) m_levels[m_levels.size() - 1 - kOpenLevels].folder.reset();
   Scan(m_levels.back());
@@ -219,7 +238,7 @@ void Walk::Visit(Level& level, const char* name) {
   if (reason != 0) return Keep(level.kept, reason);
   if (IsFolder(status)) {
     level.folders.emplace_back(name);
-  } else if (m_action == Action::kMeasure) {
+  } else if (OnlyMeasures()) {
     Count(status);
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
     Removed(status);
@@ -233,14 +252,12 @@ void Walk::Enter(const std::string& name) {
   const int in = parent.folder.get();
   FdHandle folder(openat(in, name.c_str(), kOpenFolder));
   if (!folder && errno == EACCES && m_action != Action::kMeasure) {
-    // Its owner may open it up; a link that has taken its place is not followed.
-    fchmodat(in, name.c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW);
-    folder.reset(openat(in, name.c_str(), kOpenFolder));
+    folder = OpenShut(in, name.c_str(), m_start.base);
   }
   if (!folder) {
     // What is no folder any more is found by the next pass.
     if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) return;
-    if (m_action == Action::kMeasure) return Fail(errno);
+    if (OnlyMeasures()) return Fail(errno);
     return Keep(parent.kept, errno);
   }
   Status status;
@@ -265,7 +282,7 @@ bool Walk::Leave() {
     Fail(ESTALE);
     return false;
   }
-  if (m_action != Action::kMeasure) RemoveFolder(parent.folder.get(), level, parent.kept);
+  if (!OnlyMeasures()) RemoveFolder(parent.folder.get(), level, parent.kept);
   if (level.folders.empty()) m_levels.pop_back();
   return true;
 }
@@ -308,6 +325,10 @@ void Walk::Removed(const Status& status) {
 
 TreeResult MeasureTree(const std::string& folder, const std::string& within) {
   return Walk(Action::kMeasure, {}).Run(folder, within);
+}
+
+TreeResult PrepareTree(const std::string& folder, const std::string& within) {
+  return Walk(Action::kPrepare, {}).Run(folder, within);
 }
 
 TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {

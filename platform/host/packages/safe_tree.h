@@ -36,6 +36,11 @@ using TreeProgress = std::function<void(int64_t)>;
 /// error; a folder that cannot be read is.
 TreeResult MeasureTree(const std::string& folder, const std::string& within = {});
 
+/// The same before RemoveTree(): folders of ours that their owner has shut or made read-only are opened up for him.
+/// When neither `kept` nor `error` is set, nothing that is there stands against the removal. A folder that is a mount
+/// point is EBUSY.
+TreeResult PrepareTree(const std::string& folder, const std::string& within = {});
+
 /// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
 /// hard links frees nothing.
 TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});
