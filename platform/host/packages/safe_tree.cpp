@@ -119,7 +119,8 @@ enum class Action { kMeasure, kEmpty, kRemove };
 
 class Walk {
  public:
-  Walk(Action action, const TreeProgress& onProgress) : m_action(action), m_onProgress(onProgress) {}
+  Walk(Action action, const TreeProgress& onProgress, std::optional<time_t> changedBefore = {})
+      : m_action(action), m_onProgress(onProgress), m_changedBefore(changedBefore) {}
 
   TreeResult Run(const std::string& folder, const std::string& within);
 
@@ -141,6 +142,7 @@ class Walk {
   bool OpenAgain(Level& parent, const Level& child);
   void Push(FdHandle folder, const Status& status, const std::string& name);
 
+  bool IsToStay(const Status& status) const;
   void Count(const Status& status);
   void Removed(const Status& status);
   void Fail(int error) {
@@ -154,6 +156,7 @@ class Walk {
 
   const Action m_action;
   const TreeProgress& m_onProgress;
+  const std::optional<time_t> m_changedBefore;
   TreeResult m_result;
   Start m_start;
   std::deque<Level> m_levels;
@@ -184,7 +187,7 @@ TreeResult Walk::Run(const std::string& folder, const std::string& within) {
 void Walk::Push(FdHandle folder, const Status& status, const std::string& name) {
   const bool goes = m_action == Action::kRemove || (m_action == Action::kEmpty && !m_levels.empty());
   // A folder of ours may have been made read-only, which must not keep us from removing it.
-  if (goes && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), S_IRWXU);
+  if (goes && !m_changedBefore && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), S_IRWXU);
   if (m_action == Action::kMeasure) Count(status);
   m_levels.push_back({.folder = std::move(folder), .status = status, .name = name});
   if (m_levels.size() > kOpenLevels) m_levels[m_levels.size() - 1 - kOpenLevels].folder.reset();
@@ -221,6 +224,8 @@ void Walk::Visit(Level& level, const char* name) {
     level.folders.emplace_back(name);
   } else if (m_action == Action::kMeasure) {
     Count(status);
+  } else if (IsToStay(status)) {
+    level.kept = true;
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
     Removed(status);
   } else if (errno != ENOENT) {
@@ -232,7 +237,7 @@ void Walk::Enter(const std::string& name) {
   Level& parent = m_levels.back();
   const int in = parent.folder.get();
   FdHandle folder(openat(in, name.c_str(), kOpenFolder));
-  if (!folder && errno == EACCES && m_action != Action::kMeasure) {
+  if (!folder && errno == EACCES && m_action != Action::kMeasure && !m_changedBefore) {
     // Its owner may open it up; a link that has taken its place is not followed.
     fchmodat(in, name.c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW);
     folder.reset(openat(in, name.c_str(), kOpenFolder));
@@ -281,6 +286,7 @@ bool Walk::OpenAgain(Level& parent, const Level& child) {
 
 /// Where the folder has filled again, it gets another pass and may then have folders to enter.
 void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
+  if (IsToStay(level.status)) level.kept = true;
   while (!level.kept) {
     if (unlinkat(parent, level.name.c_str(), AT_REMOVEDIR) == 0) return Removed(level.status);
     if (errno == ENOENT) return;
@@ -290,6 +296,12 @@ void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
     if (!level.folders.empty()) return;
   }
   parentKept = true;
+}
+
+bool Walk::IsToStay(const Status& status) const {
+  if (!m_changedBefore) return false;
+  const bool hasAge = IsFolder(status) || S_ISREG(status.stx_mode) || S_ISLNK(status.stx_mode);
+  return !hasAge || status.stx_mtime.tv_sec >= *m_changedBefore;
 }
 
 void Walk::Count(const Status& status) {
@@ -310,8 +322,9 @@ TreeResult MeasureTree(const std::string& folder, const std::string& within) {
   return Walk(Action::kMeasure, {}).Run(folder, within);
 }
 
-TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {
-  return Walk(Action::kEmpty, onProgress).Run(folder, within);
+TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within,
+                     std::optional<time_t> changedBefore) {
+  return Walk(Action::kEmpty, onProgress, changedBefore).Run(folder, within);
 }
 
 TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {
