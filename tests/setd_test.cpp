@@ -1,13 +1,20 @@
 // The parts of the set's daemon that need no process: reading requests, private data, limits of what is kept.
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
+#include <thread>
+#include <vector>
 
 #include "set_paths.h"
 #include "setd/deep_clean.h"
@@ -120,6 +127,46 @@ TEST(SetdRequest, LinksFoldersAndLaterPayloadsAreNotTaken) {
   EXPECT_TRUE(Exists(trigger));
 }
 
+TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
+  const std::string answer = "/tmp/tager/appDataCacheSize_", ack = "/tmp/tager/ack/appDataCacheSize_";
+  const struct {
+    std::string app;
+    bool hasResult, isRequested;
+    time_t age;
+    bool isFinished, stays;
+  } kCases[] = {
+      {"lacksAck", true, false, 5, true, true},
+      {"late", true, false, 60, true, false},
+      {"requested", true, true, 5, false, true},
+      {"noResult", false, false, 5, false, false},
+  };
+  fs::create_directories(SystemPath("/tmp/tager/req"));
+  for (const auto& each : kCases) {
+    if (each.hasResult) Write(answer + each.app, "1|2");
+    if (each.hasResult) SetAge(answer + each.app, each.age);
+    Write(answer + each.app + "#ack", "");
+    SetAge(answer + each.app + "#ack", each.age);
+    if (each.isRequested) Write("/tmp/tager/req/calcAppDataCacheSize_" + each.app, "p|" + each.app + "\n");
+  }
+  Write(answer + "half#ack#abcdef", "");
+  FinishInterrupted();
+  EXPECT_FALSE(Exists(answer + "half#ack#abcdef"));
+  for (const auto& each : kCases) {
+    EXPECT_EQ(Exists(ack + each.app), each.isFinished) << each.app;
+    EXPECT_FALSE(Exists(answer + each.app + "#ack")) << each.app;
+  }
+  EXPECT_TRUE(RemoveOldAnswers());
+  for (const auto& each : kCases) {
+    EXPECT_EQ(Exists(answer + each.app), each.stays) << each.app;
+    EXPECT_EQ(Exists(ack + each.app), each.stays && each.isFinished) << each.app;
+  }
+  for (const auto& each : kCases)
+    if (each.stays) SetAge(answer + each.app, 60);
+  fs::remove(SystemPath(ack + "lacksAck"));
+  EXPECT_FALSE(RemoveOldAnswers());
+  for (const auto& each : kCases) EXPECT_FALSE(Exists(answer + each.app)) << each.app;
+}
+
 TEST(SetdScrubber, ReplacesWhatIsPrivateAndNothingElse) {
   const struct {
     const char* text;
@@ -185,23 +232,61 @@ TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {
   EXPECT_TRUE(Exists(folder + "notes.txt"));
 }
 
+TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
+  std::vector<std::string> files(4);
+  {
+    std::vector<std::jthread> threads;
+    for (std::string& file : files)
+      threads.emplace_back([&] {
+        std::string problem;
+        EXPECT_TRUE(MakeReport("SOUND-A", file, problem)) << problem;
+      });
+  }
+  EXPECT_EQ(std::set<std::string>(files.begin(), files.end()).size(), files.size());
+  for (const std::string& file : files) {
+    struct stat status;
+    ASSERT_EQ(stat(SystemPath(file).c_str(), &status), 0) << file;
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+  }
+}
+
 TEST(SetdDeepClean, RemovesOldFilesOnlyAndNeverThroughALink) {
   const time_t cutoff = time(nullptr) - 3600;
+  const std::string folder = "/tmp/vexilo-apps/org.a/";
+  for (const char* file : {"old", "new", "folder/old", "mixed/new", "shut/old", "filled/old"})
+    Write(folder + file, "x");
   Write("/tmp/org.a/old", "x");
-  Write("/tmp/org.a/new", "x");
-  Write("/tmp/org.a/folder/old", "x");
-  Write("/tmp/org.a/mixed/new", "x");
   Write("/home/owner/share/precious", "x");
-  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath("/tmp/org.a/link"));
-  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath("/tmp/org.b"));
-  for (const char* path : {"/tmp/org.a/old", "/tmp/org.a/folder/old", "/tmp/org.a/folder", "/tmp/org.a/mixed",
-                           "/tmp/org.a/link", "/home/owner/share/precious"})
-    SetAge(path, 7200);
-  RemoveOlderThan("/tmp/org.a", cutoff);
-  RemoveOlderThan("/tmp/org.b", cutoff);
-  for (const char* gone : {"/tmp/org.a/old", "/tmp/org.a/folder/old", "/tmp/org.a/link"}) EXPECT_FALSE(Exists(gone));
-  for (const char* kept : {"/tmp/org.a/new", "/tmp/org.a/mixed/new", "/home/owner/share/precious", "/tmp/org.b"})
+  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath(folder + "link"));
+  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath("/tmp/vexilo-apps/org.b"));
+  ASSERT_EQ(mkfifo(SystemPath(folder + "fifo").c_str(), 0600), 0);
+  for (const char* each : {"old", "folder/old", "folder", "mixed", "link", "fifo", "shut/old", "filled/old"})
+    SetAge(folder + each, 7200);
+  SetAge("/tmp/org.a/old", 7200);
+  SetAge("/home/owner/share/precious", 7200);
+  ASSERT_EQ(chmod(SystemPath(folder + "shut").c_str(), 0500), 0);
+  EXPECT_EQ(RemoveTemporaryFiles("org.a", cutoff), geteuid() == 0 ? 6 : 5);
+  EXPECT_EQ(RemoveTemporaryFiles("org.b", cutoff), 0);
+  for (const char* gone : {"old", "folder", "link", "filled/old"}) EXPECT_FALSE(Exists(folder + gone)) << gone;
+  for (const char* kept : {"new", "mixed/new", "fifo", "filled", "shut"}) EXPECT_TRUE(Exists(folder + kept)) << kept;
+  for (const char* kept : {"/tmp/org.a/old", "/home/owner/share/precious", "/tmp/vexilo-apps/org.b"})
     EXPECT_TRUE(Exists(kept)) << kept;
+  struct stat shut;
+  ASSERT_EQ(stat(SystemPath(folder + "shut").c_str(), &shut), 0);
+  EXPECT_EQ(shut.st_mode & 0777, 0500u) << "what stays keeps its mode";
+}
+
+TEST(SetdDeepClean, DoesNotEnterMountsOfTheSameDisk) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  Write("/home/owner/share/precious", "x");
+  SetAge("/home/owner/share/precious", 7200);
+  for (const std::string folder : {"/tmp/vexilo-apps/org.a/mounted", "/tmp/vexilo-apps/org.b"}) {
+    fs::create_directories(SystemPath(folder));
+    ASSERT_EQ(mount(SystemPath("/home/owner/share").c_str(), SystemPath(folder).c_str(), nullptr, MS_BIND, nullptr), 0);
+  }
+  for (const char* package : {"org.a", "org.b"}) EXPECT_EQ(RemoveTemporaryFiles(package, time(nullptr)), 0);
+  EXPECT_TRUE(Exists("/home/owner/share/precious"));
 }
 
 }  // namespace

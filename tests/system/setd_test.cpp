@@ -3,13 +3,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/inotify.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <thread>
 
@@ -106,11 +112,15 @@ void Ask(const std::string& request, const std::string& payload) {
   Write("/tmp/tager/req/" + request, "");
 }
 
-bool Runs(ChildProcess& process) {
+bool Runs(pid_t pid) {
   char state = 'Z';
   std::string name;
-  std::ifstream("/proc/" + std::to_string(process.Pid()) + "/stat") >> name >> name >> state;
+  std::ifstream("/proc/" + std::to_string(pid) + "/stat") >> name >> name >> state;
   return state != 'Z';
+}
+
+bool Runs(ChildProcess& process) {
+  return Runs(process.Pid());
 }
 
 /// A script of the package org.a that SIGTERM does not end; it is ready when this returns.
@@ -200,7 +210,12 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   ChildProcess executable({Program("org.a"), "60"});
   const auto script = StartStubborn();
   ChildProcess environment({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
+  // Working in the folder is not enough, but for what a process of the package has started.
   ChildProcess directory({"setsid", "env", "-C", folder, "sleep", "60"});
+  Write("/opt/usr/apps/org.a/bin/parent.sh", "cd \"${0%/*}\"; sh -c 'sleep 60 & echo $! >child; wait'; :\n");
+  ChildProcess parent({"sh", folder + "/bin/parent.sh"});
+  ASSERT_TRUE(Comes([] { return Has(Read("/opt/usr/apps/org.a/bin/child"), "\n"); }));
+  const pid_t child = std::stoi(Read("/opt/usr/apps/org.a/bin/child"));
   ChildProcess otherPackage({Program("org.ab"), "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
   ChildProcess otherRoot({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}, {"VEXILO_ROOT", "/elsewhere"}}});
   ChildProcess reader({"tail", "-f", folder + "/manifest.json"});
@@ -217,8 +232,10 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   EXPECT_FALSE(Exists("/tmp/tager/killApp"));
   EXPECT_EQ(executable.Wait().signal, SIGTERM);
   EXPECT_EQ(environment.Wait().signal, SIGTERM);
-  EXPECT_EQ(directory.Wait().signal, SIGTERM);
+  EXPECT_EQ(parent.Wait().signal, SIGTERM);
+  EXPECT_TRUE(Comes([&] { return !Runs(child); }));
   EXPECT_EQ(script->Wait().signal, SIGKILL);
+  EXPECT_TRUE(Runs(directory));
   EXPECT_TRUE(Runs(otherPackage));
   EXPECT_TRUE(Runs(otherRoot));
   EXPECT_TRUE(Runs(reader));
@@ -260,25 +277,39 @@ TEST(Setd, BoostEndsWhatNobodyLooksAt) {
 TEST(Setd, DeepCleanEmptiesCachesAndOldThingsThenSaysSo) {
   Install("org.a", "org.a.app");
   Write(std::string(set_paths::kCobaltDir) + "/disk", std::string(100000, 'x'));
-  Write("/tmp/org.a/old", "x");
+  Write("/tmp/vexilo-apps/org.a/old", "x");
   Write("/tmp/qsyslink/inference_result", "1\n");
   Write(std::string(set_paths::kReportsDir) + "/a.tar.zst", "x");
   const int64_t cobalt = DiskUsage(set_paths::kCobaltDir);
   const auto old = fs::file_time_type::clock::now() - std::chrono::hours(24 * 8);
   for (const char* path :
-       {"/tmp/org.a/old", "/tmp/qsyslink/inference_result", "/var/lib/vexilo-host/reports/a.tar.zst"})
+       {"/tmp/vexilo-apps/org.a/old", "/tmp/qsyslink/inference_result", "/var/lib/vexilo-host/reports/a.tar.zst"})
     fs::last_write_time(Path(path), old);
   const Daemon daemon = StartDaemon();
   EXPECT_TRUE(Comes([&] { return Read(set_paths::kCobaltSize) == std::to_string(cobalt); }));
   Write("/tmp/tager/req/CleanAll.txt", "CleanUp\n");
   EXPECT_TRUE(Goes(set_paths::kDeepCleanRequest));
   for (const char* gone :
-       {"/opt/usr/apps/org.a/cache/file", "/tmp/org.a/old", "/var/lib/vexilo-host/reports/a.tar.zst"})
+       {"/opt/usr/apps/org.a/cache/file", "/tmp/vexilo-apps/org.a/old", "/var/lib/vexilo-host/reports/a.tar.zst"})
     EXPECT_FALSE(Exists(gone)) << gone;
   EXPECT_TRUE(Exists("/opt/usr/apps/org.a/data/file"));
   EXPECT_TRUE(Exists("/tmp/qsyslink/inference_result"));
   EXPECT_EQ(Read(set_paths::kCobaltSize), std::to_string(cobalt)) << "what is stored is no cache";
   EXPECT_TRUE(Has(Read(set_paths::kLogFile), "deep clean: emptied 1 caches, removed 1 temporary files and 1 reports"));
+}
+
+TEST(Setd, TheWebEnginesSizeIsThatOfTheAnswer) {
+  Install("9Ur5IzDKqV", "9Ur5IzDKqV");
+  const Daemon daemon = StartDaemon();
+  ASSERT_TRUE(Comes([] { return Exists(set_paths::kCobaltSize); }));
+  Write(std::string(set_paths::kCobaltDir) + "/disk", std::string(100000, 'x'));
+  AskSize("9Ur5IzDKqV", "9Ur5IzDKqV");
+  ASSERT_TRUE(Comes([] { return Exists(Ack("9Ur5IzDKqV")); }));
+  EXPECT_EQ(Read(set_paths::kCobaltSize), std::to_string(DiskUsage(set_paths::kCobaltDir)));
+  fs::remove(Path(std::string(set_paths::kCobaltDir) + "/disk"));
+  Ask("clearAppCache", "9Ur5IzDKqV|9Ur5IzDKqV\n");
+  ASSERT_TRUE(Goes("/tmp/tager/req/clearAppCache"));
+  EXPECT_EQ(Read(set_paths::kCobaltSize), std::to_string(DiskUsage(set_paths::kCobaltDir)));
 }
 
 TEST(Setd, SurvivesBadRequestsAndFoldersThatGo) {
@@ -381,6 +412,44 @@ TEST(SetdReport, HoldsTheLogsWithoutPrivateData) {
   EXPECT_TRUE(Has(Read("/tmp/unpacked/state.txt"), "eth0 <mac-"));
   EXPECT_TRUE(Has(Read("/tmp/unpacked/meta.json"), "VX55A100"));
   EXPECT_TRUE(Has(Read("/tmp/unpacked/events.jsonl"), "Scan"));
+}
+
+TEST(SetdReport, HasWholeLinesOfTheJournalWhereTheLogGoesThere) {
+  Write("/bin/journalctl",
+        "#!/bin/sh\ncase \"$*\" in *'-t TVVexilo -t SETD '*) ;; *) exit 1 ;; esac\n"
+        "yes 'start of a line of which many make more than is kept' | head -n 30000\n");
+  fs::permissions(Path("/bin/journalctl"), fs::perms::owner_all);
+  Write("/tmp/kov_NDF/OTHER-A.log", "");
+  const std::map<std::string, std::string> environment = {{"VEXILO_LOG_TARGET", "stderr"},
+                                                          {"PATH", Path("/bin") + ":" + getenv("PATH")}};
+  ASSERT_EQ(RunProcess({SETD, "--once"}, {.env = environment}).exitCode, 0);
+  ASSERT_EQ(Reports().size(), 1u);
+  fs::create_directories(Path("/tmp/unpacked"));
+  ASSERT_EQ(RunProcess({"tar", "-C", Path("/tmp/unpacked"), "-xf", Reports()[0]}).exitCode, 0);
+  const std::string log = Read("/tmp/unpacked/vexilo.log");
+  EXPECT_TRUE(log.starts_with("start of a line")) << log.substr(0, 200);
+  EXPECT_GT(log.size(), 1000000u);
+  EXPECT_LE(log.size(), size_t{1024 * 1024});
+}
+
+TEST(SetdReport, WhoseTriggerCannotBeRemovedIsMadeOnce) {
+  const std::string trigger = "/tmp/kov_NDF/SOUND-A.log";
+  Write(trigger, "");
+  Write("/tmp/mounted", "");
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  ASSERT_EQ(mount(Path("/tmp/mounted").c_str(), Path(trigger).c_str(), nullptr, MS_BIND, nullptr), 0);
+  const Daemon daemon = StartDaemon();
+  const auto tries = [&] {
+    const std::string log = Read(set_paths::kLogFile);
+    size_t count = 0;
+    for (size_t at = 0; (at = log.find(trigger + " stays", at)) != log.npos; ++at) ++count;
+    return count;
+  };
+  ASSERT_TRUE(Comes([&] { return tries() >= 2; }));
+  EXPECT_EQ(Reports().size(), 1u);
+  ASSERT_EQ(umount(Path(trigger).c_str()), 0);
+  EXPECT_TRUE(Goes(trigger));
 }
 
 TEST(SetdReport, AfterARestartOnlyAndThenOnce) {

@@ -136,7 +136,8 @@ enum class Action { kMeasure, kPrepare, kEmpty, kRemove };
 
 class Walk {
  public:
-  Walk(Action action, const TreeProgress& onProgress) : m_action(action), m_onProgress(onProgress) {}
+  Walk(Action action, const TreeProgress& onProgress, std::optional<time_t> changedBefore = {})
+      : m_action(action), m_onProgress(onProgress), m_changedBefore(changedBefore) {}
 
   TreeResult Run(const std::string& folder, const std::string& within);
 
@@ -159,6 +160,7 @@ class Walk {
   void Push(FdHandle folder, const Status& status, const std::string& name);
 
   bool OnlyMeasures() const { return m_action == Action::kMeasure || m_action == Action::kPrepare; }
+  bool IsToStay(const Status& status) const;
   void Count(const Status& status);
   void Removed(const Status& status);
   void Fail(int error) {
@@ -172,6 +174,7 @@ class Walk {
 
   const Action m_action;
   const TreeProgress& m_onProgress;
+  const std::optional<time_t> m_changedBefore;
   TreeResult m_result;
   Start m_start;
   std::deque<Level> m_levels;
@@ -203,7 +206,7 @@ TreeResult Walk::Run(const std::string& folder, const std::string& within) {
 void Walk::Push(FdHandle folder, const Status& status, const std::string& name) {
   const bool goes = m_action != Action::kMeasure && (m_action != Action::kEmpty || !m_levels.empty());
   // A folder of ours may have been made read-only, which must not keep us from removing it.
-  if (goes && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
+  if (goes && !m_changedBefore && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
   if (OnlyMeasures()) Count(status);
   m_levels.push_back({.folder = std::move(folder), .status = status, .name = name});
   if (m_levels.size() > kOpenLevels) m_levels[m_levels.size() - 1 - kOpenLevels].folder.reset();
@@ -240,6 +243,8 @@ void Walk::Visit(Level& level, const char* name) {
     level.folders.emplace_back(name);
   } else if (OnlyMeasures()) {
     Count(status);
+  } else if (IsToStay(status)) {
+    level.kept = true;
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
     Removed(status);
   } else if (errno != ENOENT) {
@@ -251,7 +256,7 @@ void Walk::Enter(const std::string& name) {
   Level& parent = m_levels.back();
   const int in = parent.folder.get();
   FdHandle folder(openat(in, name.c_str(), kOpenFolder));
-  if (!folder && errno == EACCES && m_action != Action::kMeasure) {
+  if (!folder && errno == EACCES && m_action != Action::kMeasure && !m_changedBefore) {
     folder = OpenShut(in, name.c_str(), m_start.base);
   }
   if (!folder) {
@@ -298,6 +303,7 @@ bool Walk::OpenAgain(Level& parent, const Level& child) {
 
 /// Where the folder has filled again, it gets another pass and may then have folders to enter.
 void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
+  if (IsToStay(level.status)) level.kept = true;
   while (!level.kept) {
     if (unlinkat(parent, level.name.c_str(), AT_REMOVEDIR) == 0) return Removed(level.status);
     if (errno == ENOENT) return;
@@ -307,6 +313,12 @@ void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
     if (!level.folders.empty()) return;
   }
   parentKept = true;
+}
+
+bool Walk::IsToStay(const Status& status) const {
+  if (!m_changedBefore) return false;
+  const bool hasAge = IsFolder(status) || S_ISREG(status.stx_mode) || S_ISLNK(status.stx_mode);
+  return !hasAge || status.stx_mtime.tv_sec >= *m_changedBefore;
 }
 
 void Walk::Count(const Status& status) {
@@ -331,8 +343,9 @@ TreeResult PrepareTree(const std::string& folder, const std::string& within) {
   return Walk(Action::kPrepare, {}).Run(folder, within);
 }
 
-TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {
-  return Walk(Action::kEmpty, onProgress).Run(folder, within);
+TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within,
+                     std::optional<time_t> changedBefore) {
+  return Walk(Action::kEmpty, onProgress, changedBefore).Run(folder, within);
 }
 
 TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {

@@ -16,7 +16,9 @@
 /// Thread rule: callable from any thread. Calls block for as long as the walk takes. Paths are of the set.
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace packages {
@@ -42,8 +44,11 @@ TreeResult MeasureTree(const std::string& folder, const std::string& within = {}
 TreeResult PrepareTree(const std::string& folder, const std::string& within = {});
 
 /// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
-/// hard links frees nothing.
-TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});
+/// hard links frees nothing. With `changedBefore` (seconds since 1970) only regular files and links that were last
+/// changed before then go, and folders as old that are empty then; the rest stays as it is, is no error and is not in
+/// `kept`.
+TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {},
+                     std::optional<time_t> changedBefore = {});
 
 /// The same, and removes the folder when nothing was kept in it. A folder that is a mount point is not touched (EBUSY).
 TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});

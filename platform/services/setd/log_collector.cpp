@@ -57,15 +57,12 @@ bool Remove(const std::string& path) {
   return false;
 }
 
-bool MakeReportOf(const std::string& folder, const std::string& trigger) {
-  std::string file, problem;
-  if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kSuffix)), file, problem)) {
-    Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
-    return false;
-  }
-  Log(DLOG_INFO, "collected the report " + file);
-  return Remove(SystemPath(folder + "/" + trigger)) &&
-         (folder != set_paths::kRebootReportTriggers || Remove(WaitingPath(trigger)));
+/// Tells a file from one that has come in its place or was touched since; empty when it is not there.
+std::string IdentityOf(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return {};
+  return std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
+         std::to_string(status.st_mtim.tv_nsec);
 }
 
 }  // namespace
@@ -137,9 +134,39 @@ void LogCollector::LookAfterRestart(const std::string& trigger) {
     Log(DLOG_INFO, "the report of " + trigger + " is due after a restart of the set");
 }
 
+bool LogCollector::MakeReportOf(const std::string& folder, const std::string& trigger) {
+  const bool isAfterRestart = folder == set_paths::kRebootReportTriggers;
+  const std::string path = SystemPath(folder + "/" + trigger);
+  // After a restart the note asks, with or without its trigger.
+  const std::string asking = isAfterRestart ? WaitingPath(trigger) : path;
+  const std::string identity = IdentityOf(asking);
+  if (!TakeCollected(asking, identity)) {
+    std::string file, problem;
+    if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kSuffix)), file, problem)) {
+      Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
+      return false;
+    }
+    Log(DLOG_INFO, "collected the report " + file);
+  }
+  if (Remove(path) && (!isAfterRestart || Remove(asking))) return true;
+  const std::lock_guard guard(m_lock);
+  m_collected[asking] = identity;
+  return false;
+}
+
+/// Whether the report of just that was made already; forgets it.
+bool LogCollector::TakeCollected(const std::string& path, const std::string& identity) {
+  const std::lock_guard guard(m_lock);
+  const auto found = m_collected.find(path);
+  if (found == m_collected.end()) return false;
+  const bool same = found->second == identity;
+  m_collected.erase(found);
+  return same;
+}
+
 void LogCollector::Collect(const std::string& folder, const std::string& trigger) {
   m_jobs.Run(
-      "report " + folder + "/" + trigger, [=](const StopFlag&) { return MakeReportOf(folder, trigger); },
+      "report " + folder + "/" + trigger, [=, this](const StopFlag&) { return MakeReportOf(folder, trigger); },
       [this, folder, trigger] {
         Look(folder, trigger);
         // A due one may have no trigger any more.

@@ -4,6 +4,8 @@
 ///
 /// Thread rule: the main thread, with the GLib default main loop. The work is done on the threads of `jobs`.
 
+#include <map>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -26,12 +28,17 @@ class LogCollector {
   void LookAfterRestart(const std::string& trigger);
   void RememberKernel();
   void Collect(const std::string& folder, const std::string& trigger);
+  bool MakeReportOf(const std::string& folder, const std::string& trigger);
+  bool TakeCollected(const std::string& path, const std::string& identity);
 
   Jobs& m_jobs;
   std::string m_bootId;
   FolderWatch m_triggers;
   FolderWatch m_restartTriggers;
   std::set<std::string> m_unknown;  // names that the log has
+  std::mutex m_lock;
+  // Guarded by m_lock: what asked for a report that was made and could not be removed then, with its identity.
+  std::map<std::string, std::string> m_collected;
 };
 
 }  // namespace setd

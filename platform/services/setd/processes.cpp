@@ -11,8 +11,10 @@
 #include <climits>
 #include <filesystem>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "base/atomic_file.h"
 #include "set_paths.h"
@@ -86,15 +88,16 @@ std::string ScriptOf(const std::string& proc, const std::string& executable) {
   return {};
 }
 
-bool HasTerminal(const std::string& proc) {
+/// 0 for none, or when it has ended.
+pid_t ParentOf(const std::string& proc) {
   std::string stat;
-  if (!ReadWholeFile(proc + "stat", stat)) return true;
-  // After the name, which may hold anything: state, parent, group, session, terminal.
+  if (!ReadWholeFile(proc + "stat", stat)) return 0;
+  // After the name, which may hold anything.
   std::istringstream fields(stat.substr(std::min(stat.rfind(')'), stat.size() - 1) + 1));
   std::string state;
-  long parent = 0, group = 0, session = 0, terminal = 1;
-  fields >> state >> parent >> group >> session >> terminal;
-  return terminal != 0;
+  pid_t parent = 0;
+  fields >> state >> parent;
+  return parent;
 }
 
 /// The package id that a process with that executable belongs to; empty for none.
@@ -116,7 +119,7 @@ std::string OwnerOf(const std::string& proc, const std::string& executable,
       std::find_if(packages.begin(), packages.end(), [&](const auto& each) { return each.appId == appId; });
   // Sets in other roots may have an application of the same id.
   if (!appId.empty()) return named == packages.end() || root != SystemRoot() ? "" : named->packageId;
-  return HasTerminal(proc) ? "" : PackageAt(LinkTarget(proc + "cwd"));
+  return {};
 }
 
 /// The same of a process that may be about to become another program: all that was read must be of one.
@@ -145,27 +148,71 @@ int WaitForEnd(std::vector<Process>& processes, Clock::duration time, const Stop
   return static_cast<int>(before - processes.size());
 }
 
-}  // namespace
+/// A process that may belong to a package.
+struct Candidate {
+  Process process;  // with the package of its program, if any
+  pid_t parent = 0;
+  std::string workingPackage{};  // whose folder it works in
+};
+using Candidates = std::map<pid_t, Candidate>;
 
-std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages) {
-  std::vector<Process> found;
+/// This user's processes, but this one.
+Candidates AllProcesses(const std::vector<packages::Package>& packages) {
+  Candidates found;
   std::error_code error;
   // The processes are the machine's, whatever the set root.
   for (std::filesystem::directory_iterator each("/proc", error), end; !error && each != end; each.increment(error)) {
     const std::string name = each->path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    Process process{static_cast<pid_t>(std::stol(name))};
+    Candidate one{{static_cast<pid_t>(std::stol(name))}};
+    Process& process = one.process;
     struct stat status;
     if (process.pid == getpid() || process.pid == 1 || stat(each->path().c_str(), &status) != 0 ||
         status.st_uid != geteuid())
       continue;
     process.handle.reset(OpenProcess(process.pid));
     if (!process.handle) continue;
-    process.packageId = OwnerOf(each->path().string() + "/", packages);
-    const bool belongs = std::any_of(packages.begin(), packages.end(),
-                                     [&](const auto& package) { return package.packageId == process.packageId; });
+    const std::string proc = each->path().string() + "/";
+    process.packageId = OwnerOf(proc, packages);
+    if (process.packageId.empty()) one.workingPackage = PackageAt(LinkTarget(proc + "cwd"));
+    one.parent = ParentOf(proc);
     // While its handle lives on, what was read was read of this process and no later one of its number.
-    if (belongs && !HasEnded(process)) found.push_back(std::move(process));
+    if (HasEnded(process)) continue;
+    // A mere link of a chain is never sent anything; a machine may have more of them than descriptors.
+    if (process.packageId.empty() && one.workingPackage.empty()) process.handle.reset();
+    found.emplace(process.pid, std::move(one));
+  }
+  return found;
+}
+
+/// Anybody's program may work in a package's folder: that counts only below a process of the package.
+std::string OwnerOf(const Candidate& candidate, const Candidates& all) {
+  if (!candidate.process.packageId.empty()) return candidate.process.packageId;
+  if (candidate.workingPackage.empty()) return {};
+  auto above = all.find(candidate.parent);
+  // Numbers that were given again meanwhile could lead round in a circle.
+  for (size_t steps = 0; above != all.end() && steps < all.size(); ++steps) {
+    if (above->second.process.packageId == candidate.workingPackage) return candidate.workingPackage;
+    above = all.find(above->second.parent);
+  }
+  return {};
+}
+
+}  // namespace
+
+std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages) {
+  Candidates all = AllProcesses(packages);
+  std::vector<Process> found;
+  std::vector<std::pair<pid_t, std::string>> owners;
+  for (const auto& [pid, candidate] : all) {
+    const std::string owner = OwnerOf(candidate, all);
+    const bool belongs =
+        std::any_of(packages.begin(), packages.end(), [&](const auto& each) { return each.packageId == owner; });
+    if (belongs) owners.emplace_back(pid, owner);
+  }
+  for (auto& [pid, owner] : owners) {
+    found.push_back(std::move(all.at(pid).process));
+    found.back().packageId = owner;
   }
   return found;
 }

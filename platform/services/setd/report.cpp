@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <vector>
 
 #include "base/atomic_file.h"
@@ -113,6 +114,17 @@ std::string FreePath(const std::string& name, time_t now, const char* suffix) {
   return path;
 }
 
+/// For this user's eyes: the folder is shut before the file is readable in it.
+bool PublishPrivate(const std::string& path, const std::string& bytes) {
+  const std::string folder = SystemPath(set_paths::kReportsDir);
+  if (chmod(folder.c_str(), 0700) != 0 || !PublishFile(path, bytes)) return false;
+  if (chmod(path.c_str(), 0600) == 0) return true;
+  const int error = errno;
+  unlink(path.c_str());
+  errno = error;
+  return false;
+}
+
 }  // namespace
 
 std::string MachinePath(const std::string& path) {
@@ -147,13 +159,15 @@ bool MakeReport(const std::string& name, std::string& file, std::string& problem
   for (const auto& [source, text] : files) archive.Add(source, scrubber.Clean(text), now);
   std::string bytes;
   if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
+  static std::mutex publishing;
+  const std::lock_guard guard(publishing);
   file = FreePath(name, now, archive.Suffix());
-  if (PublishFile(SystemPath(file), bytes)) {
-    PruneReports();
-    return true;
+  if (!PublishPrivate(SystemPath(file), bytes)) {
+    problem = file + ": " + std::strerror(errno);
+    return false;
   }
-  problem = file + ": " + std::strerror(errno);
-  return false;
+  PruneReports();
+  return true;
 }
 
 int PruneReports(time_t age) {

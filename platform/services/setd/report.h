@@ -2,7 +2,7 @@
 /// @file
 /// Error reports: compressed archives in set_paths::kReportsDir. docs/setd.md says what is in them.
 ///
-/// Thread rule: callable from any thread, for one report at a time. Calls block.
+/// Thread rule: callable from any thread. Calls block.
 
 #include <ctime>
 #include <string>
@@ -16,7 +16,8 @@ std::string MachinePath(const std::string& path);
 std::string CategoryOf(const std::string& name);
 
 /// Collects and publishes a report of the name (letters, digits, '.', '_', '-'). `file` is set to the path, of the set,
-/// of the archive. False when it is not there; `problem` tells why.
+/// of the archive, which only this user can read (0600) and never takes another's place. False when it is not there;
+/// `problem` tells why.
 bool MakeReport(const std::string& name, std::string& file, std::string& problem);
 
 inline constexpr time_t kMaxReportAge = 30 * 24 * 60 * 60;

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <string_view>
+#include <vector>
 
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
@@ -28,6 +29,8 @@ constexpr off_t kMaxRequest = 4096;
 constexpr time_t kAnswerSeconds = 30;
 // No id holds this letter, so no name of the protocol does.
 constexpr char kOurMark = '#';
+// An acknowledgement that waits, beside its result, for the request to be removed.
+constexpr char kReadyMark[] = "#ack";
 
 struct Form {
   std::string_view name;
@@ -139,13 +142,46 @@ bool RemoveRefused(const std::string& trigger) {
   return (!form->hasPayload || Unlink(PayloadPath(trigger))) && Unlink(TriggerPath(trigger));
 }
 
+namespace {
+
+/// The last step of an answer.
+bool Acknowledge(const std::string& name) {
+  std::string ignored;
+  MakeOwnFolder(set_paths::kTagerAnswers, ignored);
+  return rename(PayloadPath(name + kReadyMark).c_str(), SystemPath(set_paths::kTagerAnswers + ("/" + name)).c_str()) ==
+         0;
+}
+
+std::vector<std::string> NamesIn(const char* folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator each(SystemPath(folder), error), end; !error && each != end;
+       each.increment(error))
+    names.push_back(each->path().filename());
+  return names;
+}
+
+bool IsThere(const std::string& path, struct stat& status) {
+  return lstat(path.c_str(), &status) == 0;
+}
+
+/// Whether the daemon ended between removing the request and the acknowledgement. While the request stands, it is
+/// served again instead.
+bool LacksOnlyAcknowledgement(const std::string& name) {
+  struct stat status;
+  return IsThere(PayloadPath(name), status) && S_ISREG(status.st_mode) && status.st_size > 0 &&
+         !IsThere(TriggerPath(kMeasurePrefix + name.substr(std::strlen(kAnswerPrefix))), status);
+}
+
+}  // namespace
+
 bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem) {
   const std::string name = kAnswerPrefix + request.appId;
-  const std::string result = PayloadPath(name), ready = result + kOurMark + "ack";
+  const std::string result = PayloadPath(name), ready = result + kReadyMark;
   if (!MakeOwnFolder(set_paths::kTager, problem) || !MakeOwnFolder(set_paths::kTagerAnswers, problem)) return false;
   const bool written = PublishFile(result, std::to_string(data) + "|" + std::to_string(cache)) &&
                        PublishFile(ready, "") && RemoveServed(request);
-  if (written && rename(ready.c_str(), SystemPath(set_paths::kTagerAnswers + ("/" + name)).c_str()) == 0) return true;
+  if (written && Acknowledge(name)) return true;
   problem = set_paths::kTager + ("/" + name) + ": " + std::strerror(errno);
   unlink(ready.c_str());
   unlink(result.c_str());
@@ -154,31 +190,36 @@ bool PublishAnswer(const Request& request, long long data, long long cache, std:
 
 bool RemoveOldAnswers() {
   bool left = false;
-  std::error_code error;
   const time_t now = time(nullptr);
-  for (std::filesystem::directory_iterator each(SystemPath(set_paths::kTagerAnswers), error), end;
-       !error && each != end; each.increment(error)) {
-    const std::string name = each->path().filename();
+  const auto remove = [&](const std::string& path) {
     struct stat status;
-    if (!name.starts_with(kAnswerPrefix) || lstat(each->path().c_str(), &status) != 0) continue;
-    if (status.st_mtime > now - kAnswerSeconds && status.st_mtime <= now) {
-      left = true;
-      continue;
-    }
-    Unlink(each->path());
-    Unlink(PayloadPath(name));
-  }
+    if (!IsThere(path, status)) return false;
+    const bool isOld = status.st_mtime <= now - kAnswerSeconds || status.st_mtime > now;
+    left = left || !isOld;
+    return isOld && Unlink(path);
+  };
+  for (const std::string& name : NamesIn(set_paths::kTagerAnswers))
+    if (name.starts_with(kAnswerPrefix) && remove(SystemPath(set_paths::kTagerAnswers + ("/" + name))))
+      Unlink(PayloadPath(name));
+  // Those whose acknowledgement alone was fetched, or never came.
+  struct stat status;
+  for (const std::string& name : NamesIn(set_paths::kTager))
+    if (name.starts_with(kAnswerPrefix) && !IsThere(SystemPath(set_paths::kTagerAnswers + ("/" + name)), status))
+      remove(PayloadPath(name));
   return left;
 }
 
-void RemoveHalfWritten() {
+void FinishInterrupted() {
   for (const char* folder : {set_paths::kTager, set_paths::kTagerAnswers}) {
-    std::error_code error;
-    for (std::filesystem::directory_iterator each(SystemPath(folder), error), end; !error && each != end;
-         each.increment(error)) {
-      const std::string name = each->path().filename();
-      const bool ours = name.starts_with(kAnswerPrefix) || name.starts_with("cobalt_size");
-      if (ours && name.find(kOurMark) != name.npos) Unlink(each->path());
+    for (const std::string& marked : NamesIn(folder)) {
+      const bool ours = marked.starts_with(kAnswerPrefix) || marked.starts_with("cobalt_size");
+      const size_t mark = marked.find(kOurMark);
+      if (!ours || mark == marked.npos) continue;
+      const std::string name = marked.substr(0, mark);
+      if (folder == set_paths::kTager && marked.starts_with(kAnswerPrefix) && marked.substr(mark) == kReadyMark &&
+          LacksOnlyAcknowledgement(name) && Acknowledge(name))
+        continue;
+      Unlink(SystemPath(folder + ("/" + marked)));
     }
   }
 }

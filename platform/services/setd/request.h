@@ -41,11 +41,12 @@ bool RemoveRefused(const std::string& trigger);
 /// False when there is no answer then and the request still stands; `problem` tells why.
 bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem);
 
-/// Removes answers that nobody has fetched for half a minute (the askers wait five seconds). True when younger ones
-/// are left.
+/// Removes answers that nobody has fetched for half a minute (the askers wait five seconds), and results without an
+/// acknowledgement that are as old. True when younger ones are left.
 bool RemoveOldAnswers();
 
-/// Removes what a daemon that was interrupted left half written.
-void RemoveHalfWritten();
+/// Acknowledges the answers of a daemon that was interrupted just before that, and removes what it left half written.
+/// Only while no answer is being published.
+void FinishInterrupted();
 
 }  // namespace setd

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -30,6 +31,12 @@ constexpr size_t kMaxLog = 1024 * 1024;
 constexpr size_t kMaxStateFile = 64 * 1024;
 constexpr size_t kMaxRecords = 500;
 constexpr int kKernelAll = 3, kKernelSize = 10;  // actions of klogctl()
+
+// Those with which the application and the platform log.
+constexpr const char* kLogTags[] = {"TVVexilo",     "SETD",         "STANDIN",       "APPFW",    "CONNECTION",
+                                    "KPI",          "MENU_CHECKER", "MENU_LANGUAGE", "PACKAGES", "PKGMGR",
+                                    "SCREEN_SAVER", "SETTINGS_API", "SYSTEM_INFO",   "TREVLIN",  "TV_SERVICE",
+                                    "VCONF",        "WAS"};
 
 /// What reports of a category have besides the platform log, the kernel's log and the records that all have.
 struct Category {
@@ -67,6 +74,12 @@ const std::vector<Category>& Categories() {
   return categories;
 }
 
+/// Drops what is left of a line that was cut, or all where no other follows.
+void CutFirstLine(std::string& text) {
+  const size_t end = text.find('\n');
+  text.erase(0, end == text.npos ? end : end + 1);
+}
+
 /// The last `limit` bytes of a file, from the start of a line on where it is cut; else false with errno.
 bool ReadTail(const std::string& path, size_t limit, std::string& text) {
   const FdHandle file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -86,8 +99,15 @@ bool ReadTail(const std::string& path, size_t limit, std::string& text) {
     text.append(buffer, static_cast<size_t>(got));
     at += got;
   }
-  if (cut) text.erase(0, text.find('\n') + 1);
+  if (cut) CutFirstLine(text);
   return got >= 0;
+}
+
+std::string Newest(std::string text) {
+  if (text.size() <= kMaxLog) return text;
+  text.erase(0, text.size() - kMaxLog);
+  CutFirstLine(text);
+  return text;
 }
 
 /// The log and, where it was rotated, what was in it before.
@@ -104,32 +124,56 @@ void TakeKernelLog(const TakeSource& take) {
   const int got = size > 0 ? klogctl(kKernelAll, text.data(), size) : -1;
   if (got < 0) return take("kernel.log", "", std::strerror(errno));
   text.resize(static_cast<size_t>(got));
-  if (text.size() > kMaxLog) text.erase(0, text.find('\n', text.size() - kMaxLog) + 1);
-  take("kernel.log", text, "");
+  take("kernel.log", Newest(std::move(text)), "");
 }
 
-void TakeJournal(const std::vector<const char*>& units, const TakeSource& take) {
+/// The newest lines of the journal that any of the matches ("-u", unit) select; else false with the reason.
+bool ReadJournal(const char* option, const std::vector<const char*>& names, std::string& text, std::string& problem) {
   const GText program(g_find_program_in_path("journalctl"));
-  if (units.empty() || !program) return;
+  if (!program) {
+    problem = "there is no journalctl";
+    return false;
+  }
   std::vector<const char*> arguments{"timeout", "10",        program.get(), "--no-pager", "-q",
                                      "-o",      "short-iso", "-n",          "2000"};
-  for (const char* unit : units) arguments.insert(arguments.end(), {"-u", unit});
+  for (const char* name : names) arguments.insert(arguments.end(), {option, name});
   arguments.push_back(nullptr);
   GErrorHandle error;
   const GObjectHandle<GSubprocess> process(g_subprocess_newv(
       arguments.data(),
       static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE), error.Out()));
   GBytes* bytes = nullptr;
-  if (!process || !g_subprocess_communicate(process.get(), nullptr, nullptr, &bytes, nullptr, error.Out()))
-    return take("journal.log", "", error.Message());
+  if (!process || !g_subprocess_communicate(process.get(), nullptr, nullptr, &bytes, nullptr, error.Out())) {
+    problem = error.Message();
+    return false;
+  }
   const std::unique_ptr<GBytes, CRelease<&g_bytes_unref>> output(bytes);
+  if (!g_subprocess_get_successful(process.get())) {
+    problem = "journalctl failed";
+    return false;
+  }
   size_t size = 0;
   const auto* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
-  const size_t kept = std::min(size, kMaxLog);
-  if (g_subprocess_get_successful(process.get()))
-    take("journal.log", std::string(data + (size - kept), kept), "");
-  else
-    take("journal.log", "", "journalctl failed");
+  text = Newest(std::string(data, size));
+  return true;
+}
+
+void TakeJournal(const std::vector<const char*>& units, const TakeSource& take) {
+  const GText program(g_find_program_in_path("journalctl"));
+  if (units.empty() || !program) return;
+  std::string text, problem;
+  ReadJournal("-u", units, text, problem);
+  take("journal.log", text, problem);
+}
+
+/// The platform log may go to the journal alone (docs/log.md): then there is no file.
+void TakePlatformLog(const TakeSource& take) {
+  struct stat status;
+  std::string text, problem;
+  const bool hasFile = lstat(SystemPath(set_paths::kLogFile).c_str(), &status) == 0;
+  if (!hasFile && ReadJournal("-t", {std::begin(kLogTags), std::end(kLogTags)}, text, problem) && !text.empty())
+    return take("vexilo.log", text, "");
+  TakeLog("vexilo.log", set_paths::kLogFile, take);
 }
 
 /// The paths (of the system) that exist for a pattern.
@@ -208,7 +252,7 @@ bool IsCategory(const std::string& category) {
 void Collect(const std::string& category, const TakeSource& take) {
   const auto entry = std::find_if(Categories().begin(), Categories().end(),
                                   [&](const Category& each) { return each.name == category; });
-  TakeLog("vexilo.log", set_paths::kLogFile, take);
+  TakePlatformLog(take);
   TakeLog("events.jsonl", set_paths::kEventLog, take);
   TakeHistory(take);
   TakeKernelLog(take);

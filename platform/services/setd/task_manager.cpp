@@ -22,6 +22,8 @@ constexpr unsigned kCobaltPeriodMs = 10 * 60 * 1000;
 constexpr unsigned kWriterMs = 2000;  // how long a writer may take from making a file to having written it
 constexpr unsigned kSweepMs = 31000;
 constexpr size_t kMaxUnknown = 1000;
+// The package whose web engine stores in set_paths::kCobaltDir.
+constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
 
 bool Removed(const Request& request) {
   if (RemoveServed(request)) return true;
@@ -76,8 +78,14 @@ bool ServePackage(const Request& request, const StopFlag& stop) {
     Log(DLOG_ERROR, request.trigger + ": " + request.appId + " is no application of " + request.packageId);
     return RemoveServed(request);
   }
-  if (request.kind == Kind::kMeasure) return Answer(request, package ? &*package : nullptr);
+  const bool storesInCobalt = request.packageId == kCobaltPackage;
+  if (request.kind == Kind::kMeasure) {
+    // Who asks adds it to the answer.
+    if (storesInCobalt) PublishCobaltSize();
+    return Answer(request, package ? &*package : nullptr);
+  }
   const bool done = !package || (request.kind == Kind::kKill ? EndPackage(*package, stop) : EmptyCache(*package));
+  if (request.kind == Kind::kClearCache && storesInCobalt) PublishCobaltSize();
   return done && Removed(request);
 }
 
@@ -122,7 +130,7 @@ TaskManager::~TaskManager() {
 }
 
 void TaskManager::Start() {
-  RemoveHalfWritten();
+  FinishInterrupted();
   if (RemoveOldAnswers()) SweepLater();
   m_folder.Start();
   KeepCobaltSize();
