@@ -465,8 +465,9 @@ TEST(PackageStore, TouchesNoPackageThatIsAMountPoint) {
   const std::string folder = kPackages / "p";
   ASSERT_EQ(mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(Remove(*FindByPackageId("p")), -EBUSY);
-  EXPECT_TRUE(fs::exists(kPackages / "p/data/1"));
   EXPECT_TRUE(fs::exists(kWebCache / "p.app/page"));
+  EXPECT_EQ(ClearData(*FindByPackageId("p")), -EBUSY);
+  EXPECT_TRUE(fs::exists(kPackages / "p/data/1"));
 }
 
 TEST(PackageStore, LooksIntoShutFoldersBeforeItRemoves) {

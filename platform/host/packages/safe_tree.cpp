@@ -183,8 +183,10 @@ class Walk {
 
 TreeResult Walk::Run(const std::string& folder, const std::string& within) {
   int error = Open(folder, within, m_start);
-  if (error == 0 && (m_action == Action::kRemove || m_action == Action::kPrepare) && IsMountPoint(m_start.status))
-    error = EBUSY;
+  const bool goesItself = m_action == Action::kRemove || m_action == Action::kPrepare;
+  if (error == 0 && goesItself && IsMountPoint(m_start.status)) error = EBUSY;
+  // A package that is mounted from elsewhere is emptied no more than it is removed.
+  if (error == 0 && m_action != Action::kMeasure && !within.empty() && IsMountPoint(m_start.base)) error = EBUSY;
   if (error != 0) {
     Fail(error);
     return m_result;
