@@ -224,11 +224,14 @@ TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
 TEST(WasUninstall, FailsWhereNoThreadCanBeStarted) {
   PlantPackage("a", "A");
   Events events;
-  const rlimit none = {0, 0};
+  rlimit usual;
+  ASSERT_EQ(getrlimit(RLIMIT_NPROC, &usual), 0);
+  const rlimit none = {0, usual.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
   ASSERT_EQ(geteuid() == 0 ? setresuid(4711, 4711, 4711) : 0, 0);
   EXPECT_EQ(was_force_uninstall_webapp("a.app", Events::On, &events), WAS_ERROR_FAILED);
   EXPECT_TRUE(fs::exists(kPackages / "a/data/1"));
+  setrlimit(RLIMIT_NPROC, &usual);  // the leak check at the end starts a thread
 }
 
 TEST(WasUninstall, ServesRequestsOfManyThreadsOneAfterTheOther) {
