@@ -285,6 +285,10 @@ std::optional<Package> Find(std::string Package::*member, const std::string& id)
 
 }  // namespace
 
+std::optional<Package> ReadPackage(const std::string& packageId) {
+  return IsId(packageId) ? Load(packageId) : std::nullopt;
+}
+
 std::optional<Package> FindByPackageId(const std::string& packageId) {
   return Find(&Package::packageId, packageId);
 }

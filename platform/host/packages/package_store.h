@@ -44,7 +44,10 @@ bool IsId(const std::string& id);
 /// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
 /// other is skipped.
 std::vector<Package> List();
-/// One of List().
+/// The package by its own manifest alone, whatever application id another one claims: to measure it, not to change it.
+/// Reads one manifest.
+std::optional<Package> ReadPackage(const std::string& packageId);
+/// One of List(), whose manifests are all read for it.
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 

@@ -42,7 +42,7 @@ int pkgmgr_client_usr_get_size(pkgmgr_client* client, const char* package_id, pk
                                long long* size) {
   if (!client || !package_id || !size || (type != PM_GET_TOTAL_SIZE && type != PM_GET_DATA_SIZE))
     return PKGMGR_R_EINVAL;
-  const auto package = packages::FindByPackageId(package_id);
+  const auto package = packages::ReadPackage(package_id);
   if (!package) return PKGMGR_R_ENOPKG;
   const std::string folder = FolderOf(*package);
   long long measured = 0;

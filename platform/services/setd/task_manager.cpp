@@ -72,7 +72,10 @@ bool Answer(const Request& request, const packages::Package* package) {
 
 /// Serves a request that names a package.
 bool ServePackage(const Request& request, const StopFlag& stop) {
-  const std::optional<packages::Package> package = packages::FindByPackageId(request.packageId);
+  // Measuring changes nothing, and is asked for every package of a set at once.
+  const std::optional<packages::Package> package = request.kind == Kind::kMeasure
+                                                       ? packages::ReadPackage(request.packageId)
+                                                       : packages::FindByPackageId(request.packageId);
   if (!package) Log(DLOG_WARN, request.trigger + ": there is no package " + request.packageId);
   if (package && !request.appId.empty() && package->appId != request.appId) {
     Log(DLOG_ERROR, request.trigger + ": " + request.appId + " is no application of " + request.packageId);
