@@ -7,6 +7,10 @@
 
 namespace QUVA {
 
+/// Whether `name` is a file name that a shell takes as one word, as it stands, and that leads nowhere else: letters,
+/// digits, '.', '_' and '-', no '.' at its beginning. Any thread.
+bool IsPlainName(const std::string& name);
+
 /// Opens a file of this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
 /// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
 /// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.

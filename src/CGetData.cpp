@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "CUtils.h"
+#include "SafeFile.h"
 #include "SettingsKeys.h"
 #include "TCThreadPool.h"
 #include "VexiloLog.h"
@@ -59,13 +60,6 @@ long long Sum(std::initializer_list<long long> parts) {
   for (const long long part : parts)
     if (__builtin_add_overflow(sum, part, &sum)) return part < 0 ? LLONG_MIN : LLONG_MAX;
   return sum;
-}
-
-/// A file name that a shell takes as one word, as it stands, and that leads nowhere else.
-bool IsPlainName(const std::string& text) {
-  return !text.empty() && text.front() != '.' &&
-         text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-") ==
-             std::string::npos;
 }
 
 long long WebCacheSize(const std::string& appId) {

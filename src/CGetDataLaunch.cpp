@@ -13,6 +13,7 @@
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "app_framework.h"
+#include "c_handle.h"
 #include "home_data_control.h"
 #include "set_paths.h"
 #include "system_info.h"
@@ -27,14 +28,10 @@ constexpr char kSmartMonitorFeature[] = "com.tornelo/featureconf/product.smart_m
 
 using Extras = std::vector<std::pair<const char*, std::string>>;
 
-struct DestroyAppControl {
-  void operator()(app_control_h control) const { app_control_destroy(control); }
-};
-
 bool Launch(const char* appId, const Extras& extras) {
   app_control_h handle = nullptr;
   app_control_create(&handle);
-  const std::unique_ptr<app_control_s, DestroyAppControl> control(handle);
+  const std::unique_ptr<app_control_s, CRelease<&app_control_destroy>> control(handle);
   app_control_set_operation(handle, APP_CONTROL_OPERATION_DEFAULT);
   app_control_set_app_id(handle, appId);
   for (const auto& [key, value] : extras) app_control_add_extra_data(handle, key, value.c_str());

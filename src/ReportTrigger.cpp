@@ -14,15 +14,10 @@ namespace {
 
 constexpr char kCommand[] = "touch ";
 
-bool IsFileName(const std::string& name) {
-  constexpr char kAllowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
-  return !name.empty() && name != "." && name != ".." && name.find_first_not_of(kAllowed) == std::string::npos;
-}
-
 }  // namespace
 
 void LeaveReportTrigger(const char* folder, const std::string& fileName) {
-  if (!IsFileName(fileName)) {
+  if (!IsPlainName(fileName)) {
     VEXILO_LOGE("no report is asked for with the name \"%s\": it is not of letters, digits, '.', '_' and '-'",
                 fileName.c_str());
     return;

@@ -10,6 +10,11 @@
 
 namespace QUVA {
 
+bool IsPlainName(const std::string& name) {
+  constexpr char kAllowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+  return !name.empty() && name.front() != '.' && name.find_first_not_of(kAllowed) == std::string::npos;
+}
+
 FileHandle OpenFileWithoutLinks(const std::string& path) {
   FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
   struct stat info {};

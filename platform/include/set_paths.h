@@ -45,6 +45,7 @@ inline constexpr char kDesktopEntries[] = "/usr/share/applications";
 // State of the platform on a Linux host.
 inline constexpr char kHostState[] = "/var/lib/vexilo-host";
 inline constexpr char kHostRun[] = "/run/vexilo-host";
+inline constexpr char kDaemonLock[] = "/run/vexilo-host/setd.lock";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";

@@ -11,16 +11,14 @@
 #include "CGetData.h"
 #include "VexiloLog.h"
 #include "app_framework.h"
+#include "c_handle.h"
 #include "vconf.h"
 
 namespace solution_actions {
 
 namespace {
 
-struct DestroyAppControl {
-  void operator()(app_control_h control) const { app_control_destroy(control); }
-};
-using AppControl = std::unique_ptr<app_control_s, DestroyAppControl>;
+using AppControl = std::unique_ptr<app_control_s, CRelease<&app_control_destroy>>;
 
 // The words of `text` between single blanks, at most `most`: the last one is the rest.
 std::vector<std::string> Words(const std::string& text, size_t most = SIZE_MAX) {

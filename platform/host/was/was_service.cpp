@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/daemon_lock.h"
 #include "c_handle.h"
 #include "dlog.h"
 #include "packages/package_store.h"
@@ -108,15 +109,8 @@ int ErrorOf(int packageResult) {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kRequest[] = "killApp";  // the payload in kTager, the trigger in kTagerRequests
-constexpr char kDaemonLock[] = "/setd.lock";
 constexpr auto kPatience = std::chrono::seconds(3);
 constexpr auto kStep = std::chrono::milliseconds(20);
-
-bool TaskManagerRuns() {
-  const std::string path = SystemPath(set_paths::kHostRun) + kDaemonLock;
-  const FdHandle lock(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  return lock && flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-}
 
 FdHandle OpenFolder(int in, const char* name) {
   return FdHandle(openat(in, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -162,7 +156,7 @@ std::string AskTaskManager(const std::string& packageId) {
 /// Has the set's task manager end the package's processes (docs/setd.md) and waits until it has. Where none runs, or
 /// something stands against it, they run on, the latter with a line in the log.
 void EndPrograms(const std::string& packageId) {
-  if (!TaskManagerRuns()) return;
+  if (!DaemonRuns()) return;
   const std::string problem = AskTaskManager(packageId);
   if (!problem.empty())
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the programs of %s are not ended: %s", packageId.c_str(),

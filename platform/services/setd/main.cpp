@@ -60,7 +60,7 @@ bool TakeName(FdHandle& holder) {
 
 /// Holds the one place that there is for a daemon in each root, for as long as the process lives.
 bool TakePlace(FdHandle& place, std::string& problem) {
-  const std::string name = set_paths::kHostRun + std::string("/setd.lock");
+  const std::string name = set_paths::kDaemonLock;
   const std::string path = SystemPath(name);
   const auto fail = [&](const std::string& reason) {
     problem = name + ": " + reason;

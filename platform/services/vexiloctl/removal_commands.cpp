@@ -13,6 +13,7 @@
 #include "CGetData.h"
 #include "FileWatch.h"
 #include "applications.h"
+#include "base/daemon_lock.h"
 #include "c_handle.h"
 #include "command.h"
 #include "pkgmgr_client.h"
@@ -26,7 +27,6 @@ namespace {
 using packages::Package;
 
 constexpr auto kTaskManagerPatience = std::chrono::seconds(10);
-constexpr char kDaemonLock[] = "/setd.lock";  // in set_paths::kHostRun, locked for as long as the daemon lives
 
 /// What is being done, on standard error: a line that changes on a terminal, one line for each application elsewhere.
 class Progress {
@@ -89,13 +89,6 @@ void ForEach(const std::vector<Package>& apps, bool json, const std::function<Ou
   listing.Print();
   Flush();
   if (failures > 0) throw Failure(std::to_string(failures) + " of " + std::to_string(apps.size()) + " failed");
-}
-
-/// Whether vexilo-setd, the task manager, serves this set.
-bool TaskManagerRuns() {
-  const std::string path = SystemPath(set_paths::kHostRun) + kDaemonLock;
-  const FdHandle lock(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  return lock && flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 /// Has the task manager empty the caches; empty, or why it did not. Its requests have one name, so one waits for the
@@ -212,7 +205,7 @@ const char* WhyDataStays(const Package& package) {
 }  // namespace
 
 void AppsClearCache(const Arguments& arguments) {
-  const bool taskManager = TaskManagerRuns();
+  const bool taskManager = DaemonRuns();
   ForEach(FindAll(arguments.values), arguments.json,
           [taskManager](const Package& package) { return ClearCacheOf(package, taskManager); });
 }
