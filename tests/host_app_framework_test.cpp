@@ -355,7 +355,7 @@ TEST_F(HostAppFramework, RunsWithoutABusAndSaysOnceThatForwardingIsOff) {
                {"autolaunch:", "off: there is no session bus"},
                {"nonsense", "off: "},
                {"unix:path=/no/bus", "off: "},
-               {"unix:path=" + silent, "off: the session bus does not answer"}};
+               {"unix:path=" + silent, "off: the bus does not answer"}};
   for (const auto& expected : cases) {
     const size_t logged = Log().size();
     SCOPED_TRACE(expected.bus);

@@ -5,11 +5,18 @@
 namespace set_paths {
 
 // The application.
+inline constexpr char kResourceDir[] = "/usr/apps/com.tornelo.TVVexilo/res";
+inline constexpr char kFontRules[] = "/usr/apps/com.tornelo.TVVexilo/res/fonts/fonts.conf";
 inline constexpr char kLocaleDir[] = "/usr/apps/com.tornelo.TVVexilo/shared/locale";
 inline constexpr char kParserPlugin[] = "/usr/lib/libquva_parser.so";
 inline constexpr char kSolutionMap[] = "/usr/share/vexilo/solutionmap.xml";
+inline constexpr char kRules[] = "/usr/share/trevlin/rules.json";
 inline constexpr char kMenuItems[] = "/usr/share/vexilo/menuitems.json";
+inline constexpr char kFluxTheme[] = "/usr/share/vexilo-flux/flux.edj";
 inline constexpr char kCheckerDir[] = "/usr/share/menu/providers/";
+
+// What all applications of the set share.
+inline constexpr char kCommonImagesDir[] = "/usr/share/vexilo-flux/images";
 
 // Databases.
 inline constexpr char kInferenceDb[] = "/home/owner/share/Trevlin/DB/inference.db";
@@ -46,11 +53,15 @@ inline constexpr char kDesktopEntries[] = "/usr/share/applications";
 inline constexpr char kHostState[] = "/var/lib/vexilo-host";
 inline constexpr char kHostRun[] = "/run/vexilo-host";
 inline constexpr char kDaemonLock[] = "/run/vexilo-host/setd.lock";
+inline constexpr char kTrevlinRun[] = "/run/vexilo-host/trevlin";
+inline constexpr char kRuleHistories[] = "/run/vexilo-host/trevlin/histories.json";
+inline constexpr char kRuleHistoriesLock[] = "/run/vexilo-host/trevlin/lock";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";
 inline constexpr char kReportsDir[] = "/var/lib/vexilo-host/reports";
 inline constexpr char kSetdState[] = "/var/lib/vexilo-host/setd";
+inline constexpr char kLastShutdown[] = "/var/lib/vexilo-host/setd/last_shutdown";
 inline constexpr char kLogFile[] = "/var/lib/vexilo-host/log/vexilo.log";
 
 }  // namespace set_paths

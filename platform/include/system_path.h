@@ -33,3 +33,9 @@ std::string_view SystemRoot();
 std::string SystemPath(std::string_view path);
 
 #endif
+
+/// What a path of SystemPath()'s is called on the set, for logs and messages. It refers to `path`.
+inline std::string_view NameOnSet(std::string_view path) {
+  const std::string_view root = SystemRoot();
+  return path.substr(path.starts_with(root) ? root.size() : 0);
+}

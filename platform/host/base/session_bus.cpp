@@ -59,7 +59,7 @@ GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chr
     g_dbus_connection_set_exit_on_close(attempt.connection.get(), FALSE);
   } else {
     const bool late = attempt.error.Matches(G_IO_ERROR, G_IO_ERROR_CANCELLED);
-    problem = late ? "the session bus does not answer" : attempt.error.Message();
+    problem = late ? "the bus does not answer" : attempt.error.Message();
   }
   return std::move(attempt.connection);
 }

@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// The way to the session bus. A bus is never started.
+/// The way to the session bus, or another. A bus is never started.
 ///
 /// Thread rule: the thread that iterates the context.
 

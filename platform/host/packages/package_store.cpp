@@ -167,11 +167,11 @@ void FinishRemoval(const std::string& name, const std::vector<Package>& installe
   if (!lock && (errno == ENOTDIR || errno == ELOOP)) unlink(SystemPath(InPackages(name)).c_str());
 }
 
-/// The names in the folder of the packages: those of packages, and those of removals.
-void ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& removals) {
+/// The names in the folder of the packages: those of packages, and those of removals. False when it cannot be read.
+bool ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& removals) {
   const DirHandle folder(opendir(SystemPath(set_paths::kPackagesDir).c_str()));
-  if (!folder) return Complain("", std::strerror(errno));
-  Complain("", {});
+  Complain("", folder ? "" : std::strerror(errno));
+  if (!folder) return false;
   while (const dirent* entry = readdir(folder.get())) {
     const std::string name = entry->d_name;
     if (name.starts_with(kRemoving))
@@ -181,6 +181,7 @@ void ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& r
     else if (name.front() != '.')
       Complain(name, "is no name of a package");
   }
+  return true;
 }
 
 void SkipDoubles(std::vector<Package>& packages) {
@@ -295,6 +296,23 @@ std::optional<Package> FindByPackageId(const std::string& packageId) {
 
 std::optional<Package> FindByAppId(const std::string& appId) {
   return Find(&Package::appId, appId);
+}
+
+std::optional<State> Inspect() {
+  std::vector<std::string> packageIds, removals;
+  if (!ReadNames(packageIds, removals)) return std::nullopt;
+  std::sort(packageIds.begin(), packageIds.end());
+  State state;
+  for (const std::string& packageId : packageIds) {
+    struct stat status;
+    if (auto package = Load(packageId))
+      state.usable.push_back(std::move(*package));
+    else if (stat(SystemPath(InPackages(packageId)).c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+      state.broken.push_back(packageId);
+  }
+  for (const std::string& name : removals)
+    if (LockForRemoval(InPackages(name))) ++state.unfinished;
+  return state;
 }
 
 std::string FolderOf(const Package& package) {

@@ -51,6 +51,15 @@ std::optional<Package> ReadPackage(const std::string& packageId);
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 
+/// What lies in the folder of the packages, as it is: nothing is finished, removed or locked for longer than a look.
+struct State {
+  std::vector<Package> usable;      ///< by package id, whatever application ids others claim
+  std::vector<std::string> broken;  ///< folders that are no package that can be used, sorted
+  int unfinished = 0;               ///< removals that were interrupted; one that is going on is none
+};
+/// Nothing when there is no such folder, or it cannot be read.
+std::optional<State> Inspect();
+
 std::string FolderOf(const Package& package);
 std::string DataFolderOf(const Package& package);
 std::string CacheFolderOf(const Package& package);

@@ -19,31 +19,40 @@ constexpr char kKey[] = "db/menu_widget/language";
 constexpr char kEnglish[] = "en_US.utf8";
 constexpr char kNeutral[] = "C.UTF-8";
 
+bool IsLocaleName(const std::string& locale) {
+  const std::string language = LanguageOfLocale(locale);
+  return language.size() >= 2 && language.size() <= 3 && std::all_of(locale.begin(), locale.end(), [](char each) {
+           return g_ascii_isalnum(each) || std::strchr("_.@-", each);
+         });
+}
+
 /// "de_DE.utf8" as gettext's list of languages, "de_DE:de:en"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin:en". English
-/// stands in for texts that a catalogue has not. Empty when the text is no locale's name.
+/// stands in for texts that a catalogue has not.
 std::string LanguagesOf(const std::string& locale) {
   const size_t modifierAt = std::min(locale.find('@'), locale.size());
   const std::string modifier = locale.substr(modifierAt);
   const std::string name = locale.substr(0, std::min(locale.find('.'), modifierAt));
-  const std::string language = name.substr(0, name.find('_'));
-  const bool known = std::all_of(locale.begin(), locale.end(),
-                                 [](char each) { return g_ascii_isalnum(each) || std::strchr("_.@-", each); });
-  if (!known || language.size() < 2 || language.size() > 3) return "";
+  const std::string language = LanguageOfLocale(locale);
   return (name == language ? "" : name + modifier + ":") + language + modifier + (language == "en" ? "" : ":en");
 }
 
 }  // namespace
 
-void ApplyMenuLanguage() {
+std::string LanguageOfLocale(const std::string& locale) {
+  return locale.substr(0, locale.find_first_of("_.@"));
+}
+
+std::string MenuLocale() {
   const CText stored(vconf_get_str(kKey));
-  std::string locale = stored ? stored.get() : kEnglish;
-  std::string languages = LanguagesOf(locale);
-  if (languages.empty()) {
-    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", kKey, locale.c_str());
-    locale = kEnglish;
-    languages = LanguagesOf(locale);
-  }
-  setenv("LANGUAGE", languages.c_str(), 1);
+  if (!stored) return kEnglish;
+  if (IsLocaleName(stored.get())) return stored.get();
+  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", kKey, stored.get());
+  return kEnglish;
+}
+
+void ApplyMenuLanguage() {
+  std::string locale = MenuLocale();
+  setenv("LANGUAGE", LanguagesOf(locale).c_str(), 1);
   // The C library forgets the texts that it has found only when the locale changes.
   std::setlocale(LC_ALL, "C");
   // Without the locale, numbers and dates are neutral, and the texts come by LANGUAGE, which the locale "C" alone would

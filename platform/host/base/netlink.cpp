@@ -1,0 +1,80 @@
+#include "base/netlink.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+
+namespace netlink {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The kernel answers at once; this only keeps a broken one, or a router's million routes, from holding the caller.
+constexpr std::chrono::seconds kPatience{1};
+
+/// Waits for the next part of an answer. 0 or an errno.
+int AwaitPart(int fd, Clock::time_point end) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0) return ETIME;
+    pollfd wait{fd, POLLIN, 0};
+    const int ready = poll(&wait, 1, static_cast<int>(left));
+    if (ready > 0) return 0;
+    if (ready < 0 && errno != EINTR) return errno;
+  }
+}
+
+int ErrorIn(const nlmsghdr& message) {
+  const auto* error = BodyOf<nlmsgerr>(message);
+  return error && error->error < 0 ? -error->error : EPROTO;
+}
+
+}  // namespace
+
+Socket::Socket(int protocol) : m_fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol)) {}
+
+bool Socket::Send(uint16_t type, std::span<const std::byte> body) {
+  nlmsghdr header{};
+  header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(body.size()));
+  header.nlmsg_type = type;
+  header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  header.nlmsg_seq = ++m_question;
+  iovec parts[] = {{&header, sizeof header}, {const_cast<std::byte*>(body.data()), body.size()}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
+  return sendmsg(m_fd.get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(header.nlmsg_len);
+}
+
+int Socket::DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit) {
+  if (!m_fd) return EBADF;
+  const Clock::time_point end = Clock::now() + kPatience;
+  if (!Send(type, body)) return errno;
+  alignas(nlmsghdr) char buffer[32768];
+  for (;;) {
+    if (const int error = AwaitPart(m_fd.get(), end)) return error;
+    const ssize_t got = recv(m_fd.get(), buffer, sizeof buffer, 0);
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (got <= 0) return got < 0 ? errno : EPROTO;
+    auto left = static_cast<unsigned int>(got);
+    for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
+         message = NLMSG_NEXT(message, left)) {
+      if (message->nlmsg_seq != m_question) continue;
+      if (message->nlmsg_type == NLMSG_DONE) return 0;
+      if (message->nlmsg_type == NLMSG_ERROR) return ErrorIn(*message);
+      visit(*message);
+    }
+  }
+}
+
+void VisitAttributes(std::span<const std::byte> bytes, const std::function<void(const rtattr& attribute)>& visit) {
+  auto left = static_cast<int>(bytes.size());
+  for (const auto* attribute = reinterpret_cast<const rtattr*>(bytes.data()); RTA_OK(attribute, left);
+       attribute = RTA_NEXT(attribute, left))
+    visit(*attribute);
+}
+
+}  // namespace netlink

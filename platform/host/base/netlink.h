@@ -1,0 +1,82 @@
+#pragma once
+/// @file
+/// Questions to the kernel over netlink (netlink(7), rtnetlink(7)): dumps, read to their end.
+
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "c_handle.h"
+
+namespace netlink {
+
+using Visitor = std::function<void(const nlmsghdr& message)>;
+
+/// One conversation with the kernel. For one thread at a time.
+class Socket {
+ public:
+  /// `protocol`: NETLINK_ROUTE, NETLINK_GENERIC. When it does not become one, errno tells why.
+  explicit Socket(int protocol);
+  explicit operator bool() const { return static_cast<bool>(m_fd); }
+
+  /// Asks for all of a kind: `type` as in the header (RTM_GETLINK), `body` what follows the header, attributes
+  /// included. Each message of the answer, at least a header long, goes to `visit`. 0 or an errno: ETIME when the
+  /// answer did not end within a second; what was visited until then may be part of the whole.
+  template <typename Body>
+  int Dump(uint16_t type, const Body& body, const Visitor& visit) {
+    return DumpBytes(type, std::as_bytes(std::span(&body, 1)), visit);
+  }
+
+ private:
+  int DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit);
+  bool Send(uint16_t type, std::span<const std::byte> body);
+
+  FdHandle m_fd;
+  uint32_t m_question = 0;  // tells its answer from one that came too late
+};
+
+/// The fixed part of a message; null when the message is too short for one.
+template <typename Body>
+const Body* BodyOf(const nlmsghdr& message) {
+  return message.nlmsg_len >= NLMSG_LENGTH(sizeof(Body)) ? static_cast<const Body*>(NLMSG_DATA(&message)) : nullptr;
+}
+
+/// Attributes that follow each other in `bytes`, to `visit`. Ends at the first that claims more than there is.
+void VisitAttributes(std::span<const std::byte> bytes, const std::function<void(const rtattr& attribute)>& visit);
+
+/// What an attribute holds; also the attributes nested in it.
+inline std::span<const std::byte> Payload(const rtattr& attribute) {
+  return {static_cast<const std::byte*>(RTA_DATA(&attribute)), RTA_PAYLOAD(&attribute)};
+}
+
+/// The attributes of a message whose fixed part is a Body.
+template <typename Body>
+std::span<const std::byte> AttributesOf(const nlmsghdr& message) {
+  const size_t from = NLMSG_LENGTH(NLMSG_ALIGN(sizeof(Body)));
+  if (message.nlmsg_len <= from) return {};
+  return {reinterpret_cast<const std::byte*>(&message) + from, message.nlmsg_len - from};
+}
+
+/// The number in an attribute; nothing when the attribute is shorter.
+template <typename Number>
+std::optional<Number> NumberOf(const rtattr& attribute) {
+  if (RTA_PAYLOAD(&attribute) < sizeof(Number)) return std::nullopt;
+  Number number;
+  std::memcpy(&number, RTA_DATA(&attribute), sizeof number);
+  return number;
+}
+
+/// The text in an attribute, up to its end or its first zero.
+inline std::string_view TextOf(const rtattr& attribute) {
+  const auto* text = static_cast<const char*>(RTA_DATA(&attribute));
+  return {text, strnlen(text, RTA_PAYLOAD(&attribute))};
+}
+
+}  // namespace netlink
