@@ -425,6 +425,8 @@ TEST_F(ParserPlugin, AFailingStepStopsAndNothingIsRecorded) {
       {"setting", "int ../failed 1"},
       {"launch", "org.varno.nothing"},
       {"launch", "org.varno.installed word"},
+      {"restart_service", ""},
+      {"restart_service", "a.target"},
   };
   std::ofstream(SystemPath("/usr/share/applications/org.varno.installed.desktop"))
       << "[Desktop Entry]\nType=Application\nName=Any\nExec=touch " + SystemPath("/tmp/launched") + "\n";

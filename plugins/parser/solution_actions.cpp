@@ -12,6 +12,7 @@
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
+#include "service_control.h"
 #include "vconf.h"
 
 namespace solution_actions {
@@ -74,6 +75,13 @@ bool SetSetting(const std::string& request) {
   return false;
 }
 
+bool RestartServices(const std::string& services) {
+  std::string problem;
+  if (RestartFailedServices(Words(services), problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 }  // namespace
 
 bool Launch(const std::string& request) {
@@ -102,6 +110,7 @@ bool Perform(const std::string& type, const std::string& value) {
   if (type == "setting") return SetSetting(value);
   if (type == "memboost") return QUVA::CGetData::GetInstance()->performMemBoost() == 0;
   if (type == "deepclean") return QUVA::CGetData::GetInstance()->performDeepClean() == 0;
+  if (type == "restart_service") return RestartServices(value);
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return false;
 }
