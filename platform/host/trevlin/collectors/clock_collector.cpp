@@ -1,0 +1,56 @@
+#include <sys/timex.h>
+
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/readings.h"
+
+namespace trevlin {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::sys_days kEarliest = std::chrono::year(2024) / 1 / 1;
+
+class ClockCollector : public Collector {
+ public:
+  std::string_view Name() const override { return "clock"; }
+  std::chrono::milliseconds Period() const override { return 10s; }
+  std::chrono::milliseconds Deadline() const override { return 500ms; }
+  std::vector<FactDescription> Describe() const override {
+    return {
+        {"clock.set", FactKind::kTruth, "", "the date is not before 2024"},
+        {"clock.synchronised", FactKind::kTruth, "", "a time service keeps the clock right"},
+        {"clock.offset_ms", FactKind::kNumber, "ms", "what is still to be corrected; unknown unless synchronised"},
+        {"clock.zone", FactKind::kTruth, "", "a time zone is chosen"},
+    };
+  }
+
+  void Collect(const Machine& machine, Facts& facts) override {
+    if (!machine.IsCaptured()) {
+      facts["clock.set"] = std::chrono::system_clock::now() >= kEarliest;
+      AddKernelClock(facts);
+    }
+    // Some time services do not tell the kernel.
+    if (Exists(machine, "/run/systemd/timesync/synchronized")) facts["clock.synchronised"] = true;
+    if (Exists(machine, "/etc")) facts["clock.zone"] = Exists(machine, "/etc/localtime");
+  }
+
+ private:
+  static void AddKernelClock(Facts& facts) {
+    timex clock{};
+    const int state = adjtimex(&clock);
+    if (state < 0) return;
+    const bool isSynchronised = state != TIME_ERROR && (clock.status & STA_UNSYNC) == 0;
+    facts["clock.synchronised"] = isSynchronised;
+    const double perMillisecond = (clock.status & STA_NANO) != 0 ? 1e6 : 1e3;
+    if (isSynchronised) facts["clock.offset_ms"] = static_cast<double>(clock.offset) / perMillisecond;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Collector> MakeClockCollector() {
+  return std::make_unique<ClockCollector>();
+}
+
+}  // namespace trevlin

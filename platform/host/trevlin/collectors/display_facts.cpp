@@ -1,0 +1,108 @@
+#include "trevlin/collectors/display_facts.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "trevlin/collectors/readings.h"
+
+namespace trevlin {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr size_t kBlock = 128;
+constexpr std::string_view kHeader = "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"sv;
+constexpr size_t kFirstTiming = 54;  // of the preferred mode
+constexpr size_t kMoreBlocks = 126;
+
+/// Plugs that screens of their own are put into; built-in panels and those of virtual machines may go without EDID.
+constexpr std::string_view kPlugs[] = {"DP-", "DVI-", "HDMI-", "VGA-"};
+
+/// The bytes of a block add up to a multiple of 256.
+bool IsSumRight(std::string_view block) {
+  return std::accumulate(block.begin(), block.end(), 0u,
+                         [](unsigned sum, char c) { return sum + static_cast<unsigned char>(c); }) %
+             256 ==
+         0;
+}
+
+bool IsWellFormed(std::string_view bytes) {
+  if (!bytes.starts_with(kHeader) || bytes.size() % kBlock != 0) return false;
+  const size_t promised = 1u + static_cast<unsigned char>(bytes[kMoreBlocks]);
+  if (bytes.size() < promised * kBlock) return false;
+  for (size_t from = 0; from < bytes.size(); from += kBlock)
+    if (!IsSumRight(bytes.substr(from, kBlock))) return false;
+  return true;
+}
+
+/// A detailed timing: pixel clock in two bytes (0: this is no timing), then the low and high parts of the measures.
+std::optional<Resolution> ReadTiming(std::string_view timing) {
+  const auto byte = [timing](size_t at) { return int{static_cast<unsigned char>(timing[at])}; };
+  if (byte(0) == 0 && byte(1) == 0) return std::nullopt;
+  const bool isInterlaced = (byte(17) & 0x80) != 0;
+  const Resolution size{byte(2) | (byte(4) & 0xF0) << 4, (byte(5) | (byte(7) & 0xF0) << 4) * (isInterlaced ? 2 : 1)};
+  return size.Area() > 0 ? std::optional(size) : std::nullopt;
+}
+
+bool NeedsEdid(const Connector& connector) {
+  return std::any_of(std::begin(kPlugs), std::end(kPlugs),
+                     [&](std::string_view plug) { return connector.name.starts_with(plug); });
+}
+
+/// Over those that know: false when one is, true when all are, unknown when none knows or one of the others does not.
+class All {
+ public:
+  void Add(std::optional<bool> truth) {
+    m_any = true;
+    m_unknown = m_unknown || !truth;
+    m_false = m_false || truth == false;
+  }
+  std::optional<bool> Get() const {
+    if (m_false) return false;
+    return m_any && !m_unknown ? std::optional(true) : std::nullopt;
+  }
+
+ private:
+  bool m_any = false, m_unknown = false, m_false = false;
+};
+
+}  // namespace
+
+Edid ReadEdid(std::string_view bytes) {
+  Edid edid;
+  edid.isValid = IsWellFormed(bytes);
+  if (edid.isValid) edid.preferred = ReadTiming(bytes.substr(kFirstTiming));
+  return edid;
+}
+
+void AddDisplayFacts(const std::vector<Connector>& connectors, Facts& facts) {
+  AddFact<double>(facts, "display.connectors", static_cast<double>(connectors.size()));
+  int connected = 0;
+  bool allTell = true;
+  All present, valid, fullSize;
+  std::optional<Resolution> largest;
+  for (const Connector& each : connectors) {
+    allTell = allTell && each.isConnected;
+    if (each.isConnected != true) continue;
+    ++connected;
+    if (NeedsEdid(each)) present.Add(each.edid ? std::optional(!each.edid->empty()) : std::nullopt);
+    std::optional<Resolution> preferred;
+    if (each.edid && !each.edid->empty()) {
+      const Edid edid = ReadEdid(*each.edid);
+      valid.Add(edid.isValid);
+      preferred = edid.preferred;
+    }
+    if (!each.mode) continue;
+    if (!largest || each.mode->Area() > largest->Area()) largest = each.mode;
+    if (preferred) fullSize.Add(each.mode->Area() >= preferred->Area());
+  }
+  if (connected > 0 || allTell) AddFact<double>(facts, "display.connected", connected);
+  AddFact(facts, "display.edid_present", present.Get());
+  AddFact(facts, "display.edid_valid", valid.Get());
+  if (largest)
+    AddFact<std::string>(facts, "display.mode", std::to_string(largest->width) + "x" + std::to_string(largest->height));
+  if (const auto isFull = fullSize.Get()) AddFact<bool>(facts, "display.mode_below_preferred", !*isFull);
+}
+
+}  // namespace trevlin

@@ -1,0 +1,135 @@
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/glib_handle.h"
+#include "base/session_bus.h"
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/readings.h"
+
+namespace trevlin {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kBusLimit = 1s;
+constexpr std::chrono::hours kWeek{7 * 24};
+constexpr size_t kMaxTextBytes = 128;
+
+using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
+
+/// The names of the units that have failed, sorted; nothing where systemd does not answer.
+std::optional<std::vector<std::string>> AskFailedUnits() {
+  const char* const given = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  const std::string address = given && *given ? given : "unix:path=/run/dbus/system_bus_socket";
+  const ContextHandle context(g_main_context_new());
+  std::string problem;
+  const auto bus = ConnectToBus(address, kBusLimit, context.get(), problem);
+  if (!bus) return std::nullopt;
+  const char* const states[] = {"failed", nullptr};
+  const GVariantHandle reply(g_dbus_connection_call_sync(
+      bus.get(), "org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
+      "ListUnitsFiltered", g_variant_new("(^as)", states), G_VARIANT_TYPE("(a(ssssssouso))"),
+      G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(std::chrono::milliseconds(kBusLimit).count()), nullptr,
+      nullptr));
+  if (!reply) return std::nullopt;
+  std::vector<std::string> names;
+  const GVariantHandle units(g_variant_get_child_value(reply.get(), 0));
+  for (size_t i = 0; i < g_variant_n_children(units.get()); ++i) {
+    const GVariantHandle unit(g_variant_get_child_value(units.get(), i));
+    const GVariantHandle name(g_variant_get_child_value(unit.get(), 0));
+    names.emplace_back(g_variant_get_string(name.get(), nullptr));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// Where crashes are kept, and what their files are called.
+struct CrashFolder {
+  std::string path;
+  std::string prefix;
+  std::string suffix;
+};
+
+/// The folder of the kernel's own core files, when there is one for all ("/var/cores/core.%e.%p"); core(5).
+std::optional<CrashFolder> CoreFolder(const Machine& machine) {
+  const std::string pattern = ReadLine(machine, "/proc/sys/kernel/core_pattern").value_or("");
+  const size_t slash = pattern.rfind('/'), first = pattern.find('%'), last = pattern.rfind('%');
+  if (!pattern.starts_with('/') || slash == 0 || first < slash) return std::nullopt;
+  const size_t suffix = last == pattern.npos ? pattern.size() : std::min(last + 2, pattern.size());
+  return CrashFolder{pattern.substr(0, slash), pattern.substr(slash + 1, first - slash - 1), pattern.substr(suffix)};
+}
+
+/// The program of a crash file: "core.NAME.1000.…" of systemd, "_usr_bin_NAME.1000.crash" of apport; else the file.
+std::string ProgramOf(const CrashFolder& folder, const std::string& file) {
+  std::string name = file;
+  if (folder.prefix == "core." && std::count(file.begin(), file.end(), '.') >= 5)
+    name = file.substr(5, file.find('.', 5) - 5);
+  else if (folder.suffix == ".crash")
+    name = file.substr(0, file.find('.')).substr(file.substr(0, file.find('.')).rfind('_') + 1);
+  if (name.empty() || name.size() > kMaxTextBytes || !g_utf8_validate(name.data(), -1, nullptr)) return "";
+  return name;
+}
+
+class ServicesCollector : public Collector {
+ public:
+  std::string_view Name() const override { return "services"; }
+  std::chrono::milliseconds Period() const override { return 30s; }
+  std::chrono::milliseconds Deadline() const override { return 3s; }
+  std::vector<FactDescription> Describe() const override {
+    return {
+        {"services.failed", FactKind::kNumber, "", "services of the system that have failed; unknown without systemd"},
+        {"services.failed_names", FactKind::kText, "", "their names, with blanks between them"},
+        {"services.crashes_week", FactKind::kNumber, "", "programs that crashed within the last seven days"},
+        {"services.crash_name", FactKind::kText, "", "the program that crashed last"},
+    };
+  }
+
+  void Collect(const Machine& machine, Facts& facts) override {
+    AddCrashes(machine, facts);
+    const auto failed = machine.IsCaptured() ? std::nullopt : AskFailedUnits();
+    if (!failed) return;
+    facts["services.failed"] = static_cast<double>(failed->size());
+    std::string names;
+    for (const std::string& name : *failed) names += (names.empty() ? "" : " ") + name;
+    facts["services.failed_names"] = names;
+  }
+
+ private:
+  static void AddCrashes(const Machine& machine, Facts& facts) {
+    std::vector<CrashFolder> folders = {{"/var/lib/systemd/coredump", "core.", ""}, {"/var/crash", "", ".crash"}};
+    const auto core = CoreFolder(machine);
+    const auto isSame = [&](const CrashFolder& folder) { return folder.path == core->path; };
+    if (core && std::none_of(folders.begin(), folders.end(), isSame)) folders.push_back(*core);
+    const auto since = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() - kWeek);
+    time_t newest = 0;
+    for (const CrashFolder& folder : folders) {
+      if (access(machine.Path(folder.path).c_str(), R_OK | X_OK) != 0) continue;
+      double& count = std::get<double>(facts.try_emplace("services.crashes_week", 0.0).first->second);
+      for (const std::string& file : ListNames(machine, folder.path)) {
+        struct stat status;
+        if (!file.starts_with(folder.prefix) || !file.ends_with(folder.suffix) ||
+            lstat(machine.Path(folder.path + "/" + file).c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+            status.st_mtime < since)
+          continue;
+        ++count;
+        const std::string program = ProgramOf(folder, file);
+        if (program.empty() || status.st_mtime < newest) continue;
+        newest = status.st_mtime;
+        facts["services.crash_name"] = program;
+      }
+    }
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Collector> MakeServicesCollector() {
+  return std::make_unique<ServicesCollector>();
+}
+
+}  // namespace trevlin

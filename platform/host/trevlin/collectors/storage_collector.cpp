@@ -1,0 +1,246 @@
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
+#include "c_handle.h"
+#include "set_paths.h"
+#include "system_path.h"
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/readings.h"
+
+namespace trevlin {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double kMib = 1 << 20;
+constexpr double kFullPercent = 97;
+constexpr char kBlock[] = "/sys/block/";
+
+/// A line of /proc/self/mountinfo; the kernel's Documentation/filesystems/proc.rst has the format.
+struct Mount {
+  std::string device;  // "254:0"
+  std::string point;
+  std::string type;
+  std::string source;
+  bool isReadOnly = false;            // the mount itself
+  bool isFileSystemReadOnly = false;  // all mounts of the file system
+  bool hasGivenUp = false;            // the file system, after an error
+};
+
+/// Blanks and the like stand as "\040" in the kernel's and fstab's lists.
+std::string Decode(std::string_view text) {
+  const auto isOctal = [](char c) { return c >= '0' && c <= '7'; };
+  std::string decoded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool isCode = text[i] == '\\' && i + 3 < text.size() && text[i + 1] <= '3' && isOctal(text[i + 1]) &&
+                        isOctal(text[i + 2]) && isOctal(text[i + 3]);
+    decoded +=
+        isCode ? static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + text[i + 3] - '0') : text[i];
+    if (isCode) i += 3;
+  }
+  return decoded;
+}
+
+bool HasOption(std::string_view options, std::string_view option) {
+  return (',' + std::string(options) + ',').find(',' + std::string(option) + ',') != std::string::npos;
+}
+
+std::optional<Mount> ParseMount(std::string_view line) {
+  // "22 27 0:21 /root /point rw,relatime shared:1 - type source super,options"
+  const auto words = SplitWords(line);
+  const auto dash = std::find(words.begin() + std::min<ptrdiff_t>(6, std::ssize(words)), words.end(), "-");
+  if (words.end() - dash < 4) return std::nullopt;
+  Mount mount;
+  mount.device = words[2];
+  mount.point = Decode(words[4]);
+  mount.type = dash[1];
+  mount.source = Decode(dash[2]);
+  mount.isReadOnly = HasOption(words[5], "ro");
+  mount.isFileSystemReadOnly = HasOption(dash[3], "ro");
+  mount.hasGivenUp = HasOption(dash[3], "emergency_ro") || HasOption(dash[3], "shutdown");
+  return mount;
+}
+
+std::vector<Mount> ReadMounts(const Machine& machine) {
+  std::vector<Mount> mounts;
+  const std::string list = ReadText(machine, "/proc/self/mountinfo").value_or("");
+  for (const std::string_view line : SplitLines(list))
+    if (auto mount = ParseMount(line)) mounts.push_back(std::move(*mount));
+  return mounts;
+}
+
+/// The mount that a path lies on: the longest point above it, and of several at one point the last.
+const Mount* MountOf(const std::vector<Mount>& mounts, const std::string& path) {
+  const Mount* found = nullptr;
+  for (const Mount& mount : mounts) {
+    const bool isAbove = mount.point == "/" || path == mount.point || path.starts_with(mount.point + "/");
+    if (isAbove && (!found || mount.point.size() >= found->point.size())) found = &mount;
+  }
+  return found;
+}
+
+/// The options of a mount point in /etc/fstab.
+std::optional<std::string> WantedOptions(const Machine& machine, const std::string& point) {
+  const std::string list = ReadText(machine, "/etc/fstab").value_or("");
+  for (const std::string_view line : SplitLines(list)) {
+    const auto words = SplitWords(line);
+    if (words.size() >= 4 && !words[0].starts_with('#') && Decode(words[1]) == point) return std::string(words[3]);
+  }
+  return std::nullopt;
+}
+
+/// Whether the kernel made a file system read-only that was mounted to be written: the mount itself still is, and no
+/// mount of it was asked to be read-only.
+bool HasFailed(const Mount& mount, const std::vector<Mount>& all) {
+  if (mount.hasGivenUp) return true;
+  return !mount.isReadOnly && mount.isFileSystemReadOnly &&
+         std::none_of(all.begin(), all.end(),
+                      [&](const Mount& other) { return other.device == mount.device && other.isReadOnly; });
+}
+
+bool IsDiskFileSystem(const Mount& mount) {
+  static const std::set<std::string_view> kTypes = {"ext2", "ext3", "ext4", "xfs", "btrfs", "f2fs"};
+  return kTypes.contains(mount.type) && mount.source.starts_with("/dev/");
+}
+
+/// What people without privileges may still write, of what they see as all.
+std::optional<double> FreePercent(const struct statvfs& disk) {
+  if (disk.f_blocks == 0 || disk.f_bfree > disk.f_blocks || disk.f_bavail > disk.f_bfree) return std::nullopt;
+  const auto used = static_cast<double>(disk.f_blocks - disk.f_bfree), free = static_cast<double>(disk.f_bavail);
+  return used + free > 0 ? std::optional(free / (used + free) * 100) : std::nullopt;
+}
+
+class StorageCollector : public Collector {
+ public:
+  std::string_view Name() const override { return "storage"; }
+  std::chrono::milliseconds Period() const override { return 10s; }
+  // A disk that sleeps has to wake up.
+  std::chrono::milliseconds Deadline() const override { return 3s; }
+  std::vector<FactDescription> Describe() const override {
+    return {
+        {"storage.free_percent", FactKind::kNumber, "%", "free space of the user-data partition"},
+        {"storage.free_mib", FactKind::kNumber, "MiB", "free space of the user-data partition"},
+        {"storage.inodes_free_percent", FactKind::kNumber, "%", "files that can still be made there, of all"},
+        {"storage.read_only", FactKind::kTruth, "",
+         "the user-data partition cannot be written, which nobody asked for"},
+        {"storage.system_read_only_error", FactKind::kTruth, "", "a disk was made read-only after an error"},
+        {"storage.fs_errors", FactKind::kNumber, "", "errors that file systems have recorded"},
+        {"storage.wear_percent", FactKind::kNumber, "%",
+         "life that the built-in flash has used; 110 is beyond its end"},
+        {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
+        {"storage.removable_full", FactKind::kTruth, "", "a removable disk is over 97 % full"},
+    };
+  }
+
+  void Collect(const Machine& machine, Facts& facts) override {
+    const std::vector<Mount> mounts = ReadMounts(machine);
+    const Mount* const data = MountOf(mounts, DataFolder(machine));
+    if (!machine.IsCaptured()) AddSpace(facts);
+    AddReadOnly(machine, mounts, data, facts);
+    AddHealth(machine, facts);
+    if (!mounts.empty() && !machine.IsCaptured())
+      facts["storage.removable_full"] = IsRemovableFull(machine, mounts, data);
+  }
+
+ private:
+  static std::string DataFolder(const Machine& machine) {
+    if (machine.IsCaptured()) return set_paths::kUserPartition;
+    const std::string path = SystemPath(set_paths::kUserPartition);
+    const CText real(realpath(path.c_str(), nullptr));
+    return real ? real.get() : path;
+  }
+
+  static void AddSpace(Facts& facts) {
+    struct statvfs disk {};
+    if (statvfs(SystemPath(set_paths::kUserPartition).c_str(), &disk) != 0) return;
+    if (const auto percent = FreePercent(disk)) {
+      facts["storage.free_percent"] = *percent;
+      facts["storage.free_mib"] = static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize) / kMib;
+    }
+    // Some file systems make inodes as they go, and tell 0.
+    if (disk.f_files > 0 && disk.f_favail <= disk.f_files)
+      facts["storage.inodes_free_percent"] =
+          static_cast<double>(disk.f_favail) / static_cast<double>(disk.f_files) * 100;
+  }
+
+  static void AddReadOnly(const Machine& machine, const std::vector<Mount>& mounts, const Mount* data, Facts& facts) {
+    if (data) {
+      const auto wanted = WantedOptions(machine, data->point);
+      // A mount that is read-only alone was made so, by a sandbox for one.
+      facts["storage.read_only"] = wanted && !HasOption(*wanted, "ro")
+                                       ? data->isFileSystemReadOnly || data->hasGivenUp
+                                       : IsDiskFileSystem(*data) && HasFailed(*data, mounts) && !wanted;
+    }
+    if (!mounts.empty())
+      facts["storage.system_read_only_error"] = std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
+        return IsDiskFileSystem(mount) && HasFailed(mount, mounts);
+      });
+  }
+
+  static void AddHealth(const Machine& machine, Facts& facts) {
+    std::optional<double> errors, wear;
+    std::optional<bool> preEol;
+    for (const std::string& name : ListNames(machine, "/sys/fs/ext4"))
+      if (const auto count = ReadNumber(machine, "/sys/fs/ext4/" + name + "/errors_count", 0))
+        errors = errors.value_or(0) + *count;
+    for (const std::string& name : ListNames(machine, kBlock)) {
+      if (!name.starts_with("mmcblk")) continue;
+      // JEDEC eMMC 5.0: two kinds of cells, 1 for the first tenth of their life to 11 for beyond its end; 0: not told.
+      const std::string life = ReadLine(machine, kBlock + name + "/device/life_time").value_or("");
+      for (const std::string_view word : SplitWords(life))
+        if (const auto tenth = ParseNumber(word); tenth && *tenth >= 1 && *tenth <= 11)
+          wear = std::max(wear.value_or(0), *tenth * 10);
+      // 1 normal, 2 four fifths of the spare blocks are used, 3 nine tenths.
+      if (const auto state = ReadNumber(machine, kBlock + name + "/device/pre_eol_info", 1, 3))
+        preEol = preEol.value_or(false) || *state >= 2;
+    }
+    AddFact(facts, "storage.fs_errors", errors);
+    AddFact(facts, "storage.wear_percent", wear);
+    AddFact(facts, "storage.pre_eol", preEol);
+  }
+
+  /// The removable disks; those behind USB say that they are fixed.
+  static std::vector<std::string> RemovableDisks(const Machine& machine) {
+    std::vector<std::string> disks;
+    for (const std::string& name : ListNames(machine, kBlock)) {
+      const CText device(realpath(machine.Path(kBlock + name).c_str(), nullptr));
+      const bool isUsb = device && std::string_view(device.get()).find("/usb") != std::string_view::npos;
+      if (isUsb || ReadNumber(machine, kBlock + name + "/removable") == 1) disks.push_back(name);
+    }
+    return disks;
+  }
+
+  static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Mount* data) {
+    constexpr std::string_view kDev = "/dev/";
+    const Mount* const system = MountOf(mounts, "/");
+    for (const std::string& disk : RemovableDisks(machine)) {
+      const auto isOn = [&](const Mount& mount) {
+        if (!mount.source.starts_with(kDev)) return false;
+        const std::string device = mount.source.substr(kDev.size());
+        return device == disk || (device.starts_with(disk) && Exists(machine, kBlock + disk + "/" + device));
+      };
+      // A machine that was started from a stick has no disk there to take out.
+      if ((data && isOn(*data)) || (system && isOn(*system))) continue;
+      for (const Mount& mount : mounts) {
+        struct statvfs space {};
+        if (!isOn(mount) || mount.isReadOnly || mount.isFileSystemReadOnly ||
+            statvfs(machine.Path(mount.point).c_str(), &space) != 0)
+          continue;
+        if (const auto free = FreePercent(space); free && *free < 100 - kFullPercent) return true;
+      }
+    }
+    return false;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Collector> MakeStorageCollector() {
+  return std::make_unique<StorageCollector>();
+}
+
+}  // namespace trevlin

@@ -1,0 +1,502 @@
+// What links the machine to the world and to the viewer: network, display, sound, input.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <thread>
+
+#include "support/captured_machine.h"
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/display_facts.h"
+#include "trevlin/collectors/network_probe.h"
+#include "trevlin/collectors/network_state.h"
+
+namespace {
+
+using namespace trevlin;
+using namespace std::string_literals;
+using namespace std::chrono_literals;
+
+/// "link=yes speed=100 kind=wired", without the collector's name.
+std::string Text(const Facts& facts) {
+  std::string all;
+  for (const auto& [name, value] : facts) {
+    all += (all.empty() ? "" : " ") + name.substr(name.find('.') + 1) + "=";
+    if (const auto* truth = std::get_if<bool>(&value)) all += *truth ? "yes" : "no";
+    if (const auto* text = std::get_if<std::string>(&value)) all += *text;
+    char digits[32] = "";
+    if (const auto* number = std::get_if<double>(&value)) std::snprintf(digits, sizeof digits, "%g", *number);
+    all += digits;
+  }
+  return all;
+}
+
+struct Row {
+  const char* what;
+  Files files;
+  std::string facts;
+};
+
+void ExpectFacts(std::unique_ptr<Collector> (*make)(), const std::vector<Row>& rows) {
+  for (const Row& row : rows) EXPECT_EQ(Text(CapturedMachine(row.files).Collect(*make())), row.facts) << row.what;
+}
+
+// --- Network ---------------------------------------------------------------------------------------------------------
+
+constexpr connection::Address kRouter{AF_INET, {192, 168, 1, 1}};
+
+NetworkInterface Card(const char* name, bool carrier, bool address) {
+  NetworkInterface card;
+  card.name = name;
+  card.isEthernet = card.hasDevice = true;
+  card.carrier = carrier;
+  card.hasAddress = address;
+  return card;
+}
+
+NetworkInterface Wireless(const char* name, bool carrier, bool address, std::optional<double> signal) {
+  NetworkInterface card = Card(name, carrier, address);
+  card.isWireless = true;
+  card.signalDbm = signal;
+  return card;
+}
+
+NetworkInterface Virtual(const char* name, bool address, std::vector<std::string> lowers = {}, bool isPlumbing = true) {
+  NetworkInterface made = Card(name, true, address);
+  made.hasDevice = false;
+  made.isPlumbing = isPlumbing;
+  made.lowers = std::move(lowers);
+  return made;
+}
+
+NetworkInterface Tunnel(const char* name) {
+  NetworkInterface tunnel = Virtual(name, true, {}, false);
+  tunnel.isEthernet = false;
+  return tunnel;
+}
+
+TEST(Network, FactsFollowFromTheState) {
+  NetworkInterface loopback = Virtual("lo", true);
+  loopback.isLoopback = true;
+  NetworkInterface slow = Card("eth1", true, false), fallback = Card("eth0", true, false);
+  slow.speedMbit = 10;
+  slow.halfDuplex = true;
+  fallback.hasFallbackAddress = true;
+  NetworkInterface unclear = Card("eth0", true, false);
+  unclear.carrier.reset();
+  const struct {
+    const char* what;
+    std::vector<NetworkInterface> interfaces;
+    std::vector<NetworkRoute> routes;
+    const char* facts;
+    const char* gatewayBy;
+  } kMachines[] = {
+      {"nothing", {loopback}, {}, "address=no default_route=no fallback_address=no interface=no link=no", ""},
+      {"container",
+       {loopback, Virtual("eth0", true, {}, false), Virtual("ifb0", false)},
+       {{"eth0", 0, kRouter}},
+       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
+       "eth0"},
+      {"unplugged, with bridges between containers",
+       {Card("eth0", false, false), Virtual("docker0", true, {"veth1"}), Virtual("veth1", false)},
+       {},
+       "address=no default_route=no fallback_address=no interface=yes kind=wired link=no",
+       ""},
+      {"a bridge over two cards, one plugged in and below a VLAN",
+       {Card("eth0", false, false), slow, Virtual("vlan7", false, {"eth1"}),
+        Virtual("br0", true, {"br0", "eth0", "vlan7"})},
+       {{"br0", 0, kRouter}},
+       "address=yes default_route=yes fallback_address=no half_duplex=yes interface=yes kind=wired link=yes "
+       "link_speed_mbit=10",
+       "br0"},
+      {"a tunnel carries all, and the router is still the wireless one's",
+       {Card("eth0", false, false), Wireless("wlan0", true, true, -75), Tunnel("tun0")},
+       {{"wlan0", 600, kRouter}, {"tun0", 50, {AF_INET, {10, 8, 0, 1}}}},
+       "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes "
+       "wireless_quality_percent=50 wireless_signal_dbm=-75",
+       "wlan0"},
+      {"dialled over a card without an address",
+       {Card("eth0", true, false), Tunnel("ppp0")},
+       {{"ppp0", 0, {}}},
+       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
+       ""},
+      {"the cable is preferred to a weak wireless",
+       {Wireless("wlan0", true, true, -90), Card("eth0", true, true)},
+       {{"wlan0", 600, kRouter}, {"eth0", 100, kRouter}},
+       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
+       "eth0"},
+      {"two, none connected",
+       {Card("eth0", false, false), Wireless("wlan0", false, false, -90)},
+       {},
+       "address=no default_route=no fallback_address=no interface=yes link=no",
+       ""},
+      {"nobody gave an address",
+       {fallback},
+       {},
+       "address=no default_route=no fallback_address=yes interface=yes kind=wired link=yes",
+       ""},
+      {"the carrier is not known",
+       {unclear},
+       {},
+       "address=no default_route=no fallback_address=no interface=yes kind=wired",
+       ""},
+  };
+  for (const auto& machine : kMachines) {
+    NetworkState state;
+    state.interfaces = machine.interfaces;
+    state.addressesKnown = true;
+    state.defaultRoutes = machine.routes;
+    Facts facts;
+    AddNetworkFacts(state, facts);
+    EXPECT_EQ(Text(facts), machine.facts) << machine.what;
+    const NetworkRoute* gateway = GatewayRoute(state);
+    EXPECT_EQ(gateway ? gateway->interface : "", machine.gatewayBy) << machine.what;
+  }
+}
+
+constexpr char kNoRoutes[] = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n";
+constexpr char kRoutes[] =
+    "eth0\t00000000\t0101A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
+    "eth0\t0001A8C0\t00000000\t0001\t0\t0\t100\t00FFFFFF\t0\t0\t0\n"
+    "docker0\t000011AC\t00000000\t0001\t0\t0\t0\t0000FFFF\t0\t0\t0\n";
+
+/// As /proc/net/fib_trie shows the machine's own address.
+std::string Trie(const char* address) {
+  return "Main:\n  +-- 0.0.0.0/0 3 0 5\n     |-- 127.0.0.1\n        /32 host LOCAL\n     |-- 192.168.1.0\n        /24 "
+         "link "
+         "UNICAST\n     |-- "s +
+         address + "\n        /32 host LOCAL\n     |-- 172.17.0.1\n        /32 host LOCAL\n";
+}
+
+Files With(Files files, const Files& others) {
+  for (const auto& [path, content] : others) files[path] = content;
+  return files;
+}
+
+TEST(Network, IsReadFromACapturedTree) {
+  const std::string net = "/sys/class/net/";
+  const Files wired = {
+      {net + "bonding_masters", ""},
+      {net + "lo/type", "772\n"},
+      {net + "docker0/type", "1\n"},
+      {net + "docker0/bridge/stp_state", "0\n"},
+      {net + "docker0/operstate", "down\n"},
+      {net + "eth0/type", "1\n"},
+      {net + "eth0/carrier", "1\n"},
+      {net + "eth0/speed", "1000\n"},
+      {net + "eth0/duplex", "full\n"},
+      {net + "eth0/device/vendor", "0x8086\n"},
+      {"/proc/uptime", "3000.00 100.00\n"},
+      {"/proc/net/dev", "Inter-|\n face |bytes packets errs\n  eth0: 5000000 950 50 0 0 0 0 0 1 1 0 0 0 0 0 0\n"},
+      {"/proc/net/route", kNoRoutes + ""s + kRoutes},
+      {"/proc/net/fib_trie", Trie("192.168.1.10")},
+      {"/etc/resolv.conf", "# made by hand\nsearch home\nnameserver 192.168.1.1\n"},
+  };
+  const Files wireless = {
+      {net + "wlan0/type", "1\n"},
+      {net + "wlan0/operstate", "up\n"},
+      {net + "wlan0/wireless/.", ""},
+      {net + "wlan0/speed", "-1\n"},
+      {"/proc/net/wireless",
+       "Inter-| sta-|   Quality        |\n face | tus | link level noise |\n"
+       " wlan0: 0000   54.  -61.  -256        0      0      0      0      0        0\n"},
+      {"/proc/net/route", kNoRoutes},
+      {"/proc/net/if_inet6", "20010db8000000000000000000000002 03 40 00 00 wlan0\n"},
+      {"/proc/net/ipv6_route",
+       "00000000000000000000000000000000 00 00000000000000000000000000000000 00 fe800000000000000000000000000001 "
+       "00000400 00000001 00000000 00000003 wlan0\n"
+       "00000000000000000000000000000000 00 00000000000000000000000000000000 00 00000000000000000000000000000000 "
+       "ffffffff 00000001 00000000 00200200 lo\n"},
+      {"/etc/resolv.conf", "#nameserver 192.168.1.1\n"},
+  };
+  const std::string good = "fallback_address=no half_duplex=no interface=yes kind=wired link=yes link_speed_mbit=1000 ";
+  ExpectFacts(
+      MakeNetworkCollector,
+      {
+          {"nothing captured", {}, ""},
+          {"wired", wired, "address=yes default_route=yes " + good + "name_server=yes receive_errors_percent=5"},
+          {"the cable is out, and the routes are still there", With(wired, {{net + "eth0/carrier", "0\n"}}),
+           "address=yes default_route=no fallback_address=no interface=yes kind=wired link=no name_server=yes "
+           "receive_errors_percent=5"},
+          {"an address of its own making",
+           With(wired, {{"/proc/net/route", kRoutes + "eth0\t0000FEA9\t00000000\t0001\t0\t0\t0\t0000FFFF\t0\t0\t0\n"s},
+                        {"/proc/net/fib_trie", Trie("169.254.7.7")}}),
+           "address=no default_route=yes fallback_address=yes half_duplex=no interface=yes kind=wired link=yes "
+           "link_speed_mbit=1000 name_server=yes receive_errors_percent=5"},
+          {"wireless, IPv6 only", wireless,
+           "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
+           "wireless_quality_percent=70 wireless_signal_dbm=-61"},
+          {"a tentative address, and a signal as older drivers give it",
+           With(wireless, {{"/proc/net/if_inet6", "20010db8000000000000000000000002 03 40 00 40 wlan0\n"},
+                           {"/proc/net/wireless", " wlan0: 0000 54 195 0\n"}}),
+           "address=no default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
+           "wireless_quality_percent=70 wireless_signal_dbm=-61"},
+          {"no sense in any of it",
+           {{net + "eth0/type", "Ethernet"},
+            {net + "eth0/carrier", "2"},
+            {net + "eth0/operstate", "\x1b[0m"},
+            {net + "eth0/speed", "fast"},
+            {net + "eth0/duplex", "unknown"},
+            {net + "eth0/device/x", ""},
+            {"/proc/net/dev", ":::\neth0: a b c\neth0:"},
+            {"/proc/net/wireless", "eth0:\n"},
+            {"/proc/uptime", "3000 1"}},
+           "interface=yes"},
+      });
+}
+
+TEST(Network, LivePartsAskTheKernel) {
+  if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "no network namespace: " << std::strerror(errno);
+  const Machine machine;
+  Facts facts;
+  NetworkState state = ReadLiveNetwork(machine);
+  state.hasNameServer.reset();  // that is the machine's own
+  AddNetworkFacts(state, facts);
+  EXPECT_EQ(Text(facts), "address=no default_route=no fallback_address=no interface=no link=no");
+  ASSERT_TRUE(state.interfaces && !state.interfaces->empty());
+  EXPECT_TRUE(state.interfaces->front().isLoopback);
+  EXPECT_EQ(state.interfaces->front().carrier, false);
+
+  ifreq loopback{};
+  std::strcpy(loopback.ifr_name, "lo");
+  loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+  const FdHandle control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(ioctl(control.get(), SIOCSIFFLAGS, &loopback), 0);
+  EXPECT_EQ(ReadLiveNetwork(machine).interfaces->front().carrier, true);
+
+  const connection::Address self{AF_INET, {127, 0, 0, 1}}, away{AF_INET, {192, 0, 2, 1}};
+  EXPECT_EQ(IsNeighbourThere(self, 1), std::nullopt);
+  EXPECT_EQ(AskEcho(self, 1, 500ms), Echo::kNotPermitted);
+  std::ofstream range("/proc/sys/net/ipv4/ping_group_range");
+  if (!(range << "0 2147483647" << std::flush)) GTEST_SKIP() << "echoes cannot be permitted here";
+  EXPECT_EQ(AskEcho(self, 1, 500ms), Echo::kAnswered);
+  EXPECT_EQ(AskEcho(away, 1, 500ms), Echo::kUnreachable);
+  std::ofstream("/proc/sys/net/ipv4/icmp_echo_ignore_all") << 1;
+  EXPECT_EQ(AskEcho(self, 1, 50ms), Echo::kSilent);
+}
+
+/// Answers every question with a response code, or not.
+class NameServer {
+ public:
+  explicit NameServer(std::optional<uint8_t> response) : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    m_address.sin_family = AF_INET;
+    m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof m_address;
+    if (bind(m_socket.get(), reinterpret_cast<sockaddr*>(&m_address), size) != 0 ||
+        getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&m_address), &size) != 0)
+      ADD_FAILURE() << std::strerror(errno);
+    m_thread = std::thread([this, response] { Run(response); });
+  }
+  ~NameServer() {
+    const char stop = 0;
+    sendto(m_socket.get(), &stop, sizeof stop, 0, reinterpret_cast<sockaddr*>(&m_address), sizeof m_address);
+    m_thread.join();
+  }
+  const sockaddr_in& Address() const { return m_address; }
+
+ private:
+  void Run(std::optional<uint8_t> response) const {
+    constexpr unsigned char kAnswer[] = {0xC0, 12, 0, 1, 0, 1, 0, 0, 0, 0, 0, 4, 127, 0, 0, 1};  // of type A
+    unsigned char message[512 + sizeof kAnswer];
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    ssize_t got;
+    // A header has 12 bytes: identifier, flags with the response code, numbers of records.
+    while ((got = recvfrom(m_socket.get(), message, 512, 0, reinterpret_cast<sockaddr*>(&from), &size)) >= 12) {
+      message[2] |= 0x80;
+      message[3] = static_cast<unsigned char>(0x80 | response.value_or(0));
+      message[7] = response == 0 ? 1 : 0;
+      std::memcpy(message + got, kAnswer, sizeof kAnswer);
+      const size_t length = size_t(got) + (response == 0 ? sizeof kAnswer : 0);
+      if (response) sendto(m_socket.get(), message, length, 0, reinterpret_cast<sockaddr*>(&from), size);
+    }
+  }
+
+  FdHandle m_socket;
+  sockaddr_in m_address{};
+  std::thread m_thread;
+};
+
+TEST(Network, NamesResolveWhenAnAnswerComes) {
+  const struct {
+    const char* what;
+    std::optional<uint8_t> response;
+    bool resolves;
+  } kServers[] = {
+      {"an answer", 0, true}, {"no such name", 3, true}, {"the server cannot", 2, false},
+      {"refused", 5, false},  {"silence", {}, false},
+  };
+  for (const auto& each : kServers) {
+    const NameServer server(each.response);
+    EXPECT_EQ(DoNamesResolve("service.tornelo.example", server.Address()), each.resolves) << each.what;
+  }
+  sockaddr_in nobody = NameServer(0).Address();
+  EXPECT_EQ(DoNamesResolve("service.tornelo.example", nobody), false);
+  for (const std::string& name : {""s, "a..b"s, std::string(300, 'a')})
+    EXPECT_EQ(DoNamesResolve(name, nobody), std::nullopt) << name;
+}
+
+// --- Display ---------------------------------------------------------------------------------------------------------
+
+std::string Summed(std::string block) {
+  unsigned sum = 0;
+  for (size_t i = 0; i + 1 < block.size(); ++i) sum += static_cast<unsigned char>(block[i]);
+  block.back() = static_cast<char>(256 - sum % 256);
+  return block;
+}
+
+/// Of a screen that prefers `width` by `height`, with so many blocks to follow.
+std::string MakeEdid(int width, int height, int extensions = 0, bool isInterlaced = false) {
+  std::string block(128, '\0');
+  block.replace(0, 8, "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"s);
+  const int lines = isInterlaced ? height / 2 : height;
+  block[54] = 1;
+  block[56] = static_cast<char>(width);
+  block[58] = static_cast<char>(width >> 8 << 4);
+  block[59] = static_cast<char>(lines);
+  block[61] = static_cast<char>(lines >> 8 << 4);
+  block[71] = static_cast<char>(isInterlaced ? 0x80 : 0);
+  block[126] = static_cast<char>(extensions);
+  block = Summed(block);
+  for (int i = 0; i < extensions; ++i) block += Summed("\x02\x03" + std::string(126, '\x11'));
+  return block;
+}
+
+TEST(Display, EdidIsCheckedToItsEnd) {
+  std::string badSum = MakeEdid(1920, 1080, 1), badHeader = MakeEdid(1920, 1080);
+  badSum[200] ^= 1;
+  std::swap(badHeader[0], badHeader[1]);  // the sum stays right
+  std::string noTiming = MakeEdid(0, 0);
+  const struct {
+    const char* what;
+    std::string bytes;
+    bool isValid;
+    std::optional<Resolution> preferred;
+  } kScreens[] = {
+      {"one block", MakeEdid(1366, 768), true, Resolution{1366, 768}},
+      {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
+      {"interlaced", MakeEdid(1920, 1080, 1, true), true, Resolution{1920, 1080}},
+      {"no size", noTiming, true, {}},
+      {"a bad sum in the extension", badSum, false, {}},
+      {"a bad header", badHeader, false, {}},
+      {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
+      {"truncated between blocks", MakeEdid(1920, 1080, 1).substr(0, 128), false, {}},
+  };
+  for (const auto& screen : kScreens) {
+    const Edid edid = ReadEdid(screen.bytes);
+    EXPECT_EQ(edid.isValid, screen.isValid) << screen.what;
+    EXPECT_EQ(edid.preferred, screen.preferred) << screen.what;
+  }
+}
+
+TEST(Display, FactsFollowFromTheConnectors) {
+  const std::string hd = MakeEdid(1920, 1080), bad = std::string(128, 'x');
+  const struct {
+    const char* what;
+    std::vector<Connector> connectors;
+    const char* facts;
+  } kMachines[] = {
+      {"laptop",
+       {{"eDP-1", true, "", {{1366, 768}}}, {"HDMI-A-1", false, {}, {}}},
+       "connected=1 connectors=2 mode=1366x768"},
+      {"below what the screen prefers",
+       {{"HDMI-A-1", true, hd, {{1280, 720}}}},
+       "connected=1 connectors=1 edid_present=yes edid_valid=yes mode=1280x720 mode_below_preferred=yes"},
+      {"one of two shows less",
+       {{"DP-1", true, hd, {{3840, 2160}}}, {"DP-2", true, hd, {{800, 600}}}},
+       "connected=2 connectors=2 edid_present=yes edid_valid=yes mode=3840x2160 mode_below_preferred=yes"},
+      {"an adapter without a description",
+       {{"HDMI-A-1", true, "", {{1024, 768}}}},
+       "connected=1 connectors=1 edid_present=no mode=1024x768"},
+      {"one description of two is damaged",
+       {{"DP-1", true, hd, {}}, {"DP-2", true, bad, {}}},
+       "connected=2 connectors=2 edid_present=yes edid_valid=no"},
+      {"a plug that cannot tell", {{"VGA-1", {}, {}, {}}}, "connectors=1"},
+      {"nothing plugged in", {{"DP-1", false, {}, {}}}, "connected=0 connectors=1"},
+  };
+  for (const auto& machine : kMachines) {
+    Facts facts;
+    AddDisplayFacts(machine.connectors, facts);
+    EXPECT_EQ(Text(facts), machine.facts) << machine.what;
+  }
+}
+
+// --- Devices ---------------------------------------------------------------------------------------------------------
+
+TEST(Display, IsReadFromACapturedTree) {
+  const std::string drm = "/sys/class/drm/", hdmi = drm + "card0-HDMI-A-1/";
+  ExpectFacts(MakeDisplayCollector,
+              {
+                  {"no graphics", {}, ""},
+                  {"no screen at all", {{drm + "card0/x", ""}, {drm + "renderD128/x", ""}}, "connected=0 connectors=0"},
+                  {"a screen on one of two plugs",
+                   {{hdmi + "status", "connected\n"},
+                    {hdmi + "edid", MakeEdid(3840, 2160, 1)},
+                    {hdmi + "modes", "3840x2160\n"},
+                    {drm + "card0-DP-1/status", "disconnected\n"},
+                    {drm + "card0-Writeback-1/status", "unknown\n"}},
+                   "connected=1 connectors=2 edid_present=yes edid_valid=yes"},
+              });
+}
+
+TEST(Sound, IsReadFromACapturedTree) {
+  const std::string cards = "/proc/asound/cards", plug = "/proc/asound/card1/eld#0.";
+  const std::string two =
+      " 0 [PCH   ]: HDA-Intel - HDA\n          HDA at 0xf7 irq 30\n 1 [HDMI  ]: HDA-Intel - HDMI\n          HDMI\n";
+  const std::string away = "monitor_present\t\t0\neld_valid\t\t0\n", there = "monitor_present\t\t1\neld_valid\t\t1\n";
+  ExpectFacts(
+      MakeSoundCollector,
+      {
+          {"no sound in the kernel", {}, ""},
+          {"no card", {{cards, "--- no soundcards ---\n"}}, "cards=0"},
+          {"a screen that plays", {{cards, two}, {plug + "0", away}, {plug + "1", there}}, "cards=2 hdmi_output=yes"},
+          {"nobody at the digital output", {{plug + "0", away}, {plug + "1", "x"}}, "hdmi_output=no"},
+      });
+}
+
+TEST(Input, RemotesAreKnownByTheirKeys) {
+  const struct {
+    const char *what, *keys, *facts;
+  } kDevices[] = {
+      {"a power button", "10000000000000 0\n", "devices=1 remote=no"},
+      {"a mouse", "1f0000 0 0 0 0\n", "devices=1 remote=no"},
+      {"a keyboard", "402000000 3803078f800d001 feffffdfffefffff fffffffffffffffe\n", "devices=1 remote=yes"},
+      {"the same of a 32-bit kernel", "4 2000000 3803078 f800d001 feffffdf ffefffff ffffffff fffffffe\n",
+       "devices=1 remote=yes"},
+      {"OK instead of Enter", "100000000 0 0 0 118000000000 0\n", "devices=1 remote=yes"},
+      {"no sense", "ffff zz\n", "devices=1"},
+      {"words of no machine", "fffffffffffffffff 0\n", "devices=1"},
+  };
+  for (const auto& device : kDevices)
+    ExpectFacts(MakeInputCollector,
+                {{device.what,
+                  {{"/sys/class/input/event3/device/capabilities/key", device.keys}, {"/sys/class/input/mouse0/x", ""}},
+                  device.facts}});
+}
+
+TEST(Input, TheWeakestBatteryCounts) {
+  const std::string power = "/sys/class/power_supply/", remote = power + "hidpp_battery_0/";
+  const Files devices = {{remote + "scope", "Device\n"},
+                         {remote + "model_name", "Wireless Remote\n"},
+                         {remote + "capacity", "12\n"},
+                         {power + "keyboard/scope", "Device\n"},
+                         {power + "keyboard/capacity_level", "Normal\n"},
+                         {power + "BAT0/capacity", "3\n"}};
+  const char* const keyboard = "battery_name=keyboard battery_percent=55";
+  ExpectFacts(MakeInputCollector,
+              {
+                  {"not that of the machine", devices, "battery_name=Wireless Remote battery_percent=12"},
+                  {"one is away", With(devices, {{remote + "online", "0\n"}}), keyboard},
+                  {"one has not told yet",
+                   With(devices, {{remote + "capacity", "0\n"}, {remote + "status", "Unknown\n"}}), keyboard},
+                  {"no sense", {{power + "a/scope", "Device"}, {power + "a/capacity", "900"}}, ""},
+              });
+}
+
+}  // namespace
