@@ -52,6 +52,14 @@ int CreateAPIInstance();
 /// the subscription in this process, from 1. During the callback the queries all see one state of the databases.
 int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
 
+/// Has one issue looked at again, after its solution was applied: a while later, as actions need time (ten seconds, or
+/// those of the settings key "db/trevlin/recheck_delay"), on the engine's thread. An issue that is gone then becomes
+/// false; one that is still there gets a solution record that says its solution is not applied. Both are left as they
+/// are when this cannot be told, or the process ends before; the first inference of any process that finds the issue
+/// two minutes later or after that then tells. Asking again before then puts it off. Returns at once: 0, or -1 when the
+/// engine was not made ready or the code is below 1.
+int RecheckIssue(int issueCode);
+
 /// Replaces `*out` by the transitions of the type of the issue, newest first, and of equal times the one recorded last
 /// first. TREVLIN_NO_MATCH when there is none; `*out` is empty unless TREVLIN_OK is returned.
 /// Waits for a database that another process has locked, two seconds in all since a call that went through, then fails.

@@ -147,7 +147,10 @@ int Apply(const char* issueCode) {
     VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
     return kFailed;
   }
-  return Record(*solution, true);
+  const int result = Record(*solution, true);
+  // Whether it helped shows later.
+  RecheckIssue(std::atoi(issueCode));
+  return result;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -30,6 +31,14 @@ constexpr char kSelectAllSolutions[] =
 constexpr char kInsertTransition[] =
     "INSERT INTO inferenceTBL (registerTime, lastUpdatedTime, issueCode, TR, solutionCode) VALUES "
     "(coalesce(nullif(?1, ''), (SELECT min(registerTime) FROM inferenceTBL WHERE issueCode = ?3), ?2), ?2, ?3, ?4, ?5)";
+// A row whose time is none could be newer than every other for ever.
+constexpr char kSelectNewestTransition[] =
+    "SELECT lastUpdatedTime, TR FROM inferenceTBL WHERE issueCode = ?1 AND "
+    "lastUpdatedTime GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]' "
+    "ORDER BY lastUpdatedTime DESC, TR DESC LIMIT 1";
+constexpr char kPruneTransitions[] =
+    "DELETE FROM inferenceTBL WHERE issueCode = ?1 AND rowid NOT IN (SELECT rowid FROM inferenceTBL "
+    "WHERE issueCode = ?1 ORDER BY lastUpdatedTime DESC, rowid DESC LIMIT ?2)";
 constexpr char kInsertSolution[] =
     "INSERT INTO solutionTBL (registerTime, issueCode, solutionCode, type, isApply) VALUES (?1, ?2, ?3, ?4, ?5)";
 
@@ -60,6 +69,26 @@ bool FolderExists(const std::string& path) {
   return stat(path.substr(0, path.rfind('/')).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+std::string Written(const tm& time) {
+  char text[64];
+  snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.tm_year + 1900, time.tm_mon + 1, time.tm_mday,
+           time.tm_hour, time.tm_min, time.tm_sec);
+  return text;
+}
+
+std::string SecondAfter(const std::string& time) {
+  tm fields{};
+  std::sscanf(time.c_str(), "%d-%d-%dT%d:%d:%d", &fields.tm_year, &fields.tm_mon, &fields.tm_mday, &fields.tm_hour,
+              &fields.tm_min, &fields.tm_sec);
+  fields.tm_year -= 1900;
+  --fields.tm_mon;
+  ++fields.tm_sec;
+  // As if it were of a zone without summer time, so that it is a second in the text.
+  const time_t after = timegm(&fields);
+  gmtime_r(&after, &fields);
+  return Written(fields);
+}
+
 _DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
   _DTSolDBRecord record;
   record.registerTime = ColumnText(row, 0);
@@ -72,14 +101,11 @@ _DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
 
 }  // namespace
 
-std::string CurrentTime() {
-  const time_t now = time(nullptr);
+std::string CurrentTime(std::chrono::seconds offset) {
+  const time_t now = time(nullptr) + offset.count();
   tm local{};
   localtime_r(&now, &local);
-  char text[64];
-  snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-           local.tm_hour, local.tm_min, local.tm_sec);
-  return text;
+  return Written(local);
 }
 
 bool IsTime(const std::string& text) {
@@ -179,6 +205,10 @@ int Database::AddTransition(const Transition& transition) {
   const bool type = transition.type == DT_TRANSITION_TYPE_FALSE || transition.type == DT_TRANSITION_TYPE_TRUE;
   const bool times = IsTime(transition.time) && (transition.registerTime.empty() || IsTime(transition.registerTime));
   if (transition.issueCode < 1 || !type || !times) return TREVLIN_ERROR_INVALID;
+  return AddRow(transition);
+}
+
+int Database::AddRow(const Transition& transition) {
   const std::string code = std::to_string(transition.issueCode);
   return Insert(m_inference, [&](sqlite3_stmt* statement) {
     BindText(statement, 1, transition.registerTime);
@@ -187,6 +217,73 @@ int Database::AddTransition(const Transition& transition) {
     sqlite3_bind_int(statement, 4, transition.type);
     sqlite3_bind_int(statement, 5, transition.solutionCode);
   });
+}
+
+// A look first, so that a run that finds nothing new waits for no writer and is none.
+int Database::RecordTruths(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
+                           std::vector<Transition>& added) {
+  added.clear();
+  std::vector<Transition> changes;
+  const int result = FindChanges(issues, time, changes);
+  if (result != TREVLIN_OK || changes.empty()) return result;
+  if (!Execute(m_inference.db.get(), "BEGIN IMMEDIATE")) return Fail(m_inference, "cannot be written");
+  const int recorded = InTransaction(issues, time, keep, changes);
+  if (recorded == TREVLIN_OK) {
+    added = std::move(changes);
+    Succeeded(m_inference);
+  } else {
+    Execute(m_inference.db.get(), "ROLLBACK");
+  }
+  return recorded;
+}
+
+int Database::InTransaction(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
+                            std::vector<Transition>& added) {
+  int result = FindChanges(issues, time, added);
+  if (result == TREVLIN_OK) result = AddChanges(added, keep);
+  if (result != TREVLIN_OK) return result;
+  return Execute(m_inference.db.get(), "COMMIT") ? TREVLIN_OK : Fail(m_inference, "cannot be written");
+}
+
+int Database::FindChanges(const std::vector<IssueTruth>& issues, const std::string& time,
+                          std::vector<Transition>& changes) {
+  changes.clear();
+  SqliteStatement statement;
+  for (const IssueTruth& issue : issues) {
+    const std::string code = std::to_string(issue.issueCode);
+    std::string newest;
+    bool wasTrue = false;
+    const int result = Query(
+        m_inference, statement, kSelectNewestTransition, [&](sqlite3_stmt* query) { BindText(query, 1, code); },
+        [&](sqlite3_stmt* row) {
+          newest = ColumnText(row, 0);
+          wasTrue = sqlite3_column_int(row, 1) == DT_TRANSITION_TYPE_TRUE;
+        });
+    if (result != TREVLIN_OK && result != TREVLIN_NO_MATCH) return result;
+    if (issue.isTrue == wasTrue) continue;
+    changes.push_back({.time = newest < time ? time : SecondAfter(newest),
+                       .issueCode = issue.issueCode,
+                       .type = issue.isTrue ? DT_TRANSITION_TYPE_TRUE : DT_TRANSITION_TYPE_FALSE});
+  }
+  return TREVLIN_OK;
+}
+
+int Database::AddChanges(const std::vector<Transition>& changes, size_t keep) {
+  SqliteStatement prune;
+  for (const Transition& change : changes) {
+    const std::string code = std::to_string(change.issueCode);
+    int result = AddRow(change);
+    if (result != TREVLIN_OK) return result;
+    result = Query(
+        m_inference, prune, kPruneTransitions,
+        [&](sqlite3_stmt* statement) {
+          BindText(statement, 1, code);
+          sqlite3_bind_int64(statement, 2, static_cast<sqlite3_int64>(keep));
+        },
+        [](sqlite3_stmt*) {});
+    if (result != TREVLIN_NO_MATCH) return result;
+  }
+  return TREVLIN_OK;
 }
 
 int Database::AddSolution(const _DTSolDBRecord& record) {
@@ -201,6 +298,20 @@ int Database::AddSolution(const _DTSolDBRecord& record) {
     BindText(statement, 4, type);
     sqlite3_bind_int(statement, 5, record.isApply);
   });
+}
+
+int Database::RecordNoEffect(int issueCode, const std::string& until, const std::string& time) {
+  _DTSolDBRecord record;
+  int result = NewestSolution(issueCode, record);
+  if (result != TREVLIN_OK) return result;
+  if (!record.isApply || record.registerTime > until) return TREVLIN_NO_MATCH;
+  std::vector<_DTInfDBRecord> trues;
+  result = Transitions(issueCode, DT_TRANSITION_TYPE_TRUE, trues);
+  if (result != TREVLIN_OK) return result;
+  if (trues.front().lastUpdateTime > record.registerTime) return TREVLIN_NO_MATCH;
+  record.isApply = 0;
+  record.registerTime = std::max(record.registerTime, time);
+  return AddSolution(record);
 }
 
 void Database::BeginRead() {

@@ -34,8 +34,14 @@ struct Transition {
   int solutionCode = 0;
 };
 
-/// The local time as the databases write it.
-std::string CurrentTime();
+/// Whether an issue is there.
+struct IssueTruth {
+  int issueCode = 0;
+  bool isTrue = false;
+};
+
+/// The local time as the databases write it, `offset` from now.
+std::string CurrentTime(std::chrono::seconds offset = {});
 
 /// Whether `text` is a time as the databases write it ("2024-03-07T09:05:00"), of a day that the calendar has.
 bool IsTime(const std::string& text);
@@ -73,6 +79,19 @@ class Database {
   /// that is none, or a time that IsTime() refuses.
   int AddTransition(const Transition& transition);
   int AddSolution(const _DTSolDBRecord& record);
+
+  /// Adds a transition at `time` for each issue whose truth is another than that of its newest row (without rows:
+  /// false; of rows of equal times, true counts), and keeps the newest `keep` rows of those issues, all in one
+  /// transaction or not at all. Where a row of the issue is as late as `time` or later, the transition is a second
+  /// later than that. What another process adds meanwhile is seen, so that of two only one adds a transition. `added`
+  /// is replaced by the transitions that were added, without register times. TREVLIN_OK also when there was nothing to
+  /// add. Not between BeginRead() and EndRead().
+  int RecordTruths(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
+                   std::vector<Transition>& added);
+
+  /// Where the newest solution of the issue was applied at `until` or earlier, and the issue has not become true since,
+  /// adds the solution once more at `time`, as not applied. TREVLIN_NO_MATCH when there is no such solution.
+  int RecordNoEffect(int issueCode, const std::string& until, const std::string& time);
 
   /// Holds one state of the databases from here to EndRead(), so that many queries see the same and cost less. Failing
   /// to do so is no error: the queries then each see the newest state. What this object adds meanwhile is seen.
@@ -117,6 +136,11 @@ class Database {
   int Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row);
   template <typename Bind>
   int Insert(File& file, Bind bind);
+  int FindChanges(const std::vector<IssueTruth>& issues, const std::string& time, std::vector<Transition>& changes);
+  int AddChanges(const std::vector<Transition>& changes, size_t keep);
+  int InTransaction(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
+                    std::vector<Transition>& added);
+  int AddRow(const Transition& transition);
 
   int Fail(File& file, const char* doing);
   int Fail(File& file, const char* doing, const std::string& reason);

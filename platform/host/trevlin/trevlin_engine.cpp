@@ -1,18 +1,24 @@
-// Today the engine infers nothing by itself: it answers a subscription at once, from what the databases hold.
-
 #include "trevlin_engine.h"
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "dlog.h"
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
+#include "vconf.h"
 
 namespace trevlin {
 
@@ -20,9 +26,23 @@ namespace {
 
 constexpr char kTag[] = "TREVLIN";
 
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+
+// What recording may take when another process has the database locked.
+constexpr microseconds kRecordingShare{2500000};
+// Longer waits are of no use, and must not overflow.
+constexpr unsigned long kLongestWait = 3600000000;
+
+// As long as the collector with the longest deadline. A subscriber may wait meanwhile, and still has its run then.
+constexpr microseconds kLongestRecheck{6000000};
+constexpr char kRecheckDelayKey[] = "db/trevlin/recheck_delay";
+constexpr int kRecheckDelaySeconds = 10;
+
 class Engine {
  public:
-  void Subscribe(InferenceCallback callback);
+  void Subscribe(unsigned long wait, InferenceCallback callback);
+  void Recheck(int issueCode);
 
   /// Calls `operation` with the database while no other thread uses it.
   template <typename Operation>
@@ -34,46 +54,129 @@ class Engine {
  private:
   struct Subscription {
     unsigned int number;
+    Clock::time_point until;
     InferenceCallback callback;
   };
 
+  /// What there is to do next, in the order of doing.
+  struct Work {
+    std::deque<Subscription> subscriptions;
+    std::optional<int> recheck;
+  };
+
+  void StartThread();
   void Run();
+  Work NextWork();
+  bool TakeWork(Work& work);
+  std::map<int, Clock::time_point>::iterator NextRecheck();
+  void Infer(const std::deque<Subscription>& subscriptions);
   void Answer(const Subscription& subscription);
+  void RecheckNow(int issueCode);
+  Inference& Inferring();
 
   std::mutex m_queueMutex;
   std::condition_variable m_queued;
   std::deque<Subscription> m_queue;
+  std::map<int, Clock::time_point> m_rechecks;
   unsigned int m_subscriptions = 0;
   bool m_running = false;
 
   std::mutex m_databaseMutex;
   Database m_database{Database::Access::kReadWrite};
+
+  std::unique_ptr<Inference> m_inference;  // of the engine's thread
 };
 
 // Lives from CreateAPIInstance() to the end of the process: its thread may still answer while the process ends.
 std::atomic<Engine*> g_engine{nullptr};
 
-void Engine::Subscribe(InferenceCallback callback) {
-  const std::lock_guard lock(m_queueMutex);
-  if (!m_running) {
-    std::thread(&Engine::Run, this).detach();
-    m_running = true;
+// What fails on the engine's thread must not end it.
+template <typename Operation>
+void Attempt(const char* doing, Operation operation) {
+  try {
+    operation();
+  } catch (const std::exception& error) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s failed: %s", doing, error.what());
   }
-  m_queue.push_back({m_subscriptions + 1, callback});
+}
+
+// With the queue locked.
+void Engine::StartThread() {
+  if (m_running) return;
+  std::thread(&Engine::Run, this).detach();
+  m_running = true;
+}
+
+void Engine::Subscribe(unsigned long wait, InferenceCallback callback) {
+  const std::lock_guard lock(m_queueMutex);
+  StartThread();
+  const auto until = Clock::now() + microseconds(std::min(wait, kLongestWait));
+  m_queue.push_back({m_subscriptions + 1, until, callback});
   ++m_subscriptions;
+  m_queued.notify_one();
+}
+
+void Engine::Recheck(int issueCode) {
+  int delay = kRecheckDelaySeconds;
+  vconf_get_int(kRecheckDelayKey, &delay);
+  const std::lock_guard lock(m_queueMutex);
+  StartThread();
+  m_rechecks[issueCode] = Clock::now() + std::chrono::seconds(std::max(delay, 0));
   m_queued.notify_one();
 }
 
 void Engine::Run() {
   pthread_setname_np(pthread_self(), "trevlin");
   for (;;) {
-    std::unique_lock lock(m_queueMutex);
-    m_queued.wait(lock, [this] { return !m_queue.empty(); });
-    const Subscription next = m_queue.front();
-    m_queue.pop_front();
-    lock.unlock();
-    Answer(next);
+    const Work work = NextWork();
+    if (!work.subscriptions.empty()) Attempt("the inference", [&] { Infer(work.subscriptions); });
+    for (const Subscription& subscription : work.subscriptions) Answer(subscription);
+    if (work.recheck) Attempt("the second look", [&] { RecheckNow(*work.recheck); });
   }
+}
+
+Engine::Work Engine::NextWork() {
+  Work work;
+  std::unique_lock lock(m_queueMutex);
+  while (!TakeWork(work)) {
+    if (m_rechecks.empty())
+      m_queued.wait(lock);
+    else
+      m_queued.wait_until(lock, Clock::time_point(NextRecheck()->second));
+  }
+  return work;
+}
+
+std::map<int, Clock::time_point>::iterator Engine::NextRecheck() {
+  return std::min_element(m_rechecks.begin(), m_rechecks.end(),
+                          [](const auto& a, const auto& b) { return a.second < b.second; });
+}
+
+// One second look at a time: a subscriber does not wait for more.
+bool Engine::TakeWork(Work& work) {
+  work.subscriptions.swap(m_queue);
+  if (const auto next = NextRecheck(); next != m_rechecks.end() && next->second <= Clock::now()) {
+    work.recheck = next->first;
+    m_rechecks.erase(next);
+  }
+  return !work.subscriptions.empty() || work.recheck;
+}
+
+Inference& Engine::Inferring() {
+  if (!m_inference) m_inference = std::make_unique<Inference>(MakeCollectors());
+  return *m_inference;
+}
+
+void Engine::Infer(const std::deque<Subscription>& subscriptions) {
+  if (!Inferring().HasRules()) return;
+  const auto first = std::min_element(subscriptions.begin(), subscriptions.end(),
+                                      [](const auto& a, const auto& b) { return a.until < b.until; });
+  const auto wait = std::max(microseconds(0), std::chrono::duration_cast<microseconds>(first->until - Clock::now()));
+  const Outcome outcome = Inferring().Run(std::max(wait - kRecordingShare, wait / 2));
+  std::vector<Transition> changes;
+  WithDatabase([&](Database& database) { return RecordOutcome(database, outcome, changes); });
+  __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "inferred in %lld ms: %zu issues changed",
+               static_cast<long long>(outcome.took.count() / 1000), changes.size());
 }
 
 // The database is free during the callback, which asks it for the answer.
@@ -85,6 +188,16 @@ void Engine::Answer(const Subscription& subscription) {
   withDatabase(&Database::BeginRead);
   subscription.callback(subscription.number, DTSignalData{});
   withDatabase(&Database::EndRead);
+}
+
+void Engine::RecheckNow(int issueCode) {
+  if (!Inferring().HasRules()) return;
+  const Outcome outcome = Inferring().Recheck(issueCode, kLongestRecheck);
+  std::vector<Transition> changes;
+  WithDatabase([&](Database& database) { return RecordOutcome(database, outcome, changes, std::chrono::seconds(0)); });
+  for (const IssueTruth& issue : outcome.issues)
+    __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "after its solution issue %d is %s", issue.issueCode,
+                 issue.isTrue ? "still there" : "gone");
 }
 
 // The interface is C's: what goes wrong is a result.
@@ -120,12 +233,20 @@ int CreateAPIInstance() {
   });
 }
 
-// Nothing is inferred that would have to be waited for.
-int InferenceSubscribeOnce(unsigned long, InferenceCallback callback) {
+int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback) {
   return trevlin::Guarded(-1, [&] {
     trevlin::Engine* engine = trevlin::g_engine.load(std::memory_order_acquire);
     if (!engine || !callback) return -1;
-    engine->Subscribe(callback);
+    engine->Subscribe(wait, callback);
+    return 0;
+  });
+}
+
+int RecheckIssue(int issueCode) {
+  return trevlin::Guarded(-1, [&] {
+    trevlin::Engine* engine = trevlin::g_engine.load(std::memory_order_acquire);
+    if (!engine || issueCode < 1) return -1;
+    engine->Recheck(issueCode);
     return 0;
   });
 }

@@ -1,0 +1,153 @@
+#include "trevlin/inference.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/atomic_file.h"
+#include "dlog.h"
+#include "set_paths.h"
+#include "settings/settings_store.h"
+#include "system_path.h"
+#include "trevlin/rule_histories.h"
+
+namespace trevlin {
+
+namespace {
+
+constexpr char kTag[] = "TREVLIN";
+
+// Rows that an issue keeps.
+constexpr size_t kHistory = 100;
+
+using Clock = std::chrono::steady_clock;
+
+std::chrono::microseconds Since(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+}
+
+FactValue ReadSetting(std::string_view key) {
+  settings::Value value;
+  std::string error;
+  const settings::ReadResult result = settings::Read(key, value, error);
+  if (result == settings::ReadResult::kFailed) __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s", error.c_str());
+  if (result != settings::ReadResult::kOk) return {};
+  if (const int* number = std::get_if<int>(&value)) return static_cast<double>(*number);
+  if (const bool* truth = std::get_if<bool>(&value)) return *truth;
+  if (const double* number = std::get_if<double>(&value)) return *number;
+  return std::get<std::string>(value);
+}
+
+void LogRunsOver(const std::vector<Reading>& readings) {
+  for (const Reading& each : readings)
+    if (each.state == Reading::State::kCutOff)
+      __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "collector %s was cut off after %lld ms", each.collector.c_str(),
+                   static_cast<long long>(each.took.count() / 1000));
+}
+
+}  // namespace
+
+Inference::Inference(std::vector<std::unique_ptr<Collector>> collectors, Machine machine)
+    : m_pool(std::move(collectors), std::move(machine)) {
+  for (const auto& [fact, collector] : m_pool.Facts()) m_kinds.emplace(fact.name, fact.kind);
+}
+
+bool Inference::HasRules() {
+  std::string text;
+  if (!ReadWholeFile(SystemPath(set_paths::kRules), text)) {
+    if (errno != ENOENT) __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s", set_paths::kRules, std::strerror(errno));
+    m_rulesText.reset();
+    m_rules.clear();
+    return false;
+  }
+  if (text == m_rulesText) return true;
+  RuleFile file = ParseRules(text, m_kinds);
+  for (const RuleMistake& mistake : file.mistakes)
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s", ToText(mistake, set_paths::kRules).c_str());
+  m_rules = std::move(file.rules);
+  m_rulesText = std::move(text);
+  return true;
+}
+
+Outcome Inference::Run(std::chrono::microseconds wait) {
+  const auto start = Clock::now();
+  CollectorPool::Names names;
+  for (const Rule& rule : m_rules) AddFactNames(rule, names);
+  Outcome outcome;
+  Facts facts;
+  outcome.readings = ReadFacts(names, CollectorPool::Age::kWithinPeriod, wait, facts);
+  DecideAll(facts, outcome);
+  outcome.took = Since(start);
+  return outcome;
+}
+
+void Inference::Add(const Rule& rule, Truth truth, Outcome& outcome) {
+  if (truth == Truth::kUnknown) return;
+  outcome.issues.push_back({rule.code, truth == Truth::kTrue});
+  if (truth == Truth::kTrue && !rule.isEvent) outcome.remaining.push_back(rule.code);
+}
+
+void Inference::DecideAll(const Facts& facts, Outcome& outcome) const {
+  const auto decide = [&](const Rule& rule, History& history) {
+    const Truth truth = Decide(rule, facts, SecondsSinceStart(), history);
+    Add(rule, truth, outcome);
+  };
+  for (const Rule& rule : m_rules) {
+    History none;
+    if (!rule.hold.IsSet()) decide(rule, none);
+  }
+  if (std::none_of(m_rules.begin(), m_rules.end(), [](const Rule& rule) { return rule.hold.IsSet(); })) return;
+  ChangeHistories([&](Histories& histories) {
+    Histories kept;
+    for (const Rule& rule : m_rules) {
+      if (!rule.hold.IsSet()) continue;
+      History history = histories[rule.code];
+      decide(rule, history);
+      if (history != History{}) kept[rule.code] = history;
+    }
+    histories = std::move(kept);
+  });
+}
+
+Outcome Inference::Recheck(int issueCode, std::chrono::microseconds wait) {
+  const auto start = Clock::now();
+  Outcome outcome;
+  const auto rule =
+      std::find_if(m_rules.begin(), m_rules.end(), [issueCode](const Rule& each) { return each.code == issueCode; });
+  if (rule == m_rules.end() || rule->isEvent) return outcome;
+  CollectorPool::Names names;
+  AddFactNames(*rule, names);
+  Facts facts;
+  outcome.readings = ReadFacts(names, CollectorPool::Age::kFresh, wait, facts);
+  const Truth truth = DecideNow(*rule, facts);
+  Add(*rule, truth, outcome);
+  // What held before the solution was applied says nothing about what comes.
+  if (truth == Truth::kFalse && rule->hold.IsSet())
+    ChangeHistories([issueCode](Histories& histories) { histories.erase(issueCode); });
+  outcome.took = Since(start);
+  return outcome;
+}
+
+std::vector<Reading> Inference::ReadFacts(const CollectorPool::Names& names, CollectorPool::Age age,
+                                          std::chrono::microseconds wait, Facts& facts) {
+  std::vector<Reading> readings = m_pool.Read(names, age, wait, facts);
+  for (const std::string& name : names)
+    if (name.starts_with(kSettingPrefix))
+      facts[name] = ReadSetting(std::string_view(name).substr(kSettingPrefix.size()));
+  LogRunsOver(readings);
+  return readings;
+}
+
+int RecordOutcome(Database& database, const Outcome& outcome, std::vector<Transition>& changes,
+                  std::chrono::seconds settled) {
+  const int result = database.RecordTruths(outcome.issues, CurrentTime(), kHistory, changes);
+  for (const Transition& change : changes)
+    __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "issue %d %s", change.issueCode,
+                 change.type == DT_TRANSITION_TYPE_TRUE ? "is there" : "has cleared");
+  for (const int code : outcome.remaining)
+    if (database.RecordNoEffect(code, CurrentTime(-settled), CurrentTime()) == TREVLIN_OK)
+      __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "the solution of issue %d was of no effect", code);
+  return result;
+}
+
+}  // namespace trevlin

@@ -1,0 +1,113 @@
+#include "trevlin/rule_histories.h"
+
+#include <fcntl.h>
+#include <json/reader.h>
+#include <json/value.h>
+#include <json/writer.h>
+#include <sys/file.h>
+#include <time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "base/atomic_file.h"
+#include "dlog.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace trevlin {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kTag[] = "TREVLIN";
+constexpr auto kLongestLock = 1s;
+constexpr auto kLockPause = 5ms;
+
+void Complain(const char* path, const char* doing) {
+  __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s: %s: %s", path, doing, std::strerror(errno));
+}
+
+FdHandle Lock() {
+  MakeFolders(SystemPath(set_paths::kTrevlinRun));
+  FdHandle lock(
+      open(SystemPath(set_paths::kRuleHistoriesLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  const auto end = std::chrono::steady_clock::now() + kLongestLock;
+  while (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (!lock || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > end) {
+      Complain(set_paths::kRuleHistoriesLock, "cannot be locked");
+      return {};
+    }
+    std::this_thread::sleep_for(kLockPause);
+  }
+  return lock;
+}
+
+std::string BootId() {
+  std::string text;
+  ReadWholeFile("/proc/sys/kernel/random/boot_id", text);
+  return text.substr(0, text.find('\n'));
+}
+
+// What is no history of this start counts as none.
+Histories Parse(const std::string& text) {
+  Histories histories;
+  Json::Value document;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  try {
+    if (!reader->parse(text.data(), text.data() + text.size(), &document, nullptr) || document["boot"] != BootId())
+      return histories;
+    const Json::Value& issues = document["issues"];
+    for (const std::string& code : issues.getMemberNames()) {
+      const Json::Value& each = issues[code];
+      histories[std::atoi(code.c_str())] = {
+          .since = each["since"].asDouble(), .seen = each["seen"].asDouble(), .runs = each["runs"].asUInt()};
+    }
+  } catch (const Json::Exception&) {
+    histories.clear();
+  }
+  return histories;
+}
+
+std::string ToText(const Histories& histories) {
+  Json::Value document;
+  document["boot"] = BootId();
+  Json::Value& issues = document["issues"] = Json::objectValue;
+  for (const auto& [code, history] : histories) {
+    Json::Value& each = issues[std::to_string(code)];
+    each["since"] = history.since;
+    each["seen"] = history.seen;
+    each["runs"] = history.runs;
+  }
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, document) + "\n";
+}
+
+}  // namespace
+
+double SecondsSinceStart() {
+  timespec time{};
+  clock_gettime(CLOCK_BOOTTIME, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+void ChangeHistories(const std::function<void(Histories&)>& change) {
+  const FdHandle lock = Lock();
+  std::string text;
+  if (!ReadWholeFile(SystemPath(set_paths::kRuleHistories), text, Links::kRefuse) && errno != ENOENT)
+    Complain(set_paths::kRuleHistories, "cannot be read");
+  const Histories before = Parse(text);
+  Histories after = before;
+  change(after);
+  if (after != before && lock && !PublishFile(SystemPath(set_paths::kRuleHistories), ToText(after)))
+    Complain(set_paths::kRuleHistories, "cannot be written");
+}
+
+}  // namespace trevlin

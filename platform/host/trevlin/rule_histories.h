@@ -1,0 +1,26 @@
+#pragma once
+/// @file
+/// What the runs of all processes have seen of each rule's condition: set_paths::kTrevlinRun/histories.json, published
+/// by rename. It is of this start of the machine; what an earlier one left counts for nothing.
+///
+/// Thread rule: callable from any thread.
+
+#include <functional>
+#include <map>
+
+#include "trevlin/rules.h"
+
+namespace trevlin {
+
+/// By issue code. A rule whose condition does not hold has none.
+using Histories = std::map<int, History>;
+
+/// Seconds since the machine was started, suspended ones included: the same for all processes.
+double SecondsSinceStart();
+
+/// Calls `change` with the histories while no other process changes them, and stores what it leaves. Where they cannot
+/// be locked (waited for a second at most), read or stored, the log says so and `change` is called all the same, with
+/// those that could be read.
+void ChangeHistories(const std::function<void(Histories&)>& change);
+
+}  // namespace trevlin

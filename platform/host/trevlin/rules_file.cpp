@@ -1,0 +1,253 @@
+#include "trevlin/rules_file.h"
+
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+#include "settings/settings_store.h"
+
+namespace trevlin {
+
+namespace {
+
+constexpr int kVersion = 1;
+constexpr int kLongestHoldSeconds = 86400;
+constexpr int kMostRuns = 32;
+constexpr int kDeepest = 100;
+
+constexpr Operator kOperators[] = {
+    Operator::kLess,  Operator::kLessOrEqual, Operator::kGreater, Operator::kGreaterOrEqual,
+    Operator::kEqual, Operator::kNotEqual,    Operator::kHas};
+
+// In the order of the kinds, which is that of a value's alternatives after the unknown one.
+std::string NameOf(FactKind kind) {
+  constexpr const char* kNames[] = {"a truth", "a number", "a text"};
+  return kNames[static_cast<size_t>(kind)];
+}
+
+/// Ends the reading of a rule.
+struct Wrong {
+  ptrdiff_t offset;
+  std::string reason;
+};
+
+[[noreturn]] void Refuse(const Json::Value& at, std::string reason) {
+  throw Wrong{at.getOffsetStart(), std::move(reason)};
+}
+
+std::string Quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
+
+void CheckMembers(const Json::Value& object, std::string_view what, std::initializer_list<std::string_view> known) {
+  if (!object.isObject()) Refuse(object, std::string(what) + " is no object");
+  for (const std::string& name : object.getMemberNames())
+    if (std::find(known.begin(), known.end(), name) == known.end())
+      Refuse(object[name], "unknown member " + Quoted(name) + " of " + std::string(what));
+}
+
+const Json::Value& Member(const Json::Value& object, std::string_view what, const char* name) {
+  if (!object.isMember(name)) Refuse(object, std::string(what) + " has no " + Quoted(name));
+  return object[name];
+}
+
+int Integer(const Json::Value& value, const char* name, int least, int most) {
+  if (value.isInt() && value.asInt() >= least && value.asInt() <= most) return value.asInt();
+  Refuse(value, Quoted(name) + " is no whole number from " + std::to_string(least) + " to " + std::to_string(most));
+}
+
+class Parser {
+ public:
+  Parser(std::string_view text, const FactKinds& facts) : m_text(text), m_facts(facts) {}
+  RuleFile Read();
+
+ private:
+  Json::Value ReadJson() const;
+  const Json::Value& Rules(const Json::Value& document) const;
+  Rule ReadRule(const Json::Value& value) const;
+  Hold ReadHold(const Json::Value& value) const;
+  Condition ReadCondition(const Json::Value& value) const;
+  Condition ReadComparison(const Json::Value& value) const;
+  RuleMistake MistakeAt(const Wrong& wrong) const;
+
+  const std::string_view m_text;
+  const FactKinds& m_facts;
+};
+
+RuleFile Parser::Read() {
+  RuleFile file;
+  try {
+    const Json::Value document = ReadJson();
+    for (const Json::Value& each : Rules(document)) {
+      try {
+        Rule rule = ReadRule(each);
+        if (std::any_of(file.rules.begin(), file.rules.end(),
+                        [&](const Rule& other) { return other.code == rule.code; }))
+          Refuse(each["code"], "code " + std::to_string(rule.code) + " has a rule already");
+        file.rules.push_back(std::move(rule));
+      } catch (const Wrong& wrong) {
+        file.mistakes.push_back(MistakeAt(wrong));
+      }
+    }
+  } catch (const Wrong& wrong) {
+    file.mistakes.push_back(MistakeAt(wrong));
+  } catch (const RuleMistake& mistake) {
+    file.mistakes.push_back(mistake);
+  }
+  return file;
+}
+
+// The parser's own message is "* Line 3, Column 5", a line feed and the reason, indented.
+Json::Value Parser::ReadJson() const {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  builder["stackLimit"] = kDeepest;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value document;
+  std::string problem;
+  RuleMistake mistake;
+  try {
+    if (reader->parse(m_text.data(), m_text.data() + m_text.size(), &document, &problem)) return document;
+    std::sscanf(problem.c_str(), "* Line %d, Column %d", &mistake.line, &mistake.column);
+    const size_t from = std::min(problem.find_first_not_of(" \n", problem.find('\n')), problem.size());
+    mistake.reason = "no JSON: " + problem.substr(from, problem.find('\n', from) - from);
+  } catch (const std::exception& error) {
+    mistake.reason = std::string("no JSON: ") + error.what();
+  }
+  throw mistake;
+}
+
+const Json::Value& Parser::Rules(const Json::Value& document) const {
+  CheckMembers(document, "the file", {"version", "rules"});
+  Integer(Member(document, "the file", "version"), "version", kVersion, kVersion);
+  const Json::Value& rules = Member(document, "the file", "rules");
+  if (!rules.isArray()) Refuse(rules, "\"rules\" is no array");
+  return rules;
+}
+
+Rule Parser::ReadRule(const Json::Value& value) const {
+  CheckMembers(value, "a rule", {"code", "group", "when", "for", "clear", "event"});
+  Rule rule;
+  rule.code = Integer(Member(value, "a rule", "code"), "code", 1, INT32_MAX);
+  const Json::Value& group = Member(value, "a rule", "group");
+  if (!group.isString() || std::find(std::begin(kGroups), std::end(kGroups), group.asString()) == std::end(kGroups))
+    Refuse(group, "unknown group " + (group.isString() ? Quoted(group.asString()) : "that is no text"));
+  rule.group = group.asString();
+  rule.when = ReadCondition(Member(value, "a rule", "when"));
+  if (value.isMember("for")) rule.hold = ReadHold(value["for"]);
+  if (value.isMember("clear")) rule.clear = ReadCondition(value["clear"]);
+  if (value.isMember("event")) {
+    if (!value["event"].isBool()) Refuse(value["event"], "\"event\" is no truth");
+    rule.isEvent = value["event"].asBool();
+  }
+  return rule;
+}
+
+Hold Parser::ReadHold(const Json::Value& value) const {
+  Hold hold;
+  if (value.isObject() && value.isMember("seconds")) {
+    CheckMembers(value, "\"for\" with \"seconds\"", {"seconds"});
+    hold.seconds = Integer(value["seconds"], "seconds", 1, kLongestHoldSeconds);
+    return hold;
+  }
+  CheckMembers(value, "\"for\"", {"runs", "of"});
+  hold.runs = Integer(Member(value, "\"for\"", "runs"), "runs", 1, kMostRuns);
+  hold.of = value.isMember("of") ? Integer(value["of"], "of", hold.runs, kMostRuns) : hold.runs;
+  return hold;
+}
+
+Condition Parser::ReadCondition(const Json::Value& value) const {
+  constexpr char kWhat[] = "a condition";
+  if (value.isObject() && value.isMember("fact")) return ReadComparison(value);
+  CheckMembers(value, kWhat, {"all", "any", "not"});
+  if (value.size() != 1) Refuse(value, "a condition is one of \"fact\", \"all\", \"any\" and \"not\"");
+  Condition condition;
+  if (value.isMember("not")) {
+    condition.kind = Condition::Kind::kNot;
+    condition.parts.push_back(ReadCondition(value["not"]));
+    return condition;
+  }
+  const char* name = value.isMember("all") ? "all" : "any";
+  condition.kind = value.isMember("all") ? Condition::Kind::kAll : Condition::Kind::kAny;
+  if (!value[name].isArray() || value[name].empty()) Refuse(value[name], Quoted(name) + " is no array of conditions");
+  for (const Json::Value& part : value[name]) condition.parts.push_back(ReadCondition(part));
+  return condition;
+}
+
+FactValue ReadValue(const Json::Value& value) {
+  if (value.isBool()) return value.asBool();
+  if (value.isNumeric()) return value.asDouble();
+  if (value.isString()) return value.asString();
+  Refuse(value, "\"value\" is no number, truth or text");
+}
+
+Operator ReadOperator(const Json::Value& value) {
+  for (const Operator each : kOperators)
+    if (value.isString() && value.asString() == NameOf(each)) return each;
+  Refuse(value, "unknown operator " + (value.isString() ? Quoted(value.asString()) : "that is no text"));
+}
+
+/// What the operator compares; nothing for all kinds.
+std::optional<FactKind> KindFor(Operator comparison) {
+  if (comparison == Operator::kEqual || comparison == Operator::kNotEqual) return std::nullopt;
+  return comparison == Operator::kHas ? FactKind::kText : FactKind::kNumber;
+}
+
+bool IsWord(const std::string& text) {
+  return !text.empty() && text.find(' ') == std::string::npos;
+}
+
+Condition Parser::ReadComparison(const Json::Value& value) const {
+  constexpr char kWhat[] = "a comparison";
+  CheckMembers(value, kWhat, {"fact", "is", "value"});
+  if (!value["fact"].isString()) Refuse(value["fact"], "\"fact\" is no text");
+  Condition condition;
+  condition.fact = value["fact"].asString();
+  condition.comparison = ReadOperator(Member(value, kWhat, "is"));
+  condition.value = ReadValue(Member(value, kWhat, "value"));
+  const auto kind = static_cast<FactKind>(condition.value.index() - 1);
+  if (condition.fact.starts_with(kSettingPrefix)) {
+    if (const char* problem = settings::KeyProblem(std::string_view(condition.fact).substr(kSettingPrefix.size())))
+      Refuse(value["fact"], Quoted(condition.fact) + ": " + problem);
+  } else {
+    const auto known = m_facts.find(condition.fact);
+    if (known == m_facts.end()) Refuse(value["fact"], "unknown fact " + Quoted(condition.fact));
+    if (known->second != kind)
+      Refuse(value["value"],
+             Quoted(condition.fact) + " is " + NameOf(known->second) + ", the value is " + NameOf(kind));
+  }
+  if (const auto needed = KindFor(condition.comparison).value_or(kind); needed != kind)
+    Refuse(value["is"],
+           Quoted(NameOf(condition.comparison)) + " needs " + NameOf(needed) + ", the value is " + NameOf(kind));
+  if (condition.comparison == Operator::kHas && !IsWord(std::get<std::string>(condition.value)))
+    Refuse(value["value"], "the value is not one word");
+  return condition;
+}
+
+RuleMistake Parser::MistakeAt(const Wrong& wrong) const {
+  const std::string_view before = m_text.substr(0, static_cast<size_t>(std::max<ptrdiff_t>(wrong.offset, 0)));
+  const size_t lineFeed = before.rfind('\n');
+  return {.line = 1 + static_cast<int>(std::count(before.begin(), before.end(), '\n')),
+          .column = static_cast<int>(before.size() - (lineFeed == before.npos ? 0 : lineFeed + 1)) + 1,
+          .reason = wrong.reason};
+}
+
+}  // namespace
+
+std::string ToText(const RuleMistake& mistake, std::string_view file) {
+  return std::string(file) + ":" + std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + ": " +
+         mistake.reason;
+}
+
+RuleFile ParseRules(std::string_view text, const FactKinds& facts) {
+  return Parser(text, facts).Read();
+}
+
+}  // namespace trevlin
