@@ -17,11 +17,13 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "set_paths.h"
 #include "support/process.h"
 #include "system_path.h"
+#include "trevlin/trevlin_database.h"
 #include "vconf.h"
 
 namespace {
@@ -482,6 +484,63 @@ TEST(SetdReport, AfterARestartOnlyAndThenOnce) {
   EXPECT_EQ(Reports().size(), 3u);
   run();
   EXPECT_EQ(Reports().size(), 3u);
+}
+
+TEST(SetdStart, TellsAShutdownOutOfOrder) {
+  const struct {
+    const char* boot;
+    const char* told;
+    int end;
+  } kStarts[] = {
+      {"first", "first clean\n", SIGTERM},   {"second", "second clean\n", SIGKILL},
+      {"third", "third unclean\n", SIGKILL}, {"third", "third unclean\n", SIGTERM},
+      {"fourth", "fourth clean\n", SIGTERM},
+  };
+  for (const auto& start : kStarts) {
+    Write("/proc/sys/kernel/random/boot_id", start.boot + std::string("\n"));
+    const auto daemon = StartDaemon();
+    EXPECT_EQ(Read(set_paths::kLastShutdown), start.told);
+    daemon->Signal(start.end);
+    daemon->Wait();
+    EXPECT_EQ(Exists("/var/lib/vexilo-host/setd/running"), start.end == SIGKILL);
+  }
+}
+
+/// The niceness of the daemon's thread of the name; nothing when there is none.
+std::optional<int> NicenessOf(pid_t daemon, const std::string& name) {
+  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
+    std::ifstream comm(task.path() / "comm");
+    std::string line;
+    std::getline(comm, line);
+    if (line == name) return getpriority(PRIO_PROCESS, static_cast<id_t>(std::stoi(task.path().filename().string())));
+  }
+  return std::nullopt;
+}
+
+TEST(SetdBackground, DiagnosesAtThePeriodThatTheSettingsKeyHas) {
+  constexpr char kPeriod[] = "db/trevlin/background_period";
+  Write(set_paths::kRules,
+        R"({"version": 1, "rules": [{"code": 17, "group": "memory",
+            "when": {"fact": "setting:db/trouble", "is": "==", "value": true}}]})");
+  vconf_set_bool("db/trouble", 1);
+  vconf_set_int(kPeriod, 0);
+  const Daemon daemon = StartDaemon();
+  const auto comesTo = [](int type) {
+    return Comes([type] {
+      trevlin::Database database(trevlin::Database::Access::kReadOnly);
+      std::vector<trevlin::Transition> all;
+      database.AllTransitions(all);
+      return !all.empty() && all.back().type == type;
+    });
+  };
+  EXPECT_TRUE(Comes([&] { return NicenessOf(daemon->Pid(), "trevlin") == 10; }));
+  EXPECT_FALSE(Exists(set_paths::kInferenceDb));
+  vconf_set_int(kPeriod, 1);
+  EXPECT_TRUE(comesTo(1));
+  vconf_set_bool("db/trouble", 0);
+  EXPECT_TRUE(comesTo(0));
+  daemon->Signal(SIGTERM);
+  EXPECT_EQ(daemon->Wait(5s).exitCode, 0);
 }
 
 }  // namespace

@@ -206,6 +206,36 @@ TEST(Vexiloctl, TransitionsAndSolutionsAreListedOldestFirst) {
             "2024-03-09T00:00:00  18    1001      5     yes      SID_UNTRANSLATED\n");
 }
 
+TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
+  MakeTitles();
+  EXPECT_EQ(RunCtl({"engine", "run"}).err, "vexiloctl: /usr/share/trevlin/rules.json: No such file or directory\n");
+  fs::create_directories(fs::path(SystemPath(set_paths::kRules)).parent_path());
+  const std::string rule =
+      R"({"code": 17, "group": "storage", "when": {"fact": "setting:db/a", "is": ">", "value": 1}})";
+  Write(set_paths::kRules, "{\"version\": 1, \"rules\": [" + rule + ",\n" + rule + "]}");
+  EXPECT_EQ(Output({"engine", "rules", "list"}),
+            "CODE  GROUP    ON DEMAND  TITLE                        WHEN\n"
+            "17    storage  no         Speicher fast voll – prüfen  setting:db/a > 1\n");
+  const ProcessResult check = RunCtl({"engine", "rules", "check"});
+  EXPECT_EQ(check.exitCode, 1);
+  EXPECT_EQ(check.out, "/usr/share/trevlin/rules.json:2:10: code 17 has a rule already\n");
+  EXPECT_EQ(check.err, "vexiloctl: /usr/share/trevlin/rules.json: good rules: 1, mistakes: 1\n");
+  EXPECT_EQ(RunCtl({"engine", "rules", "check", "--json"}).out,
+            "{\"column\":10,\"file\":\"/usr/share/trevlin/rules.json\",\"line\":2,"
+            "\"reason\":\"code 17 has a rule already\"}\n");
+
+  Output({"setting", "set", "db/a", "int", "2"});
+  const std::string run = Output({"engine", "run"});
+  EXPECT_TRUE(Has(run, "CODE  NOW   TITLE\n17    true  Speicher fast voll – prüfen\n")) << run;
+  EXPECT_TRUE(Has(run, " 1 of 1 rules were decided: 1 true, 1 changed\n")) << run;
+  EXPECT_TRUE(Has(Output({"engine", "list", "17"}), "  17    true  Speicher"));
+  EXPECT_TRUE(Has(Output({"engine", "run", "--json"}), "{\"changes\":[],\"collectors\":[],\"microseconds\":"));
+  EXPECT_EQ(Output({"engine", "facts", "setting:db/a"}),
+            "FACT          VALUE  MEANING\nsetting:db/a  2      a settings key\n");
+  EXPECT_EQ(RunCtl({"engine", "facts", "none"}).err, "vexiloctl: unknown fact \"none\"\n");
+  EXPECT_EQ(RunCtl({"engine", "rules"}).exitCode, 2);
+}
+
 TEST(Vexiloctl, RemainingProblemsAreListed) {
   MakeTitles();
   EXPECT_EQ(Output({"remaining", "list", "--json"}), "");

@@ -13,15 +13,19 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
 #include "set_paths.h"
+#include "setd/background_runs.h"
 #include "setd/jobs.h"
 #include "setd/log_collector.h"
 #include "setd/setd_log.h"
+#include "setd/start_mark.h"
 #include "setd/task_manager.h"
 #include "system_path.h"
 
@@ -33,8 +37,9 @@ enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2 };
 
 constexpr char kHelp[] =
     "Usage: vexilo-setd [--once]\n\n"
-    "Serves the maintenance requests in /tmp/tager and collects the error reports asked for in /tmp/kov_NDF, until\n"
-    "SIGTERM. Paths are below the set root, the environment variable VEXILO_ROOT.\n\n"
+    "Serves the maintenance requests in /tmp/tager, collects the error reports asked for in /tmp/kov_NDF, and "
+    "diagnoses\n"
+    "the set every few minutes, until SIGTERM. Paths are below the set root, the environment variable VEXILO_ROOT.\n\n"
     "  --once   serve what is there, then end; fails when something could not be served\n"
     "  --help   this text\n\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage\n";
@@ -90,11 +95,15 @@ int Serve(bool once) {
   g_unix_signal_add(SIGTERM, quit, loop);
   g_unix_signal_add(SIGINT, quit, loop);
   size_t failures = 0;
+  std::optional<StartMark> mark;
+  if (!once) mark.emplace();
   {
     // What the jobs call back goes last.
     std::unique_ptr<Jobs> jobs = std::make_unique<Jobs>();
     TaskManager tasks(*jobs);
     LogCollector collector(*jobs);
+    std::optional<BackgroundRuns> diagnoses;
+    if (!once) diagnoses.emplace();
     tasks.Start();
     collector.Start();
     Log(DLOG_INFO, "vexilo-setd serves this set");

@@ -38,7 +38,7 @@ struct Arguments {
 
 struct Command {
   const char* group;
-  const char* name;       ///< empty for a group that is a command itself
+  const char* name;       ///< "list", "rules list"; empty for a group that is a command itself
   const char* arguments;  ///< "KEY TYPE VALUE"
   size_t minimum;         ///< number of arguments
   size_t maximum;
@@ -59,6 +59,11 @@ void SettingWatch(const Arguments& arguments);
 void EngineList(const Arguments& arguments);
 void EngineRecord(const Arguments& arguments);
 void EngineSolutions(const Arguments& arguments);
+// inference_commands.cpp
+void EngineRun(const Arguments& arguments);
+void EngineFacts(const Arguments& arguments);
+void EngineRulesCheck(const Arguments& arguments);
+void EngineRulesList(const Arguments& arguments);
 // record_commands.cpp
 void RemainingList(const Arguments& arguments);
 void Events(const Arguments& arguments);

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <sstream>
 
 #include "appfw/launcher.h"
 #include "command.h"
@@ -42,6 +44,20 @@ constexpr Command kCommands[] = {
      "vexiloctl engine record 10000001 true", EngineRecord},
     {"engine", "solutions", "", 0, 0, true, "Lists the solutions that were applied or declined, oldest first.", "",
      "vexiloctl engine solutions --json", EngineSolutions},
+    {"engine", "run", "", 0, 0, true, "Diagnoses this machine now, records what has changed, and tells it.",
+     "Says what each part of the machine took to look at; what is cut off counts as unknown. Takes ten seconds at "
+     "most.\n"
+     "Fails when the rules file is missing or what has changed cannot be recorded.\n",
+     "vexiloctl engine run", EngineRun},
+    {"engine", "facts", "[NAME...]", 0, 1000, true, "Shows what the engine can tell of this machine now.",
+     "  NAME   a fact (memory.available_percent), all of a kind (memory) or a settings key (setting:KEY)\n",
+     "vexiloctl engine facts memory network.link", EngineFacts},
+    {"engine", "rules check", "[FILE]", 0, 1, true, "Looks for mistakes in a rules file.",
+     "  FILE   the set's own when it is left out\n"
+     "Prints FILE:LINE:COLUMN and the reason for each. Fails when there is any.\n",
+     "vexiloctl engine rules check rules.json", EngineRulesCheck},
+    {"engine", "rules list", "", 0, 0, true, "Lists the rules by which the engine infers issues.", "",
+     "vexiloctl engine rules list", EngineRulesList},
     {"remaining", "list", "", 0, 0, true, "Lists the issues that remained from the last scan.", "",
      "vexiloctl remaining list", RemainingList},
     {"events", "", "", 0, 0, true, "Lists the usage events, oldest first.",
@@ -157,6 +173,12 @@ CommandLine Split(int argc, char** argv) {
   return line;
 }
 
+/// The words of a command's name after its group.
+std::vector<std::string> NamesOf(const Command& command) {
+  std::istringstream name(command.name);
+  return {std::istream_iterator<std::string>(name), {}};
+}
+
 /// The command that the words name, and how many they are; null and 1 for a group alone.
 std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
   bool group = false;
@@ -164,7 +186,9 @@ std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
     if (words[0] != command.group) continue;
     group = true;
     if (!*command.name) return {&command, 1};
-    if (words.size() > 1 && words[1] == command.name) return {&command, 2};
+    const std::vector<std::string> names = NamesOf(command);
+    if (words.size() > names.size() && std::equal(names.begin(), names.end(), words.begin() + 1))
+      return {&command, 1 + names.size()};
   }
   if (!group) Misused("unknown group \"" + words[0] + "\"", "");
   if (words.size() > 1) Misused("unknown command \"" + words[1] + "\" of \"" + words[0] + "\"", words[0]);

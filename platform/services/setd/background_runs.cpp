@@ -1,0 +1,89 @@
+#include "setd/background_runs.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <exception>
+
+#include "setd/setd_log.h"
+#include "trevlin/collectors/collectors.h"
+#include "vconf.h"
+
+namespace setd {
+
+namespace {
+
+constexpr char kPeriodKey[] = "db/trevlin/background_period";
+constexpr int kPeriodSeconds = 300;
+constexpr int kLongestPeriodSeconds = 86400;
+constexpr int kNiceness = 10;
+
+}  // namespace
+
+BackgroundRuns::BackgroundRuns() : m_inference(trevlin::MakeCollectors()) {
+  if (vconf_notify_key_changed(kPeriodKey, PeriodChanged, this) != 0)
+    Log(DLOG_WARN, std::string(kPeriodKey) + ": changes are not noticed");
+  ReadPeriod();
+  m_thread = std::thread(&BackgroundRuns::Work, this);
+}
+
+BackgroundRuns::~BackgroundRuns() {
+  vconf_ignore_key_changed(kPeriodKey, PeriodChanged);
+  {
+    const std::lock_guard guard(m_lock);
+    m_end = true;
+    m_changed.notify_all();
+  }
+  m_inference.Stop();
+  m_thread.join();
+}
+
+void BackgroundRuns::PeriodChanged(keynode_t*, void* self) {
+  static_cast<BackgroundRuns*>(self)->ReadPeriod();
+}
+
+void BackgroundRuns::ReadPeriod() {
+  int seconds = kPeriodSeconds;
+  vconf_get_int(kPeriodKey, &seconds);
+  const std::lock_guard guard(m_lock);
+  m_period = std::chrono::seconds(std::clamp(seconds, 0, kLongestPeriodSeconds));
+  m_changed.notify_all();
+}
+
+void BackgroundRuns::Work() {
+  pthread_setname_np(pthread_self(), "trevlin");
+  // Of this thread and those that it starts.
+  setpriority(PRIO_PROCESS, 0, kNiceness);
+  while (WaitForNext()) {
+    try {
+      RunOnce();
+    } catch (const std::exception& error) {
+      Log(DLOG_ERROR, std::string("diagnosis in the background: ") + error.what());
+    }
+  }
+}
+
+// False when there is no next.
+bool BackgroundRuns::WaitForNext() {
+  const auto start = std::chrono::steady_clock::now();
+  std::unique_lock guard(m_lock);
+  for (;;) {
+    if (m_end) return false;
+    if (m_period.count() == 0) {
+      m_changed.wait(guard);
+    } else if (std::chrono::steady_clock::now() >= start + m_period) {
+      return true;
+    } else {
+      m_changed.wait_until(guard, start + m_period);
+    }
+  }
+}
+
+void BackgroundRuns::RunOnce() {
+  if (!m_inference.HasRules()) return;
+  std::vector<trevlin::Transition> changes;
+  trevlin::RecordOutcome(m_database, m_inference.Run(trevlin::kLongestRun), changes);
+}
+
+}  // namespace setd
