@@ -189,4 +189,13 @@ TEST(RulesFile, ThatIsNoRulesFileIsOneMistake) {
   }
 }
 
+TEST(RulesFile, OfTheSetHasNoMistakes) {
+  FactKinds kinds;
+  for (const auto& collector : MakeCollectors())
+    for (const FactDescription& fact : collector->Describe()) kinds.emplace(fact.name, fact.kind);
+  std::ifstream stream(VEXILO_SOURCE_DIR "/platform/set/rules.json");
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  for (const RuleMistake& mistake : ParseRules(text, kinds).mistakes) ADD_FAILURE() << ToText(mistake, "rules.json");
+}
+
 }  // namespace

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <libintl.h>
 
+#include <algorithm>
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -20,6 +22,8 @@
 #include <vector>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 using Attributes = std::map<std::string, std::string>;
 
@@ -156,7 +160,8 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
       {"setting", std::regex("(int [^ ]+ -?[0-9]+|bool [^ ]+ (true|false)|double [^ ]+ -?[0-9]+(\\.[0-9]+)?"
                              "|string [^ ]+ .*)")},
       {"memboost", std::regex("")},
-      {"deepclean", std::regex("")}};
+      {"deepclean", std::regex("")},
+      {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};
   for (const Solution& solution : m_map.solutions) {
     const std::string code = solution.attributes.at("issue_code");
     std::string typeOfActions = "3";
@@ -169,6 +174,79 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
       typeOfActions = type == "launch" || typeOfActions == "2" ? "2" : "1";
     }
     EXPECT_EQ(solution.attributes.at("sol_type"), typeOfActions) << code;
+  }
+}
+
+// A catalogue as it is written: texts by id.
+using Texts = std::map<std::string, std::string>;
+
+Texts ReadCatalogue(const fs::path& path) {
+  static const std::regex kLine(R"re((msgid |msgstr |)"(.*)")re");
+  Texts texts;
+  std::string id;
+  bool isText = false;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    std::smatch part;
+    if (!std::regex_match(line, part, kLine)) continue;
+    if (part[1] == "msgid ") id.clear();
+    if (part[1].length() > 0) isText = part[1] == "msgstr ";
+    (isText ? texts[id] : id) += part[2];
+  }
+  texts.erase("");
+  return texts;
+}
+
+Texts EnglishTexts() {
+  return ReadCatalogue(VEXILO_SOURCE_DIR "/res/locale/en.po");
+}
+
+size_t Letters(const std::string& text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
+}
+
+size_t Count(const std::string& text, const std::regex& what) {
+  return static_cast<size_t>(std::distance(std::sregex_iterator(text.begin(), text.end(), what), {}));
+}
+
+TEST(Texts, OfEveryIdInTheSourcesAreInTheEnglishCatalogue) {
+  static const std::regex kId(R"re("((([A-Z.]+_)*SID|COM_LFD|IDS_TXT)_[A-Z0-9_]*[A-Z0-9])")re");
+  const Texts english = EnglishTexts();
+  size_t found = 0;
+  for (const char* folder : {"src", "plugins", "platform"}) {
+    for (const fs::path& path : fs::recursive_directory_iterator(fs::path(VEXILO_SOURCE_DIR) / folder)) {
+      if (path.extension() != ".cpp" && path.extension() != ".h" && path.extension() != ".json") continue;
+      std::ifstream file(path);
+      for (std::string line; std::getline(file, line);)
+        for (std::sregex_iterator at(line.begin(), line.end(), kId), end; at != end; ++at, ++found)
+          EXPECT_TRUE(english.contains((*at)[1])) << path << " " << (*at)[1];
+    }
+  }
+  EXPECT_GT(found, 90U);
+  for (const char* id : {"USING_OFF_TIMER", "SELECT_SOUND_TEST", "TURN_ON_SW_AUTO_UPDATE",
+                         "CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO", "CHECK_INVISIBLE_CABLE_BACK_TV"})
+    for (const char* device : {"TV_SID_", "PJT_SID_", "REP.DEVICE.SCREEN_SID_CCDEC_"})
+      EXPECT_TRUE(english.contains(std::string(device) + id)) << device << id;
+}
+
+TEST(Texts, AreCompleteAndFitInEveryLanguage) {
+  static const std::regex kPlace("%s"), kPercent("%");
+  const Texts english = EnglishTexts();
+  ASSERT_GE(english.size(), 300U);
+  for (const fs::path& path : fs::directory_iterator(VEXILO_SOURCE_DIR "/res/locale")) {
+    const Texts texts = ReadCatalogue(path);
+    for (const auto& [id, text] : texts) EXPECT_TRUE(english.contains(id)) << path << " " << id;
+    for (const auto& [id, model] : english) {
+      const auto at = texts.find(id);
+      ASSERT_TRUE(at != texts.end()) << path << " " << id;
+      const std::string& text = at->second;
+      EXPECT_FALSE(text.empty() || text.front() == ' ' || text.back() == ' ') << path << " " << id;
+      EXPECT_EQ(Count(text, kPlace), Count(model, kPlace)) << path << " " << id;
+      EXPECT_EQ(Count(text, kPercent), Count(text, kPlace)) << path << " " << id;
+      EXPECT_LE(Letters(text), Letters(model) * 8 / 5 + 14) << path << " " << id;
+      // A language is called by its own name everywhere.
+      EXPECT_TRUE(text == model || id.find("SETUP_LANGUAGE") == std::string::npos) << path << " " << id;
+    }
   }
 }
 
