@@ -4,6 +4,8 @@
 ///
 /// Thread rule: main thread, one object of each class at a time.
 
+#include <Ecore.h>
+
 #include <optional>
 
 #include "appfw/glib_main_loop.h"
@@ -12,7 +14,8 @@ namespace app_framework {
 
 /// Environment variables as the widget toolkit needs them. It aborts where it has no folder for its run-time files,
 /// and makes whatever folder HOME names; where one of the two is missing it gets a private folder instead, which goes
-/// with the object.
+/// with the object. The set's font families are made known to this process, and the menu language decides how
+/// characters that several languages share are drawn.
 class ToolkitEnvironment {
  public:
   ToolkitEnvironment();
@@ -36,6 +39,7 @@ class Toolkit {
 
  private:
   bool m_started = false;
+  Ecore_Timer* m_fontCheck = nullptr;
   std::optional<GLibMainLoop> m_glib;
 };
 
