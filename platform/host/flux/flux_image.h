@@ -1,0 +1,14 @@
+#pragma once
+/// @file
+/// The image box, as other widgets use it.
+
+#include "flux/flux_core.h"
+
+namespace flux {
+
+/// Has it fill its box, its edges cut off, instead of lying in it.
+void SetImageFill(Evas_Object* image);
+/// As elm_flux_image_tint_set(), but in exactly that colour.
+void SetImageTint(Evas_Object* image, Colour colour);
+
+}  // namespace flux

@@ -1,0 +1,79 @@
+#include <algorithm>
+
+#include "flux/flux_floating.h"
+#include "flux/flux_keys.h"
+#include "flux/flux_text.h"
+
+namespace flux {
+
+namespace {
+
+// In units.
+constexpr double kLowerMargin = 26.0;  // above the frame at the lower edge of a page
+constexpr double kWidest = 160.0;
+constexpr double kSideMargins = 12.0;
+
+class Toast : public Widget {
+ public:
+  Toast(Evas_Object* toast, Evas_Object* parent, const std::string& text, double seconds);
+  ~Toast() override;
+  void Restyle() override;
+
+ private:
+  void Place(const Eina_Rect& room) const;
+
+  Floating m_floating;
+  Ecore_Timer* m_timer;
+};
+
+Toast::Toast(Evas_Object* toast, Evas_Object* parent, const std::string& text, double seconds)
+    : Widget(toast), m_floating(toast, parent, Floor::kToast, [this](const Eina_Rect& room) { Place(room); }) {
+  elm_object_text_set(toast, MarkupOf(text.c_str()).c_str());
+  m_accessInfo = [text] { return text; };
+  evas_object_pass_events_set(toast, true);
+  m_timer = ecore_timer_add(
+      seconds,
+      [](void* data) -> Eina_Bool {
+        auto* self = static_cast<Toast*>(data);
+        self->m_timer = nullptr;  // what listens may delete the toast
+        evas_object_smart_callback_call(self->Object(), "timeout", nullptr);
+        return ECORE_CALLBACK_CANCEL;
+      },
+      this);
+  Restyle();
+  Speak();
+}
+
+Toast::~Toast() {
+  if (m_timer) ecore_timer_del(m_timer);
+}
+
+void Toast::Restyle() {
+  elm_object_scale_set(Object(), TextScale());
+  m_floating.Place();
+}
+
+/// As wide as its text in one line; in several when that is too wide.
+void Toast::Place(const Eina_Rect& room) const {
+  Evas_Object* edje = elm_layout_edje_get(Object());
+  const int widest = std::min(Px(kWidest), room.w - Px(kSideMargins));
+  int width = 0, height = 0;
+  edje_object_size_min_calc(edje, &width, &height);
+  if (width > widest) {
+    width = widest;
+    int ignored = 0;
+    edje_object_size_min_restricted_calc(edje, &ignored, &height, width, 0);
+  }
+  evas_object_geometry_set(Object(), room.x + (room.w - width) / 2, room.y + room.h - Px(kLowerMargin) - height, width,
+                           height);
+}
+
+}  // namespace
+
+}  // namespace flux
+
+Evas_Object* elm_flux_toast_add(Evas_Object* parent, const std::string& text, double seconds) {
+  Evas_Object* toast = flux::AddThemed(parent, "toast", "default", flux::Fallback::kText);
+  if (toast) new flux::Toast(toast, parent, text, seconds);
+  return toast;
+}

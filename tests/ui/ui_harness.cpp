@@ -1,0 +1,168 @@
+#include "ui/ui_harness.h"
+
+#include <Ecore_Evas.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <ostream>
+
+#include "elm_flux.h"
+#include "set_paths.h"
+#include "system_path.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double kLook = 0.01;
+
+void InstallTheme() {
+  const fs::path target = SystemPath(set_paths::kFluxTheme);
+  fs::create_directories(target.parent_path());
+  fs::copy_file(FLUX_THEME, target, fs::copy_options::overwrite_existing);
+}
+
+}  // namespace
+
+UiHarness::UiHarness(int width, int height, Theme theme) {
+  Prepare(theme);
+  elm_config_scale_set(FLUX_SCALE_NORMAL);
+  m_window = elm_win_util_standard_add("test", "test");
+  evas_object_resize(m_window, width, height);
+  elm_flux_init(m_window);
+  evas_object_show(m_window);
+  Settle();
+  HandFocus();
+  Settle();
+}
+
+UiHarness::UiHarness(const std::function<Evas_Object*()>& makeWindow) {
+  Prepare(Theme::kInstalled);
+  m_window = makeWindow();
+  // What moves from the start would keep it from settling for long.
+  int drawn = 0;
+  const auto count = [](void* data, Evas*, void*) { ++*static_cast<int*>(data); };
+  evas_event_callback_add(Canvas(), EVAS_CALLBACK_RENDER_POST, count, &drawn);
+  PumpUntil([&] { return drawn > 0; });
+  evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_RENDER_POST, count, &drawn);
+  HandFocus();
+}
+
+void UiHarness::Prepare(Theme theme) {
+  if (theme == Theme::kInstalled) InstallTheme();
+  setenv("ELM_ENGINE", "buffer", 1);
+  m_toolkit = std::make_unique<app_framework::Toolkit>(0, nullptr);
+  elm_policy_set(ELM_POLICY_QUIT, ELM_POLICY_QUIT_NONE);
+}
+
+// Without a window system nobody hands the focus to the window.
+void UiHarness::HandFocus() {
+  ecore_evas_focus_set(Engine(), EINA_FALSE);
+  ecore_evas_focus_set(Engine(), EINA_TRUE);
+}
+
+UiHarness::~UiHarness() {
+  evas_object_del(m_window);
+  ecore_main_loop_iterate();
+}
+
+Evas_Object* UiHarness::Root() {
+  Evas_Object* root = elm_flux_layout_add(m_window, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP_LEFT);
+  elm_flux_layout_root_set(root, true);
+  elm_win_resize_object_add(m_window, root);
+  return root;
+}
+
+bool UiHarness::PumpUntil(const std::function<bool()>& condition, double seconds) {
+  const double end = ecore_time_get() + seconds;
+  while (!condition()) {
+    if (ecore_time_get() > end) return false;
+    ecore_timer_add(
+        kLook,
+        [](void*) {
+          ecore_main_loop_quit();
+          return ECORE_CALLBACK_CANCEL;
+        },
+        nullptr);
+    ecore_main_loop_begin();
+  }
+  return true;
+}
+
+void UiHarness::Settle() {
+  // Quiet for longer than a frame lasts; a frame that was begun may take longer to be drawn.
+  constexpr int kQuietLooks = 6;
+  struct Frames {
+    int begun = 0, drawn = 0;
+  } frames;
+  const auto begun = [](void* data, Evas*, void*) { ++static_cast<Frames*>(data)->begun; };
+  const auto drawn = [](void* data, Evas*, void*) { ++static_cast<Frames*>(data)->drawn; };
+  evas_event_callback_add(Canvas(), EVAS_CALLBACK_RENDER_PRE, begun, &frames);
+  evas_event_callback_add(Canvas(), EVAS_CALLBACK_RENDER_POST, drawn, &frames);
+  int before = -1, quiet = 0;
+  PumpUntil(
+      [&] {
+        quiet = frames.begun == before && frames.drawn >= frames.begun ? quiet + 1 : 0;
+        before = frames.begun;
+        return quiet >= kQuietLooks;
+      },
+      2.0);
+  evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_RENDER_PRE, begun, &frames);
+  evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_RENDER_POST, drawn, &frames);
+}
+
+void UiHarness::FeedKey(const char* key) {
+  evas_event_feed_key_down(Canvas(), key, key, nullptr, nullptr, m_time++, nullptr);
+  evas_event_feed_key_up(Canvas(), key, key, nullptr, nullptr, m_time++, nullptr);
+}
+
+void UiHarness::Key(const char* key) {
+  FeedKey(key);
+  Settle();
+}
+
+void UiHarness::Click(Evas_Object* object) {
+  const Geometry at = GeometryOf(object);
+  evas_event_feed_mouse_in(Canvas(), m_time++, nullptr);
+  evas_event_feed_mouse_move(Canvas(), at.x + at.width / 2, at.y + at.height / 2, m_time++, nullptr);
+  evas_event_feed_mouse_down(Canvas(), 1, EVAS_BUTTON_NONE, m_time++, nullptr);
+  evas_event_feed_mouse_up(Canvas(), 1, EVAS_BUTTON_NONE, m_time++, nullptr);
+  Settle();
+}
+
+void UiHarness::Resize(int width, int height) {
+  evas_object_resize(m_window, width, height);
+  Settle();
+}
+
+UiHarness::Geometry UiHarness::GeometryOf(const Evas_Object* object) {
+  Geometry geometry{};
+  evas_object_geometry_get(object, &geometry.x, &geometry.y, &geometry.width, &geometry.height);
+  return geometry;
+}
+
+uint32_t UiHarness::Pixel(int x, int y) {
+  int width = 0, height = 0;
+  ecore_evas_geometry_get(Engine(), nullptr, nullptr, &width, &height);
+  if (x < 0 || y < 0 || x >= width || y >= height) return 0;
+  const auto* pixels = static_cast<const uint32_t*>(ecore_evas_buffer_pixels_get(Engine()));
+  return pixels ? pixels[y * width + x] : 0;
+}
+
+bool UiHarness::SavePicture(const std::string& file) {
+  int width = 0, height = 0;
+  ecore_evas_geometry_get(Engine(), nullptr, nullptr, &width, &height);
+  const void* pixels = ecore_evas_buffer_pixels_get(Engine());
+  Ecore_Evas* other = ecore_evas_buffer_new(1, 1);
+  if (!pixels || !other) return false;
+  Evas_Object* image = evas_object_image_add(ecore_evas_get(other));
+  evas_object_image_size_set(image, width, height);
+  evas_object_image_data_copy_set(image, const_cast<void*>(pixels));
+  const bool saved = evas_object_image_save(image, file.c_str(), nullptr, "compress=6");
+  ecore_evas_free(other);
+  return saved;
+}
+
+std::ostream& operator<<(std::ostream& out, const UiHarness::Geometry& g) {
+  return out << g.x << "," << g.y << " " << g.width << "x" << g.height;
+}
