@@ -5,6 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "CPlainScreen.h"
+
 namespace QUVA {
 
 /// What a viewer can report. The row number in kErrorCategories is its identity.
@@ -26,8 +28,8 @@ inline constexpr std::array<TSErrorCategory, 9> kErrorCategories = {{
     {"COM_SID_COUNTRY_OTHERS", "OTHER-QUVAKOV.log", "OTHER"},
 }};
 
-/// The error report's data: which categories are ticked, and how they are handed to the log collector.
-/// Thread rule: callable from any thread; what blocks says so.
+/// The error report: so far its title, which categories are ticked, and how they are handed to the log collector.
+/// Thread rule: main loop thread for the screen; any thread for the rest. What blocks says so.
 class CErrorReport {
  public:
   /// Created on first use, never destroyed.
@@ -35,6 +37,10 @@ class CErrorReport {
 
   CErrorReport(const CErrorReport&) = delete;
   CErrorReport& operator=(const CErrorReport&) = delete;
+
+  void m_CreateErrorReport();
+  void m_HideErrorReportScreen();
+  void m_ShowScreenPostReturn();
 
   /// Ticks the category of a row of the table, or unticks it; whether it is ticked now. A row that is none stays
   /// unticked.
@@ -54,6 +60,7 @@ class CErrorReport {
 
   std::mutex m_tickedMutex;
   std::map<int, TSErrorCategory> m_ticked;  ///< by row, hence in the order of the table
+  CPlainScreen m_screen;
 };
 
 }  // namespace QUVA

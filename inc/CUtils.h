@@ -1,21 +1,73 @@
 #pragma once
 
 #include <atomic>
+#include <boost/function.hpp>
+#include <boost/signals2/signal.hpp>
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <vector>
+
+#include "CWidget.h"
 
 namespace QUVA {
 
-/// What all screens share.
-/// Thread rule: main thread, but for the launch source, the device queries, the report request and the formatting,
-/// which any thread may ask for.
+/// A screen, or a toast, on the return stack. Both functions must be set: calling an empty one throws.
+struct _returnCBStruct {
+  boost::function<void()> m_showAfterReturn;  ///< what was above it has gone
+  boost::function<void()> m_hide;             ///< it goes itself, by Back
+  uint32_t m_reserved = 0;                    ///< nobody's
+};
+
+/// The widgets of a title header, owned by it.
+struct TitleHeader {
+  Evas_Object* header = nullptr;
+  Evas_Object* row = nullptr;
+  Evas_Object* text = nullptr;
+};
+
+/// What all screens share: the window and its root, the return stack, dimming, the loading popup, the accessibility
+/// settings and their signals, device queries, forms of numbers.
+/// Thread rule: main thread, but for the launch source, the flags, the device queries, the report request, the speech
+/// and the formatting, which any thread may ask for.
 class CUtils {
  public:
+  using Signal = boost::signals2::signal<void()>;
+
   /// Created on first use, never destroyed.
   static CUtils& Instance();
 
   CUtils(const CUtils&) = delete;
   CUtils& operator=(const CUtils&) = delete;
+
+  // ---- the window and what stands in it; all are the window's
+
+  Evas_Object* m_pGetAppWindow() const { return m_appWindow; }
+  void m_SetAppWindow(Evas_Object* window) { m_appWindow = window; }
+  Evas_Object* m_pGetFluxBg() const { return m_fluxBg; }
+  void m_SetFluxBg(Evas_Object* background) { m_fluxBg = background; }
+  Evas_Object* m_pGetRootLayout() const { return m_rootLayout; }
+  void m_SetRootLayout(Evas_Object* layout) { m_rootLayout = layout; }
+  Evas_Object* m_pGetManageStorageRootLayout() const { return m_manageStorageRootLayout; }
+  void m_SetManageStorageRootLayout(Evas_Object* layout) { m_manageStorageRootLayout = layout; }
+  /// A new root layout in the window, in place of what there was. Null without a window.
+  Evas_Object* m_pResetRootLayout();
+
+  /// The window's size in pixels.
+  int m_GetScreenWidth() const { return m_screenWidth; }
+  int m_GetScreenHeight() const { return m_screenHeight; }
+  void m_SetScreenWidth(int width) { m_screenWidth = width; }
+  void m_SetScreenHeight(int height) { m_screenHeight = height; }
+  /// The window's width in layout units.
+  double m_GetFluxWidthOfScreen();
+
+  /// The screen hangs upright: everything is drawn turned.
+  void m_SetPortraitSignage(bool portrait) { m_portraitSignage = portrait; }
+  bool m_GetPortraitSignage() const { return m_portraitSignage; }
+  void SetShrinkUI(bool shrink) { m_shrinkUI = shrink; }
+  bool GetShrinkUI() const { return m_shrinkUI; }
+
+  // ---- launching and ending
 
   /// What the application was launched from, or null. The text is kept as it was passed, so it must stay for as long
   /// as the process.
@@ -33,12 +85,79 @@ class CUtils {
   /// Ends the process at once with `code`.
   void m_SetExitFlag(int code);
 
+  // ---- the Back key
+
+  /// Puts a copy of `entry` on top; with `replaceTop` in place of the top one, whose functions are not called.
+  void m_RegisterForReturnStack(const _returnCBStruct& entry, bool replaceTop);
+  /// Back: takes the top entry away, hides it and shows the one below. On the last entry the application ends.
+  void m_ExecuteReturn();
+  /// Takes the top entry away without calling its functions.
+  void m_DropFromReturnStack();
+  size_t m_GetReturnStackSize() const { return m_returnStack.size(); }
+
+  /// While set, Back does nothing.
+  void m_SetKeyBlock(bool block) { m_keyBlock = block; }
+  bool m_GetKeyBlock() const { return m_keyBlock; }
+
+  // ---- widgets that screens share
+
+  /// Darken what is on the screen so far, and undo the last of these. Called in pairs.
+  void m_ShowDimBackground();
+  void m_HideDimBackground();
+
+  /// Something runs in the middle of `parent`, spoken every five seconds, and Back is blocked, until it is stopped.
+  void m_CreateLoadingPopup(Evas_Object* parent);
+  void m_StopLoadingPopup();
+
+  /// Adds a title header to the layout `parent`; returns it.
+  Evas_Object* m_pTitleHeader(Evas_Object* parent, TitleHeader& out, const char* titleSid);
+  void m_SetHeaderImage(Evas_Object* imageBox, Evas_Object* textBox, const char* titleSid);
+  /// Adds a rounded plate of so many units to the layout `parent`.
+  void m_CreateBottomFrame(Evas_Object*& out, Evas_Object* parent, double width, double height);
+  void m_CreateButton(Evas_Object*& out, Evas_Object* parent, const std::string& text, double width, double height);
+
+  /// An idler: gives the focus to the widget `object`, once.
+  static Eina_Bool OnIdle(void* object);
+
+  /// Deletes what belongs to no screen: the dimming, the loading popup and its speech.
+  void m_CleanObjects();
+
+  // ---- texts, accessibility
+
+  /// The text of a message id in the menu language; the id itself where there is none. Any thread.
+  static std::string m_GetText(const char* sid);
+
+  /// Read the user's setting.
+  void m_SetHighContrast();
+  void m_SetEnlarge();
+  int m_GetHighContrast() const { return m_highContrast; }
+  int m_GetEnlarge() const { return m_enlarge; }
+
+  void ConnectHighContrastChangeCB(const Signal::slot_type& slot) { m_highContrastChanged.connect(slot); }
+  void ConnectEnlargeChangeCB(const Signal::slot_type& slot) { m_enlargeChanged.connect(slot); }
+  void ConnectLangChangeCB(const Signal::slot_type& slot) { m_languageChanged.connect(slot); }
+  void HighContrastChangeCB();
+  void EnlargeChangeCB();
+  void LanguageChangeCB();
+
+  /// Has the screen reader speak, where it is on; on the main loop, later. Any thread.
+  static void m_SayVoiceGuideText(const std::string& text);
+
+  // ---- device queries (CUtilsDevice.cpp); nothing is remembered. Any thread.
+
   /// The channel type of the channel that is showing, -1 when there is none.
   int GetChannelType();
   /// The number of the input source that is showing, -1 when it cannot be read.
   int GetCurrentSourceInfo();
-  /// The software model, empty when the set does not say.
+  /// The software model, the chipset, the regional variant: empty when the set does not say.
   std::string m_GetSwModel();
+  std::string GetChipSet();
+  std::string GetLocalSet();
+  /// The version of a panel of self-lit modules; 0 for other panels.
+  int m_CheckOstravSupport();
+  /// What kind of product the set is; 0 when it does not say.
+  int GetTVProductType();
+  bool m_IsSignage();
 
   /// Asks the log collector for a report: leaves NAME-DETAIL.log, empty, in its folder, or in the one for reports that
   /// are to be taken up after a restart of the set. Both texts are of letters, digits, '.', '_' and '-'; others are
@@ -63,9 +182,32 @@ class CUtils {
  private:
   CUtils() = default;
 
+  void m_End();
+  void m_DeleteLoadingPopup();
+  static Eina_Bool m_SayLoading(void* self);
+
+  CWidget m_loadingProgress;
+  CWidget m_rootLayout;
+  CWidget m_appWindow;
   std::atomic<char*> m_launchFrom{nullptr};
-  bool m_multitasking = false;
+  Signal m_enlargeChanged;
+  Signal m_highContrastChanged;
+  Signal m_languageChanged;
+  std::atomic<int> m_highContrast{0};
+  int m_enlarge = 0;
+  std::atomic<bool> m_keyBlock{false};
+  Ecore_Timer* m_loadingTimer = nullptr;
+  std::deque<_returnCBStruct> m_returnStack;
+  int m_screenWidth = 0;
+  int m_screenHeight = 0;
+  std::vector<Evas_Object*> m_dimLayers;  ///< newest last
   std::atomic<bool> m_exitOnPause{false};
+  bool m_portraitSignage = false;
+  CWidget m_fluxBg;
+  CWidget m_manageStorageRootLayout;
+  bool m_multitasking = false;
+  bool m_shrinkUI = false;
+  CWidget m_loadingLayout;
 };
 
 }  // namespace QUVA

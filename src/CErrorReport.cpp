@@ -18,6 +18,19 @@ CErrorReport* CErrorReport::Instance() {
   return instance;
 }
 
+void CErrorReport::m_CreateErrorReport() {
+  m_screen.m_Open("TV_SID_VEXILO_CBMAY_ERROR_REPORT",
+                  {[this] { m_ShowScreenPostReturn(); }, [this] { m_HideErrorReportScreen(); }}, true);
+}
+
+void CErrorReport::m_HideErrorReportScreen() {
+  m_screen.m_Clean();
+}
+
+void CErrorReport::m_ShowScreenPostReturn() {
+  m_screen.m_ShowAfterReturn();
+}
+
 bool CErrorReport::m_ToggleCategory(int row) {
   if (row < 0 || row >= static_cast<int>(kErrorCategories.size())) {
     VEXILO_LOGE("no error category %d", row);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "CUtils.h"
+
+namespace QUVA {
+
+/// What every screen has: a place in the window's root layout with a title header and a body below it, to be shown,
+/// hidden and cleaned, and the widget that the focus goes back to. A screen has it as a member.
+/// Thread rule: main loop thread.
+class CScreen {
+ public:
+  CScreen() = default;
+  CScreen(const CScreen&) = delete;
+  CScreen& operator=(const CScreen&) = delete;
+
+  /// Builds the place anew, empty but for the header. False when there is no window to build it in.
+  bool m_Build(const char* titleSid);
+  /// A vertical layout, centred, of the screen's width; what the screen shows goes here. Null when not built.
+  Evas_Object* m_pGetBody() const { return m_body; }
+  bool m_IsBuilt() const { return m_layout != nullptr; }
+
+  void m_Show();
+  /// Takes it off the screen and keeps its widgets, but for a toast, which is dismissed.
+  void m_Hide();
+  /// Deletes its widgets.
+  void m_Clean();
+
+  /// The widget that m_RestoreFocus() gives the focus to.
+  void m_RememberFocus(Evas_Object* widget) { m_remembered = widget; }
+  Evas_Object* m_pGetRememberedFocus() const { return m_remembered; }
+  void m_RestoreFocus() { FocusWhenIdle(m_remembered); }
+
+  /// Shows a toast until it times out, when `onTimeout` is called, or Back takes it away. `entry` goes onto the return
+  /// stack; its hide function deletes the toast. One that shows gives way.
+  void m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout);
+  void m_DeleteToast() { m_toast.m_Delete(); }
+  /// Takes the toast away, if one shows, and its entry off the return stack, on which nothing may be above it.
+  void m_DismissToast();
+
+ private:
+  CWidget m_layout;
+  CWidget m_body;
+  CWidget m_remembered;
+  CWidget m_toast;
+  TitleHeader m_header;
+};
+
+/// Adds a text to the layout `parent`; sizes in units.
+Evas_Object* AddText(Evas_Object* parent, const std::string& text, const char* font, const char* color,
+                     FluxTextSize size, FluxAlign align, double width, double height);
+/// Adds an image box to the layout `parent`.
+Evas_Object* AddImage(Evas_Object* parent, const std::string& file, double width, double height);
+/// Adds a layout to the layout `parent`.
+Evas_Object* AddLayout(Evas_Object* parent, FluxLayoutType type, FluxAlign align, double width, double height);
+
+}  // namespace QUVA

@@ -1,0 +1,99 @@
+#include "CScreen.h"
+
+#include <utility>
+
+#include "VexiloLog.h"
+
+namespace QUVA {
+
+namespace {
+
+constexpr double kScreenHeight = 135;  // units
+constexpr double kHeaderHeight = 15;
+constexpr double kMinWidth = 40;
+constexpr double kMinHeight = 108;
+constexpr double kToastTime = 3.0;  // seconds
+
+}  // namespace
+
+// ---- CScreen
+
+bool CScreen::m_Build(const char* titleSid) {
+  m_Clean();
+  CUtils& utils = CUtils::Instance();
+  Evas_Object* root = utils.m_pGetRootLayout();
+  if (!root) {
+    VEXILO_LOGI("RootLayout is being set again...");
+    root = utils.m_pResetRootLayout();
+  }
+  if (!root) return false;
+  const double width = utils.m_GetFluxWidthOfScreen();
+  m_layout = AddLayout(root, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, width, kScreenHeight);
+  elm_flux_min_size_set(m_layout, kMinWidth, kMinHeight);
+  utils.m_pTitleHeader(m_layout, m_header, titleSid);
+  m_body = AddLayout(m_layout, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, width, kScreenHeight - kHeaderHeight);
+  return true;
+}
+
+void CScreen::m_Show() {
+  if (m_layout) evas_object_show(m_layout);
+}
+
+void CScreen::m_Hide() {
+  m_DismissToast();
+  if (m_layout) evas_object_hide(m_layout);
+}
+
+void CScreen::m_Clean() {
+  m_toast.m_Delete();
+  m_layout.m_Delete();
+}
+
+// ---- the toast
+
+void CScreen::m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout) {
+  m_DismissToast();
+  CUtils& utils = CUtils::Instance();
+  m_toast = elm_flux_toast_add(utils.m_pGetAppWindow(), text, kToastTime);
+  if (!m_toast) return;
+  utils.m_RegisterForReturnStack(entry, false);
+  OnEvent(m_toast, "timeout", [onTimeout = std::move(onTimeout)](void*) { onTimeout(); });
+}
+
+void CScreen::m_DismissToast() {
+  if (!m_toast) return;
+  CUtils::Instance().m_DropFromReturnStack();
+  m_toast.m_Delete();
+}
+
+// ---- widgets
+
+Evas_Object* AddText(Evas_Object* parent, const std::string& text, const char* font, const char* color,
+                     FluxTextSize size, FluxAlign align, double width, double height) {
+  Evas_Object* const widget = elm_flux_text_add(parent);
+  elm_flux_text_font_set(widget, font);
+  elm_flux_text_color_set(widget, color);
+  elm_flux_text_size_set(widget, size);
+  elm_flux_text_align_set(widget, align);
+  elm_flux_size_set(widget, width, height);
+  elm_object_text_set(widget, text.c_str());
+  elm_flux_layout_pack(parent, widget);
+  return widget;
+}
+
+Evas_Object* AddImage(Evas_Object* parent, const std::string& file, double width, double height) {
+  Evas_Object* const widget = elm_flux_image_add(parent);
+  elm_flux_size_set(widget, width, height);
+  elm_flux_image_file_set(widget, file);
+  elm_flux_layout_pack(parent, widget);
+  return widget;
+}
+
+Evas_Object* AddLayout(Evas_Object* parent, FluxLayoutType type, FluxAlign align, double width, double height) {
+  Evas_Object* const widget = elm_flux_layout_add(parent, type, align);
+  elm_flux_size_set(widget, width, height);
+  elm_flux_layout_pack(parent, widget);
+  return widget;
+}
+
+}  // namespace QUVA

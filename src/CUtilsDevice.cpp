@@ -1,0 +1,106 @@
+// What the screens ask of the set.
+
+#include "CUtils.h"
+
+#include <vector>
+
+#include "QUVA_DiagManager.h"
+#include "ReportTrigger.h"
+#include "VexiloLog.h"
+#include "c_handle.h"
+#include "set_paths.h"
+#include "system_info.h"
+#include "tv_service.h"
+
+namespace QUVA {
+
+namespace {
+
+constexpr int kMainScreen = 1;
+constexpr int kNoChannel = -1;
+constexpr int kSignageProduct = 4;
+constexpr char kChipSetFeature[] = "com.tornelo/featureconf/product.chipset";
+constexpr char kOstravFeature[] = "com.tornelo/featureconf/the_ostrav_version";
+constexpr char kProductTypeFeature[] = "com.tornelo/featureconf/product.product_type";
+
+// The text that a query of the set's gave in `value`, or `failure` in the log and an empty one.
+std::string Taken(int result, char* value, const char* what, const char* failure) {
+  if (result != SYSTEM_INFO_ERROR_NONE) {
+    VEXILO_LOGE("%s", failure);
+    return "";
+  }
+  std::string text = CText(value).get();
+  VEXILO_LOGI("%s : %s", what, text.c_str());
+  return text;
+}
+
+}  // namespace
+
+int CUtils::GetChannelType() {
+  const auto navigation = TVServiceAPI::CreateServiceNavigation(kMainScreen);
+  if (!navigation) {
+    VEXILO_LOGE("Unable to create ServiceNavigation handle");
+    return kNoChannel;
+  }
+  TCCriteriaHelper criteria;
+  criteria.FetchCurrentService();
+  std::vector<TCService> services;
+  if (navigation->Fetch(criteria, services) <= 0) {
+    VEXILO_LOGI("Return false");
+    return kNoChannel;
+  }
+  const int type = services.empty() ? kNoChannel : services.front().channelType;
+  VEXILO_LOGI("Channel type : %d", type);
+  return type;
+}
+
+int CUtils::GetCurrentSourceInfo() {
+  return QUVA::GetCurrentSourceInfo();
+}
+
+std::string CUtils::m_GetSwModel() {
+  char* value = nullptr;
+  const int result = system_info_get_value_string(SYSTEM_INFO_KEY_SW_MODEL, &value);
+  return Taken(result, value, "software model", "Failed to get Software Model");
+}
+
+std::string CUtils::GetChipSet() {
+  char* value = nullptr;
+  const int result = system_info_get_custom_string(kChipSetFeature, &value);
+  return Taken(result, value, "chipset", "Failed to get chipset");
+}
+
+std::string CUtils::GetLocalSet() {
+  char* value = nullptr;
+  const int result = system_info_get_value_string(SYSTEM_INFO_KEY_LOCAL_SET, &value);
+  return Taken(result, value, "local set", "Failed to get local set");
+}
+
+int CUtils::m_CheckOstravSupport() {
+  int version = 0;
+  if (system_info_get_custom_int(kOstravFeature, &version) != SYSTEM_INFO_ERROR_NONE)
+    VEXILO_LOGE("Failed to get Ostrav TV version value");
+  VEXILO_LOGI("panel version : %d", version);
+  return version;
+}
+
+int CUtils::GetTVProductType() {
+  int type = 0;
+  if (system_info_get_custom_int(kProductTypeFeature, &type) != SYSTEM_INFO_ERROR_NONE)
+    VEXILO_LOGE("Cannot get %s", kProductTypeFeature);
+  VEXILO_LOGI("product type : %d", type);
+  return type;
+}
+
+bool CUtils::m_IsSignage() {
+  const bool signage = GetTVProductType() == kSignageProduct;
+  VEXILO_LOGI("signage : %d", signage);
+  return signage;
+}
+
+void CUtils::m_RequestNDF(const std::string& name, const std::string& detail, bool reboot) {
+  const char* const folder = reboot ? set_paths::kRebootReportTriggers : set_paths::kReportTriggers;
+  LeaveReportTrigger(folder, name + "-" + detail + ".log");
+}
+
+}  // namespace QUVA
