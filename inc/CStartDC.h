@@ -4,12 +4,13 @@
 #include <mutex>
 #include <vector>
 
+#include "CPlainScreen.h"
 #include "QUVA_Records.h"
 
 namespace QUVA {
 
-/// The scan's data: the rows that the automatic diagnosis delivers.
-/// Thread rule: callable from any thread.
+/// The scan: so far its title, and the rows that the automatic diagnosis delivers.
+/// Thread rule: main loop thread for the screen; any thread for the rest.
 class CStartDC {
  public:
   /// Created on first use, never destroyed.
@@ -17,6 +18,9 @@ class CStartDC {
 
   CStartDC(const CStartDC&) = delete;
   CStartDC& operator=(const CStartDC&) = delete;
+
+  void m_StartDC();
+  void m_CleanObjects();
 
   /// Forgets the rows and starts an automatic diagnosis.
   void m_GetDiagResults();
@@ -32,6 +36,7 @@ class CStartDC {
   std::atomic<bool> m_isResultReceived{false};
   mutable std::mutex m_rowsMutex;
   std::vector<MapToDBTable> m_rows;
+  CPlainScreen m_screen;
 };
 
 }  // namespace QUVA

@@ -3,13 +3,19 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <set>
 #include <string>
 
+#include "CErrorReport.h"
 #include "CGetData.h"
 #include "CHomeScreen.h"
+#include "CLoadingScreen.h"
+#include "CMainView.h"
+#include "CSelfDiagnosis.h"
+#include "CStartDC.h"
 #include "CUtils.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
@@ -98,21 +104,54 @@ void app_pause(void*) {
   SettingsAPI::Get().EnableItem(kZoomItem, kApplicationId);
   const int result = deactivateScreenSaver();
   VEXILO_LOGI("deactivateScreenSaver ret value = %d", result);
-  if (!multitasking) ui_app_exit();
+  if (!multitasking || CUtils::Instance().m_GetExitOnPause()) {
+    CLoadingScreen::Instance()->m_CleanObjects();
+    CStartDC::Instance()->m_CleanObjects();
+    CUtils::Instance().m_CleanObjects();
+    ui_app_exit();
+    return;
+  }
+  VEXILO_LOGI("Pause called on Self Diag Screen.. Deleting the screen...");
+  CSelfDiagnosis::Instance()->m_ClearSelfDiagnosis();
+  CHomeScreen::Instance()->m_HideHomeScreen();
+}
+
+// The error report needs the network and the viewer's consent, which may have changed meanwhile.
+void ResumeErrorReport() {
+  VEXILO_LOGI("Resumed for Error Report Screen..");
+  CGetData* const data = CGetData::GetInstance();
+  const bool network = data->m_CheckNetwork();
+  VEXILO_LOGI("network falg is %d", network);
+  if (network) {
+    VEXILO_LOGI("network connected");
+    if (data->m_CheckTermsCond()) {
+      CErrorReport::Instance()->m_CreateErrorReport();
+      return;
+    }
+  } else {
+    VEXILO_LOGI("is is still not connected .. that is close press ");
+  }
+  CHomeScreen::Instance()->m_ShowHomeScreenPostReturn();
 }
 
 void app_resume(void*) {
   VEXILO_LOGI("resume called");
   SettingsAPI::Get().DisableItem(kZoomItem, kApplicationId);
   StartScreenSaver();
+  const _CurrentScreen screen = CGetData::GetInstance()->m_GetCurrentScreen();
+  if (screen == SCREEN_SELF_DIAGNOSIS) {
+    VEXILO_LOGI("Resumed on Self Diag Screen.. Updating the screen...");
+    CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(false);
+  } else if (screen == SCREEN_ERROR_REPORT) {
+    ResumeErrorReport();
+  }
 }
 
-void LaunchFirst() {
+void LaunchFirst(const char* launchMech) {
   VEXILO_LOGI(" app  not running.. Launching for the first time..");
   StartScreenSaver();
   ClearRemainingProblemsIfAsked();
-  SetEngineScenario("GetRemainingData");
-  CHomeScreen::Instance()->m_GetRemainingData();
+  if (!CMainView::Instance().initUI(KeepCopy(launchMech))) CUtils::Instance().m_SetExitFlag(EXIT_FAILURE);
   g_running = true;
 }
 
@@ -147,7 +186,7 @@ void app_control(app_control_h request, void*) {
   if (Equals(launchMech.get(), "bg_inference"))
     DiagnoseInBackground(launchMech.get());
   else if (!g_running)
-    LaunchFirst();
+    LaunchFirst(launchMech.get());
   else
     LaunchAgain(launchMech.get());
 }

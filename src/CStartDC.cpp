@@ -13,6 +13,14 @@ CStartDC* CStartDC::Instance() {
   return instance;
 }
 
+void CStartDC::m_StartDC() {
+  m_screen.m_Open("TV_SID_CARE_VEXILO", {[this] { m_screen.m_ShowAfterReturn(); }, [this] { m_CleanObjects(); }}, true);
+}
+
+void CStartDC::m_CleanObjects() {
+  m_screen.m_Clean();
+}
+
 void CStartDC::m_GetDiagResults() {
   {
     std::lock_guard lock(m_rowsMutex);

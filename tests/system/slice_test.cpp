@@ -16,6 +16,7 @@
 #include "base/sqlite_handle.h"
 #include "set_paths.h"
 #include "support/process.h"
+#include "support/remaining_rows.h"
 #include "system_path.h"
 #include "trevlin/trevlin_database.h"
 #include "vconf.h"
@@ -58,7 +59,8 @@ void Record(int code, int type, const char* time) {
   ASSERT_EQ(engine.AddTransition(transition), TREVLIN_OK) << engine.LastError();
 }
 
-const ProcessOptions kToStderr = {.env = {{"VEXILO_LOG_TARGET", "stderr"}, {"DBUS_SESSION_BUS_ADDRESS", ""}}};
+const ProcessOptions kToStderr = {
+    .env = {{"VEXILO_LOG_TARGET", "stderr"}, {"DBUS_SESSION_BUS_ADDRESS", ""}, {"ELM_ENGINE", "buffer"}}};
 
 bool HappensSoon(const std::function<bool()>& condition) {
   for (int i = 0; i < 1000; ++i) {
@@ -248,7 +250,7 @@ TEST_F(Slice, RequestsReachTheRunningInstance) {
                         app + " launch_mech=HotelMenu & first=$!\n" + "until [ -e " + recorded +
                             " ]; do sleep 0.02; done\n" + app + " launch_mech=menu; echo second $?\n" + app +
                             " launch_mech=bg_inference; echo third $?\n" + "wait $first; echo first $?\n"},
-                       {.env = {{"VEXILO_LOG_TARGET", "file"}}});
+                       {.env = {{"VEXILO_LOG_TARGET", "file"}, {"ELM_ENGINE", "buffer"}}});
   EXPECT_EQ(session.ReadLine(), "second 0");
   EXPECT_EQ(session.ReadLine(), "third 0");
   EXPECT_EQ(session.ReadLine(), "first 0");
@@ -266,34 +268,10 @@ TEST_F(Slice, FirstLaunchRecordsTheLaunchPointAndTerminates) {
   EXPECT_THAT(result.err, AllOf(HasSubstr("launch_mech is HotelMenu"), HasSubstr("terminate called")));
 }
 
-// A database of remaining problems with one row for each code.
-void StoreRemaining(std::initializer_list<int> codes) {
-  sqlite3* raw = nullptr;
-  ASSERT_EQ(sqlite3_open(SystemPath(set_paths::kRemainingDb).c_str(), &raw), SQLITE_OK);
-  const SqliteDb db(raw);
-  std::string sql =
-      "CREATE TABLE remainingTBL(idx TEXT, issue_code TEXT, is_fix TEXT, last_time TEXT, sol_type TEXT, sid_issue "
-      "TEXT, "
-      "sid_sol TEXT, sid_button1 TEXT, sid_button2 TEXT, action TEXT, toast1 TEST, toast2 TEXT, source TEXT, "
-      "view_authority TEXT);";
-  for (const int code : codes)
-    sql += "INSERT INTO remainingTBL VALUES('1','" + std::to_string(code) +
-           "','0','2024-03-07T09:05:00','','','','','','','','','','USER');";
-  ASSERT_EQ(sqlite3_exec(raw, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
-}
-
-int StoredRows() {
-  sqlite3* raw = nullptr;
-  sqlite3_open_v2(SystemPath(set_paths::kRemainingDb).c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
-  const SqliteDb db(raw);
-  const SqliteStatement count = PrepareStatement(raw, "SELECT count(*) FROM remainingTBL");
-  return count && sqlite3_step(count.get()) == SQLITE_ROW ? sqlite3_column_int(count.get(), 0) : -1;
-}
-
 TEST_F(Slice, StartDeletesOnDemandIssuesThatHaveCleared) {
   StoreRemaining({1001, 10000005, 20000000});
   ChildProcess app({VEXILO_APP}, kToStderr);
-  EXPECT_TRUE(HappensSoon([] { return StoredRows() == 2; }));
+  EXPECT_TRUE(HappensSoon([] { return RemainingCodes().size() == 2; }));
   app.Signal(SIGTERM);
   EXPECT_EQ(app.Wait().exitCode, 0);
 }
@@ -307,7 +285,7 @@ TEST_F(Slice, FirstLaunchClearsTheRemainingProblemsOnlyWhenAsked) {
     // The last thing that a start writes: what it found, or that there is nothing.
     const std::string last = reset ? R"({"id" : "NoRemaining"})" : R"({"id" : "CompareRemaining"})";
     EXPECT_TRUE(HappensSoon([&last] { return CText(vconf_get_str("system/trevlin/STOperation")).get() == last; }));
-    EXPECT_EQ(StoredRows(), reset ? 0 : 1);
+    EXPECT_EQ(RemainingCodes().size(), reset ? 0u : 1u);
     app.Signal(SIGTERM);
     EXPECT_EQ(app.Wait().exitCode, 0);
   }

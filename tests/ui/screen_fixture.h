@@ -1,0 +1,277 @@
+#pragma once
+/// @file
+/// The application's window and screens on a canvas in memory, in a set that the test describes.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libintl.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CHomeScreen.h"
+#include "CLoadingScreen.h"
+#include "CMainView.h"
+#include "CStartDC.h"
+#include "CStartDCIssues.h"
+#include "CUtils.h"
+#include "SettingsKeys.h"
+#include "app_framework.h"
+#include "connection.h"
+#include "flux_resources.h"
+#include "set_paths.h"
+#include "settings/menu_language.h"
+#include "system_path.h"
+#include "ui/ui_harness.h"
+#include "vconf.h"
+
+// What would end the process, speak, or depend on this machine's network is taken over; the engine takes subscriptions
+// and never answers, the tests do.
+inline std::vector<std::string> g_said;
+inline int g_loopEnds = 0;  ///< how often the application left its main loop
+inline int g_applicationExits = 0;
+inline bool g_network = false;  ///< whether the set has a gateway
+
+/// A step of a solution, for StoreRemaining().
+inline std::string Step(const std::string& type, const std::string& value = "") {
+  return "<sol_val param_type='" + type + "' param_value='" + value + "'/>";
+}
+/// Installs the parser plug-in and a map of these issues with the steps of their solutions, makes the issues true, and
+/// stores them as remaining, as a scan in an earlier run did.
+void StoreRemaining(const std::map<std::string, std::string>& issues);
+
+/// What a viewer can press, by a short name.
+struct ScreenName {
+  const char* name;
+  const char* sid;
+};
+inline constexpr ScreenName kScreenNames[] = {{"start", "TV_SID_CARE_START_VEXILO"},
+                                              {"remaining", "TV_SID_CARE_MIX_REMAINING_ISSUES"},
+                                              {"storage", "TV_SID_DEVICE_MANAGE_STORAGE"},
+                                              {"diagnosis", "SID_SELF_DIAGNOSIS"},
+                                              {"support", "TV_SID_REQUEST_SUPPORT_KR_17"},
+                                              {"report", "TV_SID_VEXILO_CBMAY_ERROR_REPORT"},
+                                              {"done", "SID_DONE"},
+                                              {"close", "COM_SID_CLOSE"}};
+
+class Screens : public testing::Test {
+ protected:
+  struct Shown {
+    std::string text;
+    UiHarness::Geometry at;
+    Evas_Object* object;
+  };
+
+  ~Screens() override {
+    if (HasFailure()) std::cerr << Log();
+    if (!m_ui) return;
+    QUVA::CLoadingScreen::Instance()->m_CleanObjects();
+    QUVA::CHomeScreen::Instance()->m_CleanObjects();
+    QUVA::CStartDC::Instance()->m_CleanObjects();
+    QUVA::CStartDCIssues::Instance()->m_CleanObjects();
+    Pass();  // what waits for the loop to be idle holds memory
+    EXPECT_TRUE(m_ui->PumpUntil([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }, 15));
+  }
+
+  // ---- the set
+
+  static void WriteFile(const char* path, const std::string& text) {
+    std::filesystem::create_directories(std::filesystem::path(SystemPath(path)).parent_path());
+    std::ofstream(SystemPath(path)) << text;
+  }
+  /// The profile: "set local_set=KOR; feature product.chipset=OSCARP".
+  static void Profile(const std::string& entries) {
+    std::ostringstream text;
+    std::istringstream each(entries);
+    for (std::string entry; std::getline(each >> std::ws, entry, ';');) {
+      const size_t blank = entry.find(' ');
+      text << "[" << entry.substr(0, blank) << "]\n" << entry.substr(blank + 1) << "\n";
+    }
+    WriteFile(set_paths::kSetProfile, text.str());
+  }
+  static void Language(const char* locale) { vconf_set_str(QUVA::kMenuLanguageKey, locale); }
+  static std::string Log() {
+    std::ifstream log(SystemPath(set_paths::kLogFile));
+    return {std::istreambuf_iterator<char>(log), {}};
+  }
+  static int InLog(const std::string& text) {
+    const std::string log = Log();
+    int count = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+    return count;
+  }
+
+  /// Opens the window. Without the moving pictures nothing is drawn once a screen stands.
+  enum Pictures { kStill, kMoving };
+  enum Begin { kAtLoading, kAfterLoading };
+  void Open(Pictures pictures = kStill, Begin begin = kAfterLoading) {
+    namespace fs = std::filesystem;
+    const fs::path resources = SystemPath(set_paths::kResourceDir);
+    fs::create_directories(resources);
+    const auto link = [&](const fs::path& folder) {
+      for (const auto& entry : fs::directory_iterator(folder))
+        fs::create_symlink(entry.path(), resources / entry.path().filename());
+    };
+    link(VEXILO_SOURCE_DIR "/res/icons");
+    if (pictures == kMoving) link(VEXILO_BINARY_DIR "/res/frames");
+    fs::create_directories(fs::path(SystemPath(set_paths::kLocaleDir)).parent_path());
+    fs::create_symlink(VEXILO_BINARY_DIR "/res/locale", SystemPath(set_paths::kLocaleDir));
+    ApplyMenuLanguage();
+    bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
+    bind_textdomain_codeset(QUVA::kApplicationId, "UTF-8");
+    setenv("VEXILO_WINDOW", "960x540", 1);
+    m_ui = std::make_unique<UiHarness>([&] {
+      QUVA::CMainView::Instance().initUI(nullptr);
+      return QUVA::CUtils::Instance().m_pGetAppWindow();
+    });
+    ASSERT_TRUE(Soon([] { return InLog("Start the Loading") == 1; }));
+    if (begin == kAfterLoading) QUVA::CLoadingScreen::Instance()->m_CleanObjects();
+  }
+
+  static void OpenHome(const char* launchFrom = nullptr) {
+    QUVA::CHomeScreen::Instance()->m_CreateHomeScreen(CText(launchFrom ? strdup(launchFrom) : nullptr));
+  }
+  static QUVA::MapToDBTable Row(const std::string& code, const std::string& time = "2024-03-07T09:05:00") {
+    QUVA::MapToDBTable row;
+    row.issue_code = code;
+    row.last_time = time;
+    row.sid_issue = "TV_SID_VEXILO_OFF_TIMER_ON";
+    row.sid_sol = "TV_SID_USING_OFF_TIMER";
+    row.sid_button1 = "TV_SID_VEXILO_OPEN_SETTINGS";
+    row.sid_button2 = "COM_SID_CLOSE";
+    row.action = "1";
+    row.toast1 = row.toast2 = "NULL";
+    return row;
+  }
+  static std::vector<QUVA::MapToDBTable> Rows(int count) {
+    std::vector<QUVA::MapToDBTable> rows;
+    for (int i = 1; i <= count; ++i) rows.push_back(Row(std::to_string(i)));
+    return rows;
+  }
+
+  // ---- the viewer
+
+  /// Presses keys, "Down Down Return", as a window system's events.
+  void Press(const std::string& keys) {
+    std::istringstream each(keys);
+    for (std::string key; each >> key;) {
+      for (const int type : {ECORE_EVENT_KEY_DOWN, ECORE_EVENT_KEY_UP}) {
+        auto* const event = static_cast<Ecore_Event_Key*>(calloc(1, sizeof(Ecore_Event_Key)));
+        event->keyname = event->key = m_keys.insert(key).first->c_str();
+        event->timestamp = m_keyTime += 20;  // no key that is held
+        ecore_event_add(type, event, nullptr, nullptr);
+      }
+      Pass();
+    }
+  }
+  /// A few turns of the main loop, in which it is idle too.
+  void Pass() {
+    int looks = 0;
+    m_ui->PumpUntil([&] { return ++looks > 3; });
+  }
+  bool Soon(const std::function<bool()>& condition, double seconds = 15) { return m_ui->PumpUntil(condition, seconds); }
+
+  std::string Focus() const { return NameOf(m_ui->Focused()); }
+  bool FocusBecomes(const std::string& name) {
+    return Soon([&] { return Focus() == name; }, 3) ||
+           (ADD_FAILURE() << name << ": the focus is on " << Focus(), false);
+  }
+
+  /// "start", "list", or the text of what has no name.
+  static std::string NameOf(Evas_Object* widget) {
+    if (!widget) return "nothing";
+    const char* const text = elm_object_text_get(widget);
+    if (!text || !*text) return elm_flux_list_count(widget) > 0 ? "list" : "a widget without a text";
+    for (const ScreenName& each : kScreenNames) {
+      const std::string named = QUVA::CUtils::m_GetText(each.sid);
+      const size_t end = std::min(named.find('%'), named.find("<<A>>"));
+      if (end == std::string::npos ? text == named : std::string(text).starts_with(named.substr(0, end)))
+        return each.name;
+    }
+    return text;
+  }
+
+  /// Every text that is on the screen; those of lists are known once they are drawn.
+  std::vector<Shown> Texts() const {
+    std::vector<Shown> found;
+    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
+      if (!evas_object_smart_parent_get(each)) CollectTexts(each, found);
+    return found;
+  }
+  bool Shows(const std::string& text) const {
+    const auto texts = Texts();
+    return std::any_of(texts.begin(), texts.end(), [&](const Shown& each) { return each.text == text; });
+  }
+  bool ShowsSid(const char* sid) const { return Shows(QUVA::CUtils::m_GetText(sid)); }
+  /// The widgets that have a name, in reading order.
+  std::vector<Shown> Named() const {
+    std::vector<Shown> named;
+    for (Shown& each : Texts())
+      if (elm_object_widget_check(each.object) && NameOf(each.object) != each.text) {
+        each.text = NameOf(each.object);
+        named.push_back(each);
+      }
+    const int direction = elm_config_mirrored_get() ? -1 : 1;
+    std::stable_sort(named.begin(), named.end(), [&](const Shown& a, const Shown& b) {
+      return a.at.y != b.at.y ? a.at.y < b.at.y : a.at.x * direction < b.at.x * direction;
+    });
+    return named;
+  }
+  /// The moving picture's file that is on the screen, from "Motion/" on.
+  std::string Picture() const {
+    std::string found;
+    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
+      FindPicture(each, found);
+    return found;
+  }
+
+  static size_t StackSize() { return QUVA::CUtils::Instance().m_GetReturnStackSize(); }
+
+  std::unique_ptr<UiHarness> m_ui;
+
+ private:
+  std::set<std::string> m_keys;  // events outlive the call
+  unsigned int m_keyTime = 0;
+
+  static void Members(Evas_Object* object, const std::function<void(Evas_Object*)>& call) {
+    Eina_List* members = evas_object_smart_members_get(object);
+    void* member = nullptr;
+    EINA_LIST_FREE(members, member) call(static_cast<Evas_Object*>(member));
+  }
+  static void CollectTexts(Evas_Object* object, std::vector<Shown>& found) {
+    if (!evas_object_visible_get(object)) return;
+    std::string text;
+    if (elm_object_widget_check(object)) {
+      const char* const own = elm_object_text_get(object);
+      text = own ? own : "";
+    } else if (std::string(evas_object_type_get(object)) == "textblock") {
+      char* const plain = evas_textblock_text_markup_to_utf8(nullptr, evas_object_textblock_text_markup_get(object));
+      text = plain ? plain : "";
+      free(plain);
+    }
+    if (!text.empty()) found.push_back({text, UiHarness::GeometryOf(object), object});
+    Members(object, [&](Evas_Object* member) { CollectTexts(member, found); });
+  }
+  static void FindPicture(Evas_Object* object, std::string& found) {
+    if (!evas_object_visible_get(object)) return;
+    if (std::string(evas_object_type_get(object)) == "image") {
+      const char* file = nullptr;
+      evas_object_image_file_get(object, &file, nullptr);
+      const std::string path = file ? file : "";
+      if (const size_t at = path.find("Motion/"); at != std::string::npos) found = path.substr(at);
+    }
+    Members(object, [&](Evas_Object* member) { FindPicture(member, found); });
+  }
+};

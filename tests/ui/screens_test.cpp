@@ -1,0 +1,440 @@
+// The screens as they ship, worked with keys: what they show, where the focus goes, what Back does.
+
+#include <map>
+#include <set>
+#include <tuple>
+
+#include "CGetData.h"
+#include "CSelfDiagnosis.h"
+#include "appfw/launcher.h"
+#include "ui/screen_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using QUVA::CHomeScreen;
+using QUVA::CLoadingScreen;
+using QUVA::CUtils;
+using QUVA::TitleHeader;
+
+CUtils& Utils() {
+  return CUtils::Instance();
+}
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+// ---- home
+
+constexpr char kPlain[] = "feature product.partner.string_id=0";
+constexpr char kReport[] =
+    "set local_set=KOR; feature product.chipset=OSCARP; feature product.partner.string_id=0; home "
+    "disclaimer_items=service_request";
+
+struct HomeCase {
+  const char* name;
+  std::string profile;
+  int remaining;
+  const char* launchFrom;
+  const char* entries;  ///< in reading order
+  const char* focus;
+};
+
+const HomeCase kHomeCases[] = {
+    {"television", kPlain, 0, nullptr, "start storage diagnosis support", "start"},
+    {"remaining", kPlain, 2, nullptr, "start remaining storage diagnosis support", "remaining"},
+    {"for support", kPlain, 2, "request-support", "start remaining storage diagnosis support", "support"},
+    {"for a report", kReport, 1, "ErrorReport", "start remaining storage diagnosis support report", "report"},
+    {"unknown source", kReport, 0, "errorreport", "start storage diagnosis support report", "start"},
+    {"signage", "feature product.product_type=4; "s + kReport, 0, "ErrorReport", "start diagnosis", "start"},
+    {"partner", "feature product.partner.string_id=1", 0, "request-support", "start storage diagnosis", "start"},
+    {"nothing known", "", 1, "request-support", "start remaining storage diagnosis", "remaining"},
+    {"OSCARP alone", "feature product.chipset=OSCARP; set local_set=EUR", 0, nullptr, "start storage diagnosis",
+     "start"},
+    {"KOR alone", "feature product.chipset=OSCARPX; set local_set=KOR", 0, nullptr, "start storage diagnosis", "start"},
+    {"projector", "feature product.device_sid=PJT; "s + kPlain, 0, nullptr, "start storage diagnosis support", "start"},
+};
+
+class ScreensInLanguage : public Screens, public testing::WithParamInterface<const char*> {
+ protected:
+  ScreensInLanguage() { Language(GetParam()); }
+
+  /// From each widget that can be reached every arrow leads to one that is seen, and all are reached.
+  void ExpectAllReachable(const std::set<std::string>& expected) {
+    std::set<std::string> reached;
+    std::vector<Evas_Object*> todo{m_ui->Focused()};
+    while (!todo.empty()) {
+      Evas_Object* const from = todo.back();
+      todo.pop_back();
+      if (!from || !reached.insert(NameOf(from)).second) continue;
+      for (const char* key : {"Up", "Down", "Left", "Right"}) {
+        elm_object_focus_set(from, EINA_TRUE);
+        ASSERT_EQ(m_ui->Focused(), from);
+        m_ui->FeedKey(key);
+        ecore_main_loop_iterate();
+        EXPECT_TRUE(expected.count(Focus())) << key << " from " << NameOf(from) << " leads to " << Focus();
+        todo.push_back(m_ui->Focused());
+      }
+    }
+    EXPECT_EQ(reached, expected);
+  }
+};
+
+TEST_P(ScreensInLanguage, HomeHasTheEntriesOfTheSet) {
+  Open();
+  ASSERT_EQ(elm_config_mirrored_get(), GetParam() == "ar_AE.utf8"s);
+  std::set<std::string> walked;
+  for (const HomeCase& each : kHomeCases) {
+    // The order is the language's; the entries are the set's.
+    if (GetParam() != "en_US.utf8"s && each.profile != kReport) continue;
+    SCOPED_TRACE(each.name);
+    Profile(each.profile);
+    CHomeScreen::Instance()->m_SetDCIssues(Rows(each.remaining));
+    OpenHome(each.launchFrom);
+    m_ui->Settle();
+    const std::vector<std::string> expected = Words(each.entries);
+    std::vector<std::string> names;
+    for (const Shown& shown : Named()) names.push_back(shown.text);
+    EXPECT_EQ(names, expected);
+    EXPECT_TRUE(FocusBecomes(each.focus));
+    if (walked.insert(each.entries).second) ExpectAllReachable({expected.begin(), expected.end()});
+    const size_t lower = each.remaining > 0 ? 2 : 1;  // the first of the lower row
+    elm_object_focus_set(Named()[lower].object, EINA_TRUE);
+    for (size_t i = lower; i < expected.size(); ++i) {
+      EXPECT_EQ(Focus(), expected[i]) << "in reading order";
+      Press(elm_config_mirrored_get() ? "Left" : "Right");
+    }
+    CHomeScreen::Instance()->m_CleanObjects();
+    Utils().m_DropFromReturnStack();
+  }
+}
+
+/// Of every text on the screen: its lines are no wider than its box, and the box lies within the window.
+TEST_P(ScreensInLanguage, TextsFitWhenTheyAreEnlarged) {
+  Profile(kReport);
+  vconf_set_int("db/menu/system/accessibility/focuszoom", 1);
+  Open();
+  EXPECT_EQ(elm_config_scale_get(), FLUX_SCALE_ENLARGED);
+  const std::pair<const char*, std::function<void()>> screens[] = {
+      {"home", [] { OpenHome(); }},
+      {"diagnosis", [] { QUVA::CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true); }},
+  };
+  CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
+  for (const auto& [name, open] : screens) {
+    SCOPED_TRACE(name);
+    open();
+    m_ui->Settle();
+    int texts = 0;
+    for (const Shown& shown : Texts()) {
+      if (elm_object_widget_check(shown.object)) continue;
+      int width = 0;
+      evas_object_textblock_size_formatted_get(shown.object, &width, nullptr);
+      EXPECT_LE(width, shown.at.width + 1) << shown.text;
+      EXPECT_GE(shown.at.x, 0) << shown.text;
+      EXPECT_LE(shown.at.x + shown.at.width, 960) << shown.text;
+      ++texts;
+    }
+    EXPECT_GE(texts, 3);
+    if (name == "home"s) CHomeScreen::Instance()->m_CleanObjects();
+    if (name == "diagnosis"s) QUVA::CSelfDiagnosis::Instance()->m_ClearSelfDiagnosis();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(In, ScreensInLanguage, testing::Values("en_US.utf8", "ar_AE.utf8", "de_DE.utf8"),
+                         [](const auto& each) { return std::string(each.param).substr(0, 2); });
+
+TEST_F(Screens, AReportIsOpenedOrWhatIsMissingForItIsLaunched) {
+  struct {
+    bool network;
+    int terms;
+    const char* launched;
+  } const cases[] = {
+      {false, 0, "org.varno.menu"}, {false, 1, "org.varno.menu"}, {true, 0, "org.varno.wizard"}, {true, 1, ""}};
+  for (const char* app : {"org.varno.menu", "org.varno.wizard"})
+    WriteFile((set_paths::kDesktopEntries + "/"s + app + ".desktop").c_str(),
+              "[Desktop Entry]\nType=Application\nName=x\nExec=true\n");
+  const auto launched = [] {
+    const CText app(vconf_get_str(app_framework::kForegroundAppKey));
+    const std::string id = app ? app.get() : "";
+    vconf_set_str(app_framework::kForegroundAppKey, "");
+    return id;
+  };
+  Profile(kReport);
+  Open();
+  for (const auto& each : cases) {
+    SCOPED_TRACE(testing::Message() << each.network << each.terms);
+    g_network = each.network;
+    vconf_set_int(QUVA::kConsentKey, each.terms);
+    OpenHome("ErrorReport");
+    EXPECT_EQ(launched(), each.launched);
+    ASSERT_TRUE(FocusBecomes("report"));
+    EXPECT_EQ(StackSize(), 1u);
+    Press("Return");
+    EXPECT_EQ(launched(), each.launched);
+    EXPECT_EQ(StackSize(), *each.launched ? 1u : 2u);
+    EXPECT_TRUE(FocusBecomes(*each.launched ? "report" : "close"));
+    EXPECT_TRUE(Utils().m_GetExitOnPause());
+    EXPECT_EQ(QUVA::CGetData::GetInstance()->m_GetCurrentScreen(), QUVA::SCREEN_ERROR_REPORT);
+    while (StackSize() > 0) Utils().m_DropFromReturnStack();
+    CHomeScreen::Instance()->m_CleanObjects();
+  }
+}
+
+TEST_F(Screens, BackLeadsFromEachScreenToItsEntryAndThenOut) {
+  g_network = true;
+  vconf_set_int(QUVA::kConsentKey, 1);
+  Profile(kReport);
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
+  OpenHome();
+  m_ui->Settle();
+  const struct {
+    const char* entry;
+    const char* focus;
+    const char* title;
+    const char* leave;
+  } cases[] = {{"start", "close", "TV_SID_CARE_VEXILO", "XF86Back"},
+               {"remaining", "close", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "XF86Back"},
+               {"storage", "close", "TV_SID_DEVICE_MANAGE_STORAGE", "Escape"},
+               {"diagnosis", "close", "SID_SELF_DIAGNOSIS", "BackSpace"},
+               {"report", "close", "TV_SID_VEXILO_CBMAY_ERROR_REPORT", "Return"}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.entry);
+    for (const Shown& shown : Named())
+      if (shown.text == each.entry) elm_object_focus_set(shown.object, EINA_TRUE);
+    ASSERT_EQ(Focus(), each.entry);
+    Press("Return");
+    EXPECT_TRUE(FocusBecomes(each.focus));
+    EXPECT_TRUE(ShowsSid(each.title));
+    EXPECT_FALSE(ShowsSid("TV_SID_CARE_START_VEXILO")) << "home is hidden";
+    EXPECT_EQ(StackSize(), 2u);
+    Press(each.leave);
+    EXPECT_TRUE(FocusBecomes(each.entry));
+    EXPECT_TRUE(ShowsSid("TV_SID_CARE_START_VEXILO"));
+    EXPECT_EQ(StackSize(), 1u);
+    EXPECT_EQ(g_loopEnds, 0);
+  }
+  Press("XF86Back");
+  EXPECT_EQ(std::tuple(StackSize(), g_loopEnds), std::tuple(1u, 1));
+}
+
+TEST_F(Screens, AShortMessageOfHomeGoesByItselfByBackAndWithItsScreen) {
+  Profile(kPlain);
+  Open();
+  OpenHome("request-support");
+  ASSERT_TRUE(FocusBecomes("support"));
+  constexpr char kToast[] = "TV_SID_VEXILO_NO_SUPPORT";
+  Press("Return Return");  // the second changes nothing
+  EXPECT_TRUE(ShowsSid(kToast));
+  EXPECT_EQ(StackSize(), 2u);
+  Press("XF86Back");
+  EXPECT_FALSE(ShowsSid(kToast));
+  EXPECT_EQ(StackSize(), 1u);
+  EXPECT_TRUE(FocusBecomes("support"));
+
+  Press("Return");
+  EXPECT_TRUE(Soon([] { return StackSize() == 1; }));
+  EXPECT_FALSE(ShowsSid(kToast));
+  EXPECT_EQ(InLog("Auto TimeOut"), 1);
+  EXPECT_EQ(g_loopEnds, 0);
+
+  Press("Return");
+  ASSERT_TRUE(ShowsSid(kToast));
+  Press("Left Return");  // another screen before it has timed out
+  EXPECT_FALSE(ShowsSid(kToast));
+  EXPECT_TRUE(FocusBecomes("close"));
+  const double end = ecore_time_get() + 3.3;
+  Soon([&] { return ecore_time_get() > end; });
+  EXPECT_EQ(std::tuple(StackSize(), Focus(), InLog("Auto TimeOut")), std::tuple(2u, "close"s, 1));
+  Press("XF86Back");
+  EXPECT_EQ(StackSize(), 1u);
+  EXPECT_TRUE(FocusBecomes("diagnosis"));
+}
+
+// ---- what screens share
+
+TEST_F(Screens, TheReturnStack) {
+  std::string done;
+  const auto entry = [&](const std::string& name) {
+    return QUVA::_returnCBStruct{[&, name] { done += " show " + name; }, [&, name] { done += " hide " + name; }};
+  };
+  WriteFile("/usr/share/applications/org.varno.ep-hotel-factory.desktop",
+            "[Desktop Entry]\nType=Application\nName=x\nExec=true\n");
+  Utils().m_ExecuteReturn();
+  EXPECT_EQ(InLog("Return Stack Empty.."), 1);
+  Utils().m_RegisterForReturnStack(entry("a"), true);  // nothing to replace
+  Utils().m_RegisterForReturnStack(entry("b"), false);
+  Utils().m_RegisterForReturnStack(entry("c"), true);
+  EXPECT_EQ(StackSize(), 2u);
+  Utils().m_ExecuteReturn();
+  EXPECT_EQ(done, " hide c show a");
+  for (const auto& [point, launched] :
+       std::map<int, const char*>{{0, ""}, {1, ""}, {3, "org.varno.ep-hotel-factory"}}) {
+    vconf_set_int(QUVA::kLaunchPointKey, point);
+    Utils().m_ExecuteReturn();
+    const CText app(vconf_get_str(app_framework::kForegroundAppKey));
+    EXPECT_STREQ(app ? app.get() : "", launched) << point;
+  }
+  EXPECT_EQ(std::tuple(g_loopEnds, StackSize(), done), std::tuple(3, 1u, " hide c show a"s));
+  Utils().m_RegisterForReturnStack({}, false);
+  EXPECT_THROW(Utils().m_ExecuteReturn(), boost::bad_function_call);
+}
+
+TEST_F(Screens, DimmingTheLoadingPopupAndHeaders) {
+  vconf_set_int("db/menu/system/accessibility/voiceguide", 1);
+  Open();
+  const auto layers = [&] {
+    int count = 0;
+    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each)) {
+      int red = 1, alpha = 0;
+      evas_object_color_get(each, &red, nullptr, nullptr, &alpha);
+      count += red == 0 && alpha == 178 && UiHarness::GeometryOf(each) == UiHarness::Geometry{0, 0, 960, 540};
+    }
+    return count;
+  };
+  Utils().m_HideDimBackground();
+  for (const int expected : {1, 2, 3}) {
+    Utils().m_ShowDimBackground();
+    EXPECT_EQ(layers(), expected);
+  }
+  for (const int expected : {2, 1, 0, 0}) {
+    Utils().m_HideDimBackground();
+    EXPECT_EQ(layers(), expected);
+  }
+
+  Evas_Object* const root = Utils().m_pGetRootLayout();
+  for (const auto& [sid, units] :
+       {std::pair("TV_SID_DEVICE_MANAGE_STORAGE", 25), {"TV_SID_CARE_VEXILO", 15}, {"SID_SELF_DIAGNOSIS", 15}}) {
+    TitleHeader header;
+    Evas_Object* const made = Utils().m_pTitleHeader(root, header, sid);
+    m_ui->Settle();
+    EXPECT_EQ(UiHarness::GeometryOf(made).width, 960) << sid;
+    EXPECT_EQ(UiHarness::GeometryOf(made).height, units * 4) << sid;
+    EXPECT_EQ(elm_object_text_get(header.text), CUtils::m_GetText(sid));
+    evas_object_del(made);
+  }
+
+  OpenHome();
+  g_said.clear();
+  const auto loading = [] { return std::count(g_said.begin(), g_said.end(), CUtils::m_GetText("COM_TV_SID_LOADING")); };
+  Utils().m_CreateLoadingPopup(root);
+  Utils().m_CreateLoadingPopup(root);
+  Press("XF86Back");
+  EXPECT_EQ(std::tuple(g_loopEnds, InLog("Key blocked.."), loading()), std::tuple(0, 1, 1));
+  EXPECT_TRUE(Soon([&] { return loading() == 2; }, 8)) << "spoken again";
+  Utils().m_StopLoadingPopup();
+  Press("XF86Back");
+  EXPECT_EQ(g_loopEnds, 1);
+  Utils().m_CreateLoadingPopup(root);
+  Utils().m_CleanObjects();
+  Utils().m_StopLoadingPopup();
+  EXPECT_FALSE(Utils().m_GetKeyBlock());
+}
+
+TEST_F(Screens, TheSetIsAskedAnewEachTimeAndMaySayNothing) {
+  const auto answers = [] {
+    return std::tuple(Utils().m_GetSwModel(), Utils().GetChipSet(), Utils().GetLocalSet(),
+                      Utils().m_CheckOstravSupport(), Utils().GetTVProductType(), Utils().m_IsSignage(),
+                      Utils().GetChannelType(), Utils().GetCurrentSourceInfo());
+  };
+  EXPECT_EQ(answers(), std::tuple("", "", "", 0, 0, false, -1, -1));
+  for (const char* line :
+       {"Failed to get Software Model", "Failed to get local set", "Failed to get Ostrav TV version value",
+        "Cannot get com.tornelo/featureconf/product.product_type", "Current source : -1", "Return false"})
+    EXPECT_GE(InLog(line), 1) << line;
+  Profile(
+      "set sw_model=M; set local_set=KOR; feature product.chipset=C; feature the_ostrav_version=2; feature "
+      "product.product_type=4; tv source=13; tv channel_type=4");
+  EXPECT_EQ(answers(), std::tuple("M", "C", "KOR", 2, 4, true, 4, 13));
+}
+
+TEST_F(Screens, ASignageSetTurnsWithItsMenus) {
+  constexpr char kKey[] = "db/menu/onscreendisplay/display_orientation/onscreen_menu_orientation";
+  Profile("feature product.product_type=4");
+  vconf_set_int(kKey, 3);
+  Open();
+  OpenHome();
+  const auto degrees = [&] { return elm_win_rotation_get(m_ui->Window()); };
+  EXPECT_EQ(degrees(), 90);
+  for (const auto& [value, expected] : {std::pair(0, 0), {1, 90}, {2, 0}, {3, 90}}) {
+    vconf_set_int(kKey, value);
+    EXPECT_TRUE(Soon([&, wanted = expected] { return degrees() == wanted; })) << value;
+    m_ui->Settle();
+    EXPECT_EQ(Focus(), "start");
+    Press("Down");
+    EXPECT_EQ(Focus(), "diagnosis");
+    Press("Up");
+  }
+}
+
+TEST_F(Screens, AChangeOfLanguageEndsTheApplication) {
+  Open();
+  int heard = 0;
+  Utils().ConnectLangChangeCB([&] { ++heard; });
+  Language("de_DE.utf8");
+  EXPECT_TRUE(Soon([] { return g_applicationExits > 0; }));
+  EXPECT_EQ(std::tuple(heard, g_applicationExits), std::tuple(1, 1));
+}
+
+// ---- loading
+
+TEST_F(Screens, LoadingEndsInTheScreenThatTheSourceAsksFor) {
+  g_network = true;
+  vconf_set_int(QUVA::kConsentKey, 1);
+  Profile(kReport);
+  Open(kMoving, kAtLoading);
+  EXPECT_TRUE(ShowsSid("TV_SID_CARE_CHECKDING_YOUR_DEVICE_DOT"));
+  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/vexilo_progress_0.png"; }));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
+  EXPECT_TRUE(Soon([&] { return Picture().starts_with("Motion/vexilo_highcontrast_progress/"); }));
+  Press("XF86Back");  // nothing is on the stack: the viewer leaves
+  EXPECT_EQ(std::exchange(g_loopEnds, 0), 1);
+  EXPECT_TRUE(Soon([] { return StackSize() == 1; }));
+  EXPECT_TRUE(FocusBecomes("start"));
+  EXPECT_TRUE(Soon([&] { return Picture() == "Motion/vexilo_highcontrast_good/vexilo_highcontrast_good _59.png"; }));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 0);
+  EXPECT_TRUE(Soon([&] { return Picture() == "Motion/vexilo_good/vexilo_good_59.png"; }));
+  EXPECT_EQ(g_loopEnds, 0);
+  CHomeScreen::Instance()->m_CleanObjects();
+
+  std::string source = "ErrorReport";
+  CLoadingScreen::Instance()->m_StartLoading(Utils().m_pGetRootLayout(), source.data());
+  EXPECT_TRUE(Soon([] { return StackSize() == 2; }));
+  EXPECT_TRUE(FocusBecomes("close"));
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_CBMAY_ERROR_REPORT"));
+  EXPECT_FALSE(ShowsSid("TV_SID_CARE_CHECKDING_YOUR_DEVICE_DOT"));
+}
+
+TEST_F(Screens, LoadingMayBeCleanedUpAtAnyMoment) {
+  Open(kMoving, kAtLoading);
+  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/vexilo_progress_0.png"; }));
+  CLoadingScreen::Instance()->m_CleanObjects();  // as a pause does
+  EXPECT_TRUE(Soon([] { return InLog("Error_Funtion for loading circle called") == 1; }));
+  std::string source = "Self-Diagnosis";
+  CLoadingScreen::Instance()->m_StartLoading(Utils().m_pGetRootLayout(), source.data());
+  EXPECT_TRUE(Soon([] { return StackSize() == 1; }));
+  EXPECT_TRUE(ShowsSid("SID_SELF_DIAGNOSIS"));
+  EXPECT_EQ(InLog("Change To HomeScreen"), 1);
+}
+
+TEST_F(Screens, LoadingWaitsForAnAnswerButNotForLong) {
+  StoreRemaining({{"17", Step("memboost")}});  // the engine is not there to answer
+  Open(kStill, kAtLoading);
+  EXPECT_TRUE(Soon([] { return StackSize() == 1; }, 20));
+  EXPECT_EQ(InLog("Waiting for remaining result data"), 5);
+  EXPECT_TRUE(FocusBecomes("start"));
+  std::thread([] { CHomeScreen::Instance()->m_DiagResCallback(Rows(1)); }).join();
+  EXPECT_EQ(Focus(), "start");
+  Press("Down Return");
+  ASSERT_TRUE(FocusBecomes("close"));
+  Press("XF86Back");
+  EXPECT_TRUE(ShowsSid("SID_SELF_DIAGNOSIS"));
+  std::vector<std::string> names;
+  for (const Shown& shown : Named()) names.push_back(shown.text);
+  EXPECT_THAT(names, testing::Contains("remaining")) << "shown from now on";
+}
+
+}  // namespace
