@@ -1,13 +1,17 @@
 #pragma once
 
+#include <deque>
+#include <string>
 #include <vector>
 
-#include "CPlainScreen.h"
+#include "CScreen.h"
+#include "CScreenJob.h"
 #include "QUVA_Records.h"
 
 namespace QUVA {
 
-/// The outcome of a scan, or the remaining issues: so far the title.
+/// The outcome of a scan, or the remaining issues: the device's state and the list of issues, each of which opens a
+/// popup with its solution. An issue that is solved leaves the list and the stored remaining problems.
 /// Thread rule: main loop thread.
 class CStartDCIssues {
  public:
@@ -17,14 +21,78 @@ class CStartDCIssues {
   CStartDCIssues(const CStartDCIssues&) = delete;
   CStartDCIssues& operator=(const CStartDCIssues&) = delete;
 
+  // ---- the screen
+
   void m_StartDCIssues(std::vector<MapToDBTable> rows);
+  void m_HideStartDCIssue();
+  void m_ShowScreenPostReturn();
   void m_CleanObjects();
+  void m_HighContrastChangeCB();
+  void m_SetVoiceGuideText();
+  /// What the screen reader says of row `index`.
+  std::string m_SetVoiceGuideOnIssue(int index);
+  /// What the screen reader says of the Done button.
+  std::string m_VoiceGuideOnDone();
+  void m_DoneBtnClickCall();
+
+  // ---- the list
+
+  /// The list or, without rows, what to do then; and the Done button.
+  void m_CreateGenlistOrMsg();
+  void m_CreateGenList();
+  /// The text of a part of row `index`: "MainText" the issue, "SubText1" its date. Empty for others.
+  std::string m_item_label_get(int index, const std::string& part);
+  /// The date of row `index` in the user's order; empty when no real time is known.
+  void GetDateInFormat(int index, char (&out)[1024]);
+  /// Takes a row away that has been handled. Nothing happens for an index that is none.
+  void m_RemoveItemFromIndex(int index);
+
+  // ---- the popup and the toast
+
+  void m_CreateIssueDetailsPopUp(int index);
+  void m_IssueDetailBtn_1_Click();
+  void m_IssueDetailBtn_2_Click();
+  void m_ShowToastMsg(int index);
+  void m_HandleReturnOnToast();
+  void m_ShowScreenPostToastReturn();
+  void m_AutoTimeOutToast();
 
  private:
-  CStartDCIssues() = default;
+  CStartDCIssues();
+
+  bool m_IsRow(int index) const { return index >= 0 && index < static_cast<int>(m_rows.size()); }
+  static double m_ListWidth();
+  void m_BuildState(Evas_Object* parent);
+  void m_BuildDone();
+  void m_ClosePopup();
+  void m_Choose(const char* button);
+  void m_Handle(int index, bool apply);
+  void m_HandleNext();
+  void m_EndHandling(bool succeeded);
+  void m_TakeSolved(const std::string& issueCode);
+  int m_RowOf(const std::string& issueCode) const;
+  bool m_IsBeingHandled(const std::string& issueCode) const;
+  void m_ShowToastText(const std::string& text);
+
+  /// What the viewer decided on an issue.
+  struct Decision {
+    std::string issueCode;
+    bool apply;
+  };
 
   std::vector<MapToDBTable> m_rows;
-  CPlainScreen m_screen;
+  int m_index = -1;  ///< the row whose popup is, or was last, open
+  CScreen m_screen;
+  CWidget m_stateImage;
+  CWidget m_listArea;
+  CWidget m_list;
+  CWidget m_done;
+  CWidget m_popup;
+  int m_deviceState = 0;
+  bool m_isAnySolved = false;  ///< since the screen was opened
+  CScreenJob m_animationJob;
+  CScreenJob m_job;
+  std::deque<Decision> m_decisions;  ///< the first one is being carried out
 };
 
 }  // namespace QUVA

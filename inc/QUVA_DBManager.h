@@ -69,6 +69,13 @@ class TCDBManager {
   /// Empties the database's table.
   int FlushDB(EDBName db);
 
+  /// What is changed from here to EndChanges() is there as a whole or, when the process ends or CloseDB() comes first,
+  /// not at all. A statement that fails is left out, as ever.
+  int BeginChanges();
+  /// Whether it is still so: a full disk ends it, and takes back what was changed.
+  bool IsChanging() const;
+  int EndChanges();
+
  private:
   static constexpr int kTableNameSize = 20;
   static constexpr int kDatabaseCount = 4;

@@ -1,24 +1,298 @@
 #include "CStartDC.h"
 
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
 #include <utility>
 
+#include "CGetData.h"
+#include "CHomeScreen.h"
+#include "CMotion.h"
+#include "CStartDCIssues.h"
+#include "DeviceKind.h"
 #include "QUVA_DiagManager.h"
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
+#include "flux_resources.h"
+#include "system_info.h"
 
 namespace QUVA {
+
+namespace {
+
+constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
+constexpr char kInProgress[] = "TV_SID_CARE_VEXILO_IN_PROGRESS_DOT";
+constexpr char kBroadcastCategory[] = "TV_SID_CARE_DIAGNOSE_BROADCAST_SIGNAL_CHANNEL_STATUS";
+constexpr char kRemoteCategory[] = "PJT_SID_CARE_DIAGNOSE_TV_REMOTE";
+
+// What is diagnosed, in the order of the scan.
+constexpr const char* dcItemList[] = {
+    "TV_SID_CARE_DIAGNOSE_POWER_ON_OFF",
+    "TV_SID_CARE_DIAGNOSE_PICTURE_QUALITY",
+    "TV_SID_CARE_DIAGNOSE_SOUND_QUALITY",
+    "TV_SID_CARE_DIAGNOSE_EXTERNAL_DEVICE_CONNECTION",
+    "TV_SID_CARE_DIAGNOSE_NETWORK_CONNECTION",
+    kRemoteCategory,
+    kBroadcastCategory,
+    "TV_SID_CARE_FREE_UP_MEMORY_BY_CLOSING_UNUSED_BACKGROUND_APPS",
+    "TV_SID_CARE_DIAGNOSE_STORAGE_AND_MEMORY",
+    "TV_SID_CARE_FREE_UP_MEMORY_BY_CLEARING_CACHED_MEMORY",
+};
+constexpr int kBroadcastStep = 6;
+
+constexpr int kFrames = 60;
+constexpr int kSteps = 10;
+constexpr int kOptimizeStep = 8;
+constexpr int kSlowFrom = 80;  // percent; the frames after it are slower
+constexpr std::chrono::microseconds kFastFrame{62500};
+constexpr std::chrono::milliseconds kSlowFrame{500};
+constexpr int kRowsShown = 3;
+
+constexpr double kVoicePeriod = 3.0;  // seconds
+constexpr double kResultRound = 1.0;
+constexpr int kResultRounds = 5;
+
+constexpr double kMargin = 11;  // units, as all sizes here
+constexpr double kTop = 3;
+constexpr double kTitleHeight = 8;
+constexpr double kPicture = 40;
+constexpr double kPercentWidth = 30;
+constexpr double kPercentHeight = 12;
+constexpr double kFrameTop = 4;
+constexpr double kFrameHeight = 46;
+constexpr double kRowHeight = 12;
+constexpr double kRowGap = 1.5;
+constexpr double kRowPadding = 6;
+constexpr double kStatusWidth = 46;
+
+constexpr char kWhite[] = "#FFFFFFFF";
+constexpr char kGreen[] = "#89E413FF";
+
+// The remote's category speaks of the set.
+const char* SidOfCategory(const char* sid) {
+  if (sid != kRemoteCategory) return sid;
+  switch (GetDeviceKind()) {
+    case DEVICE_KIND_TV:
+      return "TV_SID_CARE_DIAGNOSE_TV_REMOTE";
+    case DEVICE_KIND_SCREEN:
+      return "REP.DEVICE.SCREEN_SID_CARE_CCDEC_DIAGNOSE_REMOTE";
+    default:
+      return kRemoteCategory;
+  }
+}
+
+}  // namespace
 
 CStartDC* CStartDC::Instance() {
   static auto* instance = new CStartDC;
   return instance;
 }
 
+CStartDC::CStartDC() {
+  CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+}
+
+// ---- the screen
+
 void CStartDC::m_StartDC() {
-  m_screen.m_Open("TV_SID_CARE_VEXILO", {[this] { m_screen.m_ShowAfterReturn(); }, [this] { m_CleanObjects(); }}, true);
+  VEXILO_LOGI("Start Vexilo...");
+  CUtils::Instance().m_SetMultitaskingStatus(false);
+  CUtils::Instance().m_SetExitOnPause(false);
+  CGetData::GetInstance()->m_SetCurrentScreen(SCREEN_START_CARE);
+  CUtils::Instance().m_SetKeyBlock(true);  // until the clean-up
+  m_isOptimized = false;
+  m_percent = 0;
+  if (m_screen.m_Build(kTitle)) m_BuildBody();
+  m_job.m_Start(
+      [this](const CScreenJob::Control& control) {
+        m_AnimationStart(control, m_progressImage, m_percentText, kFrames);
+      },
+      [this] { m_WaitForResults(); }, [] { VEXILO_LOGI("Error_Funtion for loading circle called"); });
+  m_StartVoiceGuide();
+  m_GetDiagResults();
+}
+
+void CStartDC::m_BuildBody() {
+  Evas_Object* const body = m_screen.m_pGetBody();
+  elm_flux_layout_padding_set(body, 0, kTop, 0, 0);
+  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * kMargin;
+  AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kWhite, FLUX_TEXT_ROW, FLUX_ALIGN_CENTER, width,
+          kTitleHeight);
+
+  Evas_Object* const circle = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, kPicture, kPicture);
+  const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
+  m_progressImage = AddImage(circle, MotionFrame(MOTION_PROGRESS, highContrast, 0), kPicture, kPicture);
+  m_percentText =
+      AddText(circle, "0%", FLUX_FONT_700, kWhite, FLUX_TEXT_DISPLAY, FLUX_ALIGN_CENTER, kPercentWidth, kPercentHeight);
+
+  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
+  Evas_Object* frame = nullptr;
+  CUtils::Instance().m_CreateBottomFrame(frame, lower, width, kFrameHeight);
+  m_categoryList = elm_flux_layout_add(frame, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_CENTER);
+  elm_flux_layout_gap_set(m_categoryList, kRowGap);
+  elm_object_content_set(frame, m_categoryList);
 }
 
 void CStartDC::m_CleanObjects() {
+  m_job.m_Cancel();
+  m_StopVoiceGuide();
+  if (m_resultTimer) ecore_timer_del(m_resultTimer);
+  m_resultTimer = nullptr;
   m_screen.m_Clean();
+  CUtils::Instance().m_SetKeyBlock(false);
+}
+
+void CStartDC::m_ClearStartDCScreen() {
+  m_CleanObjects();
+  std::lock_guard lock(m_rowsMutex);
+  m_rows.clear();
+}
+
+void CStartDC::m_HighContrastChangeCB() {
+  if (m_categoryList) m_AddInDCItemGenList(m_step);
+}
+
+// ---- the voice guide
+
+void CStartDC::m_StartVoiceGuide() {
+  if (!elm_config_access_get()) return;
+  CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kInProgress));
+  m_voiceTimer = ecore_timer_add(kVoicePeriod, m_SetVoiceGuideText, this);
+  VEXILO_LOGI("%s", m_voiceTimer ? "Timer is running" : "Timer not running");
+}
+
+Eina_Bool CStartDC::m_SetVoiceGuideText(void* self) {
+  const int percent = static_cast<CStartDC*>(self)->m_percent;
+  CUtils::m_SayVoiceGuideText(
+      CStringUtil::CombinateStrings(CUtils::m_GetText("TV_SID_VEXILO_VOICE_MIX_PERCENT"), std::to_string(percent)));
+  return ECORE_CALLBACK_RENEW;
+}
+
+void CStartDC::m_StopVoiceGuide() {
+  if (m_voiceTimer) ecore_timer_del(m_voiceTimer);
+  m_voiceTimer = nullptr;
+}
+
+// ---- the worker
+
+void CStartDC::m_AnimationStart(const CScreenJob::Control& control, const CWidget& image, const CWidget& text,
+                                int frames) {
+  for (int frame = 0; frame < frames; ++frame) {
+    const int percent = (frame + 1) * 100 / frames;
+    const int framesPerStep = frames / kSteps;
+    const auto show = [&] {
+      m_ShowFrame(image, text, frame, percent);
+      if (frame % framesPerStep == 0) m_AddInDCItemGenList(frame / framesPerStep);
+    };
+    if (!control.m_RunInMainLoop(show)) return;
+    if (percent <= kSlowFrom)
+      std::this_thread::sleep_for(kFastFrame);
+    else
+      std::this_thread::sleep_for(kSlowFrame);
+    if (frame / framesPerStep == kOptimizeStep && !control.m_IsCancelled()) m_OptimizeOnce();
+    if (percent == 100) control.m_RunInMainLoop([this] { m_ShowAllDone(); });
+  }
+}
+
+void CStartDC::m_OptimizeOnce() {
+  if (m_isOptimized) return;
+  m_isOptimized = true;
+  QUVA_DiagManager::GetInstance()->OptimizeDevice();
+  std::this_thread::sleep_for(kSlowFrame);
+}
+
+void CStartDC::m_ShowFrame(const CWidget& image, const CWidget& text, int frame, int percent) {
+  m_percent = percent;
+  const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
+  if (image) elm_flux_image_file_set(image, MotionFrame(MOTION_PROGRESS, highContrast, frame));
+  if (text) elm_object_text_set(text, (std::to_string(percent) + "%").c_str());
+}
+
+// ---- the categories
+
+bool CStartDC::m_CheckIfDiagnoseBroadcastVisible() {
+  int tuners = 0;
+  const int result = system_info_get_value_int(SYSTEM_INFO_KEY_NUM_OF_TUNER, &tuners);
+  if (result != SYSTEM_INFO_ERROR_NONE)
+    VEXILO_LOGE("system_info_get_value_int(SYSTEM_INFO_KEY_NUM_OF_TUNER) is fail, ret :%d", result);
+  return tuners > 0;
+}
+
+// The category of each step.
+std::vector<const char*> CStartDC::m_VisibleCategories() {
+  std::vector<const char*> categories(std::begin(dcItemList), std::end(dcItemList));
+  // The next one takes its place, for two steps.
+  if (!m_CheckIfDiagnoseBroadcastVisible()) categories[kBroadcastStep] = categories[kBroadcastStep + 1];
+  return categories;
+}
+
+void CStartDC::m_AddInDCItemGenList(int step) {
+  m_step = step;
+  if (!m_categoryList) return;
+  elm_flux_layout_clear(m_categoryList);
+  std::vector<const char*> categories = m_VisibleCategories();
+  categories.resize(static_cast<size_t>(step) + 1);
+  categories.erase(std::unique(categories.begin(), categories.end()), categories.end());
+  const size_t current = categories.size() - 1;
+  for (size_t i = current - std::min<size_t>(current, kRowsShown - 1); i <= current; ++i) {
+    VEXILO_LOGI("Counter = %d and i = %d", step, static_cast<int>(i));
+    m_AddCategoryRow(categories[i], i < current);
+  }
+}
+
+void CStartDC::m_AddCategoryRow(const char* sid, bool done) {
+  const double enlarge = CUtils::Instance().m_GetEnlarge() != 0 ? FLUX_SCALE_ENLARGED / FLUX_SCALE_NORMAL : 1.0;
+  const double height = kRowHeight * enlarge;
+  const double status = kStatusWidth * enlarge;
+  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * (kMargin + kRowPadding);
+  Evas_Object* const row = AddLayout(m_categoryList, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, width, height);
+  const char* const category = SidOfCategory(sid);
+  Evas_Object* const text = AddText(row, CUtils::m_GetText(category), FLUX_FONT_400, done ? kGreen : kWhite,
+                                    FLUX_TEXT_ROW, FLUX_ALIGN_LEFT, width - status, height);
+  elm_flux_text_lines_set(text, 2);
+  m_currentCategory = text;
+  m_currentStatus = AddText(row, CUtils::m_GetText(done ? "SID_DONE" : "TV_SID_CARE_PROCESSING"), FLUX_FONT_600,
+                            done ? kWhite : kGreen, FLUX_TEXT_ROW, FLUX_ALIGN_RIGHT, status, height);
+}
+
+void CStartDC::m_ShowAllDone() {
+  m_StopVoiceGuide();
+  if (!m_currentCategory || !m_currentStatus) return;
+  elm_flux_text_color_set(m_currentCategory, kWhite);
+  elm_flux_text_color_set(m_currentStatus, kWhite);
+  elm_object_text_set(m_currentStatus, CUtils::m_GetText("SID_DONE").c_str());
+}
+
+// ---- the results
+
+void CStartDC::m_WaitForResults() {
+  VEXILO_LOGI("End_Function for progress circle called");
+  m_StopVoiceGuide();
+  m_waitRounds = 0;
+  if (m_LookForResults(this) == ECORE_CALLBACK_RENEW)
+    m_resultTimer = ecore_timer_add(kResultRound, m_LookForResults, this);
+}
+
+Eina_Bool CStartDC::m_LookForResults(void* self) {
+  auto* const screen = static_cast<CStartDC*>(self);
+  if (!screen->m_isResultReceived && screen->m_waitRounds++ < kResultRounds) return ECORE_CALLBACK_RENEW;
+  screen->m_resultTimer = nullptr;
+  screen->m_OpenIssues();
+  return ECORE_CALLBACK_CANCEL;
+}
+
+void CStartDC::m_OpenIssues() {
+  VEXILO_LOGI("Navigating to Issues screen with ResultRecvd = %d", m_isResultReceived.load());
+  m_CleanObjects();
+  const std::vector<MapToDBTable> rows = m_GetRows();
+  CHomeScreen* const home = CHomeScreen::Instance();
+  if (!rows.empty())
+    home->m_SetDCIssues(rows);
+  else if (m_isResultReceived)
+    home->m_GetRemainingData();  // what is stored stays, but for what has cleared
+  CStartDCIssues::Instance()->m_StartDCIssues(rows);
 }
 
 void CStartDC::m_GetDiagResults() {

@@ -1,22 +1,387 @@
 #include "CStartDCIssues.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <memory>
 #include <utility>
 
+#include "CGetData.h"
+#include "CHomeScreen.h"
+#include "CMotion.h"
+#include "DeviceKind.h"
+#include "QUVA_DiagManager.h"
+#include "QUVA_DiagResultManager.h"
+#include "VexiloLog.h"
+#include "flux_resources.h"
+#include "system_path.h"
+
 namespace QUVA {
+
+namespace {
+
+constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
+constexpr char kComplete[] = "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE";
+constexpr char kNothingFound[] = "TV_SID_CHECK_SELF_DIAGNOSIS";
+constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
+constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
+constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
+constexpr char kNoToast[] = "NULL";
+constexpr char kDeclined[] = "cancel";
+
+constexpr double kMargin = 11;  // units, as all sizes here
+constexpr double kTop = 3;
+constexpr double kCompleteHeight = 12;
+constexpr double kStateWidth = 62;
+constexpr double kStatePicture = 34;
+constexpr double kStateTop = 4;
+constexpr double kStateGap = 2;
+constexpr double kVerdictHeight = 20;
+constexpr double kMiddleHeight = 78;
+constexpr double kColumnGap = 8;
+constexpr double kFrameTop = 3;
+constexpr double kFrameHeight = 17;
+constexpr double kButtonWidth = 49;
+constexpr double kButtonHeight = 9;
+
+constexpr char kWhite[] = "#FFFFFFFF";
+
+bool IsGiven(const std::string& toast) {
+  return !toast.empty() && toast != kNoToast;
+}
+
+}  // namespace
 
 CStartDCIssues* CStartDCIssues::Instance() {
   static auto* instance = new CStartDCIssues;
   return instance;
 }
 
+CStartDCIssues::CStartDCIssues() {
+  CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+}
+
+// ---- the screen
+
 void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
+  VEXILO_LOGI("Start Vexilo Issue screen...");
   m_rows = std::move(rows);
-  m_screen.m_Open("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE",
-                  {[this] { m_screen.m_ShowAfterReturn(); }, [this] { m_CleanObjects(); }}, true);
+  m_index = -1;
+  m_isAnySolved = false;
+  CUtils& utils = CUtils::Instance();
+  utils.m_SetKeyBlock(false);
+  utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideStartDCIssue(); }}, false);
+  if (!m_screen.m_Build(kTitle)) return;
+  Evas_Object* const body = m_screen.m_pGetBody();
+  elm_flux_layout_padding_set(body, 0, kTop, 0, 0);
+  const double width = utils.m_GetFluxWidthOfScreen() - 2 * kMargin;
+  AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kWhite, FLUX_TEXT_LARGE, FLUX_ALIGN_CENTER, width,
+          kCompleteHeight);
+
+  Evas_Object* const middle = AddLayout(body, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, width, kMiddleHeight);
+  elm_flux_layout_gap_set(middle, kColumnGap);
+  m_BuildState(middle);
+  m_listArea = AddLayout(middle, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, m_ListWidth(), kMiddleHeight);
+
+  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
+  Evas_Object* frame = nullptr;
+  utils.m_CreateBottomFrame(frame, lower, width, kFrameHeight);
+  m_done = elm_flux_button_add(frame, FLUX_BUTTON_PLAIN);
+  Evas_Object* const content = elm_flux_layout_add(frame, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER);
+  elm_object_content_set(frame, content);
+  elm_flux_layout_pack(content, m_done);
+  m_BuildDone();
+  m_CreateGenlistOrMsg();
+  m_SetVoiceGuideText();
+}
+
+double CStartDCIssues::m_ListWidth() {
+  return CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * kMargin - kStateWidth - kColumnGap;
+}
+
+void CStartDCIssues::m_BuildState(Evas_Object* parent) {
+  CGetData* const data = CGetData::GetInstance();
+  m_deviceState = data->CheckDeviceState();
+  const std::string sid = data->getSIDForDeviceState(m_deviceState);
+  const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
+  const MotionSet motion = MotionOfDeviceState(m_deviceState);
+  const std::string file = MotionFrame(motion, highContrast, 0);
+  VEXILO_LOGI("devicestae image file is %s", std::string(NameOnSet(file)).c_str());
+
+  Evas_Object* const column = AddLayout(parent, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, kStateWidth, kMiddleHeight);
+  m_stateImage = AddImage(column, file, kStatePicture, kStatePicture);
+  m_animationJob.m_Start(
+      [this, motion](const CScreenJob::Control& control) { PlayMotion(control, m_stateImage, motion, 0, kLastFrame); },
+      {}, {});
+  elm_flux_layout_padding_set(column, 0, kStateTop, 0, 0);
+  elm_flux_layout_gap_set(column, kStateGap);
+  Evas_Object* const verdict = AddText(column, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kWhite, FLUX_TEXT_LARGE,
+                                       FLUX_ALIGN_TOP, kStateWidth, kVerdictHeight);
+  elm_flux_text_lines_set(verdict, 0);
+}
+
+void CStartDCIssues::m_BuildDone() {
+  elm_object_text_set(m_done, CUtils::m_GetText("SID_DONE").c_str());
+  elm_flux_size_set(m_done, kButtonWidth, kButtonHeight);
+  elm_flux_access_info_set(m_done, [this] { return m_VoiceGuideOnDone(); });
+  OnEvent(m_done, "clicked", [this](void*) { m_DoneBtnClickCall(); });
+}
+
+void CStartDCIssues::m_HideStartDCIssue() {
+  m_screen.m_Hide();
+  m_CleanObjects();
+}
+
+void CStartDCIssues::m_ShowScreenPostReturn() {
+  m_screen.m_Show();
+  if (!m_list) return FocusWhenIdle(m_done);
+  elm_flux_list_focus_set(m_list, std::clamp(m_index, 0, elm_flux_list_count(m_list) - 1));
 }
 
 void CStartDCIssues::m_CleanObjects() {
+  m_animationJob.m_Cancel();
+  m_ClosePopup();
   m_screen.m_Clean();
+}
+
+void CStartDCIssues::m_HighContrastChangeCB() {
+  const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
+  if (m_stateImage)
+    elm_flux_image_file_set(m_stateImage, MotionFrame(MotionOfDeviceState(m_deviceState), highContrast, kLastFrame));
+}
+
+void CStartDCIssues::m_SetVoiceGuideText() {
+  if (!elm_config_access_get()) return;
+  std::string text = CUtils::m_GetText(kComplete);
+  if (m_rows.empty()) text += ", " + CUtils::m_GetText(kNothingFound);
+  CUtils::m_SayVoiceGuideText(text);
+}
+
+std::string CStartDCIssues::m_SetVoiceGuideOnIssue(int index) {
+  const std::string date = m_item_label_get(index, "SubText1");
+  return m_item_label_get(index, "MainText") + (date.empty() ? "" : ", " + date);
+}
+
+std::string CStartDCIssues::m_VoiceGuideOnDone() {
+  return CUtils::m_GetText("SID_DONE") + ", " + CUtils::m_GetText("TV_SID_VEXILO_VOICE_BUTTON");
+}
+
+void CStartDCIssues::m_DoneBtnClickCall() {
+  m_screen.m_DismissToast();
+  CUtils::Instance().m_ExecuteReturn();
+}
+
+// ---- the list
+
+void CStartDCIssues::m_CreateGenlistOrMsg() {
+  elm_flux_layout_clear(m_listArea);
+  if (m_rows.empty()) {
+    Evas_Object* const message =
+        AddText(m_listArea, CUtils::m_GetText(m_isAnySolved ? kAllSolved : kNothingFound), FLUX_FONT_600, kWhite,
+                FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, m_ListWidth(), kMiddleHeight);
+    elm_flux_text_lines_set(message, 0);
+    FocusWhenIdle(m_done);
+    return;
+  }
+  m_CreateGenList();
+}
+
+void CStartDCIssues::m_CreateGenList() {
+  m_list = elm_flux_list_add(m_listArea, FLUX_ROW_SINGLE_LINE_03);
+  elm_flux_expand_set(m_list, true);
+  elm_flux_list_shadows_set(m_list, getCommonResourcePath("i_img_scrollshadow_top.9"),
+                            getCommonResourcePath("i_img_scrollshadow_bottom.9"));
+  elm_flux_list_text_set(m_list, [this](int index, const std::string& part) { return m_item_label_get(index, part); });
+  elm_flux_list_append(m_list, static_cast<int>(m_rows.size()));
+  elm_flux_layout_pack(m_listArea, m_list);
+  elm_flux_access_info_set(m_list, [this] { return m_SetVoiceGuideOnIssue(elm_flux_list_focus_get(m_list)); });
+  OnEvent(m_list, "item,selected", [this](void* index) { m_CreateIssueDetailsPopUp(*static_cast<int*>(index)); });
+  elm_flux_list_focus_set(m_list, 0);
+}
+
+std::string CStartDCIssues::m_item_label_get(int index, const std::string& part) {
+  if (!m_IsRow(index)) return "";
+  if (part == "MainText") return CUtils::m_GetText(m_rows[static_cast<size_t>(index)].sid_issue.c_str());
+  if (part != "SubText1") return "";
+  if (m_IsBeingHandled(m_rows[static_cast<size_t>(index)].issue_code)) return CUtils::m_GetText(kWorking);
+  char date[1024] = "";
+  GetDateInFormat(index, date);
+  VEXILO_LOGI(" buf after fn is %s", date);
+  return date;
+}
+
+void CStartDCIssues::GetDateInFormat(int index, char (&out)[1024]) {
+  out[0] = '\0';
+  if (!m_IsRow(index)) return;
+  const std::string format = CUtils::m_GetDateFormat();
+  VEXILO_LOGI("DateFmt evaluated as %s ", format.c_str());
+  char year[16] = "";
+  char month[16] = "";
+  char day[16] = "";
+  // The time, which begins with a 'T' or after a blank, is dropped.
+  std::sscanf(m_rows[static_cast<size_t>(index)].last_time.c_str(), "%15[^-]-%15[^-]-%15[^ T]", year, month, day);
+  VEXILO_LOGI("Year[%s], month[%s], date[%s]", year, month, day);
+  const std::string parts[] = {year, month, day};
+  if (parts[0].empty() || parts[1].empty() || parts[2].empty()) return;
+  if (parts[0] == "1970" && parts[1] == "01" && parts[2] == "01") return;
+  std::string text;
+  for (const char letter : format) {
+    if (!text.empty()) text += '/';
+    text += parts[letter == 'Y' ? 0 : letter == 'M' ? 1 : 2];
+  }
+  std::snprintf(out, sizeof out, "%s", text.c_str());
+}
+
+void CStartDCIssues::m_RemoveItemFromIndex(int index) {
+  if (!m_IsRow(index)) return;
+  m_rows.erase(m_rows.begin() + index);
+  m_isAnySolved = true;
+  if (index < m_index) --m_index;
+  if (m_list) elm_flux_list_remove(m_list, index);
+  if (m_rows.empty() && m_listArea) m_CreateGenlistOrMsg();
+}
+
+// ---- the popup
+
+void CStartDCIssues::m_CreateIssueDetailsPopUp(int index) {
+  VEXILO_LOGI("Trying to create popup with index = %d", index);
+  if (!m_IsRow(index) || m_popup) return;
+  const MapToDBTable& row = m_rows[static_cast<size_t>(index)];
+  if (m_IsBeingHandled(row.issue_code)) return;
+  m_index = index;
+  m_screen.m_DismissToast();
+  CUtils& utils = CUtils::Instance();
+  utils.m_ShowDimBackground();
+  m_popup = elm_flux_popup_add(utils.m_pGetAppWindow());
+  elm_flux_popup_title_set(m_popup, CUtils::m_GetText(row.sid_issue.c_str()));
+  elm_flux_popup_text_set(m_popup, CUtils::m_GetText(SidForDevice(row.sid_sol).c_str()));
+  Evas_Object* const first = elm_flux_popup_button_add(m_popup, CUtils::m_GetText(row.sid_button1.c_str()));
+  OnEvent(first, "clicked", [this](void*) { m_IssueDetailBtn_1_Click(); });
+  Evas_Object* const second = elm_flux_popup_button_add(m_popup, CUtils::m_GetText(row.sid_button2.c_str()));
+  OnEvent(second, "clicked", [this](void*) { m_IssueDetailBtn_2_Click(); });
+  // Nothing opens above it that would have to come back to it.
+  utils.m_RegisterForReturnStack({[] {}, [this] { m_ClosePopup(); }}, false);
+}
+
+void CStartDCIssues::m_ClosePopup() {
+  if (!m_popup) return;
+  CUtils::Instance().m_HideDimBackground();
+  m_popup.m_Delete();
+}
+
+void CStartDCIssues::m_IssueDetailBtn_1_Click() {
+  VEXILO_LOGI("button 1 pressed on issue detail popup");
+  m_Choose("1");
+}
+
+void CStartDCIssues::m_IssueDetailBtn_2_Click() {
+  VEXILO_LOGI("button 2 pressed on issue detail popup");
+  m_Choose("2");
+}
+
+void CStartDCIssues::m_Choose(const char* button) {
+  m_screen.m_DismissToast();
+  CUtils& utils = CUtils::Instance();
+  utils.m_ExecuteReturn();
+  if (!m_IsRow(m_index)) return;
+  const MapToDBTable& row = m_rows[static_cast<size_t>(m_index)];
+  const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
+  if (row.action == button) {
+    VEXILO_LOGI("User Chose to apply solution for solution code[%s]", row.issue_code.c_str());
+    if (manager->m_pGetApplySolution()) m_Handle(m_index, true);
+  } else {
+    VEXILO_LOGI("User Chose to cancel solution for solution code[%s]", row.issue_code.c_str());
+    if (manager->m_pGetSaveResult()) {
+      m_Handle(m_index, false);
+      utils.m_SetMultitaskingStatus(false);
+    }
+  }
+  utils.m_pSetLaunchFrom(nullptr);
+}
+
+// ---- applying and declining
+
+// Both may wait for the set's services, so a worker does it, one after the other; the list can be used meanwhile.
+void CStartDCIssues::m_Handle(int index, bool apply) {
+  m_decisions.push_back({m_rows[static_cast<size_t>(index)].issue_code, apply});
+  if (m_list) elm_flux_list_update(m_list, index);
+  if (m_decisions.size() == 1) m_HandleNext();
+}
+
+bool CStartDCIssues::m_IsBeingHandled(const std::string& issueCode) const {
+  return std::any_of(m_decisions.begin(), m_decisions.end(),
+                     [&](const Decision& decision) { return decision.issueCode == issueCode; });
+}
+
+int CStartDCIssues::m_RowOf(const std::string& issueCode) const {
+  const auto at =
+      std::find_if(m_rows.begin(), m_rows.end(), [&](const MapToDBTable& row) { return row.issue_code == issueCode; });
+  return at == m_rows.end() ? -1 : static_cast<int>(at - m_rows.begin());
+}
+
+void CStartDCIssues::m_HandleNext() {
+  const auto succeeded = std::make_shared<bool>(false);
+  m_job.m_Start(
+      [succeeded, decision = m_decisions.front()](const CScreenJob::Control&) {
+        const char* const code = decision.issueCode.c_str();
+        const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
+        *succeeded =
+            (decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined)) == 0;
+        if (*succeeded && decision.apply) QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
+      },
+      [this, succeeded] { m_EndHandling(*succeeded); }, [this] { m_EndHandling(false); });
+}
+
+void CStartDCIssues::m_EndHandling(bool succeeded) {
+  const Decision decision = m_decisions.front();
+  m_decisions.pop_front();
+  if (m_list) elm_flux_list_update(m_list, m_RowOf(decision.issueCode));
+  if (decision.apply && succeeded) {
+    // The toast says that it has been done, so it comes when that is known.
+    if (m_screen.m_IsBuilt()) m_ShowToastMsg(m_RowOf(decision.issueCode));
+    m_TakeSolved(decision.issueCode);
+  } else if (decision.apply && m_screen.m_IsBuilt()) {
+    m_ShowToastText(CUtils::m_GetText(kNotApplied));
+  }
+  if (!m_decisions.empty()) m_HandleNext();
+}
+
+void CStartDCIssues::m_TakeSolved(const std::string& issueCode) {
+  const auto isIt = [&](const MapToDBTable& row) { return row.issue_code == issueCode; };
+  std::vector<MapToDBTable> remaining = CHomeScreen::Instance()->m_GetDCIssues();
+  std::erase_if(remaining, isIt);
+  CHomeScreen::Instance()->m_SetDCIssues(std::move(remaining));
+  CHomeScreen::Instance()->m_ShowRemainingIssues();  // the viewer may be back there
+  m_RemoveItemFromIndex(m_RowOf(issueCode));
+}
+
+// ---- the toast
+
+void CStartDCIssues::m_ShowToastMsg(int index) {
+  if (!m_IsRow(index)) return;
+  const MapToDBTable& row = m_rows[static_cast<size_t>(index)];
+  if (!IsGiven(row.toast1)) return;
+  std::string text = CUtils::m_GetText(row.toast1.c_str());
+  if (IsGiven(row.toast2)) text = CStringUtil::CombinateStrings(text, CUtils::m_GetText(row.toast2.c_str()));
+  VEXILO_LOGI("Toast Msg Evaluated as : %s ", text.c_str());
+  m_ShowToastText(text);
+}
+
+void CStartDCIssues::m_ShowToastText(const std::string& text) {
+  m_screen.m_ShowToast(text, {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_HandleReturnOnToast(); }},
+                       [this] { m_AutoTimeOutToast(); });
+}
+
+void CStartDCIssues::m_HandleReturnOnToast() {
+  m_screen.m_DeleteToast();
+}
+
+void CStartDCIssues::m_ShowScreenPostToastReturn() {
+  m_ShowScreenPostReturn();
+}
+
+void CStartDCIssues::m_AutoTimeOutToast() {
+  m_screen.m_DismissToast();  // the focus stays where the viewer has taken it meanwhile
 }
 
 }  // namespace QUVA

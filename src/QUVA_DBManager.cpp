@@ -147,6 +147,18 @@ int TCDBManager::FlushDB(EDBName db) {
   return result;
 }
 
+int TCDBManager::BeginChanges() {
+  return m_SqlExecute("BEGIN IMMEDIATE");
+}
+
+bool TCDBManager::IsChanging() const {
+  return m_db && !sqlite3_get_autocommit(m_db);
+}
+
+int TCDBManager::EndChanges() {
+  return m_SqlExecute("COMMIT");
+}
+
 // ---- names
 
 std::string TCDBManager::m_GetDBPath(EDBName db) {

@@ -364,6 +364,11 @@ struct StoredColumns {
   }
 };
 
+void Clear(const RemainingDb& db) {
+  VEXILO_LOGI("ClearRemainingProblems");
+  db->FlushDB(DB_REMAINING);
+}
+
 void LogRow(const MapToDBTable& row) {
   VEXILO_LOGD("mdt.index : %d", row.index);
   VEXILO_LOGD("mdt.issue_code : %s", row.issue_code.c_str());
@@ -377,11 +382,16 @@ void LogRow(const MapToDBTable& row) {
 int QUVA_DiagResultManager::SaveRemainingProblems() {
   std::lock_guard lock(m_TVDRMmutex);
   VEXILO_LOGI("SaveRemainingProblems");
-  ClearRemainingProblems();
   {
-    RemainingDb db;
-    for (const MapToDBTable& row : m_table)
+    const RemainingDb db;
+    // The process may end in the middle: the rows of the last scan go when those of this one are there.
+    const bool begun = db->BeginChanges();
+    Clear(db);
+    for (const MapToDBTable& row : m_table) {
+      if (begun && !db->IsChanging()) break;
       if (m_isShown(row)) db->SetDB(kRemainingTable, ToValues(row));
+    }
+    if (begun && db->IsChanging()) db->EndChanges();
   }
   VEXILO_LOGI("Remaining DB is saved");
   return 1;
@@ -486,8 +496,7 @@ void QUVA_DiagResultManager::m_handToHomeScreen() {
 
 void QUVA_DiagResultManager::ClearRemainingProblems() {
   std::lock_guard lock(m_TVDRMmutex);
-  VEXILO_LOGI("ClearRemainingProblems");
-  RemainingDb()->FlushDB(DB_REMAINING);
+  Clear(RemainingDb());
 }
 
 void QUVA_DiagResultManager::DeleteRemainingDBColumn(std::string issueCode) {

@@ -5,7 +5,6 @@
 #include <tuple>
 
 #include "CGetData.h"
-#include "CSelfDiagnosis.h"
 #include "appfw/launcher.h"
 #include "ui/screen_fixture.h"
 
@@ -15,6 +14,8 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 using QUVA::CHomeScreen;
 using QUVA::CLoadingScreen;
+using QUVA::CStartDC;
+using QUVA::CStartDCIssues;
 using QUVA::CUtils;
 using QUVA::TitleHeader;
 
@@ -120,13 +121,20 @@ TEST_P(ScreensInLanguage, TextsFitWhenTheyAreEnlarged) {
   EXPECT_EQ(elm_config_scale_get(), FLUX_SCALE_ENLARGED);
   const std::pair<const char*, std::function<void()>> screens[] = {
       {"home", [] { OpenHome(); }},
-      {"diagnosis", [] { QUVA::CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true); }},
+      {"list", [] { CStartDCIssues::Instance()->m_StartDCIssues(Rows(30)); }},
+      {"popup", [] { CStartDCIssues::Instance()->m_CreateIssueDetailsPopUp(0); }},
+      {"empty list", [] { CStartDCIssues::Instance()->m_StartDCIssues({}); }},
+      {"scan", [] { CStartDC::Instance()->m_StartDC(); }},
   };
   CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
   for (const auto& [name, open] : screens) {
     SCOPED_TRACE(name);
     open();
     m_ui->Settle();
+    EXPECT_TRUE(Soon([&] {
+      const auto shown = Texts();
+      return std::none_of(shown.begin(), shown.end(), [](const Shown& text) { return text.at.width <= 1; });
+    })) << "the scan's rows are laid out anew at each step";
     int texts = 0;
     for (const Shown& shown : Texts()) {
       if (elm_object_widget_check(shown.object)) continue;
@@ -137,9 +145,9 @@ TEST_P(ScreensInLanguage, TextsFitWhenTheyAreEnlarged) {
       EXPECT_LE(shown.at.x + shown.at.width, 960) << shown.text;
       ++texts;
     }
-    EXPECT_GE(texts, 3);
+    EXPECT_GE(texts, 4);
     if (name == "home"s) CHomeScreen::Instance()->m_CleanObjects();
-    if (name == "diagnosis"s) QUVA::CSelfDiagnosis::Instance()->m_ClearSelfDiagnosis();
+    if (name != "list"s) CStartDCIssues::Instance()->m_CleanObjects();
   }
 }
 
@@ -196,8 +204,8 @@ TEST_F(Screens, BackLeadsFromEachScreenToItsEntryAndThenOut) {
     const char* focus;
     const char* title;
     const char* leave;
-  } cases[] = {{"start", "close", "TV_SID_CARE_VEXILO", "XF86Back"},
-               {"remaining", "close", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "XF86Back"},
+  } cases[] = {{"remaining", "list", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "XF86Back"},
+               {"remaining", "list", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "Down Down Return"},
                {"storage", "close", "TV_SID_DEVICE_MANAGE_STORAGE", "Escape"},
                {"diagnosis", "close", "SID_SELF_DIAGNOSIS", "BackSpace"},
                {"report", "close", "TV_SID_VEXILO_CBMAY_ERROR_REPORT", "Return"}};
@@ -217,6 +225,13 @@ TEST_F(Screens, BackLeadsFromEachScreenToItsEntryAndThenOut) {
     EXPECT_EQ(StackSize(), 1u);
     EXPECT_EQ(g_loopEnds, 0);
   }
+  // The scan alone cannot be left; it stands on no stack.
+  elm_object_focus_set(Named()[0].object, EINA_TRUE);
+  Press("Return");
+  ASSERT_TRUE(Soon([] { return Utils().m_GetKeyBlock(); }));
+  Press("XF86Back");
+  EXPECT_EQ(std::tuple(StackSize(), g_loopEnds, InLog("Key blocked..")), std::tuple(1u, 0, 1));
+  CStartDC::Instance()->m_CleanObjects();
   Press("XF86Back");
   EXPECT_EQ(std::tuple(StackSize(), g_loopEnds), std::tuple(1u, 1));
 }

@@ -1,0 +1,404 @@
+// The scan and the list of issues, worked with keys.
+
+#include <atomic>
+#include <tuple>
+
+#include "QUVA_DiagManager.h"
+#include "QUVA_DiagResultManager.h"
+#include "trevlin/trevlin_database.h"
+#include "ui/screen_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using QUVA::CHomeScreen;
+using QUVA::CStartDC;
+using QUVA::CStartDCIssues;
+using QUVA::CUtils;
+using QUVA::MapToDBTable;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+CUtils& Utils() {
+  return CUtils::Instance();
+}
+
+// ---- the scan
+
+constexpr const char* kCategories[] = {"TV_SID_CARE_DIAGNOSE_POWER_ON_OFF",
+                                       "TV_SID_CARE_DIAGNOSE_PICTURE_QUALITY",
+                                       "TV_SID_CARE_DIAGNOSE_SOUND_QUALITY",
+                                       "TV_SID_CARE_DIAGNOSE_EXTERNAL_DEVICE_CONNECTION",
+                                       "TV_SID_CARE_DIAGNOSE_NETWORK_CONNECTION",
+                                       "",
+                                       "TV_SID_CARE_DIAGNOSE_BROADCAST_SIGNAL_CHANNEL_STATUS",
+                                       "TV_SID_CARE_FREE_UP_MEMORY_BY_CLOSING_UNUSED_BACKGROUND_APPS",
+                                       "TV_SID_CARE_DIAGNOSE_STORAGE_AND_MEMORY",
+                                       "TV_SID_CARE_FREE_UP_MEMORY_BY_CLEARING_CACHED_MEMORY"};
+
+TEST_F(Screens, TheScanShowsTheCategoriesOfTheSet) {
+  const std::vector<int> all[] = {{0},       {0, 1},    {0, 1, 2}, {1, 2, 3}, {2, 3, 4},
+                                  {3, 4, 5}, {4, 5, 6}, {5, 6, 7}, {6, 7, 8}, {7, 8, 9}};
+  const std::vector<int> withoutTuner[] = {{0},       {0, 1},    {0, 1, 2}, {1, 2, 3}, {2, 3, 4},
+                                           {3, 4, 5}, {4, 5, 7}, {4, 5, 7}, {5, 7, 8}, {7, 8, 9}};
+  const struct {
+    const char* profile;
+    const char* remote;
+    const std::vector<int>* steps;
+  } cases[] = {
+      {"set num_of_tuner=1", "TV_SID_CARE_DIAGNOSE_TV_REMOTE", all},
+      {"set num_of_tuner=0; feature product.device_sid=REP.DEVICE.TV", "TV_SID_CARE_DIAGNOSE_TV_REMOTE", withoutTuner},
+      {"feature product.device_sid=NOT_READY", "TV_SID_CARE_DIAGNOSE_TV_REMOTE", withoutTuner},
+      {"set num_of_tuner=2; feature product.device_sid=REP.DEVICE.SCREEN",
+       "REP.DEVICE.SCREEN_SID_CARE_CCDEC_DIAGNOSE_REMOTE", all},
+      {"feature product.device_sid=REP.DEVICE.PROJECTOR", "PJT_SID_CARE_DIAGNOSE_TV_REMOTE", withoutTuner}};
+  Open();
+  CStartDC::Instance()->m_StartDC();
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.profile);
+    Profile(each.profile);
+    for (int step = 0; step < 10; ++step) {
+      SCOPED_TRACE(step);
+      std::vector<std::string> expected;
+      for (const int row : each.steps[step]) {
+        expected.push_back(CUtils::m_GetText(*kCategories[row] ? kCategories[row] : each.remote));
+        expected.push_back(CUtils::m_GetText(row == each.steps[step].back() ? "TV_SID_CARE_PROCESSING" : "SID_DONE"));
+      }
+      // The loop does not run meanwhile, so the scan itself changes nothing.
+      CStartDC::Instance()->m_AddInDCItemGenList(step);
+      std::vector<std::string> shown;
+      for (const Shown& text : Texts())
+        if (elm_object_widget_check(text.object)) shown.push_back(text.text);
+      ASSERT_GE(shown.size(), expected.size());
+      EXPECT_EQ(std::vector(shown.end() - static_cast<long>(expected.size()), shown.end()), expected);
+    }
+  }
+}
+
+/// Does what the task manager does of a deep clean: takes the request away. True when there was one.
+bool TakeDeepClean() {
+  return fs::remove(SystemPath(set_paths::kDeepCleanRequest));
+}
+
+TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
+  Profile("feature product.partner.string_id=0");
+  Open(kMoving);
+  OpenHome();
+  ASSERT_TRUE(FocusBecomes("start"));
+  Press("Return");
+  EXPECT_FALSE(ShowsSid("TV_SID_CARE_START_VEXILO"));
+  std::vector<std::string> percents;
+  int cleans = 0;
+  bool allDone = false;
+  const auto watch = [&] {
+    for (const Shown& shown : Texts()) {
+      const bool isPercent = shown.text.ends_with("%") && elm_object_widget_check(shown.object);
+      if (isPercent && (percents.empty() || percents.back() != shown.text)) percents.push_back(shown.text);
+    }
+    cleans += TakeDeepClean();
+    allDone = allDone || (!percents.empty() && percents.back() == "100%" && !ShowsSid("TV_SID_CARE_PROCESSING"));
+    return StackSize() == 2;
+  };
+  const auto reaches = [&](const char* percent) {
+    return Soon([&] { return watch() || (!percents.empty() && percents.back() == percent); });
+  };
+  EXPECT_TRUE(reaches("20%"));
+  EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_progress/"));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
+  EXPECT_TRUE(reaches("30%"));
+  EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_highcontrast_progress/"));
+  std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(2)); }).join();
+  for (const char* key : {"XF86Back", "Escape", "Return", "Up"}) Press(key);
+  EXPECT_EQ(std::tuple(StackSize(), g_loopEnds, InLog("Start Vexilo Button Pressed")), std::tuple(1u, 0, 1))
+      << "home is hidden and hears no key";
+  EXPECT_TRUE(Soon(watch, 30));
+  ASSERT_GE(percents.size(), 40u);
+  // A busy machine may draw the first frames late; what it shows is always one of these.
+  std::vector<std::string> frames{"0%"};
+  for (int frame = 1; frame <= 60; ++frame) frames.push_back(std::to_string(frame * 100 / 60) + "%");
+  EXPECT_THAT(percents, testing::IsSubsetOf(frames));
+  EXPECT_EQ(percents.back(), "100%");
+  EXPECT_TRUE(allDone);
+  EXPECT_EQ(std::tuple(cleans, InLog("CleanAll.txt) Created Successfully")), std::tuple(1, 1));
+  EXPECT_TRUE(fs::exists(SystemPath(set_paths::kMemBoostRequest)));
+  EXPECT_FALSE(Utils().m_GetKeyBlock());
+  EXPECT_TRUE(FocusBecomes("list"));
+  EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_highcontrast_good/"));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 0);
+  EXPECT_TRUE(Soon([&] { return Picture().starts_with("Motion/vexilo_good/"); }));
+  Press("Down Down Return");
+  EXPECT_TRUE(FocusBecomes("start"));
+  EXPECT_EQ(CHomeScreen::Instance()->m_GetDCIssues().size(), 2u);
+  EXPECT_EQ(Named()[1].text, "remaining");
+}
+
+TEST_F(Screens, AScanWithoutAnAnswerEndsInAnEmptyListAndKeepsWhatComesLate) {
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues(Rows(1));
+  CStartDC::Instance()->m_StartDC();
+  double waiting = 0, longest = 0, last = 0;
+  EXPECT_TRUE(Soon(
+      [&] {
+        TakeDeepClean();
+        if (!waiting && InLog("End_Function for progress circle called") > 0) last = waiting = ecore_time_get();
+        if (waiting) longest = std::max(longest, ecore_time_get() - last);
+        last = ecore_time_get();
+        return StackSize() == 1;
+      },
+      40));
+  EXPECT_NEAR(ecore_time_get() - waiting, 5.0, 1.0);
+  EXPECT_LT(longest, 0.9) << "the main loop runs meanwhile";
+  EXPECT_TRUE(ShowsSid("TV_SID_CHECK_SELF_DIAGNOSIS"));
+  EXPECT_TRUE(FocusBecomes("done"));
+  EXPECT_EQ(CHomeScreen::Instance()->m_GetDCIssues().size(), 1u) << "nothing is known of them";
+  std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(3)); }).join();
+  Pass();
+  EXPECT_TRUE(ShowsSid("TV_SID_CHECK_SELF_DIAGNOSIS"));
+  EXPECT_EQ(CStartDC::Instance()->m_GetRows().size(), 3u);
+  Press("Return");
+  EXPECT_EQ(g_loopEnds, 1) << "the list stood alone";
+}
+
+TEST_F(Screens, AScanMayBeCleanedUpAtAnyMomentAndStartedAgain) {
+  vconf_set_int("db/menu/system/accessibility/voiceguide", 1);
+  Open();
+  for (const int moment : {0, 1, 20}) {
+    CStartDC::Instance()->m_StartDC();
+    const std::string percent = std::to_string(moment) + "%";
+    EXPECT_TRUE(Soon([&] { return moment == 0 || Shows(percent); }));
+    CStartDC::Instance()->m_ClearStartDCScreen();
+    EXPECT_FALSE(Utils().m_GetKeyBlock());
+  }
+  EXPECT_TRUE(Soon([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }));
+  EXPECT_FALSE(Utils().m_GetKeyBlock()) << "not blocked by a worker that comes late";
+  EXPECT_EQ(std::tuple(StackSize(), InLog("End_Function for progress circle called")), std::tuple(0u, 0));
+  EXPECT_THAT(Log(), testing::Not(HasSubstr("CleanAll.txt")));
+  CStartDC::Instance()->m_StartDC();
+  EXPECT_TRUE(Soon([&] { return Shows("1%"); }));
+  evas_object_del(Utils().m_pGetRootLayout());  // the widgets go first
+  Press("XF86Back");
+  EXPECT_TRUE(Soon([] { return InLog("Counter = 1 and i = 1") > 0; })) << "it goes on unseen";
+  CStartDC::Instance()->m_CleanObjects();
+}
+
+// ---- the list of issues
+
+CStartDCIssues& List() {
+  return *CStartDCIssues::Instance();
+}
+
+TEST_F(Screens, DatesAreInTheOrderOfTheSet) {
+  struct {
+    const char* time;
+    const char* parts[3];  ///< by region: the order of Korea, of most others, of America
+  } const cases[] = {{"2024-03-07T09:05:00", {"2024/03/07", "07/03/2024", "03/07/2024"}},
+                     {"2024-03-07 09:05:00", {"2024/03/07", "07/03/2024", "03/07/2024"}},
+                     {"1970-01-01T00:00:01", {"", "", ""}},
+                     {"1970-01-02T00:00:00", {"1970/01/02", "02/01/1970", "01/02/1970"}},
+                     {"", {"", "", ""}},
+                     {"2024-03", {"", "", ""}},
+                     {"no time at all, and far too long for a date", {"", "", ""}}};
+  std::vector<MapToDBTable> rows;
+  for (const auto& each : cases) rows.push_back(Row("1", each.time));
+  Open();
+  List().m_StartDCIssues(rows);
+  m_ui->Settle();
+  int order = 0;
+  for (const char* region : {"16", "4", "1"}) {
+    Profile("set region_kind="s + region);
+    for (int i = 0; i < static_cast<int>(std::size(cases)); ++i)
+      EXPECT_EQ(List().m_item_label_get(i, "SubText1"), cases[i].parts[order]) << region << " " << cases[i].time;
+    ++order;
+  }
+  EXPECT_EQ(List().m_item_label_get(0, "MainText"), CUtils::m_GetText("TV_SID_VEXILO_OFF_TIMER_ON"));
+  for (const auto& [index, part] : {std::pair(-1, "MainText"), {7, "SubText1"}, {0, "other"}})
+    EXPECT_EQ(List().m_item_label_get(index, part), "");
+  EXPECT_EQ(elm_flux_list_count(m_ui->Focused()), static_cast<int>(std::size(cases)));
+}
+
+TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
+  const struct {
+    const char* profile;
+    const char* sid;
+    const char* shown;
+  } cases[] = {
+      {"", "TV_SID_USING_OFF_TIMER", "TV_SID_USING_OFF_TIMER"},
+      {"feature product.device_sid=REP.DEVICE.PROJECTOR", "TV_SID_USING_OFF_TIMER", "PJT_SID_USING_OFF_TIMER"},
+      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_USING_OFF_TIMER",
+       "REP.DEVICE.SCREEN_SID_CCDEC_USING_OFF_TIMER"},
+      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO",
+       "REP.DEVICE.SCREEN_SID_CCDEC_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO"},
+      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_VEXILO_BATTERY_EMPTY_MSG",
+       "TV_SID_VEXILO_BATTERY_EMPTY_MSG"}};
+  Open();
+  for (const auto& each : cases) {
+    Profile(each.profile);
+    MapToDBTable row = Row("1");
+    row.sid_sol = each.sid;
+    List().m_StartDCIssues({row});
+    ASSERT_TRUE(FocusBecomes("list"));
+    Press("Return");
+    EXPECT_TRUE(ShowsSid(each.shown)) << each.shown;
+    EXPECT_EQ(StackSize(), 2u);
+    std::vector<std::string> buttons{Focus()};
+    Press("Right");
+    buttons.push_back(Focus());
+    EXPECT_THAT(buttons, ElementsAre(CUtils::m_GetText("TV_SID_VEXILO_OPEN_SETTINGS"), "close"));
+    Press("XF86Back");
+    EXPECT_EQ(StackSize(), 1u);
+    EXPECT_TRUE(FocusBecomes("list"));
+    List().m_CleanObjects();
+    Utils().m_DropFromReturnStack();
+  }
+}
+
+/// The codes of the stored remaining problems.
+std::vector<std::string> Stored() {
+  auto& results = *QUVA::QUVA_DiagResultManager::GetInstance();
+  std::vector<MapToDBTable> rows;
+  if (results.LoadRemainingProblems()) results.GetRemainingTable(rows);
+  std::vector<std::string> codes;
+  for (const MapToDBTable& row : rows) codes.push_back(row.issue_code);
+  return codes;
+}
+
+TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
+  const struct {
+    const char* action;
+    const char* button;
+    const char* steps;
+    std::pair<const char*, const char*> toasts;
+    const char* log;
+    const char* toast;  ///< "" for none
+    bool goes;
+    int recorded;  ///< as applied or not; -1: not at all
+  } cases[] = {
+      {"1", "Return", "memboost", {"Done with %s", "it"}, "User Chose to apply", "Done with it", true, 1},
+      {"2", "Right Return", "memboost", {"Done with %s", "NULL"}, "User Chose to apply", "Done with %s", true, 1},
+      {"1", "Return", "memboost", {"NULL", "it"}, "User Chose to apply", "", true, 1},
+      {"2", "Return", "memboost", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
+      {"1", "Right Return", "memboost", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
+      {"1", "Return", "reboot", {"NULL", "NULL"}, "User Chose to apply", "TV_SID_VEXILO_COULD_NOT_DO_IT", false, -1}};
+  std::map<std::string, std::string> issues{{"99", Step("memboost")}};
+  for (size_t i = 0; i < std::size(cases); ++i) issues[std::to_string(10 + i)] = Step(cases[i].steps);
+  StoreRemaining(issues);
+  Open();
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto& each = cases[i];
+    const std::string code = std::to_string(10 + i);
+    SCOPED_TRACE(code);
+    MapToDBTable row = Row(code);
+    row.action = each.action;
+    std::tie(row.toast1, row.toast2) = each.toasts;
+    CHomeScreen::Instance()->m_SetDCIssues({row, Row("99")});
+    std::string source = "menu";
+    Utils().m_pSetLaunchFrom(source.data());
+    Utils().m_SetMultitaskingStatus(true);
+    List().m_StartDCIssues({row, Row("99")});
+    ASSERT_TRUE(FocusBecomes("list"));
+    Press("Return");
+    Press(each.button);
+    EXPECT_THAT(Log(), HasSubstr(each.log + " solution for solution code["s + code));
+    const std::string toast = CUtils::m_GetText(each.toast);
+    EXPECT_TRUE(!*each.toast || Soon([&] { return Shows(toast); })) << toast;
+    EXPECT_TRUE(Soon([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }));
+    Pass();
+    EXPECT_TRUE(*each.toast || StackSize() == 1);
+    EXPECT_EQ(List().m_item_label_get(1, "MainText").empty(), each.goes);
+    EXPECT_EQ(CHomeScreen::Instance()->m_GetDCIssues().size(), each.goes ? 1u : 2u);
+    EXPECT_EQ(std::ranges::count(Stored(), code), each.goes ? 0 : 1);
+    EXPECT_EQ(Utils().m_pGetLaunchFrom(), nullptr);
+    EXPECT_EQ(Utils().m_GetMultitaskingStatus(), each.recorded != 0);
+    std::vector<_DTSolDBRecord> records;
+    trevlin::Database(trevlin::Database::Access::kReadOnly).AllSolutions(records);
+    std::erase_if(records, [&](const _DTSolDBRecord& record) { return std::to_string(record.issueCode) != code; });
+    EXPECT_EQ(records.empty() ? -1 : records[0].isApply, each.recorded);
+    Press("XF86Back");
+    EXPECT_EQ(StackSize(), 1u);
+    EXPECT_TRUE(FocusBecomes("list"));
+    List().m_CleanObjects();
+    Utils().m_DropFromReturnStack();
+  }
+}
+
+// Applying a deep clean takes as long as the task manager does, and may fail after it.
+TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
+  StoreRemaining({{"1", Step("deepclean")}, {"2", Step("deepclean") + Step("reboot")}, {"3", Step("memboost")}});
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues({Row("1"), Row("2")});
+  OpenHome();
+  ASSERT_TRUE(FocusBecomes("remaining"));
+  Press("Return");
+  ASSERT_TRUE(FocusBecomes("list"));
+  Press("Down Return Return");  // the second row, which will fail
+  EXPECT_EQ(StackSize(), 2u);
+  Press("Return");  // it is being handled
+  EXPECT_EQ(StackSize(), 2u);
+  Press("Up Return");  // the popup of the first row
+  ASSERT_EQ(StackSize(), 3u);
+  ASSERT_TRUE(Soon(TakeDeepClean));
+  EXPECT_TRUE(Soon([] { return StackSize() == 4; })) << "a short message above the popup";
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+  EXPECT_TRUE(Soon([] { return StackSize() == 3; })) << "it times out, the popup stays";
+  EXPECT_TRUE(ShowsSid("TV_SID_USING_OFF_TIMER"));
+  Press("Return XF86Back");  // applies it and leaves the list
+  ASSERT_TRUE(FocusBecomes("remaining"));
+  const auto remaining = [&](int count) {
+    return Shows(
+        CStringUtil::CombinateStrings(CUtils::m_GetText("TV_SID_CARE_MIX_REMAINING_ISSUES"), std::to_string(count)));
+  };
+  EXPECT_TRUE(remaining(2));
+  ASSERT_TRUE(Soon(TakeDeepClean));
+  EXPECT_TRUE(Soon([&] { return remaining(1); }, 5)) << "solved while home was showing";
+  Press("Return");
+  ASSERT_TRUE(FocusBecomes("list"));
+  EXPECT_EQ(List().m_item_label_get(1, "MainText"), "");
+  Press("XF86Back");
+}
+
+TEST_F(Screens, WithoutTheParserPlugInNothingIsChanged) {
+  Open();
+  for (const char* button : {"Return", "Right Return"}) {
+    List().m_StartDCIssues(Rows(1));
+    ASSERT_TRUE(FocusBecomes("list"));
+    std::string source = "menu";
+    Utils().m_pSetLaunchFrom(source.data());
+    Press("Return");
+    Press(button);
+    Pass();
+    EXPECT_EQ(StackSize(), 1u);
+    EXPECT_EQ(Focus(), "list");
+    EXPECT_EQ(Utils().m_pGetLaunchFrom(), nullptr);
+    List().m_CleanObjects();
+    Utils().m_DropFromReturnStack();
+  }
+}
+
+TEST_F(Screens, ALongListIsOpenedAtOnceAndEachRowCanBeReached) {
+  Open();
+  for (const int count : {30, 1000}) {
+    const double start = ecore_time_get();
+    List().m_StartDCIssues(Rows(count));
+    ASSERT_TRUE(FocusBecomes("list"));
+    EXPECT_LT(ecore_time_get() - start, 3.0);
+    Press("End Return");
+    EXPECT_EQ(StackSize(), 2u);
+    Press("XF86Back Down");
+    EXPECT_TRUE(FocusBecomes("done"));
+    Press("Up");
+    EXPECT_TRUE(FocusBecomes("list"));
+    for (int i = 0; i < count - 1; ++i) List().m_RemoveItemFromIndex(0);
+    Pass();
+    EXPECT_EQ(Focus(), "list");
+    List().m_RemoveItemFromIndex(0);
+    EXPECT_TRUE(FocusBecomes("done")) << "the last one has gone";
+    EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_ALL_SOLVED"));
+    List().m_RemoveItemFromIndex(0);
+    List().m_CleanObjects();
+    Utils().m_DropFromReturnStack();
+  }
+}
+
+}  // namespace
