@@ -1,0 +1,380 @@
+// bench_ui PROGRAM [starts]: starts the application of the set root on the display, works it with keys and prints how
+// long it takes to be seen, what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels
+// of the screen, lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it
+// prints the time to the first frame alone.
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr int kStarts = 11;
+constexpr int kHomes = 3;
+constexpr int kLaps = 200;
+constexpr milliseconds kKeyTime{60};      // a hurried thumb
+constexpr milliseconds kScreenTime{120};  // a glance at a screen
+constexpr milliseconds kEmptyTime{300};
+constexpr seconds kHomeAnimation{4};
+constexpr seconds kMinute{60};
+constexpr seconds kIdle{30};
+constexpr seconds kLimit{60};
+
+[[noreturn]] void Fail(const std::string& what) {
+  std::fprintf(stderr, "bench_ui: %s\n", what.c_str());
+  std::exit(EXIT_FAILURE);
+}
+
+double Milliseconds(Clock::duration time) {
+  return std::chrono::duration<double, std::milli>(time).count();
+}
+
+// ---- the screen
+
+class SeenScreen {
+ public:
+  SeenScreen() : m_display(XOpenDisplay(nullptr)) {
+    if (!m_display) Fail("no display");
+  }
+
+  /// The pixels of a line of the screen, `part` of its height from the top.
+  std::vector<unsigned long> Line(double part) const {
+    const int number = DefaultScreen(m_display);
+    const auto width = static_cast<unsigned>(DisplayWidth(m_display, number));
+    const int y = static_cast<int>(DisplayHeight(m_display, number) * part);
+    XImage* const image = XGetImage(m_display, DefaultRootWindow(m_display), 0, y, width, 1, AllPlanes, ZPixmap);
+    if (!image) Fail("the screen cannot be read");
+    std::vector<unsigned long> pixels(width);
+    for (unsigned x = 0; x < width; ++x) pixels[x] = XGetPixel(image, static_cast<int>(x), 0);
+    XDestroyImage(image);
+    return pixels;
+  }
+
+  void Press(KeySym key) const {
+    const KeyCode code = XKeysymToKeycode(m_display, key);
+    XTestFakeKeyEvent(m_display, code, True, CurrentTime);
+    XTestFakeKeyEvent(m_display, code, False, CurrentTime);
+    XFlush(m_display);
+  }
+
+ private:
+  Display* const m_display;
+};
+
+constexpr double kTitleLine = 0.06;    // through the title's letters
+constexpr double kEntriesLine = 0.80;  // through the entries of the home screen
+
+/// Letters have many shades on their edges; an empty screen or window has one colour.
+bool HasLetters(const std::vector<unsigned long>& line) {
+  return std::set<unsigned long>(line.begin(), line.end()).size() > 16;
+}
+
+// ---- the program
+
+struct Memory {
+  double rss = 0;  ///< MiB
+  double pss = 0;
+};
+
+class Program {
+ public:
+  explicit Program(const char* file) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) Fail("no pipe");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    std::string path = file;
+    const std::array<char*, 2> argv = {path.data(), nullptr};
+    m_start = Clock::now();
+    if (posix_spawn(&m_pid, file, &actions, nullptr, argv.data(), environ) != 0) Fail(path + " does not start");
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    m_log = ends[0];
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  ~Program() {
+    kill(m_pid, SIGTERM);
+    waitpid(m_pid, nullptr, 0);
+    close(m_log);
+  }
+
+  Clock::duration Age() const { return Clock::now() - m_start; }
+
+  /// Waits until `seen` is true and returns the time since the start, in milliseconds.
+  template <typename Seen>
+  double Await(const char* what, Seen seen) {
+    const Clock::time_point end = Clock::now() + kLimit;
+    while (!seen()) {
+      CheckAlive();
+      if (Clock::now() > end) FailWithLog(std::string(what) + " did not come");
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+    return Milliseconds(Age());
+  }
+
+  double AwaitLog(const char* text) {
+    return Await(text, [&] { return Count(text) > 0; });
+  }
+
+  /// How often the log has said it.
+  size_t Count(std::string_view text) {
+    ReadLog();
+    size_t count = 0;
+    for (size_t at = m_text.find(text); at != std::string::npos; at = m_text.find(text, at + 1)) ++count;
+    return count;
+  }
+
+  /// The numbers behind each `text` of the log, added up.
+  int Sum(std::string_view text) {
+    ReadLog();
+    int sum = 0;
+    for (size_t at = m_text.find(text); at != std::string::npos; at = m_text.find(text, at + 1))
+      sum += std::atoi(m_text.c_str() + at + text.size());
+    return sum;
+  }
+
+  /// Meanwhile the log is read, as a pipe holds little.
+  void Rest(Clock::duration time) {
+    for (const Clock::time_point end = Clock::now() + time; Clock::now() < end; ReadLog())
+      std::this_thread::sleep_for(std::min<Clock::duration>(seconds(1), end - Clock::now()));
+    CheckAlive();
+  }
+
+  Memory MemoryNow() const {
+    std::ifstream file("/proc/" + std::to_string(m_pid) + "/smaps_rollup");
+    Memory memory;
+    for (std::string word; file >> word;) {
+      if (word == "Rss:") file >> memory.rss;
+      if (word == "Pss:") file >> memory.pss;
+    }
+    return {memory.rss / 1024, memory.pss / 1024};
+  }
+
+  /// Time on processors, all threads that live, in milliseconds.
+  double Busy() const {
+    double nanoseconds = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/task")) {
+      double own = 0;
+      std::ifstream(task.path() / "schedstat") >> own;
+      nanoseconds += own;
+    }
+    return nanoseconds / 1e6;
+  }
+
+  /// utime and stime, in ticks of the clock.
+  long Ticks() const {
+    std::ifstream file("/proc/" + std::to_string(m_pid) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    long user = 0, system = 0;
+    std::sscanf(text.c_str() + text.rfind(')') + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user,
+                &system);
+    return user + system;
+  }
+
+ private:
+  void CheckAlive() {
+    int status = 0;
+    if (waitpid(m_pid, &status, WNOHANG) == 0) return;
+    FailWithLog(WIFSIGNALED(status) ? "the program ended with signal " + std::to_string(WTERMSIG(status))
+                                    : "the program ended with code " + std::to_string(WEXITSTATUS(status)));
+  }
+
+  [[noreturn]] void FailWithLog(const std::string& what) {
+    constexpr size_t kEnd = 2000;
+    ReadLog();
+    Fail(what + "; its log ends with:\n" + m_text.substr(m_text.size() - std::min(m_text.size(), kEnd)));
+  }
+
+  void ReadLog() {
+    std::array<char, 4096> part;
+    for (ssize_t size; (size = read(m_log, part.data(), part.size())) > 0;) m_text.append(part.data(), size);
+  }
+
+  pid_t m_pid = 0;
+  int m_log = -1;
+  Clock::time_point m_start;
+  std::string m_text;
+};
+
+// ---- the figures
+
+double Median(std::vector<double> values) {
+  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+  return values[values.size() / 2];
+}
+
+void Print(const char* what, const std::vector<double>& values, const char* unit) {
+  std::printf("%-46s %7.1f %s (least %.1f, most %.1f, of %zu)\n", what, Median(values), unit,
+              *std::min_element(values.begin(), values.end()), *std::max_element(values.begin(), values.end()),
+              values.size());
+  std::fflush(stdout);
+}
+
+void Print(const char* what, const Memory& memory) {
+  std::printf("%-46s %7.1f MiB resident, %.1f proportional\n", what, memory.rss, memory.pss);
+  std::fflush(stdout);
+}
+
+constexpr char kHomeLine[] = "Create Home Screen";
+constexpr char kMissedLine[] = "frames missed: ";
+
+double AwaitFirstFrame(Program& program, const SeenScreen& screen) {
+  return program.Await("the first frame", [&] { return HasLetters(screen.Line(kTitleLine)); });
+}
+
+/// After an end; the window manager needs a moment too.
+void AwaitEmptyScreen(const SeenScreen& screen) {
+  std::this_thread::sleep_for(kEmptyTime);
+  if (HasLetters(screen.Line(kTitleLine))) Fail("something else is on the screen");
+}
+
+void MeasureStarts(const char* file, const SeenScreen& screen) {
+  std::vector<double> times;
+  for (int start = 0; start <= kStarts; ++start) {
+    {
+      Program program(file);
+      const double time = AwaitFirstFrame(program, screen);
+      if (start > 0) times.push_back(time);  // the first reads from the disk
+    }
+    AwaitEmptyScreen(screen);
+  }
+  Print("start to first painted frame", times, "ms");
+}
+
+/// To the home screen, and to the end of its own animation.
+struct Way {
+  std::vector<double> home, busy, missedLoading, missedBoth, busyHome;
+
+  void Go(Program& program, const SeenScreen& screen) {
+    const double first = AwaitFirstFrame(program, screen);
+    const double busyBefore = program.Busy();
+    const std::vector<unsigned long> loading = screen.Line(kEntriesLine);
+    const double created = program.AwaitLog(kHomeLine);
+    const double busyThen = program.Busy();
+    missedLoading.push_back(program.Sum(kMissedLine));
+    home.push_back(program.Await("the home screen", [&] { return screen.Line(kEntriesLine) != loading; }));
+    busy.push_back(100 * (busyThen - busyBefore) / (created - first));
+    program.Rest(kHomeAnimation);
+    busyHome.push_back(100 * (program.Busy() - busyThen) / (Milliseconds(program.Age()) - created));
+    missedBoth.push_back(program.Sum(kMissedLine));
+  }
+};
+
+void MeasureIdle(Program& program) {
+  const long ticks = program.Ticks();
+  const double busy = program.Busy();
+  program.Rest(kIdle);
+  std::printf("%-46s %7ld ticks, %.1f ms, in %ld s\n", "processor while idle on the home screen",
+              program.Ticks() - ticks, program.Busy() - busy, static_cast<long>(kIdle.count()));
+}
+
+constexpr char kPressedLine[] = " Button Pressed";
+constexpr char kReturnedLine[] = "Home screen called after return";
+
+/// Opens each entry of the home screen and goes back. The focus is on the first entry, before and after. Back waits for
+/// what it closes: on the home screen it would end the program.
+void GoRound(Program& program, const SeenScreen& screen) {
+  constexpr int kEntries = 3;
+  const auto press = [&](KeySym key, const char* line, Clock::duration time) {
+    const size_t before = program.Count(line);
+    screen.Press(key);
+    program.Await(line, [&] { return program.Count(line) > before; });
+    program.Rest(time);
+  };
+  const auto move = [&](KeySym key) {
+    screen.Press(key);
+    program.Rest(kKeyTime);
+  };
+  for (int entry = 0; entry < kEntries; ++entry) {
+    press(XK_Return, kPressedLine, kScreenTime);
+    press(XK_Escape, kReturnedLine, kScreenTime);
+    if (entry + 1 < kEntries) move(XK_Right);
+  }
+  for (int entry = 1; entry < kEntries; ++entry) move(XK_Left);
+}
+
+void MeasureUse(Program& program, const SeenScreen& screen) {
+  screen.Press(XK_Down);
+  program.Rest(kScreenTime);
+  screen.Press(XK_Left);
+  program.Rest(kScreenTime);
+  for (int lap = 1; lap <= kLaps; ++lap) {
+    GoRound(program, screen);
+    if (lap % (kLaps / 4) != 0 && lap != 1) continue;
+    Print(("after " + std::to_string(lap) + " rounds through all entries").c_str(), program.MemoryNow());
+  }
+}
+
+void MeasureScan(Program& program, const SeenScreen& screen) {
+  screen.Press(XK_Up);
+  program.Rest(kScreenTime);
+  const double before = program.Busy();
+  screen.Press(XK_Return);
+  const double start = program.AwaitLog("Start Vexilo...");
+  const double end = program.AwaitLog("Start Vexilo Issue screen...");
+  std::printf("%-46s %7.0f ms in %.1f s, %.0f %%\n", "processor during a scan", program.Busy() - before,
+              (end - start) / 1000, 100 * (program.Busy() - before) / (end - start));
+  Print("on the list of issues", program.MemoryNow());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2 && (argc != 3 || std::string_view(argv[2]) != "starts")) return EXIT_FAILURE;
+  setenv("VEXILO_LOG_TARGET", "stderr", 1);
+  setenv("VEXILO_LOG_LEVEL", "debug", 1);
+  const SeenScreen screen;
+  MeasureStarts(argv[1], screen);
+  if (argc == 3) return EXIT_SUCCESS;
+
+  Way way;
+  for (int home = 1; home < kHomes; ++home) {
+    {
+      Program program(argv[1]);
+      way.Go(program, screen);
+    }
+    AwaitEmptyScreen(screen);
+  }
+  Program program(argv[1]);
+  way.Go(program, screen);
+  Print("start to home screen, nothing to wait for", way.home, "ms");
+  Print("processor during the loading animation", way.busy, "%");
+  Print("processor during the animation of home", way.busyHome, "%");
+  Print("frames missed of 60, loading", way.missedLoading, "");
+  Print("frames missed of 120, loading and home", way.missedBoth, "");
+  Print("on the home screen after the animation", program.MemoryNow());
+  program.Rest(kMinute);
+  Print("a minute later", program.MemoryNow());
+  MeasureIdle(program);
+  MeasureUse(program, screen);
+  MeasureScan(program, screen);
+  return EXIT_SUCCESS;
+}
