@@ -1,0 +1,237 @@
+#include "support/set_with_screen.h"
+
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "c_handle.h"
+#include "set_paths.h"
+#include "system_path.h"
+#include "vconf.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr char kApp[] = "/usr/apps/com.tornelo.TVVexilo/bin/vexilo";
+constexpr char kSocketFolder[] = "/tmp/.X11-unix";
+
+// What the engine would see of this machine: its hardware, its crashes, how busy it is.
+constexpr const char* kHidden[] = {
+    kSocketFolder, "/sys/class", "/sys/fs", "/dev/snd", "/dev/dri", "/var/crash", "/var/lib/systemd/coredump"};
+constexpr struct {
+  const char* file;
+  const char* content;
+} kHealthy[] = {
+    {"/proc/loadavg", "0.10 0.10 0.10 1/100 1000\n"},
+    {"/proc/meminfo", "MemTotal: 8000000 kB\nMemFree: 6000000 kB\nMemAvailable: 7000000 kB\n"},
+};
+constexpr auto kHomeAnimation = 3200ms;  // until then the focus may still be on its way
+constexpr size_t kLogTail = 6000;        // bytes that are shown
+
+void Put(const char* path, const std::string& text) {
+  std::ofstream(path) << text;
+}
+
+bool Unshare() {
+  constexpr int kOwn = CLONE_NEWNET | CLONE_NEWNS;
+  if (unshare(kOwn) == 0) return true;
+  const auto uid = std::to_string(geteuid());
+  const auto gid = std::to_string(getegid());
+  if (unshare(kOwn | CLONE_NEWUSER) != 0) return false;
+  Put("/proc/self/setgroups", "deny");
+  Put("/proc/self/uid_map", uid + " " + uid + " 1");
+  Put("/proc/self/gid_map", gid + " " + gid + " 1");
+  return true;
+}
+
+bool RaiseLoopback() {
+  const FdHandle any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  return ioctl(any.get(), SIOCSIFFLAGS, &request) == 0;
+}
+
+std::string Content(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string LogName() {
+  static int count = 0;
+  return SystemPath("/tmp/app-" + std::to_string(++count) + ".log");
+}
+
+/// Its output goes to a file: it may be a lot, and nobody reads it meanwhile.
+std::vector<std::string> WithLog(const std::string& log, const std::vector<std::string>& arguments) {
+  std::vector<std::string> argv{"sh", "-c", "exec \"$@\" >" + log + " 2>&1", "sh", SystemPath(kApp)};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  return argv;
+}
+
+const std::map<std::string, std::string>& Environment() {
+  static const std::map<std::string, std::string> kEnvironment{{"VEXILO_LOG_TARGET", "stderr"},
+                                                               {"DBUS_SESSION_BUS_ADDRESS", ""},
+                                                               {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
+                                                               {"ELM_ENGINE", ""}};
+  return kEnvironment;
+}
+
+}  // namespace
+
+std::string LeaveTheMachine() {
+  if (!Unshare())
+    return std::string(
+               "this test needs network and mount namespaces of its own (as root, or with unprivileged user "
+               "namespaces): ") +
+           std::strerror(errno);
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || !RaiseLoopback()) return std::strerror(errno);
+  fs::create_directories(kSocketFolder);
+  for (const char* folder : kHidden)
+    if (fs::exists(folder) && mount("none", folder, "tmpfs", 0, "mode=1777") != 0) return std::strerror(errno);
+  fs::create_directories(SystemPath("/healthy"));
+  for (const auto& [file, content] : kHealthy) {
+    const std::string healthy = SystemPath("/healthy/") + fs::path(file).filename().string();
+    Put(healthy.c_str(), content);
+    if (mount(healthy.c_str(), file, nullptr, MS_BIND, nullptr) != 0) return std::strerror(errno);
+  }
+  return "";
+}
+
+bool HappensWithin(std::chrono::milliseconds timeout, const std::function<bool()>& condition) {
+  for (const auto end = std::chrono::steady_clock::now() + timeout; std::chrono::steady_clock::now() < end;) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return condition();
+}
+
+// ---- the screen
+
+Screen::Screen() {
+  for (const char* program : {"Xvfb", "openbox", "xdotool", "xprop"})
+    if (RunProcess({"sh", "-c", std::string("command -v ") + program}).exitCode != 0)
+      throw std::runtime_error(std::string(program) + " is missing; scripts/setup installs it");
+  m_server = std::make_unique<ChildProcess>(std::vector<std::string>{
+      "sh", "-c", "exec Xvfb -displayfd 1 -screen 0 1280x720x24 -nolisten tcp 2>" + SystemPath("/tmp/xvfb.log")});
+  const auto display = m_server->ReadLine();
+  if (!display) throw std::runtime_error("Xvfb does not start: " + Content(SystemPath("/tmp/xvfb.log")));
+  setenv("DISPLAY", (":" + *display).c_str(), 1);
+  m_windowManager = std::make_unique<ChildProcess>(
+      std::vector<std::string>{"sh", "-c", "exec openbox >" + SystemPath("/tmp/openbox.log") + " 2>&1"});
+  const auto runs = [] {
+    return RunProcess({"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}).out.find("window") != std::string::npos;
+  };
+  if (!HappensWithin(10s, runs)) throw std::runtime_error("openbox does not start");
+  // The server tells its clients of a new keyboard with the first key, which may pass them meanwhile.
+  Press({"Shift_L"});
+}
+
+void Screen::Press(const std::vector<std::string>& keys) const {
+  std::vector<std::string> argv{"xdotool", "key", "--clearmodifiers", "--delay", "200"};
+  argv.insert(argv.end(), keys.begin(), keys.end());
+  const ProcessResult result = RunProcess(argv);
+  if (result.exitCode != 0) throw std::runtime_error("xdotool: " + result.err);
+}
+
+ChildProcess Screen::Repeat(const std::string& key, int count, std::chrono::milliseconds period) const {
+  return ChildProcess(
+      {"xdotool", "key", "--repeat", std::to_string(count), "--repeat-delay", std::to_string(period.count()), key});
+}
+
+void Screen::Minimize() const {
+  const ProcessResult result =
+      RunProcess({"xdotool", "search", "--onlyvisible", "--name", "^Vexilo$", "windowminimize"});
+  if (result.exitCode != 0) throw std::runtime_error("xdotool finds no window: " + result.err);
+}
+
+// ---- the application
+
+RunningApp::RunningApp(const std::vector<std::string>& arguments)
+    : m_log(LogName()), m_process(WithLog(m_log, arguments), {.env = Environment()}) {}
+
+std::string RunningApp::Log() const {
+  return Content(m_log);
+}
+
+int RunningApp::Count(const std::string& text) const {
+  const std::string log = Log();
+  int count = 0;
+  for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; at += text.size()) ++count;
+  return count;
+}
+
+bool RunningApp::Says(const std::string& text, int times, std::chrono::milliseconds timeout) {
+  if (HappensWithin(timeout, [&] { return Count(text) >= times; })) return true;
+  const std::string log = Log();
+  std::cerr << "no \"" << text << "\" in\n" << log.substr(log.size() - std::min(log.size(), kLogTail)) << std::endl;
+  return false;
+}
+
+void RunningApp::Settle() const {
+  size_t before = 0;
+  for (int quiet = 0; quiet < 3; std::this_thread::sleep_for(250ms)) {
+    const size_t now = Log().size();
+    quiet = std::exchange(before, now) == now ? quiet + 1 : 0;
+  }
+}
+
+bool RunningApp::IsHome() {
+  if (!Says("Create Home Screen")) return false;
+  std::this_thread::sleep_for(kHomeAnimation);
+  return true;
+}
+
+std::vector<RunningApp::Clock::time_point> RunningApp::TimesOf(const std::string& text) const {
+  std::vector<Clock::time_point> times;
+  std::istringstream lines(Log());
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(text) == std::string::npos) continue;
+    tm time{};
+    time.tm_isdst = -1;
+    const char* const rest = strptime(line.c_str(), "%Y-%m-%d %H:%M:%S.", &time);
+    if (!rest) continue;
+    times.push_back(Clock::from_time_t(mktime(&time)) + std::chrono::milliseconds(std::atoi(rest)));
+  }
+  return times;
+}
+
+pid_t RunningApp::Thread(const std::string& name) const {
+  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(m_process.Pid()) + "/task"))
+    if (Content(task.path() / "comm") == name + "\n") return std::stoi(task.path().filename());
+  return 0;
+}
+
+// ---- the set
+
+void InstallSet() {
+  const ProcessResult installed = RunProcess({"cmake", "-P", VEXILO_BINARY_DIR "/cmake_install.cmake"},
+                                             {.env = {{"DESTDIR", std::string(SystemRoot())}}, .timeout = 60s});
+  if (installed.exitCode != 0) throw std::runtime_error("the set is not installed: " + installed.err);
+  vconf_set_str("db/menu_widget/language", "en_US.utf8");
+  vconf_set_int("db/trevlin/background_period", 0);
+}
+
+std::unique_ptr<ChildProcess> StartDaemon() {
+  auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SystemPath("/usr/bin/vexilo-setd")},
+                                               ProcessOptions{.env = {{"VEXILO_LOG_TARGET", "file"}}});
+  if (!HappensWithin(10s, [] { return fs::exists(SystemPath(set_paths::kDaemonLock)); }))
+    throw std::runtime_error("vexilo-setd does not start");
+  return daemon;
+}

@@ -1,0 +1,81 @@
+#pragma once
+/// @file
+/// A whole set for a test: installed into its root, with a screen, a window manager and a person who presses keys.
+///
+/// Needs Xvfb, openbox and xdotool (scripts/setup installs them), and namespaces: as root, or where users may have
+/// their own.
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/process.h"
+
+/// Puts this process, and what it starts, where there is no network, display, sound card or other hardware, and little
+/// to do. Mounts are its own from then on. Only while it has a single thread. Empty, or why it cannot be.
+std::string LeaveTheMachine();
+
+/// Waits until `condition` holds; false after `timeout`.
+bool HappensWithin(std::chrono::milliseconds timeout, const std::function<bool()>& condition);
+
+/// An Xvfb of 1280 x 720 with openbox, and its keyboard.
+class Screen {
+ public:
+  Screen();  ///< throws std::runtime_error with what is missing
+
+  /// Presses keys one after the other, a tenth of a second apart.
+  void Press(const std::vector<std::string>& keys) const;
+  /// Holds a key for `count` presses, `period` apart, while the test goes on.
+  ChildProcess Repeat(const std::string& key, int count, std::chrono::milliseconds period) const;
+  /// Minimises the application's window.
+  void Minimize() const;
+
+ private:
+  std::unique_ptr<ChildProcess> m_server;
+  std::unique_ptr<ChildProcess> m_windowManager;
+};
+
+/// A run of the installed application, with its log.
+class RunningApp {
+ public:
+  using Clock = std::chrono::system_clock;
+
+  explicit RunningApp(const std::vector<std::string>& arguments = {});
+
+  const ChildProcess& Process() const { return m_process; }
+
+  /// Waits until the log has `text` `times` times. False, with the log's end on standard error, when it does not come.
+  bool Says(const std::string& text, int times = 1, std::chrono::milliseconds timeout = std::chrono::seconds(40));
+  /// Waits for the home screen, at rest.
+  bool IsHome();
+  bool HasSaid(const std::string& text) const { return Count(text) > 0; }
+  int Count(const std::string& text) const;
+  std::string Log() const;
+
+  /// Waits until it has nothing more to say: the screen is built and drawn, and takes keys.
+  void Settle() const;
+
+  /// When each line with `text` was written.
+  std::vector<Clock::time_point> TimesOf(const std::string& text) const;
+
+  /// Its end; killed after `timeout`.
+  ProcessResult End(std::chrono::milliseconds timeout = std::chrono::seconds(5)) { return m_process.Wait(timeout); }
+
+  /// The thread of this name; 0 when there is none.
+  pid_t Thread(const std::string& name) const;
+
+ private:
+  const std::string m_log;
+  ChildProcess m_process;
+};
+
+/// Lays out the set in the test's root: all that is installed. In English, without diagnoses in the background.
+void InstallSet();
+
+/// The set's daemon, running.
+std::unique_ptr<ChildProcess> StartDaemon();

@@ -1,0 +1,293 @@
+// The scan in surroundings that are broken, one thing at a time: the installed application in a real window. Nothing
+// may crash or hang, be said that is not so, or be lost that was stored.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/ptrace.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "support/remaining_rows.h"
+#include "support/set_with_screen.h"
+#include "vconf.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr int kEarlier = 20090001;  // of the last scan
+constexpr int kOffTimer = 20080001;
+constexpr int kAutoPowerOff = 20080002;
+constexpr int kDemoMode = 20100001;
+constexpr char kScanAtOnce[] = "launch_mech=StartVexilo";
+constexpr char kListIsOpen[] = "Start Vexilo Issue screen...";
+
+class ScanFault : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string problem = LeaveTheMachine();
+    ASSERT_EQ(problem, "");
+    InstallSet();
+    vconf_set_int("db/menu/system/time/off_timer", 30);
+    vconf_set_bool("db/menu/system/power/auto_power_off", true);
+    vconf_set_bool("db/menu/system/demo_mode", true);
+    StoreRemaining({kEarlier});
+    m_screen.emplace();
+  }
+
+  static void ExpectSoundDatabase() {
+    const SqliteDb db = OpenDatabase(set_paths::kRemainingDb, SQLITE_OPEN_READONLY);
+    const SqliteStatement check = PrepareStatement(db.get(), "PRAGMA integrity_check");
+    ASSERT_TRUE(check && sqlite3_step(check.get()) == SQLITE_ROW) << sqlite3_errmsg(db.get());
+    EXPECT_EQ(ColumnText(check.get(), 0), "ok");
+  }
+
+  std::optional<Screen> m_screen;
+};
+
+// ---- broken before the start
+
+struct Fault {
+  const char* name;
+  bool hasDaemon;
+  std::function<SqliteDb()> breakIt;  ///< what it returns lives as long as the fault
+  const char* logLine;
+  const char* answer;
+  std::vector<int> stored;  ///< afterwards
+};
+
+void PrintTo(const Fault& fault, std::ostream* out) {
+  *out << fault.name;
+}
+
+const Fault kFaults[] = {
+    {"TaskManagerIsDead",
+     false,
+     [] { return SqliteDb(); },
+     "Deep Clean Process unable to complete in 10 seconds.. so returning failure...",
+     "m_DiagResCallback triggered.. Size = 3",
+     {kOffTimer, kAutoPowerOff, kDemoMode}},
+    {"NoPlugin",
+     true,
+     [] {
+       fs::remove(SystemPath(set_paths::kParserPlugin));
+       return SqliteDb();
+     },
+     "dlopen error: ",
+     "m_DiagResCallback triggered.. Size = 0",
+     {kEarlier}},
+    {"HistoryIsLocked",
+     true,
+     [] {
+       SqliteDb db = OpenDatabase(set_paths::kInferenceDb);
+       Execute(db.get(), "BEGIN EXCLUSIVE");
+       return db;
+     },
+     "database is locked",
+     "m_DiagResCallback triggered.. Size = 0",
+     {kEarlier}},
+    {"RemainingIsReadOnly",
+     true,
+     [] {
+       const std::string file = SystemPath(set_paths::kRemainingDb);
+       EXPECT_EQ(mount(file.c_str(), file.c_str(), nullptr, MS_BIND, nullptr), 0);
+       EXPECT_EQ(mount(nullptr, file.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+       return SqliteDb();
+     },
+     "attempt to write a readonly database",
+     "m_DiagResCallback triggered.. Size = 3",
+     {kEarlier}},
+    {"RemainingIsDamaged",
+     true,
+     [] {
+       std::ofstream(SystemPath(set_paths::kRemainingDb)) << std::string(5000, 'x');
+       return SqliteDb();
+     },
+     "file is not a database",
+     "m_DiagResCallback triggered.. Size = 3",
+     {}},
+};
+
+class ScanWithFault : public ScanFault, public testing::WithParamInterface<Fault> {};
+
+TEST_P(ScanWithFault, ReachesTheListAndLosesNothing) {
+  const Fault& fault = GetParam();
+  const SqliteDb held = fault.breakIt();
+  const auto daemon = fault.hasDaemon ? StartDaemon() : nullptr;
+  RunningApp app({kScanAtOnce});
+  ASSERT_TRUE(app.Says(kListIsOpen));
+  EXPECT_TRUE(app.HasSaid(fault.answer));
+  EXPECT_TRUE(app.HasSaid(fault.logLine));
+  EXPECT_THAT(RemainingCodes(), testing::ElementsAreArray(fault.stored));
+  app.Settle();
+  m_screen->Press({"Escape"});
+  EXPECT_EQ(app.End().exitCode, 0) << app.Log();
+}
+
+INSTANTIATE_TEST_SUITE_P(, ScanWithFault, testing::ValuesIn(kFaults),
+                         [](const auto& fault) { return std::string(fault.param.name); });
+
+// ---- ended while it scans
+
+struct Ending {
+  const char* name;
+  std::function<void(const Screen&, const RunningApp&)> end;
+  int signal;  ///< that it dies of
+};
+
+void PrintTo(const Ending& ending, std::ostream* out) {
+  *out << ending.name;
+}
+
+const Ending kEndings[] = {
+    {"Paused", [](const Screen& screen, const RunningApp&) { screen.Minimize(); }, 0},
+    {"Terminated", [](const Screen&, const RunningApp& app) { app.Process().Signal(SIGTERM); }, 0},
+    {"Killed", [](const Screen&, const RunningApp& app) { app.Process().Signal(SIGKILL); }, SIGKILL},
+};
+
+class ScanEnded : public ScanFault, public testing::WithParamInterface<Ending> {};
+
+TEST_P(ScanEnded, AtAnyMomentEndsAtOnceAndKeepsWhatWasStored) {
+  const Ending& ending = GetParam();
+  vconf_set_bool("db/vexilo/db_reset", false);
+  // The scan begins; is half through; waits for the task manager, which is not there; the popup of an issue is open.
+  for (const char* moment : {"Start Vexilo...", "Counter = 5", "Waiting for another 1 second", "create popup"}) {
+    RunningApp app({kScanAtOnce});
+    if (moment == std::string("create popup")) {
+      // It has to be quick from here on.
+      const auto daemon = StartDaemon();
+      ASSERT_TRUE(app.Says(" buf after fn is"));
+      app.Settle();
+      m_screen->Press({"Return"});
+    }
+    ASSERT_TRUE(app.Says(moment));
+    ending.end(*m_screen, app);
+    const ProcessResult result = app.End(2s);
+    EXPECT_FALSE(result.timedOut) << moment;
+    EXPECT_EQ(result.signal, ending.signal) << moment;
+    EXPECT_THAT(RemainingCodes(),
+                testing::AnyOf(ElementsAre(kEarlier), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode)));
+    ExpectSoundDatabase();
+  }
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode));
+}
+
+INSTANTIATE_TEST_SUITE_P(, ScanEnded, testing::ValuesIn(kEndings),
+                         [](const auto& ending) { return std::string(ending.param.name); });
+
+// ---- an engine that does not answer
+
+/// Holds one thread of a process while it lives, as a debugger does.
+class HeldThread {
+ public:
+  explicit HeldThread(pid_t thread) : m_thread(thread) {
+    EXPECT_EQ(ptrace(PTRACE_SEIZE, thread, nullptr, nullptr), 0) << strerror(errno);
+    EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr), 0) << strerror(errno);
+    EXPECT_EQ(waitpid(thread, nullptr, __WALL), thread);
+  }
+  ~HeldThread() { ptrace(PTRACE_DETACH, m_thread, nullptr, nullptr); }
+  HeldThread(const HeldThread&) = delete;
+  HeldThread& operator=(const HeldThread&) = delete;
+
+ private:
+  const pid_t m_thread;
+};
+
+TEST_F(ScanFault, EngineThatAnswersAfterTheListIsOpen) {
+  const auto daemon = StartDaemon();
+  RunningApp app;
+  ASSERT_TRUE(app.IsHome());
+  app.Settle();
+  {
+    const HeldThread engine(app.Thread("trevlin"));
+    m_screen->Press({"Left", "Return"});  // the remaining issues have the focus
+    ASSERT_TRUE(app.Says("Start Vexilo..."));
+    ASSERT_TRUE(app.Says("Navigating to Issues screen with ResultRecvd = 0"));
+    ASSERT_TRUE(app.Says(kListIsOpen));
+    EXPECT_EQ(app.Count("m_DiagResCallback triggered"), 1) << "but that of the start";
+    EXPECT_THAT(RemainingCodes(), ElementsAre(kEarlier));
+  }
+  EXPECT_TRUE(app.Says("m_DiagResCallback triggered.. Size = 3"));
+  EXPECT_TRUE(app.Says("CreateErrorList end.."));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode));
+  m_screen->Press({"Escape"});
+  EXPECT_TRUE(app.Says("Home screen called after return"));
+  EXPECT_EQ(app.Count(kListIsOpen), 1);
+  m_screen->Press({"Escape"});
+  EXPECT_EQ(app.End().exitCode, 0) << app.Log();
+}
+
+// ---- a thousand issues
+
+constexpr int kMany = 1000;
+
+std::string ManySolutions() {
+  std::string map = "<map><sminfo version=\"1\"/><sm cnt=\"" + std::to_string(kMany) + "\"/>\n";
+  for (int i = 0; i < kMany; ++i)
+    map += "<solution issue_code=\"" + std::to_string(30000000 + i) +
+           "\" sol_code=\"1\" sol_type=\"3\" sol_name=\"n\" sid_issue=\"Issue number " + std::to_string(i) +
+           "\" sid_sol=\"What to do\" sid_button1=\"SID_DONE\" sid_button2=\"COM_SID_CLOSE\" reboot=\"false\" "
+           "is_fg_bg=\"fg\" action=\"1\" toast1=\"NULL\" toast2=\"NULL\" source=\"\" view_authority=\"USER\"/>\n";
+  return map + "</map>\n";
+}
+
+std::string ManyTransitions() {
+  std::string sql =
+      "CREATE TABLE inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, issueCode TEXT, TR INTEGER, solutionCode "
+      "INTEGER); BEGIN;";
+  for (int i = 0; i < kMany; ++i)
+    sql += "INSERT INTO inferenceTBL VALUES('2026-03-07T09:05:00','2026-03-07T09:05:00','" +
+           std::to_string(30000000 + i) + "',1,0);";
+  return sql + "COMMIT;";
+}
+
+std::chrono::milliseconds Milliseconds(RunningApp::Clock::duration time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time);
+}
+
+TEST_F(ScanFault, ThousandIssues) {
+  std::ofstream(SystemPath(set_paths::kSolutionMap)) << ManySolutions();
+  fs::remove(SystemPath(set_paths::kRules));
+  Execute(OpenDatabase(set_paths::kInferenceDb).get(), ManyTransitions());
+  const auto daemon = StartDaemon();
+  {
+    RunningApp app({kScanAtOnce});
+    ASSERT_TRUE(app.Says("GetInferenceResult Success"));
+    app.Process().Signal(SIGKILL);
+    app.End();
+    ExpectSoundDatabase();
+    EXPECT_THAT(RemainingCodes(), testing::AnyOf(ElementsAre(kEarlier), testing::SizeIs(kMany)));
+  }
+  RunningApp app({kScanAtOnce});
+  ASSERT_TRUE(app.Says("Start Vexilo..."));
+  // A blocked Back is said by the main loop, and so shows how late that is.
+  ChildProcess back = m_screen->Repeat("Escape", 120, 50ms);
+  ASSERT_TRUE(app.Says(" buf after fn is"));
+  EXPECT_TRUE(app.HasSaid("m_DiagResCallback triggered.. Size = 1000"));
+  EXPECT_EQ(RemainingCodes().size(), size_t{kMany});
+  const auto blocked = app.TimesOf("Key blocked..");
+  ASSERT_GT(blocked.size(), 100u);
+  RunningApp::Clock::duration longest{};
+  for (size_t i = 1; i < blocked.size(); ++i) longest = std::max(longest, blocked[i] - blocked[i - 1]);
+  const auto opening = app.TimesOf(" buf after fn is").front() - app.TimesOf(kListIsOpen).front();
+  std::cout << "save "
+            << Milliseconds(app.TimesOf("Remaining DB is saved").front() - app.TimesOf("SaveRemainingProblems").front())
+                   .count()
+            << " ms, longest gap of keys 50 ms apart " << Milliseconds(longest).count() << " ms, list of " << kMany
+            << " opened in " << Milliseconds(opening).count() << " ms\n";
+  EXPECT_LT(longest, 1s);
+  EXPECT_LT(opening, 1s);
+  m_screen->Press({"Down", "Down", "Return"});
+  EXPECT_TRUE(app.Says("Trying to create popup with index = 2"));
+  m_screen->Press({"Escape", "Escape"});
+  EXPECT_EQ(app.End().exitCode, 0);
+}
+
+}  // namespace
