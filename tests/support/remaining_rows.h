@@ -38,7 +38,7 @@ inline void StoreRemaining(const std::vector<int>& codes) {
 
 /// The first column of a query's rows as numbers; empty too where it cannot be asked.
 inline std::vector<int> Numbers(const char* path, const char* query) {
-  const SqliteDb db = OpenDatabase(path, SQLITE_OPEN_READONLY);
+  const SqliteDb db = OpenDatabase(path, SQLITE_OPEN_READWRITE);
   const SqliteStatement rows = PrepareStatement(db.get(), query);
   std::vector<int> numbers;
   while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) numbers.push_back(sqlite3_column_int(rows.get(), 0));

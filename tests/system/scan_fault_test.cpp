@@ -43,7 +43,7 @@ class ScanFault : public testing::Test {
   }
 
   static void ExpectSoundDatabase() {
-    const SqliteDb db = OpenDatabase(set_paths::kRemainingDb, SQLITE_OPEN_READONLY);
+    const SqliteDb db = OpenDatabase(set_paths::kRemainingDb, SQLITE_OPEN_READWRITE);
     const SqliteStatement check = PrepareStatement(db.get(), "PRAGMA integrity_check");
     ASSERT_TRUE(check && sqlite3_step(check.get()) == SQLITE_ROW) << sqlite3_errmsg(db.get());
     EXPECT_EQ(ColumnText(check.get(), 0), "ok");
@@ -173,7 +173,8 @@ TEST_P(ScanEnded, AtAnyMomentEndsAtOnceAndKeepsWhatWasStored) {
     EXPECT_FALSE(result.timedOut) << moment;
     EXPECT_EQ(result.signal, ending.signal) << moment;
     EXPECT_THAT(RemainingCodes(),
-                testing::AnyOf(ElementsAre(kEarlier), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode)));
+                testing::AnyOf(ElementsAre(kEarlier), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode)))
+        << moment;
     ExpectSoundDatabase();
   }
   EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode));

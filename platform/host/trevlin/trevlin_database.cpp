@@ -396,10 +396,11 @@ Database::State Database::Open(File& file) {
 Database::State Database::OpenFile(File& file) {
   const std::string path = SystemPath(file.path);
   if (!file.db) {
-    const int access =
-        m_access == Access::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    // To read it, too, takes a writable file: what a writer that died has left half-done is taken back first.
+    const int create = m_access == Access::kReadOnly ? 0 : SQLITE_OPEN_CREATE;
     sqlite3* db = nullptr;
-    const int result = sqlite3_open_v2(path.c_str(), &db, access | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int result =
+        sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | create, nullptr);
     file.db.reset(db);
     if (result != SQLITE_OK) {
       Fail(file, "cannot be opened");

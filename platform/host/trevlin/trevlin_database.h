@@ -61,7 +61,8 @@ class Database {
 
   /// Files are opened at the first operation that needs them. With kReadWrite a file or table that is missing is made,
   /// as is the index that the queries need; where that is not possible queries answer from what there is.
-  /// A kReadOnly object changes nothing; a file that is missing is an empty one to it. A missing folder is an error.
+  /// A kReadOnly object changes nothing, but that what a writer that died has left half-done is taken back; a file that
+  /// is missing is an empty one to it. A missing folder is an error.
   explicit Database(Access access) : m_access(access) {}
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;

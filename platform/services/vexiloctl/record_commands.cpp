@@ -68,8 +68,9 @@ const std::vector<std::string>& RemainingColumns() {
 
 SqliteDb OpenToRead(const char* path) {
   sqlite3* handle = nullptr;
+  // Writable, where it can be: what a writer that died has left half-done is taken back first.
   const int result =
-      sqlite3_open_v2(SystemPath(path).c_str(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW, nullptr);
+      sqlite3_open_v2(SystemPath(path).c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
   SqliteDb db(handle);
   if (result != SQLITE_OK) Fail(path, handle ? sqlite3_errmsg(handle) : sqlite3_errstr(result));
   sqlite3_busy_timeout(handle, kLockWaitMilliseconds);
