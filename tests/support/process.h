@@ -86,7 +86,7 @@ inline ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Pr
   const auto check = [](bool ok, const char* what) {
     if (!ok) throw std::system_error(errno, std::generic_category(), what);
   };
-  FdHandle ends[3][2];
+  FdHandle ends[4][2];  // the last one closes with the exec
   for (auto& pipeEnds : ends) {
     int fds[2];
     check(pipe2(fds, O_CLOEXEC) == 0, "pipe");
@@ -122,6 +122,10 @@ inline ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Pr
   if (m_pid == 0) Become(arguments.data(), environment.data(), ends[0][0].get(), ends[1][1].get(), ends[2][1].get());
   m_end.reset(pidfd_open(m_pid, 0));
   check(bool(m_end), "pidfd_open");
+  // From here on it is seen as the program that it is to be.
+  ends[3][1].reset();
+  for (char none; read(ends[3][0].get(), &none, 1) < 0 && errno == EINTR;) {
+  }
   m_out = std::move(ends[1][0]);
   m_err = std::move(ends[2][0]);
   for (const FdHandle* fd : {&m_out, &m_err}) fcntl(fd->get(), F_SETFL, O_NONBLOCK);
