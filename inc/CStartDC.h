@@ -79,6 +79,7 @@ class CStartDC {
   Ecore_Timer* m_voiceTimer = nullptr;
   Ecore_Timer* m_resultTimer = nullptr;
   int m_waitRounds = 0;
+  std::vector<const char*> m_categories;  ///< of the steps
   int m_step = 0;
   std::atomic<int> m_percent{0};
   bool m_isOptimized = false;  ///< the worker's

@@ -103,6 +103,7 @@ void CStartDC::m_StartDC() {
   CUtils::Instance().m_SetKeyBlock(true);  // until the clean-up
   m_isOptimized = false;
   m_percent = 0;
+  m_categories = m_VisibleCategories();
   if (m_screen.m_Build(kTitle)) m_BuildBody();
   m_job.m_Start(
       [this](const CScreenJob::Control& control) {
@@ -232,8 +233,7 @@ void CStartDC::m_AddInDCItemGenList(int step) {
   m_step = step;
   if (!m_categoryList) return;
   elm_flux_layout_clear(m_categoryList);
-  std::vector<const char*> categories = m_VisibleCategories();
-  categories.resize(static_cast<size_t>(step) + 1);
+  std::vector<const char*> categories(m_categories.begin(), m_categories.begin() + step + 1);
   categories.erase(std::unique(categories.begin(), categories.end()), categories.end());
   const size_t current = categories.size() - 1;
   for (size_t i = current - std::min<size_t>(current, kRowsShown - 1); i <= current; ++i) {

@@ -55,10 +55,10 @@ TEST_F(Screens, TheScanShowsTheCategoriesOfTheSet) {
        "REP.DEVICE.SCREEN_SID_CARE_CCDEC_DIAGNOSE_REMOTE", all},
       {"feature product.device_sid=REP.DEVICE.PROJECTOR", "PJT_SID_CARE_DIAGNOSE_TV_REMOTE", withoutTuner}};
   Open();
-  CStartDC::Instance()->m_StartDC();
   for (const auto& each : cases) {
     SCOPED_TRACE(each.profile);
     Profile(each.profile);
+    CStartDC::Instance()->m_StartDC();
     for (int step = 0; step < 10; ++step) {
       SCOPED_TRACE(step);
       std::vector<std::string> expected;
@@ -74,6 +74,7 @@ TEST_F(Screens, TheScanShowsTheCategoriesOfTheSet) {
       ASSERT_GE(shown.size(), expected.size());
       EXPECT_EQ(std::vector(shown.end() - static_cast<long>(expected.size()), shown.end()), expected);
     }
+    CStartDC::Instance()->m_CleanObjects();
   }
 }
 
