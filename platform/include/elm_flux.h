@@ -97,9 +97,8 @@ void elm_flux_expand_set(Evas_Object* widget, bool expand);
 
 // ---- surfaces
 
-/// The application's background: the whole window, with the root layout as its content. `image` is a file or empty.
+/// The application's background: the whole window, with the root layout as its content.
 Evas_Object* elm_flux_bg_add(Evas_Object* window);
-void elm_flux_bg_image_set(Evas_Object* bg, const std::string& file);
 void elm_flux_bg_content_set(Evas_Object* bg, Evas_Object* root);
 /// Zooms the background and what it holds about its centre by `zoom`, then turns it about its centre by `degrees`
 /// clockwise (a multiple of 90), and keeps it so when the window moves or is resized.

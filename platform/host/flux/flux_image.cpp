@@ -115,7 +115,6 @@ class Image : public Widget {
     m_isTintReadable = readable;
     if (!m_file.empty()) Load(m_file);
   }
-  void SetFill() { m_fills = true; }
 
  private:
   static void OnDrawn(void* self, Evas*, void*) { static_cast<Image*>(self)->m_isWaitingToBeDrawn = false; }
@@ -201,7 +200,7 @@ class Image : public Widget {
     int shownWidth = width, shownHeight = height;
     if (fileWidth > 0 && fileHeight > 0 && !m_hasEdges) {
       const double across = static_cast<double>(width) / fileWidth, down = static_cast<double>(height) / fileHeight;
-      const double factor = m_fills ? std::max(across, down) : std::min(across, down);
+      const double factor = std::min(across, down);
       shownWidth = static_cast<int>(std::lround(fileWidth * factor));
       shownHeight = static_cast<int>(std::lround(fileHeight * factor));
     }
@@ -216,17 +215,12 @@ class Image : public Widget {
   std::optional<Colour> m_tint;
   bool m_isTintReadable = true;
   int m_drawingSide = 0;
-  bool m_fills = false;
   bool m_hasEdges = false;
   bool m_hasPixels = false;  // of a drawing
   bool m_isWaitingToBeDrawn = false;
 };
 
 }  // namespace
-
-void SetImageFill(Evas_Object* image) {
-  if (auto* self = Widget::Of<Image>(image, __func__)) self->SetFill();
-}
 
 void SetImageTint(Evas_Object* image, Colour colour) {
   if (auto* self = Widget::Of<Image>(image, __func__)) self->SetTint(colour, false);

@@ -6,8 +6,6 @@
 
 namespace flux {
 
-/// Has it fill its box, its edges cut off, instead of lying in it.
-void SetImageFill(Evas_Object* image);
 /// As elm_flux_image_tint_set(), but in exactly that colour.
 void SetImageTint(Evas_Object* image, Colour colour);
 

@@ -1,12 +1,10 @@
 #include "flux/flux_surface.h"
 
-#include <algorithm>
 #include <cmath>
 
 #include <Ecore_Evas.h>
 
 #include "dlog.h"
-#include "flux/flux_image.h"
 #include "flux/flux_layout.h"
 
 namespace flux {
@@ -62,20 +60,6 @@ class Background : public Widget {
   void Restyle() override {
     elm_object_scale_set(m_surface, ThemeScale() / elm_config_scale_get());
     elm_box_recalculate(Object());
-  }
-
-  void SetImage(const std::string& file) {
-    if (file.empty()) {
-      evas_object_del(elm_layout_content_unset(m_surface, "flux.swallow.image"));
-      return;
-    }
-    Evas_Object* image = elm_layout_content_get(m_surface, "flux.swallow.image");
-    if (!image) {
-      image = elm_flux_image_add(m_surface);
-      SetImageFill(image);
-      elm_layout_content_set(m_surface, "flux.swallow.image", image);
-    }
-    elm_flux_image_file_set(image, file);
   }
 
   void SetContent(Evas_Object* root) {
@@ -138,10 +122,6 @@ Evas_Object* elm_flux_bg_add(Evas_Object* window) {
   new flux::Background(box, window);
   elm_win_resize_object_add(window, box);
   return box;
-}
-
-void elm_flux_bg_image_set(Evas_Object* bg, const std::string& file) {
-  if (auto* self = flux::Widget::Of<flux::Background>(bg, __func__)) self->SetImage(file);
 }
 
 void elm_flux_bg_content_set(Evas_Object* bg, Evas_Object* root) {
