@@ -14,7 +14,7 @@ trap end_all EXIT
 start_display() {
   local number_file
   number_file=$(mktemp)
-  Xvfb -displayfd 3 -screen 0 "${size}x24" -nolisten tcp 3>"$number_file" >>"$log" 2>&1 &
+  Xvfb -displayfd 3 -screen 0 "${size}x24" -nolisten tcp -noreset 3>"$number_file" >>"$log" 2>&1 &
   helpers+=($!)
   await "a display" test -s "$number_file"
   DISPLAY=:$(cat "$number_file")

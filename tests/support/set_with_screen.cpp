@@ -129,7 +129,7 @@ Screen::Screen() {
     if (RunProcess({"sh", "-c", std::string("command -v ") + program}).exitCode != 0)
       throw std::runtime_error(std::string(program) + " is missing; scripts/setup installs it");
   m_server = std::make_unique<ChildProcess>(std::vector<std::string>{
-      "sh", "-c", "exec Xvfb -displayfd 1 -screen 0 1280x720x24 -nolisten tcp 2>" + SystemPath("/tmp/xvfb.log")});
+      "sh", "-c", "exec Xvfb -displayfd 1 -screen 0 1280x720x24 -nolisten tcp -noreset 2>" + SystemPath("/tmp/xvfb.log")});
   const auto display = m_server->ReadLine();
   if (!display) throw std::runtime_error("Xvfb does not start: " + Content(SystemPath("/tmp/xvfb.log")));
   setenv("DISPLAY", (":" + *display).c_str(), 1);
