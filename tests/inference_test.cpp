@@ -1,24 +1,16 @@
-// A run of the engine: collectors and their deadlines, histories, what is recorded, and how subscribers are answered.
+// A run of the engine: collectors and their deadlines, histories, and how subscribers are answered.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <mutex>
 #include <thread>
 
-#include "base/sqlite_handle.h"
 #include "set_paths.h"
-#include "system_path.h"
+#include "support/remaining_rows.h"
+#include "support/set_files.h"
 #include "trevlin/inference.h"
 #include "trevlin/rule_histories.h"
 #include "trevlin_engine.h"
@@ -51,7 +43,7 @@ class Fake : public Collector {
   std::chrono::milliseconds Deadline() const override { return m_deadline; }
   void Collect(const Machine&, Facts& facts) override {
     ++m_script->calls;
-    while (m_script->blocks) usleep(1000);
+    while (m_script->blocks) std::this_thread::sleep_for(1ms);
     facts[m_text] = m_script->value.load();
     ++m_script->ended;
     if (m_script->throws) throw std::runtime_error("out of order");
@@ -71,16 +63,8 @@ std::vector<std::unique_ptr<Collector>> Of(Collectors... collectors) {
   return all;
 }
 
-bool Comes(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + 10s;
-  while (!condition() && std::chrono::steady_clock::now() < end) usleep(1000);
-  return condition();
-}
-
 void WriteRules(const std::string& rules) {
-  const std::string path = SystemPath(set_paths::kRules);
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path) << "{\"version\": 1, \"rules\": [" << rules << "]}";
+  WriteFile(set_paths::kRules, "{\"version\": 1, \"rules\": [" + rules + "]}");
 }
 
 std::string RuleFor(int code, const std::string& fact, const std::string& more = "") {
@@ -88,6 +72,7 @@ std::string RuleFor(int code, const std::string& fact, const std::string& more =
          R"(", "is": "==", "value": 1})" + more + "}";
 }
 
+constexpr char kTime[] = "2024-03-07T09:05:00";
 constexpr char kSettingFact[] = "setting:db/test/trouble";
 constexpr char kSettingKey[] = "db/test/trouble";
 
@@ -97,39 +82,6 @@ std::string Decided(const Outcome& outcome) {
   for (const IssueTruth& issue : outcome.issues)
     text += (text.empty() ? "" : " ") + std::to_string(issue.issueCode) + (issue.isTrue ? "=T" : "=F");
   return text;
-}
-
-SqliteDb OpenInference() {
-  sqlite3* db = nullptr;
-  sqlite3_open(SystemPath(set_paths::kInferenceDb).c_str(), &db);
-  return SqliteDb(db);
-}
-
-/// The rows of an issue, "TIME TR", oldest first.
-std::vector<std::string> Rows(int code, const char* registered = "") {
-  Database database(Database::Access::kReadOnly);
-  std::vector<Transition> all;
-  database.AllTransitions(all);
-  std::vector<std::string> rows;
-  for (const Transition& each : all) {
-    if (each.issueCode != code) continue;
-    rows.push_back(each.time + " " + std::to_string(each.type));
-    if (*registered) {
-      EXPECT_EQ(each.registerTime, registered);
-    }
-  }
-  return rows;
-}
-
-int RecordTruth(int code, bool isTrue, const std::string& time, size_t keep = 100) {
-  Database database(Database::Access::kReadWrite);
-  std::vector<Transition> added;
-  return database.RecordTruths({{code, isTrue}}, time, keep, added);
-}
-
-std::string LogText() {
-  std::ifstream log(SystemPath(set_paths::kLogFile));
-  return {std::istreambuf_iterator<char>(log), {}};
 }
 
 TEST(CollectorPool, CutsOffWhatOverrunsAndDoesNotCallItTwice) {
@@ -202,23 +154,19 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   const auto script = std::make_shared<Script>(), late = std::make_shared<Script>();
   late->blocks = true;
   Inference inference(Of(Fake("a", script), Fake("late", late, 20ms)));
-  setenv("VEXILO_LOG_TARGET", "file", 1);
   ASSERT_TRUE(inference.HasRules());
   ASSERT_TRUE(inference.HasRules());
-  const std::string log = LogText();
-  const size_t line = log.find("rules.json:1:");
-  EXPECT_NE(log.find("unknown fact \"none\""), std::string::npos) << log;
-  EXPECT_EQ(log.find("rules.json:1:", line + 1), std::string::npos) << "said once";
-  Outcome outcome = inference.Run(10s);
+  EXPECT_EQ(Count(ReadFile(set_paths::kLogFile), "unknown fact \"none\""), 1u) << "said once";
+  const Outcome outcome = inference.Run(10s);
   EXPECT_EQ(Decided(outcome), "17=T 21=T");
   EXPECT_EQ(outcome.remaining, std::vector<int>{17}) << "an event is over";
-  EXPECT_EQ(Decided(inference.Recheck(21, 10s)), "");
   vconf_set_dbl(kSettingKey, 1);
   script->value = 2;
   EXPECT_EQ(Decided(inference.Run(10s)), "17=F 18=T 21=F");
   vconf_set_bool(kSettingKey, 1);
   EXPECT_EQ(Decided(inference.Run(10s)), "17=F 21=F");
   EXPECT_EQ(Decided(inference.Recheck(17, 10s)), "17=F");
+  EXPECT_EQ(Decided(inference.Recheck(21, 10s)), "");
   EXPECT_EQ(Decided(inference.Recheck(99, 10s)), "");
   late->blocks = false;
   fs::remove(SystemPath(set_paths::kRules));
@@ -240,14 +188,12 @@ TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
     histories[17].since -= 60;
   });
   EXPECT_EQ(run(), "17=T");
-  const std::string path = SystemPath(set_paths::kRuleHistories);
-  std::ifstream file(path);
-  std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::string text = ReadFile(set_paths::kRuleHistories);
   const size_t boot = text.find("\"boot\":\"") + 8;
   for (const std::string& other :
        {text.substr(0, boot) + "x" + text.substr(boot), std::string("no JSON"), std::string("[]"),
-        std::string(R"({"boot":)" + text.substr(boot - 1, 38) + R"(,"issues":{"17":{"since":"x"}}})")}) {
-    std::ofstream(path) << other;
+        R"({"boot":)" + text.substr(boot - 1, 38) + R"(,"issues":{"17":{"since":"x"}}})"}) {
+    WriteFile(set_paths::kRuleHistories, other);
     EXPECT_EQ(run(), "") << other;
   }
   vconf_set_int(kSettingKey, 0);
@@ -255,156 +201,93 @@ TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
   ChangeHistories([](Histories& histories) { EXPECT_TRUE(histories.empty()); });
 }
 
-TEST(Recording, AddsARowWhereTheTruthIsAnotherAndAlwaysALaterOne) {
-  struct Case {
-    const char* name;
-    std::vector<std::pair<int, const char*>> before;
-    bool truth;
-    const char* added;
-  };
-  const Case cases[] = {
-      {"no row, false", {}, false, ""},
-      {"no row, true", {}, true, "2024-06-01T12:00:00 1"},
-      {"the same", {{1, "2024-03-07T09:05:00"}}, true, ""},
-      {"another", {{1, "2024-03-07T09:05:00"}}, false, "2024-06-01T12:00:00 0"},
-      {"the newest counts", {{1, "2024-03-07T09:05:00"}, {0, "2024-03-06T00:00:00"}}, true, ""},
-      {"of equal times true", {{1, "2024-03-07T09:05:00"}, {0, "2024-03-07T09:05:00"}}, true, ""},
-      {"the same second", {{1, "2024-06-01T12:00:00"}}, false, "2024-06-01T12:00:01 0"},
-      {"a clock that went back", {{1, "2024-12-31T23:59:59"}}, false, "2025-01-01T00:00:00 0"},
-  };
-  int code = 1;
-  for (const Case& each : cases) {
-    ++code;
-    std::vector<std::string> rows;
-    Database database(Database::Access::kReadWrite);
-    for (const auto& [type, time] : each.before) {
-      ASSERT_EQ(database.AddTransition({.time = time, .issueCode = code, .type = type}), TREVLIN_OK);
-    }
-    const size_t before = Rows(code).size();
-    for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(RecordTruth(code, each.truth, "2024-06-01T12:00:00"), TREVLIN_OK);
-    rows = Rows(code, each.before.empty() ? "" : each.before[0].second);
-    EXPECT_EQ(rows.size() - before, *each.added ? 1u : 0u) << each.name;
-    if (*each.added) {
-      EXPECT_EQ(rows.back(), each.added) << each.name;
-    }
-  }
-}
-
-TEST(Recording, KeepsTheNewestRowsOfEachIssueItAddsTo) {
-  Database database(Database::Access::kReadWrite);
-  for (const int code : {17, 18})
-    for (int day = 1; day <= 9; ++day)
-      database.AddTransition(
-          {.time = "2024-03-0" + std::to_string(day) + "T00:00:00", .issueCode = code, .type = day % 2});
-  EXPECT_EQ(RecordTruth(17, false, "2024-06-01T12:00:00", 3), TREVLIN_OK);
-  EXPECT_EQ(Rows(17, "2024-03-01T00:00:00"),
-            (std::vector<std::string>{"2024-03-08T00:00:00 0", "2024-03-09T00:00:00 1", "2024-06-01T12:00:00 0"}));
-  EXPECT_EQ(Rows(18).size(), 9u);
-}
-
-TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
-  const struct {
-    const char* name;
-    std::chrono::seconds found, applied;  // from now
-    int isApply, expected;
-  } cases[] = {
-      {"found and applied long ago", -600s, -300s, 1, 0},
-      {"applied just now", -600s, -60s, 1, 1},
-      {"found anew since", -200s, -300s, 1, 1},
-      {"declined", -600s, -300s, 0, 0},
-  };
-  int code = 1;
-  for (const auto& each : cases) {
-    Database database(Database::Access::kReadWrite);
-    const std::string applied = CurrentTime(each.applied);
-    ASSERT_EQ(RecordTruth(++code, true, CurrentTime(each.found)), TREVLIN_OK);
-    ASSERT_EQ(database.AddSolution({code, 1001, 2, each.isApply, applied}), TREVLIN_OK);
-    std::vector<Transition> changes;
-    ASSERT_EQ(RecordOutcome(database, {.issues = {{code, true}}, .remaining = {code}}, changes), TREVLIN_OK);
-    _DTSolDBRecord newest;
-    ASSERT_EQ(database.NewestSolution(code, newest), TREVLIN_OK);
-    EXPECT_EQ(newest.isApply, each.expected) << each.name;
-    EXPECT_EQ(newest.registerTime > applied, each.isApply != each.expected) << each.name;
-  }
-}
-
-TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
-  ASSERT_EQ(RecordTruth(17, true, "2024-03-07T09:05:00"), TREVLIN_OK);
-  std::vector<pid_t> children;
-  for (int i = 0; i < 8; ++i) {
-    children.push_back(fork());
-    if (children.back() != 0) continue;
-    int result = TREVLIN_OK;
-    for (int turn = 0; turn < 10 && result == TREVLIN_OK; ++turn) {
-      // All children have the same times.
-      result = RecordTruth(17, turn % 2 == 1, "2024-06-01T12:00:0" + std::to_string(turn));
-      for (int code = 100; code < 140; ++code) result |= RecordTruth(code, true, "2024-06-01T12:00:00");
-    }
-    _exit(result);
-  }
-  for (const pid_t child : children) {
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
-  for (int code = 100; code < 140; ++code) EXPECT_EQ(Rows(code).size(), 1u) << code;
-  std::string previous;
-  for (const std::string& row : Rows(17)) {
-    EXPECT_NE(row.back(), previous.empty() ? '0' : previous.back()) << row;
-    previous = row;
-  }
-}
-
-TEST(Recording, ThatFailsLeavesTheDatabaseAsItWas) {
-  ASSERT_EQ(RecordTruth(17, true, "2024-03-07T09:05:00"), TREVLIN_OK);
-  const auto before = Rows(17);
-  const pid_t child = fork();
-  if (child == 0) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    const rlim_t size = fs::file_size(SystemPath(set_paths::kInferenceDb));
-    const rlimit limit{size, size};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    Database database(Database::Access::kReadWrite);
-    std::vector<IssueTruth> many = {{17, false}};
-    for (int code = 100; code < 1000; ++code) many.push_back({code, true});
-    std::vector<Transition> added(1);
-    const bool failed = database.RecordTruths(many, "2024-06-01T12:00:00", 100, added) == TREVLIN_ERROR_DATABASE;
-    _exit(failed && added.empty() && !database.LastError().empty() ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(Rows(17), before);
-  EXPECT_TRUE(Rows(100).empty());
-}
-
-/// What the last callback found of issue 17; a callback is a plain function.
-struct Answers {
-  std::mutex mutex;
-  std::condition_variable changed;
-  int count = 0;
+/// What the callbacks saw. A callback is a plain function, so there is one for all.
+struct Answer {
+  unsigned int number = 0;
+  std::thread::id thread;
   int result = -1;
-  bool isTrue = false;
+  bool isTrue = false;  // of issue 17
 };
-Answers g_answers;
+std::mutex g_mutex;
+std::condition_variable g_answered;
+std::vector<Answer> g_answers;
 
-void Ask(unsigned int, DTSignalData) {
+void Ask(unsigned int number, DTSignalData) {
   std::vector<_DTInfDBRecord> trues, falses;
-  const int result = GetInferenceDB(17, 1, &trues);
+  Answer answer{number, std::this_thread::get_id(), GetInferenceDB(17, 1, &trues)};
   GetInferenceDB(17, 0, &falses);
-  const std::lock_guard lock(g_answers.mutex);
-  g_answers.result = result;
-  g_answers.isTrue = !trues.empty() && (falses.empty() || falses[0].lastUpdateTime <= trues[0].lastUpdateTime);
-  ++g_answers.count;
-  g_answers.changed.notify_all();
+  answer.isTrue = !trues.empty() && (falses.empty() || falses[0].lastUpdateTime <= trues[0].lastUpdateTime);
+  const std::lock_guard lock(g_mutex);
+  g_answers.push_back(answer);
+  g_answered.notify_all();
+}
+
+void Subscribe(InferenceCallback callback = Ask) {
+  EXPECT_EQ(InferenceSubscribeOnce(10000000, callback), 0);
+}
+
+/// Waits for so many answers in all, and returns them.
+std::vector<Answer> Answers(size_t count) {
+  std::unique_lock lock(g_mutex);
+  EXPECT_TRUE(g_answered.wait_for(lock, 60s, [count] { return g_answers.size() >= count; })) << g_answers.size();
+  return g_answers;
 }
 
 /// Subscribes, and waits for the answer.
-bool Answered(std::chrono::seconds limit = 10s) {
-  std::unique_lock lock(g_answers.mutex);
-  const int before = g_answers.count;
-  EXPECT_EQ(InferenceSubscribeOnce(10000000, Ask), 0);
-  return g_answers.changed.wait_for(lock, limit, [&] { return g_answers.count > before; });
+Answer NextAnswer() {
+  static size_t count = 0;
+  Subscribe();
+  return Answers(++count).back();
+}
+
+std::vector<Transition> RowsOf(int code) {
+  std::vector<Transition> all;
+  Database(Database::Access::kReadOnly).AllTransitions(all);
+  std::erase_if(all, [code](const Transition& each) { return each.issueCode != code; });
+  return all;
+}
+
+void Record(int code, int type) {
+  ASSERT_EQ(Database(Database::Access::kReadWrite).AddTransition({.time = kTime, .issueCode = code, .type = type}),
+            TREVLIN_OK);
+}
+
+TEST(Engine, AnswersEverySubscriptionOnceInOrderOnItsOneThreadAndQueriesMeanwhile) {
+  Record(17, 1);
+  EXPECT_EQ(InferenceSubscribeOnce(1, Ask), -1);
+  EXPECT_EQ(RecheckIssue(17), -1);
+  EXPECT_EQ(SetSolutionDB({17, 1, 5, 1, kTime}), TREVLIN_ERROR_INVALID) << "there is no engine yet";
+  ASSERT_EQ(CreateAPIInstance(), 0);
+  constexpr size_t kAll = 43;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([i] {
+      std::vector<_DTInfDBRecord> found;
+      _DTSolDBRecord solution;
+      for (int n = 0; n < 10; ++n) {
+        Subscribe();
+        EXPECT_EQ(GetInferenceDB(17, 1, &found), TREVLIN_OK);
+        EXPECT_EQ(SetSolutionDB({17, i, 5, 1, kTime}), TREVLIN_OK);
+        EXPECT_EQ(GetSolutionDB(17, &solution), TREVLIN_OK);
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  Subscribe([](unsigned int number, DTSignalData data) {
+    Subscribe();
+    // The database is free during a callback, for other threads too.
+    std::thread([] { EXPECT_EQ(SetSolutionDB({17, 9, 5, 1, kTime}), TREVLIN_OK); }).join();
+    Ask(number, data);
+  });
+  Answers(kAll - 1);
+  Subscribe();  // a call too many would come before it
+  const std::vector<Answer> answers = Answers(kAll);
+  ASSERT_EQ(answers.size(), kAll);
+  for (size_t i = 0; i < kAll; ++i) {
+    EXPECT_EQ(answers[i].number, i + 1);
+    EXPECT_EQ(answers[i].thread, answers[0].thread);
+    EXPECT_EQ(answers[i].result, TREVLIN_OK);
+  }
+  EXPECT_NE(answers[0].thread, std::this_thread::get_id());
 }
 
 TEST(Engine, InfersBeforeItAnswers) {
@@ -412,57 +295,49 @@ TEST(Engine, InfersBeforeItAnswers) {
   ASSERT_EQ(CreateAPIInstance(), 0);
   for (const bool trouble : {false, true, true, false, true}) {
     vconf_set_int(kSettingKey, trouble);
-    ASSERT_TRUE(Answered());
-    EXPECT_EQ(g_answers.isTrue, trouble);
+    EXPECT_EQ(NextAnswer().isTrue, trouble);
   }
-  EXPECT_EQ(Rows(17).size(), 3u);
+  EXPECT_EQ(RowsOf(17).size(), 3u);
 }
 
 TEST(Engine, AnswersInTimeWithoutADatabase) {
   WriteRules(RuleFor(17, kSettingFact));
   vconf_set_int(kSettingKey, 1);
-  ASSERT_EQ(RecordTruth(17, false, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(RecordTruth(18, true, "2024-03-07T09:05:00"), TREVLIN_OK);
+  Record(17, 0);
+  Record(18, 1);
   ASSERT_EQ(CreateAPIInstance(), 0);
   {
     // One that only reads lets queries through, and no transition.
-    const SqliteDb reader = OpenInference();
-    ASSERT_EQ(sqlite3_exec(reader.get(), "BEGIN; SELECT * FROM inferenceTBL", nullptr, nullptr, nullptr), SQLITE_OK);
-    ASSERT_TRUE(Answered());
-    EXPECT_EQ(g_answers.result, TREVLIN_NO_MATCH);
+    const SqliteDb reader = OpenDatabase(set_paths::kInferenceDb);
+    Execute(reader.get(), "BEGIN; SELECT * FROM inferenceTBL");
+    EXPECT_EQ(NextAnswer().result, TREVLIN_NO_MATCH);
+    Execute(reader.get(), "COMMIT");
     // The engine holds its state until the callback has returned.
-    ASSERT_TRUE(Comes([&] {
-      return sqlite3_exec(reader.get(), "COMMIT; BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK ||
-             sqlite3_exec(reader.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK;
-    }));
-    ASSERT_TRUE(Answered());
-    EXPECT_EQ(g_answers.result, TREVLIN_ERROR_DATABASE);
+    ASSERT_TRUE(
+        Comes([&] { return sqlite3_exec(reader.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK; }));
+    EXPECT_EQ(NextAnswer().result, TREVLIN_ERROR_DATABASE);
   }
-  ASSERT_TRUE(Answered());
-  EXPECT_TRUE(g_answers.isTrue);
+  EXPECT_TRUE(NextAnswer().isTrue);
   fs::remove(SystemPath(set_paths::kInferenceDb));
-  std::ofstream(SystemPath(set_paths::kInferenceDb)) << std::string(5000, 'x');
-  ASSERT_TRUE(Answered());
-  EXPECT_EQ(g_answers.result, TREVLIN_ERROR_DATABASE);
+  WriteFile(set_paths::kInferenceDb, std::string(5000, 'x'));
+  EXPECT_EQ(NextAnswer().result, TREVLIN_ERROR_DATABASE);
 }
 
 TEST(Engine, LooksAgainAfterASolution) {
   WriteRules(RuleFor(17, kSettingFact, ", \"for\": {\"runs\": 3}"));
-  EXPECT_EQ(RecheckIssue(17), -1);
   ASSERT_EQ(CreateAPIInstance(), 0);
-  EXPECT_EQ(RecheckIssue(0), -1);
   vconf_set_int("db/trevlin/recheck_delay", 0);
   vconf_set_int(kSettingKey, 1);
-  ASSERT_EQ(RecordTruth(17, true, "2024-03-07T09:05:00"), TREVLIN_OK);
+  Record(17, 1);
   ASSERT_EQ(SetSolutionDB({17, 1001, 2, 1, CurrentTime()}), TREVLIN_OK);
   _DTSolDBRecord solution;
   ASSERT_EQ(RecheckIssue(17), 0);
   EXPECT_TRUE(Comes([&] { return GetSolutionDB(17, &solution) == TREVLIN_OK && solution.isApply == 0; }));
   EXPECT_EQ(solution.solutionCode, 1001);
-  EXPECT_EQ(Rows(17).size(), 1u);
+  EXPECT_EQ(RowsOf(17).size(), 1u);
   vconf_set_int(kSettingKey, 0);
   ASSERT_EQ(RecheckIssue(17), 0);
-  EXPECT_TRUE(Comes([] { return Rows(17).size() == 2 && Rows(17).back().back() == '0'; }));
+  EXPECT_TRUE(Comes([] { return RowsOf(17).size() == 2 && RowsOf(17).back().type == 0; }));
 }
 
 }  // namespace

@@ -1,52 +1,45 @@
-// The diagnosis engine: its databases, and how it answers subscriptions.
+// The diagnosis engine's databases: what is kept, and what becomes of damage, locks and two writers at once.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <mutex>
-#include <set>
-#include <thread>
+#include <csignal>
 
-#include "base/sqlite_handle.h"
 #include "set_paths.h"
-#include "system_path.h"
+#include "support/remaining_rows.h"
+#include "support/set_files.h"
+#include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
-#include "trevlin_engine.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using trevlin::Database;
+using namespace trevlin;
+using testing::ElementsAre;
+using testing::HasSubstr;
 
+using Access = Database::Access;
+using Texts = std::vector<std::string>;
+
+constexpr char kTime[] = "2024-03-07T09:05:00";
 const std::string kInference = SystemPath(set_paths::kInferenceDb);
-const std::string kSolution = SystemPath(set_paths::kSolutionDb);
+const fs::path kFolder = fs::path(kInference).parent_path();
 
-SqliteDb OpenPlainly(const std::string& path) {
-  sqlite3* db = nullptr;
-  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  return SqliteDb(db);
-}
-
-int Execute(const std::string& path, const std::string& sql) {
-  return sqlite3_exec(OpenPlainly(path).get(), sql.c_str(), nullptr, nullptr, nullptr);
+int Change(const char* path, const std::string& sql) {
+  return sqlite3_exec(OpenDatabase(path).get(), sql.c_str(), nullptr, nullptr, nullptr);
 }
 
 /// The rows of a query, their columns joined by "|".
-std::vector<std::string> Rows(const std::string& path, const char* sql) {
-  const SqliteDb db = OpenPlainly(path);
-  const SqliteStatement statement = PrepareStatement(db.get(), sql);
-  std::vector<std::string> rows;
+Texts Rows(const char* path, const std::string& sql) {
+  const SqliteDb db = OpenDatabase(path);
+  const SqliteStatement statement = PrepareStatement(db.get(), sql.c_str());
+  Texts rows;
   while (statement && sqlite3_step(statement.get()) == SQLITE_ROW) {
     std::string& row = rows.emplace_back();
     for (int i = 0; i < sqlite3_column_count(statement.get()); ++i)
@@ -55,202 +48,120 @@ std::vector<std::string> Rows(const std::string& path, const char* sql) {
   return rows;
 }
 
-std::string Bytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+/// The transitions of an issue, "TIME|TYPE", oldest first.
+Texts RowsOf(int code) {
+  return Rows(set_paths::kInferenceDb, "SELECT lastUpdatedTime, TR FROM inferenceTBL WHERE issueCode = '" +
+                                           std::to_string(code) + "' ORDER BY lastUpdatedTime, rowid");
 }
 
-void WriteBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
+int Record(int code, int type, const std::string& time = kTime) {
+  return Database(Access::kReadWrite).AddTransition({.time = time, .issueCode = code, .type = type});
 }
 
-int Record(int code, int type, const std::string& time) {
-  return Database(Database::Access::kReadWrite).AddTransition({.time = time, .issueCode = code, .type = type});
+int RecordTruth(int code, bool isTrue, const std::string& time, size_t keep = 100) {
+  std::vector<Transition> added;
+  return Database(Access::kReadWrite).RecordTruths({{code, isTrue}}, time, keep, added);
 }
 
-/// A database with more pages than a truncated one keeps.
-void MakeLargeDatabase() {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(Execute(kInference,
-                    "INSERT INTO inferenceTBL WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT "
-                    "5000) SELECT '', '2024-01-01T00:00:00', i, 1, 0 FROM n"),
-            SQLITE_OK);
+/// What a query for issue 17 gives.
+int Ask(Database& database) {
+  std::vector<_DTInfDBRecord> found(1);
+  const int result = database.Transitions(17, 1, found);
+  EXPECT_EQ(found.empty(), result != TREVLIN_OK);
+  return result;
 }
 
-/// Another process that has a database locked until it is told to let go, or for a time.
-class OtherProcess {
- public:
-  explicit OtherProcess(const std::string& path, std::chrono::milliseconds holdFor = 1h) {
-    EXPECT_EQ(pipe(m_ready), 0);
-    EXPECT_EQ(pipe(m_end), 0);
-    m_pid = fork();
-    if (m_pid == 0) Hold(path, holdFor);
-    char byte = 0;
-    EXPECT_EQ(read(m_ready[0], &byte, 1), 1);
-  }
-  ~OtherProcess() { LetGo(); }
-
-  void LetGo() {
-    if (m_pid <= 0) return;
-    EXPECT_EQ(write(m_end[1], "x", 1), 1);
-    waitpid(m_pid, nullptr, 0);
-    m_pid = 0;
-  }
-
- private:
-  [[noreturn]] void Hold(const std::string& path, std::chrono::milliseconds holdFor) {
-    sqlite3* db = nullptr;
-    if (sqlite3_open(path.c_str(), &db) != SQLITE_OK ||
-        sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) != SQLITE_OK)
-      _exit(1);
-    if (write(m_ready[1], "x", 1) != 1) _exit(1);
-    if (holdFor < 1h) {
-      std::this_thread::sleep_for(holdFor);
-      sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
-    }
-    char byte = 0;
-    _exit(read(m_end[0], &byte, 1) == 1 ? 0 : 1);
-  }
-
-  int m_ready[2];
-  int m_end[2];
-  pid_t m_pid = 0;
-};
-
-/// Runs `check` in a process that permissions hold for.
-void Unprivileged(const std::function<void()>& check) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (geteuid() == 0 && setuid(65534) != 0) _exit(2);
-    check();
-    _exit(testing::Test::HasFailure());
-  }
-  int status = 0;
+int ExitCodeOf(pid_t child) {
+  int status = -1;
   waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-}
-
-size_t LogLinesAboutInference(const std::string& reason) {
-  const std::string text = set_paths::kInferenceDb + (": " + reason);
-  std::ifstream log(SystemPath(set_paths::kLogFile));
-  size_t count = 0;
-  for (std::string line; std::getline(log, line);) count += line.find(text) != std::string::npos;
-  return count;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 TEST(TrevlinTime, OnlyRealTimesOfTheOneShapeAreTimes) {
-  EXPECT_TRUE(trevlin::IsTime(trevlin::CurrentTime()));
-  for (const char* good : {"2024-03-07T09:05:00", "2024-02-29T23:59:59", "2000-02-29T00:00:00", "9999-12-31T00:00:00"})
-    EXPECT_TRUE(trevlin::IsTime(good)) << good;
+  EXPECT_TRUE(IsTime(CurrentTime()));
+  for (const char* good : {kTime, "2024-02-29T23:59:59", "2000-02-29T00:00:00", "9999-12-31T00:00:00"})
+    EXPECT_TRUE(IsTime(good)) << good;
   for (const char* bad :
-       {"", "2024-03-07", "2024-03-07 09:05:00", "2024-3-07T09:05:00", "2024-03-07T09:05:00Z", "2024-03-07T9:05:00",
-        "2023-02-29T00:00:00", "1900-02-29T00:00:00", "2024-04-31T00:00:00", "2024-00-10T00:00:00",
-        "2024-13-10T00:00:00", "2024-01-00T00:00:00", "2024-01-01T24:00:00", "2024-01-01T00:60:00",
-        "2024-01-01T00:00:60", "+024-01-01T00:00:00", "2024-01-01T 0:00:00", "2024-01-01T00:00:-1"})
-    EXPECT_FALSE(trevlin::IsTime(bad)) << bad;
+       {"", "2024-03-07", "2024-03-07 09:05:00", "2024-03-07T09:05:00Z", "2023-02-29T00:00:00", "1900-02-29T00:00:00",
+        "2024-00-10T00:00:00", "2024-13-10T00:00:00", "2024-01-00T00:00:00", "2024-01-01T24:00:00",
+        "2024-01-01T00:60:00", "2024-01-01T00:00:60", "+024-01-01T00:00:00", "2024-01-01T00:00:-1"})
+    EXPECT_FALSE(IsTime(bad)) << bad;
 }
 
-TEST(TrevlinDatabase, TransitionsAreOfTheIssueAndTypeNewestFirst) {
-  for (const char* time : {"2024-03-07T09:05:00", "2024-03-09T00:00:00", "2023-12-31T23:59:59"})
+TEST(TrevlinDatabase, RowsAreOfTheIssueAndTypeNewestFirst) {
+  for (const char* time : {kTime, "2024-03-09T00:00:00", "2023-12-31T23:59:59"})
     ASSERT_EQ(Record(17, 1, time), TREVLIN_OK);
   ASSERT_EQ(Record(17, 0, "2024-03-08T00:00:00"), TREVLIN_OK);
   ASSERT_EQ(Record(170, 1, "2025-01-01T00:00:00"), TREVLIN_OK);
-  for (const auto access : {Database::Access::kReadOnly, Database::Access::kReadWrite}) {
+  Database writer(Access::kReadWrite);
+  for (const auto& [solution, time] : {std::pair(1, kTime), std::pair(2, "2024-03-09T00:00:00"),
+                                       std::pair(3, "2024-03-09T00:00:00"), std::pair(4, "2024-03-08T00:00:00")})
+    ASSERT_EQ(writer.AddSolution({17, solution, 5, solution % 2, time}), TREVLIN_OK);
+  for (const auto access : {Access::kReadOnly, Access::kReadWrite}) {
     Database database(access);
-    std::vector<_DTInfDBRecord> found(3);
+    std::vector<_DTInfDBRecord> found(4);
     ASSERT_EQ(database.Transitions(17, 1, found), TREVLIN_OK);
-    ASSERT_EQ(found.size(), 3u);
-    EXPECT_EQ(found[0].lastUpdateTime, "2024-03-09T00:00:00");
-    EXPECT_EQ(found[1].lastUpdateTime, "2024-03-07T09:05:00");
-    EXPECT_EQ(found[2].lastUpdateTime, "2023-12-31T23:59:59");
+    Texts times;
+    for (const _DTInfDBRecord& each : found) times.push_back(each.lastUpdateTime);
+    EXPECT_THAT(times, ElementsAre("2024-03-09T00:00:00", kTime, "2023-12-31T23:59:59"));
     EXPECT_EQ(found[0].issueCode, 17);
     EXPECT_EQ(found[0].transitionType, 1);
-    EXPECT_EQ(found[0].status, 0);
-    EXPECT_EQ(found[0].detail, "");
     EXPECT_EQ(database.Transitions(1, 1, found), TREVLIN_NO_MATCH);
     EXPECT_TRUE(found.empty());
-    EXPECT_EQ(database.Transitions(-17, 0, found), TREVLIN_NO_MATCH);
+    _DTSolDBRecord newest;
+    ASSERT_EQ(database.NewestSolution(17, newest), TREVLIN_OK);
+    EXPECT_EQ(database.NewestSolution(18, newest), TREVLIN_NO_MATCH);
+    EXPECT_EQ(newest.solutionCode, 3) << "of equal times the last";
+    EXPECT_EQ(newest.type, 5);
+    EXPECT_EQ(newest.isApply, 1);
   }
-}
-
-TEST(TrevlinDatabase, TheNewestSolutionIsTheLastOfEqualTimes) {
-  Database database(Database::Access::kReadWrite);
-  for (const auto& [solution, time] : {std::pair(1, "2024-03-07T09:05:00"), std::pair(2, "2024-03-09T00:00:00"),
-                                       std::pair(3, "2024-03-09T00:00:00"), std::pair(4, "2024-03-08T00:00:00")})
-    ASSERT_EQ(database.AddSolution({17, solution, 5, solution % 2, time}), TREVLIN_OK);
-  _DTSolDBRecord found;
-  ASSERT_EQ(database.NewestSolution(17, found), TREVLIN_OK);
-  EXPECT_EQ(found.solutionCode, 3);
-  EXPECT_EQ(found.type, 5);
-  EXPECT_EQ(found.isApply, 1);
-  EXPECT_EQ(database.NewestSolution(18, found), TREVLIN_NO_MATCH);
-  EXPECT_EQ(found.solutionCode, 3);
-  std::vector<_DTSolDBRecord> all;
-  ASSERT_EQ(database.AllSolutions(all), TREVLIN_OK);
-  EXPECT_EQ(std::vector({all[0].solutionCode, all[1].solutionCode, all[2].solutionCode, all[3].solutionCode}),
-            std::vector({1, 4, 2, 3}));
-}
-
-TEST(TrevlinDatabase, RowsThatMakeNoSenseAreRefusedAndNothingIsMade) {
-  Database database(Database::Access::kReadWrite);
-  const trevlin::Transition good{"", "2024-03-07T09:05:00", 17, 1, 0};
-  for (int field = 0; field < 4; ++field) {
-    trevlin::Transition bad = good;
-    if (field == 0) bad.issueCode = 0;
-    if (field == 1) bad.type = 2;
-    if (field == 2) bad.time = "yesterday";
-    if (field == 3) bad.registerTime = "yesterday";
-    EXPECT_EQ(database.AddTransition(bad), TREVLIN_ERROR_INVALID) << field;
-  }
-  EXPECT_EQ(database.AddSolution({0, 1, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(database.AddSolution({17, 1, 5, 1, ""}), TREVLIN_ERROR_INVALID);
-  EXPECT_FALSE(fs::exists(kInference) || fs::exists(kSolution));
+  EXPECT_EQ(Rows(set_paths::kInferenceDb,
+                 "SELECT *, typeof(issueCode), typeof(TR) FROM inferenceTBL WHERE lastUpdatedTime > '2024-03-08'"),
+            (Texts{"2024-03-07T09:05:00|2024-03-09T00:00:00|17|1|0|text|integer",
+                   "2024-03-07T09:05:00|2024-03-08T00:00:00|17|0|0|text|integer",
+                   "2025-01-01T00:00:00|2025-01-01T00:00:00|170|1|0|text|integer"}))
+      << "the first register time stays";
+  // A second step would be a sort.
+  for (const auto& [path, sql, index] :
+       {std::tuple(set_paths::kInferenceDb, kSelectTransitions, "USING COVERING INDEX inferenceIDX"),
+        std::tuple(set_paths::kSolutionDb, kSelectNewestSolution, "USING INDEX solutionIDX")})
+    EXPECT_THAT(Rows(path, std::string("EXPLAIN QUERY PLAN ") + sql), ElementsAre(HasSubstr(index)));
 }
 
 TEST(TrevlinDatabase, ReadWriteMakesTheTablesOthersReadAndReadOnlyMakesNothing) {
-  std::vector<_DTInfDBRecord> found;
   _DTSolDBRecord solution;
-  Database reader(Database::Access::kReadOnly);
-  EXPECT_EQ(reader.Transitions(17, 1, found), TREVLIN_NO_MATCH);
+  Database reader(Access::kReadOnly), writer(Access::kReadWrite);
+  EXPECT_EQ(Ask(reader), TREVLIN_NO_MATCH);
   EXPECT_EQ(reader.NewestSolution(17, solution), TREVLIN_NO_MATCH);
-  EXPECT_TRUE(fs::is_empty(fs::path(kInference).parent_path()));
+  for (const Transition& bad : {Transition{"", kTime, 0, 1, 0}, Transition{"", kTime, 17, 2, 0},
+                                Transition{"", "yesterday", 17, 1, 0}, Transition{"yesterday", kTime, 17, 1, 0}})
+    EXPECT_EQ(writer.AddTransition(bad), TREVLIN_ERROR_INVALID) << bad.issueCode << bad.type << bad.time;
+  EXPECT_EQ(writer.AddSolution({0, 1, 5, 1, kTime}), TREVLIN_ERROR_INVALID);
+  EXPECT_EQ(writer.AddSolution({17, 1, 5, 1, ""}), TREVLIN_ERROR_INVALID);
+  EXPECT_TRUE(fs::is_empty(kFolder));
 
-  WriteBytes(kInference, "");
-  EXPECT_EQ(reader.Transitions(17, 1, found), TREVLIN_NO_MATCH);
+  WriteFile(set_paths::kInferenceDb, "");
+  EXPECT_EQ(Ask(reader), TREVLIN_NO_MATCH);
   EXPECT_EQ(fs::file_size(kInference), 0u);
-
-  Database database(Database::Access::kReadWrite);
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_NO_MATCH);
-  EXPECT_EQ(database.NewestSolution(17, solution), TREVLIN_NO_MATCH);
+  EXPECT_EQ(Ask(writer), TREVLIN_NO_MATCH);
+  EXPECT_EQ(writer.NewestSolution(17, solution), TREVLIN_NO_MATCH);
   const char* schema = "SELECT sql FROM sqlite_master WHERE type = 'table'";
-  EXPECT_EQ(Rows(kInference, schema),
-            std::vector<std::string>{"CREATE TABLE inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, issueCode "
-                                     "TEXT, TR INTEGER, solutionCode INTEGER)"});
-  EXPECT_EQ(Rows(kSolution, schema),
-            std::vector<std::string>{"CREATE TABLE solutionTBL(registerTime TEXT, issueCode TEXT, solutionCode TEXT, "
-                                     "type TEXT, isApply INTEFER)"});
+  EXPECT_THAT(Rows(set_paths::kInferenceDb, schema),
+              ElementsAre("CREATE TABLE inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, issueCode "
+                          "TEXT, TR INTEGER, solutionCode INTEGER)"));
+  EXPECT_THAT(Rows(set_paths::kSolutionDb, schema),
+              ElementsAre("CREATE TABLE solutionTBL(registerTime TEXT, issueCode TEXT, solutionCode TEXT, "
+                          "type TEXT, isApply INTEFER)"));
 }
 
-TEST(TrevlinDatabase, RowsHoldTheValuesAndTheFirstRegisterTime) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(Record(18, 1, "2024-03-07T10:00:00"), TREVLIN_OK);
-  ASSERT_EQ(Record(17, 0, "2024-03-08T00:00:00"), TREVLIN_OK);
-  EXPECT_EQ(Rows(kInference, "SELECT *, typeof(issueCode), typeof(TR) FROM inferenceTBL"),
-            (std::vector<std::string>{"2024-03-07T09:05:00|2024-03-07T09:05:00|17|1|0|text|integer",
-                                      "2024-03-07T10:00:00|2024-03-07T10:00:00|18|1|0|text|integer",
-                                      "2024-03-07T09:05:00|2024-03-08T00:00:00|17|0|0|text|integer"}));
-}
-
-TEST(TrevlinDatabase, QueriesOfADiagnosisAreAnsweredFromTheIndexAlone) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(Database(Database::Access::kReadWrite).AddSolution({17, 1, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_OK);
-  for (const auto& [path, sql, index] :
-       {std::tuple(kInference, trevlin::kSelectTransitions, "USING COVERING INDEX inferenceIDX"),
-        std::tuple(kSolution, trevlin::kSelectNewestSolution, "USING INDEX solutionIDX")}) {
-    const auto plan = Rows(path, (std::string("EXPLAIN QUERY PLAN ") + sql).c_str());
-    ASSERT_EQ(plan.size(), 1u) << "a second step would be a sort";
-    EXPECT_NE(plan[0].find(index), std::string::npos) << plan[0];
-  }
+/// A database with more pages than are kept of it.
+void Truncate(size_t size) {
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+  ASSERT_EQ(Change(set_paths::kInferenceDb,
+                   "INSERT INTO inferenceTBL WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT "
+                   "5000) SELECT '', '2024-01-01T00:00:00', i, 1, 0 FROM n"),
+            SQLITE_OK);
+  fs::resize_file(kInference, size);
 }
 
 struct Broken {
@@ -259,246 +170,185 @@ struct Broken {
   void (*make)();
 };
 
-const Broken kBroken[] = {
-    {"text", "cannot be read: file is not a database", [] { WriteBytes(kInference, std::string(5000, 'x')); }},
-    {"three bytes", "cannot be read: file is not a database", [] { WriteBytes(kInference, "abc"); }},
-    {"truncated within the header", "cannot be read: database disk image is malformed",
-     [] {
-       MakeLargeDatabase();
-       fs::resize_file(kInference, 60);
-     }},
-    {"truncated within a page", "cannot be read: database disk image is malformed",
-     [] {
-       MakeLargeDatabase();
-       fs::resize_file(kInference, 9000);
-     }},
-    {"truncated between pages", "cannot be read: database disk image is malformed",
-     [] {
-       MakeLargeDatabase();
-       fs::resize_file(kInference, 8192);
-     }},
-    {"another schema", "cannot be read: no such column",
-     [] { ASSERT_EQ(Execute(kInference, "CREATE TABLE inferenceTBL(issueCode TEXT, TR TEXT)"), SQLITE_OK); }},
-    {"folder", "cannot be opened: it is not a regular file", [] { fs::create_directory(kInference); }},
-    {"pipe", "cannot be opened: it is not a regular file", [] { ASSERT_EQ(mkfifo(kInference.c_str(), 0600), 0); }},
-    {"link to a database", "cannot be opened: it is a symbolic link",
-     [] {
-       MakeLargeDatabase();
-       fs::rename(kInference, kInference + ".target");
-       fs::create_symlink(kInference + ".target", kInference);
-     }},
-    {"missing folder", "cannot be opened: unable to open database file (No such file or directory)",
-     [] { fs::rename(fs::path(kInference).parent_path(), SystemPath("/home/owner/share/Trevlin/moved")); }},
-};
-
-class TrevlinBroken : public testing::TestWithParam<size_t> {};
+class TrevlinBroken : public testing::TestWithParam<Broken> {};
 
 TEST_P(TrevlinBroken, IsAnErrorWithOneLogLineAndStaysAsItIs) {
-  setenv("VEXILO_LOG_TARGET", "file", 1);
-  const Broken& broken = kBroken[GetParam()];
-  SCOPED_TRACE(broken.name);
-  broken.make();
-  const bool isFile = fs::is_regular_file(kInference);
-  const std::string before = isFile ? Bytes(kInference) : "";
+  GetParam().make();
+  const std::string before = ReadFile(set_paths::kInferenceDb),
+                    reason = set_paths::kInferenceDb + (": " + std::string(GetParam().reason));
   size_t lines = 0;
-  for (const auto access : {Database::Access::kReadOnly, Database::Access::kReadWrite}) {
+  for (const auto access : {Access::kReadOnly, Access::kReadWrite}) {
     Database database(access);
-    std::vector<_DTInfDBRecord> found(1);
     database.BeginRead();
-    for (int i = 0; i < 50; ++i) ASSERT_EQ(database.Transitions(17, 1, found), TREVLIN_ERROR_DATABASE);
+    for (int i = 0; i < 50; ++i) ASSERT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
     database.EndRead();
-    EXPECT_TRUE(found.empty());
-    EXPECT_NE(database.LastError().find(set_paths::kInferenceDb), std::string::npos) << database.LastError();
-    EXPECT_NE(database.LastError().find(broken.reason), std::string::npos) << database.LastError();
-    EXPECT_NE(database.AddTransition({"", "2024-03-07T09:05:00", 17, 1, 0}), TREVLIN_OK);
-    EXPECT_EQ(LogLinesAboutInference(broken.reason), lines += 1);
+    EXPECT_THAT(database.LastError(), HasSubstr(reason));
+    EXPECT_NE(database.AddTransition({"", kTime, 17, 1, 0}), TREVLIN_OK);
+    EXPECT_EQ(Count(ReadFile(set_paths::kLogFile), reason), ++lines);
   }
-  if (isFile) {
-    EXPECT_EQ(Bytes(kInference), before);
-  }
+  EXPECT_EQ(ReadFile(set_paths::kInferenceDb), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, TrevlinBroken, testing::Range<size_t>(0, std::size(kBroken)));
+constexpr Broken kBroken[] = {
+    {"TruncatedInTheHeader", "cannot be read: database disk image is malformed", [] { Truncate(60); }},
+    {"TruncatedInAPage", "cannot be read: database disk image is malformed", [] { Truncate(9000); }},
+    {"TruncatedBetweenPages", "cannot be read: database disk image is malformed", [] { Truncate(8192); }},
+    {"AnotherSchema", "cannot be read: no such column",
+     [] { Change(set_paths::kInferenceDb, "CREATE TABLE inferenceTBL(issueCode TEXT, TR TEXT)"); }},
+};
+INSTANTIATE_TEST_SUITE_P(, TrevlinBroken, testing::ValuesIn(kBroken),
+                         [](const auto& broken) { return std::string(broken.param.name); });
 
 TEST(TrevlinDatabase, AFileThatIsReplacedOrRepairedIsReadAnew) {
-  Database database(Database::Access::kReadWrite);
-  std::vector<_DTInfDBRecord> found;
-  WriteBytes(kInference, "not a database at all");
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_ERROR_DATABASE);
-  fs::remove(kInference);
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_OK);
-  fs::remove(kInference);
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_NO_MATCH);
-  EXPECT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_OK);
+  Database database(Access::kReadWrite);
+  WriteFile(set_paths::kInferenceDb, "not a database at all");
+  EXPECT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
+  for (int twice = 0; twice < 2; ++twice) {
+    fs::remove(kInference);
+    EXPECT_EQ(Ask(database), TREVLIN_NO_MATCH);
+    ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+    EXPECT_EQ(Ask(database), TREVLIN_OK);
+  }
 }
 
-TEST(TrevlinDatabase, ALockedDatabaseIsWaitedForOnceForAllQueries) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  std::vector<_DTInfDBRecord> found;
+TEST(TrevlinDatabase, ALockIsWaitedForOnceForAllQueries) {
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
   _DTSolDBRecord solution;
-  Database database(Database::Access::kReadWrite);
-  OtherProcess other(kInference);
+  Database database(Access::kReadWrite);
+  SqliteDb other = OpenDatabase(set_paths::kInferenceDb);
+  Execute(other.get(), "BEGIN EXCLUSIVE");
   const auto start = std::chrono::steady_clock::now();
   database.BeginRead();
   for (int i = 0; i < 1000; ++i) {
-    ASSERT_EQ(database.Transitions(17, 1, found), TREVLIN_ERROR_DATABASE);
+    ASSERT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
     // The other file going through does not buy another wait.
     ASSERT_EQ(database.NewestSolution(17, solution), TREVLIN_NO_MATCH);
   }
   database.EndRead();
   const auto spent = std::chrono::steady_clock::now() - start;
   EXPECT_GE(spent, 1900ms);
-  EXPECT_LE(spent, 5s);
-  EXPECT_NE(database.LastError().find("locked"), std::string::npos) << database.LastError();
-  other.LetGo();
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_OK);
-}
-
-TEST(TrevlinDatabase, AShortLockIsWaitedOut) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  OtherProcess other(kInference, 300ms);
-  std::vector<_DTInfDBRecord> found;
-  EXPECT_EQ(Database(Database::Access::kReadOnly).Transitions(17, 1, found), TREVLIN_OK);
-}
-
-TEST(TrevlinDatabase, WhatMayNotBeWrittenCanStillBeRead) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(Execute(kInference, "DROP INDEX inferenceIDX"), SQLITE_OK);
-  WriteBytes(kSolution, "");
-  fs::permissions(kInference, fs::perms(0444));
-  fs::permissions(fs::path(kInference).parent_path(), fs::perms(0555));
-  const std::string before = Bytes(kInference);
-  Unprivileged([] {
-    Database database(Database::Access::kReadWrite);
-    std::vector<_DTInfDBRecord> found;
-    _DTSolDBRecord solution;
-    EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_OK);
-    EXPECT_EQ(database.NewestSolution(17, solution), TREVLIN_NO_MATCH);
-    EXPECT_EQ(database.AddTransition({"", "2024-03-07T09:05:00", 17, 1, 0}), TREVLIN_ERROR_DATABASE);
-    EXPECT_NE(database.LastError().find("readonly"), std::string::npos) << database.LastError();
-    EXPECT_EQ(database.AddSolution({17, 1, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_ERROR_DATABASE);
-  });
-  fs::permissions(kInference, fs::perms(0));
-  Unprivileged([] {
-    Database database(Database::Access::kReadOnly);
-    std::vector<_DTInfDBRecord> found;
-    EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_ERROR_DATABASE);
-    EXPECT_NE(database.LastError().find("Permission denied"), std::string::npos) << database.LastError();
-  });
-  fs::permissions(fs::path(kInference).parent_path(), fs::perms(0755));
-  fs::permissions(kInference, fs::perms(0644));
-  EXPECT_EQ(Bytes(kInference), before);
-  EXPECT_EQ(fs::file_size(kSolution), 0u);
+  EXPECT_LE(spent, 30s) << "each query would have waited";
+  EXPECT_THAT(database.LastError(), HasSubstr("locked"));
+  Execute(other.get(), "COMMIT");
+  EXPECT_EQ(Ask(database), TREVLIN_OK);
 }
 
 TEST(TrevlinDatabase, OneStateIsHeldAndOwnRowsAreStoredAtOnce) {
-  ASSERT_EQ(Record(17, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  Database database(Database::Access::kReadWrite);
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+  Database database(Access::kReadWrite);
   database.BeginRead();
-  const std::string clear = "DELETE FROM inferenceTBL";
-  EXPECT_EQ(Execute(kInference, clear), SQLITE_BUSY);
-  EXPECT_EQ(database.AddSolution({17, 1, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_OK);
-  EXPECT_EQ(Rows(kSolution, "SELECT issueCode FROM solutionTBL"), std::vector<std::string>{"17"});
-  EXPECT_EQ(Execute(kSolution, "DELETE FROM solutionTBL"), SQLITE_BUSY);
+  const std::string clear = "PRAGMA busy_timeout = 0; DELETE FROM inferenceTBL";
+  EXPECT_EQ(Change(set_paths::kInferenceDb, clear), SQLITE_BUSY);
+  EXPECT_EQ(database.AddSolution({17, 1, 5, 1, kTime}), TREVLIN_OK);
+  EXPECT_THAT(Rows(set_paths::kSolutionDb, "SELECT issueCode FROM solutionTBL"), ElementsAre("17"));
+  EXPECT_EQ(Change(set_paths::kSolutionDb, "PRAGMA busy_timeout = 0; DELETE FROM solutionTBL"), SQLITE_BUSY);
   database.EndRead();
-  EXPECT_EQ(Execute(kInference, clear), SQLITE_OK);
-  std::vector<_DTInfDBRecord> found;
-  EXPECT_EQ(database.Transitions(17, 1, found), TREVLIN_NO_MATCH);
+  EXPECT_EQ(Change(set_paths::kInferenceDb, clear), SQLITE_OK);
+  EXPECT_EQ(Ask(database), TREVLIN_NO_MATCH);
 }
 
-/// What the callbacks saw. A callback is a plain function, so there is one for all.
-struct Calls {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<unsigned int> numbers;
-  std::set<std::thread::id> threads;
-  std::string threadName;
-
-  bool WaitFor(size_t count) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, 20s, [&] { return numbers.size() >= count; });
+TEST(Recording, AddsARowWhereTheTruthIsAnotherAndAlwaysALaterOne) {
+  const struct {
+    const char* name;
+    std::vector<std::pair<int, const char*>> before;
+    bool truth;
+    std::string added;
+  } cases[] = {
+      {"no row, false", {}, false, ""},
+      {"no row, true", {}, true, "2024-06-01T12:00:00|1"},
+      {"the same", {{1, kTime}}, true, ""},
+      {"another", {{1, kTime}}, false, "2024-06-01T12:00:00|0"},
+      {"the newest counts", {{1, kTime}, {0, "2024-03-06T00:00:00"}}, true, ""},
+      {"of equal times true", {{1, kTime}, {0, kTime}}, true, ""},
+      {"the same second", {{1, "2024-06-01T12:00:00"}}, false, "2024-06-01T12:00:01|0"},
+      {"a clock that went back", {{1, "2024-12-31T23:59:59"}}, false, "2025-01-01T00:00:00|0"},
+  };
+  int code = 1;
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    ++code;
+    for (const auto& [type, time] : each.before) ASSERT_EQ(Record(code, type, time), TREVLIN_OK);
+    Texts expected = RowsOf(code);
+    if (!each.added.empty()) expected.push_back(each.added);
+    for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(RecordTruth(code, each.truth, "2024-06-01T12:00:00"), TREVLIN_OK);
+    EXPECT_EQ(RowsOf(code), expected);
   }
-};
-Calls g_calls;
-
-void Note(unsigned int number, DTSignalData) {
-  char name[32] = "";
-  pthread_getname_np(pthread_self(), name, sizeof name);
-  const std::lock_guard lock(g_calls.mutex);
-  g_calls.numbers.push_back(number);
-  g_calls.threads.insert(std::this_thread::get_id());
-  g_calls.threadName = name;
-  g_calls.changed.notify_all();
 }
 
-TEST(TrevlinEngine, NothingWorksBeforeItIsMadeAndBadArgumentsNever) {
-  std::vector<_DTInfDBRecord> found;
-  _DTSolDBRecord solution;
-  EXPECT_EQ(GetInferenceDB(17, 1, &found), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(GetSolutionDB(17, &solution), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(SetSolutionDB({17, 1, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(InferenceSubscribeOnce(1, Note), -1);
-  ASSERT_EQ(CreateAPIInstance(), 0);
-  ASSERT_EQ(CreateAPIInstance(), 0);
-  EXPECT_EQ(InferenceSubscribeOnce(1, nullptr), -1);
-  EXPECT_EQ(GetInferenceDB(17, 1, nullptr), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(GetInferenceDB(17, 2, &found), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(GetSolutionDB(17, nullptr), TREVLIN_ERROR_INVALID);
-  EXPECT_EQ(GetInferenceDB(17, 1, &found), TREVLIN_NO_MATCH);
-  EXPECT_EQ(SetSolutionDB({17, 3, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_OK);
-  EXPECT_EQ(GetSolutionDB(17, &solution), TREVLIN_OK);
-  EXPECT_EQ(solution.solutionCode, 3);
+TEST(Recording, KeepsTheNewestRowsOfEachIssueItAddsTo) {
+  for (const int code : {17, 18})
+    for (int day = 1; day <= 9; ++day)
+      ASSERT_EQ(Record(code, day % 2, "2024-03-0" + std::to_string(day) + "T00:00:00"), TREVLIN_OK);
+  EXPECT_EQ(RecordTruth(17, false, "2024-06-01T12:00:00", 3), TREVLIN_OK);
+  EXPECT_THAT(RowsOf(17), ElementsAre("2024-03-08T00:00:00|0", "2024-03-09T00:00:00|1", "2024-06-01T12:00:00|0"));
+  EXPECT_EQ(RowsOf(18).size(), 9u);
 }
 
-TEST(TrevlinEngine, EverySubscriptionIsAnsweredOnceInOrderOnTheEnginesOneThread) {
-  ASSERT_EQ(CreateAPIInstance(), 0);
-  constexpr unsigned int kPlain = 40;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([] {
-      for (unsigned int n = 0; n < kPlain / 4; ++n) EXPECT_EQ(InferenceSubscribeOnce(10000000, Note), 0);
-    });
-  for (std::thread& thread : threads) thread.join();
-  const auto subscribeAgain = [](unsigned int number, DTSignalData data) {
-    EXPECT_EQ(InferenceSubscribeOnce(10000000, Note), 0);
-    Note(number, data);
+TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
+  const struct {
+    const char* name;
+    std::chrono::seconds found, applied;  // from now
+    int isApply, expected;
+  } cases[] = {
+      {"found and applied long ago", -600s, -300s, 1, 0},
+      {"applied just now", -600s, -60s, 1, 1},
+      {"found anew since", -200s, -300s, 1, 1},
+      {"declined", -600s, -300s, 0, 0},
   };
-  EXPECT_EQ(InferenceSubscribeOnce(10000000, subscribeAgain), 0);
-  ASSERT_TRUE(g_calls.WaitFor(kPlain + 2));
-  std::this_thread::sleep_for(50ms);  // for a call too many
-  const std::lock_guard lock(g_calls.mutex);
-  ASSERT_EQ(g_calls.numbers.size(), kPlain + 2);
-  for (unsigned int i = 0; i < kPlain + 2; ++i) EXPECT_EQ(g_calls.numbers[i], i + 1);
-  EXPECT_EQ(g_calls.threads.size(), 1u);
-  EXPECT_EQ(g_calls.threads.count(std::this_thread::get_id()), 0u);
-  EXPECT_EQ(g_calls.threadName, "trevlin");
+  int code = 1;
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    Database database(Access::kReadWrite);
+    const std::string applied = CurrentTime(each.applied);
+    ASSERT_EQ(RecordTruth(++code, true, CurrentTime(each.found)), TREVLIN_OK);
+    ASSERT_EQ(database.AddSolution({code, 1001, 2, each.isApply, applied}), TREVLIN_OK);
+    std::vector<Transition> changes;
+    ASSERT_EQ(RecordOutcome(database, {.issues = {{code, true}}, .remaining = {code}}, changes), TREVLIN_OK);
+    _DTSolDBRecord newest;
+    ASSERT_EQ(database.NewestSolution(code, newest), TREVLIN_OK);
+    EXPECT_EQ(newest.isApply, each.expected);
+    EXPECT_EQ(newest.registerTime > applied, each.isApply != each.expected);
+  }
 }
 
-TEST(TrevlinEngine, QueriesAreAnsweredOnManyThreadsDuringACallback) {
-  for (int code = 1; code <= 20; ++code) ASSERT_EQ(Record(code, 1, "2024-03-07T09:05:00"), TREVLIN_OK);
-  ASSERT_EQ(CreateAPIInstance(), 0);
-  const auto askOnManyThreads = [](unsigned int number, DTSignalData data) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-      threads.emplace_back([i] {
-        std::vector<_DTInfDBRecord> found;
-        _DTSolDBRecord solution;
-        for (int code = 1; code <= 20; ++code) {
-          EXPECT_EQ(GetInferenceDB(code, 1, &found), TREVLIN_OK);
-          EXPECT_EQ(found.size(), 1u);
-          EXPECT_EQ(SetSolutionDB({code, i, 5, 1, "2024-03-07T09:05:00"}), TREVLIN_OK);
-          EXPECT_EQ(GetSolutionDB(code, &solution), TREVLIN_OK);
-        }
-      });
-    for (std::thread& thread : threads) thread.join();
-    Note(number, data);
-  };
-  EXPECT_EQ(InferenceSubscribeOnce(10000000, askOnManyThreads), 0);
-  std::vector<_DTInfDBRecord> found;
-  for (int code = 1; code <= 20; ++code) EXPECT_EQ(GetInferenceDB(code, 0, &found), TREVLIN_NO_MATCH);
-  EXPECT_TRUE(g_calls.WaitFor(1));
+TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
+  ASSERT_EQ(RecordTruth(17, true, kTime), TREVLIN_OK);
+  std::vector<pid_t> children;
+  for (int i = 0; i < 8; ++i) {
+    children.push_back(fork());
+    if (children.back() != 0) continue;
+    int result = TREVLIN_OK;
+    for (int turn = 0; turn < 10 && result == TREVLIN_OK; ++turn) {
+      // All children have the same times.
+      result = RecordTruth(17, turn % 2 == 1, "2024-06-01T12:00:0" + std::to_string(turn));
+      for (int code = 100; code < 140; ++code) result |= RecordTruth(code, true, "2024-06-01T12:00:00");
+    }
+    _exit(result);
+  }
+  for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
+  for (int code = 100; code < 140; ++code) EXPECT_EQ(RowsOf(code).size(), 1u) << code;
+  char previous = '0';
+  for (const std::string& row : RowsOf(17)) EXPECT_NE(row.back(), std::exchange(previous, row.back())) << row;
+}
+
+TEST(Recording, ThatFailsLeavesTheDatabaseAsItWas) {
+  ASSERT_EQ(RecordTruth(17, true, kTime), TREVLIN_OK);
+  const pid_t child = fork();
+  if (child == 0) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlim_t size = fs::file_size(kInference);
+    const rlimit limit{size, size};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    Database database(Access::kReadWrite);
+    std::vector<IssueTruth> many = {{17, false}};
+    for (int code = 100; code < 1000; ++code) many.push_back({code, true});
+    std::vector<Transition> added(1);
+    const bool failed = database.RecordTruths(many, "2024-06-01T12:00:00", 100, added) == TREVLIN_ERROR_DATABASE;
+    _exit(failed && added.empty() && !database.LastError().empty() ? 0 : 1);
+  }
+  EXPECT_EQ(ExitCodeOf(child), 0);
+  EXPECT_THAT(RowsOf(17), ElementsAre("2024-03-07T09:05:00|1"));
+  EXPECT_TRUE(RowsOf(100).empty());
 }
 
 }  // namespace
