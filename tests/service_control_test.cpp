@@ -2,7 +2,6 @@
 
 #include "service_control.h"
 
-#include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "support/test_bus.h"
+
 namespace {
 
 using testing::HasSubstr;
@@ -18,29 +19,12 @@ using testing::HasSubstr;
 struct Service {
   std::string state;
   std::string stateAfterRestart = "active";
-  bool isLoaded = true;
   bool isForbidden = false;
 };
 
-/// Answers for systemd, on GDBus's thread.
+/// Answers for systemd.
 class Manager {
  public:
-  explicit Manager(const char* address)
-      : m_bus(g_dbus_connection_new_for_address_sync(
-            address,
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-            nullptr, nullptr, nullptr)) {
-    g_dbus_connection_add_filter(m_bus, OnMessage, this, nullptr);
-    g_variant_unref(g_dbus_connection_call_sync(m_bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
-                                                "RequestName", g_variant_new("(su)", "org.freedesktop.systemd1", 0),
-                                                nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-  }
-  ~Manager() {
-    g_dbus_connection_close_sync(m_bus, nullptr, nullptr);
-    g_object_unref(m_bus);
-  }
-
   void Play(const std::map<std::string, Service>& services) {
     const std::lock_guard lock(m_mutex);
     m_services = services;
@@ -51,91 +35,85 @@ class Manager {
     return m_restarted;
   }
 
- private:
-  static GDBusMessage* OnMessage(GDBusConnection* bus, GDBusMessage* message, gboolean incoming, void* manager) {
-    if (!incoming || g_strcmp0(g_dbus_message_get_interface(message), "org.freedesktop.systemd1.Manager") != 0)
-      return message;
-    GDBusMessage* reply = static_cast<Manager*>(manager)->Answer(message);
-    g_dbus_connection_send_message(bus, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    g_object_unref(reply);
-    g_object_unref(message);
-    return nullptr;
+  GDBusMessage* Answer(GDBusMessage* call) {
+    const std::lock_guard lock(m_mutex);
+    return g_strcmp0(g_dbus_message_get_member(call), "RestartUnit") == 0 ? Restart(call) : ListUnits(call);
   }
 
-  GDBusMessage* Answer(GDBusMessage* message) {
-    const std::lock_guard lock(m_mutex);
-    GVariant* body = g_dbus_message_get_body(message);
-    GDBusMessage* reply = g_dbus_message_new_method_reply(message);
-    if (g_strcmp0(g_dbus_message_get_member(message), "RestartUnit") == 0) {
-      const char* name;
-      g_variant_get(body, "(&s&s)", &name, nullptr);
-      Service& service = m_services.at(name);
-      if (service.isForbidden) {
-        g_object_unref(reply);
-        return g_dbus_message_new_method_error_literal(message, "org.freedesktop.DBus.Error.AccessDenied",
-                                                       "Permission denied");
-      }
-      m_restarted.push_back(name);
-      service.state = service.stateAfterRestart;
-      g_dbus_message_set_body(reply, g_variant_new("(o)", "/org/freedesktop/systemd1/job/1"));
-      return reply;
-    }
+ private:
+  GDBusMessage* Restart(GDBusMessage* call) {
+    const char* name;
+    g_variant_get(g_dbus_message_get_body(call), "(&s&s)", &name, nullptr);
+    Service& service = m_services.at(name);
+    if (service.isForbidden)
+      return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.AccessDenied", "Not permitted");
+    m_restarted.push_back(name);
+    service.state = service.stateAfterRestart;
+    GDBusMessage* reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(reply, g_variant_new("(o)", "/org/freedesktop/systemd1/job/1"));
+    return reply;
+  }
+
+  GDBusMessage* ListUnits(GDBusMessage* call) {
     GVariantBuilder units;
     g_variant_builder_init(&units, G_VARIANT_TYPE("a(ssssssouso)"));
     GVariantIter* names;
-    g_variant_get(body, "(as)", &names);
+    g_variant_get(g_dbus_message_get_body(call), "(as)", &names);
     for (const char* name; g_variant_iter_next(names, "&s", &name);) {
       const auto at = m_services.find(name);
-      const bool here = at != m_services.end() && at->second.isLoaded;
+      const bool here = at != m_services.end();
       g_variant_builder_add(&units, "(ssssssouso)", name, "", here ? "loaded" : "not-found",
                             here ? at->second.state.c_str() : "inactive", "", "", "/unit", 0u, "", "/");
       // A service that is on its way has arrived when it is asked for again.
       if (here && at->second.state == "activating") at->second.state = "active";
     }
     g_variant_iter_free(names);
+    GDBusMessage* reply = g_dbus_message_new_method_reply(call);
     g_dbus_message_set_body(reply, g_variant_new("(a(ssssssouso))", &units));
     return reply;
   }
 
-  GDBusConnection* m_bus;
   std::mutex m_mutex;
   std::map<std::string, Service> m_services;
   std::vector<std::string> m_restarted;
 };
 
 TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
-  GTestDBus* bus = g_test_dbus_new(G_TEST_DBUS_NONE);
-  g_test_dbus_up(bus);
-  setenv("DBUS_SYSTEM_BUS_ADDRESS", g_test_dbus_get_bus_address(bus), 1);
-  {
-    Manager manager(g_test_dbus_get_bus_address(bus));
-    const struct {
-      std::map<std::string, Service> services;
-      std::vector<std::string> restarted;
-      const char* problem;
-    } cases[] = {
-        {{{"a.service", {"failed"}}, {"b.service", {"active"}}}, {"a.service"}, ""},
-        {{{"a.service", {"failed"}}, {"b.service", {"failed", "activating"}}}, {"a.service", "b.service"}, ""},
-        {{{"a.service", {"inactive"}}, {"b.service", {"active"}}}, {}, ""},
-        {{{"a.service", {"inactive"}}}, {}, "cannot restart a.service: neither it nor another"},
-        {{}, {}, "cannot restart a.service: neither it nor another"},
-        {{{"b.service", {"failed", "failed"}}}, {"b.service"}, "b.service: it does not start: failed"},
-        {{{"b.service", {"failed", "active", true, true}}}, {}, "b.service: GDBus.Error:org.freedesktop.DBus.Error."},
-    };
-    for (const auto& expected : cases) {
-      manager.Play(expected.services);
-      std::string problem;
-      EXPECT_EQ(RestartFailedServices({"a.service", "b.service"}, problem), *expected.problem == '\0') << problem;
-      EXPECT_THAT(problem, HasSubstr(expected.problem));
-      EXPECT_EQ(manager.Restarted(), expected.restarted);
-    }
+  const struct {
+    std::map<std::string, Service> services;
+    std::vector<std::string> restarted;
+    const char* problem;
+  } cases[] = {
+      {{{"a.service", {"failed"}}, {"b.service", {"active"}}}, {"a.service"}, ""},
+      {{{"a.service", {"failed"}}, {"b.service", {"failed", "activating"}}}, {"a.service", "b.service"}, ""},
+      {{{"a.service", {"inactive"}}, {"b.service", {"active"}}}, {}, ""},
+      {{{"a.service", {"inactive"}}}, {}, "cannot restart a.service: neither it nor another"},
+      {{}, {}, "cannot restart a.service: neither it nor another"},
+      {{{"b.service", {"failed", "failed"}}}, {"b.service"}, "b.service: it does not start: failed"},
+      {{{"b.service", {"failed", "active", true}}}, {}, "b.service: GDBus.Error:org.freedesktop.DBus.Error."},
+  };
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  Manager manager;
+  const PlayedService systemd(bus, "org.freedesktop.systemd1",
+                              [&](GDBusMessage* call) { return manager.Answer(call); });
+  for (const auto& expected : cases) {
+    manager.Play(expected.services);
+    std::string problem;
+    EXPECT_EQ(RestartFailedServices({"a.service", "b.service"}, problem), *expected.problem == '\0') << problem;
+    EXPECT_THAT(problem, HasSubstr(expected.problem));
+    EXPECT_EQ(manager.Restarted(), expected.restarted);
   }
+}
+
+TEST(ServiceControl, TellsWhenNobodyCanBeAskedAndRefusesBadNames) {
   std::string problem;
-  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem)) << "nobody owns the service manager's name";
-  g_test_dbus_down(bus);
-  g_object_unref(bus);
-  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem)) << "no bus";
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/at/all", 1);
+  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem));
   EXPECT_THAT(problem, HasSubstr("cannot restart a.service: "));
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem)) << "nobody has the service manager's name";
   for (const char* name : {"", "a", "a.target", "../a.service", "a service.service", "-a.service"}) {
     EXPECT_FALSE(RestartFailedServices({name}, problem));
     EXPECT_THAT(problem, HasSubstr("it is no name of a service")) << name;
