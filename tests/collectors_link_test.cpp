@@ -23,17 +23,11 @@ using namespace trevlin;
 using namespace std::string_literals;
 using namespace std::chrono_literals;
 
-/// "link=yes speed=100 kind=wired", without the collector's name.
+/// "kind=wired link=yes speed=100", without the collector's name.
 std::string Text(const Facts& facts) {
   std::string all;
-  for (const auto& [name, value] : facts) {
-    all += (all.empty() ? "" : " ") + name.substr(name.find('.') + 1) + "=";
-    if (const auto* truth = std::get_if<bool>(&value)) all += *truth ? "yes" : "no";
-    if (const auto* text = std::get_if<std::string>(&value)) all += *text;
-    char digits[32] = "";
-    if (const auto* number = std::get_if<double>(&value)) std::snprintf(digits, sizeof digits, "%g", *number);
-    all += digits;
-  }
+  for (const auto& [name, value] : facts)
+    all += (all.empty() ? "" : " ") + name.substr(name.find('.') + 1) + "=" + Told(value);
   return all;
 }
 
@@ -60,8 +54,8 @@ NetworkInterface Card(const char* name, bool carrier, bool address) {
   return card;
 }
 
-NetworkInterface Wireless(const char* name, bool carrier, bool address, std::optional<double> signal) {
-  NetworkInterface card = Card(name, carrier, address);
+NetworkInterface Wireless(bool carrier, bool address, double signal) {
+  NetworkInterface card = Card("wlan0", carrier, address);
   card.isWireless = true;
   card.signalDbm = signal;
   return card;
@@ -84,80 +78,44 @@ NetworkInterface Tunnel(const char* name) {
 TEST(Network, FactsFollowFromTheState) {
   NetworkInterface loopback = Virtual("lo", true);
   loopback.isLoopback = true;
-  NetworkInterface slow = Card("eth1", true, false), fallback = Card("eth0", true, false);
+  NetworkInterface slow = Card("eth1", true, false);
   slow.speedMbit = 10;
   slow.halfDuplex = true;
-  fallback.hasFallbackAddress = true;
-  NetworkInterface unclear = Card("eth0", true, false);
-  unclear.carrier.reset();
-  const struct {
-    const char* what;
-    std::vector<NetworkInterface> interfaces;
-    std::vector<NetworkRoute> routes;
-    const char* facts;
-    const char* gatewayBy;
-  } kMachines[] = {
-      {"nothing", {loopback}, {}, "address=no default_route=no fallback_address=no interface=no link=no", ""},
-      {"container",
-       {loopback, Virtual("eth0", true, {}, false), Virtual("ifb0", false)},
-       {{"eth0", 0, kRouter}},
-       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
-       "eth0"},
-      {"unplugged, with bridges between containers",
-       {Card("eth0", false, false), Virtual("docker0", true, {"veth1"}), Virtual("veth1", false)},
-       {},
-       "address=no default_route=no fallback_address=no interface=yes kind=wired link=no",
-       ""},
-      {"a bridge over two cards, one plugged in and below a VLAN",
-       {Card("eth0", false, false), slow, Virtual("vlan7", false, {"eth1"}),
-        Virtual("br0", true, {"br0", "eth0", "vlan7"})},
-       {{"br0", 0, kRouter}},
-       "address=yes default_route=yes fallback_address=no half_duplex=yes interface=yes kind=wired link=yes "
-       "link_speed_mbit=10",
-       "br0"},
-      {"a tunnel carries all, and the router is still the wireless one's",
-       {Card("eth0", false, false), Wireless("wlan0", true, true, -75), Tunnel("tun0")},
-       {{"wlan0", 600, kRouter}, {"tun0", 50, {AF_INET, {10, 8, 0, 1}}}},
-       "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes "
-       "wireless_quality_percent=50 wireless_signal_dbm=-75",
-       "wlan0"},
-      {"dialled over a card without an address",
-       {Card("eth0", true, false), Tunnel("ppp0")},
-       {{"ppp0", 0, {}}},
-       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
-       ""},
-      {"the cable is preferred to a weak wireless",
-       {Wireless("wlan0", true, true, -90), Card("eth0", true, true)},
-       {{"wlan0", 600, kRouter}, {"eth0", 100, kRouter}},
-       "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes",
-       "eth0"},
-      {"two, none connected",
-       {Card("eth0", false, false), Wireless("wlan0", false, false, -90)},
-       {},
-       "address=no default_route=no fallback_address=no interface=yes link=no",
-       ""},
-      {"nobody gave an address",
-       {fallback},
-       {},
-       "address=no default_route=no fallback_address=yes interface=yes kind=wired link=yes",
-       ""},
-      {"the carrier is not known",
-       {unclear},
-       {},
-       "address=no default_route=no fallback_address=no interface=yes kind=wired",
-       ""},
-  };
-  for (const auto& machine : kMachines) {
+  const std::string kUp = "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes";
+  const auto expect = [](const char* what, std::vector<NetworkInterface> interfaces, std::vector<NetworkRoute> routes,
+                         const std::string& expected, const std::string& gatewayBy) {
     NetworkState state;
-    state.interfaces = machine.interfaces;
+    state.interfaces = std::move(interfaces);
     state.addressesKnown = true;
-    state.defaultRoutes = machine.routes;
+    state.defaultRoutes = std::move(routes);
     Facts facts;
     AddNetworkFacts(state, facts);
-    EXPECT_EQ(Text(facts), machine.facts) << machine.what;
+    EXPECT_EQ(Text(facts), expected) << what;
     const NetworkRoute* gateway = GatewayRoute(state);
-    EXPECT_EQ(gateway ? gateway->interface : "", machine.gatewayBy) << machine.what;
-  }
+    EXPECT_EQ(gateway ? gateway->interface : "", gatewayBy) << what;
+  };
+  expect("container", {loopback, Virtual("eth0", true, {}, false), Virtual("ifb0", false)}, {{"eth0", 0, kRouter}}, kUp,
+         "eth0");
+  expect("unplugged, with bridges between containers",
+         {Card("eth0", false, false), Virtual("docker0", true, {"veth1"}), Virtual("veth1", false)}, {},
+         "address=no default_route=no fallback_address=no interface=yes kind=wired link=no", "");
+  expect("a bridge over two cards, one plugged in and below a VLAN",
+         {Card("eth0", false, false), slow, Virtual("vlan7", false, {"eth1"}),
+          Virtual("br0", true, {"br0", "eth0", "vlan7"})},
+         {{"br0", 0, kRouter}},
+         "address=yes default_route=yes fallback_address=no half_duplex=yes interface=yes kind=wired link=yes "
+         "link_speed_mbit=10",
+         "br0");
+  expect("a tunnel carries all, and the router is still the wireless one's",
+         {Card("eth0", false, false), Wireless(true, true, -75), Tunnel("tun0")},
+         {{"wlan0", 600, kRouter}, {"tun0", 50, {AF_INET, {10, 8, 0, 1}}}},
+         "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes "
+         "wireless_quality_percent=50 wireless_signal_dbm=-75",
+         "wlan0");
+  expect("dialled over a card without an address", {Card("eth0", true, false), Tunnel("ppp0")}, {{"ppp0", 0, {}}}, kUp,
+         "");
+  expect("the cable is preferred to a weak wireless", {Wireless(true, true, -90), Card("eth0", true, true)},
+         {{"wlan0", 600, kRouter}, {"eth0", 100, kRouter}}, kUp, "eth0");
 }
 
 constexpr char kNoRoutes[] = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n";
@@ -169,52 +127,40 @@ constexpr char kRoutes[] =
 /// As /proc/net/fib_trie shows the machine's own address.
 std::string Trie(const char* address) {
   return "Main:\n  +-- 0.0.0.0/0 3 0 5\n     |-- 127.0.0.1\n        /32 host LOCAL\n     |-- 192.168.1.0\n        /24 "
-         "link "
-         "UNICAST\n     |-- "s +
+         "link UNICAST\n     |-- "s +
          address + "\n        /32 host LOCAL\n     |-- 172.17.0.1\n        /32 host LOCAL\n";
-}
-
-Files With(Files files, const Files& others) {
-  for (const auto& [path, content] : others) files[path] = content;
-  return files;
 }
 
 TEST(Network, IsReadFromACapturedTree) {
   const std::string net = "/sys/class/net/";
-  const Files wired = {
-      {net + "bonding_masters", ""},
-      {net + "lo/type", "772\n"},
-      {net + "docker0/type", "1\n"},
-      {net + "docker0/bridge/stp_state", "0\n"},
-      {net + "docker0/operstate", "down\n"},
-      {net + "eth0/type", "1\n"},
-      {net + "eth0/carrier", "1\n"},
-      {net + "eth0/speed", "1000\n"},
-      {net + "eth0/duplex", "full\n"},
-      {net + "eth0/device/vendor", "0x8086\n"},
-      {"/proc/uptime", "3000.00 100.00\n"},
-      {"/proc/net/dev", "Inter-|\n face |bytes packets errs\n  eth0: 5000000 950 50 0 0 0 0 0 1 1 0 0 0 0 0 0\n"},
-      {"/proc/net/route", kNoRoutes + ""s + kRoutes},
-      {"/proc/net/fib_trie", Trie("192.168.1.10")},
-      {"/etc/resolv.conf", "# made by hand\nsearch home\nnameserver 192.168.1.1\n"},
-  };
-  const Files wireless = {
-      {net + "wlan0/type", "1\n"},
-      {net + "wlan0/operstate", "up\n"},
-      {net + "wlan0/wireless/.", ""},
-      {net + "wlan0/speed", "-1\n"},
-      {"/proc/net/wireless",
-       "Inter-| sta-|   Quality        |\n face | tus | link level noise |\n"
-       " wlan0: 0000   54.  -61.  -256        0      0      0      0      0        0\n"},
-      {"/proc/net/route", kNoRoutes},
-      {"/proc/net/if_inet6", "20010db8000000000000000000000002 03 40 00 00 wlan0\n"},
-      {"/proc/net/ipv6_route",
-       "00000000000000000000000000000000 00 00000000000000000000000000000000 00 fe800000000000000000000000000001 "
-       "00000400 00000001 00000000 00000003 wlan0\n"
-       "00000000000000000000000000000000 00 00000000000000000000000000000000 00 00000000000000000000000000000000 "
-       "ffffffff 00000001 00000000 00200200 lo\n"},
-      {"/etc/resolv.conf", "#nameserver 192.168.1.1\n"},
-  };
+  const Files wired = With(
+      Sys("class/net/bonding_masters= class/net/lo/type=772 class/net/docker0/type=1 "
+          "class/net/docker0/bridge/stp_state=0 class/net/docker0/operstate=down class/net/eth0/type=1 "
+          "class/net/eth0/carrier=1 class/net/eth0/speed=1000 class/net/eth0/duplex=full "
+          "class/net/eth0/device/vendor=0x8086"),
+      {
+          {"/proc/uptime", "3000.00 100.00\n"},
+          {"/proc/net/dev", "Inter-|\n face |bytes packets errs\n  eth0: 5000000 950 50 0 0 0 0 0 1 1 0 0 0 0 0 0\n"},
+          {"/proc/net/route", kNoRoutes + ""s + kRoutes},
+          {"/proc/net/fib_trie", Trie("192.168.1.10")},
+          {"/etc/resolv.conf", "# made by hand\nsearch home\nnameserver 192.168.1.1\n"},
+      });
+  const Files wireless = With(
+      Sys("class/net/wlan0/type=1 class/net/wlan0/operstate=up class/net/wlan0/speed=-1"),
+      {
+          {net + "wlan0/wireless/.", ""},
+          {"/proc/net/wireless",
+           "Inter-| sta-|   Quality        |\n face | tus | link level noise |\n"
+           " wlan0: 0000   54.  -61.  -256        0      0      0      0      0        0\n"},
+          {"/proc/net/route", kNoRoutes},
+          {"/proc/net/if_inet6", "20010db8000000000000000000000002 03 40 00 00 wlan0\n"},
+          {"/proc/net/ipv6_route",
+           "00000000000000000000000000000000 00 00000000000000000000000000000000 00 fe800000000000000000000000000001 "
+           "00000400 00000001 00000000 00000003 wlan0\n"
+           "00000000000000000000000000000000 00 00000000000000000000000000000000 00 00000000000000000000000000000000 "
+           "ffffffff 00000001 00000000 00200200 lo\n"},
+          {"/etc/resolv.conf", "#nameserver 192.168.1.1\n"},
+      });
   const std::string good = "fallback_address=no half_duplex=no interface=yes kind=wired link=yes link_speed_mbit=1000 ";
   ExpectFacts(
       MakeNetworkCollector,
@@ -237,17 +183,6 @@ TEST(Network, IsReadFromACapturedTree) {
                            {"/proc/net/wireless", " wlan0: 0000 54 195 0\n"}}),
            "address=no default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
            "wireless_quality_percent=70 wireless_signal_dbm=-61"},
-          {"no sense in any of it",
-           {{net + "eth0/type", "Ethernet"},
-            {net + "eth0/carrier", "2"},
-            {net + "eth0/operstate", "\x1b[0m"},
-            {net + "eth0/speed", "fast"},
-            {net + "eth0/duplex", "unknown"},
-            {net + "eth0/device/x", ""},
-            {"/proc/net/dev", ":::\neth0: a b c\neth0:"},
-            {"/proc/net/wireless", "eth0:\n"},
-            {"/proc/uptime", "3000 1"}},
-           "interface=yes"},
       });
 }
 
@@ -302,19 +237,16 @@ class NameServer {
 
  private:
   void Run(std::optional<uint8_t> response) const {
-    constexpr unsigned char kAnswer[] = {0xC0, 12, 0, 1, 0, 1, 0, 0, 0, 0, 0, 4, 127, 0, 0, 1};  // of type A
-    unsigned char message[512 + sizeof kAnswer];
+    unsigned char message[512];
     sockaddr_in from{};
     socklen_t size = sizeof from;
     ssize_t got;
     // A header has 12 bytes: identifier, flags with the response code, numbers of records.
-    while ((got = recvfrom(m_socket.get(), message, 512, 0, reinterpret_cast<sockaddr*>(&from), &size)) >= 12) {
+    while ((got = recvfrom(m_socket.get(), message, sizeof message, 0, reinterpret_cast<sockaddr*>(&from), &size)) >=
+           12) {
       message[2] |= 0x80;
       message[3] = static_cast<unsigned char>(0x80 | response.value_or(0));
-      message[7] = response == 0 ? 1 : 0;
-      std::memcpy(message + got, kAnswer, sizeof kAnswer);
-      const size_t length = size_t(got) + (response == 0 ? sizeof kAnswer : 0);
-      if (response) sendto(m_socket.get(), message, length, 0, reinterpret_cast<sockaddr*>(&from), size);
+      if (response) sendto(m_socket.get(), message, size_t(got), 0, reinterpret_cast<sockaddr*>(&from), size);
     }
   }
 
@@ -329,8 +261,11 @@ TEST(Network, NamesResolveWhenAnAnswerComes) {
     std::optional<uint8_t> response;
     bool resolves;
   } kServers[] = {
-      {"an answer", 0, true}, {"no such name", 3, true}, {"the server cannot", 2, false},
-      {"refused", 5, false},  {"silence", {}, false},
+      {"there, without an address", 0, true},
+      {"no such name", 3, true},
+      {"the server cannot", 2, false},
+      {"refused", 5, false},
+      {"silence", {}, false},
   };
   for (const auto& each : kServers) {
     const NameServer server(each.response);
@@ -372,17 +307,15 @@ TEST(Display, EdidIsCheckedToItsEnd) {
   std::string badSum = MakeEdid(1920, 1080, 1), badHeader = MakeEdid(1920, 1080);
   badSum[200] ^= 1;
   std::swap(badHeader[0], badHeader[1]);  // the sum stays right
-  std::string noTiming = MakeEdid(0, 0);
   const struct {
     const char* what;
     std::string bytes;
     bool isValid;
     std::optional<Resolution> preferred;
   } kScreens[] = {
-      {"one block", MakeEdid(1366, 768), true, Resolution{1366, 768}},
       {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
       {"interlaced", MakeEdid(1920, 1080, 1, true), true, Resolution{1920, 1080}},
-      {"no size", noTiming, true, {}},
+      {"no size", MakeEdid(0, 0), true, {}},
       {"a bad sum in the extension", badSum, false, {}},
       {"a bad header", badHeader, false, {}},
       {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
@@ -402,9 +335,6 @@ TEST(Display, FactsFollowFromTheConnectors) {
     std::vector<Connector> connectors;
     const char* facts;
   } kMachines[] = {
-      {"laptop",
-       {{"eDP-1", true, "", {{1366, 768}}}, {"HDMI-A-1", false, {}, {}}},
-       "connected=1 connectors=2 mode=1366x768"},
       {"below what the screen prefers",
        {{"HDMI-A-1", true, hd, {{1280, 720}}}},
        "connected=1 connectors=1 edid_present=yes edid_valid=yes mode=1280x720 mode_below_preferred=yes"},
@@ -418,7 +348,6 @@ TEST(Display, FactsFollowFromTheConnectors) {
        {{"DP-1", true, hd, {}}, {"DP-2", true, bad, {}}},
        "connected=2 connectors=2 edid_present=yes edid_valid=no"},
       {"a plug that cannot tell", {{"VGA-1", {}, {}, {}}}, "connectors=1"},
-      {"nothing plugged in", {{"DP-1", false, {}, {}}}, "connected=0 connectors=1"},
   };
   for (const auto& machine : kMachines) {
     Facts facts;
@@ -427,13 +356,10 @@ TEST(Display, FactsFollowFromTheConnectors) {
   }
 }
 
-// --- Devices ---------------------------------------------------------------------------------------------------------
-
 TEST(Display, IsReadFromACapturedTree) {
   const std::string drm = "/sys/class/drm/", hdmi = drm + "card0-HDMI-A-1/";
   ExpectFacts(MakeDisplayCollector,
               {
-                  {"no graphics", {}, ""},
                   {"no screen at all", {{drm + "card0/x", ""}, {drm + "renderD128/x", ""}}, "connected=0 connectors=0"},
                   {"a screen on one of two plugs",
                    {{hdmi + "status", "connected\n"},
@@ -445,6 +371,8 @@ TEST(Display, IsReadFromACapturedTree) {
               });
 }
 
+// --- Devices ---------------------------------------------------------------------------------------------------------
+
 TEST(Sound, IsReadFromACapturedTree) {
   const std::string cards = "/proc/asound/cards", plug = "/proc/asound/card1/eld#0.";
   const std::string two =
@@ -453,7 +381,6 @@ TEST(Sound, IsReadFromACapturedTree) {
   ExpectFacts(
       MakeSoundCollector,
       {
-          {"no sound in the kernel", {}, ""},
           {"no card", {{cards, "--- no soundcards ---\n"}}, "cards=0"},
           {"a screen that plays", {{cards, two}, {plug + "0", away}, {plug + "1", there}}, "cards=2 hdmi_output=yes"},
           {"nobody at the digital output", {{plug + "0", away}, {plug + "1", "x"}}, "hdmi_output=no"},
@@ -461,23 +388,20 @@ TEST(Sound, IsReadFromACapturedTree) {
 }
 
 TEST(Input, RemotesAreKnownByTheirKeys) {
-  const struct {
-    const char *what, *keys, *facts;
-  } kDevices[] = {
-      {"a power button", "10000000000000 0\n", "devices=1 remote=no"},
-      {"a mouse", "1f0000 0 0 0 0\n", "devices=1 remote=no"},
-      {"a keyboard", "402000000 3803078f800d001 feffffdfffefffff fffffffffffffffe\n", "devices=1 remote=yes"},
-      {"the same of a 32-bit kernel", "4 2000000 3803078 f800d001 feffffdf ffefffff ffffffff fffffffe\n",
-       "devices=1 remote=yes"},
-      {"OK instead of Enter", "100000000 0 0 0 118000000000 0\n", "devices=1 remote=yes"},
-      {"no sense", "ffff zz\n", "devices=1"},
-      {"words of no machine", "fffffffffffffffff 0\n", "devices=1"},
-  };
-  for (const auto& device : kDevices)
-    ExpectFacts(MakeInputCollector,
-                {{device.what,
-                  {{"/sys/class/input/event3/device/capabilities/key", device.keys}, {"/sys/class/input/mouse0/x", ""}},
-                  device.facts}});
+  const std::string keys = "/sys/class/input/event3/device/capabilities/key";
+  ExpectFacts(MakeInputCollector,
+              {
+                  {"a mouse", {{keys, "1f0000 0 0 0 0\n"}}, "devices=1 remote=no"},
+                  {"a keyboard",
+                   {{keys, "402000000 3803078f800d001 feffffdfffefffff fffffffffffffffe\n"}},
+                   "devices=1 remote=yes"},
+                  {"the same of a 32-bit kernel",
+                   {{keys, "4 2000000 3803078 f800d001 feffffdf ffefffff ffffffff fffffffe\n"}},
+                   "devices=1 remote=yes"},
+                  {"OK instead of Enter", {{keys, "100000000 0 0 0 118000000000 0\n"}}, "devices=1 remote=yes"},
+                  {"no sense", {{keys, "ffff zz\n"}}, "devices=1"},
+                  {"words of no machine", {{keys, "fffffffffffffffff 0\n"}}, "devices=1"},
+              });
 }
 
 TEST(Input, TheWeakestBatteryCounts) {
