@@ -78,7 +78,8 @@ NetworkInterface Tunnel(const char* name) {
 TEST(Network, FactsFollowFromTheState) {
   NetworkInterface loopback = Virtual("lo", true);
   loopback.isLoopback = true;
-  NetworkInterface slow = Card("eth1", true, false);
+  NetworkInterface slow = Card("eth1", true, false), unclear = Card("eth0", true, false);
+  unclear.carrier.reset();
   slow.speedMbit = 10;
   slow.halfDuplex = true;
   const std::string kUp = "address=yes default_route=yes fallback_address=no interface=yes kind=wired link=yes";
@@ -94,6 +95,7 @@ TEST(Network, FactsFollowFromTheState) {
     const NetworkRoute* gateway = GatewayRoute(state);
     EXPECT_EQ(gateway ? gateway->interface : "", gatewayBy) << what;
   };
+  expect("nothing", {loopback}, {}, "address=no default_route=no fallback_address=no interface=no link=no", "");
   expect("container", {loopback, Virtual("eth0", true, {}, false), Virtual("ifb0", false)}, {{"eth0", 0, kRouter}}, kUp,
          "eth0");
   expect("unplugged, with bridges between containers",
@@ -116,6 +118,10 @@ TEST(Network, FactsFollowFromTheState) {
          "");
   expect("the cable is preferred to a weak wireless", {Wireless(true, true, -90), Card("eth0", true, true)},
          {{"wlan0", 600, kRouter}, {"eth0", 100, kRouter}}, kUp, "eth0");
+  expect("two, none connected", {Card("eth0", false, false), Wireless(false, false, -90)}, {},
+         "address=no default_route=no fallback_address=no interface=yes link=no", "");
+  expect("the carrier is not known", {unclear}, {},
+         "address=no default_route=no fallback_address=no interface=yes kind=wired", "");
 }
 
 constexpr char kNoRoutes[] = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n";

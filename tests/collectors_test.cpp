@@ -197,6 +197,7 @@ TEST(Readings, CountersRememberAndStartAnew) {
   } kSteps[] = {
       {"first, long after the start", "a", 10000, 50, kNothing},
       {"has risen", "a", 10100, 53, 3},
+      {"seen in the window", "a", 10500, 53, 3},
       {"nothing new within the window", "a", 10950, 53, 0},
       {"began again at 0", "a", 11000, 2, 2},
       {"and again is kept", "a", 11001, 60, 60},

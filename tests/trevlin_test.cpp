@@ -203,12 +203,17 @@ TEST(TrevlinDatabase, AFileThatIsReplacedOrRepairedIsReadAnew) {
   Database database(Access::kReadWrite);
   WriteFile(set_paths::kInferenceDb, "not a database at all");
   EXPECT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
-  for (int twice = 0; twice < 2; ++twice) {
-    fs::remove(kInference);
-    EXPECT_EQ(Ask(database), TREVLIN_NO_MATCH);
-    ASSERT_EQ(Record(17, 1), TREVLIN_OK);
-    EXPECT_EQ(Ask(database), TREVLIN_OK);
-  }
+  const std::string old = kInference + ".old";
+  fs::rename(kInference, old);
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+  EXPECT_EQ(Ask(database), TREVLIN_OK);
+  fs::rename(kInference, old);
+  ASSERT_EQ(Record(18, 1), TREVLIN_OK);
+  EXPECT_EQ(Ask(database), TREVLIN_NO_MATCH);
+  fs::rename(old, kInference);
+  EXPECT_EQ(Ask(database), TREVLIN_OK);
+  fs::remove(kInference);
+  EXPECT_EQ(Ask(database), TREVLIN_NO_MATCH);
 }
 
 TEST(TrevlinDatabase, ALockIsWaitedForOnceForAllQueries) {
@@ -219,7 +224,7 @@ TEST(TrevlinDatabase, ALockIsWaitedForOnceForAllQueries) {
   Execute(other.get(), "BEGIN EXCLUSIVE");
   const auto start = std::chrono::steady_clock::now();
   database.BeginRead();
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 20; ++i) {
     ASSERT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
     // The other file going through does not buy another wait.
     ASSERT_EQ(database.NewestSolution(17, solution), TREVLIN_NO_MATCH);
@@ -227,7 +232,7 @@ TEST(TrevlinDatabase, ALockIsWaitedForOnceForAllQueries) {
   database.EndRead();
   const auto spent = std::chrono::steady_clock::now() - start;
   EXPECT_GE(spent, 1900ms);
-  EXPECT_LE(spent, 30s) << "each query would have waited";
+  EXPECT_LE(spent, 20s);
   EXPECT_THAT(database.LastError(), HasSubstr("locked"));
   Execute(other.get(), "COMMIT");
   EXPECT_EQ(Ask(database), TREVLIN_OK);
