@@ -286,7 +286,7 @@ TEST(SetFacts, TellPackagesProfileAndTheLastShutdown) {
          "packages.broken=2 packages.broken_name=bare packages.unfinished=1 set.tuners=2 set.source=13 "
          "set.channel_type=? power.unclean_shutdown=yes");
   EXPECT_NEAR(std::get<double>(facts.at("packages.cache_mib")), 4, 0.1);
-  EXPECT_TRUE(FileExists(packages + "/.removing-gone")) << "looking changes nothing";
+  EXPECT_TRUE(Exists(packages + "/.removing-gone")) << "looking changes nothing";
   machine.Write({{"/proc/sys/kernel/random/boot_id", "later\n"}});
   Expect(CollectAll(machine.Get()), "power.unclean_shutdown=?");
 }

@@ -103,7 +103,7 @@ TEST(CollectorPool, CutsOffWhatOverrunsAndDoesNotCallItTwice) {
   // Once it is done its facts count.
   slow->blocks = false;
   Facts facts;
-  EXPECT_TRUE(Comes([&] {
+  EXPECT_TRUE(Until([&] {
     pool->Read({"slow"}, Age::kWithinPeriod, 10s, facts);
     return !facts.empty();
   }));
@@ -113,7 +113,7 @@ TEST(CollectorPool, CutsOffWhatOverrunsAndDoesNotCallItTwice) {
   pool->Read({"slow"}, Age::kFresh, 0us, facts);
   pool.reset();
   slow->blocks = false;
-  EXPECT_TRUE(Comes([&] { return slow->ended == 2; }));
+  EXPECT_TRUE(Until([&] { return slow->ended == 2; }));
 }
 
 TEST(CollectorPool, ReadsAnewWhatIsOldOrFailed) {
@@ -139,7 +139,7 @@ TEST(CollectorPool, IsStoppedFromAnotherThread) {
   script->blocks = true;
   CollectorPool pool(Of(Fake("a", script, 1h)), Machine{});
   std::thread stopper([&] {
-    Comes([&] { return script->calls == 1; });
+    Until([&] { return script->calls == 1; });
     pool.Stop();
   });
   Facts facts;
@@ -156,7 +156,7 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   Inference inference(Of(Fake("a", script), Fake("late", late, 20ms)));
   ASSERT_TRUE(inference.HasRules());
   ASSERT_TRUE(inference.HasRules());
-  EXPECT_EQ(Count(ReadFile(set_paths::kLogFile), "unknown fact \"none\""), 1u) << "said once";
+  EXPECT_EQ(Count(Log(), "unknown fact \"none\""), 1u) << "said once";
   const Outcome outcome = inference.Run(10s);
   EXPECT_EQ(Decided(outcome), "17=T 21=T");
   EXPECT_EQ(outcome.remaining, std::vector<int>{17}) << "an event is over";
@@ -314,7 +314,7 @@ TEST(Engine, AnswersInTimeWithoutADatabase) {
     Execute(reader.get(), "COMMIT");
     // The engine holds its state until the callback has returned.
     ASSERT_TRUE(
-        Comes([&] { return sqlite3_exec(reader.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK; }));
+        Until([&] { return sqlite3_exec(reader.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK; }));
     EXPECT_EQ(NextAnswer().result, TREVLIN_ERROR_DATABASE);
   }
   EXPECT_TRUE(NextAnswer().isTrue);
@@ -332,12 +332,12 @@ TEST(Engine, LooksAgainAfterASolution) {
   ASSERT_EQ(SetSolutionDB({17, 1001, 2, 1, CurrentTime()}), TREVLIN_OK);
   _DTSolDBRecord solution;
   ASSERT_EQ(RecheckIssue(17), 0);
-  EXPECT_TRUE(Comes([&] { return GetSolutionDB(17, &solution) == TREVLIN_OK && solution.isApply == 0; }));
+  EXPECT_TRUE(Until([&] { return GetSolutionDB(17, &solution) == TREVLIN_OK && solution.isApply == 0; }));
   EXPECT_EQ(solution.solutionCode, 1001);
   EXPECT_EQ(RowsOf(17).size(), 1u);
   vconf_set_int(kSettingKey, 0);
   ASSERT_EQ(RecheckIssue(17), 0);
-  EXPECT_TRUE(Comes([] { return RowsOf(17).size() == 2 && RowsOf(17).back().type == 0; }));
+  EXPECT_TRUE(Until([] { return RowsOf(17).size() == 2 && RowsOf(17).back().type == 0; }));
 }
 
 }  // namespace

@@ -76,7 +76,7 @@ TEST(SetdRequest, IsReadOrRefusedAndGoes) {
     }
     // The end of a deep clean says that it was done; of another file nobody knows whose it is.
     const bool stays = each.last != kReady && (each.trigger == "CleanAll.txt" || each.last == ReadState::kNoRequest);
-    EXPECT_EQ(FileExists(trigger), stays);
+    EXPECT_EQ(Exists(trigger), stays);
   }
 }
 
@@ -89,8 +89,8 @@ TEST(SetdRequest, LinksFoldersAndLaterPayloadsAreNotTaken) {
   WriteFile(trigger, "");
   EXPECT_EQ(ReadRequest("killApp", false, request, problem), ReadState::kRefused);
   EXPECT_TRUE(RemoveRefused("killApp"));
-  EXPECT_FALSE(FileExists(payload));
-  EXPECT_TRUE(FileExists("/home/owner/secret"));
+  EXPECT_FALSE(Exists(payload));
+  EXPECT_TRUE(Exists("/home/owner/secret"));
 
   fs::create_directory(SystemPath(trigger));
   EXPECT_EQ(ReadRequest("killApp", true, request, problem), ReadState::kRefused);
@@ -102,8 +102,8 @@ TEST(SetdRequest, LinksFoldersAndLaterPayloadsAreNotTaken) {
   ASSERT_EQ(ReadRequest("killApp", false, request, problem), ReadState::kReady);
   WriteFile(payload, "org.b\n");
   EXPECT_TRUE(RemoveServed(request));
-  EXPECT_TRUE(FileExists(payload));
-  EXPECT_TRUE(FileExists(trigger));
+  EXPECT_TRUE(Exists(payload));
+  EXPECT_TRUE(Exists(trigger));
 }
 
 TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
@@ -129,21 +129,21 @@ TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
   }
   WriteFile(answer + "half#ack#abcdef", "");
   FinishInterrupted();
-  EXPECT_FALSE(FileExists(answer + "half#ack#abcdef"));
+  EXPECT_FALSE(Exists(answer + "half#ack#abcdef"));
   for (const auto& each : kCases) {
-    EXPECT_EQ(FileExists(ack + each.app), each.isFinished) << each.app;
-    EXPECT_FALSE(FileExists(answer + each.app + "#ack")) << each.app;
+    EXPECT_EQ(Exists(ack + each.app), each.isFinished) << each.app;
+    EXPECT_FALSE(Exists(answer + each.app + "#ack")) << each.app;
   }
   EXPECT_TRUE(RemoveOldAnswers()) << "some are young";
   for (const auto& each : kCases) {
-    EXPECT_EQ(FileExists(answer + each.app), each.stays) << each.app;
-    EXPECT_EQ(FileExists(ack + each.app), each.stays && each.isFinished) << each.app;
+    EXPECT_EQ(Exists(answer + each.app), each.stays) << each.app;
+    EXPECT_EQ(Exists(ack + each.app), each.stays && each.isFinished) << each.app;
   }
   SetAge(answer + "lacksAck", 60);
   SetAge(answer + "requested", 60);
   fs::remove(SystemPath(ack + "lacksAck"));
   EXPECT_FALSE(RemoveOldAnswers());
-  for (const auto& each : kCases) EXPECT_FALSE(FileExists(answer + each.app)) << each.app;
+  for (const auto& each : kCases) EXPECT_FALSE(Exists(answer + each.app)) << each.app;
 }
 
 TEST(SetdScrubber, ReplacesWhatIsPrivateAndNothingElse) {
@@ -201,14 +201,14 @@ TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {
   const std::string tooOld = add(1, 10, kMaxReportAge + 60);
   for (int number = 2; number <= 23; ++number) add(number, 10, 1000 - number);
   EXPECT_EQ(PruneReports(), 3);
-  EXPECT_FALSE(FileExists(tooOld));
-  EXPECT_FALSE(FileExists(folder + "report-3.tar.zst"));
-  EXPECT_TRUE(FileExists(folder + "report-4.tar.zst"));
+  EXPECT_FALSE(Exists(tooOld));
+  EXPECT_FALSE(Exists(folder + "report-3.tar.zst"));
+  EXPECT_TRUE(Exists(folder + "report-4.tar.zst"));
   add(24, 20 << 20, 100);
   add(25, 20 << 20, 50);
   EXPECT_EQ(PruneReports(), 21);
-  EXPECT_TRUE(FileExists(folder + "report-25.tar.zst"));
-  EXPECT_TRUE(FileExists(folder + "notes.txt"));
+  EXPECT_TRUE(Exists(folder + "report-25.tar.zst"));
+  EXPECT_TRUE(Exists(folder + "notes.txt"));
 }
 
 TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
@@ -240,10 +240,10 @@ TEST(SetdDeepClean, RemovesOldFilesOnlyAndNeverThroughALink) {
   const time_t cutoff = time(nullptr) - 3600;
   EXPECT_EQ(RemoveTemporaryFiles("org.a", cutoff), geteuid() == 0 ? 6 : 5);
   EXPECT_EQ(RemoveTemporaryFiles("org.b", cutoff), 0);
-  for (const char* gone : {"old", "folder", "link", "filled/old"}) EXPECT_FALSE(FileExists(folder + gone)) << gone;
-  for (const char* kept : {"new", "mixed/new", "filled", "shut"}) EXPECT_TRUE(FileExists(folder + kept)) << kept;
-  for (const char* kept : kOutside) EXPECT_TRUE(FileExists(kept)) << kept;
-  EXPECT_TRUE(FileExists(apps + "org.b"));
+  for (const char* gone : {"old", "folder", "link", "filled/old"}) EXPECT_FALSE(Exists(folder + gone)) << gone;
+  for (const char* kept : {"new", "mixed/new", "filled", "shut"}) EXPECT_TRUE(Exists(folder + kept)) << kept;
+  for (const char* kept : kOutside) EXPECT_TRUE(Exists(kept)) << kept;
+  EXPECT_TRUE(Exists(apps + "org.b"));
   EXPECT_EQ(fs::status(SystemPath(folder + "shut")).permissions(), fs::perms(0500)) << "what stays keeps its mode";
 }
 

@@ -184,7 +184,7 @@ TEST_P(TrevlinBroken, IsAnErrorWithOneLogLineAndStaysAsItIs) {
     database.EndRead();
     EXPECT_THAT(database.LastError(), HasSubstr(reason));
     EXPECT_NE(database.AddTransition({"", kTime, 17, 1, 0}), TREVLIN_OK);
-    EXPECT_EQ(Count(ReadFile(set_paths::kLogFile), reason), ++lines);
+    EXPECT_EQ(Count(Log(), reason), ++lines);
   }
   EXPECT_EQ(ReadFile(set_paths::kInferenceDb), before);
 }

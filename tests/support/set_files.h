@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// Files by the paths that they have on a set, and waiting for what another thread or process does with them.
+/// Files of the test's set, by the paths that they have on a set.
 
 #include <chrono>
 #include <filesystem>
@@ -10,24 +10,31 @@
 #include <string>
 #include <thread>
 
+#include "set_paths.h"
 #include "system_path.h"
 
-/// Makes the folders, too.
-inline void WriteFile(const std::string& setPath, const std::string& content) {
-  const std::filesystem::path path = SystemPath(setPath);
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-/// Empty when there is none.
-inline std::string ReadFile(const std::string& setPath) {
-  std::ifstream file(SystemPath(setPath), std::ios::binary);
+/// Its bytes; empty as well where no regular file is.
+inline std::string ReadFile(const std::string& path) {
+  if (!std::filesystem::is_regular_file(SystemPath(path))) return "";
+  std::ifstream file(SystemPath(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Whether anything has the name, be it a link that leads nowhere.
-inline bool FileExists(const std::string& setPath) {
-  return std::filesystem::exists(std::filesystem::symlink_status(SystemPath(setPath)));
+/// Makes its folder as well.
+inline void WriteFile(const std::string& path, const std::string& content) {
+  const std::filesystem::path full = SystemPath(path);
+  std::filesystem::create_directories(full.parent_path());
+  std::ofstream(full, std::ios::binary) << content;
+}
+
+/// Whether anything is there, a link that leads nowhere included.
+inline bool Exists(const std::string& path) {
+  return std::filesystem::exists(std::filesystem::symlink_status(SystemPath(path)));
+}
+
+/// What has been logged.
+inline std::string Log() {
+  return ReadFile(set_paths::kLogFile);
 }
 
 /// How often `part` is in `text`.
@@ -37,8 +44,8 @@ inline size_t Count(const std::string& text, const std::string& part) {
   return count;
 }
 
-/// Waits until it is true; false when it does not become so in half a minute, which is long on any machine.
-inline bool Comes(const std::function<bool()>& condition) {
+/// Waits until the condition holds; false when it does not within half a minute.
+inline bool Until(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;

@@ -30,11 +30,7 @@ using testing::Not;
 constexpr char kBootId[] = "/proc/sys/kernel/random/boot_id";
 
 bool Goes(const std::string& setPath) {
-  return Comes([&] { return !FileExists(setPath); });
-}
-
-std::string Log() {
-  return ReadFile(set_paths::kLogFile);
+  return Until([&] { return !Exists(setPath); });
 }
 
 using Process = std::unique_ptr<ChildProcess>;
@@ -43,7 +39,7 @@ Process StartDaemon() {
   const auto starts = [] { return Count(Log(), "serves this set"); };
   const size_t before = starts();
   auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD});
-  EXPECT_TRUE(Comes([&] { return starts() > before; }));
+  EXPECT_TRUE(Until([&] { return starts() > before; }));
   return daemon;
 }
 
@@ -76,7 +72,7 @@ std::string Ack(const std::string& app) {
 
 /// Waits for the answer and fetches it, as an asker does.
 std::string TakeSize(const std::string& app) {
-  EXPECT_TRUE(Comes([&] { return FileExists(Ack(app)); })) << app;
+  EXPECT_TRUE(Until([&] { return Exists(Ack(app)); })) << app;
   const std::string answer = ReadFile(Result(app));
   fs::remove(SystemPath(Ack(app)));
   fs::remove(SystemPath(Result(app)));
@@ -107,7 +103,7 @@ constexpr char kStubborn[] = "/opt/usr/apps/org.a/bin/stubborn.sh";
 Process StartStubborn() {
   WriteFile(kStubborn, "trap ': >\"$0.told\"' TERM; : >\"$0.ready\"; while :; do sleep 1; done\n");
   auto process = std::make_unique<ChildProcess>(std::vector<std::string>{"sh", SystemPath(kStubborn)});
-  EXPECT_TRUE(Comes([] { return FileExists(std::string(kStubborn) + ".ready"); }));
+  EXPECT_TRUE(Until([] { return Exists(std::string(kStubborn) + ".ready"); }));
   return process;
 }
 
@@ -153,7 +149,7 @@ TEST(Setd, PublishesTheResultBeforeTheAcknowledgement) {
   EXPECT_EQ(order, "result request gone ack");
   const std::string folder = "/opt/usr/apps/org.a/";
   EXPECT_EQ(ReadFile(Result("org.a.app")), DiskUsage(folder + "data") + "|" + DiskUsage(folder + "cache"));
-  EXPECT_FALSE(FileExists("/tmp/tager/calcAppDataCacheSize_org.a.app"));
+  EXPECT_FALSE(Exists("/tmp/tager/calcAppDataCacheSize_org.a.app"));
 }
 
 TEST(Setd, AnswersTwentyAtOnceAndOneAgainAndAgain) {
@@ -179,24 +175,24 @@ TEST(Setd, KillEndsThePackagesProcessesAndNoOthers) {
   WriteFile("/opt/usr/apps/org.a/bin/parent.sh", "cd \"${0%/*}\"; sh -c 'sleep 60 & echo $! >child; wait'; :\n");
   ChildProcess parent({"sh", folder + "/bin/parent.sh"});
   const auto childId = [] { return ReadFile("/opt/usr/apps/org.a/bin/child"); };
-  ASSERT_TRUE(Comes([&] { return childId().ends_with("\n"); }));
+  ASSERT_TRUE(Until([&] { return childId().ends_with("\n"); }));
   const pid_t child = std::stoi(childId());
   ChildProcess otherPackage({Program("org.ab"), "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}}});
   ChildProcess otherRoot({"sleep", "60"}, {.env = {{"VEXILO_APP_ID", "org.a.app"}, {"VEXILO_ROOT", "/elsewhere"}}});
   ChildProcess reader({"tail", "-f", folder + "/manifest.json"});
-  ASSERT_TRUE(Comes([&] {
+  ASSERT_TRUE(Until([&] {
     std::error_code error;
     return fs::read_symlink("/proc/" + std::to_string(directory.Pid()) + "/cwd", error) == folder &&
            fs::read_symlink("/proc/" + std::to_string(environment.Pid()) + "/exe", error).filename() == "sleep";
   }));
   Ask("killApp", "org.a\n");
   AskSize("org.ab", "org.ab.app");
-  EXPECT_TRUE(Comes([] { return FileExists(Ack("org.ab.app")); }));
+  EXPECT_TRUE(Until([] { return Exists(Ack("org.ab.app")); }));
   EXPECT_TRUE(Runs(script->Pid())) << "others are served meanwhile";
   EXPECT_TRUE(Goes("/tmp/tager/req/killApp"));
-  EXPECT_FALSE(FileExists("/tmp/tager/killApp"));
+  EXPECT_FALSE(Exists("/tmp/tager/killApp"));
   for (ChildProcess* ended : {&executable, &environment, &parent}) EXPECT_EQ(ended->Wait().signal, SIGTERM);
-  EXPECT_TRUE(Comes([&] { return !Runs(child); }));
+  EXPECT_TRUE(Until([&] { return !Runs(child); }));
   EXPECT_EQ(script->Wait().signal, SIGKILL);
   const pid_t others[] = {directory.Pid(), otherPackage.Pid(), otherRoot.Pid(), reader.Pid(), daemon->Pid()};
   for (const pid_t other : others) EXPECT_TRUE(Runs(other)) << other - others[0];
@@ -207,16 +203,16 @@ TEST(Setd, ClearsOneCacheAndRefusesWhatIsWrong) {
   Install("org.b", "org.b.app");
   const Process daemon = StartDaemon();
   AskAndWait("clearAppCache", "org.a|org.a.app\n");
-  EXPECT_FALSE(FileExists("/opt/usr/apps/org.a/cache/file"));
-  EXPECT_TRUE(FileExists("/opt/usr/apps/org.a/cache"));
-  EXPECT_TRUE(FileExists("/opt/usr/apps/org.a/data/file"));
+  EXPECT_FALSE(Exists("/opt/usr/apps/org.a/cache/file"));
+  EXPECT_TRUE(Exists("/opt/usr/apps/org.a/cache"));
+  EXPECT_TRUE(Exists("/opt/usr/apps/org.a/data/file"));
   AskAndWait("clearAppCache", "org.b|org.a.app\n");
   AskAndWait("clearAppCache", "org.gone|gone\n");
   AskAndWait("killApp", "../../../bin\n");
   AskAndWait("killApp", "org.gone\n");
   WriteFile("/tmp/tager/req/rubbish", "x");
-  EXPECT_TRUE(FileExists("/opt/usr/apps/org.b/cache/file"));
-  EXPECT_TRUE(FileExists("/tmp/tager/req/rubbish"));
+  EXPECT_TRUE(Exists("/opt/usr/apps/org.b/cache/file"));
+  EXPECT_TRUE(Exists("/tmp/tager/req/rubbish"));
 }
 
 TEST(Setd, BoostEndsWhatNobodyLooksAt) {
@@ -246,9 +242,9 @@ TEST(Setd, DeepCleanEmptiesCachesAndOldThingsThenSaysSo) {
   WriteFile(set_paths::kDeepCleanRequest, "CleanUp\n");
   EXPECT_TRUE(Goes(set_paths::kDeepCleanRequest));
   for (const std::string& gone : {std::string("/opt/usr/apps/org.a/cache/file"), report})
-    EXPECT_FALSE(FileExists(gone)) << gone;
+    EXPECT_FALSE(Exists(gone)) << gone;
   for (const char* kept : {"/opt/usr/apps/org.a/data/file", set_paths::kQGuideResult})
-    EXPECT_TRUE(FileExists(kept)) << kept;
+    EXPECT_TRUE(Exists(kept)) << kept;
   EXPECT_THAT(Log(), HasSubstr("deep clean: emptied 1 caches, removed 1 temporary files and 1 reports"));
 }
 
@@ -258,7 +254,7 @@ TEST(Setd, TheWebEnginesSizeIsToldAtTheStartAndWithEachAnswer) {
   Install(web, web);
   WriteFile(stored, std::string(100000, 'x'));
   const Process daemon = StartDaemon();
-  EXPECT_TRUE(Comes(isRight));
+  EXPECT_TRUE(Until(isRight));
   WriteFile(stored, std::string(200000, 'x'));
   AskSize(web, web);
   TakeSize(web);
@@ -283,7 +279,7 @@ TEST(Setd, SurvivesFoldersThatGo) {
   };
   for (const auto& lose : losses) {
     lose();
-    ASSERT_TRUE(Comes([] { return FileExists(set_paths::kTagerAnswers) && FileExists(set_paths::kTagerRequests); }));
+    ASSERT_TRUE(Until([] { return Exists(set_paths::kTagerAnswers) && Exists(set_paths::kTagerRequests); }));
     AskSize("org.a", "org.a.app");
     TakeSize("org.a.app");
   }
@@ -303,9 +299,9 @@ TEST(Setd, WhereNothingCanBeWrittenThereIsNoAnswerUntilItCan) {
   ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
   AskSize("org.a", "org.a.app");
   ASSERT_TRUE(says("no answer to calcAppDataCacheSize_org.a.app"));
-  EXPECT_FALSE(FileExists(Ack("org.a.app")));
-  EXPECT_FALSE(FileExists(Result("org.a.app")));
-  EXPECT_TRUE(FileExists("/tmp/tager/req/calcAppDataCacheSize_org.a.app"));
+  EXPECT_FALSE(Exists(Ack("org.a.app")));
+  EXPECT_FALSE(Exists(Result("org.a.app")));
+  EXPECT_TRUE(Exists("/tmp/tager/req/calcAppDataCacheSize_org.a.app"));
   ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_FSIZE, &all, nullptr), 0);
   TakeSize("org.a.app");
 }
@@ -315,10 +311,10 @@ TEST(Setd, GoesOnAfterHavingBeenKilledInTheMiddle) {
   const Process daemon = StartDaemon();
   const Process script = StartStubborn();
   Ask("killApp", "org.a\n");
-  ASSERT_TRUE(Comes([] { return FileExists(std::string(kStubborn) + ".told"); }));
+  ASSERT_TRUE(Until([] { return Exists(std::string(kStubborn) + ".told"); }));
   daemon->Signal(SIGKILL);
   daemon->Wait();
-  EXPECT_TRUE(FileExists("/tmp/tager/req/killApp"));
+  EXPECT_TRUE(Exists("/tmp/tager/req/killApp"));
   EXPECT_TRUE(Runs(script->Pid()));
   // What it left half written, and a request whose writer has ended without its line.
   WriteFile(Result("x") + "#abcdef", "1");
@@ -327,9 +323,9 @@ TEST(Setd, GoesOnAfterHavingBeenKilledInTheMiddle) {
   const ProcessResult once = RunProcess({SETD, "--once"});
   EXPECT_EQ(once.exitCode, 0) << once.err;
   EXPECT_EQ(script->Wait().signal, SIGKILL);
-  EXPECT_FALSE(FileExists("/tmp/tager/req/killApp"));
-  EXPECT_FALSE(FileExists(Result("x") + "#abcdef"));
-  EXPECT_TRUE(FileExists(Ack("org.a.app")));
+  EXPECT_FALSE(Exists("/tmp/tager/req/killApp"));
+  EXPECT_FALSE(Exists(Result("x") + "#abcdef"));
+  EXPECT_TRUE(Exists(Ack("org.a.app")));
 }
 
 // --- Reports ---------------------------------------------------------------------------------------------------------
@@ -403,7 +399,7 @@ TEST(SetdReport, WhoseTriggerCannotBeRemovedIsMadeOnce) {
     GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
   ASSERT_EQ(mount(SystemPath("/tmp/mounted").c_str(), SystemPath(trigger).c_str(), nullptr, MS_BIND, nullptr), 0);
   const Process daemon = StartDaemon();
-  ASSERT_TRUE(Comes([&] { return Count(Log(), trigger + " stays") >= 2; }));
+  ASSERT_TRUE(Until([&] { return Count(Log(), trigger + " stays") >= 2; }));
   EXPECT_EQ(Reports().size(), 1u);
   ASSERT_EQ(umount(SystemPath(trigger).c_str()), 0);
   EXPECT_TRUE(Goes(trigger));
@@ -432,7 +428,7 @@ TEST(SetdReport, AfterARestartOnlyAndThenOnce) {
     WriteFile(kBootId, run.boot + std::string("\n"));
     run.before(trigger);
     ServeOnce();
-    EXPECT_EQ(FileExists(trigger), run.stays) << run.what;
+    EXPECT_EQ(Exists(trigger), run.stays) << run.what;
     EXPECT_EQ(Reports().size(), run.reports) << run.what;
   }
 }
@@ -465,7 +461,7 @@ TEST(SetdBackground, DiagnosesAtThePeriodThatTheSettingsKeyHas) {
   vconf_set_int(kPeriod, 0);
   const Process daemon = StartDaemon();
   const auto comesTo = [](int type) {
-    return Comes([type] {
+    return Until([type] {
       trevlin::Database database(trevlin::Database::Access::kReadOnly);
       std::vector<trevlin::Transition> all;
       database.AllTransitions(all);
@@ -473,11 +469,11 @@ TEST(SetdBackground, DiagnosesAtThePeriodThatTheSettingsKeyHas) {
     });
   };
   // Of each of its threads: name, state, 15 numbers, niceness.
-  EXPECT_TRUE(Comes([&] {
+  EXPECT_TRUE(Until([&] {
     const std::string threads = "cat /proc/" + std::to_string(daemon->Pid()) + "/task/*/stat";
     return testing::Value(RunProcess({"sh", "-c", threads}).out, ContainsRegex("\\(trevlin\\) .( -?[0-9]+){15} 10 "));
   }));
-  EXPECT_FALSE(FileExists(set_paths::kInferenceDb));
+  EXPECT_FALSE(Exists(set_paths::kInferenceDb));
   vconf_set_int(kPeriod, 1);
   EXPECT_TRUE(comesTo(1));
   vconf_set_bool("db/trouble", 0);
