@@ -21,7 +21,8 @@ std::string MotionPrefix(MotionSet set, bool highContrast);
 std::string MotionFrame(MotionSet set, bool highContrast, int frame);
 
 /// Shows frames `first` to `last` in an image box, each for 50 milliseconds, in the form that the user's high-contrast
-/// setting asks for at that moment. False, at once, when the job was cancelled. A worker's routine.
+/// setting asks for at that moment; begins when the box is on the screen, half a second from now at the latest. False,
+/// at once, when the job was cancelled. A worker's routine.
 bool PlayMotion(const CScreenJob::Control& control, const CWidget& image, MotionSet set, int first, int last);
 
 }  // namespace QUVA

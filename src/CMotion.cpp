@@ -27,6 +27,20 @@ constexpr Prefixes kPrefixes[] = {
     {"Motion/vexilo_bad/vexilo_bad_", "Motion/vexilo_highcontrast_bad/vexilo_highcontrast_bad_"},
     {"Motion/Vexilo_normal/Vexilo_normal_", "Motion/vexilo_highcontrast_normal/Vexilo_highcontrast_normal_"},
 };
+
+constexpr std::chrono::milliseconds kShowingRound{10};
+constexpr int kShowingRounds = 50;
+
+// The picture that the image box has comes with a whole new screen, which takes longer to draw than a frame lasts.
+bool WaitUntilShown(const CScreenJob::Control& control, const CWidget& image) {
+  bool isShown = false;
+  for (int round = 0; round < kShowingRounds && !isShown; ++round) {
+    if (!control.m_RunInMainLoop([&] { isShown = !image || elm_flux_image_is_shown(image); })) return false;
+    if (!isShown) std::this_thread::sleep_for(kShowingRound);
+  }
+  return true;
+}
+
 }  // namespace
 
 MotionSet MotionOfDeviceState(int state) {
@@ -44,6 +58,7 @@ std::string MotionFrame(MotionSet set, bool highContrast, int frame) {
 }
 
 bool PlayMotion(const CScreenJob::Control& control, const CWidget& image, MotionSet set, int first, int last) {
+  if (!WaitUntilShown(control, image)) return false;
   unsigned int missedBefore = 0;
   control.m_RunInMainLoop([&] { missedBefore = elm_flux_missed_frames(); });
   auto due = std::chrono::steady_clock::now();

@@ -161,6 +161,8 @@ Evas_Object* elm_flux_image_add(Evas_Object* parent);
 bool elm_flux_image_file_set(Evas_Object* image, const std::string& file);
 /// Draws the file in one colour, by its shape. Empty for its own colours.
 void elm_flux_image_tint_set(Evas_Object* image, const char* color);
+/// Whether its file is on the screen by now; true for what cannot be seen at all.
+bool elm_flux_image_is_shown(const Evas_Object* image);
 
 // ---- what takes the focus
 

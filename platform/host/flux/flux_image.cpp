@@ -83,11 +83,13 @@ class Image : public Widget {
     elm_box_layout_set(
         box, [](Evas_Object*, Evas_Object_Box_Data*, void* self) { static_cast<Image*>(self)->Place(); }, this,
         nullptr);
-    evas_event_callback_add(evas_object_evas_get(box), EVAS_CALLBACK_RENDER_POST, OnDrawn, this);
+    evas_event_callback_add(evas_object_evas_get(box), EVAS_CALLBACK_RENDER_PRE, OnTaken, this);
+    evas_event_callback_add(evas_object_evas_get(box), EVAS_CALLBACK_RENDER_POST, OnShown, this);
     elm_box_pack_end(box, picture);
   }
   ~Image() override {
-    evas_event_callback_del_full(evas_object_evas_get(Object()), EVAS_CALLBACK_RENDER_POST, OnDrawn, this);
+    evas_event_callback_del_full(evas_object_evas_get(Object()), EVAS_CALLBACK_RENDER_PRE, OnTaken, this);
+    evas_event_callback_del_full(evas_object_evas_get(Object()), EVAS_CALLBACK_RENDER_POST, OnShown, this);
   }
 
   void Restyle() override {
@@ -102,8 +104,8 @@ class Image : public Widget {
       return false;
     }
     m_file = file;
-    if (m_isWaitingToBeDrawn && IsInSight(Object())) ++g_missedFrames;
-    m_isWaitingToBeDrawn = true;
+    if (m_stage == Stage::kSet && IsInSight(Object())) ++g_missedFrames;
+    m_stage = Stage::kSet;
     evas_object_show(m_picture);
     elm_box_recalculate(Object());
     return true;
@@ -116,8 +118,18 @@ class Image : public Widget {
     if (!m_file.empty()) Load(m_file);
   }
 
+  bool IsShown() const { return m_stage == Stage::kShown || !IsInSight(Object()); }
+
  private:
-  static void OnDrawn(void* self, Evas*, void*) { static_cast<Image*>(self)->m_isWaitingToBeDrawn = false; }
+  /// Of the last file: a thread of the canvas draws, so that a file may be set while the one before is being drawn.
+  enum class Stage { kSet, kBeingDrawn, kShown };
+
+  static void OnTaken(void* self, Evas*, void*) {
+    if (Stage& stage = static_cast<Image*>(self)->m_stage; stage == Stage::kSet) stage = Stage::kBeingDrawn;
+  }
+  static void OnShown(void* self, Evas*, void*) {
+    if (Stage& stage = static_cast<Image*>(self)->m_stage; stage == Stage::kBeingDrawn) stage = Stage::kShown;
+  }
 
   bool IsDrawing() const { return m_loading.ends_with(".svg"); }
 
@@ -217,7 +229,7 @@ class Image : public Widget {
   int m_drawingSide = 0;
   bool m_hasEdges = false;
   bool m_hasPixels = false;  // of a drawing
-  bool m_isWaitingToBeDrawn = false;
+  Stage m_stage = Stage::kShown;
 };
 
 }  // namespace
@@ -238,6 +250,11 @@ Evas_Object* elm_flux_image_add(Evas_Object* parent) {
 bool elm_flux_image_file_set(Evas_Object* image, const std::string& file) {
   auto* self = flux::Widget::Of<flux::Image>(image, __func__);
   return self && self->SetFile(file);
+}
+
+bool elm_flux_image_is_shown(const Evas_Object* image) {
+  const auto* self = flux::Widget::Of<flux::Image>(image, __func__);
+  return !self || self->IsShown();
 }
 
 void elm_flux_image_tint_set(Evas_Object* image, const char* color) {
