@@ -6,20 +6,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <future>
-#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "set_paths.h"
-#include "system_path.h"
+#include "support/set_files.h"
 
 namespace {
 
@@ -27,22 +21,14 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using QUVA::CDeleteApps;
 using testing::HasSubstr;
-using testing::Not;
-
-std::string Log() {
-  std::ifstream log(SystemPath(set_paths::kLogFile));
-  return {std::istreambuf_iterator<char>(log), {}};
-}
 
 /// Whether the service's last event comes: only then is its thread through with the main loop.
 bool AwaitEnd() {
-  const auto hasEnded = [] { return Log().find("Multi-Uninstall complete...") != std::string::npos; };
-  for (int i = 0; i < 1000 && !hasEnded(); ++i) std::this_thread::sleep_for(10ms);
-  return hasEnded();
+  return Until([] { return Log().find("Multi-Uninstall complete...") != std::string::npos; });
 }
 
 bool IsInstalled(const std::string& id) {
-  return fs::exists(SystemPath(set_paths::kPackagesDir + ("/" + id)));
+  return Exists(set_paths::kPackagesDir + ("/" + id));
 }
 
 QUVA::app_list_struct Record(const std::string& id, bool selected, bool locked) {
@@ -56,11 +42,10 @@ QUVA::app_list_struct Record(const std::string& id, bool selected, bool locked) 
 
 /// A record of the list, with its package.
 QUVA::app_list_struct Plant(const std::string& id, bool selected = true, bool locked = false) {
-  const fs::path folder = SystemPath(set_paths::kPackagesDir + ("/" + id));
-  fs::create_directories(folder / "data");
-  std::ofstream(folder / "data/file") << std::string(9000, 'x');
-  std::ofstream(folder / "manifest.json") << R"({"package_id": ")" << id << R"(", "app_id": ")" << id
-                                          << R"(", "title": "T")" << (locked ? R"(, "locked": true})" : "}");
+  const std::string folder = set_paths::kPackagesDir + ("/" + id);
+  WriteFile(folder + "/data/file", std::string(9000, 'x'));
+  WriteFile(folder + "/manifest.json", R"({"package_id": ")" + id + R"(", "app_id": ")" + id + R"(", "title": "T")" +
+                                           (locked ? R"(, "locked": true})" : "}"));
   return Record(id, selected, locked);
 }
 
@@ -75,15 +60,8 @@ class DeleteApps : public testing::Test {
   /// Runs `work` on a thread of its own beside the main loop.
   template <typename Work>
   static auto BesideMainLoop(Work work) {
-    auto result = std::async(std::launch::async, [&] {
-      struct Quit {
-        ~Quit() {
-          ecore_main_loop_thread_safe_call_async([](void*) { ecore_main_loop_quit(); }, nullptr);
-        }
-      } quit;
-      return work();
-    });
-    ecore_main_loop_begin();
+    auto result = std::async(std::launch::async, work);
+    while (result.wait_for(1ms) != std::future_status::ready) ecore_main_loop_iterate();
     return result.get();
   }
 
@@ -106,19 +84,12 @@ TEST_F(DeleteApps, RemovesTheSelectedAndCountsFailuresToo) {
   EXPECT_EQ(state.appName, "Title of b");
   EXPECT_EQ(state.progress, 100);
   EXPECT_TRUE(state.popupWanted);
-  const std::string log = Log();
-  size_t at = 0;
-  for (const char* line :
-       {"uninstall thread fn \n", "count of apps is 6\n", "apps name and lock part is Title of a && 0\n",
-        "app id to be deleted is a\n", "Title of locked && 1\n", "list of apps created 5 && 4 \n",
-        "uninstall start now with app id b 0\n", "app_id[b] uninstall completed\n",
-        "app_id[gone] uninstall failed[-2]\n", "app_id[locked] uninstall failed[-13]\n",
-        "Multi-Uninstall complete...\n", "Condition signalled..\n"}) {
-    at = log.find(line, at);
-    ASSERT_NE(at, std::string::npos) << line << " in " << log;
-  }
-  EXPECT_THAT(log, HasSubstr("return value is 0\n"));
-  EXPECT_THAT(log, Not(HasSubstr("app id to be deleted is stays")));
+  EXPECT_THAT(Log(), ContainsInOrder(std::vector<std::string>{
+                         "apps name and lock part is Title of a && 0\n", "app id to be deleted is a\n",
+                         "list of apps created 5 && 4 \n", "uninstall start now with app id b 0\n",
+                         "app_id[b] uninstall completed\n", "app_id[gone] uninstall failed[-2]\n",
+                         "app_id[locked] uninstall failed[-13]\n", "Multi-Uninstall complete...\n",
+                         "Condition signalled..\n"}));
 }
 
 TEST_F(DeleteApps, DoesNotTakeTheEndOfAnotherRemovalForItsOwn) {
@@ -147,7 +118,6 @@ TEST_F(DeleteApps, TakesEachEventToTheMainLoop) {
     EXPECT_EQ(m_apps.m_GetState().popupWanted, row.popup);
     EXPECT_EQ(m_apps.m_GetState().appName, "Title of a");
   }
-  EXPECT_THAT(Log(), HasSubstr("uninstall start now with app id a 1\n"));
   BesideMainLoop([&] {
     Send("none", 120);
     EXPECT_EQ(m_apps.m_GetState().appName, "");
@@ -169,10 +139,9 @@ TEST_F(DeleteApps, DoesNotWaitForARefusedRequest) {
   EXPECT_THAT(Log(), HasSubstr("return value is -1\n"));
   m_apps.m_UninstallApp("");
   EXPECT_THAT(Log(), HasSubstr("uninstall app failed\n"));
-  EXPECT_TRUE(BesideMainLoop([&] {
-    m_apps.m_UninstallApp("a");
-    return AwaitEnd() && m_apps.m_GetState().finished == 1;
-  }));
+  m_apps.m_SetApps({Plant("a")});
+  m_apps.m_SetPatience(20s);
+  EXPECT_TRUE(BesideMainLoop([&] { return m_apps.m_UninstallAppThreadFn(); })) << "waits for its own only";
   EXPECT_FALSE(IsInstalled("a"));
 }
 

@@ -4,17 +4,15 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <time.h>
 
+#include <atomic>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -23,11 +21,9 @@
 #include "CUtils.h"
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_Storage.h"
-#include "base/sqlite_handle.h"
-#include "set_paths.h"
-#include "system_path.h"
-#include "trevlin/trevlin_database.h"
-#include "vconf.h"
+#include "support/diagnosis.h"
+#include "support/remaining_rows.h"
+#include "support/set_files.h"
 
 namespace {
 
@@ -43,31 +39,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const std::string kRemaining = SystemPath(set_paths::kRemainingDb);
-const std::string kInference = SystemPath(set_paths::kInferenceDb);
-const std::string kResult = SystemPath("/tmp/qsyslink/inference_result");
-const std::string kBackgroundResult = SystemPath("/opt/usr/home/owner/content/Documents/inference_result");
-
-constexpr char kEarly[] = "2024-03-07T09:05:00";
-constexpr char kNoon[] = "2024-03-07T12:00:00";
-constexpr char kLate[] = "2024-03-08T00:00:00";
-constexpr char kLatest[] = "2024-11-01T00:00:00";
-
-std::string Bytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-SqliteDb OpenPlainly(const std::string& path) {
-  sqlite3* db = nullptr;
-  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  return SqliteDb(db);
-}
-
-void Execute(const std::string& path, const std::string& sql) {
-  const SqliteDb db = OpenPlainly(path);
-  EXPECT_EQ(sqlite3_exec(db.get(), sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db.get());
-}
+constexpr char kResult[] = "/tmp/qsyslink/inference_result";
+constexpr char kBackgroundResult[] = "/opt/usr/home/owner/content/Documents/inference_result";
 
 QUVA_DiagResultManager& Manager() {
   return *QUVA_DiagResultManager::GetInstance();
@@ -77,12 +50,6 @@ std::vector<MapToDBTable> Table() {
   std::vector<MapToDBTable> rows;
   Manager().GetRemainingTable(rows);
   return rows;
-}
-
-std::vector<std::string> Codes(const std::vector<MapToDBTable>& rows) {
-  std::vector<std::string> codes;
-  for (const MapToDBTable& row : rows) codes.push_back(row.issue_code);
-  return codes;
 }
 
 auto Fields(const MapToDBTable& row) {
@@ -107,8 +74,8 @@ QUVA_Solution Solution(const std::string& code, const std::string& source = "", 
   return solution;
 }
 
-MapToDBTable RowOf(const QUVA_Solution& s, const std::string& time = kNoon) {
-  return {1,          s.issue_code, 0,         time,          s.sol_type,
+MapToDBTable RowOf(const QUVA_Solution& s) {
+  return {1,          s.issue_code, 0,         kNoon,         s.sol_type,
           s.sol_name, s.sid_issue,  s.sid_sol, s.sid_button1, s.sid_button2,
           s.action,   s.toast1,     s.toast2,  s.source,      s.view_authority};
 }
@@ -117,51 +84,51 @@ void UseMap(const std::vector<QUVA_Solution>& solutions) {
   TCInformationStorage::Instance()->SetSolutionInformation(static_cast<unsigned int>(solutions.size()), solutions);
 }
 
-/// The engine sees the issue become true or false.
-void Becomes(bool isTrue, int code, const std::string& time = kNoon) {
-  trevlin::Database database(trevlin::Database::Access::kReadWrite);
-  ASSERT_EQ(database.AddTransition({.time = time, .issueCode = code, .type = isTrue}), TREVLIN_OK);
-}
-
 /// Makes the issues of the solutions true, and them the map.
 void Happen(const std::vector<QUVA_Solution>& solutions) {
   UseMap(solutions);
   for (const QUVA_Solution& solution : solutions) Becomes(true, std::stoi(solution.issue_code));
 }
 
-std::string Operation() {
-  const CText text(vconf_get_str("system/trevlin/STOperation"));
-  return text ? text.get() : "";
+void Show(int source, int channel = 2) {
+  vconf_set_int("memory/tv/source", source);
+  vconf_set_int("memory/tv/channel_type", channel);
 }
 
-bool DbReset() {
-  int value = -1;
-  EXPECT_EQ(vconf_get_bool("db/vexilo/db_reset", &value), 0);
-  return value != 0;
-}
-
-/// The item and the count of each event that was sent.
-std::vector<std::string> Events() {
-  std::ifstream file(SystemPath(set_paths::kEventLog));
-  std::vector<std::string> events;
-  for (std::string line; std::getline(file, line);) {
-    const auto field = [&line](const std::string& key) {
-      const size_t from = line.find(";" + key + "=") + key.size() + 2;
-      return line.substr(from, line.find(';', from) - from);
-    };
-    events.push_back(field("select_item") + " " + field("issue_count"));
-  }
-  return events;
-}
-
+/// With the engine, while a digital channel is showing.
 class DiagResult : public testing::Test {
  protected:
   DiagResult() {
     CreateAPIInstance();
-    vconf_set_int("memory/tv/source", 0);
-    vconf_set_int("memory/tv/channel_type", 2);
+    Show(0);
   }
 };
+
+// ---- the solution map that is in use
+
+TEST(Storage, ReadersNeverSeeAHalfReplacedMap) {
+  std::atomic<bool> done{false};
+  const std::vector<QUVA_Solution> maps[] = {{}, std::vector(3, Solution("3")), std::vector(400, Solution("400"))};
+  std::thread writer([&] {
+    for (int round = 0; round < 1000; ++round)
+      for (const auto& map : maps) UseMap(map);
+    done = true;
+  });
+  const auto check = [](unsigned int count, const std::vector<QUVA_Solution>& solutions) {
+    ASSERT_EQ(solutions.size(), count);
+    for (const QUVA_Solution& solution : solutions) ASSERT_EQ(solution.issue_code, std::to_string(count));
+  };
+  while (!done) {
+    unsigned int count = 0;
+    std::vector<QUVA_Solution> solutions;
+    TCInformationStorage::Instance()->GetSolutionInformation(count, solutions);
+    check(count, solutions);
+    QUVA::TSCurrentQUVAMap map;
+    TCInformationStorage::Instance()->GetQUVAMapInformation(map);
+    check(map.count, map.solutions);
+  }
+  writer.join();
+}
 
 // ---- resolution
 
@@ -184,11 +151,8 @@ TEST_F(Resolution, AnIssueIsFoundWhileItIsTrueAndNotSolvedSince) {
       {"false later", {{kTrue, kNoon}, {kFalse, kLate}}, nullptr},
       {"false before", {{kFalse, kEarly}, {kTrue, kNoon}}, kNoon},
       {"false at the same time", {{kTrue, kNoon}, {kFalse, kNoon}}, kNoon},
-      {"the newest of each counts",
-       {{kTrue, kLate}, {kFalse, kNoon}, {kTrue, kEarly}, {kFalse, kEarly}, {kTrue, kNoon}},
-       kLate},
+      {"the newest of each counts", {{kTrue, kLate}, {kFalse, kNoon}, {kTrue, kEarly}, {kFalse, kEarly}}, kLate},
       {"solution applied later", {{kTrue, kNoon}, {kApplied, kLate}}, nullptr},
-      {"solution applied before", {{kApplied, kEarly}, {kTrue, kNoon}}, kNoon},
       {"solution applied at the same time", {{kTrue, kNoon}, {kApplied, kNoon}}, nullptr},
       {"solution declined later", {{kTrue, kNoon}, {kDeclined, kLate}}, kNoon},
       {"solution applied, then declined", {{kTrue, kEarly}, {kApplied, kNoon}, {kDeclined, kLate}}, kEarly},
@@ -220,25 +184,21 @@ TEST_F(Resolution, AnIssueIsFoundWhileItIsTrueAndNotSolvedSince) {
 }
 
 TEST_F(Resolution, RowsAreInTheOrderOfTheMapAndRepeatAsItDoes) {
-  std::vector<QUVA_Solution> map = {Solution("30"), Solution("10", "HDMI", "SERVICE"),
-                                    Solution("30"), Solution("20"),
-                                    Solution("40"), Solution("50")};
+  std::vector<QUVA_Solution> map = {Solution("30"), Solution("10", "HDMI", "SERVICE"), Solution("30"), Solution("20"),
+                                    Solution("40")};
   map[2].sid_issue = "second";
   map[3].is_fg_bg = "bg";
   map[4].is_fg_bg = "BG";
-  map[5].is_fg_bg = "";
   Happen(map);
-  EXPECT_EQ(Manager().GetInferenceResult(), 5);
+  EXPECT_EQ(Manager().GetInferenceResult(), 4);
   map.erase(map.begin() + 3);
   const auto rows = Table();
-  ASSERT_EQ(rows.size(), 5u);
+  ASSERT_EQ(rows.size(), 4u);
   for (size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(Fields(rows[i]), Fields(RowOf(map[i]))) << i;
-  EXPECT_EQ(Manager().GetInferenceResult(), 5);
-  EXPECT_EQ(Table().size(), 10u) << "appended";
+  EXPECT_EQ(Manager().GetInferenceResult(), 4);
+  EXPECT_EQ(Table().size(), 8u) << "appended";
   Manager().CleanDiagResult();
   EXPECT_THAT(Table(), IsEmpty());
-  UseMap({});
-  EXPECT_EQ(Manager().GetInferenceResult(), 0);
 }
 
 TEST_F(Resolution, ACodeIsTheNumberThatItBeginsWith) {
@@ -246,159 +206,62 @@ TEST_F(Resolution, ACodeIsTheNumberThatItBeginsWith) {
   UseMap({Solution(" 17"), Solution("17x"), Solution("x17"), Solution(""), Solution("0x11"), Solution("017")});
   EXPECT_EQ(Manager().GetInferenceResult(), 3);
   EXPECT_THAT(Codes(Table()), ElementsAre(" 17", "17x", "017"));
-  Execute(kInference, std::string("INSERT INTO inferenceTBL VALUES('', '") + kNoon + "', '0', 1, 0)");
-  Manager().CleanDiagResult();
-  EXPECT_EQ(Manager().GetInferenceResult(), 6) << "what is no number is 0";
 }
 
-TEST_F(Resolution, AnEngineErrorSkipsTheIssueOrItsSolution) {
-  Happen({Solution("1"), Solution("2")});
-  const std::string solutionDb = SystemPath(set_paths::kSolutionDb);
-  std::ofstream(solutionDb) << std::string(5000, 'x');
-  EXPECT_EQ(Manager().GetInferenceResult(), 2) << "solution.db is no database";
-  fs::remove(kInference);
-  std::ofstream(kInference) << std::string(5000, 'x');
-  EXPECT_EQ(Manager().GetInferenceResult(), 0) << "inference.db is no database";
-  EXPECT_EQ(Bytes(solutionDb) + Bytes(kInference), std::string(10000, 'x'));
-}
-
-TEST_F(Resolution, FindErrorCodeDecidesFromTheFirstTransitionAndTheRecord) {
-  const struct {
-    std::vector<_DTInfDBRecord> transitions;
-    _DTSolDBRecord record;
-    bool found;
-  } cases[] = {
-      {{}, {}, false},
-      {{{5, 1, 0, "", kNoon}}, {}, true},
-      {{{5, 1, 0, "", kNoon}}, {6, 1, 5, 1, kLate}, true},
-      {{{5, 1, 0, "", kNoon}}, {5, 1, 5, -2, kLate}, false},
-      {{{5, 1, 0, "", kEarly}, {5, 1, 0, "", kLatest}}, {5, 1, 5, 1, kNoon}, false},
-      {{{9, 1, 0, "", kNoon}}, {9, 1, 5, 1, kLate}, false},  // the map's code is not compared
-  };
-  for (const auto& each : cases) {
-    Manager().CleanDiagResult();
-    auto solution = Solution("5");
-    auto transitions = each.transitions;
-    auto record = each.record;
-    EXPECT_EQ(Manager().FindErrorCodeInDB(solution, transitions, record), each.found) << &each - cases;
-    EXPECT_EQ(Table().size(), each.found ? 1u : 0u);
-  }
-}
-
-TEST_F(Resolution, TimesCompareAsBytes) {
-  const struct {
-    std::string a;
-    std::string b;
-    bool later;
-  } cases[] = {{kLate, kNoon, true}, {kNoon, kLate, false},  {kNoon, kNoon, false},   {"", "", false},  {"a", "", true},
-               {"", "a", false},     {"202", "2024", false}, {"\xc3\xa4", "z", true}, {"9", "10", true}};
-  for (const auto& each : cases) {
-    std::string a = each.a;
-    EXPECT_EQ(Manager().CompareTime(a, each.b), each.later) << a << " and " << each.b;
-  }
-}
-
-TEST_F(Resolution, SourcesApplyToWhatIsShowing) {
+TEST(ResolutionOfSources, AppliesToWhatIsShowing) {
+  EXPECT_FALSE(Manager().CheckSourceType("DTV") || Manager().CheckSourceType("HDMI")) << "not known yet";
   const std::set<int> hdmi = {13, 14, 15, 16, 38, 39};
   const std::set<int> digital = {2, 4, 7};
-  for (const int source : {0, 1, 2, 12, 13, 14, 15, 16, 17, 37, 38, 39, 40, 45, 46, 47, 48, -1})
+  for (const int source : {-1, 0, 1, 12, 13, 14, 15, 16, 17, 37, 38, 39, 40, 46, 47})
     for (const int channel : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8}) {
       SCOPED_TRACE("source " + std::to_string(source) + " channel " + std::to_string(channel));
-      vconf_set_int("memory/tv/source", source);
-      vconf_set_int("memory/tv/channel_type", channel);
+      Show(source, channel);
       EXPECT_EQ(Manager().CheckSourceType("DTV"), source == 0 && digital.count(channel) == 1);
       EXPECT_EQ(Manager().CheckSourceType("HDMI"), hdmi.count(source) == 1);
-      for (const char* other : {"", "ATV", "dtv", "hdmi", "HDMI1", "DTV "})
-        EXPECT_TRUE(Manager().CheckSourceType(other)) << other;
+      for (const char* other : {"", "ATV", "dtv", "HDMI1"}) EXPECT_TRUE(Manager().CheckSourceType(other)) << other;
     }
-}
-
-TEST(ResolutionOfSources, WhatIsShowingMayBeUnknown) {
-  EXPECT_FALSE(Manager().CheckSourceType("DTV") || Manager().CheckSourceType("HDMI"));
-  EXPECT_TRUE(Manager().CheckSourceType(""));
-}
-
-TEST_F(Resolution, OnlyUserIssuesAreForViewers) {
-  for (const char* view : {"user", "", "USERS", "USE", "SERVICE"}) EXPECT_FALSE(Manager().CheckViewType(view)) << view;
-  EXPECT_TRUE(Manager().CheckViewType("USER"));
-}
-
-TEST_F(Resolution, TheCurrentTimeIsTheLocalOne) {
-  setenv("TZ", "XST-5:30", 1);
-  tzset();
-  const std::string before = trevlin::CurrentTime();
-  const std::string text = Manager().GetCurrentTime();
-  EXPECT_TRUE(trevlin::IsTime(text)) << text;
-  EXPECT_LE(before, text);
-  EXPECT_LE(text, trevlin::CurrentTime());
-}
-
-TEST_F(Resolution, LinesAreSplitIntoRecords) {
-  const struct {
-    std::string line;
-    std::tuple<int, int, int, std::string, std::string> inference;
-    int isApply;
-  } cases[] = {
-      {"17,1,3,4 of it,2024-03-07T09:05:00", {17, 1, 3, "4 of it", kEarly}, 4},
-      {"17,,x,,", {17, 0, 0, "", ""}, 0},
-      {"17,1", {17, 1, 0, "", ""}, 0},
-      {"1,2,3,4,5,6", {1, 2, 3, "4", "5"}, 4},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.line);
-    std::string line = each.line;
-    QUVA::QUVA_InferenceDB i{9, 9, 9, "old", "old"};
-    Manager().TokenString(line, i);
-    EXPECT_EQ(std::tie(i.issue_code, i.tr_type, i.status, i.detail, i.last_update_time), each.inference);
-    QUVA::QUVA_SolutionDB s{9, 9, 9, 9, "old"};
-    Manager().TokenString(line, s);
-    EXPECT_EQ(std::tie(s.issue_code, s.sol_code, s.type, i.detail, s.register_time), each.inference);
-    EXPECT_EQ(s.is_apply, each.isApply);
-  }
 }
 
 // ---- remaining problems
 
 class Remaining : public DiagResult {
  protected:
-  /// Stores the rows as they are. The text of `index` is SQL.
-  static void Store(const MapToDBTable& row, const std::string& index = "'1'") {
+  /// Stores a row that viewers may see, found at noon.
+  static void Store(const std::string& code, const char* source = "", const char* index = "1") {
     Manager().LoadRemainingProblems();  // makes the table
     Manager().CleanDiagResult();
-    std::string sql = "INSERT INTO remainingTBL VALUES(" + index;
-    for (const std::string& text :
-         {row.issue_code, std::string("0"), row.last_time, row.sol_type, row.sid_issue, row.sid_sol, row.sid_button1,
-          row.sid_button2, row.action, row.toast1, row.toast2, row.source, row.view_authority}) {
-      const std::unique_ptr<char, CRelease<&sqlite3_free>> quoted(sqlite3_mprintf(",%Q", text.c_str()));
-      sql += quoted.get();
-    }
-    Execute(kRemaining, sql + ")");
+    const std::unique_ptr<char, CRelease<&sqlite3_free>> insert(sqlite3_mprintf(
+        "INSERT INTO remainingTBL(idx, issue_code, last_time, source, view_authority) VALUES(%Q, %Q, %Q, %Q, 'USER')",
+        index, code.c_str(), kNoon, source));
+    Execute(OpenDatabase(set_paths::kRemainingDb).get(), insert.get());
   }
-  static void Store(const QUVA_Solution& solution) { Store(RowOf(solution)); }
 
   static std::vector<std::string> StoredCodes() {
-    const SqliteDb db = OpenPlainly(kRemaining);
-    const SqliteStatement statement = PrepareStatement(db.get(), "SELECT issue_code FROM remainingTBL");
-    std::vector<std::string> codes;
-    while (statement && sqlite3_step(statement.get()) == SQLITE_ROW) codes.emplace_back(ColumnText(statement.get(), 0));
-    return codes;
+    return Texts(set_paths::kRemainingDb, "SELECT issue_code FROM remainingTBL");
+  }
+
+  static std::vector<std::string> CodesOfHome() {
+    Manager().CompareRemaining();
+    EXPECT_TRUE(CHomeScreen::Instance()->m_IsRemainingDataArrived());
+    return Codes(CHomeScreen::Instance()->m_GetDCIssues());
   }
 };
 
 TEST_F(Remaining, SavingKeepsTheOrderAndOnlyWhatIsShown) {
+  auto unlucky = Solution("8");
+  unlucky.sid_button2 = "USER";  // the statement ends at the first value that equals the view authority
   Happen({Solution("5"), Solution("4", "", "SERVICE"), Solution("3", "DTV"), Solution("2", "HDMI"),
-          Solution("1", "anything"), Solution("6", "", ""), Solution("7", "HDMI", "SERVICE")});
-  ASSERT_EQ(Manager().GetInferenceResult(), 7);
+          Solution("1", "anything"), Solution("6", "", ""), Solution("7", "", "user"), unlucky});
+  ASSERT_EQ(Manager().GetInferenceResult(), 8);
   Manager().SaveRemainingProblems();
   EXPECT_THAT(StoredCodes(), ElementsAre("5", "3", "1"));
-  EXPECT_EQ(Table().size(), 7u) << "the table keeps what is hidden";
-  vconf_set_int("memory/tv/source", 14);
+  EXPECT_EQ(Table().size(), 8u) << "the table keeps what is hidden";
+  Show(14);
   Manager().SaveRemainingProblems();
   EXPECT_THAT(StoredCodes(), ElementsAre("5", "2", "1")) << "replaced, for the source that is showing now";
 }
 
 TEST_F(Remaining, EveryFieldButTheNameComesBack) {
-  auto plain = Solution("1");
   auto quoted = Solution("2");
   for (const auto text : kTexts) quoted.*text = "a \"quote\" of " + quoted.*text;
   quoted.sid_sol = "\"";
@@ -407,28 +270,18 @@ TEST_F(Remaining, EveryFieldButTheNameComesBack) {
   odd.sid_sol = "%s %n \n line two \xc3\xa4";
   odd.sid_button1 = "sid_issue";
   odd.sid_button2 = "";
-  Happen({plain, quoted, odd});
+  std::vector<QUVA_Solution> map = {Solution("1"), quoted, odd};
+  Happen(map);
   ASSERT_EQ(Manager().GetInferenceResult(), 3);
   Manager().SaveRemainingProblems();
-  EXPECT_THAT(Bytes(SystemPath(set_paths::kLogFile)), HasSubstr("a \"quote\" of d2")) << "told before it is read";
+  EXPECT_THAT(Log(), HasSubstr("holds a double quote: [a \"quote\" of d2]"));
   EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
   const auto rows = Table();
   ASSERT_EQ(rows.size(), 3u);
-  size_t i = 0;
-  for (QUVA_Solution solution : {plain, quoted, odd}) {
-    solution.sol_name = "";
-    EXPECT_EQ(Fields(rows[i++]), Fields(RowOf(solution))) << solution.issue_code;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    map[i].sol_name = "";
+    EXPECT_EQ(Fields(rows[i]), Fields(RowOf(map[i]))) << i;
   }
-}
-
-// The statement ends at the first value that equals the view authority.
-TEST_F(Remaining, ARowWithTheViewAuthorityInAnotherFieldIsNotStored) {
-  auto unlucky = Solution("1");
-  unlucky.sid_button2 = "USER";
-  Happen({unlucky, Solution("2")});
-  ASSERT_EQ(Manager().GetInferenceResult(), 2);
-  Manager().SaveRemainingProblems();
-  EXPECT_THAT(StoredCodes(), ElementsAre("2"));
 }
 
 TEST_F(Remaining, AnIndexIsPossibleUpToTheNumberOfRows) {
@@ -437,21 +290,20 @@ TEST_F(Remaining, AnIndexIsPossibleUpToTheNumberOfRows) {
     int result;
     size_t loaded;
   } cases[] = {
-      {{"'1'"}, 1, 1},
-      {{"'0'"}, 1, 1},
-      {{"'2'"}, 0, 0},
-      {{"'-1'"}, 0, 0},
-      {{"'2'", "'2'"}, 1, 2},
-      {{"'1'", "'4'", "'1'"}, 0, 1},
-      {{"'1'", "'1'", "'-1'"}, 0, 2},
-      {{"'text'", "''", "NULL"}, 1, 3},
-      {{"'99999999999999999999'"}, 0, 0},
       {{}, 0, 0},
+      {{"0"}, 1, 1},
+      {{"1"}, 1, 1},
+      {{"2"}, 0, 0},
+      {{"2", "2"}, 1, 2},
+      {{"1", "4", "1"}, 0, 1},
+      {{"1", "1", "-1"}, 0, 2},
+      {{"text", ""}, 1, 2},
+      {{"99999999999999999999"}, 0, 0},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(testing::PrintToString(each.indexes));
     Manager().ClearRemainingProblems();
-    for (const char* index : each.indexes) Store(RowOf(Solution("1")), index);
+    for (const char* index : each.indexes) Store("1", "", index);
     EXPECT_EQ(Manager().LoadRemainingProblems(), each.result);
     EXPECT_EQ(Table().size(), each.loaded);
   }
@@ -463,227 +315,181 @@ TEST_F(Remaining, OnDemandIssuesThatHaveClearedAreDeleted) {
     const char* falseTime;  // of the newest transition to false, null for none; the row's time is kNoon
     bool kept;
   } cases[] = {
-      {"9999999", kLate, true},   {"10000000", kLate, false}, {"10000005", kLate, false},
-      {"10000006", kNoon, true},  {"10000007", kEarly, true}, {"10000008", nullptr, true},
-      {"19999999", kLate, false}, {"20000000", kLate, true},  {"17", kLate, true},
+      {"9999999", kLate, true},   {"10000000", kLate, false},  {"10000005", kLate, false}, {"10000006", kNoon, true},
+      {"10000007", kEarly, true}, {"10000008", nullptr, true}, {"19999999", kLate, false}, {"20000000", kLate, true},
   };
   std::vector<std::string> kept;
   for (const auto& each : cases) {
-    Store(Solution(each.code));
+    Store(each.code);
     if (each.falseTime) Becomes(false, std::stoi(each.code), each.falseTime);
-    Becomes(false, std::stoi(each.code), "2020-01-01T00:00:00");
     if (each.kept) kept.push_back(each.code);
   }
-  Store(Solution("4304967301"));  // 10000005 in 32 bits
+  Store("4304967301");  // 10000005 in 32 bits
   kept.push_back("4304967301");
   Manager().GetInferenceResult_Remaining();
   EXPECT_EQ(StoredCodes(), kept);
 
   Becomes(false, 10000006, kLate);
-  fs::remove(kInference);
-  std::ofstream(kInference) << "no database";
+  fs::remove(SystemPath(set_paths::kInferenceDb));
+  WriteFile(set_paths::kInferenceDb, "no database");
   Manager().GetInferenceResult_Remaining();
   EXPECT_EQ(StoredCodes(), kept) << "the engine fails";
 }
 
 TEST_F(Remaining, DeletingTakesAllRowsOfOneCodeWhateverItsText) {
   const std::string clever = "10000005' OR '1'='1";
-  for (const std::string& code : {std::string("17"), clever, std::string("170"), std::string("17")})
-    Store(Solution(code));
+  for (const std::string& code : {std::string("17"), clever, std::string("170"), std::string("17")}) Store(code);
   Manager().DeleteRemainingDBColumn("17");
   EXPECT_THAT(StoredCodes(), ElementsAre(clever, "170"));
   Becomes(false, 10000005, kLate);
   Manager().GetInferenceResult_Remaining();
   EXPECT_THAT(StoredCodes(), ElementsAre("170"));
-  Manager().ClearRemainingProblems();
-  EXPECT_THAT(StoredCodes(), IsEmpty());
 }
 
 TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
-  Store(Solution("1"));
+  Store("1");
   Happen({Solution("2")});
   ASSERT_EQ(Manager().GetInferenceResult(), 1);
   {
-    const SqliteDb other = OpenPlainly(kRemaining);
-    ASSERT_EQ(sqlite3_exec(other.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const SqliteDb other = OpenDatabase(set_paths::kRemainingDb);
+    Execute(other.get(), "BEGIN EXCLUSIVE");
     Manager().SaveRemainingProblems();
     Manager().DeleteRemainingDBColumn("1");
     EXPECT_EQ(Manager().LoadRemainingProblems(), 0);
     EXPECT_THAT(Table(), IsEmpty());
-    Manager().CompareRemaining();
+    EXPECT_THAT(CodesOfHome(), IsEmpty());
   }
-  EXPECT_TRUE(CHomeScreen::Instance()->m_IsRemainingDataArrived());
-  EXPECT_THAT(CHomeScreen::Instance()->m_GetDCIssues(), IsEmpty());
   EXPECT_THAT(StoredCodes(), ElementsAre("1"));
 }
 
 TEST_F(Remaining, TheHomeScreenGetsTheRowsOfTheSourceThatHaveNotCleared) {
-  for (const auto& solution : {Solution("10000001"), Solution("2", "HDMI"), Solution("3", "DTV"),
-                               Solution("4", "", "SERVICE"), Solution("5", "anything")})
-    Store(solution);
+  Store("10000001");
+  for (const auto& [code, source] : {std::pair("2", "HDMI"), {"3", "DTV"}, {"5", "anything"}}) Store(code, source);
   Becomes(false, 10000001, kLate);
-  Manager().CompareRemaining();
-  EXPECT_THAT(Codes(CHomeScreen::Instance()->m_GetDCIssues()), ElementsAre("3", "4", "5"));
-  EXPECT_EQ(Operation(), "{\"id\" : \"CompareRemaining\"}");
-  EXPECT_THAT(StoredCodes(), ElementsAre("2", "3", "4", "5"));
-  vconf_set_int("memory/tv/source", 13);
-  Manager().CompareRemaining();
-  EXPECT_THAT(Codes(CHomeScreen::Instance()->m_GetDCIssues()), ElementsAre("2", "4", "5"));
-}
-
-TEST_F(Remaining, TheHomeScreenGetsAnEmptyListWhenAnIndexIsNotPossible) {
-  Store(Solution("1"));
-  Store(RowOf(Solution("2")), "'9'");
-  CHomeScreen::Instance()->m_SetDCIssues(std::vector<MapToDBTable>(2));
-  Manager().CompareRemaining();
-  EXPECT_TRUE(CHomeScreen::Instance()->m_IsRemainingDataArrived());
-  EXPECT_THAT(CHomeScreen::Instance()->m_GetDCIssues(), IsEmpty());
+  EXPECT_THAT(CodesOfHome(), ElementsAre("3", "5"));
+  EXPECT_EQ(Operation(), OperationOf("CompareRemaining"));
+  EXPECT_THAT(StoredCodes(), ElementsAre("2", "3", "5"));
+  Show(13);
+  EXPECT_THAT(CodesOfHome(), ElementsAre("2", "5"));
+  Store("6", "", "9");
+  EXPECT_THAT(CodesOfHome(), IsEmpty()) << "an index that is not possible";
 }
 
 // ---- the list for the screen
 
 class ErrorList : public Remaining {
  protected:
-  ErrorList() { vconf_set_bool("db/vexilo/db_reset", true); }
+  ErrorList() {
+    vconf_set_bool("db/vexilo/db_reset", true);
+    Store("99");
+  }
+
+  static bool DbReset() {
+    int value = -1;
+    EXPECT_EQ(vconf_get_bool("db/vexilo/db_reset", &value), 0);
+    return value != 0;
+  }
 };
 
 TEST_F(ErrorList, WhatIsShownIsHandedOverAndStored) {
-  Store(Solution("99"));
   Happen({Solution("3"), Solution("2", "HDMI"), Solution("1", "DTV"), Solution("4", "", "SERVICE")});
-  Manager().CreateErrorList();
+  EXPECT_EQ(Manager().CreateErrorList(), 1);
   const auto rows = CStartDC::Instance()->m_GetRows();
   ASSERT_THAT(Codes(rows), ElementsAre("3", "1"));
   EXPECT_EQ(Fields(rows[1]), Fields(RowOf(Solution("1", "DTV"))));
   EXPECT_TRUE(CStartDC::Instance()->m_IsResultReceived());
   EXPECT_THAT(StoredCodes(), ElementsAre("3", "1")) << "the rows of the former scan are gone";
-  EXPECT_THAT(Codes(Table()), ElementsAre("3", "2", "1", "4"));
   EXPECT_FALSE(DbReset());
-  EXPECT_EQ(Operation(), "{\"id\" : \"CreateErrorList\"}");
-  EXPECT_THAT(Events(), ElementsAre("CreateErrorList 4"));
+  EXPECT_EQ(Operation(), OperationOf("CreateErrorList"));
+  EXPECT_THAT(ReadFile(set_paths::kEventLog), HasSubstr("select_item=CreateErrorList;status=NULL;issue_count=4;"));
   Manager().CreateErrorList();
-  EXPECT_EQ(Table().size(), 4u) << "cleaned before each list";
+  EXPECT_THAT(Codes(Table()), ElementsAre("3", "2", "1", "4")) << "cleaned before each list";
+
+  Happen({Solution("1", "HDMI")});
+  EXPECT_EQ(Manager().CreateErrorList(), 1) << "what is all hidden still counts as found";
+  EXPECT_THAT(CStartDC::Instance()->m_GetRows(), IsEmpty());
+  EXPECT_THAT(StoredCodes(), IsEmpty());
 }
 
 TEST_F(ErrorList, NothingFoundLeavesEverythingElseAlone) {
-  Store(Solution("99"));
   UseMap({Solution("1")});
   CStartDC::Instance()->m_DiagResCallback(std::vector<MapToDBTable>(2));
-  Manager().CreateErrorList();
+  EXPECT_EQ(Manager().CreateErrorList(), 0);
   EXPECT_THAT(CStartDC::Instance()->m_GetRows(), IsEmpty());
   EXPECT_THAT(StoredCodes(), ElementsAre("99"));
   EXPECT_TRUE(DbReset());
-  EXPECT_THAT(Events(), IsEmpty());
-  EXPECT_EQ(Operation(), "{\"id\" : \"CreateErrorList\"}");
-}
-
-TEST_F(ErrorList, WhatIsAllHiddenStillCountsAsFound) {
-  Store(Solution("99"));
-  Happen({Solution("1", "HDMI")});
-  Manager().CreateErrorList();
-  EXPECT_THAT(CStartDC::Instance()->m_GetRows(), IsEmpty());
-  EXPECT_TRUE(CStartDC::Instance()->m_IsResultReceived());
-  EXPECT_THAT(StoredCodes(), IsEmpty());
-  EXPECT_FALSE(DbReset());
-  EXPECT_THAT(Events(), ElementsAre("CreateErrorList 1"));
+  EXPECT_FALSE(Exists(set_paths::kEventLog));
 }
 
 // ---- the result file
 
-class QGuide : public Remaining {
+class QGuide : public ErrorList {
  protected:
   static void LaunchedFrom(const char* text) {
     static std::string kept;
-    kept = text ? text : "";
-    CUtils::Instance().m_pSetLaunchFrom(text ? kept.data() : nullptr);
+    kept = text;
+    CUtils::Instance().m_pSetLaunchFrom(kept.data());
   }
 };
 
 TEST_F(QGuide, TheFileHasALineForEachIssueInTheOrderOfTheMap) {
-  vconf_set_bool("db/vexilo/db_reset", true);
-  Store(Solution("99"));
   UseMap({Solution("1001"), Solution("2040", "HDMI"), Solution("5"), Solution("017", "", "SERVICE")});
   for (const int code : {17, 2040, 1001}) Becomes(true, code);
-  std::ofstream(kResult) << "what was there before, which is longer";
-  Manager().CreateQGuideErrList();
-  EXPECT_EQ(Bytes(kResult), "1001\n2040\n017\n");
+  WriteFile(kResult, "what was there before, which is longer");
+  EXPECT_EQ(Manager().CreateQGuideErrList(), 1);
+  EXPECT_EQ(ReadFile(kResult), "1001\n2040\n017\n");
   EXPECT_THAT(StoredCodes(), ElementsAre("99"));
-  EXPECT_THAT(Events(), IsEmpty());
   EXPECT_TRUE(DbReset());
-  Manager().CreateQGuideErrList();
-  EXPECT_EQ(Bytes(kResult), "1001\n2040\n017\n1001\n2040\n017\n") << "what is in the table already";
+  EXPECT_FALSE(Exists(set_paths::kEventLog));
   UseMap({});
-  Manager().CreateQGuideErrList();
-  EXPECT_TRUE(fs::exists(kResult));
-  EXPECT_EQ(Bytes(kResult), "") << "but not when nothing is found";
-}
-
-TEST_F(QGuide, TheLaunchDecidesOnThePath) {
-  Happen({Solution("1")});
-  for (const char* launch :
-       {"bg_inference", "BG_INFERENCE", "bg_inference ", "menu", "", static_cast<const char*>(nullptr)}) {
-    SCOPED_TRACE(launch ? launch : "null");
-    fs::remove(kResult);
-    fs::remove(kBackgroundResult);
-    Manager().CleanDiagResult();
-    LaunchedFrom(launch);
-    Manager().CreateQGuideErrList();
-    const bool background = launch && launch == std::string("bg_inference");
-    EXPECT_EQ(Bytes(background ? kBackgroundResult : kResult), "1\n");
-    EXPECT_FALSE(fs::exists(background ? kResult : kBackgroundResult));
-  }
+  EXPECT_EQ(Manager().CreateQGuideErrList(), 1);
+  EXPECT_TRUE(Exists(kResult));
+  EXPECT_EQ(ReadFile(kResult), "");
 }
 
 TEST_F(QGuide, ALinkIsRefusedAndItsTargetNotTouched) {
   Happen({Solution("1")});
-  const std::string target = SystemPath("/opt/usr/home/owner/precious");
-  for (const auto& [launch, path, setPath] :
-       {std::tuple("menu", kResult, "/tmp/qsyslink/inference_result"),
-        {"bg_inference", kBackgroundResult, "/opt/usr/home/owner/content/Documents/inference_result"}}) {
-    SCOPED_TRACE(launch);
-    LaunchedFrom(launch);
-    for (const bool dangling : {false, true}) {
-      if (!dangling) std::ofstream(target) << "precious";
-      fs::create_symlink(target, path);
-      Manager().CreateQGuideErrList();
-      EXPECT_THAT(Bytes(SystemPath(set_paths::kLogFile)), HasSubstr("symbolic link is detected\n"));
+  const std::string target = SystemPath("/opt/precious"), dangling = SystemPath("/opt/none");
+  WriteFile("/opt/precious", "precious");
+  for (const auto& [launch, path] : {std::pair("menu", kResult), {"bg_inference", kBackgroundResult}})
+    for (const std::string& to : {target, dangling}) {
+      SCOPED_TRACE(launch + (" " + to));
+      LaunchedFrom(launch);
+      fs::create_symlink(to, SystemPath(path));
+      EXPECT_EQ(Manager().CreateQGuideErrList(), 0);
+      EXPECT_THAT(Log(), HasSubstr("symbolic link is detected\n"));
       testing::internal::CaptureStderr();
-      Manager().openQGuideForWrite(setPath);
+      EXPECT_EQ(Manager().openQGuideForWrite(path), 0);
       EXPECT_EQ(testing::internal::GetCapturedStderr(), "symbolic link is detected\n");
-      EXPECT_TRUE(fs::is_symlink(path));
-      EXPECT_EQ(Bytes(target), dangling ? "" : "precious");
-      EXPECT_EQ(fs::exists(target), !dangling);
-      fs::remove(path);
-      fs::remove(target);
+      EXPECT_TRUE(fs::is_symlink(SystemPath(path)));
+      fs::remove(SystemPath(path));
     }
-  }
+  EXPECT_EQ(ReadFile("/opt/precious"), "precious");
+  EXPECT_FALSE(Exists("/opt/none"));
   EXPECT_THAT(Table(), IsEmpty()) << "nothing was resolved for a file that is not written";
 }
 
 TEST_F(QGuide, WhatCannotBeWrittenIsLoggedAndNothingElseHappens) {
   Happen({Solution("1")});
-  const auto logged = [](const char* text) {
-    return Bytes(SystemPath(set_paths::kLogFile)).find(text) != std::string::npos;
+  const std::string path = SystemPath(kResult);
+  const fs::path folder = fs::path(path).parent_path();
+  const struct {
+    std::function<void()> make;
+    const char* logged;
+  } cases[] = {
+      {[&] { mkfifo(path.c_str(), 0600); }, "Unable to open file /tmp/qsyslink/inference_result 22"},
+      {[&] { WriteFile("/opt/precious", ""), fs::create_hard_link(SystemPath("/opt/precious"), path); },
+       "Unable to open file /tmp/qsyslink/inference_result 31"},
+      {[&] { fs::remove_all(folder); }, "Unable to open file /tmp/qsyslink/inference_result 2\n"},
+      {[&] { WriteFile("/tmp/qsyslink", "not a folder"); }, "lstat error /tmp/qsyslink/inference_result 20"},
   };
-  const fs::path folder = fs::path(kResult).parent_path();
-  fs::create_directory(kResult);
-  Manager().CreateQGuideErrList();
-  EXPECT_TRUE(logged("Unable to open file /tmp/qsyslink/inference_result 21"));
-  EXPECT_TRUE(fs::is_empty(kResult));
-
-  fs::remove(kResult);
-  ASSERT_EQ(mkfifo(kResult.c_str(), 0600), 0);
-  Manager().CreateQGuideErrList();
-  EXPECT_TRUE(logged("Unable to open file /tmp/qsyslink/inference_result 22")) << "it would wait for a reader";
-
-  fs::remove_all(folder);
-  Manager().CreateQGuideErrList();
-  EXPECT_TRUE(logged("Unable to open file /tmp/qsyslink/inference_result 2\n"));
-  EXPECT_FALSE(fs::exists(folder));
-
-  std::ofstream(folder) << "not a folder";
-  Manager().CreateQGuideErrList();
-  EXPECT_TRUE(logged("lstat error /tmp/qsyslink/inference_result 20"));
-  EXPECT_EQ(Bytes(folder), "not a folder");
+  for (const auto& each : cases) {
+    fs::remove(path);
+    each.make();
+    EXPECT_EQ(Manager().CreateQGuideErrList(), 0);
+    EXPECT_THAT(Log(), HasSubstr(each.logged));
+  }
+  EXPECT_EQ(ReadFile("/tmp/qsyslink"), "not a folder");
   EXPECT_THAT(Table(), IsEmpty());
 }
 
@@ -694,11 +500,11 @@ TEST_F(QGuide, AFileThatCannotBeWrittenWholeIsEmpty) {
   const rlimit small = {7, limit.rlim_max};
   signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  Manager().CreateQGuideErrList();
+  EXPECT_EQ(Manager().CreateQGuideErrList(), 0);
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
   EXPECT_EQ(Table().size(), 2u);
-  EXPECT_TRUE(fs::exists(kResult));
-  EXPECT_EQ(Bytes(kResult), "");
+  EXPECT_TRUE(Exists(kResult));
+  EXPECT_EQ(ReadFile(kResult), "");
 }
 
 }  // namespace

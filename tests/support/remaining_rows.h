@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -36,12 +37,17 @@ inline void StoreRemaining(const std::vector<int>& codes) {
   Execute(db.get(), sql);
 }
 
-/// The first column of a query's rows as numbers; empty too where it cannot be asked.
-inline std::vector<int> Numbers(const char* path, const char* query) {
+/// The first column of a query's rows; empty too where it cannot be asked.
+inline std::vector<std::string> Texts(const char* path, const char* query) {
   const SqliteDb db = OpenDatabase(path, SQLITE_OPEN_READWRITE);
   const SqliteStatement rows = PrepareStatement(db.get(), query);
+  std::vector<std::string> texts;
+  while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) texts.emplace_back(ColumnText(rows.get(), 0));
+  return texts;
+}
+inline std::vector<int> Numbers(const char* path, const char* query) {
   std::vector<int> numbers;
-  while (rows && sqlite3_step(rows.get()) == SQLITE_ROW) numbers.push_back(sqlite3_column_int(rows.get(), 0));
+  for (const std::string& text : Texts(path, query)) numbers.push_back(std::atoi(text.c_str()));
   return numbers;
 }
 

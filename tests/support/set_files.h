@@ -2,6 +2,8 @@
 /// @file
 /// Files of the test's set, by the paths that they have on a set.
 
+#include <gmock/gmock.h>
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -42,6 +44,20 @@ inline size_t Count(const std::string& text, const std::string& part) {
   size_t count = 0;
   for (size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) ++count;
   return count;
+}
+
+/// A matcher: the text has each of the parts, the next one behind the last.
+MATCHER_P(ContainsInOrder, parts, "has these parts in their order: " + testing::PrintToString(parts)) {
+  size_t at = 0;
+  for (const std::string& part : parts) {
+    at = arg.find(part, at);
+    if (at == std::string::npos) {
+      *result_listener << "with no \"" << part << "\" there";
+      return false;
+    }
+    at += part.size();
+  }
+  return true;
 }
 
 /// Waits until the condition holds; false when it does not within half a minute.

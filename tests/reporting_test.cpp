@@ -1,6 +1,5 @@
-// The usage events. The facts of the device are read once, so every case of them has a test of its own.
-
-#include "QUVA_KPISender.h"
+// What is reported: the usage events, and the error report's requests to the log collector. The facts of the device are
+// read once, so every case of them has a test of its own.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,23 +7,28 @@
 #include <sys/statvfs.h>
 #include <time.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "set_paths.h"
-#include "system_path.h"
+#include "CErrorReport.h"
+#include "CUtils.h"
+#include "QUVA_KPISender.h"
+#include "support/set_files.h"
 #include "vconf.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using QUVA::CErrorReport;
+using QUVA::CUtils;
 using QUVA::QUVA_KPISender;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 QUVA_KPISender& Sender() {
   return *QUVA_KPISender::GetInstance();
@@ -41,13 +45,13 @@ std::string Field(const std::string& key) {
 }
 
 std::vector<Json::Value> StoredEvents() {
-  std::ifstream file(SystemPath(set_paths::kEventLog));
+  std::istringstream file(ReadFile(set_paths::kEventLog));
   std::vector<Json::Value> events;
   for (std::string line; std::getline(file, line);) std::istringstream(line) >> events.emplace_back();
   return events;
 }
 
-/// The value of one field of the description, given a file of the root ("" for none).
+/// The value of one field of the description, given a file of the set.
 struct Fact {
   const char* name;
   const char* path;
@@ -63,12 +67,9 @@ class KpiFact : public testing::TestWithParam<Fact> {};
 
 TEST_P(KpiFact, IsReadFromTheSetOnce) {
   const Fact& fact = GetParam();
-  const auto write = [](const std::string& path, const char* text) {
-    if (!path.empty()) std::ofstream(SystemPath(path)) << text;
-  };
-  write(fact.path, fact.text);
+  WriteFile(fact.path, fact.text);
   EXPECT_EQ(Field(fact.field), fact.value);
-  write(fact.path, "0x9 0x9 0x9 0x9\n");
+  WriteFile(fact.path, "0x9 0x9 0x9 0x9\n");
   Sender().SendVexiloKPI("Sound Test");
   EXPECT_EQ(Field(fact.field), fact.value);
 }
@@ -76,28 +77,20 @@ TEST_P(KpiFact, IsReadFromTheSetOnce) {
 constexpr char kChip[] = "/proc/sdp_chipid_val";
 constexpr char kProfile[] = "/etc/vexilo/set.conf";
 constexpr Fact kFacts[] = {
-    {"ChipMissing", "", "", "chip_id", "NULL"},
-    {"ChipEmpty", kChip, "", "chip_id", "NULL"},
     {"ChipNoNumber", kChip, "chip 0x1\n", "chip_id", "NULL"},
     {"ChipWhole", kChip, "0x1 0xabcdef01 0xDEADBEEF 0x0\n", "chip_id", "00000001_ABCDEF01_DEADBEEF_00000000"},
     {"ChipOneWord", kChip, "0x12", "chip_id", "00000012_00000000_00000000_00000000"},
-    {"SerialMissing", "", "", "sn", "NULL"},
     {"Serial", kProfile, "[set]\nserial_number=0VX5A1K0001X\n", "sn", "0VX5A1K0001X"},
-    {"SeriesMissing", "", "", "series", "NULL"},
     {"SeriesToTheFirstDigit", kProfile, "[set]\nmodel_name=AB55X100\n", "series", "AB5"},
-    {"SeriesDigitFirst", kProfile, "[set]\nmodel_name=55AB\n", "series", "5"},
     {"SeriesWithoutDigit", kProfile, "[set]\nmodel_name=Vexilo One\n", "series", "Vexilo One"},
     {"SeriesEmpty", kProfile, "[set]\nmodel_name=\n", "series", "NULL"},
-    {"ImagePerf", "", "", "img_type", "perf"},
-    {"ImageRelease", "/etc/release", "", "img_type", "release"},
     {"ImageDebug", "/etc/debug", "", "img_type", "debug"},
-    {"PlatformMissing", "", "", "platform", "NULL"},
 };
 INSTANTIATE_TEST_SUITE_P(Of, KpiFact, testing::ValuesIn(kFacts),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST(KpiSender, AReleaseImageIsOneAlsoWithTheDebugMarkAndThePlatformIsASettingsKey) {
-  for (const char* mark : {"/etc/release", "/etc/debug"}) std::ofstream(SystemPath(mark));
+  for (const char* mark : {"/etc/release", "/etc/debug"}) WriteFile(mark, "");
   vconf_set_str("memory/sp-kpi/platform", "VX-5");
   EXPECT_EQ(Field("img_type") + " " + Field("platform"), "release VX-5");
 }
@@ -112,16 +105,10 @@ TEST(KpiSender, StorageIsThatOfTheUserPartitionInMebibytes) {
   EXPECT_NEAR(std::stod(remain), static_cast<double>(mebibytes(info.f_bavail)), 512);
 }
 
-TEST(KpiSender, StorageIsUnknownWithoutThePartition) {
-  fs::remove_all(SystemPath("/opt"));
-  EXPECT_EQ(Field("total_storage") + Field("remain_storage"), "NULLNULL");
-}
-
 TEST(KpiSender, AnEventIsStoredAsFourTextsAndARefusedOneOnlyLogged) {
   fs::create_directory(SystemPath(set_paths::kEventLog));
   Sender().SendVexiloKPI("Picture Test");
-  std::ifstream log(SystemPath(set_paths::kLogFile));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("ERROR: could not send event log!! [-"));
+  EXPECT_THAT(Log(), HasSubstr("ERROR: could not send event log!! [-"));
   fs::remove(SystemPath(set_paths::kEventLog));
 
   Sender().SendVexiloKPI("Manage Storage");
@@ -140,8 +127,7 @@ TEST(KpiSender, AnEventIsStoredAsFourTextsAndARefusedOneOnlyLogged) {
 TEST(KpiSender, StatusAndCountStayForLaterEvents) {
   const auto fields = [] { return Field("select_item") + "|" + Field("status") + "|" + Field("issue_count"); };
   Sender().m_pSet_param_select_type("Staged");
-  EXPECT_EQ(Sender().m_Get_param_select_type(), "Staged");
-  EXPECT_EQ(fields(), "NULL|NULL|NULL");
+  EXPECT_EQ(fields(), "NULL|NULL|NULL") << "not before it is sent";
   Sender().SendVexiloKPI("Start Vexilo");
   EXPECT_EQ(fields(), "Start Vexilo|NULL|NULL");
   Sender().SendVexiloKPI("DeviceState", "Good");
@@ -181,6 +167,85 @@ TEST(KpiSender, EventsOfManyThreadsStayWhole) {
     const std::string item = description.substr(description.find(";select_item=") + 13, 1);
     EXPECT_THAT(description, HasSubstr("=" + item + ";status=" + item + ";"));
   }
+}
+
+// ---- the error report
+
+std::vector<std::string> Files(const char* folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(SystemPath(folder))) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST(ErrorReport, SendsTheTickedCategoriesInTheOrderOfTheTable) {
+  CErrorReport& report = *CErrorReport::Instance();
+  EXPECT_TRUE(report.m_ToggleCategory(8));
+  EXPECT_TRUE(report.m_ToggleCategory(3));
+  EXPECT_TRUE(report.m_ToggleCategory(0));
+  EXPECT_FALSE(report.m_ToggleCategory(3));
+  CErrorReport::m_SendBtnBackendCall(&report);
+  EXPECT_THAT(ReadFile(set_paths::kEventLog),
+              testing::ContainsRegex("^[^\n]*select_item=ErrorReport;status=SCREEN;[^\n]*\n"
+                                     "[^\n]*select_item=ErrorReport;status=OTHER;[^\n]*\n$"));
+  EXPECT_THAT(Files(set_paths::kReportTriggers), ElementsAre("OTHER-QUVAKOV.log", "SCREEN-QUVAKOV.log"));
+  EXPECT_THAT(Files(set_paths::kRebootReportTriggers), IsEmpty());
+  EXPECT_THAT(Log(), ContainsInOrder(std::vector<std::string>{
+                         "cmd on sending error type for KOV  is touch /tmp/kov_NDF/SCREEN-QUVAKOV.log\n",
+                         "Send NDF to KOV for : SCREEN-QUVAKOV.log and QUVA KPI : SCREEN\n",
+                         "touch /tmp/kov_NDF/OTHER-QUVAKOV.log\n"}));
+}
+
+TEST(ErrorReport, SendsNothingWithoutATick) {
+  CErrorReport& report = *CErrorReport::Instance();
+  for (const int row : {-1, 9}) EXPECT_FALSE(report.m_ToggleCategory(row));
+  EXPECT_FALSE(report.m_CheckIfAnyCheckboxIsSelected());
+  report.m_ToggleCategory(4);
+  EXPECT_TRUE(report.m_CheckIfAnyCheckboxIsSelected());
+  report.m_UntickAll();
+  CErrorReport::m_SendBtnBackendCall(&report);
+  CErrorReport::m_SendBtnBackendCall(nullptr);
+  EXPECT_FALSE(Exists(set_paths::kEventLog));
+  EXPECT_THAT(Files(set_paths::kReportTriggers), IsEmpty());
+  EXPECT_THAT(Log(), HasSubstr("pThis is NULL"));
+}
+
+TEST(ErrorReport, ARequestTouchesAFileInItsFolder) {
+  WriteFile("/tmp/kov_NDF/App_1-x.y-2.log", "kept");
+  const fs::path old = SystemPath("/tmp/kov_NDF/App_1-x.y-2.log");
+  const auto past = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(old, past);
+  CUtils::Instance().m_RequestNDF("StartVexilo", "StartVexilo", true);
+  CUtils::Instance().m_RequestNDF("App_1", "x.y-2", false);
+  EXPECT_THAT(Files(set_paths::kRebootReportTriggers), ElementsAre("StartVexilo-StartVexilo.log"));
+  EXPECT_GT(fs::last_write_time(old), past + std::chrono::minutes(1));
+  EXPECT_EQ(ReadFile("/tmp/kov_NDF/App_1-x.y-2.log"), "kept");
+}
+
+TEST(ErrorReport, RefusesNamesThatAShellWouldRead) {
+  for (const char* name : {"a b", "$(touch x)", "a;b", "../up", "a/b", "a\nb", "`x`", "*", "ü"}) {
+    CUtils::Instance().m_RequestNDF(name, "b", false);
+    CUtils::Instance().m_RequestNDF("b", name, true);
+  }
+  EXPECT_THAT(Files(set_paths::kReportTriggers), IsEmpty());
+  EXPECT_THAT(Files(set_paths::kRebootReportTriggers), IsEmpty());
+  EXPECT_THAT(Log(), HasSubstr("no report is asked for with the name \"a;b-b.log\""));
+  EXPECT_THAT(Log(), testing::Not(HasSubstr("cmd on sending")));
+}
+
+TEST(ErrorReport, FollowsNoLinkAndSurvivesAMissingFolder) {
+  const fs::path folder = SystemPath("/tmp/kov_NDF"), other = SystemPath("/tmp/other");
+  fs::create_directory(other);
+  fs::create_symlink(other / "planted", folder / "a-link.log");
+  CUtils::Instance().m_RequestNDF("a", "link", false);
+  fs::remove_all(folder);
+  CUtils::Instance().m_RequestNDF("a", "b", false);
+  fs::create_symlink(other, folder);
+  CUtils::Instance().m_RequestNDF("a", "c", false);
+  EXPECT_THAT(Files("/tmp/other"), IsEmpty());
+  EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-link.log: "));
+  EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-b.log: No such file"));
+  EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-c.log: "));
 }
 
 }  // namespace
