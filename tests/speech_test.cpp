@@ -5,54 +5,29 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sstream>
-#include <thread>
-
 #include "c_handle.h"
 #include "speech/voice.h"
-#include "system_path.h"
+#include "support/files.h"
 #include "vconf.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-
 const std::string kHeard = SystemPath("/tmp/heard");
-
-std::string Read(const std::string& file) {
-  std::stringstream content;
-  content << std::ifstream(file).rdbuf();
-  return content.str();
-}
-
-bool Eventually(const std::function<bool()>& holds) {
-  for (int i = 0; i < 1000 && !holds(); ++i) std::this_thread::sleep_for(10ms);
-  return holds();
-}
 
 /// Waits until what was heard is just this.
 void ExpectHeard(const std::string& text) {
-  EXPECT_TRUE(Eventually([&] { return Read(kHeard) == text; })) << Read(kHeard);
+  EXPECT_TRUE(Eventually([&] { return ReadFile(kHeard) == text; })) << ReadFile(kHeard);
 }
 
 /// An espeak-ng that writes down what it is asked, and speaks until it is stopped when the text begins with "long".
-void InstallEspeak() {
-  const fs::path program = SystemPath("/tmp/bin/espeak-ng");
-  fs::create_directories(program.parent_path());
-  std::ofstream(program) << "#!/bin/bash\n"
-                            "trap 'echo cut >>"
-                         << kHeard << "; exit 0' TERM\ntext=$(</dev/stdin)\necho \"$* | $text\" >>" << kHeard
-                         << "\n[[ $text = fail* ]] && exit 1\n"
-                            "[[ $text = long* ]] || exit 0\n"
-                            "while :; do read -rt 0.02 <> <(:); done\n";
-  fs::permissions(program, fs::perms(0755));
-  setenv("PATH", (program.parent_path().string() + ":/usr/bin:/bin").c_str(), 1);
-}
+constexpr char kEspeak[] = R"(#!/bin/bash
+trap 'echo cut >>"$HEARD"; exit 0' TERM
+text=$(</dev/stdin)
+echo "$* | $text" >>"$HEARD"
+[[ $text = fail* ]] && exit 1
+[[ $text = long* ]] || exit 0
+while :; do read -rt 0.02 <> <(:); done
+)";
 
 class Speech : public testing::Test {
  protected:
@@ -60,9 +35,11 @@ class Speech : public testing::Test {
     unsetenv("SPEECHD_ADDRESS");
     setenv("XDG_RUNTIME_DIR", SystemPath("/tmp").c_str(), 1);
     setenv("VEXILO_LOG_TARGET", "file", 1);
-    InstallEspeak();
+    setenv("HEARD", kHeard.c_str(), 1);
+    WriteFile(SystemPath("/tmp/bin/espeak-ng"), kEspeak);
+    fs::permissions(SystemPath("/tmp/bin/espeak-ng"), fs::perms(0755));
+    setenv("PATH", (SystemPath("/tmp/bin") + ":/usr/bin:/bin").c_str(), 1);
   }
-  static std::string Log() { return Read(SystemPath("/var/lib/vexilo-host/log/vexilo.log")); }
   static void SetLanguage(const char* locale) { ASSERT_EQ(vconf_set_str("db/menu_widget/language", locale), 0); }
 };
 
@@ -91,57 +68,39 @@ TEST_F(Speech, VoiceFollowsTheMenuLanguage) {
 
 TEST_F(Speech, SaysOnceThatThereIsNoSpeech) {
   setenv("PATH", "/nonexistent", 1);
-  for (int i = 0; i < 3; ++i) {
+  SetLanguage("no locale");  // which it says for each text that it takes up
+  for (int i = 1; i <= 3; ++i) {
     speech::Say("text");
-    std::this_thread::sleep_for(50ms);
+    EXPECT_TRUE(Eventually([i] { return TimesIn(ReadLog(), "is no locale") == i; })) << ReadLog();
   }
-  ASSERT_TRUE(Eventually([] { return !Log().empty(); }));
-  EXPECT_NE(Log().find("no speech: speech-dispatcher does not run, and espeak-ng is not installed"), std::string::npos);
-  EXPECT_EQ(Log().find('\n'), Log().size() - 1) << Log();
+  EXPECT_EQ(TimesIn(ReadLog(), "no speech: speech-dispatcher does not run, and espeak-ng is not installed"), 1);
 }
 
 TEST_F(Speech, SaysThatTheProgramFails) {
   speech::Say("fail");
-  EXPECT_TRUE(Eventually([] { return Log().find("espeak-ng failed") != std::string::npos; })) << Log();
-}
-
-/// A speech-dispatcher that takes one connection, answers each line, and hangs up after `lines` of them.
-std::string ServeLines(const std::string& path, size_t lines) {
-  const FdHandle listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  if (bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) || listen(listener.get(), 1))
-    return "";
-  setenv("SPEECHD_ADDRESS", ("unix_socket:" + path).c_str(), 1);
-  speech::Say("Hello\n.dot");
-  const FdHandle client(accept(listener.get(), nullptr, nullptr));
-  std::string received;
-  bool isText = false;
-  for (size_t seen = 0; lines > 0;) {
-    char bytes[256];
-    const ssize_t count = read(client.get(), bytes, sizeof bytes);
-    if (count <= 0) break;
-    received.append(bytes, static_cast<size_t>(count));
-    for (size_t end; lines > 0 && (end = received.find("\r\n", seen)) != std::string::npos; seen = end + 2) {
-      const std::string line = received.substr(seen, end - seen);
-      if (isText && line != ".") continue;
-      isText = line == "SPEAK";
-      const std::string reply = line == "." ? "225-17\r\n225 OK MESSAGE QUEUED\r\n" : "200 OK\r\n";
-      if (--lines == 0) return received;
-      EXPECT_EQ(send(client.get(), reply.data(), reply.size(), MSG_NOSIGNAL), static_cast<ssize_t>(reply.size()));
-    }
-  }
-  return received;
+  EXPECT_TRUE(Eventually([] { return TimesIn(ReadLog(), "espeak-ng failed") == 1; })) << ReadLog();
 }
 
 TEST_F(Speech, PrefersSpeechDispatcherAndOutlivesIt) {
   SetLanguage("pt_BR.utf8");
-  const std::string path = SystemPath("/tmp/speechd.sock");
-  const std::string head =
-      "SET SELF CLIENT_NAME vexilo:vexilo:main\r\nCANCEL SELF\r\nSET SELF LANGUAGE pt-BR\r\nSPEAK\r\n";
-  EXPECT_EQ(ServeLines(path, 5), head + "Hello\r\n..dot\r\n.\r\n");
-  fs::remove(path);
+  sockaddr_un address = {AF_UNIX, ""};
+  SystemPath("/tmp/speechd.sock").copy(address.sun_path, sizeof address.sun_path - 1);
+  setenv("SPEECHD_ADDRESS", (std::string("unix_socket:") + address.sun_path).c_str(), 1);
+  {
+    const FdHandle listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    speech::Say("Hello\n.dot");
+    const FdHandle client(accept(listener.get(), nullptr, nullptr));
+    for (const std::string request : {"SET SELF CLIENT_NAME vexilo:vexilo:main\r\n", "CANCEL SELF\r\n",
+                                      "SET SELF LANGUAGE pt-BR\r\n", "SPEAK\r\n", "Hello\r\n..dot\r\n.\r\n"}) {
+      std::string received(request.size(), ' ');
+      recv(client.get(), received.data(), received.size(), MSG_WAITALL);
+      ASSERT_EQ(received, request);
+      if (!request.ends_with("\r\n.\r\n")) send(client.get(), "200 OK\r\n", 8, MSG_NOSIGNAL);
+    }
+  }
+  fs::remove(address.sun_path);
   // It hung up in the middle of that, and is gone: the text is not lost.
   ExpectHeard("-v pt-br --stdin | Hello\n.dot\n");
 }
