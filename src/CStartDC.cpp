@@ -60,7 +60,7 @@ constexpr double kPicture = 40;
 constexpr double kPercentWidth = 30;
 constexpr double kPercentHeight = 12;
 constexpr double kFrameTop = 4;
-constexpr double kFrameHeight = 46;
+constexpr double kFramePadding = 3.5;
 constexpr double kRowHeight = 12;
 constexpr double kRowGap = 1.5;
 constexpr double kRowPadding = 6;
@@ -80,6 +80,11 @@ const char* SidOfCategory(const char* sid) {
     default:
       return kRemoteCategory;
   }
+}
+
+// By how much texts are larger than plain ones.
+double Enlargement() {
+  return CUtils::Instance().m_GetEnlarge() != 0 ? FLUX_SCALE_ENLARGED / FLUX_SCALE_NORMAL : 1.0;
 }
 
 }  // namespace
@@ -130,8 +135,10 @@ void CStartDC::m_BuildBody() {
   Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
   elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
   Evas_Object* frame = nullptr;
-  CUtils::Instance().m_CreateBottomFrame(frame, lower, width, kFrameHeight);
-  m_categoryList = elm_flux_layout_add(frame, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_CENTER);
+  const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
+  CUtils::Instance().m_CreateBottomFrame(frame, lower, width, rows + 2 * kFramePadding);
+  m_categoryList = elm_flux_layout_add(frame, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP);
+  elm_flux_layout_padding_set(m_categoryList, 0, kFramePadding, 0, kFramePadding);
   elm_flux_layout_gap_set(m_categoryList, kRowGap);
   elm_object_content_set(frame, m_categoryList);
 }
@@ -243,9 +250,8 @@ void CStartDC::m_AddInDCItemGenList(int step) {
 }
 
 void CStartDC::m_AddCategoryRow(const char* sid, bool done) {
-  const double enlarge = CUtils::Instance().m_GetEnlarge() != 0 ? FLUX_SCALE_ENLARGED / FLUX_SCALE_NORMAL : 1.0;
-  const double height = kRowHeight * enlarge;
-  const double status = kStatusWidth * enlarge;
+  const double height = kRowHeight * Enlargement();
+  const double status = kStatusWidth * Enlargement();
   const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * (kMargin + kRowPadding);
   Evas_Object* const row = AddLayout(m_categoryList, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, width, height);
   const char* const category = SidOfCategory(sid);
