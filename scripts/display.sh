@@ -26,7 +26,7 @@ start_display() {
 }
 
 wm_runs() {
-  xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q window
+  xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q "window id"
 }
 
 # await WHAT COMMAND…: until it succeeds, thirty seconds at most.

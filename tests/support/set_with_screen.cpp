@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -41,10 +42,9 @@ constexpr struct {
     {"/proc/loadavg", "0.10 0.10 0.10 1/100 1000\n"},
     {"/proc/meminfo", "MemTotal: 8000000 kB\nMemFree: 6000000 kB\nMemAvailable: 7000000 kB\n"},
 };
-constexpr auto kHomeAnimation = 3200ms;  // until then the focus may still be on its way
-constexpr size_t kLogTail = 6000;        // bytes that are shown
+constexpr size_t kLogTail = 6000;  // bytes that are shown
 
-void Put(const char* path, const std::string& text) {
+void Put(const std::string& path, const std::string& text) {
   std::ofstream(path) << text;
 }
 
@@ -73,24 +73,21 @@ std::string Content(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string LogName() {
-  static int count = 0;
-  return SystemPath("/tmp/app-" + std::to_string(++count) + ".log");
+const std::map<std::string, std::string> kEnvironment{{"VEXILO_LOG_TARGET", "stderr"},
+                                                      {"VEXILO_LOG_LEVEL", "debug"},
+                                                      {"DBUS_SESSION_BUS_ADDRESS", ""},
+                                                      {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
+                                                      {"ELM_ENGINE", ""}};
+
+fs::path TasksOf(const ChildProcess& process) {
+  return "/proc/" + std::to_string(process.Pid()) + "/task";
 }
 
-/// Its output goes to a file: it may be a lot, and nobody reads it meanwhile.
-std::vector<std::string> WithLog(const std::string& log, const std::vector<std::string>& arguments) {
-  std::vector<std::string> argv{"sh", "-c", "exec \"$@\" >" + log + " 2>&1", "sh", SystemPath(kApp)};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  return argv;
-}
-
-const std::map<std::string, std::string>& Environment() {
-  static const std::map<std::string, std::string> kEnvironment{{"VEXILO_LOG_TARGET", "stderr"},
-                                                               {"DBUS_SESSION_BUS_ADDRESS", ""},
-                                                               {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
-                                                               {"ELM_ENGINE", ""}};
-  return kEnvironment;
+/// Runs xdotool.
+void Do(std::vector<std::string> words) {
+  words.insert(words.begin(), "xdotool");
+  const ProcessResult result = RunProcess(words);
+  if (result.exitCode != 0) throw std::runtime_error("xdotool: " + result.err);
 }
 
 }  // namespace
@@ -108,7 +105,7 @@ std::string LeaveTheMachine() {
   fs::create_directories(SystemPath("/healthy"));
   for (const auto& [file, content] : kHealthy) {
     const std::string healthy = SystemPath("/healthy/") + fs::path(file).filename().string();
-    Put(healthy.c_str(), content);
+    Put(healthy, content);
     if (mount(healthy.c_str(), file, nullptr, MS_BIND, nullptr) != 0) return std::strerror(errno);
   }
   return "";
@@ -124,30 +121,24 @@ bool HappensWithin(std::chrono::milliseconds timeout, const std::function<bool()
 
 // ---- the screen
 
-Screen::Screen() {
-  for (const char* program : {"Xvfb", "openbox", "xdotool", "xprop"})
-    if (RunProcess({"sh", "-c", std::string("command -v ") + program}).exitCode != 0)
-      throw std::runtime_error(std::string(program) + " is missing; scripts/setup installs it");
-  m_server = std::make_unique<ChildProcess>(std::vector<std::string>{
-      "sh", "-c", "exec Xvfb -displayfd 1 -screen 0 1280x720x24 -nolisten tcp -noreset 2>" + SystemPath("/tmp/xvfb.log")});
-  const auto display = m_server->ReadLine();
-  if (!display) throw std::runtime_error("Xvfb does not start: " + Content(SystemPath("/tmp/xvfb.log")));
-  setenv("DISPLAY", (":" + *display).c_str(), 1);
-  m_windowManager = std::make_unique<ChildProcess>(
-      std::vector<std::string>{"sh", "-c", "exec openbox >" + SystemPath("/tmp/openbox.log") + " 2>&1"});
+Screen::Screen()
+    : m_server({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x720x24", "-nolisten", "tcp", "-noreset"}) {
+  setenv("DISPLAY", (":" + m_server.ReadLine(30s).value_or("")).c_str(), 1);
+  m_windowManager.emplace(std::vector<std::string>{"openbox"});
   const auto runs = [] {
-    return RunProcess({"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}).out.find("window") != std::string::npos;
+    return RunProcess({"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}).out.find("window id") != std::string::npos;
   };
-  if (!HappensWithin(10s, runs)) throw std::runtime_error("openbox does not start");
+  if (!HappensWithin(30s, runs))
+    throw std::runtime_error("no screen; scripts/setup installs what it needs: " + m_server.Errors() +
+                             m_windowManager->Errors());
   // The server tells its clients of a new keyboard with the first key, which may pass them meanwhile.
   Press({"Shift_L"});
 }
 
 void Screen::Press(const std::vector<std::string>& keys) const {
-  std::vector<std::string> argv{"xdotool", "key", "--clearmodifiers", "--delay", "200"};
-  argv.insert(argv.end(), keys.begin(), keys.end());
-  const ProcessResult result = RunProcess(argv);
-  if (result.exitCode != 0) throw std::runtime_error("xdotool: " + result.err);
+  std::vector<std::string> words{"key", "--clearmodifiers", "--delay", "200"};
+  words.insert(words.end(), keys.begin(), keys.end());
+  Do(words);
 }
 
 ChildProcess Screen::Repeat(const std::string& key, int count, std::chrono::milliseconds period) const {
@@ -156,19 +147,14 @@ ChildProcess Screen::Repeat(const std::string& key, int count, std::chrono::mill
 }
 
 void Screen::Minimize() const {
-  const ProcessResult result =
-      RunProcess({"xdotool", "search", "--onlyvisible", "--name", "^Vexilo$", "windowminimize"});
-  if (result.exitCode != 0) throw std::runtime_error("xdotool finds no window: " + result.err);
+  Do({"search", "--onlyvisible", "--name", "^Vexilo$", "windowminimize"});
 }
 
 // ---- the application
 
-RunningApp::RunningApp(const std::vector<std::string>& arguments)
-    : m_log(LogName()), m_process(WithLog(m_log, arguments), {.env = Environment()}) {}
-
-std::string RunningApp::Log() const {
-  return Content(m_log);
-}
+RunningApp::RunningApp(const std::string& argument)
+    : m_process(argument.empty() ? std::vector{SystemPath(kApp)} : std::vector{SystemPath(kApp), argument},
+                {.env = kEnvironment}) {}
 
 int RunningApp::Count(const std::string& text) const {
   const std::string log = Log();
@@ -184,18 +170,24 @@ bool RunningApp::Says(const std::string& text, int times, std::chrono::milliseco
   return false;
 }
 
+bool RunningApp::Sleeps() const {
+  return std::ranges::all_of(fs::directory_iterator(TasksOf(m_process)), [](const fs::directory_entry& task) {
+    const std::string stat = Content(task.path() / "stat");
+    return stat.empty() || stat.compare(stat.rfind(')'), 3, ") S") == 0;
+  });
+}
+
 void RunningApp::Settle() const {
   size_t before = 0;
-  for (int quiet = 0; quiet < 3; std::this_thread::sleep_for(250ms)) {
+  for (int quiet = 0; quiet < 3; std::this_thread::sleep_for(200ms)) {
     const size_t now = Log().size();
-    quiet = std::exchange(before, now) == now ? quiet + 1 : 0;
+    quiet = std::exchange(before, now) == now && Sleeps() ? quiet + 1 : 0;
   }
 }
 
 bool RunningApp::IsHome() {
-  if (!Says("Create Home Screen")) return false;
-  std::this_thread::sleep_for(kHomeAnimation);
-  return true;
+  // The loading screen's motion has ended, and its own: nothing moves any more.
+  return Says("Create Home Screen") && Says("frames missed", 2);
 }
 
 std::vector<RunningApp::Clock::time_point> RunningApp::TimesOf(const std::string& text) const {
@@ -213,7 +205,7 @@ std::vector<RunningApp::Clock::time_point> RunningApp::TimesOf(const std::string
 }
 
 pid_t RunningApp::Thread(const std::string& name) const {
-  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(m_process.Pid()) + "/task"))
+  for (const auto& task : fs::directory_iterator(TasksOf(m_process)))
     if (Content(task.path() / "comm") == name + "\n") return std::stoi(task.path().filename());
   return 0;
 }

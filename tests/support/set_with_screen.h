@@ -28,7 +28,7 @@ class Screen {
  public:
   Screen();  ///< throws std::runtime_error with what is missing
 
-  /// Presses keys one after the other, a tenth of a second apart.
+  /// Presses keys one after the other, a fifth of a second apart.
   void Press(const std::vector<std::string>& keys) const;
   /// Holds a key for `count` presses, `period` apart, while the test goes on.
   ChildProcess Repeat(const std::string& key, int count, std::chrono::milliseconds period) const;
@@ -36,8 +36,8 @@ class Screen {
   void Minimize() const;
 
  private:
-  std::unique_ptr<ChildProcess> m_server;
-  std::unique_ptr<ChildProcess> m_windowManager;
+  ChildProcess m_server;
+  std::optional<ChildProcess> m_windowManager;
 };
 
 /// A run of the installed application, with its log.
@@ -45,17 +45,17 @@ class RunningApp {
  public:
   using Clock = std::chrono::system_clock;
 
-  explicit RunningApp(const std::vector<std::string>& arguments = {});
+  explicit RunningApp(const std::string& argument = "");
 
   const ChildProcess& Process() const { return m_process; }
 
   /// Waits until the log has `text` `times` times. False, with the log's end on standard error, when it does not come.
-  bool Says(const std::string& text, int times = 1, std::chrono::milliseconds timeout = std::chrono::seconds(40));
+  bool Says(const std::string& text, int times = 1, std::chrono::milliseconds timeout = std::chrono::seconds(60));
   /// Waits for the home screen, at rest.
   bool IsHome();
   bool HasSaid(const std::string& text) const { return Count(text) > 0; }
   int Count(const std::string& text) const;
-  std::string Log() const;
+  std::string Log() const { return m_process.Errors(); }
 
   /// Waits until it has nothing more to say: the screen is built and drawn, and takes keys.
   void Settle() const;
@@ -70,7 +70,8 @@ class RunningApp {
   pid_t Thread(const std::string& name) const;
 
  private:
-  const std::string m_log;
+  bool Sleeps() const;  ///< no thread of it works or wants to
+
   ChildProcess m_process;
 };
 

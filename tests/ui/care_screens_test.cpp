@@ -21,10 +21,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-CUtils& Utils() {
-  return CUtils::Instance();
-}
-
 // ---- the scan
 
 constexpr const char* kCategories[] = {"TV_SID_CARE_DIAGNOSE_POWER_ON_OFF",
@@ -102,14 +98,10 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
     allDone = allDone || (!percents.empty() && percents.back() == "100%" && !ShowsSid("TV_SID_CARE_PROCESSING"));
     return StackSize() == 2;
   };
-  const auto reaches = [&](const char* percent) {
-    return Soon([&] { return watch() || (!percents.empty() && percents.back() == percent); });
-  };
-  EXPECT_TRUE(reaches("20%"));
+  EXPECT_TRUE(Soon([&] { return watch() || (!percents.empty() && percents.back() == "20%"); }));
   EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_progress/"));
   vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
-  EXPECT_TRUE(reaches("30%"));
-  EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_highcontrast_progress/"));
+  EXPECT_TRUE(Soon([&] { return watch() || Picture().starts_with("Motion/vexilo_highcontrast_progress/"); }));
   std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(2)); }).join();
   for (const char* key : {"XF86Back", "Escape", "Return", "Up"}) Press(key);
   EXPECT_EQ(std::tuple(StackSize(), g_loopEnds, InLog("Start Vexilo Button Pressed")), std::tuple(1u, 0, 1))
@@ -135,33 +127,6 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
   EXPECT_EQ(Named()[1].text, "remaining");
 }
 
-TEST_F(Screens, AScanWithoutAnAnswerEndsInAnEmptyListAndKeepsWhatComesLate) {
-  Open();
-  CHomeScreen::Instance()->m_SetDCIssues(Rows(1));
-  CStartDC::Instance()->m_StartDC();
-  double waiting = 0, longest = 0, last = 0;
-  EXPECT_TRUE(Soon(
-      [&] {
-        TakeDeepClean();
-        if (!waiting && InLog("End_Function for progress circle called") > 0) last = waiting = ecore_time_get();
-        if (waiting) longest = std::max(longest, ecore_time_get() - last);
-        last = ecore_time_get();
-        return StackSize() == 1;
-      },
-      40));
-  EXPECT_NEAR(ecore_time_get() - waiting, 5.0, 1.0);
-  EXPECT_LT(longest, 0.9) << "the main loop runs meanwhile";
-  EXPECT_TRUE(ShowsSid("TV_SID_CHECK_SELF_DIAGNOSIS"));
-  EXPECT_TRUE(FocusBecomes("done"));
-  EXPECT_EQ(CHomeScreen::Instance()->m_GetDCIssues().size(), 1u) << "nothing is known of them";
-  std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(3)); }).join();
-  Pass();
-  EXPECT_TRUE(ShowsSid("TV_SID_CHECK_SELF_DIAGNOSIS"));
-  EXPECT_EQ(CStartDC::Instance()->m_GetRows().size(), 3u);
-  Press("Return");
-  EXPECT_EQ(g_loopEnds, 1) << "the list stood alone";
-}
-
 TEST_F(Screens, AScanMayBeCleanedUpAtAnyMomentAndStartedAgain) {
   vconf_set_int("db/menu/system/accessibility/voiceguide", 1);
   Open();
@@ -172,7 +137,7 @@ TEST_F(Screens, AScanMayBeCleanedUpAtAnyMomentAndStartedAgain) {
     CStartDC::Instance()->m_ClearStartDCScreen();
     EXPECT_FALSE(Utils().m_GetKeyBlock());
   }
-  EXPECT_TRUE(Soon([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }));
+  EXPECT_TRUE(JobsEnd());
   EXPECT_FALSE(Utils().m_GetKeyBlock()) << "not blocked by a worker that comes late";
   EXPECT_EQ(std::tuple(StackSize(), InLog("End_Function for progress circle called")), std::tuple(0u, 0));
   EXPECT_THAT(Log(), testing::Not(HasSubstr("CleanAll.txt")));
@@ -195,35 +160,26 @@ TEST_F(Screens, DatesAreInTheOrderOfTheSet) {
     const char* time;
     const char* parts[3];  ///< by region: the order of Korea, of most others, of America
   } const cases[] = {{"2024-03-07T09:05:00", {"2024/03/07", "07/03/2024", "03/07/2024"}},
-                     {"2024-03-07 09:05:00", {"2024/03/07", "07/03/2024", "03/07/2024"}},
                      {"1970-01-01T00:00:01", {"", "", ""}},
-                     {"1970-01-02T00:00:00", {"1970/01/02", "02/01/1970", "01/02/1970"}},
                      {"", {"", "", ""}},
                      {"2024-03", {"", "", ""}},
                      {"no time at all, and far too long for a date", {"", "", ""}}};
   std::vector<MapToDBTable> rows;
   for (const auto& each : cases) rows.push_back(Row("1", each.time));
   Open();
-  List().m_StartDCIssues(rows);
-  m_ui->Settle();
-  int order = 0;
-  for (const char* region : {"16", "4", "1"}) {
+  OpenList(rows);
+  for (const auto& [region, order] : {std::pair("16", 0), {"4", 1}, {"1", 2}}) {
     Profile("set region_kind="s + region);
     for (int i = 0; i < static_cast<int>(std::size(cases)); ++i)
       EXPECT_EQ(List().m_item_label_get(i, "SubText1"), cases[i].parts[order]) << region << " " << cases[i].time;
-    ++order;
   }
-  EXPECT_EQ(List().m_item_label_get(0, "MainText"), CUtils::m_GetText("TV_SID_VEXILO_OFF_TIMER_ON"));
-  for (const auto& [index, part] : {std::pair(-1, "MainText"), {7, "SubText1"}, {0, "other"}})
+  for (const auto& [index, part] : {std::pair(-1, "MainText"), {5, "SubText1"}, {0, "other"}})
     EXPECT_EQ(List().m_item_label_get(index, part), "");
-  EXPECT_EQ(elm_flux_list_count(m_ui->Focused()), static_cast<int>(std::size(cases)));
 }
 
 TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
   const struct {
-    const char* profile;
-    const char* sid;
-    const char* shown;
+    const char *profile, *sid, *shown;
   } cases[] = {
       {"", "TV_SID_USING_OFF_TIMER", "TV_SID_USING_OFF_TIMER"},
       {"feature product.device_sid=REP.DEVICE.PROJECTOR", "TV_SID_USING_OFF_TIMER", "PJT_SID_USING_OFF_TIMER"},
@@ -238,7 +194,7 @@ TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
     Profile(each.profile);
     MapToDBTable row = Row("1");
     row.sid_sol = each.sid;
-    List().m_StartDCIssues({row});
+    OpenList({row});
     ASSERT_TRUE(FocusBecomes("list"));
     Press("Return");
     EXPECT_TRUE(ShowsSid(each.shown)) << each.shown;
@@ -250,8 +206,7 @@ TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
     Press("XF86Back");
     EXPECT_EQ(StackSize(), 1u);
     EXPECT_TRUE(FocusBecomes("list"));
-    List().m_CleanObjects();
-    Utils().m_DropFromReturnStack();
+    Drop(&List());
   }
 }
 
@@ -297,14 +252,14 @@ TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
     std::string source = "menu";
     Utils().m_pSetLaunchFrom(source.data());
     Utils().m_SetMultitaskingStatus(true);
-    List().m_StartDCIssues({row, Row("99")});
+    OpenList({row, Row("99")});
     ASSERT_TRUE(FocusBecomes("list"));
     Press("Return");
     Press(each.button);
     EXPECT_THAT(Log(), HasSubstr(each.log + " solution for solution code["s + code));
     const std::string toast = CUtils::m_GetText(each.toast);
     EXPECT_TRUE(!*each.toast || Soon([&] { return Shows(toast); })) << toast;
-    EXPECT_TRUE(Soon([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }));
+    EXPECT_TRUE(JobsEnd());
     Pass();
     EXPECT_TRUE(*each.toast || StackSize() == 1);
     EXPECT_EQ(List().m_item_label_get(1, "MainText").empty(), each.goes);
@@ -319,8 +274,7 @@ TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
     Press("XF86Back");
     EXPECT_EQ(StackSize(), 1u);
     EXPECT_TRUE(FocusBecomes("list"));
-    List().m_CleanObjects();
-    Utils().m_DropFromReturnStack();
+    Drop(&List());
   }
 }
 
@@ -362,7 +316,7 @@ TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
 TEST_F(Screens, WithoutTheParserPlugInNothingIsChanged) {
   Open();
   for (const char* button : {"Return", "Right Return"}) {
-    List().m_StartDCIssues(Rows(1));
+    OpenList(Rows(1));
     ASSERT_TRUE(FocusBecomes("list"));
     std::string source = "menu";
     Utils().m_pSetLaunchFrom(source.data());
@@ -372,18 +326,16 @@ TEST_F(Screens, WithoutTheParserPlugInNothingIsChanged) {
     EXPECT_EQ(StackSize(), 1u);
     EXPECT_EQ(Focus(), "list");
     EXPECT_EQ(Utils().m_pGetLaunchFrom(), nullptr);
-    List().m_CleanObjects();
-    Utils().m_DropFromReturnStack();
+    Drop(&List());
   }
 }
 
-TEST_F(Screens, ALongListIsOpenedAtOnceAndEachRowCanBeReached) {
+TEST_F(Screens, OfALongListOnlyWhatIsSeenIsDrawnAndEachRowCanBeReached) {
   Open();
   for (const int count : {30, 1000}) {
-    const double start = ecore_time_get();
-    List().m_StartDCIssues(Rows(count));
+    OpenList(Rows(count));
     ASSERT_TRUE(FocusBecomes("list"));
-    EXPECT_LT(ecore_time_get() - start, 3.0);
+    EXPECT_LT(InLog(" buf after fn is"), 100) << "only the rows in sight are drawn";
     Press("End Return");
     EXPECT_EQ(StackSize(), 2u);
     Press("XF86Back Down");
@@ -397,8 +349,7 @@ TEST_F(Screens, ALongListIsOpenedAtOnceAndEachRowCanBeReached) {
     EXPECT_TRUE(FocusBecomes("done")) << "the last one has gone";
     EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_ALL_SOLVED"));
     List().m_RemoveItemFromIndex(0);
-    List().m_CleanObjects();
-    Utils().m_DropFromReturnStack();
+    Drop(&List());
   }
 }
 

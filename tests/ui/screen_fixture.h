@@ -29,6 +29,7 @@
 #include "CUtils.h"
 #include "SettingsKeys.h"
 #include "app_framework.h"
+#include "appfw/launcher.h"
 #include "connection.h"
 #include "flux_resources.h"
 #include "set_paths.h"
@@ -82,8 +83,10 @@ class Screens : public testing::Test {
     QUVA::CStartDC::Instance()->m_CleanObjects();
     QUVA::CStartDCIssues::Instance()->m_CleanObjects();
     Pass();  // what waits for the loop to be idle holds memory
-    EXPECT_TRUE(m_ui->PumpUntil([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; }, 15));
+    EXPECT_TRUE(JobsEnd());
   }
+
+  static QUVA::CUtils& Utils() { return QUVA::CUtils::Instance(); }
 
   // ---- the set
 
@@ -100,6 +103,17 @@ class Screens : public testing::Test {
       text << "[" << entry.substr(0, blank) << "]\n" << entry.substr(blank + 1) << "\n";
     }
     WriteFile(set_paths::kSetProfile, text.str());
+  }
+  /// An entry for an application that can be launched.
+  static void Install(const std::string& app) {
+    WriteFile((set_paths::kDesktopEntries + ("/" + app) + ".desktop").c_str(),
+              "[Desktop Entry]\nType=Application\nName=x\nExec=true\n");
+  }
+  /// The application that was launched since the last call; "" for none.
+  static std::string Launched() {
+    const CText app(vconf_get_str(app_framework::kForegroundAppKey));
+    vconf_set_str(app_framework::kForegroundAppKey, "");
+    return app ? app.get() : "";
   }
   static void Language(const char* locale) { vconf_set_str(QUVA::kMenuLanguageKey, locale); }
   static std::string Log() {
@@ -132,9 +146,9 @@ class Screens : public testing::Test {
     bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
     bind_textdomain_codeset(QUVA::kApplicationId, "UTF-8");
     setenv("VEXILO_WINDOW", "960x540", 1);
-    m_ui = std::make_unique<UiHarness>([&] {
+    m_ui = std::make_unique<UiHarness>([] {
       QUVA::CMainView::Instance().initUI(nullptr);
-      return QUVA::CUtils::Instance().m_pGetAppWindow();
+      return Utils().m_pGetAppWindow();
     });
     ASSERT_TRUE(Soon([] { return InLog("Start the Loading") == 1; }));
     if (begin == kAfterLoading) QUVA::CLoadingScreen::Instance()->m_CleanObjects();
@@ -142,6 +156,14 @@ class Screens : public testing::Test {
 
   static void OpenHome(const char* launchFrom = nullptr) {
     QUVA::CHomeScreen::Instance()->m_CreateHomeScreen(CText(launchFrom ? strdup(launchFrom) : nullptr));
+  }
+  static void OpenList(const std::vector<QUVA::MapToDBTable>& rows) {
+    QUVA::CStartDCIssues::Instance()->m_StartDCIssues(rows);
+  }
+  /// Takes the topmost screen away as if it had been left.
+  static void Drop(auto* screen) {
+    screen->m_CleanObjects();
+    Utils().m_DropFromReturnStack();
   }
   static QUVA::MapToDBTable Row(const std::string& code, const std::string& time = "2024-03-07T09:05:00") {
     QUVA::MapToDBTable row;
@@ -181,12 +203,16 @@ class Screens : public testing::Test {
     int looks = 0;
     m_ui->PumpUntil([&] { return ++looks > 3; });
   }
-  bool Soon(const std::function<bool()>& condition, double seconds = 15) { return m_ui->PumpUntil(condition, seconds); }
+  bool Soon(const std::function<bool()>& condition, double seconds = 40) { return m_ui->PumpUntil(condition, seconds); }
+  bool JobsEnd() {
+    return Soon([] { return ecore_thread_active_get() + ecore_thread_pending_get() == 0; });
+  }
 
   std::string Focus() const { return NameOf(m_ui->Focused()); }
   bool FocusBecomes(const std::string& name) {
-    return Soon([&] { return Focus() == name; }, 3) ||
-           (ADD_FAILURE() << name << ": the focus is on " << Focus(), false);
+    const bool became = Soon([&] { return Focus() == name; }, 10);
+    EXPECT_TRUE(became) << name << ": the focus is on " << Focus();
+    return became;
   }
 
   /// "start", "list", or the text of what has no name.
@@ -206,16 +232,21 @@ class Screens : public testing::Test {
   /// Every text that is on the screen; those of lists are known once they are drawn.
   std::vector<Shown> Texts() const {
     std::vector<Shown> found;
-    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
-      if (!evas_object_smart_parent_get(each)) CollectTexts(each, found);
+    EachVisible([&](Evas_Object* object) {
+      std::string text;
+      if (const char* own = elm_object_widget_check(object) ? elm_object_text_get(object) : nullptr)
+        text = own;
+      else if (std::string(evas_object_type_get(object)) == "textblock")
+        text = UiHarness::PlainText(object);
+      if (!text.empty()) found.push_back({text, UiHarness::GeometryOf(object), object});
+    });
     return found;
   }
   bool Shows(const std::string& text) const {
-    const auto texts = Texts();
-    return std::any_of(texts.begin(), texts.end(), [&](const Shown& each) { return each.text == text; });
+    return std::ranges::any_of(Texts(), [&](const Shown& each) { return each.text == text; });
   }
   bool ShowsSid(const char* sid) const { return Shows(QUVA::CUtils::m_GetText(sid)); }
-  /// The widgets that have a name, in reading order.
+  /// The widgets that have a name, by it, in reading order.
   std::vector<Shown> Named() const {
     std::vector<Shown> named;
     for (Shown& each : Texts())
@@ -224,20 +255,27 @@ class Screens : public testing::Test {
         named.push_back(each);
       }
     const int direction = elm_config_mirrored_get() ? -1 : 1;
-    std::stable_sort(named.begin(), named.end(), [&](const Shown& a, const Shown& b) {
-      return a.at.y != b.at.y ? a.at.y < b.at.y : a.at.x * direction < b.at.x * direction;
-    });
+    std::ranges::stable_sort(named, {}, [&](const Shown& each) { return std::pair(each.at.y, each.at.x * direction); });
     return named;
+  }
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const Shown& shown : Named()) names.push_back(shown.text);
+    return names;
   }
   /// The moving picture's file that is on the screen, from "Motion/" on.
   std::string Picture() const {
     std::string found;
-    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
-      FindPicture(each, found);
+    EachVisible([&](Evas_Object* object) {
+      const char* file = nullptr;
+      if (std::string(evas_object_type_get(object)) == "image") evas_object_image_file_get(object, &file, nullptr);
+      const std::string path = file ? file : "";
+      if (const size_t at = path.find("Motion/"); at != std::string::npos) found = path.substr(at);
+    });
     return found;
   }
 
-  static size_t StackSize() { return QUVA::CUtils::Instance().m_GetReturnStackSize(); }
+  static size_t StackSize() { return Utils().m_GetReturnStackSize(); }
 
   std::unique_ptr<UiHarness> m_ui;
 
@@ -245,33 +283,13 @@ class Screens : public testing::Test {
   std::set<std::string> m_keys;  // events outlive the call
   unsigned int m_keyTime = 0;
 
-  static void Members(Evas_Object* object, const std::function<void(Evas_Object*)>& call) {
-    Eina_List* members = evas_object_smart_members_get(object);
-    void* member = nullptr;
-    EINA_LIST_FREE(members, member) call(static_cast<Evas_Object*>(member));
+  void EachVisible(const std::function<void(Evas_Object*)>& call) const {
+    for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
+      if (!evas_object_smart_parent_get(each)) EachVisible(each, call);
   }
-  static void CollectTexts(Evas_Object* object, std::vector<Shown>& found) {
+  static void EachVisible(Evas_Object* object, const std::function<void(Evas_Object*)>& call) {
     if (!evas_object_visible_get(object)) return;
-    std::string text;
-    if (elm_object_widget_check(object)) {
-      const char* const own = elm_object_text_get(object);
-      text = own ? own : "";
-    } else if (std::string(evas_object_type_get(object)) == "textblock") {
-      char* const plain = evas_textblock_text_markup_to_utf8(nullptr, evas_object_textblock_text_markup_get(object));
-      text = plain ? plain : "";
-      free(plain);
-    }
-    if (!text.empty()) found.push_back({text, UiHarness::GeometryOf(object), object});
-    Members(object, [&](Evas_Object* member) { CollectTexts(member, found); });
-  }
-  static void FindPicture(Evas_Object* object, std::string& found) {
-    if (!evas_object_visible_get(object)) return;
-    if (std::string(evas_object_type_get(object)) == "image") {
-      const char* file = nullptr;
-      evas_object_image_file_get(object, &file, nullptr);
-      const std::string path = file ? file : "";
-      if (const size_t at = path.find("Motion/"); at != std::string::npos) found = path.substr(at);
-    }
-    Members(object, [&](Evas_Object* member) { FindPicture(member, found); });
+    call(object);
+    for (Evas_Object* member : UiHarness::MembersOf(object)) EachVisible(member, call);
   }
 };

@@ -6,23 +6,12 @@
 #include <filesystem>
 #include <ostream>
 
+#include "c_handle.h"
 #include "elm_flux.h"
 #include "set_paths.h"
 #include "system_path.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-constexpr double kLook = 0.01;
-
-void InstallTheme() {
-  const fs::path target = SystemPath(set_paths::kFluxTheme);
-  fs::create_directories(target.parent_path());
-  fs::copy_file(FLUX_THEME, target, fs::copy_options::overwrite_existing);
-}
-
-}  // namespace
 
 UiHarness::UiHarness(int width, int height, Theme theme) {
   Prepare(theme);
@@ -49,7 +38,11 @@ UiHarness::UiHarness(const std::function<Evas_Object*()>& makeWindow) {
 }
 
 void UiHarness::Prepare(Theme theme) {
-  if (theme == Theme::kInstalled) InstallTheme();
+  if (theme == Theme::kInstalled) {
+    const fs::path target = SystemPath(set_paths::kFluxTheme);
+    fs::create_directories(target.parent_path());
+    fs::copy_file(FLUX_THEME, target, fs::copy_options::overwrite_existing);
+  }
   setenv("ELM_ENGINE", "buffer", 1);
   m_toolkit = std::make_unique<app_framework::Toolkit>(0, nullptr);
   elm_policy_set(ELM_POLICY_QUIT, ELM_POLICY_QUIT_NONE);
@@ -74,16 +67,15 @@ Evas_Object* UiHarness::Root() {
 }
 
 bool UiHarness::PumpUntil(const std::function<bool()>& condition, double seconds) {
+  constexpr double kLook = 0.01;
   const double end = ecore_time_get() + seconds;
   while (!condition()) {
     if (ecore_time_get() > end) return false;
-    ecore_timer_add(
-        kLook,
-        [](void*) {
-          ecore_main_loop_quit();
-          return ECORE_CALLBACK_CANCEL;
-        },
-        nullptr);
+    const auto quit = [](void*) -> Eina_Bool {
+      ecore_main_loop_quit();
+      return ECORE_CALLBACK_CANCEL;
+    };
+    ecore_timer_add(kLook, quit, nullptr);
     ecore_main_loop_begin();
   }
   return true;
@@ -139,6 +131,24 @@ UiHarness::Geometry UiHarness::GeometryOf(const Evas_Object* object) {
   Geometry geometry{};
   evas_object_geometry_get(object, &geometry.x, &geometry.y, &geometry.width, &geometry.height);
   return geometry;
+}
+
+std::vector<Evas_Object*> UiHarness::MembersOf(Evas_Object* object) {
+  std::vector<Evas_Object*> members;
+  Eina_List* list = evas_object_smart_members_get(object);
+  void* member = nullptr;
+  EINA_LIST_FREE(list, member) members.push_back(static_cast<Evas_Object*>(member));
+  return members;
+}
+
+std::string UiHarness::PlainText(Evas_Object* block) {
+  const CText plain(evas_textblock_text_markup_to_utf8(nullptr, evas_object_textblock_text_markup_get(block)));
+  return plain ? plain.get() : "";
+}
+
+void UiHarness::CountEvents(Evas_Object* widget, const char* event, int& count) {
+  const auto add = [](void* data, Evas_Object*, void*) { ++*static_cast<int*>(data); };
+  evas_object_smart_callback_add(widget, event, add, &count);
 }
 
 uint32_t UiHarness::Pixel(int x, int y) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "appfw/toolkit.h"
 
@@ -48,6 +49,11 @@ class UiHarness {
     bool operator==(const Geometry&) const = default;
   };
   static Geometry GeometryOf(const Evas_Object* object);
+  static std::vector<Evas_Object*> MembersOf(Evas_Object* object);
+  /// What a text object draws, without markup.
+  static std::string PlainText(Evas_Object* block);
+  /// Adds one to `count`, which must outlive the widget, for each smart event of this name.
+  static void CountEvents(Evas_Object* widget, const char* event, int& count);
   /// Of what was drawn last: 0xAARRGGBB; 0 outside.
   uint32_t Pixel(int x, int y);
   bool SavePicture(const std::string& file);
