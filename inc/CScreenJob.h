@@ -8,9 +8,13 @@ typedef struct _Ecore_Thread Ecore_Thread;
 
 namespace QUVA {
 
-/// Runs `call` on the main loop, later; what it captured is released there. Calls of one thread keep their order.
-/// Any thread, from the start of the toolkit to its end.
+/// Runs `call` on the main loop, later (from the main loop itself, at once); what it captured is released there. Calls
+/// of one thread keep their order. Any thread, from the start of the toolkit to its end.
 void PostToMainLoop(std::function<void()> call);
+
+/// Calls `then` when `holds`: at once, or when it is found to hold, looked at once a second for half a minute; else
+/// never. Main loop thread. For answers of threads that may outlive the main loop, and so must not post to it.
+void WhenLater(std::function<bool()> holds, std::function<void()> then);
 
 /// One long job of a screen, on a worker thread of Ecore's. A screen has it as a member, starts it when it needs it and
 /// cancels it when it is hidden or cleaned up:

@@ -64,6 +64,7 @@ class CStartDC {
   void m_WaitForResults();
   static Eina_Bool m_LookForResults(void* self);
   void m_OpenIssues();
+  void m_TellHome();
 
   std::atomic<bool> m_isResultReceived{false};
   mutable std::mutex m_rowsMutex;
@@ -81,6 +82,8 @@ class CStartDC {
   int m_waitRounds = 0;
   std::vector<const char*> m_categories;  ///< of the steps
   int m_step = 0;
+  int m_frame = 0;
+  bool m_isAllDone = false;  ///< the last category, too
   std::atomic<int> m_percent{0};
   bool m_isOptimized = false;  ///< the worker's
 };

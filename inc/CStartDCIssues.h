@@ -64,6 +64,7 @@ class CStartDCIssues {
   static double m_ListWidth();
   void m_BuildState(Evas_Object* parent);
   void m_BuildDone();
+  void m_AddPopupButtons(const MapToDBTable& row);
   void m_ClosePopup();
   void m_Choose(const char* button);
   void m_Handle(int index, bool apply);
@@ -90,6 +91,7 @@ class CStartDCIssues {
   CWidget m_popup;
   int m_deviceState = 0;
   bool m_isAnySolved = false;  ///< since the screen was opened
+  bool m_isToastGone = false;  ///< by Back, just now
   CScreenJob m_animationJob;
   CScreenJob m_job;
   std::deque<Decision> m_decisions;  ///< the first one is being carried out

@@ -124,7 +124,7 @@ class CUtils {
 
   // ---- texts, accessibility
 
-  /// The text of a message id in the menu language; the id itself where there is none. Any thread.
+  /// The text of a message id in the menu language; the id itself where there is none. Empty for no id. Any thread.
   static std::string m_GetText(const char* sid);
 
   /// Read the user's setting.

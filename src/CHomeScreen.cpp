@@ -79,6 +79,7 @@ void CHomeScreen::m_CreateHomeScreen(CText launchFrom) {
   m_SetVoiceGuideText();
   m_animationJob.m_Start(
       [this](const CScreenJob::Control& control) { m_AnimationStart(control, m_stateImage, 0, kLastFrame); }, {}, {});
+  WhenLater([this] { return m_isRemainingDataArrived.load(); }, [this] { m_ShowRemainingIssues(); });
 }
 
 void CHomeScreen::m_BuildStateArea() {

@@ -30,6 +30,33 @@ void PostToMainLoop(std::function<void()> call) {
   ecore_main_loop_thread_safe_call_async(run, new std::function<void()>(std::move(call)));
 }
 
+namespace {
+
+struct Watch {
+  std::function<bool()> holds;
+  std::function<void()> then;
+  int rounds;
+};
+
+constexpr double kWatchRound = 1.0;  // seconds
+constexpr int kWatchRounds = 30;
+
+Eina_Bool Look(void* data) {
+  auto* const watch = static_cast<Watch*>(data);
+  const bool holds = watch->holds();
+  if (!holds && --watch->rounds > 0) return ECORE_CALLBACK_RENEW;
+  if (holds) watch->then();
+  delete watch;
+  return ECORE_CALLBACK_CANCEL;
+}
+
+}  // namespace
+
+void WhenLater(std::function<bool()> holds, std::function<void()> then) {
+  auto* const watch = new Watch{std::move(holds), std::move(then), kWatchRounds};
+  if (Look(watch) == ECORE_CALLBACK_RENEW) ecore_timer_add(kWatchRound, Look, watch);
+}
+
 // ---- what the work sees
 
 bool CScreenJob::Control::m_IsCancelled() const {

@@ -107,6 +107,7 @@ void CStartDC::m_StartDC() {
   CGetData::GetInstance()->m_SetCurrentScreen(SCREEN_START_CARE);
   CUtils::Instance().m_SetKeyBlock(true);  // until the clean-up
   m_isOptimized = false;
+  m_isAllDone = false;
   m_percent = 0;
   m_categories = m_VisibleCategories();
   if (m_screen.m_Build(kTitle)) m_BuildBody();
@@ -159,7 +160,10 @@ void CStartDC::m_ClearStartDCScreen() {
 }
 
 void CStartDC::m_HighContrastChangeCB() {
-  if (m_categoryList) m_AddInDCItemGenList(m_step);
+  if (!m_categoryList) return;
+  m_ShowFrame(m_progressImage, m_percentText, m_frame, m_percent);
+  m_AddInDCItemGenList(m_step);
+  if (m_isAllDone) m_ShowAllDone();
 }
 
 // ---- the voice guide
@@ -212,6 +216,7 @@ void CStartDC::m_OptimizeOnce() {
 }
 
 void CStartDC::m_ShowFrame(const CWidget& image, const CWidget& text, int frame, int percent) {
+  m_frame = frame;
   m_percent = percent;
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   if (image) elm_flux_image_file_set(image, MotionFrame(MOTION_PROGRESS, highContrast, frame));
@@ -265,6 +270,7 @@ void CStartDC::m_AddCategoryRow(const char* sid, bool done) {
 
 void CStartDC::m_ShowAllDone() {
   m_StopVoiceGuide();
+  m_isAllDone = true;
   if (!m_currentCategory || !m_currentStatus) return;
   elm_flux_text_color_set(m_currentCategory, kWhite);
   elm_flux_text_color_set(m_currentStatus, kWhite);
@@ -292,13 +298,16 @@ Eina_Bool CStartDC::m_LookForResults(void* self) {
 void CStartDC::m_OpenIssues() {
   VEXILO_LOGI("Navigating to Issues screen with ResultRecvd = %d", m_isResultReceived.load());
   m_CleanObjects();
-  const std::vector<MapToDBTable> rows = m_GetRows();
-  CHomeScreen* const home = CHomeScreen::Instance();
-  if (!rows.empty())
-    home->m_SetDCIssues(rows);
-  else if (m_isResultReceived)
-    home->m_GetRemainingData();  // what is stored stays, but for what has cleared
-  CStartDCIssues::Instance()->m_StartDCIssues(rows);
+  // The issues list stays as it is opened, but home shows what comes too late for it.
+  WhenLater([this] { return m_isResultReceived.load(); }, [this] { m_TellHome(); });
+  CStartDCIssues::Instance()->m_StartDCIssues(m_GetRows());
+}
+
+void CStartDC::m_TellHome() {
+  std::vector<MapToDBTable> rows = m_GetRows();
+  if (rows.empty()) return QUVA_DiagManager::GetInstance()->RemainingProblem();  // what is stored may have cleared
+  CHomeScreen::Instance()->m_SetDCIssues(std::move(rows));
+  CHomeScreen::Instance()->m_ShowRemainingIssues();
 }
 
 void CStartDC::m_GetDiagResults() {

@@ -25,7 +25,7 @@ constexpr char kNothingFound[] = "TV_SID_CHECK_SELF_DIAGNOSIS";
 constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
 constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
-constexpr char kNoToast[] = "NULL";
+constexpr char kNone[] = "NULL";  // in place of an id
 constexpr char kDeclined[] = "cancel";
 
 constexpr double kMargin = 11;  // units, as all sizes here
@@ -45,8 +45,8 @@ constexpr double kButtonHeight = 9;
 
 constexpr char kWhite[] = "#FFFFFFFF";
 
-bool IsGiven(const std::string& toast) {
-  return !toast.empty() && toast != kNoToast;
+bool IsGiven(const std::string& sid) {
+  return !sid.empty() && sid != kNone;
 }
 
 }  // namespace
@@ -134,6 +134,7 @@ void CStartDCIssues::m_HideStartDCIssue() {
 
 void CStartDCIssues::m_ShowScreenPostReturn() {
   m_screen.m_Show();
+  if (std::exchange(m_isToastGone, false)) return;  // the focus stays where the viewer has taken it
   if (!m_list) return FocusWhenIdle(m_done);
   elm_flux_list_focus_set(m_list, std::clamp(m_index, 0, elm_flux_list_count(m_list) - 1));
 }
@@ -255,12 +256,20 @@ void CStartDCIssues::m_CreateIssueDetailsPopUp(int index) {
   m_popup = elm_flux_popup_add(utils.m_pGetAppWindow());
   elm_flux_popup_title_set(m_popup, CUtils::m_GetText(row.sid_issue.c_str()));
   elm_flux_popup_text_set(m_popup, CUtils::m_GetText(SidForDevice(row.sid_sol).c_str()));
-  Evas_Object* const first = elm_flux_popup_button_add(m_popup, CUtils::m_GetText(row.sid_button1.c_str()));
-  OnEvent(first, "clicked", [this](void*) { m_IssueDetailBtn_1_Click(); });
-  Evas_Object* const second = elm_flux_popup_button_add(m_popup, CUtils::m_GetText(row.sid_button2.c_str()));
-  OnEvent(second, "clicked", [this](void*) { m_IssueDetailBtn_2_Click(); });
+  m_AddPopupButtons(row);
   // Nothing opens above it that would have to come back to it.
   utils.m_RegisterForReturnStack({[] {}, [this] { m_ClosePopup(); }}, false);
+}
+
+void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
+  const auto add = [this](const std::string& sid, const std::function<void()>& clicked) {
+    OnEvent(elm_flux_popup_button_add(m_popup, CUtils::m_GetText(sid.c_str())), "clicked",
+            [clicked](void*) { clicked(); });
+  };
+  if (IsGiven(row.sid_button1)) add(row.sid_button1, [this] { m_IssueDetailBtn_1_Click(); });
+  if (IsGiven(row.sid_button2)) add(row.sid_button2, [this] { m_IssueDetailBtn_2_Click(); });
+  if (!IsGiven(row.sid_button1) && !IsGiven(row.sid_button2))
+    add("COM_SID_CLOSE", [] { CUtils::Instance().m_ExecuteReturn(); });
 }
 
 void CStartDCIssues::m_ClosePopup() {
@@ -373,6 +382,7 @@ void CStartDCIssues::m_ShowToastText(const std::string& text) {
 }
 
 void CStartDCIssues::m_HandleReturnOnToast() {
+  m_isToastGone = true;
   m_screen.m_DeleteToast();
 }
 

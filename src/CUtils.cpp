@@ -225,7 +225,8 @@ void CUtils::m_CleanObjects() {
 // ---- texts, accessibility
 
 std::string CUtils::m_GetText(const char* sid) {
-  return dgettext(kApplicationId, sid);
+  // To the library the empty id is the catalogue's header.
+  return sid && *sid ? dgettext(kApplicationId, sid) : "";
 }
 
 void CUtils::m_SetHighContrast() {

@@ -102,10 +102,15 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
   EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_progress/"));
   vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
   EXPECT_TRUE(Soon([&] { return watch() || Picture().starts_with("Motion/vexilo_highcontrast_progress/"); }));
-  std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(2)); }).join();
   for (const char* key : {"XF86Back", "Escape", "Return", "Up"}) Press(key);
   EXPECT_EQ(std::tuple(StackSize(), g_loopEnds, InLog("Start Vexilo Button Pressed")), std::tuple(1u, 0, 1))
       << "home is hidden and hears no key";
+  EXPECT_TRUE(Soon([&] { return watch() || allDone; }, 30));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 0);
+  EXPECT_TRUE(Soon([&] { return Picture().starts_with("Motion/vexilo_progress/"); })) << "while it waits";
+  EXPECT_FALSE(ShowsSid("TV_SID_CARE_PROCESSING"));
+  vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
+  std::thread([] { CStartDC::Instance()->m_DiagResCallback(Rows(2)); }).join();
   EXPECT_TRUE(Soon(watch, 30));
   ASSERT_GE(percents.size(), 40u);
   // A busy machine may draw the first frames late; what it shows is always one of these.
@@ -208,6 +213,20 @@ TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
     EXPECT_TRUE(FocusBecomes("list"));
     Drop(&List());
   }
+}
+
+TEST_F(Screens, APopupCanBeClosedWhereItsTextsAreMissing) {
+  MapToDBTable row = Row("1");
+  row.sid_sol = row.sid_button1 = "";
+  row.sid_button2 = "NULL";
+  Open();
+  OpenList({row});
+  ASSERT_TRUE(FocusBecomes("list"));
+  Press("Return");
+  EXPECT_EQ(Focus(), "close");
+  for (const Shown& text : Texts()) EXPECT_THAT(text.text, testing::Not(HasSubstr("Content-Type")));
+  Press("Return");
+  EXPECT_EQ(StackSize(), 1u);
 }
 
 /// The codes of the stored remaining problems.

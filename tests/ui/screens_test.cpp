@@ -396,7 +396,7 @@ TEST_F(Screens, LoadingWaitsForAnAnswerButNotForLong) {
   ASSERT_TRUE(FocusBecomes("close"));
   Press("XF86Back");
   EXPECT_TRUE(ShowsSid("SID_SELF_DIAGNOSIS"));
-  EXPECT_THAT(Names(), testing::Contains("remaining")) << "shown from now on";
+  EXPECT_TRUE(Soon([&] { return std::ranges::count(Names(), "remaining") > 0; }));
 }
 
 }  // namespace
