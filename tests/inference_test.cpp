@@ -1,10 +1,12 @@
 // A run of the engine: collectors and their deadlines, histories, and how subscribers are answered.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
 #include <thread>
 
@@ -300,7 +302,7 @@ TEST(Engine, InfersBeforeItAnswers) {
   EXPECT_EQ(RowsOf(17).size(), 3u);
 }
 
-TEST(Engine, AnswersInTimeWithoutADatabase) {
+TEST(Engine, TellsInTimeWhatItFoundWithoutADatabase) {
   WriteRules(RuleFor(17, kSettingFact));
   vconf_set_int(kSettingKey, 1);
   Record(17, 0);
@@ -310,17 +312,45 @@ TEST(Engine, AnswersInTimeWithoutADatabase) {
     // One that only reads lets queries through, and no transition.
     const SqliteDb reader = OpenDatabase(set_paths::kInferenceDb);
     Execute(reader.get(), "BEGIN; SELECT * FROM inferenceTBL");
-    EXPECT_EQ(NextAnswer().result, TREVLIN_NO_MATCH);
+    EXPECT_TRUE(NextAnswer().isTrue);
+    EXPECT_THAT(Log(), testing::HasSubstr("kept in memory until it can be, issues that are there: 17\n"));
     Execute(reader.get(), "COMMIT");
     // The engine holds its state until the callback has returned.
     ASSERT_TRUE(
         Until([&] { return sqlite3_exec(reader.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK; }));
-    EXPECT_EQ(NextAnswer().result, TREVLIN_ERROR_DATABASE);
+    EXPECT_TRUE(NextAnswer().isTrue);
   }
+  // A full disk.
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit none = {0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
   EXPECT_TRUE(NextAnswer().isTrue);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  EXPECT_EQ(RowsOf(17).size(), 1u);
+  // Without its rule as well, it is recorded by the next run that can.
+  WriteRules(RuleFor(18, kSettingFact));
+  EXPECT_TRUE(NextAnswer().isTrue);
+  EXPECT_EQ(RowsOf(17).size(), 2u);
+  WriteRules(RuleFor(17, kSettingFact));
   fs::remove(SystemPath(set_paths::kInferenceDb));
   WriteFile(set_paths::kInferenceDb, std::string(5000, 'x'));
-  EXPECT_EQ(NextAnswer().result, TREVLIN_ERROR_DATABASE);
+  EXPECT_TRUE(NextAnswer().isTrue);
+  std::vector<_DTInfDBRecord> found;
+  EXPECT_EQ(GetInferenceDB(18, 1, &found), TREVLIN_ERROR_DATABASE);
+}
+
+TEST(Engine, GoesOnAfterACallbackThatThrows) {
+  ASSERT_EQ(CreateAPIInstance(), 0);
+  Subscribe([](unsigned int, DTSignalData) { throw std::runtime_error("out of order"); });
+  Record(17, 1);
+  EXPECT_TRUE(NextAnswer().isTrue);
+  // What it held is free.
+  EXPECT_TRUE(Until([] {
+    const SqliteDb other = OpenDatabase(set_paths::kInferenceDb);
+    return sqlite3_exec(other.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  }));
 }
 
 TEST(Engine, LooksAgainAfterASolution) {

@@ -4,7 +4,8 @@
 /// transitions and of the solutions that were applied.
 ///
 /// Thread rule: every function is callable from any thread, the engine's own included. Inference callbacks are called
-/// on the engine's one thread, one after the other. None of the functions throws, and a callback must not.
+/// on the engine's one thread, one after the other. None of the functions throws. What a callback throws ends that
+/// callback alone, with a line in the log.
 ///
 /// Times are local times "YYYY-MM-DDTHH:MM:SS"; they sort as text.
 
@@ -61,7 +62,8 @@ int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
 int RecheckIssue(int issueCode);
 
 /// Replaces `*out` by the transitions of the type of the issue, newest first, and of equal times the one recorded last
-/// first. TREVLIN_NO_MATCH when there is none; `*out` is empty unless TREVLIN_OK is returned.
+/// first. TREVLIN_NO_MATCH when there is none; `*out` is empty unless TREVLIN_OK is returned. What an inference of this
+/// process found and could not record counts as recorded, also where the database cannot be read.
 /// Waits for a database that another process has locked, two seconds in all since a call that went through, then fails.
 int GetInferenceDB(int issueCode, int transitionType, std::vector<_DTInfDBRecord>* out);
 

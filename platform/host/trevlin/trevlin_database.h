@@ -90,6 +90,9 @@ class Database {
   int RecordTruths(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
                    std::vector<Transition>& added);
 
+  /// Replaces `changes` by the transitions that RecordTruths() would add, as far as it can be read what there is.
+  int FindChanges(const std::vector<IssueTruth>& issues, const std::string& time, std::vector<Transition>& changes);
+
   /// Where the newest solution of the issue was applied at `until` or earlier, and the issue has not become true since,
   /// adds the solution once more at `time`, as not applied. TREVLIN_NO_MATCH when there is no such solution.
   int RecordNoEffect(int issueCode, const std::string& until, const std::string& time);
@@ -137,7 +140,6 @@ class Database {
   int Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row);
   template <typename Bind>
   int Insert(File& file, Bind bind);
-  int FindChanges(const std::vector<IssueTruth>& issues, const std::string& time, std::vector<Transition>& changes);
   int AddChanges(const std::vector<Transition>& changes, size_t keep);
   int InTransaction(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
                     std::vector<Transition>& added);

@@ -51,6 +51,9 @@ class Engine {
     return operation(m_database);
   }
 
+  /// What GetInferenceDB() gives.
+  int Transitions(int issueCode, int type, std::vector<_DTInfDBRecord>& out);
+
  private:
   struct Subscription {
     unsigned int number;
@@ -70,6 +73,8 @@ class Engine {
   bool TakeWork(Work& work);
   std::map<int, Clock::time_point>::iterator NextRecheck();
   void Infer(const std::deque<Subscription>& subscriptions);
+  void Record(Outcome outcome, std::vector<Transition>& changes, std::chrono::seconds settled);
+  void KeepUnrecorded(const Outcome& outcome);
   void Answer(const Subscription& subscription);
   void RecheckNow(int issueCode);
   Inference& Inferring();
@@ -83,6 +88,8 @@ class Engine {
 
   std::mutex m_databaseMutex;
   Database m_database{Database::Access::kReadWrite};
+  // What runs have found since the database last took it, by issue code. Guarded by m_databaseMutex.
+  std::map<int, Transition> m_unrecorded;
 
   std::unique_ptr<Inference> m_inference;  // of the engine's thread
 };
@@ -130,7 +137,7 @@ void Engine::Run() {
   for (;;) {
     const Work work = NextWork();
     if (!work.subscriptions.empty()) Attempt("the inference", [&] { Infer(work.subscriptions); });
-    for (const Subscription& subscription : work.subscriptions) Answer(subscription);
+    for (const Subscription& subscription : work.subscriptions) Attempt("a callback", [&] { Answer(subscription); });
     if (work.recheck) Attempt("the second look", [&] { RecheckNow(*work.recheck); });
   }
 }
@@ -174,27 +181,74 @@ void Engine::Infer(const std::deque<Subscription>& subscriptions) {
   const auto wait = std::max(microseconds(0), std::chrono::duration_cast<microseconds>(first->until - Clock::now()));
   const Outcome outcome = Inferring().Run(std::max(wait - kRecordingShare, wait / 2));
   std::vector<Transition> changes;
-  WithDatabase([&](Database& database) { return RecordOutcome(database, outcome, changes); });
+  Record(outcome, changes, kSolutionTime);
   __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "inferred in %lld ms: %zu issues changed",
                static_cast<long long>(outcome.took.count() / 1000), changes.size());
 }
 
+// A full disk must not hide what is found on it.
+void Engine::Record(Outcome outcome, std::vector<Transition>& changes, std::chrono::seconds settled) {
+  const std::lock_guard lock(m_databaseMutex);
+  for (const auto& [code, kept] : m_unrecorded)
+    if (std::none_of(outcome.issues.begin(), outcome.issues.end(),
+                     [code = code](const IssueTruth& issue) { return issue.issueCode == code; }))
+      outcome.issues.push_back({code, kept.type == DT_TRANSITION_TYPE_TRUE});
+  if (RecordOutcome(m_database, outcome, changes, settled) == TREVLIN_OK)
+    m_unrecorded.clear();
+  else
+    KeepUnrecorded(outcome);
+}
+
+void Engine::KeepUnrecorded(const Outcome& outcome) {
+  std::string trueOnes;
+  for (const auto& [code, isTrue] : outcome.issues) {
+    const int type = isTrue ? DT_TRANSITION_TYPE_TRUE : DT_TRANSITION_TYPE_FALSE;
+    Transition& kept = m_unrecorded[code];
+    if (kept.time.empty() || kept.type != type) kept = {.time = CurrentTime(), .issueCode = code, .type = type};
+    if (isTrue) trueOnes.append(trueOnes.empty() ? "" : ", ").append(std::to_string(code));
+  }
+  __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag,
+               "what was found could not be recorded; it is kept in memory until it can be, issues that are there: %s",
+               trueOnes.empty() ? "none" : trueOnes.c_str());
+}
+
+int Engine::Transitions(int issueCode, int type, std::vector<_DTInfDBRecord>& out) {
+  const std::lock_guard lock(m_databaseMutex);
+  const int result = m_database.Transitions(issueCode, type, out);
+  const auto kept = m_unrecorded.find(issueCode);
+  if (kept == m_unrecorded.end() || kept->second.type != type) return result;
+  std::vector<Transition> news;
+  const bool isTrue = type == DT_TRANSITION_TYPE_TRUE;
+  if (m_database.FindChanges({{issueCode, isTrue}}, kept->second.time, news) == TREVLIN_ERROR_DATABASE)
+    news = {kept->second};
+  for (const Transition& each : news) out.insert(out.begin(), {issueCode, type, 0, "", each.time});
+  return news.empty() ? result : TREVLIN_OK;
+}
+
 // The database is free during the callback, which asks it for the answer.
 void Engine::Answer(const Subscription& subscription) {
-  const auto withDatabase = [this](void (Database::*operation)()) {
-    const std::lock_guard lock(m_databaseMutex);
-    (m_database.*operation)();
+  struct Reading {
+    Engine& engine;
+    explicit Reading(Engine& of) : engine(of) {
+      const std::lock_guard lock(engine.m_databaseMutex);
+      engine.m_database.BeginRead();
+    }
+    ~Reading() {
+      const std::lock_guard lock(engine.m_databaseMutex);
+      engine.m_database.EndRead();
+    }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
   };
-  withDatabase(&Database::BeginRead);
+  const Reading reading(*this);
   subscription.callback(subscription.number, DTSignalData{});
-  withDatabase(&Database::EndRead);
 }
 
 void Engine::RecheckNow(int issueCode) {
   if (!Inferring().HasRules()) return;
   const Outcome outcome = Inferring().Recheck(issueCode, kLongestRecheck);
   std::vector<Transition> changes;
-  WithDatabase([&](Database& database) { return RecordOutcome(database, outcome, changes, std::chrono::seconds(0)); });
+  Record(outcome, changes, std::chrono::seconds(0));
   for (const IssueTruth& issue : outcome.issues)
     __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "after its solution issue %d is %s", issue.issueCode,
                  issue.isTrue ? "still there" : "gone");
@@ -215,7 +269,7 @@ template <typename Operation>
 int Query(Operation operation) noexcept {
   return Guarded(TREVLIN_ERROR_DATABASE, [&] {
     Engine* engine = g_engine.load(std::memory_order_acquire);
-    return engine ? engine->WithDatabase(operation) : TREVLIN_ERROR_INVALID;
+    return engine ? operation(*engine) : TREVLIN_ERROR_INVALID;
   });
 }
 
@@ -224,6 +278,7 @@ int Query(Operation operation) noexcept {
 }  // namespace trevlin
 
 using trevlin::Database;
+using trevlin::Engine;
 
 int CreateAPIInstance() {
   return trevlin::Guarded(-1, [] {
@@ -256,14 +311,18 @@ int GetInferenceDB(int issueCode, int transitionType, std::vector<_DTInfDBRecord
   out->clear();
   if (transitionType != DT_TRANSITION_TYPE_FALSE && transitionType != DT_TRANSITION_TYPE_TRUE)
     return TREVLIN_ERROR_INVALID;
-  return trevlin::Query([&](Database& database) { return database.Transitions(issueCode, transitionType, *out); });
+  return trevlin::Query([&](Engine& engine) { return engine.Transitions(issueCode, transitionType, *out); });
 }
 
 int GetSolutionDB(int issueCode, _DTSolDBRecord* out) {
   if (!out) return TREVLIN_ERROR_INVALID;
-  return trevlin::Query([&](Database& database) { return database.NewestSolution(issueCode, *out); });
+  return trevlin::Query([&](Engine& engine) {
+    return engine.WithDatabase([&](Database& database) { return database.NewestSolution(issueCode, *out); });
+  });
 }
 
 int SetSolutionDB(const _DTSolDBRecord& record) {
-  return trevlin::Query([&](Database& database) { return database.AddSolution(record); });
+  return trevlin::Query([&](Engine& engine) {
+    return engine.WithDatabase([&](Database& database) { return database.AddSolution(record); });
+  });
 }
