@@ -586,8 +586,9 @@ int QUVA_DiagResultManager::m_writeCodes(FILE* file, const char* path) {
   for (const MapToDBTable& row : m_table) written = std::fprintf(file, "%s\n", row.issue_code.c_str()) >= 0 && written;
   if (std::fflush(file) == 0 && written) return 1;
   VEXILO_LOGE("Writing %s failed: error %d", path, errno);
-  // Half a code could be taken for another issue.
+  // Half a code could be taken for another issue, and an empty file for a set without any.
   if (ftruncate(fileno(file), 0) != 0) VEXILO_LOGE("Emptying %s failed: error %d", path, errno);
+  if (unlink(SystemPath(path).c_str()) != 0) VEXILO_LOGE("Removing %s failed: error %d", path, errno);
   return 0;
 }
 

@@ -203,11 +203,16 @@ TEST(Vexiloctl, TheNewestResultIsShownWithTitles) {
   MakeTitles();
   EXPECT_THAT(RunCtl({"result"}).err, HasSubstr(set_paths::kQGuideResult)) << "there is none";
   Write(set_paths::kQGuideBackgroundResult, "5\n");
-  fs::last_write_time(SystemPath(set_paths::kQGuideBackgroundResult), fs::file_time_type::clock::now() - 1h);
   Write(set_paths::kQGuideResult, "17\n99\n");
-  EXPECT_EQ(Output({"result"}),
-            "/tmp/qsyslink/inference_result\n  17  Speicher fast voll – prüfen\n  99  (no text)\n"
-            "/opt/usr/home/owner/content/Documents/inference_result  (older)\n");
+  for (const auto& [path, second] :
+       {std::pair(set_paths::kQGuideBackgroundResult, 1709802299), std::pair(set_paths::kQGuideResult, 1709802300)}) {
+    const timespec times[2] = {{second, 0}, {second, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, SystemPath(path).c_str(), times, 0), 0);
+  }
+  EXPECT_EQ(RunCtl({"result"}, {.env = {{"TZ", "UTC"}}}).out,
+            "/tmp/qsyslink/inference_result  2024-03-07T09:05:00\n"
+            "  17  Speicher fast voll – prüfen\n  99  (no text)\n"
+            "/opt/usr/home/owner/content/Documents/inference_result  2024-03-07T09:04:59  (older)\n");
   EXPECT_EQ(TimesIn(Output({"result", "--json"}), "\n"), 2);
   Write(set_paths::kSolutionMap, "<map><solution");
   EXPECT_THAT(RunCtl({"result"}).out, HasSubstr("  17  (no text)\n"));

@@ -226,9 +226,11 @@ void Result(const Arguments& arguments) {
   };
   for (const ResultFile& file : files) {
     const bool newest = &file == &files.front();
+    const std::string time = vexiloctl::LocalTime(file.status.st_mtim.tv_sec);
     if (arguments.json) {
       Json::Value object;
       object["file"] = file.path;
+      object["time"] = time;
       object["issues"] = Json::arrayValue;
       for (const std::string& code : ReadLines(file.path)) {
         Json::Value issue;
@@ -239,7 +241,7 @@ void Result(const Arguments& arguments) {
       Print(JsonLine(object));
       continue;
     }
-    Print(file.path + (newest ? "\n" : "  (older)\n"));
+    Print(file.path + "  " + time + (newest ? "\n" : "  (older)\n"));
     if (!newest) continue;
     const std::vector<std::string> codes = ReadLines(file.path);
     if (codes.empty()) Print("  no issue found\n");
