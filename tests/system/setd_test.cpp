@@ -457,6 +457,12 @@ TEST(SetdBackground, DiagnosesAtThePeriodThatTheSettingsKeyHas) {
   WriteFile(set_paths::kRules,
             R"({"version": 1, "rules": [{"code": 17, "group": "memory",
                 "when": {"fact": "setting:db/trouble", "is": "==", "value": true}}]})");
+  WriteFile(set_paths::kSolutionMap,
+            R"(<solution_map><sm cnt="2"/>
+               <solution issue_code="17" sol_code="3" sol_type="1" is_fg_bg="bg">
+                 <sol_val param_type="memboost" param_value=""/><sol_val param_type="deepclean" param_value=""/>
+               </solution>
+               <solution issue_code="18" sol_code="4" is_fg_bg="bg"/></solution_map>)");
   vconf_set_bool("db/trouble", 1);
   vconf_set_int(kPeriod, 0);
   const Process daemon = StartDaemon();
@@ -476,8 +482,21 @@ TEST(SetdBackground, DiagnosesAtThePeriodThatTheSettingsKeyHas) {
   EXPECT_FALSE(Exists(set_paths::kInferenceDb));
   vconf_set_int(kPeriod, 1);
   EXPECT_TRUE(comesTo(1));
+  // Its solution is applied without a viewer.
+  for (const char* done : {"applied the solution of issue 17", "memory boost", "deep clean"})
+    EXPECT_TRUE(Until([&] { return Count(Log(), done) > 0; })) << done;
   vconf_set_bool("db/trouble", 0);
   EXPECT_TRUE(comesTo(0));
+  // Once for each time that the issue becomes true.
+  vconf_set_bool("db/trouble", 1);
+  EXPECT_TRUE(Until([] { return Count(Log(), "applied the solution of issue 17") > 1; }));
+  vconf_set_bool("db/trouble", 0);
+  EXPECT_TRUE(comesTo(0));
+  std::vector<_DTSolDBRecord> solutions;
+  trevlin::Database(trevlin::Database::Access::kReadOnly).AllSolutions(solutions);
+  ASSERT_EQ(solutions.size(), 2u);
+  EXPECT_EQ(std::tuple(solutions[0].issueCode, solutions[0].solutionCode, solutions[0].type, solutions[0].isApply),
+            std::tuple(17, 3, 1, 1));
   daemon->Signal(SIGTERM);
   EXPECT_EQ(daemon->Wait().exitCode, 0);
 }

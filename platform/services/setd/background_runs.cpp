@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "setd/background_solutions.h"
 #include "setd/setd_log.h"
 #include "trevlin/collectors/collectors.h"
 #include "vconf.h"
@@ -16,7 +17,8 @@ namespace {
 
 constexpr char kPeriodKey[] = "db/trevlin/background_period";
 constexpr int kPeriodSeconds = 300;
-constexpr int kLongestPeriodSeconds = 86400;
+constexpr std::chrono::seconds kFirstPause{20};
+constexpr std::chrono::seconds kLongestPause{86400};
 constexpr int kNiceness = 10;
 
 }  // namespace
@@ -47,7 +49,7 @@ void BackgroundRuns::ReadPeriod() {
   int seconds = kPeriodSeconds;
   vconf_get_int(kPeriodKey, &seconds);
   const std::lock_guard guard(m_lock);
-  m_period = std::chrono::seconds(std::clamp(seconds, 0, kLongestPeriodSeconds));
+  m_period = std::chrono::seconds(std::clamp(seconds, 0, static_cast<int>(kLongestPause.count())));
   m_changed.notify_all();
 }
 
@@ -55,7 +57,7 @@ void BackgroundRuns::Work() {
   pthread_setname_np(pthread_self(), "trevlin");
   // Of this thread and those that it starts.
   setpriority(PRIO_PROCESS, 0, kNiceness);
-  while (WaitForNext()) {
+  for (auto pause = kFirstPause; WaitForNext(pause); pause = kLongestPause) {
     try {
       RunOnce();
     } catch (const std::exception& error) {
@@ -64,18 +66,18 @@ void BackgroundRuns::Work() {
   }
 }
 
-// False when there is no next.
-bool BackgroundRuns::WaitForNext() {
+// After the period, and `most` at most. False when there is no next.
+bool BackgroundRuns::WaitForNext(std::chrono::seconds most) {
   const auto start = std::chrono::steady_clock::now();
   std::unique_lock guard(m_lock);
   for (;;) {
     if (m_end) return false;
     if (m_period.count() == 0) {
       m_changed.wait(guard);
-    } else if (std::chrono::steady_clock::now() >= start + m_period) {
+    } else if (const auto until = start + std::min(m_period, most); std::chrono::steady_clock::now() >= until) {
       return true;
     } else {
-      m_changed.wait_until(guard, start + m_period);
+      m_changed.wait_until(guard, until);
     }
   }
 }
@@ -83,7 +85,8 @@ bool BackgroundRuns::WaitForNext() {
 void BackgroundRuns::RunOnce() {
   if (!m_inference.HasRules()) return;
   std::vector<trevlin::Transition> changes;
-  trevlin::RecordOutcome(m_database, m_inference.Run(trevlin::kLongestRun), changes);
+  const trevlin::Outcome outcome = m_inference.Run(trevlin::kLongestRun);
+  if (trevlin::RecordOutcome(m_database, outcome, changes) == TREVLIN_OK) ApplyBackgroundSolutions(m_database, outcome);
 }
 
 }  // namespace setd

@@ -1,5 +1,6 @@
 #include "setd/request.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "c_handle.h"
 #include "packages/package_store.h"
 #include "set_paths.h"
 #include "setd/folder_watch.h"
@@ -125,6 +127,15 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
   if (form->kind == Kind::kDeepClean && text != kDeepCleanText)
     return isFinal ? Refuse(problem, "it does not say \"CleanUp\"") : ReadState::kIncomplete;
   return form->ids == 0 ? ReadState::kReady : ReadLine(*form, isFinal, text, request, problem);
+}
+
+bool LeaveRequest(Kind kind) {
+  const bool clean = kind == Kind::kDeepClean;
+  const std::string path = SystemPath(clean ? set_paths::kDeepCleanRequest : set_paths::kMemBoostRequest);
+  const FdHandle file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!file) return false;
+  constexpr auto kSize = static_cast<ssize_t>(sizeof kDeepCleanText - 1);
+  return !clean || write(file.get(), kDeepCleanText, kSize) == kSize;
 }
 
 bool RemoveServed(const Request& request) {

@@ -32,6 +32,9 @@ bool IsRequestName(const std::string& trigger);
 /// Reads the request of a trigger file. With `isFinal` nothing is kIncomplete any more.
 ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request, std::string& problem);
 
+/// Leaves a request of this daemon's own, kMemoryBoost or kDeepClean, as other programs do. False with errno.
+bool LeaveRequest(Kind kind);
+
 /// Removes trigger and payload of a request that was served or refused, unless another one has taken their place. A
 /// refused deep clean stays: its end would say that it was done. False with errno when one could not be removed.
 bool RemoveServed(const Request& request);
