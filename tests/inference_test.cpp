@@ -171,8 +171,17 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   EXPECT_EQ(Decided(inference.Recheck(21, 10s)), "");
   EXPECT_EQ(Decided(inference.Recheck(99, 10s)), "");
   late->blocks = false;
+  const std::string rules = ReadFile(set_paths::kRules);
+  WriteFile(set_paths::kRules, rules.substr(0, rules.size() / 2));
+  for (int twice = 0; twice < 2; ++twice) EXPECT_TRUE(inference.HasRules());
+  EXPECT_EQ(Count(Log(), "the rules that were read last stay in use"), 1u) << "half-saved";
+  fs::remove(SystemPath(set_paths::kRules));
+  fs::create_directory(SystemPath(set_paths::kRules));
+  EXPECT_TRUE(inference.HasRules());
+  EXPECT_EQ(Decided(inference.Run(10s)), "17=F 21=F");
   fs::remove(SystemPath(set_paths::kRules));
   EXPECT_FALSE(inference.HasRules());
+  EXPECT_TRUE(inference.Rules().empty());
 }
 
 TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {

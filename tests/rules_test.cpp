@@ -124,30 +124,32 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
     return head + "\"when\": " + kHolds + ",\n\"for\": " + hold + "}";
   };
   const std::pair<std::string, std::string> cases[] = {
-      {"7", "2:1: a rule is no object"},
+      {"7", "2:1: a rule is not an object"},
       {R"({"group": "memory", "when": {}})", "2:1: a rule has no \"code\""},
-      {R"({"code": 0})", "2:10: \"code\" is no whole number from 1 to 2147483647"},
+      {R"({"code": 0})", "2:10: \"code\" must be a whole number from 1 to 2147483647"},
       {R"({"code": 17, "group": "wifi"})", "2:23: unknown group \"wifi\""},
       {head + "\"wenn\": {}}", "2:41: unknown member \"wenn\" of a rule"},
       {R"({"code": 17, "group": "memory"})", "2:1: a rule has no \"when\""},
-      {with("true"), "2:41: a condition is no object"},
+      {with("true"), "2:41: a condition is not an object"},
       {with(R"({"all": [], "any": []})"), "2:41: a condition is one of \"fact\", \"all\", \"any\" and \"not\""},
-      {with(R"({"all": []})"), "2:49: \"all\" is no array of conditions"},
+      {with(R"({"all": []})"), "2:49: \"all\" must be an array of conditions"},
       {with(R"({"fact": "n", "is": "<"})"), "2:41: a comparison has no \"value\""},
       {with("\n{\"fact\": \"m\", \"is\": \"<\", \"value\": 1}"), "3:10: unknown fact \"m\""},
       {with(R"({"fact": "setting:a b", "is": "==", "value": 1})"), "2:50: \"setting:a b\": "},
       {with(R"({"fact": "n", "is": "=", "value": 1})"), "2:61: unknown operator \"=\""},
-      {with(R"({"fact": "n", "is": "<", "value": true})"), "2:75: \"n\" is a number, the value is a truth"},
-      {with(R"({"fact": "x", "is": "<", "value": "a"})"), "2:61: \"<\" needs a number, the value is a text"},
+      {with(R"({"fact": "n", "is": "<", "value": true})"), "2:75: \"n\" is a number, the value is true or false"},
+      {with(R"({"fact": "x", "is": "<", "value": "a"})"), "2:61: \"<\" needs a number, the value is text"},
       {with(R"({"fact": "x", "is": "has", "value": "a b"})"), "2:77: the value is not one word"},
-      {with(R"({"fact": "n", "is": "<", "value": null})"), "2:75: \"value\" is no number, truth or text"},
+      {with(R"({"fact": "n", "is": "<", "value": null})"), "2:75: \"value\" must be a number, true or false, or text"},
       {with(R"({"fact": "n", "is": "<", "value": 1, "for": 2})"), "unknown member \"for\" of a comparison"},
-      {holding(R"({"seconds": 0})"), "3:20: \"seconds\" is no whole number from 1 to 86400"},
+      {holding(R"({"seconds": 0})"), "3:20: \"seconds\" must be a whole number from 1 to 86400"},
       {holding(R"({"seconds": 1, "runs": 1})"), "3:31: unknown member \"runs\" of \"for\" with \"seconds\""},
-      {holding(R"({"runs": 3, "of": 2})"), "3:26: \"of\" is no whole number from 3 to 32"},
-      {head + "\"event\": 1, \"when\": " + kHolds + "}", "2:42: \"event\" is no truth"},
+      {holding(R"({"runs": 3, "of": 2})"), "3:26: \"of\" must be a whole number from 3 to 32"},
+      {head + "\"event\": 1, \"when\": " + kHolds + "}", "2:42: \"event\" must be true or false"},
       {holding(R"({"of": 2})"), "3:8: \"for\" has no \"runs\""},
       {good, "3:10: code 18 has a rule already"},
+      {head + "\n\"when\": {}, \"when\": " + kHolds + "}", "3:13: not valid JSON: Duplicate key: 'when'"},
+      {with(R"({"not": {"fact": "n", "fact": "n", "is": "<", "value": 5}})"), "Duplicate key: 'fact'"},
   };
   for (const auto& [rule, mistake] : cases) {
     const RuleFile file = ParseRules(FileOf(rule + ",\n" + good), kKinds);
@@ -160,16 +162,19 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
 
 TEST(RulesFile, ThatIsNoRulesFileIsOneMistake) {
   const std::pair<std::string, const char*> cases[] = {
-      {"", "1:1: no JSON: "},
-      {"{\"version\": 1,\n \"rules\": [}", "2:12: no JSON: "},
-      {"{\"version\": 1, \"version\": 1, \"rules\": []}", "no JSON: Duplicate key"},
-      {std::string(5000, '['), "no JSON: "},
-      {"[]", "1:1: the file is no object"},
-      {"{\"version\": 2, \"rules\": []}", "1:13: \"version\" is no whole number from 1 to 1"},
-      {"{\"version\": 1, \"rules\": {}}", "1:25: \"rules\" is no array"},
+      {"", "1:1: not valid JSON: "},
+      {"{\"version\": 1,\n \"rules\": [}", "2:12: not valid JSON: "},
+      {"{\"version\": 1, \"version\": 1, \"rules\": []}", "1:16: not valid JSON: Duplicate key"},
+      {"{\"version\": 1, \"rules\": [{\"code\": 1, \"code\": 1}], \"version\": 1}",
+       "not valid JSON: Duplicate key: 'version'"},
+      {std::string(5000, '['), "not valid JSON: "},
+      {"[]", "1:1: the file is not an object"},
+      {"{\"version\": 2, \"rules\": []}", "1:13: \"version\" must be a whole number from 1 to 1"},
+      {"{\"version\": 1, \"rules\": {}}", "1:25: \"rules\" must be an array"},
   };
   for (const auto& [text, mistake] : cases) {
     const RuleFile file = ParseRules(text, kKinds);
+    EXPECT_FALSE(file.isRulesFile);
     EXPECT_TRUE(file.rules.empty());
     ASSERT_EQ(file.mistakes.size(), 1u) << text;
     EXPECT_THAT(ToText(file.mistakes[0], "f"), HasSubstr(mistake)) << text;

@@ -17,6 +17,8 @@ namespace {
 
 constexpr char kTag[] = "TREVLIN";
 
+constexpr char kRulesStay[] = "the rules that were read last stay in use";
+
 // Rows that an issue keeps.
 constexpr size_t kHistory = 100;
 
@@ -55,16 +57,23 @@ Inference::Inference(std::vector<std::unique_ptr<Collector>> collectors, Machine
 bool Inference::HasRules() {
   std::string text;
   if (!ReadWholeFile(SystemPath(set_paths::kRules), text)) {
-    if (errno != ENOENT) __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s", set_paths::kRules, std::strerror(errno));
+    const int reason = errno;
+    if (reason == ENOENT) m_rules.clear();
+    m_mistakes.clear();
     m_rulesText.reset();
-    m_rules.clear();
-    return false;
+    if (reason != ENOENT)
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s; %s", set_paths::kRules, std::strerror(reason), kRulesStay);
+    return !m_rules.empty();
   }
   if (text == m_rulesText) return true;
   RuleFile file = ParseRules(text, m_kinds);
   for (const RuleMistake& mistake : file.mistakes)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s", ToText(mistake, set_paths::kRules).c_str());
-  m_rules = std::move(file.rules);
+  if (file.isRulesFile)
+    m_rules = std::move(file.rules);
+  else
+    __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s: %s", set_paths::kRules, kRulesStay);
+  m_mistakes = std::move(file.mistakes);
   m_rulesText = std::move(text);
   return true;
 }

@@ -30,9 +30,11 @@ class Inference {
   /// Collects from this machine unless `machine` is a captured one.
   explicit Inference(std::vector<std::unique_ptr<Collector>> collectors, Machine machine = {});
 
-  /// Whether the set has a rules file. Reads it when it has changed; its mistakes are then in the log.
+  /// Whether the set has a rules file. Reads it when it has changed; its mistakes are then in the log. While it cannot
+  /// be read, or is not a rules file, as when it is just being saved, the rules that were read last stay.
   bool HasRules();
   const std::vector<Rule>& Rules() const { return m_rules; }
+  const std::vector<RuleMistake>& RuleMistakes() const { return m_mistakes; }
 
   /// Reads the facts that the rules need and decides each, within `wait` (what the rules' histories need excepted, a
   /// second at most when another process does not let go of them).
@@ -60,6 +62,7 @@ class Inference {
   FactKinds m_kinds;
   std::optional<std::string> m_rulesText;  // of the file that was read last
   std::vector<Rule> m_rules;
+  std::vector<RuleMistake> m_mistakes;
 };
 
 /// The longest that a subscriber's or a person's run takes.

@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 
 #include "settings/settings_store.h"
@@ -28,7 +29,7 @@ constexpr Operator kOperators[] = {
 
 // In the order of the kinds, which is that of a value's alternatives after the unknown one.
 std::string NameOf(FactKind kind) {
-  constexpr const char* kNames[] = {"a truth", "a number", "a text"};
+  constexpr const char* kNames[] = {"true or false", "a number", "text"};
   return kNames[static_cast<size_t>(kind)];
 }
 
@@ -47,7 +48,7 @@ std::string Quoted(std::string_view text) {
 }
 
 void CheckMembers(const Json::Value& object, std::string_view what, std::initializer_list<std::string_view> known) {
-  if (!object.isObject()) Refuse(object, std::string(what) + " is no object");
+  if (!object.isObject()) Refuse(object, std::string(what) + " is not an object");
   for (const std::string& name : object.getMemberNames())
     if (std::find(known.begin(), known.end(), name) == known.end())
       Refuse(object[name], "unknown member " + Quoted(name) + " of " + std::string(what));
@@ -60,7 +61,13 @@ const Json::Value& Member(const Json::Value& object, std::string_view what, cons
 
 int Integer(const Json::Value& value, const char* name, int least, int most) {
   if (value.isInt() && value.asInt() >= least && value.asInt() <= most) return value.asInt();
-  Refuse(value, Quoted(name) + " is no whole number from " + std::to_string(least) + " to " + std::to_string(most));
+  Refuse(value, Quoted(name) + " must be a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+}
+
+/// Makes blanks of so many bytes, so that all else keeps its line and column.
+void Blank(std::string& text, size_t from, size_t size) {
+  for (char& c : std::span(text).subspan(from, size))
+    if (c != '\n') c = ' ';
 }
 
 class Parser {
@@ -69,7 +76,8 @@ class Parser {
   RuleFile Read();
 
  private:
-  Json::Value ReadJson() const;
+  Json::Value ReadJson();
+  static Json::Value ParseJson(const std::string& text, bool refuseTwice);
   const Json::Value& Rules(const Json::Value& document) const;
   Rule ReadRule(const Json::Value& value) const;
   Hold ReadHold(const Json::Value& value) const;
@@ -79,6 +87,7 @@ class Parser {
 
   const std::string_view m_text;
   const FactKinds& m_facts;
+  std::map<ptrdiff_t, RuleMistake> m_takenOut;  // by where the rule begins
 };
 
 RuleFile Parser::Read() {
@@ -86,6 +95,11 @@ RuleFile Parser::Read() {
   try {
     const Json::Value document = ReadJson();
     for (const Json::Value& each : Rules(document)) {
+      const auto takenOut = m_takenOut.find(each.getOffsetStart());
+      if (takenOut != m_takenOut.end()) {
+        file.mistakes.push_back(takenOut->second);
+        continue;
+      }
       try {
         Rule rule = ReadRule(each);
         if (std::any_of(file.rules.begin(), file.rules.end(),
@@ -96,6 +110,7 @@ RuleFile Parser::Read() {
         file.mistakes.push_back(MistakeAt(wrong));
       }
     }
+    file.isRulesFile = true;
   } catch (const Wrong& wrong) {
     file.mistakes.push_back(MistakeAt(wrong));
   } catch (const RuleMistake& mistake) {
@@ -104,22 +119,50 @@ RuleFile Parser::Read() {
   return file;
 }
 
+// A member that is there twice costs its rule, not the file: such rules are taken out of the text.
+Json::Value Parser::ReadJson() {
+  std::string text(m_text);
+  try {
+    return ParseJson(text, true);
+  } catch (const RuleMistake&) {
+    Json::Value document = ParseJson(text, false);
+    if (!document.isObject() || !document["rules"].isArray()) throw;
+    for (const Json::Value& rule : document["rules"]) {
+      const auto start = static_cast<size_t>(rule.getOffsetStart());
+      const auto size = static_cast<size_t>(rule.getOffsetLimit()) - start;
+      std::string alone(m_text.substr(0, start + size));
+      Blank(alone, 0, start);
+      try {
+        ParseJson(alone, true);
+      } catch (const RuleMistake& mistake) {
+        m_takenOut.emplace(rule.getOffsetStart(), mistake);
+        Blank(text, start, size);
+        text[start] = '0';
+      }
+    }
+    // What is left may have the file's own members twice.
+    return ParseJson(text, true);
+  }
+}
+
 // The parser's own message is "* Line 3, Column 5", a line feed and the reason, indented.
-Json::Value Parser::ReadJson() const {
+Json::Value Parser::ParseJson(const std::string& text, bool refuseTwice) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["stackLimit"] = kDeepest;
+  builder["rejectDupKeys"] = refuseTwice;
+  builder["strictRoot"] = false;
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value document;
   std::string problem;
   RuleMistake mistake;
   try {
-    if (reader->parse(m_text.data(), m_text.data() + m_text.size(), &document, &problem)) return document;
+    if (reader->parse(text.data(), text.data() + text.size(), &document, &problem)) return document;
     std::sscanf(problem.c_str(), "* Line %d, Column %d", &mistake.line, &mistake.column);
     const size_t from = std::min(problem.find_first_not_of(" \n", problem.find('\n')), problem.size());
-    mistake.reason = "no JSON: " + problem.substr(from, problem.find('\n', from) - from);
+    mistake.reason = "not valid JSON: " + problem.substr(from, problem.find('\n', from) - from);
   } catch (const std::exception& error) {
-    mistake.reason = std::string("no JSON: ") + error.what();
+    mistake.reason = std::string("not valid JSON: ") + error.what();
   }
   throw mistake;
 }
@@ -128,7 +171,7 @@ const Json::Value& Parser::Rules(const Json::Value& document) const {
   CheckMembers(document, "the file", {"version", "rules"});
   Integer(Member(document, "the file", "version"), "version", kVersion, kVersion);
   const Json::Value& rules = Member(document, "the file", "rules");
-  if (!rules.isArray()) Refuse(rules, "\"rules\" is no array");
+  if (!rules.isArray()) Refuse(rules, "\"rules\" must be an array");
   return rules;
 }
 
@@ -138,13 +181,13 @@ Rule Parser::ReadRule(const Json::Value& value) const {
   rule.code = Integer(Member(value, "a rule", "code"), "code", 1, INT32_MAX);
   const Json::Value& group = Member(value, "a rule", "group");
   if (!group.isString() || std::find(std::begin(kGroups), std::end(kGroups), group.asString()) == std::end(kGroups))
-    Refuse(group, "unknown group " + (group.isString() ? Quoted(group.asString()) : "that is no text"));
+    Refuse(group, group.isString() ? "unknown group " + Quoted(group.asString()) : "\"group\" must be text");
   rule.group = group.asString();
   rule.when = ReadCondition(Member(value, "a rule", "when"));
   if (value.isMember("for")) rule.hold = ReadHold(value["for"]);
   if (value.isMember("clear")) rule.clear = ReadCondition(value["clear"]);
   if (value.isMember("event")) {
-    if (!value["event"].isBool()) Refuse(value["event"], "\"event\" is no truth");
+    if (!value["event"].isBool()) Refuse(value["event"], "\"event\" must be true or false");
     rule.isEvent = value["event"].asBool();
   }
   return rule;
@@ -176,7 +219,8 @@ Condition Parser::ReadCondition(const Json::Value& value) const {
   }
   const char* name = value.isMember("all") ? "all" : "any";
   condition.kind = value.isMember("all") ? Condition::Kind::kAll : Condition::Kind::kAny;
-  if (!value[name].isArray() || value[name].empty()) Refuse(value[name], Quoted(name) + " is no array of conditions");
+  if (!value[name].isArray() || value[name].empty())
+    Refuse(value[name], Quoted(name) + " must be an array of conditions");
   for (const Json::Value& part : value[name]) condition.parts.push_back(ReadCondition(part));
   return condition;
 }
@@ -185,13 +229,13 @@ FactValue ReadValue(const Json::Value& value) {
   if (value.isBool()) return value.asBool();
   if (value.isNumeric()) return value.asDouble();
   if (value.isString()) return value.asString();
-  Refuse(value, "\"value\" is no number, truth or text");
+  Refuse(value, "\"value\" must be a number, true or false, or text");
 }
 
 Operator ReadOperator(const Json::Value& value) {
   for (const Operator each : kOperators)
     if (value.isString() && value.asString() == NameOf(each)) return each;
-  Refuse(value, "unknown operator " + (value.isString() ? Quoted(value.asString()) : "that is no text"));
+  Refuse(value, value.isString() ? "unknown operator " + Quoted(value.asString()) : "\"is\" must be text");
 }
 
 /// What the operator compares; nothing for all kinds.
@@ -207,7 +251,7 @@ bool IsWord(const std::string& text) {
 Condition Parser::ReadComparison(const Json::Value& value) const {
   constexpr char kWhat[] = "a comparison";
   CheckMembers(value, kWhat, {"fact", "is", "value"});
-  if (!value["fact"].isString()) Refuse(value["fact"], "\"fact\" is no text");
+  if (!value["fact"].isString()) Refuse(value["fact"], "\"fact\" must be text");
   Condition condition;
   condition.fact = value["fact"].asString();
   condition.comparison = ReadOperator(Member(value, kWhat, "is"));

@@ -29,9 +29,10 @@ std::string ToText(const RuleMistake& mistake, std::string_view file);
 struct RuleFile {
   std::vector<Rule> rules{};            ///< the good ones, in their order
   std::vector<RuleMistake> mistakes{};  ///< one for each of the others, in the order of the file
+  bool isRulesFile = false;             ///< false: not JSON, or of another form or version
 };
 
-/// Never fails as a whole: a text that is no JSON is one mistake and has no rules.
+/// Never fails as a whole: a text that is not a rules file is one mistake and has no rules.
 RuleFile ParseRules(std::string_view text, const FactKinds& facts);
 
 }  // namespace trevlin
