@@ -43,6 +43,21 @@ std::string Output(const Words& words) {
   return result.out;
 }
 
+/// The objects that it printed, one a line.
+std::vector<Json::Value> Objects(const ProcessResult& result) {
+  std::vector<Json::Value> objects;
+  std::istringstream lines(result.out);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream text(line);
+    text >> objects.emplace_back();
+  }
+  return objects;
+}
+
+std::string Parsed(const std::string& text) {
+  return Objects({.out = text + "\n"})[0].toStyledString();
+}
+
 void Write(const char* path, const std::string& content) {
   WriteFile(SystemPath(path), content);
 }
@@ -77,8 +92,11 @@ TEST(Vexiloctl, WrongUsageIsToldWithAHintAndChangesNothing) {
       {{"setting", "get", "a", "--json"}, "--json", "setting get "},
       {{"setting", "get", "a", "--jsno"}, "unknown option \"--jsno\"", ""},
       {{"setting", "set", "a", "float", "1"}, "TYPE \"float\"", "setting set "},
-      {{"setting", "set", "a", "int", "2147483648"}, "it is no int", "setting set "},
+      {{"setting", "set", "a", "int", "2147483648"}, "it is not of type int", "setting set "},
       {{"setting", "set", "a", "string", std::string(65537, 'x')}, "65536", "setting set "},
+      {{"engine", "rules"}, "\"engine rules\" needs check or list", "engine "},
+      {{"engine", "rules", "lst"}, "\"engine rules\" needs check or list", "engine "},
+      {{"engine", "facts", "setting:a b"}, "NAME \"setting:a b\": ", "engine facts "},
       {{"engine", "list", "x"}, "CODE \"x\"", "engine list "},
       {{"engine", "record", "0", "true"}, "CODE \"0\"", "engine record "},
       {{"engine", "record", "5", "maybe"}, "maybe", "engine record "},
@@ -146,9 +164,6 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   const std::string rule =
       R"({"code": 17, "group": "storage", "when": {"fact": "setting:db/a", "is": ">", "value": 1}})";
   Write(set_paths::kRules, "{\"version\": 1, \"rules\": [" + rule + ",\n" + rule + "]}");
-  EXPECT_EQ(Output({"engine", "rules", "list"}),
-            "CODE  GROUP    ON DEMAND  TITLE                        WHEN\n"
-            "17    storage  no         Speicher fast voll – prüfen  setting:db/a > 1\n");
   const ProcessResult check = RunCtl({"engine", "rules", "check"});
   EXPECT_EQ(check.exitCode, 1);
   EXPECT_EQ(check.out, "/usr/share/trevlin/rules.json:2:10: code 17 has a rule already\n");
@@ -156,12 +171,37 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   EXPECT_EQ(RunCtl({"engine", "rules", "check", "--json"}).out,
             "{\"column\":10,\"file\":\"/usr/share/trevlin/rules.json\",\"line\":2,"
             "\"reason\":\"code 17 has a rule already\"}\n");
+  for (const Words& command : {Words{"engine", "run"}, {"engine", "rules", "list"}}) {
+    const ProcessResult mistaken = RunCtl(command);
+    EXPECT_EQ(mistaken.exitCode, 1) << command.back();
+    EXPECT_THAT(mistaken.err, HasSubstr("rules.json:2:10: code 17 has a rule already\n")) << command.back();
+  }
 
+  Write(set_paths::kRules, "{\"version\": 1, \"rules\": [" + rule + R"(,
+    {"code": 19, "group": "storage", "when": {"fact": "setting:db/none", "is": ">", "value": 1}}]})");
+  EXPECT_THAT(RunCtl({"engine", "rules", "check"}).err, HasSubstr("note: issue 19 has no solution in "));
+  EXPECT_EQ(RunCtl({"engine", "rules", "check"}).exitCode, 0);
+  EXPECT_EQ(Output({"engine", "rules", "list"}),
+            "CODE  GROUP    ON DEMAND  TITLE                        WHEN\n"
+            "17    storage  no         Speicher fast voll – prüfen  setting:db/a > 1\n"
+            "19    storage  no         -                            setting:db/none > 1\n");
+  EXPECT_EQ(RunCtl({"engine", "rules", "check", "/dev/zero"}).err, "vexiloctl: /dev/zero: it is not a regular file\n");
+
+  const std::tuple<const char*, const char*, const char*> runs[] = {
+      {"2", "CODE  NOW        TITLE\n17    true, new  Speicher fast voll – prüfen\n", "1 true, 1 changed\n"},
+      {"3", "CODE  NOW   TITLE\n17    true  Speicher fast voll – prüfen\n", "1 true, 0 changed\n"},
+      {"1", "CODE  NOW      TITLE\n17    cleared  Speicher fast voll – prüfen\n", "0 true, 1 changed\n"}};
+  for (const auto& [value, table, counts] : runs) {
+    Output({"setting", "set", "db/a", "int", value});
+    EXPECT_THAT(Output({"engine", "run"}),
+                AllOf(HasSubstr(table), HasSubstr(std::string(" 1 of 2 rules were decided: ") + counts)));
+  }
+  const auto told = Objects(RunCtl({"engine", "run", "--json"}));
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0]["issues"].toStyledString(),
+            Parsed(R"([{"code": 17, "title": "Speicher fast voll – prüfen", "true": false, "changed": false}])"));
+  EXPECT_EQ(told[0]["undecided"].toStyledString(), Parsed("[19]"));
   Output({"setting", "set", "db/a", "int", "2"});
-  EXPECT_THAT(Output({"engine", "run"}),
-              AllOf(HasSubstr("CODE  NOW   TITLE\n17    true  Speicher fast voll – prüfen\n"),
-                    HasSubstr(" 1 of 1 rules were decided: 1 true, 1 changed\n")));
-  EXPECT_THAT(Output({"engine", "run", "--json"}), HasSubstr("{\"changes\":[],\"collectors\":[],\"microseconds\":"));
   EXPECT_EQ(Output({"engine", "facts", "setting:db/a"}),
             "FACT          VALUE  MEANING\nsetting:db/a  2      a settings key\n");
   EXPECT_EQ(RunCtl({"engine", "facts", "none"}).err, "vexiloctl: unknown fact \"none\"\n");
@@ -281,17 +321,6 @@ using Ids = std::set<std::string>;
 
 const fs::path kPackages = SystemPath(set_paths::kPackagesDir);
 const fs::path kWebCache = SystemPath(set_paths::kWebCacheDir);
-
-/// The objects that it printed, one a line.
-std::vector<Json::Value> Objects(const ProcessResult& result) {
-  std::vector<Json::Value> objects;
-  std::istringstream lines(result.out);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream text(line);
-    text >> objects.emplace_back();
-  }
-  return objects;
-}
 
 /// With four packages: a plain one, the web browser, a locked one and one of the set.
 class VexiloctlApps : public testing::Test {

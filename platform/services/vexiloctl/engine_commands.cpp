@@ -16,7 +16,7 @@ int ReadCode(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [parsed, error] = std::from_chars(text.data(), end, code);
   if (error != std::errc() || parsed != end || code < 1)
-    throw UsageError("CODE \"" + text + "\": it is no decimal number from 1 to 2147483647");
+    throw UsageError("CODE \"" + text + "\": it is not a decimal number from 1 to 2147483647");
   return code;
 }
 
@@ -68,7 +68,7 @@ void EngineRecord(const Arguments& arguments) {
       .issueCode = ReadCode(arguments.values[0]),
       .type = ReadTruth(arguments.values[1]) ? DT_TRANSITION_TYPE_TRUE : DT_TRANSITION_TYPE_FALSE};
   if (!trevlin::IsTime(transition.time))
-    throw UsageError("TIME \"" + transition.time + "\": it is no local time like 2024-03-07T09:05:00");
+    throw UsageError("TIME \"" + transition.time + "\": it is not a local time like 2024-03-07T09:05:00");
   Database database(Database::Access::kReadWrite);
   Check(database.AddTransition(transition), database);
 }

@@ -9,6 +9,7 @@
 #include "base/atomic_file.h"
 #include "command.h"
 #include "set_paths.h"
+#include "settings/settings_store.h"
 #include "system_path.h"
 #include "titles.h"
 #include "trevlin/collectors/collectors.h"
@@ -23,8 +24,23 @@ using trevlin::Inference;
 
 std::string ReadRules(const std::string& path, const std::string& name) {
   std::string text;
-  if (!ReadWholeFile(path, text)) throw Failure(name + ": " + std::strerror(errno));
+  if (!ReadWholeFile(path, text))
+    throw Failure(name + ": " + (errno == EINVAL ? "it is not a regular file" : std::strerror(errno)));
   return text;
+}
+
+/// Has the engine read the set's rules, and tells what is wrong with them.
+void LoadRules(Inference& inference) {
+  if (!inference.HasRules()) ReadRules(SystemPath(set_paths::kRules), set_paths::kRules);
+  for (const trevlin::RuleMistake& mistake : inference.RuleMistakes())
+    Complain(Visible(ToText(mistake, set_paths::kRules)));
+}
+
+/// After what there is to print.
+void FailForMistakes(const Inference& inference) {
+  const size_t mistakes = inference.RuleMistakes().size();
+  Flush();
+  if (mistakes != 0) throw Failure(std::string(set_paths::kRules) + ": mistakes: " + std::to_string(mistakes));
 }
 
 std::string Milliseconds(std::chrono::microseconds time) {
@@ -46,24 +62,50 @@ Json::Value ToJson(const trevlin::FactValue& value) {
   return {};
 }
 
-Json::Value ToJson(const trevlin::Outcome& outcome, const std::vector<trevlin::Transition>& changes,
-                   const Titles& titles) {
+/// A run of the engine, as it is told.
+struct Run {
+  const std::vector<trevlin::Rule>& rules;
+  const trevlin::Outcome& outcome;
+  const std::vector<trevlin::Transition>& changes;
+  const Titles& titles;
+
+  bool HasChanged(int code) const {
+    return std::any_of(changes.begin(), changes.end(), [code](const auto& each) { return each.issueCode == code; });
+  }
+  bool IsDecided(int code) const {
+    return std::any_of(outcome.issues.begin(), outcome.issues.end(),
+                       [code](const auto& each) { return each.issueCode == code; });
+  }
+};
+
+Json::Value ToJson(const Run& told) {
   Json::Value run;
-  run["microseconds"] = static_cast<Json::Int64>(outcome.took.count());
+  run["microseconds"] = static_cast<Json::Int64>(told.outcome.took.count());
   run["collectors"] = Json::arrayValue;
-  for (const trevlin::Reading& each : outcome.readings) {
+  for (const trevlin::Reading& each : told.outcome.readings) {
     Json::Value& collector = run["collectors"].append(Json::objectValue);
     collector["name"] = each.collector;
     collector["state"] = std::string(NameOf(each.state));
     collector["microseconds"] = static_cast<Json::Int64>(each.took.count());
   }
+  run["issues"] = Json::arrayValue;
+  for (const trevlin::IssueTruth& each : told.outcome.issues) {
+    Json::Value& issue = run["issues"].append(Json::objectValue);
+    issue["code"] = each.issueCode;
+    issue["title"] = told.titles.OfIssue(each.issueCode);
+    issue["true"] = each.isTrue;
+    issue["changed"] = told.HasChanged(each.issueCode);
+  }
+  run["undecided"] = Json::arrayValue;
+  for (const trevlin::Rule& rule : told.rules)
+    if (!told.IsDecided(rule.code)) run["undecided"].append(rule.code);
   run["changes"] = Json::arrayValue;
-  for (const trevlin::Transition& each : changes) {
+  for (const trevlin::Transition& each : told.changes) {
     Json::Value& change = run["changes"].append(Json::objectValue);
     change["time"] = each.time;
     change["issue_code"] = each.issueCode;
     change["true"] = each.type == DT_TRANSITION_TYPE_TRUE;
-    change["title"] = titles.OfIssue(each.issueCode);
+    change["title"] = told.titles.OfIssue(each.issueCode);
   }
   return run;
 }
@@ -86,25 +128,31 @@ void PrintReadings(const std::vector<trevlin::Reading>& readings) {
   Print("\n");
 }
 
-void PrintChanges(const std::vector<trevlin::Transition>& changes, const Titles& titles) {
-  if (changes.empty()) return;
+/// The issues that are there, and those that are no longer.
+void PrintIssues(const Run& run) {
   Table table({"CODE", "NOW", "TITLE"});
-  for (const trevlin::Transition& each : changes)
-    table.Add({std::to_string(each.issueCode), each.type == DT_TRANSITION_TYPE_TRUE ? "true" : "false",
-               titles.OfIssue(each.issueCode)});
+  bool any = false;
+  for (const trevlin::IssueTruth& each : run.outcome.issues) {
+    const bool changed = run.HasChanged(each.issueCode);
+    if (!each.isTrue && !changed) continue;
+    any = true;
+    const char* now = !each.isTrue ? "cleared" : changed ? "true, new" : "true";
+    table.Add({std::to_string(each.issueCode), now, run.titles.OfIssue(each.issueCode)});
+  }
+  if (!any) return;
   table.Print();
   Print("\n");
 }
 
-void PrintRun(const trevlin::Outcome& outcome, size_t rules, const std::vector<trevlin::Transition>& changes,
-              const Titles& titles) {
-  PrintReadings(outcome.readings);
-  PrintChanges(changes, titles);
+void PrintRun(const Run& run) {
+  PrintReadings(run.outcome.readings);
+  PrintIssues(run);
+  const auto& issues = run.outcome.issues;
   const auto isTrue = [](const trevlin::IssueTruth& issue) { return issue.isTrue; };
-  Print("In " + Milliseconds(outcome.took) + " " + std::to_string(outcome.issues.size()) + " of " +
-        std::to_string(rules) +
-        " rules were decided: " + std::to_string(std::count_if(outcome.issues.begin(), outcome.issues.end(), isTrue)) +
-        " true, " + std::to_string(changes.size()) + " changed\n");
+  Print("In " + Milliseconds(run.outcome.took) + " " + std::to_string(issues.size()) + " of " +
+        std::to_string(run.rules.size()) +
+        " rules were decided: " + std::to_string(std::count_if(issues.begin(), issues.end(), isTrue)) + " true, " +
+        std::to_string(run.changes.size()) + " changed\n");
 }
 
 std::string KindOf(std::string_view fact) {
@@ -116,7 +164,11 @@ CollectorPool::Names Wanted(const std::vector<std::string>& words, const Inferen
   CollectorPool::Names names;
   for (const std::string& word : words.empty() ? std::vector<std::string>{""} : words) {
     const size_t before = names.size();
-    if (word.starts_with(trevlin::kSettingPrefix)) names.insert(word);
+    if (word.starts_with(trevlin::kSettingPrefix)) {
+      if (const char* problem = settings::KeyProblem(std::string_view(word).substr(trevlin::kSettingPrefix.size())))
+        throw UsageError("NAME \"" + word + "\": " + problem);
+      names.insert(word);
+    }
     for (const auto& [fact, collector] : inference.KnownFacts())
       if (word.empty() || word == fact.name || word == KindOf(fact.name)) names.emplace(fact.name);
     if (names.size() == before && !word.empty() && !names.contains(word))
@@ -147,17 +199,19 @@ void AddFact(Listing& listing, const trevlin::FactDescription& fact, std::string
 
 void EngineRun(const Arguments& arguments) {
   Inference inference(trevlin::MakeCollectors());
-  if (!inference.HasRules()) ReadRules(SystemPath(set_paths::kRules), set_paths::kRules);
+  LoadRules(inference);
   const trevlin::Outcome outcome = inference.Run(trevlin::kLongestRun);
   trevlin::Database database(trevlin::Database::Access::kReadWrite);
   std::vector<trevlin::Transition> changes;
   const int result = RecordOutcome(database, outcome, changes);
   const Titles titles;
+  const Run run{inference.Rules(), outcome, changes, titles};
   if (arguments.json)
-    Print(JsonLine(ToJson(outcome, changes, titles)));
+    Print(JsonLine(ToJson(run)));
   else
-    PrintRun(outcome, inference.Rules().size(), changes, titles);
+    PrintRun(run);
   if (result != TREVLIN_OK) throw Failure(database.LastError());
+  FailForMistakes(inference);
 }
 
 void EngineFacts(const Arguments& arguments) {
@@ -182,6 +236,10 @@ void EngineRulesCheck(const Arguments& arguments) {
   const trevlin::RuleFile file = trevlin::ParseRules(text, inference.KnownKinds());
   for (const trevlin::RuleMistake& mistake : file.mistakes)
     Print(arguments.json ? JsonLine(ToJson(mistake, name)) : Visible(ToText(mistake, name)) + "\n");
+  const Titles titles;
+  for (const trevlin::Rule& rule : file.rules)
+    if (!titles.HasIssue(rule.code))
+      Complain(name + ": note: issue " + std::to_string(rule.code) + " has no solution in " + set_paths::kSolutionMap);
   const std::string found = name + ": good rules: " + std::to_string(file.rules.size()) +
                             ", mistakes: " + std::to_string(file.mistakes.size());
   Flush();
@@ -191,7 +249,7 @@ void EngineRulesCheck(const Arguments& arguments) {
 
 void EngineRulesList(const Arguments& arguments) {
   Inference inference(trevlin::MakeCollectors());
-  if (!inference.HasRules()) ReadRules(SystemPath(set_paths::kRules), set_paths::kRules);
+  LoadRules(inference);
   const Titles titles;
   Listing listing(arguments.json, {"CODE", "GROUP", "ON DEMAND", "TITLE", "WHEN"});
   for (const trevlin::Rule& rule : inference.Rules()) {
@@ -215,6 +273,7 @@ void EngineRulesList(const Arguments& arguments) {
         });
   }
   listing.Print();
+  FailForMistakes(inference);
 }
 
 }  // namespace vexiloctl

@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kAppHelp[] = "  APP    a package id or an application id\n";
 
-constexpr char kYesHelp[] = "needed where standard input is no terminal";
+constexpr char kYesHelp[] = "needed where standard input is not a terminal";
 
 constexpr Command kCommands[] = {
     {"setting", "get", "KEY", 1, 1, false, "Prints the value of a settings key.",
@@ -45,19 +45,23 @@ constexpr Command kCommands[] = {
     {"engine", "solutions", "", 0, 0, true, "Lists the solutions that were applied or declined, oldest first.", "",
      "vexiloctl engine solutions --json", EngineSolutions},
     {"engine", "run", "", 0, 0, true, "Diagnoses this machine now, records what has changed, and tells it.",
-     "Says what each part of the machine took to look at; what is cut off counts as unknown. Takes ten seconds at "
+     "Shows what each collector took, every issue that is there now (\"new\": since this run), and those that have "
+     "cleared.\n"
+     "What a collector that was cut off would have told is unknown, and its rules are undecided. Takes ten seconds at\n"
      "most.\n"
-     "Fails when the rules file is missing or what has changed cannot be recorded.\n",
+     "Fails when the rules file is missing or has mistakes, or what has changed cannot be recorded.\n",
      "vexiloctl engine run", EngineRun},
     {"engine", "facts", "[NAME...]", 0, 1000, true, "Shows what the engine can tell of this machine now.",
      "  NAME   a fact (memory.available_percent), all of a kind (memory) or a settings key (setting:KEY)\n",
      "vexiloctl engine facts memory network.link", EngineFacts},
     {"engine", "rules check", "[FILE]", 0, 1, true, "Looks for mistakes in a rules file.",
      "  FILE   the set's own when it is left out\n"
-     "Prints FILE:LINE:COLUMN and the reason for each. Fails when there is any.\n",
+     "Prints FILE:LINE:COLUMN and the reason for each. Fails when there is any. Notes on standard error name the\n"
+     "issues that have no solution in the solution map.\n",
      "vexiloctl engine rules check rules.json", EngineRulesCheck},
-    {"engine", "rules list", "", 0, 0, true, "Lists the rules by which the engine infers issues.", "",
-     "vexiloctl engine rules list", EngineRulesList},
+    {"engine", "rules list", "", 0, 0, true, "Lists the rules by which the engine infers issues.",
+     "Mistakes in the rules file are on standard error. Fails when there is any.\n", "vexiloctl engine rules list",
+     EngineRulesList},
     {"remaining", "list", "", 0, 0, true, "Lists the issues that remained from the last scan.", "",
      "vexiloctl remaining list", RemainingList},
     {"events", "", "", 0, 0, true, "Lists the usage events, oldest first.",
@@ -182,6 +186,7 @@ std::vector<std::string> NamesOf(const Command& command) {
 /// The command that the words name, and how many they are; null and 1 for a group alone.
 std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
   bool group = false;
+  std::string among;  // the commands whose names begin as the words do
   for (const Command& command : kCommands) {
     if (words[0] != command.group) continue;
     group = true;
@@ -189,8 +194,11 @@ std::pair<const Command*, size_t> Find(const std::vector<std::string>& words) {
     const std::vector<std::string> names = NamesOf(command);
     if (words.size() > names.size() && std::equal(names.begin(), names.end(), words.begin() + 1))
       return {&command, 1 + names.size()};
+    if (words.size() > 1 && names.size() > 1 && names[0] == words[1])
+      among.append(among.empty() ? "" : " or ").append(names[1]);
   }
   if (!group) Misused("unknown group \"" + words[0] + "\"", "");
+  if (!among.empty()) Misused("\"" + words[0] + " " + words[1] + "\" needs " + among, words[0]);
   if (words.size() > 1) Misused("unknown command \"" + words[1] + "\" of \"" + words[0] + "\"", words[0]);
   return {nullptr, 1};
 }

@@ -200,7 +200,7 @@ void Events(const Arguments& arguments) {
       const auto event = ParseEvent(lines[i]);
       if (!event) {
         // The logger goes on in a new line after one that was torn.
-        Complain(path + ": line " + std::to_string(i + 1) + " is no event; it is left out");
+        Complain(path + ": line " + std::to_string(i + 1) + " is not an event; it is left out");
       } else if (arguments.json) {
         Print(lines[i] + "\n");
       } else {

@@ -187,7 +187,7 @@ void DoWithPlan(const Arguments& arguments, const char* (*whyNot)(const Package&
                     "; nothing was removed");
   if (!arguments.json) ShowPlan(apps, bytesOf);
   if (!arguments.option && !isatty(STDIN_FILENO))
-    throw UsageError("nothing was removed: standard input is no terminal, so --yes is needed");
+    throw UsageError("nothing was removed: standard input is not a terminal, so --yes is needed");
   const Partition before = ReadPartition();
   try {
     ForEach(apps, arguments.json, work);

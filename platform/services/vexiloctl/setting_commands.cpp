@@ -81,7 +81,7 @@ void SettingSet(const Arguments& arguments) {
     throw UsageError("TYPE \"" + type + "\": it is none of int, bool, double and string");
   const auto value = settings::FromText(type, arguments.values[2]);
   if (!value && type == "string") throw UsageError("VALUE: a text is at most 65536 bytes");
-  if (!value) throw UsageError("VALUE \"" + arguments.values[2] + "\": it is no " + type);
+  if (!value) throw UsageError("VALUE \"" + arguments.values[2] + "\": it is not of type " + type);
   std::string error;
   if (!settings::Write(key, *value, error)) throw Failure(error);
 }

@@ -53,6 +53,10 @@ Titles::Titles() {
     m_messageIds.try_emplace(Number(solution.issue_code), std::move(solution.sid_issue));
 }
 
+bool Titles::HasIssue(int code) const {
+  return m_messageIds.contains(code);
+}
+
 std::string Titles::OfIssue(const std::string& code) const {
   const auto found = m_messageIds.find(Number(code));
   return found == m_messageIds.end() ? "" : OfMessage(found->second);

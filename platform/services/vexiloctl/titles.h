@@ -12,6 +12,9 @@ class Titles {
   /// Reads the solution map. Where that fails a message says so and the titles are missing.
   Titles();
 
+  /// Whether the map has a solution of the issue.
+  bool HasIssue(int code) const;
+
   /// The title of the issue of this code, a decimal number; empty when the map has none.
   std::string OfIssue(const std::string& code) const;
   std::string OfIssue(int code) const;
