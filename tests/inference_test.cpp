@@ -170,7 +170,6 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   EXPECT_EQ(Decided(inference.Recheck(17, 10s)), "17=F");
   EXPECT_EQ(Decided(inference.Recheck(21, 10s)), "");
   EXPECT_EQ(Decided(inference.Recheck(99, 10s)), "");
-  late->blocks = false;
   const std::string rules = ReadFile(set_paths::kRules);
   WriteFile(set_paths::kRules, rules.substr(0, rules.size() / 2));
   for (int twice = 0; twice < 2; ++twice) EXPECT_TRUE(inference.HasRules());
@@ -182,6 +181,7 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   fs::remove(SystemPath(set_paths::kRules));
   EXPECT_FALSE(inference.HasRules());
   EXPECT_TRUE(inference.Rules().empty());
+  late->blocks = false;
 }
 
 TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
