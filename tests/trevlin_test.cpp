@@ -289,6 +289,15 @@ TEST(Recording, KeepsTheNewestRowsOfEachIssueItAddsTo) {
   EXPECT_EQ(RowsOf(18).size(), 9u);
 }
 
+TEST(Recording, KeepsTheNewestSolutionsOfEachIssue) {
+  Database database(Access::kReadWrite);
+  ASSERT_EQ(database.AddSolution({18, 7, 5, 1, "2024-01-01T00:00:00"}), TREVLIN_OK);
+  for (int i = 0; i < 102; ++i) ASSERT_EQ(database.AddSolution({17, i, 5, 1, kTime}), TREVLIN_OK);
+  EXPECT_THAT(
+      Rows(set_paths::kSolutionDb, "SELECT min(solutionCode + 0), count(*) FROM solutionTBL GROUP BY issueCode"),
+      ElementsAre("2|100", "7|1"));
+}
+
 TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
   const struct {
     const char* name;
@@ -318,6 +327,8 @@ TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
 
 TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
   ASSERT_EQ(RecordTruth(17, true, kTime), TREVLIN_OK);
+  for (int code = 100; code < 140; ++code)
+    ASSERT_EQ(Database(Access::kReadWrite).AddSolution({code, 1001, 2, 1, "2024-06-01T12:00:01"}), TREVLIN_OK);
   std::vector<pid_t> children;
   for (int i = 0; i < 8; ++i) {
     children.push_back(fork());
@@ -327,13 +338,37 @@ TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
       // All children have the same times.
       result = RecordTruth(17, turn % 2 == 1, "2024-06-01T12:00:0" + std::to_string(turn));
       for (int code = 100; code < 140; ++code) result |= RecordTruth(code, true, "2024-06-01T12:00:00");
+      Database database(Access::kReadWrite);
+      for (int code = 100; code < 140; ++code)
+        result |= database.RecordNoEffect(code, "2024-06-01T12:00:01", "2024-06-01T12:05:00") & ~TREVLIN_NO_MATCH;
     }
     _exit(result);
   }
   for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
   for (int code = 100; code < 140; ++code) EXPECT_EQ(RowsOf(code).size(), 1u) << code;
+  EXPECT_EQ(Rows(set_paths::kSolutionDb, "SELECT issueCode FROM solutionTBL WHERE isApply = 0").size(), 40u);
   char previous = '0';
   for (const std::string& row : RowsOf(17)) EXPECT_NE(row.back(), std::exchange(previous, row.back())) << row;
+}
+
+TEST(Recording, WaitsForAllLocksTogetherNoLongerThanTheRunMay) {
+  ASSERT_EQ(RecordTruth(17, true, kTime), TREVLIN_OK);
+  Database database(Access::kReadWrite);
+  ASSERT_EQ(database.AddSolution({17, 1001, 2, 1, kTime}), TREVLIN_OK);
+  const SqliteDb inference = OpenDatabase(set_paths::kInferenceDb), solution = OpenDatabase(set_paths::kSolutionDb);
+  Execute(solution.get(), "BEGIN EXCLUSIVE");
+  std::vector<Transition> changes;
+  const auto record = [&](bool isTrue) {
+    const auto start = std::chrono::steady_clock::now();
+    const int result = RecordOutcome(
+        database, {.issues = {{17, isTrue}}, .remaining = {17, 18, 19}, .waitUntil = start + 100ms}, changes);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    return result;
+  };
+  EXPECT_EQ(record(true), TREVLIN_OK) << "what was found is recorded";
+  Execute(inference.get(), "BEGIN; SELECT * FROM inferenceTBL");
+  EXPECT_EQ(record(false), TREVLIN_ERROR_DATABASE);
+  EXPECT_THAT(database.LastError(), HasSubstr(set_paths::kInferenceDb)) << "the reason, not what would have come next";
 }
 
 TEST(Recording, ThatFailsLeavesTheDatabaseAsItWas) {

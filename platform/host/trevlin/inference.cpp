@@ -85,6 +85,7 @@ Outcome Inference::Run(std::chrono::microseconds wait) {
   Outcome outcome;
   Facts facts;
   outcome.readings = ReadFacts(names, CollectorPool::Age::kWithinPeriod, wait, facts);
+  outcome.waitUntil = Clock::now() + kLongestLocks;
   DecideAll(facts, outcome);
   outcome.took = Since(start);
   return outcome;
@@ -106,7 +107,7 @@ void Inference::DecideAll(const Facts& facts, Outcome& outcome) const {
     if (!rule.hold.IsSet()) decide(rule, none);
   }
   if (std::none_of(m_rules.begin(), m_rules.end(), [](const Rule& rule) { return rule.hold.IsSet(); })) return;
-  ChangeHistories([&](Histories& histories) {
+  const auto change = [&](Histories& histories) {
     Histories kept;
     for (const Rule& rule : m_rules) {
       if (!rule.hold.IsSet()) continue;
@@ -115,7 +116,8 @@ void Inference::DecideAll(const Facts& facts, Outcome& outcome) const {
       if (history != History{}) kept[rule.code] = history;
     }
     histories = std::move(kept);
-  });
+  };
+  ChangeHistories(change, outcome.waitUntil);
 }
 
 Outcome Inference::Recheck(int issueCode, std::chrono::microseconds wait) {
@@ -128,11 +130,12 @@ Outcome Inference::Recheck(int issueCode, std::chrono::microseconds wait) {
   AddFactNames(*rule, names);
   Facts facts;
   outcome.readings = ReadFacts(names, CollectorPool::Age::kFresh, wait, facts);
+  outcome.waitUntil = Clock::now() + kLongestLocks;
   const Truth truth = DecideNow(*rule, facts);
   Add(*rule, truth, outcome);
   // What held before the solution was applied says nothing about what comes.
   if (truth == Truth::kFalse && rule->hold.IsSet())
-    ChangeHistories([issueCode](Histories& histories) { histories.erase(issueCode); });
+    ChangeHistories([issueCode](Histories& histories) { histories.erase(issueCode); }, outcome.waitUntil);
   outcome.took = Since(start);
   return outcome;
 }
@@ -149,14 +152,20 @@ std::vector<Reading> Inference::ReadFacts(const CollectorPool::Names& names, Col
 
 int RecordOutcome(Database& database, const Outcome& outcome, std::vector<Transition>& changes,
                   std::chrono::seconds settled) {
+  struct Limit {
+    Database& database;
+    ~Limit() { database.WaitForLocksUntil(Clock::time_point::max()); }
+  } const limit{database};
+  database.WaitForLocksUntil(outcome.waitUntil);
   const int result = database.RecordTruths(outcome.issues, CurrentTime(), kHistory, changes);
+  if (result != TREVLIN_OK) return result;
   for (const Transition& change : changes)
     __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "issue %d %s", change.issueCode,
                  change.type == DT_TRANSITION_TYPE_TRUE ? "is there" : "has cleared");
   for (const int code : outcome.remaining)
     if (database.RecordNoEffect(code, CurrentTime(-settled), CurrentTime()) == TREVLIN_OK)
       __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "the solution of issue %d was of no effect", code);
-  return result;
+  return TREVLIN_OK;
 }
 
 }  // namespace trevlin

@@ -22,6 +22,8 @@ struct Outcome {
   std::vector<int> remaining{};      ///< of those that are true, the ones that a solution should have ended
   std::vector<Reading> readings{};
   std::chrono::microseconds took{0};
+  /// No lock is waited for any longer while what was found is recorded.
+  std::chrono::steady_clock::time_point waitUntil = std::chrono::steady_clock::time_point::max();
 };
 
 /// Thread rule: one thread at a time; Stop() is callable from any.
@@ -36,8 +38,8 @@ class Inference {
   const std::vector<Rule>& Rules() const { return m_rules; }
   const std::vector<RuleMistake>& RuleMistakes() const { return m_mistakes; }
 
-  /// Reads the facts that the rules need and decides each, within `wait` (what the rules' histories need excepted, a
-  /// second at most when another process does not let go of them).
+  /// Reads the facts that the rules need within `wait`, and decides each. From then on it and RecordOutcome() wait for
+  /// other processes kLongestLocks at most in all.
   Outcome Run(std::chrono::microseconds wait);
 
   /// Decides the rule of one issue on facts that are read now, however long or often its condition has held. Nothing
@@ -68,12 +70,16 @@ class Inference {
 /// The longest that a subscriber's or a person's run takes.
 inline constexpr std::chrono::microseconds kLongestRun{10000000};
 
+/// The longest that a run waits for all that other processes have locked.
+inline constexpr std::chrono::microseconds kLongestLocks{2000000};
+
 /// After this an applied solution has had its time, and all facts have been read anew.
 inline constexpr std::chrono::seconds kSolutionTime{120};
 
 /// Records what has changed, in one transaction, and says so in the log; `changes` gets it. TREVLIN_OK, or
-/// TREVLIN_ERROR_DATABASE with the reason in the log. Solutions that were applied `settled` ago or earlier, of issues
-/// that have remained since, are recorded as of no effect; what fails there is in the log only.
+/// TREVLIN_ERROR_DATABASE with the reason in the log and nothing else recorded. Solutions that were applied `settled`
+/// ago or earlier, of issues that have remained since, are recorded as of no effect; what fails there is in the log
+/// only.
 int RecordOutcome(Database& database, const Outcome& outcome, std::vector<Transition>& changes,
                   std::chrono::seconds settled = kSolutionTime);
 

@@ -7,11 +7,14 @@
 #include <sys/file.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -34,11 +37,17 @@ void Complain(const char* path, const char* doing) {
   __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s: %s: %s", path, doing, std::strerror(errno));
 }
 
-FdHandle Lock() {
+// What could not be stored.
+std::mutex g_mutex;
+std::optional<Histories> g_unstored;
+
+// To lock it takes no more than to read it, whoever has made it.
+FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
   MakeFolders(SystemPath(set_paths::kTrevlinRun));
   FdHandle lock(
-      open(SystemPath(set_paths::kRuleHistoriesLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-  const auto end = std::chrono::steady_clock::now() + kLongestLock;
+      open(SystemPath(set_paths::kRuleHistoriesLock).c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  const auto end =
+      std::min<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now() + kLongestLock, waitUntil);
   while (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
     if (!lock || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > end) {
       Complain(set_paths::kRuleHistoriesLock, "cannot be locked");
@@ -98,16 +107,20 @@ double SecondsSinceStart() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-void ChangeHistories(const std::function<void(Histories&)>& change) {
-  const FdHandle lock = Lock();
+void ChangeHistories(const std::function<void(Histories&)>& change, std::chrono::steady_clock::time_point waitUntil) {
+  const std::lock_guard guard(g_mutex);
+  const FdHandle lock = Lock(waitUntil);
   std::string text;
   if (!ReadWholeFile(SystemPath(set_paths::kRuleHistories), text, Links::kRefuse) && errno != ENOENT)
     Complain(set_paths::kRuleHistories, "cannot be read");
   const Histories before = Parse(text);
-  Histories after = before;
+  Histories after = g_unstored.value_or(before);
   change(after);
-  if (after != before && lock && !PublishFile(SystemPath(set_paths::kRuleHistories), ToText(after)))
-    Complain(set_paths::kRuleHistories, "cannot be written");
+  g_unstored.reset();
+  if (after == before) return;
+  if (lock && PublishFile(SystemPath(set_paths::kRuleHistories), ToText(after))) return;
+  if (lock) Complain(set_paths::kRuleHistories, "cannot be written");
+  g_unstored = std::move(after);
 }
 
 }  // namespace trevlin

@@ -5,6 +5,7 @@
 ///
 /// Thread rule: callable from any thread.
 
+#include <chrono>
 #include <functional>
 #include <map>
 
@@ -19,8 +20,10 @@ using Histories = std::map<int, History>;
 double SecondsSinceStart();
 
 /// Calls `change` with the histories while no other process changes them, and stores what it leaves. Where they cannot
-/// be locked (waited for a second at most), read or stored, the log says so and `change` is called all the same, with
-/// those that could be read.
-void ChangeHistories(const std::function<void(Histories&)>& change);
+/// be locked (waited for a second at most, and until `waitUntil`), read or stored, the log says so and `change` is
+/// called all the same, with those that could be read. What could not be stored is kept in memory, and counts in this
+/// process as long as nothing can be stored.
+void ChangeHistories(const std::function<void(Histories&)>& change,
+                     std::chrono::steady_clock::time_point waitUntil = std::chrono::steady_clock::time_point::max());
 
 }  // namespace trevlin

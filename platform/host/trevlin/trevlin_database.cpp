@@ -39,6 +39,10 @@ constexpr char kSelectNewestTransition[] =
 constexpr char kPruneTransitions[] =
     "DELETE FROM inferenceTBL WHERE issueCode = ?1 AND rowid NOT IN (SELECT rowid FROM inferenceTBL "
     "WHERE issueCode = ?1 ORDER BY lastUpdatedTime DESC, rowid DESC LIMIT ?2)";
+constexpr char kPruneSolutions[] =
+    "DELETE FROM solutionTBL WHERE issueCode = ?1 AND rowid NOT IN (SELECT rowid FROM solutionTBL "
+    "WHERE issueCode = ?1 ORDER BY registerTime DESC, rowid DESC LIMIT ?2)";
+constexpr size_t kSolutionsKept = 100;
 constexpr char kInsertSolution[] =
     "INSERT INTO solutionTBL (registerTime, issueCode, solutionCode, type, isApply) VALUES (?1, ?2, ?3, ?4, ?5)";
 
@@ -205,7 +209,7 @@ int Database::AddTransition(const Transition& transition) {
   const bool type = transition.type == DT_TRANSITION_TYPE_FALSE || transition.type == DT_TRANSITION_TYPE_TRUE;
   const bool times = IsTime(transition.time) && (transition.registerTime.empty() || IsTime(transition.registerTime));
   if (transition.issueCode < 1 || !type || !times) return TREVLIN_ERROR_INVALID;
-  return AddRow(transition);
+  return InTransaction(m_inference, [&] { return AddRow(transition); });
 }
 
 int Database::AddRow(const Transition& transition) {
@@ -226,23 +230,12 @@ int Database::RecordTruths(const std::vector<IssueTruth>& issues, const std::str
   std::vector<Transition> changes;
   const int result = FindChanges(issues, time, changes);
   if (result != TREVLIN_OK || changes.empty()) return result;
-  if (!Execute(m_inference.db.get(), "BEGIN IMMEDIATE")) return Fail(m_inference, "cannot be written");
-  const int recorded = InTransaction(issues, time, keep, changes);
-  if (recorded == TREVLIN_OK) {
-    added = std::move(changes);
-    Succeeded(m_inference);
-  } else {
-    Execute(m_inference.db.get(), "ROLLBACK");
-  }
+  const int recorded = InTransaction(m_inference, [&] {
+    const int found = FindChanges(issues, time, changes);
+    return found == TREVLIN_OK ? AddChanges(changes, keep) : found;
+  });
+  if (recorded == TREVLIN_OK) added = std::move(changes);
   return recorded;
-}
-
-int Database::InTransaction(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
-                            std::vector<Transition>& added) {
-  int result = FindChanges(issues, time, added);
-  if (result == TREVLIN_OK) result = AddChanges(added, keep);
-  if (result != TREVLIN_OK) return result;
-  return Execute(m_inference.db.get(), "COMMIT") ? TREVLIN_OK : Fail(m_inference, "cannot be written");
 }
 
 int Database::FindChanges(const std::vector<IssueTruth>& issues, const std::string& time,
@@ -269,49 +262,68 @@ int Database::FindChanges(const std::vector<IssueTruth>& issues, const std::stri
 }
 
 int Database::AddChanges(const std::vector<Transition>& changes, size_t keep) {
-  SqliteStatement prune;
   for (const Transition& change : changes) {
-    const std::string code = std::to_string(change.issueCode);
     int result = AddRow(change);
+    if (result == TREVLIN_OK) result = Prune(m_inference, kPruneTransitions, change.issueCode, keep);
     if (result != TREVLIN_OK) return result;
-    result = Query(
-        m_inference, prune, kPruneTransitions,
-        [&](sqlite3_stmt* statement) {
-          BindText(statement, 1, code);
-          sqlite3_bind_int64(statement, 2, static_cast<sqlite3_int64>(keep));
-        },
-        [](sqlite3_stmt*) {});
-    if (result != TREVLIN_NO_MATCH) return result;
   }
   return TREVLIN_OK;
 }
 
+int Database::Prune(File& file, const char* sql, int issueCode, size_t keep) {
+  const std::string code = std::to_string(issueCode);
+  SqliteStatement prune;
+  const int result = Query(
+      file, prune, sql,
+      [&](sqlite3_stmt* statement) {
+        BindText(statement, 1, code);
+        sqlite3_bind_int64(statement, 2, static_cast<sqlite3_int64>(keep));
+      },
+      [](sqlite3_stmt*) {});
+  return result == TREVLIN_NO_MATCH ? TREVLIN_OK : result;
+}
+
 int Database::AddSolution(const _DTSolDBRecord& record) {
   if (record.issueCode < 1 || !IsTime(record.registerTime)) return TREVLIN_ERROR_INVALID;
+  return InTransaction(m_solution, [&] { return AddRow(record); });
+}
+
+int Database::AddRow(const _DTSolDBRecord& record) {
   const std::string code = std::to_string(record.issueCode);
   const std::string solutionCode = std::to_string(record.solutionCode);
   const std::string type = std::to_string(record.type);
-  return Insert(m_solution, [&](sqlite3_stmt* statement) {
+  const int result = Insert(m_solution, [&](sqlite3_stmt* statement) {
     BindText(statement, 1, record.registerTime);
     BindText(statement, 2, code);
     BindText(statement, 3, solutionCode);
     BindText(statement, 4, type);
     sqlite3_bind_int(statement, 5, record.isApply);
   });
+  return result == TREVLIN_OK ? Prune(m_solution, kPruneSolutions, record.issueCode, kSolutionsKept) : result;
 }
 
+// A look first, as in RecordTruths().
 int Database::RecordNoEffect(int issueCode, const std::string& until, const std::string& time) {
   _DTSolDBRecord record;
-  int result = NewestSolution(issueCode, record);
+  const int result = FindWithoutEffect(issueCode, until, record);
   if (result != TREVLIN_OK) return result;
-  if (!record.isApply || record.registerTime > until) return TREVLIN_NO_MATCH;
+  return InTransaction(m_solution, [&] {
+    const int found = FindWithoutEffect(issueCode, until, record);
+    if (found != TREVLIN_OK) return found;
+    record.isApply = 0;
+    record.registerTime = std::max(record.registerTime, time);
+    return AddRow(record);
+  });
+}
+
+int Database::FindWithoutEffect(int issueCode, const std::string& until, _DTSolDBRecord& out) {
+  int result = NewestSolution(issueCode, out);
+  if (result != TREVLIN_OK) return result;
+  if (!out.isApply || out.registerTime > until) return TREVLIN_NO_MATCH;
   std::vector<_DTInfDBRecord> trues;
   result = Transitions(issueCode, DT_TRANSITION_TYPE_TRUE, trues);
   if (result != TREVLIN_OK) return result;
-  if (trues.front().lastUpdateTime > record.registerTime) return TREVLIN_NO_MATCH;
-  record.isApply = 0;
-  record.registerTime = std::max(record.registerTime, time);
-  return AddSolution(record);
+  return trues.front().lastUpdateTime > out.registerTime ? TREVLIN_NO_MATCH : TREVLIN_OK;
 }
 
 void Database::BeginRead() {
@@ -353,21 +365,30 @@ int Database::Query(File& file, SqliteStatement& statement, const char* sql, Bin
 
 template <typename Bind>
 int Database::Insert(File& file, Bind bind) {
+  if (!Prepare(file, file.insert, file.insertSql)) return TREVLIN_ERROR_DATABASE;
+  const ResetAtEnd reset{file.insert.get()};
+  bind(file.insert.get());
+  return sqlite3_step(file.insert.get()) == SQLITE_DONE ? TREVLIN_OK : Fail(file, "cannot be written");
+}
+
+// All that `operation` writes, or nothing where it does not return TREVLIN_OK.
+template <typename Operation>
+int Database::InTransaction(File& file, Operation operation) {
   // Ends the state that is held: a row that waited for its end could still be lost.
   const bool wasReading = std::exchange(file.reading, false);
   if (wasReading) Execute(file.db.get(), "COMMIT");
   const State state = Open(file);
   if (state == State::kFailed) return TREVLIN_ERROR_DATABASE;
   if (state == State::kEmpty) return Fail(file, "cannot be written", "it has no table " + std::string(file.table));
-  if (!Prepare(file, file.insert, file.insertSql)) return TREVLIN_ERROR_DATABASE;
-  {
-    const ResetAtEnd reset{file.insert.get()};
-    bind(file.insert.get());
-    if (sqlite3_step(file.insert.get()) != SQLITE_DONE) return Fail(file, "cannot be written");
-  }
-  Succeeded(file);
+  if (!Execute(file.db.get(), "BEGIN IMMEDIATE")) return Fail(file, "cannot be written");
+  int result = operation();
+  if (result == TREVLIN_OK && !Execute(file.db.get(), "COMMIT")) result = Fail(file, "cannot be written");
+  if (result == TREVLIN_OK)
+    Succeeded(file);
+  else
+    Execute(file.db.get(), "ROLLBACK");
   if (wasReading) BeginRead(file);
-  return TREVLIN_OK;
+  return result;
 }
 
 bool Database::Prepare(File& file, SqliteStatement& statement, const char* sql) {
@@ -463,6 +484,10 @@ void Database::Log(File& file, int priority, const std::string& line) {
   file.logged = line;
 }
 
+void Database::WaitForLocksUntil(std::chrono::steady_clock::time_point end) {
+  m_inference.lockEnd = m_solution.lockEnd = end;
+}
+
 void Database::Succeeded(File& file) {
   file.lockedSince.reset();
   file.logged.clear();
@@ -474,7 +499,7 @@ int Database::WaitForLock(void* data, int) {
   // After a pause between operations it is another lock.
   if (!file.lockedSince || now - file.lockSeen > kLockBudget) file.lockedSince = now;
   file.lockSeen = now;
-  const auto left = kLockBudget - (now - *file.lockedSince);
+  const auto left = std::min(kLockBudget - (now - *file.lockedSince), file.lockEnd - now);
   if (left <= left.zero()) return 0;
   std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kLockPause));
   return 1;

@@ -8,7 +8,7 @@
 /// Unless said otherwise an operation returns TREVLIN_OK, TREVLIN_NO_MATCH or TREVLIN_ERROR_DATABASE
 /// (trevlin_engine.h). The reason of an error is in LastError() and in the platform log, there once for as long as it
 /// stays the same. A database that another process has locked is waited for, two seconds in all since the last
-/// operation on it that went through; after two seconds without an operation anew.
+/// operation on it that went through; after two seconds without an operation anew. WaitForLocksUntil() ends it earlier.
 ///
 /// A file that is replaced or deleted meanwhile is noticed at the next operation outside BeginRead() and EndRead().
 /// A file that is no database is never written to, and a link in place of a file is refused.
@@ -76,10 +76,13 @@ class Database {
   int AllTransitions(std::vector<Transition>& out);
   int AllSolutions(std::vector<_DTSolDBRecord>& out);
 
-  /// Add a row. It is on the disk when they return TREVLIN_OK. TREVLIN_ERROR_INVALID for an issue code below 1, a type
-  /// that is none, or a time that IsTime() refuses.
+  /// Add a row. It is on the disk when they return TREVLIN_OK. Of an issue's solutions the newest 100 are kept.
+  /// TREVLIN_ERROR_INVALID for an issue code below 1, a type that is none, or a time that IsTime() refuses.
   int AddTransition(const Transition& transition);
   int AddSolution(const _DTSolDBRecord& record);
+
+  /// No lock of either database is waited for any longer than until then.
+  void WaitForLocksUntil(std::chrono::steady_clock::time_point end);
 
   /// Adds a transition at `time` for each issue whose truth is another than that of its newest row (without rows:
   /// false; of rows of equal times, true counts), and keeps the newest `keep` rows of those issues, all in one
@@ -94,7 +97,8 @@ class Database {
   int FindChanges(const std::vector<IssueTruth>& issues, const std::string& time, std::vector<Transition>& changes);
 
   /// Where the newest solution of the issue was applied at `until` or earlier, and the issue has not become true since,
-  /// adds the solution once more at `time`, as not applied. TREVLIN_NO_MATCH when there is no such solution.
+  /// adds the solution once more at `time`, as not applied. TREVLIN_NO_MATCH when there is no such solution. Of several
+  /// processes one adds it.
   int RecordNoEffect(int issueCode, const std::string& until, const std::string& time);
 
   /// Holds one state of the databases from here to EndRead(), so that many queries see the same and cost less. Failing
@@ -124,6 +128,7 @@ class Database {
     bool reading = false;
     std::optional<std::chrono::steady_clock::time_point> lockedSince{};  // no operation has gone through since
     std::chrono::steady_clock::time_point lockSeen{};
+    std::chrono::steady_clock::time_point lockEnd = std::chrono::steady_clock::time_point::max();
     std::string logged{};  // the last line in the log, until an operation goes through
 
     void Close();
@@ -140,10 +145,13 @@ class Database {
   int Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row);
   template <typename Bind>
   int Insert(File& file, Bind bind);
+  template <typename Operation>
+  int InTransaction(File& file, Operation operation);
+  int Prune(File& file, const char* sql, int issueCode, size_t keep);
   int AddChanges(const std::vector<Transition>& changes, size_t keep);
-  int InTransaction(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
-                    std::vector<Transition>& added);
   int AddRow(const Transition& transition);
+  int AddRow(const _DTSolDBRecord& record);
+  int FindWithoutEffect(int issueCode, const std::string& until, _DTSolDBRecord& out);
 
   int Fail(File& file, const char* doing);
   int Fail(File& file, const char* doing, const std::string& reason);
