@@ -16,6 +16,7 @@
 #include "set_paths.h"
 #include "support/remaining_rows.h"
 #include "support/set_files.h"
+#include "trevlin/collectors/readings.h"
 #include "trevlin/inference.h"
 #include "trevlin/rule_histories.h"
 #include "trevlin_engine.h"
@@ -200,7 +201,7 @@ TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
   EXPECT_EQ(run(), "");
   ChangeHistories([](Histories& histories) {
     ASSERT_TRUE(histories.contains(17));
-    EXPECT_NEAR(histories[17].since, SecondsSinceStart(), 30);
+    EXPECT_NEAR(histories[17].since, SecondsSinceStart(Machine{}).value_or(0), 30);
     histories[17].since -= 60;
   });
   EXPECT_EQ(run(), "17=T");

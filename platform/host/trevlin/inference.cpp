@@ -9,6 +9,7 @@
 #include "set_paths.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
+#include "trevlin/collectors/readings.h"
 #include "trevlin/rule_histories.h"
 
 namespace trevlin {
@@ -98,8 +99,10 @@ void Inference::Add(const Rule& rule, Truth truth, Outcome& outcome) {
 }
 
 void Inference::DecideAll(const Facts& facts, Outcome& outcome) const {
+  // Suspended ones included: the same for all processes.
+  const double now = SecondsSinceStart(Machine{}).value_or(0);
   const auto decide = [&](const Rule& rule, History& history) {
-    const Truth truth = Decide(rule, facts, SecondsSinceStart(), history);
+    const Truth truth = Decide(rule, facts, now, history);
     Add(rule, truth, outcome);
   };
   for (const Rule& rule : m_rules) {

@@ -5,7 +5,6 @@
 #include <json/value.h>
 #include <json/writer.h>
 #include <sys/file.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -100,12 +99,6 @@ std::string ToText(const Histories& histories) {
 }
 
 }  // namespace
-
-double SecondsSinceStart() {
-  timespec time{};
-  clock_gettime(CLOCK_BOOTTIME, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
 
 void ChangeHistories(const std::function<void(Histories&)>& change, std::chrono::steady_clock::time_point waitUntil) {
   const std::lock_guard guard(g_mutex);

@@ -16,9 +16,6 @@ namespace trevlin {
 /// By issue code. A rule whose condition does not hold has none.
 using Histories = std::map<int, History>;
 
-/// Seconds since the machine was started, suspended ones included: the same for all processes.
-double SecondsSinceStart();
-
 /// Calls `change` with the histories while no other process changes them, and stores what it leaves. Where they cannot
 /// be locked (waited for a second at most, and until `waitUntil`), read or stored, the log says so and `change` is
 /// called all the same, with those that could be read. What could not be stored is kept in memory, and counts in this
