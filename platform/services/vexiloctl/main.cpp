@@ -45,10 +45,9 @@ constexpr Command kCommands[] = {
     {"engine", "solutions", "", 0, 0, true, "Lists the solutions that were applied or declined, oldest first.", "",
      "vexiloctl engine solutions --json", EngineSolutions},
     {"engine", "run", "", 0, 0, true, "Diagnoses this machine now, records what has changed, and tells it.",
-     "Shows what each collector took, every issue that is there now (\"new\": since this run), and those that have "
+     "Shows what each collector took, every issue that is there (\"new\" when it was not before), and what has "
      "cleared.\n"
-     "What a collector that was cut off would have told is unknown, and its rules are undecided. Takes ten seconds at\n"
-     "most.\n"
+     "Takes ten seconds at most. A collector that takes longer is cut off, and rules that need it are undecided.\n"
      "Fails when the rules file is missing or has mistakes, or what has changed cannot be recorded.\n",
      "vexiloctl engine run", EngineRun},
     {"engine", "facts", "[NAME...]", 0, 1000, true, "Shows what the engine can tell of this machine now.",
