@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 
 #include <filesystem>
 #include <fstream>
@@ -70,11 +71,16 @@ class Scan : public testing::Test {
   static void FillStorage() {
     fs::create_directories(fs::path(SystemPath(kCacheFile)).parent_path());
     const FdHandle file(open(SystemPath(kCacheFile).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    ASSERT_EQ(posix_fallocate(file.get(), 0, 200 << 20), 0);
+    struct statvfs space {};
+    ASSERT_EQ(fstatvfs(file.get(), &space), 0);
+    const auto free = static_cast<off_t>(space.f_bavail * space.f_frsize);
+    ASSERT_EQ(posix_fallocate(file.get(), 0, free - (20 << 20)), 0);  // 20 MiB are 6 %
   }
 
   static void Battery(int percent) {
-    fs::create_directories(kBattery);
+    const std::string keys = kBattery + std::string("/device/input/input9/capabilities");
+    fs::create_directories(keys);
+    std::ofstream(keys + "/key") << "100000000 0 0 0 118000000000 0\n";  // up, down, left, right and OK
     std::ofstream(kBattery + std::string("/scope")) << "Device\n";
     std::ofstream(kBattery + std::string("/capacity")) << percent << "\n";
   }
@@ -165,8 +171,8 @@ void Scan::ComeBack() {
 
 TEST_F(Scan, FindsMendsAndRemembers) {
   ASSERT_NO_FATAL_FAILURE(ScanAndMend());
-  EXPECT_THAT(Events(), ElementsAre("DeviceState, Good, NULL", "Start Vexilo, Good, NULL", "CreateErrorList, Good, 5",
-                                    "DeviceState, Good, 5"));
+  EXPECT_THAT(Events(), ElementsAre("DeviceState, Normal, NULL", "Start Vexilo, Normal, NULL",
+                                    "CreateErrorList, Normal, 5", "DeviceState, Good, 5"));
   fs::remove(SystemPath(set_paths::kEventLog));
   Battery(90);
   ASSERT_NO_FATAL_FAILURE(ComeBack());
