@@ -296,7 +296,6 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000002, "network.gateway_reachable=no network.name_resolution=no"},
       {10000003, "network.name_resolution=no"},
       {10000004, "network.kind=wireless network.wireless_signal_dbm=-84"},
-      {10000004, "network.kind=wireless network.wireless_quality_percent=20"},
       {10000005, "network.address=no network.default_route=no"},
       {10000006, "network.address=no network.fallback_address=yes network.default_route=no"},
       {10000007, "network.default_route=no network.gateway_reachable=?"},

@@ -72,7 +72,7 @@ class NetworkCollector final : public Collector {
         {"network.address", kTruth, "", "an IPv4 or IPv6 address that is good beyond the link"},
         {"network.fallback_address", kTruth, "", "the only address is one that the machine gave itself (169.254.…)"},
         {"network.default_route", kTruth, "", "there is a way out that packets can take"},
-        {"network.gateway_reachable", kTruth, "", "the network's router was heard of"},
+        {"network.gateway_reachable", kTruth, "", "the network's router was heard from"},
         {"network.name_server", kTruth, "", "one is configured"},
         {"network.name_resolution", kTruth, "", "it answers, be it that there is no such name"},
         {"network.wireless_signal_dbm", kNumber, "dBm", "signal of the access point in use"},

@@ -111,7 +111,8 @@ std::optional<bool> IsNeighbourThere(const Address& host, int interface) {
       if (attribute.rta_type != NDA_DST || bytes.size() != size ||
           std::memcmp(bytes.data(), host.bytes.data(), size) != 0)
         return;
-      if ((body->ndm_state & (NUD_REACHABLE | NUD_STALE | NUD_DELAY)) != 0) there = true;
+      // Stale, delayed and probed ones are remembered from before; nobody knows whether they still answer.
+      if ((body->ndm_state & (NUD_REACHABLE | NUD_PERMANENT | NUD_NOARP)) != 0) there = true;
       if ((body->ndm_state & (NUD_FAILED | NUD_INCOMPLETE)) != 0) there = false;
     });
   });

@@ -25,8 +25,8 @@ enum class Echo {
 /// waits for the reply. Needs no privilege where the machine permits it.
 Echo AskEcho(const connection::Address& host, int interface, std::chrono::milliseconds patience);
 
-/// What the kernel knows of a neighbour on an interface: true when it was heard of, false when it did not answer,
-/// unknown when nobody asked, or it is not asked for on such an interface.
+/// What the kernel knows of a neighbour on an interface: true when it was heard from just now or is not asked for on
+/// such an interface, false when it did not answer, unknown when nobody asked, or asked long ago.
 std::optional<bool> IsNeighbourThere(const connection::Address& host, int interface);
 
 /// Whether a resolver answers when asked for `name`: that there is no such name is an answer, too; none in time,
