@@ -322,8 +322,9 @@ std::string MakeEdid(int width, int height, int extensions = 0, bool isInterlace
 }
 
 TEST(Display, EdidIsCheckedToItsEnd) {
-  std::string badSum = MakeEdid(1920, 1080, 1), badHeader = MakeEdid(1920, 1080);
+  std::string badSum = MakeEdid(1920, 1080, 1), badBase = badSum, badHeader = MakeEdid(1920, 1080);
   badSum[200] ^= 1;
+  badBase[100] ^= 1;
   std::swap(badHeader[0], badHeader[1]);  // the sum stays right
   const struct {
     const char* what;
@@ -334,7 +335,8 @@ TEST(Display, EdidIsCheckedToItsEnd) {
       {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
       {"interlaced", MakeEdid(1920, 1080, 1, true), true, Resolution{1920, 1080}},
       {"no size", MakeEdid(0, 0), true, {}},
-      {"a bad sum in the extension", badSum, false, {}},
+      {"a bad sum in the extension", badSum, true, Resolution{1920, 1080}},
+      {"a bad sum in the first block", badBase, false, {}},
       {"a bad header", badHeader, false, {}},
       {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
       {"truncated between blocks", MakeEdid(1920, 1080, 1).substr(0, 128), false, {}},
@@ -386,6 +388,13 @@ TEST(Display, IsReadFromACapturedTree) {
                     {drm + "card0-DP-1/status", "disconnected\n"},
                     {drm + "card0-Writeback-1/status", "unknown\n"}},
                    "connected=1 connectors=2 edid_present=yes edid_valid=yes"},
+                  {"a server's remote console, and a virtual machine's window",
+                   {{drm + "card0-VGA-1/status", "connected\n"},
+                    {drm + "card0/device/uevent", "DRIVER=ast\nPCI_CLASS=30000\n"},
+                    {drm + "card1-Virtual-1/status", "connected\n"},
+                    {drm + "card2-VGA-1/status", "disconnected\n"},
+                    {drm + "card2/device/uevent", "DRIVER=radeon\n"}},
+                   "connected=0 connectors=1"},
               });
 }
 

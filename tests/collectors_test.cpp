@@ -19,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using trevlin::Facts;
 
 /// All facts of a machine. What a collector gives it must have described.
@@ -58,6 +59,7 @@ const Files kTvBox =
              "class/watchdog/watchdog0/bootstatus=32"),
          {
              {"/proc/uptime", "259200.00 900000.00\n"},
+             {"/proc/cpuinfo", "processor\t: 0\nFeatures\t: fp asimd\n"},
              {"/proc/sys/kernel/random/boot_id", "box\n"},
              {"/proc/meminfo",
               "MemTotal:        2048000 kB\nMemFree:           10000 kB\nMemAvailable:     204800 kB\n"
@@ -117,7 +119,7 @@ TEST(Collectors, TellWhatEachMachineGives) {
        "cpu.temperature=71.5 cpu.throttled=yes storage.read_only=yes storage.system_read_only_error=yes "
        "storage.fs_errors=3 storage.wear_percent=100 storage.pre_eol=yes storage.free_percent=? power.uptime_days=3 "
        "power.watchdog_reset=yes power.undervoltage=? power.on_battery_low=? clock.zone=yes clock.synchronised=? "
-       "services.crashes_week=? services.failed=?"},
+       "services.crashes_week=? services.failed=? machine.kind=hardware"},
       {"PC after its memory ran out", kPc,
        "memory.available_percent=50 memory.swap_used_percent=? memory.pressure_some_avg60=12.34 "
        "cpu.pressure_some_avg60=0.5 memory.oom_kills_recent=2 cpu.load_per_core=? cpu.temperature=52 "
@@ -127,9 +129,21 @@ TEST(Collectors, TellWhatEachMachineGives) {
        "cpu.temperature=83 cpu.throttled=yes power.undervoltage=yes power.on_battery_low=yes "
        "clock.synchronised=yes clock.zone=no power.uptime_days=? storage.read_only=?"},
       {"virtual machine",
-       {{"/proc/loadavg", "0.50 0.40 0.30 1/80 99\n"}, {"/proc/stat", "cpu  1\ncpu0 1\ncpu1 1\n"}},
-       "cpu.load_per_core=0.25 cpu.temperature=? cpu.throttled=? power.undervoltage=? power.watchdog_reset=? "
+       {{"/proc/loadavg", "0.50 0.40 0.30 1/80 99\n"},
+        {"/proc/stat", "cpu  1\ncpu0 1\ncpu1 1\n"},
+        {"/proc/cpuinfo", "processor\t: 0\nflags\t\t: fpu hypervisor\n"}},
+       "machine.kind=vm cpu.load_per_core=0.25 cpu.temperature=? cpu.throttled=? power.undervoltage=? "
+       "power.watchdog_reset=? "
        "clock.zone=? storage.system_read_only_error=? memory.available_mib=?"},
+      {"virtual machine without a processor's sign",
+       {{"/proc/cpuinfo", "processor\t: 0\n"}, {"/sys/class/dmi/id/sys_vendor", "QEMU\n"}},
+       "machine.kind=vm"},
+      {"container on a virtual machine",
+       {{"/proc/cpuinfo", "processor\t: 0\nflags\t\t: fpu hypervisor\n"}, {"/run/systemd/container", "lxc\n"}},
+       "machine.kind=container"},
+      {"container without a service manager",
+       {{"/proc/1/environ", "PATH=/bin\0container=podman\0"s}},
+       "machine.kind=container"},
   };
   for (const auto& each : kMachines) {
     SCOPED_TRACE(each.name);

@@ -1,5 +1,7 @@
 #include <sys/timex.h>
 
+#include <algorithm>
+
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
 
@@ -8,6 +10,9 @@ namespace trevlin {
 namespace {
 
 using namespace std::chrono_literals;
+
+/// Sockets of time services that keep the clock right without telling the kernel so.
+constexpr std::string_view kSilentServices[] = {"/run/openntpd.sock", "/run/ntpd.sock"};
 
 constexpr std::chrono::sys_days kEarliest = std::chrono::year(2024) / 1 / 1;
 
@@ -30,7 +35,9 @@ class ClockCollector : public Collector {
       facts["clock.set"] = std::chrono::system_clock::now() >= kEarliest;
       AddKernelClock(facts);
     }
-    // Some time services do not tell the kernel.
+    const bool mayBeSilent = std::any_of(std::begin(kSilentServices), std::end(kSilentServices),
+                                         [&](std::string_view service) { return Exists(machine, service); });
+    if (mayBeSilent && facts["clock.synchronised"] == FactValue(false)) facts.erase("clock.synchronised");
     if (Exists(machine, "/run/systemd/timesync/synchronized")) facts["clock.synchronised"] = true;
     if (Exists(machine, "/etc")) facts["clock.zone"] = Exists(machine, "/etc/localtime");
   }

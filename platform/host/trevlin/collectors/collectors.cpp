@@ -4,6 +4,7 @@ namespace trevlin {
 
 std::vector<std::unique_ptr<Collector>> MakeCollectors() {
   std::vector<std::unique_ptr<Collector>> collectors;
+  collectors.push_back(MakeMachineCollector());
   collectors.push_back(MakeStorageCollector());
   collectors.push_back(MakeMemoryCollector());
   collectors.push_back(MakeCpuCollector());

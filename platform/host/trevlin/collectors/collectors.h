@@ -12,6 +12,7 @@ namespace trevlin {
 /// All the collectors of this platform.
 std::vector<std::unique_ptr<Collector>> MakeCollectors();
 
+std::unique_ptr<Collector> MakeMachineCollector();
 std::unique_ptr<Collector> MakeStorageCollector();
 std::unique_ptr<Collector> MakeMemoryCollector();
 std::unique_ptr<Collector> MakeCpuCollector();

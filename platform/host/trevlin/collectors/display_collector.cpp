@@ -31,13 +31,24 @@ struct CardConnector {
   Connector connector;
 };
 
-/// "card0-HDMI-A-1". Writeback connectors, which lead into memory, are none.
+/// Whether the card's plug leads to a remote console of a server, which is always there.
+bool IsRemoteConsole(const Machine& machine, const std::string& card) {
+  constexpr std::string_view kDrivers[] = {"DRIVER=ast", "DRIVER=hibmc-drm", "DRIVER=mgag200"};
+  const std::string about = ReadText(machine, std::string(kFolder) + "/" + card + "/device/uevent").value_or("");
+  const auto lines = SplitLines(about);
+  return std::find_first_of(lines.begin(), lines.end(), std::begin(kDrivers), std::end(kDrivers)) != lines.end();
+}
+
+/// "card0-HDMI-A-1". Plugs without a screen are none: those that lead into memory, or to another machine's window.
 std::optional<CardConnector> ReadConnector(const Machine& machine, const std::string& name) {
   const size_t dash = name.find('-');
-  if (!name.starts_with("card") || dash == name.npos || name.find("Writeback") != name.npos) return std::nullopt;
+  if (!name.starts_with("card") || dash == name.npos) return std::nullopt;
   CardConnector found{name.substr(0, dash), {}};
   Connector& connector = found.connector;
   connector.name = name.substr(dash + 1);
+  if (connector.name.starts_with("Writeback-") || connector.name.starts_with("Virtual-") ||
+      IsRemoteConsole(machine, found.card))
+    return std::nullopt;
   const std::string folder = std::string(kFolder) + "/" + name;
   const auto status = ReadLine(machine, folder + "/status");
   if (status == "connected" || status == "disconnected") connector.isConnected = status == "connected";
@@ -82,7 +93,7 @@ class DisplayCollector final : public Collector {
         {"display.mode", kText, "", "what the largest screen shows, as 1920x1080"},
         {"display.mode_below_preferred", kTruth, "", "a screen shows fewer pixels than it prefers"},
         {"display.edid_present", kTruth, "", "all screens with a plug (DP, DVI, HDMI, VGA) describe themselves"},
-        {"display.edid_valid", kTruth, "", "header, length and checksums of all descriptions are right"},
+        {"display.edid_valid", kTruth, "", "header, checksum and length of all descriptions are right"},
     };
   }
 

@@ -22,7 +22,7 @@ struct Resolution {
 /// What a screen says of itself, as VESA E-EDID 1.4 lays it out: blocks of 128 bytes, the first of which says how many
 /// follow.
 struct Edid {
-  bool isValid = false;                 ///< its header, length and the checksum of every block are right
+  bool isValid = false;                 ///< its header, length and the checksum of the first block are right
   std::optional<Resolution> preferred;  ///< of one that is valid
 };
 Edid ReadEdid(std::string_view bytes);

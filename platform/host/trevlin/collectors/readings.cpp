@@ -24,6 +24,8 @@ namespace {
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
 
+using namespace std::string_literals;
+
 constexpr int kReadingsPerWindow = 24;
 constexpr double kStaleWindows = 1.25;
 constexpr std::string_view kBlanks = " \t\r";
@@ -192,6 +194,15 @@ std::optional<double> FindNumber(std::string_view list, std::string_view key) {
     return number && *number >= 0 ? number : std::nullopt;
   }
   return std::nullopt;
+}
+
+bool IsContainer(const Machine& machine) {
+  // systemd's interface for containers, and what those who make them leave in the root folder.
+  constexpr std::string_view kSigns[] = {"/run/systemd/container", "/run/host/container-manager", "/.dockerenv",
+                                         "/run/.containerenv"};
+  if (std::any_of(std::begin(kSigns), std::end(kSigns), [&](auto sign) { return Exists(machine, sign); })) return true;
+  const std::string environment = ReadText(machine, "/proc/1/environ").value_or("");
+  return environment.starts_with("container=") || environment.find("\0container="s) != environment.npos;
 }
 
 std::optional<double> SecondsSinceStart(const Machine& machine) {

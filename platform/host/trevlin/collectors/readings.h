@@ -52,6 +52,10 @@ std::vector<std::string_view> SplitWords(std::string_view line);
 /// nothing when it is negative.
 std::optional<double> FindNumber(std::string_view list, std::string_view key);
 
+/// Whether this is a container, which has the files of the machine below it in /proc and /sys. False where no sign of
+/// one is found.
+bool IsContainer(const Machine& machine);
+
 /// Seconds since the machine was started.
 std::optional<double> SecondsSinceStart(const Machine& machine);
 
