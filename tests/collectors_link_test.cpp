@@ -426,6 +426,9 @@ TEST(Input, RemotesAreKnownByTheirKeys) {
                    {{keys, "4 2000000 3803078 f800d001 feffffdf ffefffff ffffffff fffffffe\n"}},
                    "devices=1 remote=yes"},
                   {"OK instead of Enter", {{keys, "100000000 0 0 0 118000000000 0\n"}}, "devices=1 remote=yes"},
+                  {"a touch screen",
+                   {{keys, "400 0 0 0 0 0\n"}, {"/sys/class/input/event3/device/properties", "2\n"}},
+                   "devices=1 remote=yes"},
                   {"no sense", {{keys, "ffff zz\n"}}, "devices=1"},
                   {"words of no machine", {{keys, "fffffffffffffffff 0\n"}}, "devices=1"},
               });
@@ -433,20 +436,32 @@ TEST(Input, RemotesAreKnownByTheirKeys) {
 
 TEST(Input, TheWeakestBatteryCounts) {
   const std::string power = "/sys/class/power_supply/", remote = power + "hidpp_battery_0/";
+  const std::string keys = "device/input/input7/capabilities/key", navigating = "100000000 0 0 0 118000000000 0\n";
   const Files devices = {{remote + "scope", "Device\n"},
+                         {remote + keys, navigating},
                          {remote + "model_name", "Wireless Remote\n"},
                          {remote + "capacity", "12\n"},
+                         {power + "mouse/scope", "Device\n"},
+                         {power + "mouse/" + keys, "1f0000 0 0 0 0\n"},
+                         {power + "mouse/capacity", "4\n"},
+                         {power + "headset/scope", "Device\n"},
+                         {power + "headset/capacity", "5\n"},
                          {power + "keyboard/scope", "Device\n"},
+                         {power + "keyboard/" + keys, navigating},
                          {power + "keyboard/capacity_level", "Normal\n"},
                          {power + "BAT0/capacity", "3\n"}};
-  const char* const keyboard = "battery_name=keyboard battery_percent=55";
+  const char* const keyboard = "battery_charging=no battery_name=keyboard battery_percent=55";
   ExpectFacts(MakeInputCollector,
               {
-                  {"not that of the machine", devices, "battery_name=Wireless Remote battery_percent=12"},
+                  {"not that of the machine, a mouse or a headset", devices,
+                   "battery_charging=no battery_name=Wireless Remote battery_percent=12"},
+                  {"one is being charged", With(devices, {{remote + "status", "Charging\n"}}), keyboard},
                   {"one is away", With(devices, {{remote + "online", "0\n"}}), keyboard},
                   {"one has not told yet",
                    With(devices, {{remote + "capacity", "0\n"}, {remote + "status", "Unknown\n"}}), keyboard},
-                  {"no sense", {{power + "a/scope", "Device"}, {power + "a/capacity", "900"}}, ""},
+                  {"no sense",
+                   {{power + "a/scope", "Device"}, {power + "a/" + keys, navigating}, {power + "a/capacity", "900"}},
+                   ""},
               });
 }
 

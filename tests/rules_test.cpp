@@ -198,7 +198,7 @@ const Facts kWell = FactsOf(R"(
   display.connected=1 display.mode=1920x1080 display.mode_below_preferred=no display.edid_present=yes
   display.edid_valid=yes
   sound.cards=1 sound.muted=no sound.volume_percent=40
-  input.devices=4 input.remote=yes input.battery_percent=70
+  input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
   clock.set=yes clock.synchronised=yes clock.zone=yes
@@ -272,6 +272,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "memory.swap_used_percent=100 packages.cache_mib=? cpu.load5_per_core=1.8 display.connected=0 "
        "power.uptime_days=400 sound.muted=yes sound.volume_percent=0 input.devices=0 input.remote=no"},
       {"the same at the lowest volume", "display.connected=0 sound.volume_percent=0"},
+      {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <tuple>
 
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
@@ -52,9 +53,13 @@ size_t WordBits(const Machine& machine, std::string_view mask) {
   return longest == 8 ? 32 : 64;
 }
 
-/// Enough keys to find one's way through menus.
+/// Whether `device` (the folder of an input device) has enough keys to find one's way through menus, or is touched
+/// where the picture is.
 std::optional<bool> CanNavigate(const Machine& machine, const std::string& device) {
-  const auto line = ReadLine(machine, std::string(kInput) + "/" + device + "/device/capabilities/key");
+  // Touch pads, which move a pointer, are not direct.
+  const auto properties = ReadHex(machine, device + "/properties");
+  if (properties && (*properties >> INPUT_PROP_DIRECT & 1) != 0) return true;
+  const auto line = ReadLine(machine, device + "/capabilities/key");
   const auto keys = line ? KeyMask::Parse(*line, WordBits(machine, *line)) : std::nullopt;
   if (!keys) return std::nullopt;
   return keys->Has(KEY_UP) && keys->Has(KEY_DOWN) &&
@@ -68,7 +73,7 @@ void AddDeviceFacts(const Machine& machine, Facts& facts) {
   for (const std::string& name : ListNames(machine, kInput)) {
     if (!name.starts_with("event")) continue;
     ++devices;
-    const auto canNavigate = CanNavigate(machine, name);
+    const auto canNavigate = CanNavigate(machine, std::string(kInput) + "/" + name + "/device");
     hasRemote = hasRemote || canNavigate == true;
     allTell = allTell && canNavigate;
   }
@@ -87,15 +92,22 @@ std::optional<double> LevelPercent(const std::optional<std::string>& level) {
   return std::nullopt;
 }
 
-/// The charge of a wireless device's battery; nothing when the device is away or has not told yet, which drivers show
-/// as empty.
-std::optional<double> BatteryPercent(const Machine& machine, const std::string& folder) {
-  if (ReadLine(machine, folder + "/scope") != "Device" || ReadNumber(machine, folder + "/online") == 0 ||
-      ReadNumber(machine, folder + "/present") == 0)
+/// Whether a battery feeds what one navigates with; mice and headsets do not count.
+bool IsOfRemote(const Machine& machine, const std::string& supply) {
+  const std::string inputs = supply + "/device/input";
+  const auto names = ListNames(machine, inputs);
+  return ReadLine(machine, supply + "/scope") == "Device" &&
+         std::any_of(names.begin(), names.end(),
+                     [&](const std::string& name) { return CanNavigate(machine, inputs + "/" + name) == true; });
+}
+
+/// The charge of a battery; nothing when the device is away or has not told yet, which drivers show as empty.
+std::optional<double> BatteryPercent(const Machine& machine, const std::string& supply) {
+  if (ReadNumber(machine, supply + "/online") == 0 || ReadNumber(machine, supply + "/present") == 0)
     return std::nullopt;
-  const auto charge = ReadNumber(machine, folder + "/capacity", 0, 100);
-  if (!charge) return LevelPercent(ReadLine(machine, folder + "/capacity_level"));
-  return *charge == 0 && ReadLine(machine, folder + "/status") == "Unknown" ? std::nullopt : charge;
+  const auto charge = ReadNumber(machine, supply + "/capacity", 0, 100);
+  if (!charge) return LevelPercent(ReadLine(machine, supply + "/capacity_level"));
+  return *charge == 0 && ReadLine(machine, supply + "/status") == "Unknown" ? std::nullopt : charge;
 }
 
 /// The start of `name`, cut between characters.
@@ -108,18 +120,22 @@ std::string Shortened(std::string name) {
 }
 
 void AddBatteryFacts(const Machine& machine, Facts& facts) {
-  std::optional<double> lowest;
-  std::string weakest;
+  // One that is being charged only where no other is in use.
+  std::optional<std::tuple<bool, double, std::string>> weakest;
   for (const std::string& name : ListNames(machine, kSupplies)) {
-    const auto charge = BatteryPercent(machine, std::string(kSupplies) + "/" + name);
-    if (!charge || (lowest && *lowest <= *charge)) continue;
-    lowest = charge;
-    weakest = name;
+    const std::string supply = std::string(kSupplies) + "/" + name;
+    const auto charge = IsOfRemote(machine, supply) ? BatteryPercent(machine, supply) : std::nullopt;
+    const auto status = ReadLine(machine, supply + "/status");
+    const bool isCharging = status == "Charging" || status == "Full";
+    if (charge)
+      weakest = std::min(weakest.value_or(std::tuple(true, 101.0, "")), std::tuple(isCharging, *charge, name));
   }
-  if (!lowest) return;
-  const auto model = ReadLine(machine, std::string(kSupplies) + "/" + weakest + "/model_name");
-  AddFact(facts, "input.battery_percent", lowest);
-  AddFact<std::string>(facts, "input.battery_name", Shortened(model.value_or(weakest)));
+  if (!weakest) return;
+  const auto& [isCharging, charge, name] = *weakest;
+  const auto model = ReadLine(machine, std::string(kSupplies) + "/" + name + "/model_name");
+  AddFact<double>(facts, "input.battery_percent", charge);
+  AddFact<bool>(facts, "input.battery_charging", isCharging);
+  AddFact<std::string>(facts, "input.battery_name", Shortened(model.value_or(name)));
 }
 
 class InputCollector final : public Collector {
@@ -132,8 +148,10 @@ class InputCollector final : public Collector {
     using enum FactKind;
     return {
         {"input.devices", kNumber, "", "input devices that give events"},
-        {"input.remote", kTruth, "", "one has the keys up, down and OK: a remote control or a keyboard"},
-        {"input.battery_percent", kNumber, "%", "charge of the wireless device that has the least"},
+        {"input.remote", kTruth, "",
+         "one has the keys up, down and OK (a remote control, a keyboard) or is a touch screen"},
+        {"input.battery_percent", kNumber, "%", "charge of the remote control or keyboard that has the least"},
+        {"input.battery_charging", kTruth, "", "that device is being charged, or full"},
         {"input.battery_name", kText, "", "that device"},
     };
   }
