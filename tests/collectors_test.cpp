@@ -138,6 +138,20 @@ TEST(Collectors, TellWhatEachMachineGives) {
       {"virtual machine without a processor's sign",
        {{"/proc/cpuinfo", "processor\t: 0\n"}, {"/sys/class/dmi/id/sys_vendor", "QEMU\n"}},
        "machine.kind=vm"},
+      {"UFS, and a disk of another machine in a USB case",
+       Sys("class/scsi_host/host0/health_descriptor/eol_info=0x02 "
+           "class/scsi_host/host0/health_descriptor/life_time_estimation_a=0x01 "
+           "class/scsi_host/host0/health_descriptor/life_time_estimation_b=0x04 "
+           "class/scsi_host/host0/device/type=0 block/sda/removable=0 block/sda/sda1/partition=1 "
+           "block/sdb/removable=1 block/sdb/sdb1/partition=1 fs/ext4/sda1/errors_count=2 "
+           "fs/ext4/sdb1/errors_count=40"),
+       "storage.pre_eol=yes storage.wear_percent=40 storage.fs_errors=2"},
+      {"container, whose machine ran out of memory",
+       {{"/.dockerenv", ""},
+        {"/proc/uptime", "3600 1"},
+        {"/proc/vmstat", "oom_kill 2\n"},
+        {"/sys/fs/cgroup/memory.events", "oom 1\noom_kill 0\n"}},
+       "memory.oom_kills_recent=0"},
       {"container on a virtual machine",
        {{"/proc/cpuinfo", "processor\t: 0\nflags\t\t: fpu hypervisor\n"}, {"/run/systemd/container", "lxc\n"}},
        "machine.kind=container"},

@@ -191,7 +191,7 @@ const Facts kWell = FactsOf(R"(
   storage.removable_full=no
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
-  cpu.load5_per_core=0.4 cpu.temperature=62 cpu.throttled=no
+  cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.throttled=no
   network.interface=yes network.link=yes network.kind=wired network.address=yes network.fallback_address=no
   network.default_route=yes network.gateway_reachable=yes network.name_server=yes network.name_resolution=yes
   network.receive_errors_percent=0 network.link_speed_mbit=100 network.half_duplex=no
@@ -272,6 +272,11 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "memory.swap_used_percent=100 packages.cache_mib=? cpu.load5_per_core=1.8 display.connected=0 "
        "power.uptime_days=400 sound.muted=yes sound.volume_percent=0 input.devices=0 input.remote=no"},
       {"the same at the lowest volume", "display.connected=0 sound.volume_percent=0"},
+      {"a small partition that is half empty", "storage.free_percent=50 storage.free_mib=150"},
+      {"large disk and memory, with large caches",
+       "packages.cache_mib=900 storage.free_percent=20 storage.free_mib=60000 memory.swap_used_percent=97 "
+       "memory.available_percent=12 memory.available_mib=2000"},
+      {"a container on a machine that is busy", "machine.kind=container cpu.load5_per_core=9"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -326,7 +331,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10040006, "packages.cache_mib=900 storage.free_percent=20"},
       {10050001, "memory.available_percent=5 memory.available_mib=100"},
       {10050002, "memory.swap_used_percent=97 memory.available_percent=11"},
-      {10050003, "cpu.load5_per_core=5"},
+      {10050003, "cpu.load5_per_core=5 cpu.pressure_some_avg60=70"},
       {10060001, "clock.set=no clock.synchronised=no"},
       {10060002, "clock.synchronised=no"},
       {10060003, "clock.zone=no"},

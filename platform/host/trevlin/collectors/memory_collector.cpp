@@ -28,7 +28,9 @@ class MemoryCollector : public Collector {
     AddMemory(list, facts);
     AddSwap(list, facts);
     AddFact(facts, "memory.pressure_some_avg60", ReadPressure(machine, "memory"));
-    if (const auto kills = FindNumber(ReadText(machine, "/proc/vmstat").value_or(""), "oom_kill"))
+    // Of a container /proc has the whole machine's.
+    const char* const counters = IsContainer(machine) ? "/sys/fs/cgroup/memory.events" : "/proc/vmstat";
+    if (const auto kills = FindNumber(ReadText(machine, counters).value_or(""), "oom_kill"))
       AddFact(facts, "memory.oom_kills_recent", RiseWithin(machine, "oom_kill", *kills, 24h));
   }
 

@@ -17,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr double kMib = 1 << 20;
-constexpr double kFullPercent = 97;
+constexpr double kFullPercent = 97, kFullMib = 1024;
 constexpr char kBlock[] = "/sys/block/";
 
 /// A line of /proc/self/mountinfo; the kernel's Documentation/filesystems/proc.rst has the format.
@@ -107,11 +107,22 @@ bool IsDiskFileSystem(const Mount& mount) {
   return kTypes.contains(mount.type) && mount.source.starts_with("/dev/");
 }
 
+double FreeMib(const struct statvfs& disk) {
+  return static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize) / kMib;
+}
+
 /// What people without privileges may still write, of what they see as all.
 std::optional<double> FreePercent(const struct statvfs& disk) {
   if (disk.f_blocks == 0 || disk.f_bfree > disk.f_blocks || disk.f_bavail > disk.f_bfree) return std::nullopt;
   const auto used = static_cast<double>(disk.f_blocks - disk.f_bfree), free = static_cast<double>(disk.f_bavail);
   return used + free > 0 ? std::optional(free / (used + free) * 100) : std::nullopt;
+}
+
+/// Small partitions (of a boot loader, with a driver) are made to be full.
+bool IsFull(const struct statvfs& disk) {
+  const auto percent = FreePercent(disk);
+  return percent && *percent < 100 - kFullPercent && FreeMib(disk) < kFullMib &&
+         static_cast<double>(disk.f_blocks) * static_cast<double>(disk.f_frsize) / kMib >= kFullMib;
 }
 
 class StorageCollector : public Collector {
@@ -128,11 +139,12 @@ class StorageCollector : public Collector {
         {"storage.read_only", FactKind::kTruth, "",
          "the user-data partition cannot be written, which nobody asked for"},
         {"storage.system_read_only_error", FactKind::kTruth, "", "a disk was made read-only after an error"},
-        {"storage.fs_errors", FactKind::kNumber, "", "errors that file systems have recorded"},
+        {"storage.fs_errors", FactKind::kNumber, "", "errors that file systems on built-in disks have recorded"},
         {"storage.wear_percent", FactKind::kNumber, "%",
          "life that the built-in flash has used; 110 is beyond its end"},
         {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
-        {"storage.removable_full", FactKind::kTruth, "", "a removable disk is over 97 % full"},
+        {"storage.removable_full", FactKind::kTruth, "",
+         "a removable disk is over 97 % full, with less than 1 GiB free"},
     };
   }
 
@@ -141,9 +153,11 @@ class StorageCollector : public Collector {
     const Mount* const data = MountOf(mounts, DataFolder(machine));
     if (!machine.IsCaptured()) AddSpace(facts);
     AddReadOnly(machine, mounts, data, facts);
-    AddHealth(machine, facts);
+    const std::vector<std::string> removable = RemovableDisks(machine, mounts, data);
+    AddErrors(machine, removable, facts);
+    AddFlashHealth(machine, facts);
     if (!mounts.empty() && !machine.IsCaptured())
-      facts["storage.removable_full"] = IsRemovableFull(machine, mounts, data);
+      facts["storage.removable_full"] = IsRemovableFull(machine, mounts, removable);
   }
 
  private:
@@ -159,7 +173,7 @@ class StorageCollector : public Collector {
     if (statvfs(SystemPath(set_paths::kUserPartition).c_str(), &disk) != 0) return;
     if (const auto percent = FreePercent(disk)) {
       facts["storage.free_percent"] = *percent;
-      facts["storage.free_mib"] = static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize) / kMib;
+      facts["storage.free_mib"] = FreeMib(disk);
     }
     // Some file systems make inodes as they go, and tell 0.
     if (disk.f_files > 0 && disk.f_favail <= disk.f_files)
@@ -181,58 +195,78 @@ class StorageCollector : public Collector {
       });
   }
 
-  static void AddHealth(const Machine& machine, Facts& facts) {
-    std::optional<double> errors, wear;
-    std::optional<bool> preEol;
-    for (const std::string& name : ListNames(machine, "/sys/fs/ext4"))
+  static void AddErrors(const Machine& machine, const std::vector<std::string>& removable, Facts& facts) {
+    std::optional<double> errors;
+    for (const std::string& name : ListNames(machine, "/sys/fs/ext4")) {
+      if (std::any_of(removable.begin(), removable.end(),
+                      [&](const std::string& disk) { return IsPartOf(machine, disk, name); }))
+        continue;
       if (const auto count = ReadNumber(machine, "/sys/fs/ext4/" + name + "/errors_count", 0))
         errors = errors.value_or(0) + *count;
-    for (const std::string& name : ListNames(machine, kBlock)) {
-      if (!name.starts_with("mmcblk")) continue;
-      // JEDEC eMMC 5.0: two kinds of cells, 1 for the first tenth of their life to 11 for beyond its end; 0: not told.
-      const std::string life = ReadLine(machine, kBlock + name + "/device/life_time").value_or("");
+    }
+    AddFact(facts, "storage.fs_errors", errors);
+  }
+
+  /// JEDEC eMMC 5.0 and UFS 2.1 grade alike. Life: two kinds of cells, 1 for the first tenth to 11 for beyond the end;
+  /// 0: not told. Spare blocks: 1 normal, 2 four fifths of them are used, 3 nine tenths.
+  static void AddFlashHealth(const Machine& machine, Facts& facts) {
+    std::optional<double> wear;
+    std::optional<bool> preEol;
+    const auto add = [&](const std::string& life, const std::string& spare) {
       for (const std::string_view word : SplitWords(life))
         if (const auto tenth = ParseNumber(word); tenth && *tenth >= 1 && *tenth <= 11)
           wear = std::max(wear.value_or(0), *tenth * 10);
-      // 1 normal, 2 four fifths of the spare blocks are used, 3 nine tenths.
-      if (const auto state = ReadNumber(machine, kBlock + name + "/device/pre_eol_info", 1, 3))
+      if (const auto state = ParseNumber(spare); state && *state >= 1 && *state <= 3)
         preEol = preEol.value_or(false) || *state >= 2;
+    };
+    const auto read = [&](const std::string& path) { return ReadLine(machine, path).value_or(""); };
+    for (const std::string& name : ListNames(machine, kBlock))
+      if (name.starts_with("mmcblk"))
+        add(read(kBlock + name + "/device/life_time"), read(kBlock + name + "/device/pre_eol_info"));
+    constexpr char kHosts[] = "/sys/class/scsi_host/";
+    for (const std::string& name : ListNames(machine, kHosts)) {
+      const std::string health = kHosts + name + "/device/../health_descriptor/";
+      add(read(health + "life_time_estimation_a") + " " + read(health + "life_time_estimation_b"),
+          read(health + "eol_info"));
     }
-    AddFact(facts, "storage.fs_errors", errors);
     AddFact(facts, "storage.wear_percent", wear);
     AddFact(facts, "storage.pre_eol", preEol);
   }
 
-  /// The removable disks; those behind USB say that they are fixed.
-  static std::vector<std::string> RemovableDisks(const Machine& machine) {
+  /// `device`: "sda1", or the disk itself.
+  static bool IsPartOf(const Machine& machine, const std::string& disk, const std::string& device) {
+    return device == disk || (device.starts_with(disk) && Exists(machine, kBlock + disk + "/" + device));
+  }
+
+  static bool IsOn(const Machine& machine, const std::string& disk, const Mount& mount) {
+    constexpr std::string_view kDev = "/dev/";
+    return mount.source.starts_with(kDev) && IsPartOf(machine, disk, mount.source.substr(kDev.size()));
+  }
+
+  /// The disks that can be taken out; those behind USB say that they are fixed. A machine that was started from a stick
+  /// needs that.
+  static std::vector<std::string> RemovableDisks(const Machine& machine, const std::vector<Mount>& mounts,
+                                                 const Mount* data) {
+    const Mount* const system = MountOf(mounts, "/");
     std::vector<std::string> disks;
     for (const std::string& name : ListNames(machine, kBlock)) {
       const CText device(realpath(machine.Path(kBlock + name).c_str(), nullptr));
       const bool isUsb = device && std::string_view(device.get()).find("/usb") != std::string_view::npos;
-      if (isUsb || ReadNumber(machine, kBlock + name + "/removable") == 1) disks.push_back(name);
+      const bool isNeeded = (data && IsOn(machine, name, *data)) || (system && IsOn(machine, name, *system));
+      if ((isUsb || ReadNumber(machine, kBlock + name + "/removable") == 1) && !isNeeded) disks.push_back(name);
     }
     return disks;
   }
 
-  static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Mount* data) {
-    constexpr std::string_view kDev = "/dev/";
-    const Mount* const system = MountOf(mounts, "/");
-    for (const std::string& disk : RemovableDisks(machine)) {
-      const auto isOn = [&](const Mount& mount) {
-        if (!mount.source.starts_with(kDev)) return false;
-        const std::string device = mount.source.substr(kDev.size());
-        return device == disk || (device.starts_with(disk) && Exists(machine, kBlock + disk + "/" + device));
-      };
-      // A machine that was started from a stick has no disk there to take out.
-      if ((data && isOn(*data)) || (system && isOn(*system))) continue;
+  static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts,
+                              const std::vector<std::string>& removable) {
+    for (const std::string& disk : removable)
       for (const Mount& mount : mounts) {
         struct statvfs space {};
-        if (!isOn(mount) || mount.isReadOnly || mount.isFileSystemReadOnly ||
-            statvfs(machine.Path(mount.point).c_str(), &space) != 0)
-          continue;
-        if (const auto free = FreePercent(space); free && *free < 100 - kFullPercent) return true;
+        if (IsOn(machine, disk, mount) && !mount.isReadOnly && !mount.isFileSystemReadOnly &&
+            statvfs(machine.Path(mount.point).c_str(), &space) == 0 && IsFull(space))
+          return true;
       }
-    }
     return false;
   }
 };
