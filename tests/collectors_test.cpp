@@ -1,8 +1,10 @@
 // The facts of machines that are made of files, and of this one.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 
 #include <cstring>
 #include <set>
@@ -49,35 +51,37 @@ void Expect(const Facts& facts, const std::string& expected) {
   }
 }
 
-const Files kTvBox =
-    With(Sys("fs/ext4/mmcblk0p5/errors_count=3 fs/ext4/features/lazy_itable_init=supported "
-             "block/mmcblk0/device/pre_eol_info=0x02 block/mmcblk1/device/type=SD "
-             "class/thermal/thermal_zone0/type=soc_thermal class/thermal/thermal_zone0/temp=71500 "
-             "class/thermal/thermal_zone1/type=gpu_thermal class/thermal/thermal_zone1/temp=99000 "
-             "class/thermal/thermal_zone2/type=ddr_thermal class/thermal/thermal_zone2/temp=-273200 "
-             "class/thermal/cooling_device0/type=cpufreq-cpu0 class/thermal/cooling_device0/cur_state=2 "
-             "class/watchdog/watchdog0/bootstatus=32"),
-         {
-             {"/proc/uptime", "259200.00 900000.00\n"},
-             {"/proc/cpuinfo", "processor\t: 0\nFeatures\t: fp asimd\n"},
-             {"/proc/sys/kernel/random/boot_id", "box\n"},
-             {"/proc/meminfo",
-              "MemTotal:        2048000 kB\nMemFree:           10000 kB\nMemAvailable:     204800 kB\n"
-              "SwapCached:         5120 kB\nSwapTotal:        102400 kB\nSwapFree:          46080 kB\n"},
-             {"/proc/vmstat", "nr_free_pages 2500\noom_kill 7\n"},
-             {"/proc/loadavg", "8.40 2.00 0.50 3/300 4242\n"},
-             {"/proc/stat", "cpu  1 2 3\ncpu0 1 2 3\ncpu1 1 2 3\ncpu2 1 2 3\ncpu3 1 2 3\nintr 1 0 2\n"},
-             {"/proc/self/mountinfo",
-              "21 1 179:2 / / ro,relatime - squashfs /dev/mmcblk0p2 ro\n"
-              "22 21 179:5 / /opt rw,noatime shared:3 - ext4 /dev/mmcblk0p5 ro,errors=remount-ro\n"},
-             {"/etc/fstab", "# the box\n/dev/mmcblk0p2 / squashfs ro 0 0\n/dev/mmcblk0p5 /opt ext4 noatime 0 2\n"},
-             {"/etc/localtime", "TZif2"},
-             {"/sys/block/mmcblk0/device/life_time", "0x03 0x0a\n"},
-         });
+const Files kTvBox = With(
+    Sys("fs/ext4/mmcblk0p5/errors_count=3 fs/ext4/features/lazy_itable_init=supported "
+        "block/mmcblk0/device/pre_eol_info=0x02 block/mmcblk1/device/type=SD "
+        "class/thermal/thermal_zone0/type=soc_thermal class/thermal/thermal_zone0/temp=71500 "
+        "class/thermal/thermal_zone0/trip_point_0_type=passive class/thermal/thermal_zone0/trip_point_0_temp=80000 "
+        "class/thermal/thermal_zone0/trip_point_1_type=critical class/thermal/thermal_zone0/trip_point_1_temp=105000 "
+        "class/thermal/thermal_zone1/type=gpu_thermal class/thermal/thermal_zone1/temp=99000 "
+        "class/thermal/thermal_zone2/type=ddr_thermal class/thermal/thermal_zone2/temp=-273200 "
+        "class/thermal/cooling_device0/type=cpufreq-cpu0 class/thermal/cooling_device0/cur_state=2 "
+        "class/watchdog/watchdog0/bootstatus=32"),
+    {
+        {"/proc/uptime", "259200.00 900000.00\n"},
+        {"/proc/cpuinfo", "processor\t: 0\nFeatures\t: fp asimd\n"},
+        {"/proc/sys/kernel/random/boot_id", "box\n"},
+        {"/proc/meminfo",
+         "MemTotal:        2048000 kB\nMemFree:           10000 kB\nMemAvailable:     204800 kB\n"
+         "SwapCached:         5120 kB\nSwapTotal:        102400 kB\nSwapFree:          46080 kB\n"},
+        {"/proc/vmstat", "nr_free_pages 2500\noom_kill 7\n"},
+        {"/proc/loadavg", "8.40 2.00 0.50 3/300 4242\n"},
+        {"/proc/stat", "cpu  1 2 3\ncpu0 1 2 3\ncpu1 1 2 3\ncpu2 1 2 3\ncpu3 1 2 3\nintr 1 0 2\n"},
+        {"/proc/self/mountinfo",
+         "21 1 179:2 / / ro,relatime - squashfs /dev/mmcblk0p2 ro\n"
+         "22 21 179:5 / /opt rw,noatime shared:3 - ext4 /dev/mmcblk0p5 ro,errors=remount-ro\n"},
+        {"/etc/fstab", "# the box\n/dev/mmcblk0p2 / squashfs ro 0 0\n/dev/mmcblk0p5 /opt ext4 noatime 0 2\n"},
+        {"/etc/localtime", "TZif2"},
+        {"/sys/block/mmcblk0/device/life_time", "0x03 0x0a\n"},
+    });
 
 const Files kPc =
     With(Sys("class/hwmon/hwmon0/name=coretemp class/hwmon/hwmon0/temp1_input=48000 "
-             "class/hwmon/hwmon0/temp2_input=52000 class/hwmon/hwmon0/temp2_crit=100000 class/hwmon/hwmon1/name=nvme "
+             "class/hwmon/hwmon0/temp2_input=52000 class/hwmon/hwmon0/temp2_crit=90000 class/hwmon/hwmon1/name=nvme "
              "class/hwmon/hwmon1/temp1_input=80000 class/thermal/thermal_zone0/type=acpitz "
              "class/thermal/thermal_zone0/temp=0 class/thermal/cooling_device0/type=Processor "
              "class/thermal/cooling_device0/cur_state=0 class/thermal/cooling_device1/type=Fan "
@@ -98,7 +102,8 @@ const Files kPc =
          });
 
 const Files kBoard = With(
-    Sys("devices/platform/soc/soc:firmware/get_throttled=50005 class/hwmon/hwmon0/name=cpu_thermal "
+    Sys("bus/platform/drivers/raspberrypi-firmware/soc:firmware/get_throttled=50005 "
+        "class/hwmon/hwmon0/name=cpu_thermal "
         "class/hwmon/hwmon0/temp1_input=83 class/hwmon/hwmon1/name=rpi_volt class/hwmon/hwmon1/in0_lcrit_alarm=0 "
         "class/power_supply/BAT0/type=Battery class/power_supply/BAT0/capacity=9 "
         "class/power_supply/BAT0/status=Discharging class/power_supply/AC/type=Mains class/power_supply/AC/online=0"),
@@ -116,17 +121,19 @@ TEST(Collectors, TellWhatEachMachineGives) {
       {"TV box", kTvBox,
        "memory.available_percent=10 memory.available_mib=200 memory.swap_used_percent=50 "
        "memory.pressure_some_avg60=? memory.oom_kills_recent=? cpu.load_per_core=2.1 cpu.load5_per_core=0.5 "
-       "cpu.temperature=71.5 cpu.throttled=yes storage.read_only=yes storage.system_read_only_error=yes "
+       "cpu.temperature=71.5 cpu.temperature_margin=33.5 cpu.throttled=yes storage.read_only=yes "
+       "storage.system_read_only_error=yes "
        "storage.fs_errors=3 storage.wear_percent=100 storage.pre_eol=yes storage.free_percent=? power.uptime_days=3 "
        "power.watchdog_reset=yes power.undervoltage=? power.on_battery_low=? clock.zone=yes clock.synchronised=? "
        "services.crashes_week=? services.failed=? machine.kind=hardware"},
       {"PC after its memory ran out", kPc,
        "memory.available_percent=50 memory.swap_used_percent=? memory.pressure_some_avg60=12.34 "
        "cpu.pressure_some_avg60=0.5 memory.oom_kills_recent=2 cpu.load_per_core=? cpu.temperature=52 "
+       "cpu.temperature_margin=38 "
        "cpu.throttled=no storage.read_only=no storage.system_read_only_error=no storage.fs_errors=? "
        "storage.wear_percent=? storage.pre_eol=? power.watchdog_reset=no power.on_battery_low=? clock.zone=no"},
-      {"throttled board on a battery", kBoard,
-       "cpu.temperature=83 cpu.throttled=yes power.undervoltage=yes power.on_battery_low=yes "
+      {"board with too little voltage, on a battery", kBoard,
+       "cpu.temperature=83 cpu.throttled=no power.undervoltage=yes power.on_battery_low=yes "
        "clock.synchronised=yes clock.zone=no power.uptime_days=? storage.read_only=?"},
       {"virtual machine",
        {{"/proc/loadavg", "0.50 0.40 0.30 1/80 99\n"},
@@ -138,6 +145,12 @@ TEST(Collectors, TellWhatEachMachineGives) {
       {"virtual machine without a processor's sign",
        {{"/proc/cpuinfo", "processor\t: 0\n"}, {"/sys/class/dmi/id/sys_vendor", "QEMU\n"}},
        "machine.kind=vm"},
+      {"hot board", Sys("devices/platform/soc/firmware/get_throttled=4"), "cpu.throttled=yes power.undervoltage=no"},
+      {"fans that go by more than the temperature",
+       Sys("class/hwmon/hwmon0/name=k10temp class/hwmon/hwmon0/temp1_input=96000 class/hwmon/hwmon0/temp1_label=Tctl "
+           "class/hwmon/hwmon0/temp2_input=69000 class/hwmon/hwmon0/temp2_label=Tdie "
+           "class/hwmon/hwmon0/temp2_crit=255000"),
+       "cpu.temperature=69 cpu.temperature_margin=31"},
       {"UFS, and a disk of another machine in a USB case",
        Sys("class/scsi_host/host0/health_descriptor/eol_info=0x02 "
            "class/scsi_host/host0/health_descriptor/life_time_estimation_a=0x01 "
@@ -251,6 +264,38 @@ TEST(Readings, CountersRememberAndStartAnew) {
   EXPECT_LT(ReadFile(kept).size(), 1000u);
   WriteFile(kept, "c\ngarbage here\n");
   EXPECT_EQ(RiseWithin(machine.Get(), "counter", 5, 600s), std::nullopt);
+}
+
+TEST(Readings, AreNotKeptWithoutTheLock) {
+  const std::string kept = set_paths::kHostRun + std::string("/trevlin/");
+  WriteFile(kept + "readings.lock", "");
+  const FdHandle lock(open(SystemPath(kept + "readings.lock").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+  const CapturedMachine machine(Files{{"/proc/uptime", "60 1\n"}});
+  EXPECT_EQ(RiseWithin(machine.Get(), "locked", 4, 600s), 4);
+  EXPECT_FALSE(Exists(kept + "locked"));
+}
+
+TEST(Cpu, IsThrottledByTheTimeOfACore) {
+  const struct {
+    const char* what;
+    int seconds;
+    const char* files;
+    const char* throttled;
+  } kSteps[] = {
+      {"first", 10000, "cpu0=90000 cpu1=70000", "?"},
+      {"short bursts", 10200, "cpu0=110000 cpu1=71000", "no"},
+      {"a core goes", 10300, "cpu0=110000", "no"},
+      {"and is back", 10400, "cpu0=110000 cpu1=71000", "no"},
+      {"5 % of ten minutes", 10500, "cpu0=110000 cpu1=101000", "yes"},
+  };
+  for (const auto& step : kSteps) {
+    Files files = {{"/proc/uptime", std::to_string(step.seconds) + " 1\n"}};
+    for (const auto& [core, time] : FactsOf(step.files))
+      files["/sys/devices/system/cpu/" + core + "/thermal_throttle/core_throttle_total_time_ms"] = Told(time) + "\n";
+    EXPECT_EQ(Told(CapturedMachine(files).Collect(*trevlin::MakeCpuCollector())["cpu.throttled"]), step.throttled)
+        << step.what;
+  }
 }
 
 TEST(Services, CountCrashesOfTheLastWeek) {

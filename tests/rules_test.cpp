@@ -191,7 +191,7 @@ const Facts kWell = FactsOf(R"(
   storage.removable_full=no
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
-  cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.throttled=no
+  cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.temperature_margin=38 cpu.throttled=no
   network.interface=yes network.link=yes network.kind=wired network.address=yes network.fallback_address=no
   network.default_route=yes network.gateway_reachable=yes network.name_server=yes network.name_resolution=yes
   network.receive_errors_percent=0 network.link_speed_mbit=100 network.half_duplex=no
@@ -264,7 +264,8 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "machine.kind=vm display.edid_present=no display.edid_valid=? display.mode=1024x768 input.remote=no "
        "sound.cards=0 clock.synchronised=no clock.zone=no power.uptime_days=300"},
       {"Full HD on an Ultra HD television, warm, wireless, without systemd",
-       "cpu.temperature=84 display.mode_below_preferred=yes services.failed=? clock.synchronised=? "
+       "cpu.temperature=96 cpu.temperature_margin=9 display.mode_below_preferred=yes services.failed=? "
+       "clock.synchronised=? "
        "memory.available_percent=12 memory.available_mib=230 network.kind=wireless network.wireless_signal_dbm=-70 "
        "network.wireless_quality_percent=57 network.link_speed_mbit=?"},
       {"large computer without a display",
@@ -338,7 +339,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10070001, "input.battery_percent=15"},
       {10070002, "input.remote=no"},
       {10070002, "input.devices=0 input.remote=no"},
-      {10080001, "cpu.temperature=97"},
+      {10080001, "cpu.temperature=97 cpu.temperature_margin=3"},
       {10080005, "power.uptime_days=200"},
       {10100001, "display.mode_below_preferred=yes display.mode=1280x720"},
       {10100002, "display.edid_present=no display.edid_valid=? display.mode=800x600"},

@@ -15,7 +15,13 @@ constexpr char kThermal[] = "/sys/class/thermal";
 constexpr char kHwmon[] = "/sys/class/hwmon";
 constexpr char kCpus[] = "/sys/devices/system/cpu";
 constexpr double kColdest = -50, kHottest = 150;
-constexpr uint64_t kBoardThrottled = 0xe;
+/// What a sensor's maker can mean; others give an end of their range, or a default.
+constexpr double kLeastCritical = 70, kMostCritical = 130;
+constexpr double kUsualCritical = 100;  // where the sensor does not tell
+constexpr uint64_t kBoardTooLittleVoltage = 0x1, kBoardSlowed = 0x6, kBoardHot = 0x8;
+constexpr auto kThrottleWindow = 10min;
+constexpr double kThrottledShare = 0.05;  // what a short burst of work takes is no fault
+constexpr int kMaxTrips = 16;
 
 template <size_t count>
 bool HasAny(std::string_view text, const std::array<std::string_view, count>& parts) {
@@ -40,9 +46,24 @@ std::optional<double> ReadTemperature(const Machine& machine, const std::string&
   return degrees > kColdest && degrees < kHottest ? std::optional(degrees) : std::nullopt;
 }
 
-std::optional<double> Hotter(std::optional<double> one, std::optional<double> other) {
-  return one && other ? std::max(*one, *other) : one ? one : other;
-}
+/// What several sensors tell together.
+class Heat {
+ public:
+  void Add(const std::optional<double>& temperature, std::optional<double> critical) {
+    if (!temperature) return;
+    if (!critical || *critical < kLeastCritical || *critical > kMostCritical) critical = kUsualCritical;
+    m_hottest = std::max(m_hottest.value_or(*temperature), *temperature);
+    const double margin = *critical - *temperature;
+    m_margin = std::min(m_margin.value_or(margin), margin);
+  }
+  void AddTo(Facts& facts) const {
+    AddFact(facts, "cpu.temperature", m_hottest);
+    AddFact(facts, "cpu.temperature_margin", m_margin);
+  }
+
+ private:
+  std::optional<double> m_hottest, m_margin;
+};
 
 class CpuCollector : public Collector {
  public:
@@ -56,14 +77,19 @@ class CpuCollector : public Collector {
         {"cpu.load5_per_core", FactKind::kNumber, "", "the same, mean of five minutes"},
         {"cpu.pressure_some_avg60", FactKind::kNumber, "%", "share of the last minute in which work waited for a core"},
         {"cpu.temperature", FactKind::kNumber, "°C", "the hottest sensor of the processor or its surroundings"},
-        {"cpu.throttled", FactKind::kTruth, "", "the processor is slowed down by heat, or was in the last ten minutes"},
+        {"cpu.temperature_margin", FactKind::kNumber, "°C", "how far one of them is from what is critical for it"},
+        {"cpu.throttled", FactKind::kTruth, "",
+         "the processor is slowed down by heat, or was for 5 % of the last ten minutes"},
     };
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
     AddLoad(machine, facts);
     AddFact(facts, "cpu.pressure_some_avg60", ReadPressure(machine, "cpu"));
-    AddFact(facts, "cpu.temperature", Hotter(ZoneTemperature(machine), SensorTemperature(machine)));
+    Heat heat;
+    AddZones(machine, heat);
+    AddSensors(machine, heat);
+    heat.AddTo(facts);
     AddThrottled(machine, facts);
   }
 
@@ -77,36 +103,64 @@ class CpuCollector : public Collector {
       if (const auto load = ParseNumber(word); load && *load >= 0) facts[name] = *load / cores;
   }
 
-  static std::optional<double> ZoneTemperature(const Machine& machine) {
+  static void AddZones(const Machine& machine, Heat& heat) {
     constexpr std::array<std::string_view, 8> kOthers = {"gpu",  "wifi",  "wlan", "battery",
                                                          "bat_", "charg", "nvme", "modem"};
-    std::optional<double> hottest;
     for (const std::string& name : ListNames(machine, kThermal)) {
       const std::string zone = std::string(kThermal) + "/" + name;
       if (!name.starts_with("thermal_zone") || HasAny(ReadLine(machine, zone + "/type").value_or(""), kOthers))
         continue;
-      hottest = Hotter(hottest, ReadTemperature(machine, zone + "/temp"));
+      heat.Add(ReadTemperature(machine, zone + "/temp"), CriticalTrip(machine, zone));
     }
-    return hottest;
   }
 
-  static std::optional<double> SensorTemperature(const Machine& machine) {
+  static std::optional<double> CriticalTrip(const Machine& machine, const std::string& zone) {
+    for (int i = 0; i < kMaxTrips; ++i) {
+      const std::string trip = zone + "/trip_point_" + std::to_string(i);
+      const auto type = ReadLine(machine, trip + "_type");
+      if (!type) break;
+      if (*type == "critical") return ReadTemperature(machine, trip + "_temp");
+    }
+    return std::nullopt;
+  }
+
+  static void AddSensors(const Machine& machine, Heat& heat) {
     constexpr std::array<std::string_view, 5> kOfCpu = {"coretemp", "k10temp", "zenpower", "cpu", "soc"};
-    std::optional<double> hottest;
     for (const std::string& name : ListNames(machine, kHwmon)) {
       const std::string chip = std::string(kHwmon) + "/" + name;
       if (!HasAny(ReadLine(machine, chip + "/name").value_or(""), kOfCpu)) continue;
-      for (const std::string& file : ListNames(machine, chip))
-        if (file.starts_with("temp") && file.ends_with("_input"))
-          hottest = Hotter(hottest, ReadTemperature(machine, chip + "/" + file));
+      const std::vector<std::string> sensors = ListSensors(machine, chip);
+      const auto isCalled = [&](const std::string& sensor, const char* label) {
+        return ReadLine(machine, sensor + "_label") == label;
+      };
+      // Tctl is what fans go by, on some processors well above the temperature of the die.
+      const bool hasDie =
+          std::any_of(sensors.begin(), sensors.end(), [&](const auto& sensor) { return isCalled(sensor, "Tdie"); });
+      for (const std::string& sensor : sensors)
+        if (!hasDie || !isCalled(sensor, "Tctl"))
+          heat.Add(ReadTemperature(machine, sensor + "_input"), ReadTemperature(machine, sensor + "_crit"));
     }
-    return hottest;
+  }
+
+  /// "…/temp1" for each.
+  static std::vector<std::string> ListSensors(const Machine& machine, const std::string& chip) {
+    constexpr std::string_view kInput = "_input";
+    std::vector<std::string> sensors;
+    for (const std::string& file : ListNames(machine, chip))
+      if (file.starts_with("temp") && file.ends_with(kInput))
+        sensors.push_back(chip + "/" + file.substr(0, file.size() - kInput.size()));
+    return sensors;
+  }
+
+  /// The firmware slows the board for too little voltage, too.
+  static bool IsBoardHot(uint64_t bits) {
+    return (bits & kBoardHot) != 0 || ((bits & kBoardTooLittleVoltage) == 0 && (bits & kBoardSlowed) != 0);
   }
 
   static void AddThrottled(const Machine& machine, Facts& facts) {
     const auto board = ReadBoardThrottling(machine);
-    const std::array<std::optional<bool>, 3> signs = {
-        board ? std::optional((*board & kBoardThrottled) != 0) : std::nullopt, IsCooled(machine), HasCounted(machine)};
+    const std::array<std::optional<bool>, 3> signs = {board ? std::optional(IsBoardHot(*board)) : std::nullopt,
+                                                      IsCooled(machine), WasThrottled(machine)};
     for (const auto& sign : signs)
       if (sign) facts["cpu.throttled"] = *sign || facts["cpu.throttled"] == FactValue(true);
   }
@@ -125,16 +179,19 @@ class CpuCollector : public Collector {
     return cooled;
   }
 
-  static std::optional<bool> HasCounted(const Machine& machine) {
-    std::optional<double> count;
+  /// By the time that each core has been. One that is switched off has no counter, and the old one when it is back.
+  static std::optional<bool> WasThrottled(const Machine& machine) {
+    constexpr std::chrono::duration<double, std::milli> kWindow = kThrottleWindow;
+    std::optional<bool> throttled;
     for (const std::string& name : ListNames(machine, kCpus)) {
       if (!name.starts_with("cpu")) continue;
-      for (const char* counter : {"core_throttle_count", "package_throttle_count"})
-        if (const auto one = ReadNumber(machine, std::string(kCpus) + "/" + name + "/thermal_throttle/" + counter, 0))
-          count = count.value_or(0) + *one;
+      const std::string folder = std::string(kCpus) + "/" + name + "/thermal_throttle/";
+      auto time = ReadNumber(machine, folder + "package_throttle_total_time_ms", 0);
+      if (!time) time = ReadNumber(machine, folder + "core_throttle_total_time_ms", 0);
+      const auto rise = time ? RiseWithin(machine, "thermal_throttle." + name, *time, kThrottleWindow) : std::nullopt;
+      if (rise) throttled = throttled.value_or(false) || *rise >= kThrottledShare * kWindow.count();
     }
-    const auto rise = count ? RiseWithin(machine, "thermal_throttle", *count, 10min) : std::nullopt;
-    return rise ? std::optional(*rise > 0) : std::nullopt;
+    return throttled;
   }
 };
 

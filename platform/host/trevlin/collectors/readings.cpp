@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <glib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <thread>
 
 #include "base/atomic_file.h"
 #include "c_handle.h"
@@ -24,8 +26,11 @@ namespace {
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
+constexpr auto kLongestLock = 200ms;  // within the shortest deadline
+constexpr auto kLockPause = 2ms;
 constexpr int kReadingsPerWindow = 24;
 constexpr double kStaleWindows = 1.25;
 constexpr std::string_view kBlanks = " \t\r";
@@ -97,7 +102,19 @@ void KeepReadings(const std::string& counter, const std::string& start, const st
     std::snprintf(line, sizeof line, "%.3f %.0f\n", reading.seconds, reading.value);
     text += line;
   }
-  if (MakeFolders(SystemPath(set_paths::kHostRun) + "/trevlin")) PublishFile(path, text);
+  PublishFile(path, text);
+}
+
+/// For reading, changing and keeping readings, among all processes and threads. Without a handle they are not kept.
+FdHandle LockReadings() {
+  MakeFolders(SystemPath(set_paths::kHostRun) + "/trevlin");
+  FdHandle lock(open(ReadingsPath("readings.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  const auto end = std::chrono::steady_clock::now() + kLongestLock;
+  while (lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) return {};
+    std::this_thread::sleep_for(kLockPause);
+  }
+  return lock;
 }
 
 }  // namespace
@@ -145,9 +162,9 @@ std::optional<double> ReadPressure(const Machine& machine, std::string_view reso
 }
 
 std::optional<uint64_t> ReadBoardThrottling(const Machine& machine) {
-  const std::string folder = "/sys/devices/platform/soc";
-  for (const std::string& name : ListNames(machine, folder))
-    if (const auto bits = ReadHex(machine, folder + "/" + name + "/get_throttled")) return bits;
+  for (const std::string folder : {"/sys/bus/platform/drivers/raspberrypi-firmware", "/sys/devices/platform/soc"})
+    for (const std::string& name : ListNames(machine, folder))
+      if (const auto bits = ReadHex(machine, folder + "/" + name + "/get_throttled")) return bits;
   return std::nullopt;
 }
 
@@ -213,6 +230,7 @@ std::optional<double> SecondsSinceStart(const Machine& machine) {
 
 std::optional<double> RiseWithin(const Machine& machine, const std::string& counter, double value,
                                  std::chrono::seconds window) {
+  const FdHandle lock = LockReadings();
   const auto now = SecondsSinceStart(machine);
   if (!now) return std::nullopt;
   const std::string start = ReadLine(machine, "/proc/sys/kernel/random/boot_id").value_or("-");
@@ -236,7 +254,7 @@ std::optional<double> RiseWithin(const Machine& machine, const std::string& coun
   const double rise = known ? value - readings.front().value : 0;
   const bool isDue = !known || *now - readings.back().seconds >= length / kReadingsPerWindow;
   if (isDue) readings.push_back({*now, value});
-  if (isDue || hasRestarted) KeepReadings(counter, start, readings);
+  if (lock && (isDue || hasRestarted)) KeepReadings(counter, start, readings);
   return known ? std::optional(rise) : std::nullopt;
 }
 
