@@ -303,10 +303,11 @@ TEST(Services, CountCrashesOfTheLastWeek) {
   const std::string dumps = "/var/lib/systemd/coredump/core.";
   const std::tuple<std::string, hours> files[] = {
       {dumps + "player.1000.0f0f.77.1700000000000000.zst", 100h},
-      {dumps + "old.1000.0f0f.78.1600000000000000.zst", 169h},
+      {dumps + "player.1000.0f0f.78.1600000000000000.zst", 169h},
       {"/var/crash/_usr_bin_browser.1000.crash", 0h},
       {"/var/crash/_usr_bin_browser.1000.upload", 0h},
-      {"/var/cores/tuner-12.core", 90h},
+      {"/var/cores/tv-tuner-12.core", 90h},
+      {"/var/cores/tv-tuner-17.core", 1h},
       {"/var/cores/README", 0h},
   };
   const CapturedMachine machine(Files{{"/proc/sys/kernel/core_pattern", "/var/cores/%e-%p.core\n"}});
@@ -315,10 +316,12 @@ TEST(Services, CountCrashesOfTheLastWeek) {
     fs::last_write_time(machine.Get().Path(path), fs::file_time_type::clock::now() - age);
   }
   const auto services = trevlin::MakeServicesCollector();
-  Expect(machine.Collect(*services), "services.crashes_week=3 services.crash_name=browser");
+  Expect(machine.Collect(*services), "services.crashes_week=2 services.crash_name=tv-tuner");
   machine.Remove("/var/crash/_usr_bin_browser.1000.crash");
   machine.Remove("/var/cores");
   Expect(machine.Collect(*services), "services.crashes_week=1 services.crash_name=player");
+  machine.Remove("/var/lib/systemd/coredump");
+  Expect(machine.Collect(*services), "services.crashes_week=0 services.crash_name=?");
 }
 
 TEST(Services, AskSystemdForFailedUnits) {

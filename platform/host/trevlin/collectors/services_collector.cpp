@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 
 #include "base/glib_handle.h"
 #include "base/session_bus.h"
@@ -64,13 +65,19 @@ std::optional<CrashFolder> CoreFolder(const Machine& machine) {
   return CrashFolder{pattern.substr(0, slash), pattern.substr(slash + 1, first - slash - 1), pattern.substr(suffix)};
 }
 
-/// The program of a crash file: "core.NAME.1000.…" of systemd, "_usr_bin_NAME.1000.crash" of apport; else the file.
+/// The program of a crash file: "core.NAME.1000.…" of systemd, "_usr_bin_NAME.1000.crash" of apport, "NAME-77.core" of
+/// the kernel; the file where it has no name.
 std::string ProgramOf(const CrashFolder& folder, const std::string& file) {
   std::string name = file;
   if (folder.prefix == "core." && std::count(file.begin(), file.end(), '.') >= 5)
     name = file.substr(5, file.find('.', 5) - 5);
   else if (folder.suffix == ".crash")
     name = file.substr(0, file.find('.')).substr(file.substr(0, file.find('.')).rfind('_') + 1);
+  else if (file.size() >= folder.prefix.size() + folder.suffix.size())
+    name = file.substr(folder.prefix.size(), file.size() - folder.prefix.size() - folder.suffix.size());
+  // The process and the time follow.
+  if (const size_t end = name.find_last_not_of("0123456789.-_"); end != name.npos && folder.suffix != ".crash")
+    name.resize(end + 1);
   if (name.empty() || name.size() > kMaxTextBytes || !g_utf8_validate(name.data(), -1, nullptr)) return "";
   return name;
 }
@@ -84,8 +91,9 @@ class ServicesCollector : public Collector {
     return {
         {"services.failed", FactKind::kNumber, "", "services of the system that have failed; unknown without systemd"},
         {"services.failed_names", FactKind::kText, "", "their names, with blanks between them"},
-        {"services.crashes_week", FactKind::kNumber, "", "programs that crashed within the last seven days"},
-        {"services.crash_name", FactKind::kText, "", "the program that crashed last"},
+        {"services.crashes_week", FactKind::kNumber, "",
+         "crashes within the last seven days of the program that had the most"},
+        {"services.crash_name", FactKind::kText, "", "that program"},
     };
   }
 
@@ -106,23 +114,23 @@ class ServicesCollector : public Collector {
     const auto isSame = [&](const CrashFolder& folder) { return folder.path == core->path; };
     if (core && std::none_of(folders.begin(), folders.end(), isSame)) folders.push_back(*core);
     const auto since = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() - kWeek);
-    time_t newest = 0;
+    bool canRead = false;
+    std::map<std::string, int> crashes;
     for (const CrashFolder& folder : folders) {
       if (access(machine.Path(folder.path).c_str(), R_OK | X_OK) != 0) continue;
-      double& count = std::get<double>(facts.try_emplace("services.crashes_week", 0.0).first->second);
+      canRead = true;
       for (const std::string& file : ListNames(machine, folder.path)) {
         struct stat status;
-        if (!file.starts_with(folder.prefix) || !file.ends_with(folder.suffix) ||
-            lstat(machine.Path(folder.path + "/" + file).c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
-            status.st_mtime < since)
-          continue;
-        ++count;
-        const std::string program = ProgramOf(folder, file);
-        if (program.empty() || status.st_mtime < newest) continue;
-        newest = status.st_mtime;
-        facts["services.crash_name"] = program;
+        if (file.starts_with(folder.prefix) && file.ends_with(folder.suffix) &&
+            lstat(machine.Path(folder.path + "/" + file).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+            status.st_mtime >= since)
+          ++crashes[ProgramOf(folder, file)];
       }
     }
+    const auto worst = std::max_element(crashes.begin(), crashes.end(),
+                                        [](const auto& one, const auto& other) { return one.second < other.second; });
+    if (canRead) facts["services.crashes_week"] = worst == crashes.end() ? 0.0 : worst->second;
+    if (worst != crashes.end() && !worst->first.empty()) facts["services.crash_name"] = worst->first;
   }
 };
 
