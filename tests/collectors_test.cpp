@@ -345,6 +345,43 @@ TEST(Services, AskSystemdForFailedUnits) {
   EXPECT_EQ(failed(), "2 net.service sound.service");
 }
 
+TEST(Storage, AskTheDiskServiceForFailingDrives) {
+  const auto ata = [](const char* bus, int updated, bool isFailing) {
+    return "{'org.freedesktop.UDisks2.Drive': {'ConnectionBus': <'"s + bus +
+           "'>}, 'org.freedesktop.UDisks2.Drive.Ata': {'SmartUpdated': <uint64 " + std::to_string(updated) +
+           ">, 'SmartFailing': <" + (isFailing ? "true" : "false") + ">}}";
+  };
+  const auto nvme = [](const std::string& warnings) {
+    return "{'org.freedesktop.UDisks2.Drive': {'ConnectionBus': <''>}, 'org.freedesktop.UDisks2.NVMe.Controller': "
+           "{'SmartUpdated': <uint64 9>, 'SmartCriticalWarning': <@as [" +
+           warnings + "]>}}";
+  };
+  const struct {
+    std::string one, other;
+    const char* failing;
+  } kDrives[] = {
+      {ata("", 9, false), ata("", 9, true), "yes"},
+      {ata("", 9, false), ata("usb", 9, true), "no"},
+      {ata("", 0, true), "{'org.freedesktop.UDisks2.Block': {}}", "?"},
+      {nvme("'temperature'"), ata("", 0, false), "no"},
+      {nvme("'temperature', 'spare'"), ata("", 9, false), "yes"},
+  };
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  std::string objects;
+  const PlayedService disks(bus, "org.freedesktop.UDisks2", [&objects](GDBusMessage* call) {
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(reply, g_variant_new_parsed(objects.c_str()));
+    return reply;
+  });
+  for (const auto& each : kDrives) {
+    objects = "(@a{oa{sa{sv}}} {'/a': " + each.one + ", '/b': " + each.other + "},)";
+    Facts facts;
+    trevlin::MakeStorageCollector()->Collect({}, facts);
+    EXPECT_EQ(Told(facts["storage.smart_failing"]), each.failing) << objects;
+  }
+}
+
 TEST(SetFacts, TellPackagesProfileAndTheLastShutdown) {
   const std::string packages = set_paths::kPackagesDir;
   WriteFile(packages + "/good/manifest.json", R"({"package_id":"good","app_id":"good","title":"Good"})");

@@ -187,7 +187,7 @@ TEST(RulesFile, ThatIsNoRulesFileIsOneMistake) {
 const Facts kWell = FactsOf(R"(
   machine.kind=hardware
   storage.free_percent=40 storage.free_mib=3000 storage.inodes_free_percent=80 storage.read_only=no
-  storage.system_read_only_error=no storage.fs_errors=0 storage.wear_percent=30 storage.pre_eol=no
+  storage.system_read_only_error=no storage.fs_errors=0 storage.wear_percent=30 storage.pre_eol=no storage.smart_failing=no
   storage.removable_full=no
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
@@ -345,6 +345,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10100002, "display.edid_present=no display.edid_valid=? display.mode=800x600"},
       {10100003, "display.edid_valid=no"},
       {20040001, "storage.wear_percent=90"},
+      {20040003, "storage.pre_eol=? storage.smart_failing=yes"},
       {20050001, "services.crashes_week=3"},
       {20050002, "memory.pressure_some_avg60=40"},
       {20050003, "services.failed=1 services.failed_names=printer.service"},

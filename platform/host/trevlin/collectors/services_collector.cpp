@@ -3,13 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 
-#include "base/glib_handle.h"
-#include "base/session_bus.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
+#include "trevlin/collectors/system_bus.h"
 
 namespace trevlin {
 
@@ -17,26 +15,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kBusLimit = 1s;
 constexpr std::chrono::hours kWeek{7 * 24};
 constexpr size_t kMaxTextBytes = 128;
 
-using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
-
 /// The names of the units that have failed, sorted; nothing where systemd does not answer.
 std::optional<std::vector<std::string>> AskFailedUnits() {
-  const char* const given = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  const std::string address = given && *given ? given : "unix:path=/run/dbus/system_bus_socket";
-  const ContextHandle context(g_main_context_new());
-  std::string problem;
-  const auto bus = ConnectToBus(address, kBusLimit, context.get(), problem);
-  if (!bus) return std::nullopt;
+  constexpr BusMethod kList = {"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+                               "org.freedesktop.systemd1.Manager", "ListUnitsFiltered", "(a(ssssssouso))"};
   const char* const states[] = {"failed", nullptr};
-  const GVariantHandle reply(g_dbus_connection_call_sync(
-      bus.get(), "org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
-      "ListUnitsFiltered", g_variant_new("(^as)", states), G_VARIANT_TYPE("(a(ssssssouso))"),
-      G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(std::chrono::milliseconds(kBusLimit).count()), nullptr,
-      nullptr));
+  const GVariantHandle reply = AskSystemBus(kList, g_variant_new("(^as)", states));
   if (!reply) return std::nullopt;
   std::vector<std::string> names;
   const GVariantHandle units(g_variant_get_child_value(reply.get(), 0));

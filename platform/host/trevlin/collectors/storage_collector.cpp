@@ -9,6 +9,7 @@
 #include "system_path.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
+#include "trevlin/collectors/system_bus.h"
 
 namespace trevlin {
 
@@ -125,6 +126,50 @@ bool IsFull(const struct statvfs& disk) {
          static_cast<double>(disk.f_blocks) * static_cast<double>(disk.f_frsize) / kMib >= kFullMib;
 }
 
+/// Whether a drive, by the interfaces that the disk service (UDisks2) gives it, says that it is about to fail; unknown
+/// where it was not asked, and of USB cases.
+std::optional<bool> IsFailing(GVariant* interfaces) {
+  const auto find = [interfaces](const char* name) {
+    return GVariantHandle(g_variant_lookup_value(interfaces, name, G_VARIANT_TYPE("a{sv}")));
+  };
+  const GVariantHandle drive = find("org.freedesktop.UDisks2.Drive");
+  const char* bus = "";
+  if (!drive || (g_variant_lookup(drive.get(), "ConnectionBus", "&s", &bus) && std::string_view(bus) == "usb"))
+    return std::nullopt;
+  const GVariantHandle ata = find("org.freedesktop.UDisks2.Drive.Ata");
+  const GVariantHandle nvme = find("org.freedesktop.UDisks2.NVMe.Controller");
+  guint64 askedAt = 0;
+  GVariant* const told = ata ? ata.get() : nvme.get();
+  if (!told || !g_variant_lookup(told, "SmartUpdated", "t", &askedAt) || askedAt == 0) return std::nullopt;
+  gboolean isFailing = FALSE;
+  if (ata)
+    return g_variant_lookup(told, "SmartFailing", "b", &isFailing) ? std::optional(isFailing != FALSE) : std::nullopt;
+  const GVariantHandle warnings(g_variant_lookup_value(told, "SmartCriticalWarning", G_VARIANT_TYPE("as")));
+  if (!warnings) return std::nullopt;
+  // The others tell of heat and of memory beside the cells.
+  for (gsize i = 0; i < g_variant_n_children(warnings.get()); ++i) {
+    const GVariantHandle warning(g_variant_get_child_value(warnings.get(), i));
+    const std::string_view name = g_variant_get_string(warning.get(), nullptr);
+    if (name == "spare" || name == "degraded" || name == "readonly") return true;
+  }
+  return false;
+}
+
+std::optional<bool> IsAnyDriveFailing() {
+  constexpr BusMethod kObjects = {"org.freedesktop.UDisks2", "/org/freedesktop/UDisks2",
+                                  "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", "(a{oa{sa{sv}}})"};
+  const GVariantHandle reply = AskSystemBus(kObjects, nullptr);
+  if (!reply) return std::nullopt;
+  std::optional<bool> any;
+  const GVariantHandle objects(g_variant_get_child_value(reply.get(), 0));
+  for (gsize i = 0; i < g_variant_n_children(objects.get()); ++i) {
+    const GVariantHandle object(g_variant_get_child_value(objects.get(), i));
+    const GVariantHandle interfaces(g_variant_get_child_value(object.get(), 1));
+    if (const auto isFailing = IsFailing(interfaces.get())) any = any.value_or(false) || *isFailing;
+  }
+  return any;
+}
+
 class StorageCollector : public Collector {
  public:
   std::string_view Name() const override { return "storage"; }
@@ -143,6 +188,7 @@ class StorageCollector : public Collector {
         {"storage.wear_percent", FactKind::kNumber, "%",
          "life that the built-in flash has used; 110 is beyond its end"},
         {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
+        {"storage.smart_failing", FactKind::kTruth, "", "a built-in disk says that it is about to fail"},
         {"storage.removable_full", FactKind::kTruth, "",
          "a removable disk is over 97 % full, with less than 1 GiB free"},
     };
@@ -156,6 +202,7 @@ class StorageCollector : public Collector {
     const std::vector<std::string> removable = RemovableDisks(machine, mounts, data);
     AddErrors(machine, removable, facts);
     AddFlashHealth(machine, facts);
+    if (!machine.IsCaptured()) AddFact(facts, "storage.smart_failing", IsAnyDriveFailing());
     if (!mounts.empty() && !machine.IsCaptured())
       facts["storage.removable_full"] = IsRemovableFull(machine, mounts, removable);
   }
