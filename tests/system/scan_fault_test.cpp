@@ -207,7 +207,7 @@ TEST_F(ScanFault, EngineThatAnswersAfterTheListIsOpenAndThenFindsItsHistoryLocke
   const SqliteDb held = LockHistory();
   m_screen->Press({"Left", "Return"});
   ASSERT_TRUE(app.Says(kListIsOpen, 2));
-  EXPECT_TRUE(app.HasSaid("m_DiagResCallback triggered.. Size = 0"));
+  EXPECT_EQ(app.Count("m_DiagResCallback triggered.. Size = 3"), 2) << "what it finds is told though not recorded";
   EXPECT_TRUE(app.HasSaid("database is locked"));
   EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode));
   app.Settle();
