@@ -15,7 +15,8 @@ class CScreen {
 
   /// Builds the place anew, empty but for the header. False when there is no window to build it in.
   bool m_Build(const char* titleSid);
-  /// A vertical layout, centred, of the screen's width; what the screen shows goes here. Null when not built.
+  /// A vertical layout, centred, of the screen's width and the height that the header leaves, on a screen of 16:9 120
+  /// units; what the screen shows goes here. Null when not built.
   Evas_Object* m_pGetBody() const { return m_body; }
   bool m_IsBuilt() const { return m_layout != nullptr; }
 
@@ -45,7 +46,7 @@ class CScreen {
   TitleHeader m_header;
 };
 
-/// Adds a text to the layout `parent`; sizes in units.
+/// Adds a text to the layout `parent`; sizes in units, 0 for what it needs or, when it expands, gets.
 Evas_Object* AddText(Evas_Object* parent, const std::string& text, const char* font, const char* color,
                      FluxTextSize size, FluxAlign align, double width, double height);
 /// Adds an image box to the layout `parent`.

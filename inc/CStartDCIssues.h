@@ -61,7 +61,6 @@ class CStartDCIssues {
   CStartDCIssues();
 
   bool m_IsRow(int index) const { return index >= 0 && index < static_cast<int>(m_rows.size()); }
-  static double m_ListWidth();
   void m_BuildState(Evas_Object* parent);
   void m_BuildDone();
   void m_AddPopupButtons(const MapToDBTable& row);

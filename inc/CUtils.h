@@ -104,6 +104,8 @@ class CUtils {
   /// Darken what is on the screen so far, and undo the last of these. Called in pairs.
   void m_ShowDimBackground();
   void m_HideDimBackground();
+  /// Has the layers cover the screen as large as it is now.
+  void m_FitDimBackground();
 
   /// Something runs in the middle of `parent`, spoken every five seconds, and Back is blocked, until it is stopped.
   void m_CreateLoadingPopup(Evas_Object* parent);
@@ -112,7 +114,7 @@ class CUtils {
   /// Adds a title header to the layout `parent`; returns it.
   Evas_Object* m_pTitleHeader(Evas_Object* parent, TitleHeader& out, const char* titleSid);
   void m_SetHeaderImage(Evas_Object* imageBox, Evas_Object* textBox, const char* titleSid);
-  /// Adds a rounded plate of so many units to the layout `parent`.
+  /// Adds a rounded plate of so many units to the layout `parent`; 0 for all that is there.
   void m_CreateBottomFrame(Evas_Object*& out, Evas_Object* parent, double width, double height);
   void m_CreateButton(Evas_Object*& out, Evas_Object* parent, const std::string& text, double width, double height);
 

@@ -41,6 +41,7 @@ constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
 constexpr double kFrameTop = 8;
 constexpr double kFrameHeight = 36;
+constexpr double kFrameBottom = 11;
 constexpr double kEntryHeight = 26;
 constexpr double kGap = 4;
 
@@ -88,13 +89,17 @@ void CHomeScreen::m_BuildStateArea() {
   const std::string sid = CGetData::GetInstance()->getSIDForDeviceState(m_deviceState);
   VEXILO_LOGI("sid device state is %s", sid.c_str());
 
-  Evas_Object* const area = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  // What a higher screen has left goes above the picture and above the frame.
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, 0, kMargin, kFrameBottom);
+  Evas_Object* const area = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_BOTTOM, 0, 0);
+  elm_flux_expand_set(area, true);
   elm_flux_layout_padding_set(area, 0, kStateTop, 0, 0);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   m_stateImage =
       AddImage(area, MotionFrame(MotionOfDeviceState(m_deviceState), highContrast, 0), kStatePicture, kStatePicture);
-  AddText(area, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, "#FFFFFF", FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER,
-          CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * kMargin, kSentenceHeight);
+  Evas_Object* const sentence = AddText(area, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, "#FFFFFF",
+                                        FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kSentenceHeight);
+  elm_flux_expand_set(sentence, true);
 }
 
 void CHomeScreen::m_BuildUpperRow() {
@@ -132,11 +137,12 @@ void CHomeScreen::m_ShowRemainingIssues() {
 }
 
 void CHomeScreen::m_BuildBottomFrame() {
-  Evas_Object* const row = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  Evas_Object* const row = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_BOTTOM, 0, 0);
+  elm_flux_expand_set(row, true);
   elm_flux_layout_padding_set(row, 0, kFrameTop, 0, 0);
   Evas_Object* frame = nullptr;
   CUtils& utils = CUtils::Instance();
-  utils.m_CreateBottomFrame(frame, row, utils.m_GetFluxWidthOfScreen() - 2 * kMargin, kFrameHeight);
+  utils.m_CreateBottomFrame(frame, row, 0, kFrameHeight);
   Evas_Object* const content = elm_flux_layout_add(frame, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER);
   elm_flux_layout_gap_set(content, kGap);
   elm_object_content_set(frame, content);

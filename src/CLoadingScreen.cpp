@@ -27,6 +27,7 @@ constexpr char kMessage[] = "TV_SID_CARE_CHECKDING_YOUR_DEVICE_DOT";
 constexpr char kCheckMark[] = "dc_icon_check_s.svg";
 
 constexpr double kBodyTop = 38;  // units, as all sizes here
+constexpr double kBodyBottom = 48;
 constexpr double kCircleSize = 16;
 constexpr double kCheckMarkWidth = 6;
 constexpr double kCheckMarkHeight = 7;
@@ -75,7 +76,7 @@ void CLoadingScreen::m_StartLoading(Evas_Object* parent, char* launchFrom) {
 
 void CLoadingScreen::m_BuildBody() {
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, 0, kBodyTop, 0, 0);
+  elm_flux_layout_padding_set(body, 0, kBodyTop, 0, kBodyBottom);
 
   Evas_Object* const circle = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, kCircleSize, kCircleSize);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;

@@ -101,6 +101,7 @@ void CMainView::m_OnResize(void*, Evas*, Evas_Object* window, void*) {
   evas_object_geometry_get(window, nullptr, nullptr, &width, &height);
   CUtils::Instance().m_SetScreenWidth(width);
   CUtils::Instance().m_SetScreenHeight(height);
+  CUtils::Instance().m_FitDimBackground();
 }
 
 Eina_Bool CMainView::m_WindowKeyPress(void*, int, void* event) {

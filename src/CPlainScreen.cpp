@@ -5,6 +5,7 @@ namespace QUVA {
 namespace {
 
 constexpr double kTop = 40;  // units, as all sizes here
+constexpr double kBottom = 53;
 constexpr double kTextWidth = 180;
 constexpr double kTextHeight = 12;
 constexpr double kGap = 6;
@@ -18,7 +19,7 @@ void CPlainScreen::m_Open(const char* titleSid, const _returnCBStruct& entry, bo
   if (registers) utils.m_RegisterForReturnStack(entry, false);
   if (!m_screen.m_Build(titleSid)) return;
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, 0, kTop, 0, 0);
+  elm_flux_layout_padding_set(body, 0, kTop, 0, kBottom);
   elm_flux_layout_gap_set(body, kGap);
   AddText(body, CUtils::m_GetText("TV_SID_VEXILO_NO_ENTRY"), FLUX_FONT_400, "#FFFFFF", FLUX_TEXT_BODY,
           FLUX_ALIGN_CENTER, kTextWidth, kTextHeight);

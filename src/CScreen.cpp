@@ -8,9 +8,7 @@ namespace QUVA {
 
 namespace {
 
-constexpr double kScreenHeight = 135;  // units
-constexpr double kHeaderHeight = 15;
-constexpr double kMinWidth = 40;
+constexpr double kMinWidth = 40;  // units
 constexpr double kMinHeight = 108;
 constexpr double kToastTime = 3.0;  // seconds
 
@@ -27,11 +25,13 @@ bool CScreen::m_Build(const char* titleSid) {
     root = utils.m_pResetRootLayout();
   }
   if (!root) return false;
-  const double width = utils.m_GetFluxWidthOfScreen();
-  m_layout = AddLayout(root, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, width, kScreenHeight);
+  // Across the screen and down it, whatever its shape becomes; the body takes what the header leaves.
+  m_layout = AddLayout(root, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_expand_set(m_layout, true);
   elm_flux_min_size_set(m_layout, kMinWidth, kMinHeight);
   utils.m_pTitleHeader(m_layout, m_header, titleSid);
-  m_body = AddLayout(m_layout, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, width, kScreenHeight - kHeaderHeight);
+  m_body = AddLayout(m_layout, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_CENTER, 0, 0);
+  elm_flux_expand_set(m_body, true);
   return true;
 }
 

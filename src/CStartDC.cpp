@@ -60,6 +60,7 @@ constexpr double kPicture = 40;
 constexpr double kPercentWidth = 30;
 constexpr double kPercentHeight = 12;
 constexpr double kFrameTop = 4;
+constexpr double kFrameAndBelow = 65;
 constexpr double kFramePadding = 3.5;
 constexpr double kRowHeight = 12;
 constexpr double kRowGap = 1.5;
@@ -122,24 +123,27 @@ void CStartDC::m_StartDC() {
 
 void CStartDC::m_BuildBody() {
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, 0, kTop, 0, 0);
-  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * kMargin;
-  AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kWhite, FLUX_TEXT_ROW, FLUX_ALIGN_CENTER, width,
-          kTitleHeight);
+  const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
+  const double frameHeight = rows + 2 * kFramePadding;
+  elm_flux_layout_padding_set(body, kMargin, kTop, kMargin, kFrameAndBelow - frameHeight);
+  Evas_Object* const title = AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kWhite, FLUX_TEXT_ROW,
+                                     FLUX_ALIGN_CENTER, 0, kTitleHeight);
+  elm_flux_expand_set(title, true);
 
-  Evas_Object* const circle = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, kPicture, kPicture);
+  Evas_Object* const circle = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, 0, 0);
+  elm_flux_expand_set(circle, true);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   m_progressImage = AddImage(circle, MotionFrame(MOTION_PROGRESS, highContrast, 0), kPicture, kPicture);
   m_percentText =
       AddText(circle, "0%", FLUX_FONT_700, kWhite, FLUX_TEXT_DISPLAY, FLUX_ALIGN_CENTER, kPercentWidth, kPercentHeight);
 
-  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, kFrameTop + frameHeight);
+  elm_flux_expand_set(lower, true);
   elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
   Evas_Object* frame = nullptr;
-  const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
-  CUtils::Instance().m_CreateBottomFrame(frame, lower, width, rows + 2 * kFramePadding);
+  CUtils::Instance().m_CreateBottomFrame(frame, lower, 0, frameHeight);
   m_categoryList = elm_flux_layout_add(frame, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP);
-  elm_flux_layout_padding_set(m_categoryList, 0, kFramePadding, 0, kFramePadding);
+  elm_flux_layout_padding_set(m_categoryList, kRowPadding, kFramePadding, kRowPadding, kFramePadding);
   elm_flux_layout_gap_set(m_categoryList, kRowGap);
   elm_object_content_set(frame, m_categoryList);
 }
@@ -257,11 +261,12 @@ void CStartDC::m_AddInDCItemGenList(int step) {
 void CStartDC::m_AddCategoryRow(const char* sid, bool done) {
   const double height = kRowHeight * Enlargement();
   const double status = kStatusWidth * Enlargement();
-  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * (kMargin + kRowPadding);
-  Evas_Object* const row = AddLayout(m_categoryList, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, width, height);
+  Evas_Object* const row = AddLayout(m_categoryList, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, 0, height);
+  elm_flux_expand_set(row, true);
   const char* const category = SidOfCategory(sid);
   Evas_Object* const text = AddText(row, CUtils::m_GetText(category), FLUX_FONT_400, done ? kGreen : kWhite,
-                                    FLUX_TEXT_ROW, FLUX_ALIGN_LEFT, width - status, height);
+                                    FLUX_TEXT_ROW, FLUX_ALIGN_LEFT, 0, height);
+  elm_flux_expand_set(text, true);
   elm_flux_text_lines_set(text, 2);
   m_currentCategory = text;
   m_currentStatus = AddText(row, CUtils::m_GetText(done ? "SID_DONE" : "TV_SID_CARE_PROCESSING"), FLUX_FONT_600,

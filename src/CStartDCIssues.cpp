@@ -36,10 +36,10 @@ constexpr double kStatePicture = 34;
 constexpr double kStateTop = 4;
 constexpr double kStateGap = 2;
 constexpr double kVerdictHeight = 20;
-constexpr double kMiddleHeight = 78;
 constexpr double kColumnGap = 8;
 constexpr double kFrameTop = 3;
 constexpr double kFrameHeight = 17;
+constexpr double kFrameBottom = 7;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
 
@@ -72,20 +72,23 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideStartDCIssue(); }}, false);
   if (!m_screen.m_Build(kTitle)) return;
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, 0, kTop, 0, 0);
-  const double width = utils.m_GetFluxWidthOfScreen() - 2 * kMargin;
-  AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kWhite, FLUX_TEXT_LARGE, FLUX_ALIGN_CENTER, width,
-          kCompleteHeight);
+  elm_flux_layout_padding_set(body, kMargin, kTop, kMargin, kFrameBottom);
+  Evas_Object* const complete = AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kWhite, FLUX_TEXT_LARGE,
+                                        FLUX_ALIGN_CENTER, 0, kCompleteHeight);
+  elm_flux_expand_set(complete, true);
 
-  Evas_Object* const middle = AddLayout(body, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, width, kMiddleHeight);
+  Evas_Object* const middle = AddLayout(body, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, 0, 0);
+  elm_flux_expand_set(middle, true);
   elm_flux_layout_gap_set(middle, kColumnGap);
   m_BuildState(middle);
-  m_listArea = AddLayout(middle, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, m_ListWidth(), kMiddleHeight);
+  m_listArea = AddLayout(middle, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, 0, 0);
+  elm_flux_expand_set(m_listArea, true);
 
-  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, kFrameTop + kFrameHeight);
+  elm_flux_expand_set(lower, true);
   elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
   Evas_Object* frame = nullptr;
-  utils.m_CreateBottomFrame(frame, lower, width, kFrameHeight);
+  utils.m_CreateBottomFrame(frame, lower, 0, kFrameHeight);
   m_done = elm_flux_button_add(frame, FLUX_BUTTON_PLAIN);
   Evas_Object* const content = elm_flux_layout_add(frame, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER);
   elm_object_content_set(frame, content);
@@ -93,10 +96,6 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   m_BuildDone();
   m_CreateGenlistOrMsg();
   m_SetVoiceGuideText();
-}
-
-double CStartDCIssues::m_ListWidth() {
-  return CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * kMargin - kStateWidth - kColumnGap;
 }
 
 void CStartDCIssues::m_BuildState(Evas_Object* parent) {
@@ -108,7 +107,8 @@ void CStartDCIssues::m_BuildState(Evas_Object* parent) {
   const std::string file = MotionFrame(motion, highContrast, 0);
   VEXILO_LOGI("devicestae image file is %s", std::string(NameOnSet(file)).c_str());
 
-  Evas_Object* const column = AddLayout(parent, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, kStateWidth, kMiddleHeight);
+  Evas_Object* const column = AddLayout(parent, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, kStateWidth, 0);
+  elm_flux_expand_set(column, true);
   m_stateImage = AddImage(column, file, kStatePicture, kStatePicture);
   m_animationJob.m_Start(
       [this, motion](const CScreenJob::Control& control) { PlayMotion(control, m_stateImage, motion, 0, kLastFrame); },
@@ -177,10 +177,10 @@ void CStartDCIssues::m_DoneBtnClickCall() {
 void CStartDCIssues::m_CreateGenlistOrMsg() {
   elm_flux_layout_clear(m_listArea);
   if (m_rows.empty()) {
-    Evas_Object* const message =
-        AddText(m_listArea, CUtils::m_GetText(m_isAnySolved ? kAllSolved : kNothingFound), FLUX_FONT_600, kWhite,
-                FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, m_ListWidth(), kMiddleHeight);
+    Evas_Object* const message = AddText(m_listArea, CUtils::m_GetText(m_isAnySolved ? kAllSolved : kNothingFound),
+                                         FLUX_FONT_600, kWhite, FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, 0, 0);
     elm_flux_text_lines_set(message, 0);
+    elm_flux_expand_set(message, true);
     FocusWhenIdle(m_done);
     return;
   }

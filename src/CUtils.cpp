@@ -120,6 +120,10 @@ void CUtils::m_ShowDimBackground() {
   m_dimLayers.push_back(layer);
 }
 
+void CUtils::m_FitDimBackground() {
+  for (Evas_Object* const layer : m_dimLayers) evas_object_resize(layer, m_screenWidth, m_screenHeight);
+}
+
 void CUtils::m_HideDimBackground() {
   if (m_dimLayers.empty()) return;
   Evas_Object* const layer = m_dimLayers.back();
@@ -172,7 +176,8 @@ Evas_Object* CUtils::m_pTitleHeader(Evas_Object* parent, TitleHeader& out, const
   VEXILO_LOGI("Inside Loading Title");
   const bool twoLines = IsTwoLineTitle(titleSid);
   out.header = elm_flux_header_add(parent, twoLines ? FLUX_HEADER_TWO_LINES : FLUX_HEADER_ONE_LINE);
-  elm_flux_size_set(out.header, m_GetFluxWidthOfScreen(), twoLines ? kTwoLineHeaderHeight : kHeaderHeight);
+  elm_flux_size_set(out.header, 0, twoLines ? kTwoLineHeaderHeight : kHeaderHeight);
+  elm_flux_expand_set(out.header, true);
   elm_flux_header_plate_set(out.header, true);
 
   out.row = elm_flux_layout_add(out.header, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_LEFT);
@@ -201,6 +206,7 @@ void CUtils::m_SetHeaderImage(Evas_Object* imageBox, Evas_Object* textBox, const
 void CUtils::m_CreateBottomFrame(Evas_Object*& out, Evas_Object* parent, double width, double height) {
   out = elm_flux_plate_add(parent, FLUX_PLATE_PANEL, true, FLUX_PLATE_NORMAL);
   elm_flux_size_set(out, width, height);
+  elm_flux_expand_set(out, true);
   elm_flux_layout_pack(parent, out);
 }
 

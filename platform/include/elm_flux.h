@@ -92,7 +92,8 @@ void elm_flux_layout_render(Evas_Object* layout);
 /// The size of any widget; 0 for what its content needs.
 void elm_flux_size_set(Evas_Object* widget, double width, double height);
 void elm_flux_min_size_set(Evas_Object* widget, double width, double height);
-/// Whether the widget takes what its layout has left, in the direction of the layout and across.
+/// Whether the widget takes what its layout has left, in the direction of the layout and across, but for a direction in
+/// which it has a size. A text that does so needs no width of its own: it is broken or shortened to what there is.
 void elm_flux_expand_set(Evas_Object* widget, bool expand);
 
 // ---- surfaces

@@ -90,6 +90,8 @@ TEST(FluxLayout, PlacesItsChildrenOnEveryScreen) {
       for (auto& box : boxes) box = AddPlate(root, 20, 10);
       if (c.special == "hide") evas_object_hide(boxes[1]);
       elm_flux_expand_set(boxes[1], c.special == "expand");
+      elm_flux_expand_set(boxes[0], true);  // which has a size and keeps it
+      if (c.special == "expand") elm_flux_size_set(boxes[1], 0, 0);
       ui.Settle();
       for (int i = 0; i < 3; ++i) {
         if (c.x[i] < 0) continue;

@@ -279,17 +279,19 @@ class Screens : public testing::Test {
 
   std::unique_ptr<UiHarness> m_ui;
 
- private:
-  std::set<std::string> m_keys;  // events outlive the call
-  unsigned int m_keyTime = 0;
-
+ protected:
   void EachVisible(const std::function<void(Evas_Object*)>& call) const {
     for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
       if (!evas_object_smart_parent_get(each)) EachVisible(each, call);
   }
+
+ private:
   static void EachVisible(Evas_Object* object, const std::function<void(Evas_Object*)>& call) {
     if (!evas_object_visible_get(object)) return;
     call(object);
     for (Evas_Object* member : UiHarness::MembersOf(object)) EachVisible(member, call);
   }
+
+  std::set<std::string> m_keys;  // events outlive the call
+  unsigned int m_keyTime = 0;
 };

@@ -262,14 +262,54 @@ TEST_F(Screens, TheViewerLeavesToWhereTheSetWasLaunchedFrom) {
   EXPECT_EQ(std::tuple(g_loopEnds, StackSize()), std::tuple(3, 1u));
 }
 
+/// The header is across the upper edge, the frame across the lower one, and no text is wider than the window.
+TEST_F(Screens, EachScreenFollowsTheShapeOfTheWindow) {
+  struct {
+    const char* name;
+    std::function<void()> open;
+    double frameHeight, frameBottom;  // units
+  } const screens[] = {{"home", [] { OpenHome(); }, 36, 11},
+                       {"list", [] { OpenList(Rows(30)); }, 17, 7},
+                       {"scan", [] { CStartDC::Instance()->m_StartDC(); }, 46, 19}};
+  Open();
+  for (const auto& screen : screens) {
+    screen.open();
+    for (const auto& [width, height] : {std::pair(960, 540), {950, 350}, {500, 350}, {640, 512}, {450, 450}}) {
+      SCOPED_TRACE(testing::Message() << screen.name << " " << width << "x" << height);
+      m_ui->Resize(width, height);
+      EXPECT_TRUE(Soon([&] {
+        return std::ranges::none_of(Texts(), [](const Shown& text) { return text.at.width <= 1; });
+      })) << "the scan's rows are laid out anew at each step";
+      const auto px = elm_flux_unit_to_px;
+      int headers = 0, frames = 0;
+      EachVisible([&](Evas_Object* object) {
+        if (!elm_object_widget_check(object)) return;
+        const UiHarness::Geometry at = UiHarness::GeometryOf(object);
+        headers += at.x == 0 && std::abs(at.y) <= 1 && at.width == width && at.height == px(15);
+        frames += at.x == px(11) && at.width == width - 2 * px(11) && at.height == px(screen.frameHeight) &&
+                  std::abs(height - px(screen.frameBottom) - at.y - at.height) <= 2;
+      });
+      EXPECT_GE(headers, 1);
+      EXPECT_GE(frames, 1);
+      for (const Shown& text : Texts()) {
+        EXPECT_GE(text.at.x, 0) << text.text;
+        EXPECT_LE(text.at.x + text.at.width, width) << text.text;
+      }
+    }
+    CHomeScreen::Instance()->m_CleanObjects();
+    CStartDCIssues::Instance()->m_CleanObjects();
+  }
+}
+
 TEST_F(Screens, DimmingLiesInLayers) {
   Open();
+  UiHarness::Geometry screen{0, 0, 960, 540};
   const auto layers = [&] {
     int count = 0;
     for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each)) {
       int red = 1, alpha = 0;
       evas_object_color_get(each, &red, nullptr, nullptr, &alpha);
-      count += red == 0 && alpha == 178 && UiHarness::GeometryOf(each) == UiHarness::Geometry{0, 0, 960, 540};
+      count += red == 0 && alpha == 178 && UiHarness::GeometryOf(each) == screen;
     }
     return count;
   };
@@ -277,6 +317,9 @@ TEST_F(Screens, DimmingLiesInLayers) {
     Utils().m_ShowDimBackground();
     EXPECT_EQ(layers(), expected);
   }
+  screen = {0, 0, 1200, 600};
+  m_ui->Resize(screen.width, screen.height);
+  EXPECT_EQ(layers(), 2);
   for (const int expected : {1, 0, 0}) {
     Utils().m_HideDimBackground();
     EXPECT_EQ(layers(), expected);

@@ -95,6 +95,9 @@ class Widget {
   struct Wanted {
     double width = 0.0, height = 0.0, minWidth = 0.0, minHeight = 0.0;
     bool expand = false;
+
+    bool FillsAcross() const { return expand && width <= 0; }
+    bool FillsDown() const { return expand && height <= 0; }
   };
   Wanted m_wanted;
   /// What it says instead of its text.

@@ -41,7 +41,7 @@ std::vector<Child> VisibleChildren(const Eina_List* options) {
 
 /// What children need together: beside one another and below one another, gaps included, and the largest of them.
 struct Sums {
-  int wide = 0, tall = 0, widest = 0, tallest = 0, expanding = 0;
+  int wide = 0, tall = 0, widest = 0, tallest = 0, fillingAcross = 0, fillingDown = 0;
 };
 
 Sums SumUp(const std::vector<Child>& children, int gap) {
@@ -51,7 +51,8 @@ Sums SumUp(const std::vector<Child>& children, int gap) {
     sums.tall += child.size.height;
     sums.widest = std::max(sums.widest, child.size.width);
     sums.tallest = std::max(sums.tallest, child.size.height);
-    sums.expanding += child.wanted.expand ? 1 : 0;
+    sums.fillingAcross += child.wanted.FillsAcross() ? 1 : 0;
+    sums.fillingDown += child.wanted.FillsDown() ? 1 : 0;
   }
   const int gaps = gap * std::max(0, static_cast<int>(children.size()) - 1);
   sums.wide += gaps;
@@ -100,9 +101,9 @@ void Layout::PlaceAll(Evas_Object* box, const Eina_List* options) {
 
   // Laid out as if reading began at the left; mirrored at the end.
   const double startAcross = Mirrored() ? 1.0 - where.across : where.across;
-  int nextX = Within(room.width, std::min(room.width, sums.expanding ? room.width : sums.wide), startAcross);
-  int nextY = Within(room.height, std::min(room.height, sums.expanding ? room.height : sums.tall), where.down);
-  int expanded = 0;
+  int nextX = Within(room.width, std::min(room.width, sums.fillingAcross ? room.width : sums.wide), startAcross);
+  int nextY = Within(room.height, std::min(room.height, sums.fillingDown ? room.height : sums.tall), where.down);
+  int filled = 0;  // of the children that share what is spare
   for (const Child& child : children) {
     // What has no size of its own makes do with the room there is.
     Size size = child.size;
@@ -110,14 +111,14 @@ void Layout::PlaceAll(Evas_Object* box, const Eina_List* options) {
     const int leftHeight = m_type == FLUX_LAYOUT_VERTICAL ? room.height - nextY : room.height;
     if (child.wanted.width <= 0) size.width = std::clamp(size.width, 0, std::max(0, leftWidth));
     if (child.wanted.height <= 0) size.height = std::clamp(size.height, 0, std::max(0, leftHeight));
-    const auto shareOf = [&](int spare) {
-      return spare * (expanded + 1) / sums.expanding - spare * expanded / sums.expanding;
+    const auto share = [&](int spare, int sharing) {
+      const int before = filled++;
+      return spare * filled / sharing - spare * before / sharing;
     };
-    if (child.wanted.expand) {
-      size.width = m_type == FLUX_LAYOUT_HORIZONTAL ? size.width + shareOf(spareAcross) : room.width;
-      size.height = m_type == FLUX_LAYOUT_VERTICAL ? size.height + shareOf(spareDown) : room.height;
-      ++expanded;
-    }
+    if (child.wanted.FillsAcross())
+      size.width = m_type == FLUX_LAYOUT_HORIZONTAL ? size.width + share(spareAcross, sums.fillingAcross) : room.width;
+    if (child.wanted.FillsDown())
+      size.height = m_type == FLUX_LAYOUT_VERTICAL ? size.height + share(spareDown, sums.fillingDown) : room.height;
     int childX = m_type == FLUX_LAYOUT_HORIZONTAL ? nextX : Within(room.width, size.width, startAcross);
     const int childY = m_type == FLUX_LAYOUT_VERTICAL ? nextY : Within(room.height, size.height, where.down);
     if (Mirrored()) childX = room.width - childX - size.width;

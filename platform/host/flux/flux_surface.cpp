@@ -1,5 +1,6 @@
 #include "flux/flux_surface.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <Ecore_Evas.h>
@@ -38,7 +39,8 @@ const char* PlateStyle(FluxPlateType type) {
   return "panel";
 }
 
-/// The background fills the window; what it shows lies in the middle, as large as the unturned window times the zoom.
+/// The background fills the window; what it shows lies in the middle, as large as the unturned window times the zoom
+/// where there is room for it.
 class Background : public Widget {
  public:
   Background(Evas_Object* box, Evas_Object* window) : Widget(box), m_window(window) {
@@ -82,8 +84,8 @@ class Background : public Widget {
     evas_object_geometry_get(Object(), &x, &y, &width, &height);
     evas_object_geometry_set(m_surround, x, y, width, height);
     const bool upright = IsTurnedUpright(m_window);
-    const int shownWidth = static_cast<int>(std::lround((upright ? height : width) * Zoom()));
-    const int shownHeight = static_cast<int>(std::lround((upright ? width : height) * Zoom()));
+    const int shownWidth = std::min(width, static_cast<int>(std::lround((upright ? height : width) * Zoom())));
+    const int shownHeight = std::min(height, static_cast<int>(std::lround((upright ? width : height) * Zoom())));
     evas_object_geometry_set(m_surface, x + (width - shownWidth) / 2, y + (height - shownHeight) / 2, shownWidth,
                              shownHeight);
   }

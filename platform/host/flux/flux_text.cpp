@@ -170,7 +170,10 @@ class Text : public Widget {
     Restyle();
   }
 
-  Size ContentSize() const override { return m_box->NeededSize(); }
+  Size ContentSize() const override {
+    const Size text = m_box->NeededSize();
+    return {m_wanted.FillsAcross() ? 0 : text.width, text.height};
+  }
 
   void Restyle() override {
     FollowThemeScale();
