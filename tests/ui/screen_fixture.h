@@ -279,7 +279,6 @@ class Screens : public testing::Test {
 
   std::unique_ptr<UiHarness> m_ui;
 
- protected:
   void EachVisible(const std::function<void(Evas_Object*)>& call) const {
     for (Evas_Object* each = evas_object_bottom_get(m_ui->Canvas()); each; each = evas_object_above_get(each))
       if (!evas_object_smart_parent_get(each)) EachVisible(each, call);
