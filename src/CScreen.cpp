@@ -41,11 +41,14 @@ void CScreen::m_Show() {
 
 void CScreen::m_Hide() {
   m_DismissToast();
-  if (m_layout) evas_object_hide(m_layout);
+  if (!m_layout) return;
+  elm_flux_access_say("");  // what it still says is of no use on the next one
+  evas_object_hide(m_layout);
 }
 
 void CScreen::m_Clean() {
   m_toast.m_Delete();
+  if (m_layout) elm_flux_access_say("");
   m_layout.m_Delete();
 }
 

@@ -12,6 +12,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 const std::string kHeard = SystemPath("/tmp/heard");
 
 /// Waits until what was heard is just this.
@@ -19,14 +21,22 @@ void ExpectHeard(const std::string& text) {
   EXPECT_TRUE(Eventually([&] { return ReadFile(kHeard) == text; })) << ReadFile(kHeard);
 }
 
-/// An espeak-ng that writes down what it is asked, and speaks until it is stopped when the text begins with "long".
+void Announce(const std::string& text) {
+  speech::Say(text, speech::Kind::kAnnouncement);
+}
+void Focus(const std::string& text) {
+  speech::Say(text, speech::Kind::kFocus);
+}
+
+/// An espeak-ng that writes down what it is asked, and speaks until it is stopped when the text begins with "long", or
+/// until there is a file when it begins with "wait".
 constexpr char kEspeak[] = R"(#!/bin/bash
 trap 'echo cut >>"$HEARD"; exit 0' TERM
 text=$(</dev/stdin)
 echo "$* | $text" >>"$HEARD"
 [[ $text = fail* ]] && exit 1
-[[ $text = long* ]] || exit 0
-while :; do read -rt 0.02 <> <(:); done
+[[ $text = wait* || $text = long* ]] || exit 0
+until [[ $text = wait* && -e $HEARD.on ]]; do read -rt 0.02 <> <(:); done
 )";
 
 class Speech : public testing::Test {
@@ -43,13 +53,27 @@ class Speech : public testing::Test {
   static void SetLanguage(const char* locale) { ASSERT_EQ(vconf_set_str("db/menu_widget/language", locale), 0); }
 };
 
-TEST_F(Speech, ALaterTextCutsAnEarlierOneOffAndNoProcessIsLeft) {
-  speech::Say("long; $(touch /tmp/x) \"one\"\nline");
-  std::string heard = "-v en-us --stdin | long; $(touch /tmp/x) \"one\"\nline\n";
+TEST_F(Speech, AnnouncementsAreSpokenInTurnAndTheFocusAfterThemAndNoProcessIsLeft) {
+  constexpr char kAsked[] = "-v en-us --stdin | ";
+  Announce("wait; $(touch /tmp/x) \"one\"\nline");
+  std::string heard = kAsked + "wait; $(touch /tmp/x) \"one\"\nline\n"s;
   ExpectHeard(heard);
-  speech::Say("long two");
-  ExpectHeard(heard += "cut\n-v en-us --stdin | long two\n");
-  speech::Say("");
+  Focus("row 1");
+  Announce("two");
+  Announce("two");  // it waits already
+  Focus("long row 2");
+  WriteFile(kHeard + ".on", "");
+  ExpectHeard(heard += kAsked + "two\n"s + kAsked + "long row 2\n");
+  Focus("long row 3");
+  ExpectHeard(heard += "cut\n"s + kAsked + "long row 3\n");
+  Announce("long three");
+  ExpectHeard(heard += "cut\n"s + kAsked + "long three\n");
+  Announce("four");
+  Focus("row 4");
+  Announce("");
+  Announce("long five");
+  ExpectHeard(heard += "cut\n"s + kAsked + "long five\n");
+  Announce("");
   ExpectHeard(heard += "cut\n");
   EXPECT_TRUE(Eventually([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
 }
@@ -61,7 +85,7 @@ TEST_F(Speech, VoiceFollowsTheMenuLanguage) {
   std::string heard;
   for (const auto& [locale, voice] : cases) {
     SetLanguage(locale);
-    speech::Say("text");
+    Announce("text");
     ExpectHeard(heard += std::string("-v ") + voice + " --stdin | text\n");
   }
 }
@@ -70,14 +94,14 @@ TEST_F(Speech, SaysOnceThatThereIsNoSpeech) {
   setenv("PATH", "/nonexistent", 1);
   SetLanguage("no locale");  // which it says for each text that it takes up
   for (int i = 1; i <= 3; ++i) {
-    speech::Say("text");
+    Focus("text");
     EXPECT_TRUE(Eventually([i] { return TimesIn(ReadLog(), "is no locale") == i; })) << ReadLog();
   }
   EXPECT_EQ(TimesIn(ReadLog(), "no speech: speech-dispatcher does not run, and espeak-ng is not installed"), 1);
 }
 
 TEST_F(Speech, SaysThatTheProgramFails) {
-  speech::Say("fail");
+  Announce("fail");
   EXPECT_TRUE(Eventually([] { return TimesIn(ReadLog(), "espeak-ng failed") == 1; })) << ReadLog();
 }
 
@@ -90,19 +114,22 @@ TEST_F(Speech, PrefersSpeechDispatcherAndOutlivesIt) {
     const FdHandle listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener.get(), 1), 0);
-    speech::Say("Hello\n.dot");
+    Announce("Hello\n.dot");
+    Focus("Row");
     const FdHandle client(accept(listener.get(), nullptr, nullptr));
-    for (const std::string request : {"SET SELF CLIENT_NAME vexilo:vexilo:main\r\n", "CANCEL SELF\r\n",
-                                      "SET SELF LANGUAGE pt-BR\r\n", "SPEAK\r\n", "Hello\r\n..dot\r\n.\r\n"}) {
+    for (const std::string request :
+         {"SET SELF CLIENT_NAME vexilo:vexilo:main\r\n", "SET SELF PRIORITY MESSAGE\r\n", "SET SELF LANGUAGE pt-BR\r\n",
+          "SPEAK\r\n", "Hello\r\n..dot\r\n.\r\n", "SET SELF PRIORITY TEXT\r\n", "SET SELF LANGUAGE pt-BR\r\n",
+          "SPEAK\r\n", "Row\r\n.\r\n"}) {
       std::string received(request.size(), ' ');
       recv(client.get(), received.data(), received.size(), MSG_WAITALL);
       ASSERT_EQ(received, request);
-      if (!request.ends_with("\r\n.\r\n")) send(client.get(), "200 OK\r\n", 8, MSG_NOSIGNAL);
+      if (request != "Row\r\n.\r\n") send(client.get(), "200 OK\r\n", 8, MSG_NOSIGNAL);
     }
   }
   fs::remove(address.sun_path);
   // It hung up in the middle of that, and is gone: the text is not lost.
-  ExpectHeard("-v pt-br --stdin | Hello\n.dot\n");
+  ExpectHeard("-v pt-br --stdin | Row\n");
 }
 
 }  // namespace

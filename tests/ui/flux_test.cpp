@@ -11,6 +11,7 @@
 #include "elm_flux.h"
 #include "flux/flux_core.h"
 #include "set_paths.h"
+#include "speech/voice.h"
 #include "system_path.h"
 #include "ui/ui_harness.h"
 #include "vconf.h"
@@ -21,8 +22,8 @@ std::vector<std::string> g_said;
 
 }  // namespace
 
-void elm_flux_access_say(const char* text) {
-  g_said.emplace_back(text);
+void speech::Say(const std::string& text, Kind kind) {
+  g_said.push_back((kind == Kind::kFocus ? "" : "announced: ") + text);
 }
 
 namespace {
@@ -218,7 +219,7 @@ TEST(FluxSet, FollowsTheSettings) {
   EXPECT_TRUE(ui.PumpUntil([] { return !elm_config_access_get(); }));
 }
 
-TEST(FluxSet, SpeaksWhatGetsTheFocusWhileTheScreenReaderIsOn) {
+TEST(FluxSet, SpeaksWhatHasTheFocusInTheEndWhileTheScreenReaderIsOn) {
   UiHarness ui(1280, 720);
   Evas_Object* root = ui.Root();
   Evas_Object* first = AddButton(root, "First & last");
@@ -236,11 +237,31 @@ TEST(FluxSet, SpeaksWhatGetsTheFocusWhileTheScreenReaderIsOn) {
   EXPECT_THAT(g_said, testing::ElementsAre("First & last", "Second of two"));
   ui.Key("Return");
   EXPECT_EQ(clicks, 1);
+
+  g_said.clear();
+  elm_object_focus_set(first, EINA_TRUE);  // in passing
+  elm_object_focus_set(second, EINA_TRUE);
+  ui.Settle();
+  elm_object_focus_set(first, EINA_TRUE);
+  evas_object_hide(root);
+  ui.Settle();
+  evas_object_show(root);
+  elm_object_focus_set(second, EINA_TRUE);
+  evas_object_del(second);
+  elm_flux_toast_add(ui.Window(), "Message", 5);
+  ui.Settle();
+  Evas_Object* popup = elm_flux_popup_add(ui.Window());
+  elm_flux_popup_title_set(popup, "Title");
+  elm_flux_popup_button_add(popup, "OK");
+  ui.Settle();
+  EXPECT_THAT(g_said, testing::ElementsAre("Second of two", "announced: Message", "First & last", "Title. OK"));
 }
 
-TEST(FluxSet, WorksWithoutItsTheme) {
+TEST(FluxSet, WorksWithoutItsThemeAndWithAWrongWindowSize) {
+  setenv("VEXILO_WINDOW", "640x480junk", 1);
   UiHarness ui(1280, 720, UiHarness::Theme::kMissing);
   EXPECT_THAT(LogText(), testing::HasSubstr("/usr/share/vexilo-flux/flux.edj"));
+  EXPECT_THAT(LogText(), testing::HasSubstr("VEXILO_WINDOW=\"640x480junk\" is no size"));
   Evas_Object* root = ui.Root();
   Evas_Object* button = AddButton(root, "OK");
   Evas_Object* text = Pack(root, elm_flux_text_add(root), 60, 10, "Text");

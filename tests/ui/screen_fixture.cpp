@@ -2,12 +2,13 @@
 
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
+#include "speech/voice.h"
 #include "trevlin/trevlin_database.h"
 #include "trevlin_engine.h"
 
 // What would end the process, speak, or depend on this machine's network is taken over.
-void elm_flux_access_say(const char* text) {
-  g_said.emplace_back(text);
+void speech::Say(const std::string& text, Kind kind) {
+  g_said.push_back((kind == Kind::kFocus ? "focus: " : "") + text);
 }
 void elm_exit() {
   ++g_loopEnds;

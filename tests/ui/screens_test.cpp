@@ -14,6 +14,8 @@ using QUVA::CLoadingScreen;
 using QUVA::CStartDC;
 using QUVA::CStartDCIssues;
 using QUVA::CUtils;
+using testing::ElementsAre;
+using testing::StartsWith;
 
 std::vector<std::string> Words(const std::string& text) {
   std::istringstream words(text);
@@ -343,6 +345,41 @@ TEST_F(Screens, TheLoadingPopupBlocksKeysAndSpeaksUntilItIsStopped) {
   Utils().m_CleanObjects();
   Utils().m_StopLoadingPopup();
   EXPECT_FALSE(Utils().m_GetKeyBlock());
+}
+
+TEST_F(Screens, AScreenEndsWhatWasSpokenAndSaysItsSentenceBeforeWhatHasTheFocus) {
+  vconf_set_int("db/menu/system/accessibility/voiceguide", 1);
+  Profile(kPlain);
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
+  const auto said = [this] {
+    Pass();
+    return std::exchange(g_said, {});
+  };
+  const auto text = [](const char* sid) { return CUtils::m_GetText(sid); };
+  said();
+  OpenHome();
+  ASSERT_TRUE(FocusBecomes("remaining"));
+  const std::string remaining = elm_object_text_get(m_ui->Focused());
+  EXPECT_THAT(said(), ElementsAre(StartsWith(text("TV_SID_CARE_VEXILO") + ", "), "focus: " + remaining));
+  Press("Return");
+  ASSERT_TRUE(FocusBecomes("list"));
+  const std::string complete = text("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE");
+  EXPECT_THAT(said(), ElementsAre("", complete, StartsWith("focus: " + text("TV_SID_VEXILO_OFF_TIMER_ON"))));
+  Press("XF86Back");
+  ASSERT_TRUE(FocusBecomes("remaining"));
+  const std::vector<std::string> back = said();
+  EXPECT_EQ(std::tuple(back.front(), back.back()), std::tuple("", "focus: " + remaining));
+  Press("Left Return");
+  ASSERT_TRUE(Soon([] { return Utils().m_GetKeyBlock(); }));
+  EXPECT_THAT(said(), ElementsAre("focus: " + text("TV_SID_CARE_START_VEXILO"), "",
+                                  text("TV_SID_CARE_VEXILO_IN_PROGRESS_DOT")));
+  CStartDC::Instance()->m_CleanObjects();
+  said();
+  OpenList({});
+  ASSERT_TRUE(FocusBecomes("done"));
+  EXPECT_THAT(said(), ElementsAre(complete + ", " + text("TV_SID_CHECK_SELF_DIAGNOSIS"),
+                                  StartsWith("focus: " + text("SID_DONE"))));
 }
 
 TEST_F(Screens, TheSetIsAskedAnewEachTimeAndMaySayNothing) {

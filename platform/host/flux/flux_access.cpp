@@ -1,6 +1,29 @@
-#include "elm_flux.h"
+#include <utility>
+
+#include "flux/flux_core.h"
+#include "flux/flux_keys.h"
+#include "flux/flux_surface.h"
 #include "speech/voice.h"
 
+namespace flux {
+
+Widget* Widget::s_toSpeak = nullptr;
+
+void Widget::SpeakSoon() {
+  if (!elm_config_access_get()) return;
+  if (!std::exchange(s_toSpeak, this)) ecore_idler_add(SpeakFocus, nullptr);
+}
+
+Eina_Bool Widget::SpeakFocus(void*) {
+  const Widget* const widget = std::exchange(s_toSpeak, nullptr);
+  if (!widget || !IsInSight(widget->m_object)) return ECORE_CALLBACK_CANCEL;
+  if (!IsWithin(elm_object_focused_object_get(widget->m_object), widget->m_object)) return ECORE_CALLBACK_CANCEL;
+  if (const std::string text = widget->Speech(); !text.empty()) speech::Say(text, speech::Kind::kFocus);
+  return ECORE_CALLBACK_CANCEL;
+}
+
+}  // namespace flux
+
 void elm_flux_access_say(const char* text) {
-  if (text && elm_config_access_get()) speech::Say(text);
+  if (text && elm_config_access_get()) speech::Say(text, speech::Kind::kAnnouncement);
 }

@@ -195,11 +195,12 @@ Widget::Widget(Evas_Object* object) : m_object(object) {
   evas_object_event_callback_add(object, EVAS_CALLBACK_SHOW, visibilityChanged, this);
   evas_object_event_callback_add(object, EVAS_CALLBACK_HIDE, visibilityChanged, this);
   evas_object_smart_callback_add(
-      object, "focused", [](void* data, Evas_Object*, void*) { static_cast<Widget*>(data)->Speak(); }, this);
+      object, "focused", [](void* data, Evas_Object*, void*) { static_cast<Widget*>(data)->SpeakSoon(); }, this);
   evas_object_show(object);
 }
 
 Widget::~Widget() {
+  if (s_toSpeak == this) s_toSpeak = nullptr;
   std::erase(TheState().widgets, this);
   evas_object_data_del(m_object, kDataKey);
 }
@@ -216,11 +217,6 @@ std::string Widget::Speech() const {
   if (m_accessInfo) return m_accessInfo();
   const char* text = elm_object_text_get(m_object);
   return text ? text : "";
-}
-
-void Widget::Speak() const {
-  if (!elm_config_access_get()) return;
-  if (const std::string text = Speech(); !text.empty()) elm_flux_access_say(text.c_str());
 }
 
 Widget::Size Widget::NeededSize() const {

@@ -88,8 +88,9 @@ class Widget {
   virtual void Restyle() {}
   /// What the screen reader says; empty for nothing.
   std::string Speech() const;
-  /// Speaks now if the screen reader is on.
-  void Speak() const;
+  /// Has the screen reader, if it is on, say what has the focus once the loop is idle: this widget, if it, or what is in
+  /// it, then still has it and is in sight. Until then the toolkit may try one widget after the other.
+  void SpeakSoon();
 
   /// What its maker asked for, in units; 0 for what the content needs.
   struct Wanted {
@@ -119,7 +120,9 @@ class Widget {
 
  private:
   static void LogWrongWidget(const char* caller);
+  static Eina_Bool SpeakFocus(void*);
 
+  static Widget* s_toSpeak;
   Evas_Object* m_object;
 };
 

@@ -133,7 +133,7 @@ void ItemWidget::FocusItem(int index) {
   ShowFocus(index, m_hasFocus);
   Reveal(index);
   if (!m_hasFocus) return;
-  Speak();
+  SpeakSoon();
   if (left && !Emit("item,unfocused", before)) return;
   if (m_focused == index) Emit("item,focused", index);
 }

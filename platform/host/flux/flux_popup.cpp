@@ -224,7 +224,7 @@ void Popup::TakeFocus() {
   if (m_buttons.empty()) return;
   m_toFocus = std::clamp(m_toFocus, 0, static_cast<int>(m_buttons.size()) - 1);
   elm_object_focus_set(m_buttons[m_toFocus], true);
-  if (!std::exchange(m_spoken, true)) Speak();  // instead of the button alone
+  if (!std::exchange(m_spoken, true)) SpeakSoon();  // instead of the button alone
 }
 
 void Popup::FocusButton(int index) {

@@ -44,6 +44,7 @@ void OnEnlarge(keynode_t*, void*) {
 }
 
 void OnScreenReader(keynode_t*, void*) {
+  if (!IsOn(kScreenReaderKey)) elm_flux_access_say("");
   elm_config_access_set(IsOn(kScreenReaderKey));
 }
 

@@ -29,7 +29,6 @@ class Toast : public Widget {
 Toast::Toast(Evas_Object* toast, Evas_Object* parent, const std::string& text, double seconds)
     : Widget(toast), m_floating(toast, parent, Floor::kToast, [this](const Eina_Rect& room) { Place(room); }) {
   elm_object_text_set(toast, MarkupOf(text.c_str()).c_str());
-  m_accessInfo = [text] { return text; };
   evas_object_pass_events_set(toast, true);
   m_timer = ecore_timer_add(
       seconds,
@@ -41,7 +40,7 @@ Toast::Toast(Evas_Object* toast, Evas_Object* parent, const std::string& text, d
       },
       this);
   Restyle();
-  Speak();
+  elm_flux_access_say(text.c_str());
 }
 
 Toast::~Toast() {

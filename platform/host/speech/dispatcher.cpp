@@ -92,11 +92,14 @@ bool Dispatcher::Ask(const std::string& command) {
   return ReadReply().starts_with('2');  // 2xx: done
 }
 
-bool Dispatcher::Say(const std::string& text, const std::string& locale) {
+bool Dispatcher::Say(const std::string& text, Kind kind, const std::string& locale) {
+  // Messages are spoken one after the other; texts wait for them, and a text cancels the one before it.
+  const std::string priority = kind == Kind::kAnnouncement ? "MESSAGE" : "TEXT";
   // A connection that was lost since the last text is made anew once.
   for (const bool fresh : {false, true}) {
     if ((fresh || !m_socket) && !Connect()) return false;
-    if (Ask("CANCEL SELF") && Ask("SET SELF LANGUAGE " + LanguageTag(locale)) && Ask("SPEAK") && Ask(Message(text)))
+    if (Ask("SET SELF PRIORITY " + priority) && Ask("SET SELF LANGUAGE " + LanguageTag(locale)) && Ask("SPEAK") &&
+        Ask(Message(text)))
       return true;
     m_socket.reset();
   }

@@ -8,15 +8,17 @@
 #include <string>
 
 #include "c_handle.h"
+#include "speech/voice.h"
 
 namespace speech {
 
 /// A connection to speech-dispatcher, made when it is first needed and again when it was lost.
 class Dispatcher {
  public:
-  /// False where there is none, or it does not do as it is told.
-  bool Say(const std::string& text, const std::string& locale);
-  /// Ends what is spoken. Says nothing and connects to nobody.
+  /// Has it spoken when it is its turn, by the protocol's priorities. False where there is no dispatcher, or it does not
+  /// do as it is told.
+  bool Say(const std::string& text, Kind kind, const std::string& locale);
+  /// Ends what is spoken and what waits. Says nothing and connects to nobody.
   void Cancel();
 
  private:

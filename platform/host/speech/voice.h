@@ -9,9 +9,13 @@
 
 namespace speech {
 
-/// Speaks `text` (UTF-8), and cuts off what is being spoken; an empty text only does that. Returns at once; of texts
-/// that come faster than they can be begun the last one is spoken. Where the machine has no speech, or it fails, the
-/// log says so once. Any thread.
-void Say(const std::string& text);
+enum class Kind {
+  kAnnouncement,  ///< what a screen or a message says: spoken after the announcements before it; cuts a focus text off
+  kFocus,         ///< what has the focus: waits for announcements, and replaces a focus text spoken or waiting
+};
+
+/// Speaks `text` (UTF-8) when it is its turn. An empty text ends what is spoken and drops what waits. Returns at once.
+/// Where the machine has no speech, or it fails, the log says so once. Any thread.
+void Say(const std::string& text, Kind kind);
 
 }  // namespace speech
