@@ -216,6 +216,10 @@ TEST_F(HostAppFramework, ForwardedRequestsAreDeliveredOneAfterTheOther) {
   ExpectEnd(second, {});
   ExpectRun({"do=hide and show"}, {});
   ExpectLines(first, {"request <do=hide and show>", "pause", "resume", "done"});
+  ExpectRun({"do=open"}, {});
+  ExpectLines(first, {"request <do=open>", "done", "front"});
+  ExpectRun({"launch_mech=bg_inference"}, {});
+  ExpectLines(first, {"request <launch_mech=bg_inference>", "done"});
   ExpectRun({"do=exit"}, {});
   ExpectEnd(first, {"request <do=exit>", "done", "terminate"});
 }

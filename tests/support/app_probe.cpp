@@ -63,6 +63,7 @@ void Request(app_control_h request, void*) {
   if (what == "exit" || what == "exit and linger") ui_app_exit();
   if (what == "nest" || what == "exit and linger") RunNestedLoop();
   if (what == "launch") Launch("org.example.show");
+  if (what == "open") app_framework::SetBringToFront([] { Say("front"); });
   if (what == "hide and show") {
     for (int i = 0; i < 2; ++i) app_framework::PauseApplication();
     for (int i = 0; i < 2; ++i) app_framework::ResumeApplication();

@@ -3,6 +3,7 @@
 #include <Elementary.h>
 #include <glib-unix.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <deque>
@@ -61,6 +62,11 @@ struct Request {
   SingleInstance::Answer answer;
 };
 
+/// Whether a request is to be worked off without a screen.
+bool IsForBackground(const Extras& extras) {
+  return std::ranges::find(extras, Extras::value_type("launch_mech", "bg_inference")) != extras.end();
+}
+
 void TakeForeground() {
   vconf_set_str(kForegroundAppKey, kApplicationId);
 }
@@ -102,6 +108,7 @@ class Application {
 };
 
 Application* g_application = nullptr;
+void (*g_bringToFront)() = nullptr;
 
 int Application::Run() {
   Extras firstRequest = ParseArguments(m_argc, m_argv);
@@ -183,6 +190,7 @@ void Application::Deliver() {
   m_delivering = true;
   if (m_callbacks.app_control) m_callbacks.app_control(&request, m_userData);
   m_delivering = false;
+  if (!m_exiting && g_bringToFront && !IsForBackground(request.extras)) g_bringToFront();
   ScheduleDelivery();
 }
 
@@ -210,6 +218,10 @@ void Application::Terminate() {
 }
 
 }  // namespace
+
+void SetBringToFront(void (*bringToFront)()) {
+  g_bringToFront = bringToFront;
+}
 
 void PauseApplication() {
   if (g_application) g_application->SetVisible(false);

@@ -99,6 +99,12 @@ void ChooseSize(Evas_Object* window) {
   evas_object_resize(window, width, height);
 }
 
+void BringToFront() {
+  elm_win_iconified_set(g_window, EINA_FALSE);
+  elm_win_raise(g_window);
+  elm_win_activate(g_window);
+}
+
 void FollowWindow(Evas_Object* window) {
   const auto on = [window](const char* event, Evas_Smart_Cb callback) {
     evas_object_smart_callback_add(window, event, callback, nullptr);
@@ -113,6 +119,7 @@ void FollowWindow(Evas_Object* window) {
   const auto gone = [](void*, Evas*, Evas_Object*, void*) {
     for (const FollowedKey& followed : kFollowedKeys) vconf_ignore_key_changed(followed.key, followed.changed);
     g_window = nullptr;
+    app_framework::SetBringToFront(nullptr);
   };
   evas_object_event_callback_add(window, EVAS_CALLBACK_DEL, gone, nullptr);
 }
@@ -128,6 +135,7 @@ bool elm_flux_init(Evas_Object* window) {
     return false;
   }
   g_window = window;
+  app_framework::SetBringToFront(BringToFront);
   if (!FLUX_EVENT_HIGH_CONTRAST_CHANGED) {
     FLUX_EVENT_HIGH_CONTRAST_CHANGED = ecore_event_type_new();
     FLUX_EVENT_ENLARGE_CHANGED = ecore_event_type_new();
