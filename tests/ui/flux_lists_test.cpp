@@ -124,6 +124,50 @@ TEST_F(FluxItems, ListScrollsSoThatTheFocusAndHalfOfTheNextRowAreSeenAndDrawsNoO
   expectSeen(500);
 }
 
+TEST_F(FluxItems, TheFocusFollowsTheWheelAndAKeyGoesOnFromThere) {
+  AddList(100);
+  elm_object_focus_set(m_items, true);
+  Evas_Object* rows = elm_object_part_content_get(m_items, "elm.swallow.content");
+  int content = 0;
+  elm_scroller_child_size_get(rows, nullptr, &content);
+  const int row = content / 100;
+  const auto isSeen = [&] {
+    int top = 0, height = 0;
+    elm_scroller_region_get(rows, nullptr, &top, nullptr, &height);
+    const int focused = elm_flux_list_focus_get(m_items);
+    return top <= focused * row && top + height >= (focused + 1) * row;
+  };
+  m_ui.Wheel(m_items, 6);
+  EXPECT_TRUE(m_ui.PumpUntil([&] { return elm_flux_list_focus_get(m_items) > 0 && isSeen(); }));
+  m_ui.Settle();
+  const int followed = elm_flux_list_focus_get(m_items);
+  Keys("Down");
+  EXPECT_TRUE(m_ui.PumpUntil(isSeen));
+  EXPECT_EQ(elm_flux_list_focus_get(m_items), followed + 1);
+  elm_flux_list_focus_set(m_items, 99);
+  m_ui.Settle();
+  m_ui.Wheel(m_items, -6);
+  EXPECT_TRUE(m_ui.PumpUntil([&] { return elm_flux_list_focus_get(m_items) < 99 && isSeen(); }));
+  EXPECT_EQ(FocusedName(), "items");
+}
+
+TEST_F(FluxItems, AKeyThatIsHeldDoesNotLeaveListsAndGrids) {
+  for (const bool isList : {true, false}) {
+    if (isList)
+      AddList(3);
+    else
+      AddGrid(6, 2);
+    elm_object_focus_set(m_items, true);
+    m_ui.Hold("Down", 5);
+    EXPECT_EQ(FocusedName(), "items");
+    EXPECT_EQ(m_events.back(), isList ? "focused 2" : "focused 4");
+    m_ui.Hold("Down", 1);
+    EXPECT_EQ(FocusedName(), "below");
+    elm_flux_layout_clear(m_root);
+    m_above = AddButton();
+  }
+}
+
 TEST_F(FluxItems, RemovingARowKeepsTheFocusInPlace) {
   const struct {
     int rows, focused, removed, expected;

@@ -113,6 +113,27 @@ void UiHarness::Key(const char* key) {
   Settle();
 }
 
+void UiHarness::Hold(const char* key, int times) {
+  const auto add = [&](int type) {
+    auto* event = static_cast<Ecore_Event_Key*>(calloc(1, sizeof(Ecore_Event_Key)));
+    event->keyname = event->key = key;
+    event->timestamp = m_time += 20;
+    ecore_event_add(type, event, nullptr, nullptr);
+    Settle();
+  };
+  m_time += 10000;
+  for (int i = 0; i < times; ++i) add(ECORE_EVENT_KEY_DOWN);
+  add(ECORE_EVENT_KEY_UP);
+}
+
+void UiHarness::Wheel(Evas_Object* object, int steps) {
+  const Geometry at = GeometryOf(object);
+  evas_event_feed_mouse_in(Canvas(), m_time++, nullptr);
+  evas_event_feed_mouse_move(Canvas(), at.x + at.width / 2, at.y + at.height / 2, m_time++, nullptr);
+  for (int i = 0; i < std::abs(steps); ++i)
+    evas_event_feed_mouse_wheel(Canvas(), 0, steps > 0 ? 1 : -1, m_time++, nullptr);
+}
+
 void UiHarness::Click(Evas_Object* object) {
   const Geometry at = GeometryOf(object);
   evas_event_feed_mouse_in(Canvas(), m_time++, nullptr);

@@ -40,7 +40,11 @@ class UiHarness {
   void Key(const char* key);
   /// The same without running the main loop.
   void FeedKey(const char* key);
+  /// Presses a key so many times, as a window system does that repeats a held one, and releases it.
+  void Hold(const char* key, int times);
   void Click(Evas_Object* object);
+  /// Turns the wheel over an object, downwards for positive steps.
+  void Wheel(Evas_Object* object, int steps);
   void Resize(int width, int height);
   Evas_Object* Focused() const { return elm_object_focused_object_get(m_window); }
 

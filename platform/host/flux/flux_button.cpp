@@ -1,7 +1,6 @@
-#include <string_view>
-
 #include "dlog.h"
 #include "flux/flux_image.h"
+#include "flux/flux_keys.h"
 #include "flux/flux_text.h"
 
 namespace flux {
@@ -86,8 +85,7 @@ class Button : public Widget {
 
   static Eina_Bool OnEvent(void* self, Evas_Object*, Evas_Object*, Evas_Callback_Type type, void* event) {
     if (type != EVAS_CALLBACK_KEY_DOWN) return EINA_FALSE;
-    const std::string_view key = static_cast<Evas_Event_Key_Down*>(event)->key;
-    if (key != "Return" && key != "KP_Enter" && key != "space") return EINA_FALSE;
+    if (KeyOf(*static_cast<Evas_Event_Key_Down*>(event)) != Key::kEnter) return EINA_FALSE;
     if (elm_flux_key_is_repeated()) return EINA_TRUE;
     elm_layout_signal_emit(static_cast<Button*>(self)->Object(), "flux,press", "flux");
     static_cast<Button*>(self)->Click();

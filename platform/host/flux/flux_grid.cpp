@@ -95,10 +95,11 @@ void Grid::ShowFocus(int index, bool focused) {
 bool Grid::MoveBy(int columns, int rows) {
   const int column = Focused() % m_columns + columns, row = Focused() / m_columns + rows;
   const int lastRow = (Count() - 1) / m_columns;
-  if (column < 0 || column >= m_columns || row < 0 || row > lastRow) return false;
+  const bool stays = elm_flux_key_is_repeated();  // a held key does not leave an edge
+  if (column < 0 || column >= m_columns || row < 0 || row > lastRow) return stays;
   // A last row that is not full is reached all the same.
   const int index = rows == 0 ? row * m_columns + column : std::min(row * m_columns + column, Count() - 1);
-  if (index >= Count()) return false;
+  if (index >= Count()) return stays;
   FocusItem(index);
   return true;
 }

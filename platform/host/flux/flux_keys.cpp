@@ -23,11 +23,16 @@ Held g_held;
 constexpr unsigned int kLongestPeriod = 1000;
 constexpr unsigned int kSameMoment = 5;
 
+std::string NameOf(const Ecore_Event_Key& key) {
+  return key.keyname ? key.keyname : "";
+}
+
 Eina_Bool OnDown(void*, int, void* event) {
   const auto* key = static_cast<Ecore_Event_Key*>(event);
-  g_held.repeats = (g_held.down == key->keyname && key->timestamp - g_held.downTime < kLongestPeriod) ||
-                   (g_held.up == key->keyname && key->timestamp - g_held.upTime < kSameMoment);
-  g_held.down = key->keyname;
+  const std::string name = NameOf(*key);
+  g_held.repeats = (g_held.down == name && key->timestamp - g_held.downTime < kLongestPeriod) ||
+                   (g_held.up == name && key->timestamp - g_held.upTime < kSameMoment);
+  g_held.down = name;
   g_held.downTime = key->timestamp;
   return ECORE_CALLBACK_PASS_ON;
 }
@@ -35,7 +40,7 @@ Eina_Bool OnDown(void*, int, void* event) {
 Eina_Bool OnUp(void*, int, void* event) {
   const auto* key = static_cast<Ecore_Event_Key*>(event);
   g_held.down.clear();
-  g_held.up = key->keyname;
+  g_held.up = NameOf(*key);
   g_held.upTime = key->timestamp;
   return ECORE_CALLBACK_PASS_ON;
 }

@@ -11,6 +11,8 @@ namespace flux {
 namespace {
 
 constexpr char kSignalSource[] = "flux";
+constexpr double kLongAgo = -1e9;
+constexpr double kWheelSeconds = 1.0;  // longer than the toolkit scrolls after a turn of the wheel
 
 class List;
 
@@ -47,6 +49,7 @@ class List : public ItemWidget {
  private:
   void MoveTo(int index);
   void BringIn(int index, bool animated);
+  void FollowWheel();
   int RowHeight() const;
   int RowsOnPage() const;
   void MarkChecks(int index);
@@ -66,6 +69,8 @@ class List : public ItemWidget {
   std::vector<std::unique_ptr<Row>> m_rows;
   FluxTextOf m_textOf;
   bool m_checksShown = false;
+  bool m_stays = false;           // where it is scrolled to, as the next row to take the focus is seen
+  double m_wheelTime = kLongAgo;  // seconds, of the loop's clock
   Ecore_Job* m_shadowJob = nullptr;
 };
 
@@ -111,6 +116,10 @@ void List::ListenToRows() {
         elm_genlist_item_selected_set(row->item, false);
         static_cast<List*>(data)->ClickSoon(row->index);
       },
+      this);
+  evas_object_event_callback_add(
+      m_genlist, EVAS_CALLBACK_MOUSE_WHEEL,
+      [](void* data, Evas*, Evas_Object*, void*) { static_cast<List*>(data)->m_wheelTime = ecore_loop_time_get(); },
       this);
   const auto scrolled = [](void* data, Evas_Object*, void*) { static_cast<List*>(data)->UpdateShadowsSoon(); };
   for (const char* event : {"scroll", "unrealized"}) evas_object_smart_callback_add(m_genlist, event, scrolled, this);
@@ -186,6 +195,8 @@ void List::Clear() {
 }
 
 void List::Reveal(int index) {
+  if (std::exchange(m_stays, false)) return;
+  m_wheelTime = kLongAgo;
   BringIn(index, true);
 }
 
@@ -198,11 +209,11 @@ bool List::OnKey(Key key) {
   if (m_rows.empty()) return false;
   switch (key) {
     case Key::kUp:
-      if (Focused() <= 0) return false;
+      if (Focused() <= 0) return elm_flux_key_is_repeated();  // a held key stays
       MoveTo(Focused() - 1);
       return true;
     case Key::kDown:
-      if (Focused() >= Count() - 1) return false;
+      if (Focused() >= Count() - 1) return elm_flux_key_is_repeated();
       MoveTo(Focused() + 1);
       return true;
     case Key::kPageUp:
@@ -253,6 +264,20 @@ void List::BringIn(int index, bool animated) {
     elm_scroller_region_show(m_genlist, 0, top, width, seen);
 }
 
+/// The focus moves along when the wheel takes its row out of sight.
+void List::FollowWheel() {
+  const int row = RowHeight();
+  if (row <= 0 || !IsItem(Focused()) || ecore_loop_time_get() > m_wheelTime + kWheelSeconds) return;
+  int top = 0, height = 0;
+  elm_scroller_region_get(m_genlist, nullptr, &top, nullptr, &height);
+  const int first = std::min((top + row - 1) / row, Count() - 1);
+  const int last = std::clamp((top + height) / row - 1, first, Count() - 1);
+  const int index = std::clamp(Focused(), first, last);
+  if (index == Focused()) return;
+  m_stays = true;
+  FocusItem(index);
+}
+
 void List::Mark(int index, const char* signal) {
   if (IsItem(index)) elm_object_item_signal_emit(m_rows[index]->item, signal, kSignalSource);
 }
@@ -300,6 +325,7 @@ void List::UpdateShadowsSoon() {
       [](void* data) {
         static_cast<List*>(data)->m_shadowJob = nullptr;
         static_cast<List*>(data)->UpdateShadows();
+        static_cast<List*>(data)->FollowWheel();  // last: what listens may delete the list
       },
       this);
 }
