@@ -22,10 +22,10 @@ namespace {
 
 unsigned int g_missedFrames = 0;
 
-/// For the first time of each file.
+/// For the first file of each folder and reason: where one frame of an animation is missing, so are the others.
 void LogOnce(const std::string& file, const char* reason) {
   static auto* logged = new std::set<std::string>;
-  if (logged->insert(file).second)
+  if (logged->insert(file.substr(0, file.rfind('/') + 1) + reason).second)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the image %s cannot be shown: %s",
                  std::string(NameOnSet(file)).c_str(), reason);
 }

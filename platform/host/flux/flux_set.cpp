@@ -89,10 +89,12 @@ void FollowToolkit(Evas_Object* window) {
 /// A set's application covers the screen. On a desktop VEXILO_WINDOW, "1280x720", gives it a window of that size.
 void ChooseSize(Evas_Object* window) {
   const char* wanted = std::getenv("VEXILO_WINDOW");
-  int width = 0, height = 0;
-  if (wanted && *wanted && (std::sscanf(wanted, "%dx%d", &width, &height) != 2 || width < 1 || height < 1))
+  int width = 0, height = 0, length = 0;
+  const bool isSize = wanted && std::sscanf(wanted, "%dx%d%n", &width, &height, &length) == 2 && !wanted[length] &&
+                      width > 0 && height > 0;
+  if (wanted && *wanted && !isSize)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "VEXILO_WINDOW=\"%s\" is no size like 1280x720: full screen", wanted);
-  if (width < 1 || height < 1) {
+  if (!isSize) {
     elm_win_screen_size_get(window, nullptr, nullptr, &width, &height);
     elm_win_fullscreen_set(window, EINA_TRUE);
   }
