@@ -183,9 +183,9 @@ Evas_Object* elm_flux_check_add(Evas_Object* parent);
 /// What the screen reader says of a widget: by default its text. `info` is called on every focus and is
 /// kept by the widget.
 void elm_flux_access_info_set(Evas_Object* widget, std::function<std::string()> info);
-/// Announces: speaks after what was announced before; what widgets say on a focus waits for it. An empty text ends what is
-/// spoken and drops what waits. Silent, with a line in the log, where the machine has no speech. Any thread. Says nothing
-/// while elm_config_access_get() is off.
+/// Announces: speaks after what was announced before; what widgets say on a focus waits for it. An empty text ends what
+/// is spoken and drops what waits. Silent, with a line in the log, where the machine has no speech. Any thread. Says
+/// nothing while elm_config_access_get() is off.
 void elm_flux_access_say(const char* text);
 
 // ---- progress

@@ -41,7 +41,7 @@
 // What would end the process, speak, or depend on this machine's network is taken over; the engine takes subscriptions
 // and never answers, the tests do.
 inline std::vector<std::string> g_said;  ///< "focus: " before what has it, "" where all speech is ended
-inline int g_loopEnds = 0;  ///< how often the application left its main loop
+inline int g_loopEnds = 0;               ///< how often the application left its main loop
 inline int g_applicationExits = 0;
 inline bool g_network = false;  ///< whether the set has a gateway
 

@@ -88,8 +88,8 @@ class Widget {
   virtual void Restyle() {}
   /// What the screen reader says; empty for nothing.
   std::string Speech() const;
-  /// Has the screen reader, if it is on, say what has the focus once the loop is idle: this widget, if it, or what is in
-  /// it, then still has it and is in sight. Until then the toolkit may try one widget after the other.
+  /// Has the screen reader, if it is on, say what has the focus once the loop is idle: this widget, if it, or what is
+  /// in it, then still has it and is in sight. Until then the toolkit may try one widget after the other.
   void SpeakSoon();
 
   /// What its maker asked for, in units; 0 for what the content needs.

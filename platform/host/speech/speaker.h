@@ -15,8 +15,8 @@ namespace speech {
 /// A connection to speech-dispatcher, made when it is first needed and again when it was lost.
 class Dispatcher {
  public:
-  /// Has it spoken when it is its turn, by the protocol's priorities. False where there is no dispatcher, or it does not
-  /// do as it is told.
+  /// Has it spoken when it is its turn, by the protocol's priorities. False where there is no dispatcher, or it does
+  /// not do as it is told.
   bool Say(const std::string& text, Kind kind, const std::string& locale);
   /// Ends what is spoken and what waits. Says nothing and connects to nobody.
   void Cancel();
