@@ -20,7 +20,7 @@
 
 #include "CScreenJob.h"
 #include "TCThreadPool.h"
-#include "support/set_files.h"
+#include "support/files.h"
 
 namespace {
 

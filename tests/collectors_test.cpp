@@ -12,7 +12,7 @@
 #include "base/glib_handle.h"
 #include "set_paths.h"
 #include "support/captured_machine.h"
-#include "support/set_files.h"
+#include "support/files.h"
 #include "support/test_bus.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"

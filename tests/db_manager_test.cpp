@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "support/remaining_rows.h"
-#include "support/set_files.h"
 
 namespace {
 

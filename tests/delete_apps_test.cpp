@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "support/set_files.h"
+#include "support/files.h"
 
 namespace {
 

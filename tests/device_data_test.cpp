@@ -26,7 +26,7 @@
 #include "CUtils.h"
 #include "SettingsKeys.h"
 #include "pkgmgr_client.h"
-#include "support/set_files.h"
+#include "support/files.h"
 #include "support/task_manager.h"
 #include "vconf.h"
 

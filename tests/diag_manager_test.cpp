@@ -25,7 +25,7 @@
 #include "QUVA_ParserPlugin.h"
 #include "QUVA_Storage.h"
 #include "support/diagnosis.h"
-#include "support/set_files.h"
+#include "support/files.h"
 
 namespace {
 

@@ -22,8 +22,8 @@
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_Storage.h"
 #include "support/diagnosis.h"
+#include "support/files.h"
 #include "support/remaining_rows.h"
-#include "support/set_files.h"
 
 namespace {
 

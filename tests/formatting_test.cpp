@@ -10,7 +10,7 @@
 #include "CMenuTimeUtil.h"
 #include "CUtils.h"
 #include "c_handle.h"
-#include "support/set_files.h"
+#include "support/files.h"
 #include "vconf.h"
 
 namespace {

@@ -74,8 +74,8 @@ class HostAppFramework : public testing::Test {
   }
 
   static void WriteEntry(const std::string& id, const std::string& keys) {
-    WriteFile(SystemPath(std::string(set_paths::kDesktopEntries) + "/" + id + ".desktop"),
-              "[Desktop Entry]\nType=Application\nName=A name\nIcon=icon\n" + keys + "\n");
+    WriteHostFile(SystemPath(std::string(set_paths::kDesktopEntries) + "/" + id + ".desktop"),
+                  "[Desktop Entry]\nType=Application\nName=A name\nIcon=icon\n" + keys + "\n");
   }
 
   std::optional<ChildProcess> m_bus;
@@ -100,7 +100,7 @@ class HostLauncher : public HostAppFramework {
     mkfifo(SystemPath("/shown").c_str(), 0600);
     m_pipe.reset(open(SystemPath("/shown").c_str(), O_RDWR | O_CLOEXEC));
     m_shown.emplace(Texts{"cat", SystemPath("/shown")});
-    WriteFile(SystemPath("/opt/bin/show"), R"(#!/bin/sh
+    WriteHostFile(SystemPath("/opt/bin/show"), R"(#!/bin/sh
 line="$(pwd -P) $VEXILO_ROOT $(readlink /proc/self/fd/0) ${HOME-nowhere}"
 for argument; do line="$line <$argument>"; done
 printf '%s\n' "$line" >"$SHOWN"
@@ -148,7 +148,7 @@ TEST_F(HostLauncher, HandsOverEachArgumentAsItStands) {
 }
 
 TEST_F(HostLauncher, RefusesAndSaysWhy) {
-  WriteFile(SystemPath("/opt/plain"), "no program");
+  WriteHostFile(SystemPath("/opt/plain"), "no program");
   const std::tuple<const char*, const char*, int, const char*> cases[] = {
       {"org.example.unknown", nullptr, APP_CONTROL_ERROR_APP_NOT_FOUND, "there is no /usr/share/applications/org.ex"},
       {"hidden", "Exec=sh\nHidden=true", APP_CONTROL_ERROR_APP_NOT_FOUND, "is hidden"},
@@ -164,9 +164,9 @@ TEST_F(HostLauncher, RefusesAndSaysWhy) {
   };
   for (const auto& [id, keys, code, reason] : cases) {
     if (keys) WriteEntry(id, keys);
-    const size_t logged = ReadLog().size();
+    const size_t logged = Log().size();
     EXPECT_EQ(Launch(id), code) << id;
-    EXPECT_THAT(ReadLog().substr(logged), HasSubstr(reason)) << id;
+    EXPECT_THAT(Log().substr(logged), HasSubstr(reason)) << id;
   }
 }
 
@@ -184,7 +184,7 @@ TEST_F(HostAppFramework, RunsFromCreateToTerminateWithTheRequestOfItsArguments) 
   ExpectRun({"at_create=exit"}, {"create", "terminate"});
   ExpectRun({"at_create=fail"}, {"create"}, 1);
   for (const char* ignored : {"\"bare\" ignored", "\"=x\" ignored", "\"bad=\\377\" ignored"})
-    EXPECT_THAT(ReadLog(), HasSubstr(ignored));
+    EXPECT_THAT(Log(), HasSubstr(ignored));
 }
 
 TEST_F(HostAppFramework, SignalsTerminateAlsoInANestedLoop) {
@@ -254,16 +254,16 @@ TEST_F(HostAppFramework, BecomesTheInstanceWhenTheOldOneDoesNotTakeTheRequest) {
     return nullptr;
   });
   ChildProcess probe = Start({"do=exit"});
-  EXPECT_TRUE(Eventually([&isAsked] { return isAsked.load(); }));
+  EXPECT_TRUE(Until([&isAsked] { return isAsked.load(); }));
   dying.reset();
   ExpectEnd(probe, wholeRun);
-  EXPECT_EQ(TimesIn(ReadLog(), "forwarding between starts is off"), 0);
+  EXPECT_EQ(Count(Log(), "forwarding between starts is off"), 0);
 
   const PlayedService refusing(bus, InstanceName().c_str(), [](GDBusMessage* call) {
     return g_dbus_message_new_method_error_literal(call, "org.example.No", "not now");
   });
   ExpectRun({"do=exit"}, wholeRun);
-  EXPECT_EQ(TimesIn(ReadLog(), "forwarding between starts is off"), 1);
+  EXPECT_EQ(Count(Log(), "forwarding between starts is off"), 1);
 }
 
 TEST_F(HostAppFramework, RunsWithoutABusAndSaysOnceThatForwardingIsOff) {
@@ -280,11 +280,11 @@ TEST_F(HostAppFramework, RunsWithoutABusAndSaysOnceThatForwardingIsOff) {
                                                        {"unix:path=" + silent, "off: the bus does not answer"}};
   for (const auto& [bus, reason] : cases) {
     SCOPED_TRACE(bus);
-    const size_t logged = ReadLog().size();
+    const size_t logged = Log().size();
     setenv("DBUS_SESSION_BUS_ADDRESS", bus.c_str(), 1);
     ExpectRun({"do=exit"}, {"create", "request <do=exit>", "done", "terminate"});
-    EXPECT_THAT(ReadLog().substr(logged), HasSubstr(reason));
-    EXPECT_EQ(TimesIn(ReadLog().substr(logged), "off: "), 1);
+    EXPECT_THAT(Log().substr(logged), HasSubstr(reason));
+    EXPECT_EQ(Count(Log().substr(logged), "off: "), 1);
   }
   // A signal while it waits for the bus ends it at once; TearDown() sees what is left.
   ChildProcess waiting = Start({"x=1"});
@@ -295,7 +295,7 @@ TEST_F(HostAppFramework, RunsWithoutABusAndSaysOnceThatForwardingIsOff) {
 
 /// How often the main thread of the process has run.
 std::string Wakeups(pid_t process) {
-  const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
+  const std::string status = ReadHostFile("/proc/" + std::to_string(process) + "/status");
   return status.substr(status.find("voluntary_ctxt_switches"));
 }
 
@@ -307,11 +307,11 @@ TEST_F(HostAppFramework, OutlivesTheBusAndIdlesWithoutWakingUp) {
     const std::string before = Wakeups(probe.Pid());
     return !probe.ReadLine(seconds(1)) && Wakeups(probe.Pid()) == before;
   };
-  EXPECT_TRUE(Eventually(idlesForASecond)) << "the first seconds may hold the end of the start";
+  EXPECT_TRUE(Until(idlesForASecond)) << "the first seconds may hold the end of the start";
   m_bus->Signal(SIGTERM);
   m_bus->Wait();
-  EXPECT_TRUE(Eventually(idlesForASecond));
-  EXPECT_THAT(ReadLog(), HasSubstr("forwarding between starts is off"));
+  EXPECT_TRUE(Until(idlesForASecond));
+  EXPECT_THAT(Log(), HasSubstr("forwarding between starts is off"));
   probe.Signal(SIGTERM);
   ExpectEnd(probe, {"terminate"});
 }

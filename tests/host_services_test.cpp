@@ -53,19 +53,19 @@ Lines ReadLines(const fs::path& file) {
 
 /// A link where `file` is to be, and what it leads to.
 void PlantLink(const fs::path& file) {
-  WriteFile(kVictim, "untouched");
+  WriteHostFile(kVictim, "untouched");
   fs::create_directories(file.parent_path());
   fs::remove(file);
   fs::create_symlink(kVictim, file);
 }
 
 void WriteProfile(const std::string& text) {
-  WriteFile(SystemPath(set_paths::kSetProfile), text);
+  WriteHostFile(SystemPath(set_paths::kSetProfile), text);
 }
 
 // --- Log -------------------------------------------------------------------------------------------------------------
 
-int Log(int priority, const std::string& message) {
+int LogLine(int priority, const std::string& message) {
   return __dlog_print(LOG_ID_APPS, priority, "Test", "%s", message.c_str());
 }
 
@@ -78,7 +78,7 @@ std::string LogInNewProcess(const char* level, const char* target, const std::fu
     ASSERT_TRUE(std::freopen(errors.c_str(), "w", stderr));
     work();
   }));
-  return ReadFile(errors);
+  return ReadHostFile(errors);
 }
 
 TEST(Log, WritesWhatLevelAndTargetLetThrough) {
@@ -101,12 +101,12 @@ TEST(Log, WritesWhatLevelAndTargetLetThrough) {
     SCOPED_TRACE(std::string(each.level) + " to " + each.target);
     fs::remove(kLog);
     const std::string errors = LogInNewProcess(each.level, each.target, [] {
-      for (int priority = DLOG_VERBOSE; priority <= DLOG_SILENT; ++priority) Log(priority, "x");
+      for (int priority = DLOG_VERBOSE; priority <= DLOG_SILENT; ++priority) LogLine(priority, "x");
     });
     // Each well-formed line becomes its letter.
     const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ([VDIWEF]) \d+ Test: x\n)");
     EXPECT_EQ(std::regex_replace(errors, line, "$1"), each.onStderr);
-    EXPECT_EQ(std::regex_replace(ReadFile(kLog), line, "$1"), each.inFile);
+    EXPECT_EQ(std::regex_replace(ReadHostFile(kLog), line, "$1"), each.inFile);
   }
 }
 
@@ -121,7 +121,7 @@ TEST(Log, MessagesCannotForgeLinesAndAreCutVisibly) {
   setenv("VEXILO_LOG_TARGET", "file", 1);
   for (const auto& [message, shown] : cases) {
     errno = ENOTTY;
-    const int size = Log(DLOG_INFO, message);
+    const int size = LogLine(DLOG_INFO, message);
     EXPECT_EQ(errno, ENOTTY);
     const std::string line = ReadLines(kLog).back();
     EXPECT_EQ(line.substr(line.find("Test: ") + 6), shown);
@@ -131,7 +131,7 @@ TEST(Log, MessagesCannotForgeLinesAndAreCutVisibly) {
   std::string euros;
   for (int i = 0; i < 2000; ++i) euros += "€";
   for (const char* start : {"", "x", "xx"}) {  // cuts at each place of a character
-    Log(DLOG_INFO, start + euros);
+    LogLine(DLOG_INFO, start + euros);
     const std::string line = ReadLines(kLog).back();
     EXPECT_LE(line.size() + 1, 4096u);
     EXPECT_GE(line.size() + 1, 4093u);
@@ -149,7 +149,7 @@ TEST(Log, RotatesWholeWithSeveralProcesses) {
   std::vector<pid_t> writers;
   for (int writer = 0; writer < kWriters; ++writer)
     writers.push_back(Fork([&] {
-      for (int i = 1; i <= kLines; ++i) ASSERT_GT(Log(DLOG_INFO, text(writer, i)), 0);
+      for (int i = 1; i <= kLines; ++i) ASSERT_GT(LogLine(DLOG_INFO, text(writer, i)), 0);
     }));
   for (const pid_t writer : writers) ExpectEndsWell(writer);
   const fs::path old = kLog.string() + ".1";
@@ -169,12 +169,12 @@ TEST(Log, RotatesWholeWithSeveralProcesses) {
 TEST(Log, GoesOnWhereTheFileCannotBeWritten) {
   PlantLink(kLog);
   const std::string errors = LogInNewProcess("info", "file", [] {
-    EXPECT_GT(Log(DLOG_INFO, "one"), 0);
-    EXPECT_GT(Log(DLOG_INFO, "two"), 0);
+    EXPECT_GT(LogLine(DLOG_INFO, "one"), 0);
+    EXPECT_GT(LogLine(DLOG_INFO, "two"), 0);
   });
-  EXPECT_EQ(ReadFile(kVictim), "untouched");
+  EXPECT_EQ(ReadHostFile(kVictim), "untouched");
   EXPECT_THAT(errors, AllOf(HasSubstr(set_paths::kLogFile), Not(HasSubstr(std::string(SystemRoot())))));
-  EXPECT_EQ(TimesIn(errors, "\n"), 3) << errors;
+  EXPECT_EQ(Count(errors, "\n"), 3) << errors;
 }
 
 TEST(Log, ForkedChildrenNeverHang) {
@@ -237,13 +237,13 @@ TEST(UsageEvents, AreKeptWholeThroughRotationCrashesAndLinks) {
   EXPECT_EQ(lines.size(), 500u);
   for (const std::string& line : lines) ASSERT_EQ(Parse(line)["description"], filling);
 
-  WriteFile(kEvents, "{\"time\":\"20");  // a power cut left this
+  WriteHostFile(kEvents, "{\"time\":\"20");  // a power cut left this
   ASSERT_EQ(Store("after"), 1);
   EXPECT_EQ(Parse(ReadLines(kEvents).back())["description"], "after");
 
   PlantLink(kEvents);
   EXPECT_EQ(Store("x"), -ELOOP);
-  EXPECT_EQ(ReadFile(kVictim), "untouched");
+  EXPECT_EQ(ReadHostFile(kVictim), "untouched");
   fs::remove_all(kEvents.parent_path());
   EXPECT_EQ(Store("x"), 1) << "makes its folder";
 }
@@ -284,13 +284,13 @@ TEST(SystemInformation, IsTheProfilesAndElseTheMachines) {
   EXPECT_EQ(NumberOf(SYSTEM_INFO_KEY_NUM_OF_TUNER), 0);
   EXPECT_EQ(Feature("panel_resolution_width"), kNoData);
   const std::string dmi = SystemPath("/sys/class/dmi/id/"), drm = SystemPath("/sys/class/drm/card0-");
-  WriteFile(dmi + "product_name", " Lounge PC 5 \n");
-  WriteFile(dmi + "product_serial", "To Be Filled By O.E.M.\n");
-  WriteFile(dmi + "board_serial", "B0-17\n");
+  WriteHostFile(dmi + "product_name", " Lounge PC 5 \n");
+  WriteHostFile(dmi + "product_serial", "To Be Filled By O.E.M.\n");
+  WriteHostFile(dmi + "board_serial", "B0-17\n");
   for (const char* receiver : {"/dev/dvb/adapter0", "/dev/dvb/adapter1"}) fs::create_directories(SystemPath(receiver));
-  WriteFile(drm + "HDMI-A-1/status", "disconnected\n");
-  WriteFile(drm + "DP-1/status", "connected\n");
-  WriteFile(drm + "DP-1/modes", "7680x4320\n1920x1080\n");
+  WriteHostFile(drm + "HDMI-A-1/status", "disconnected\n");
+  WriteHostFile(drm + "DP-1/status", "connected\n");
+  WriteHostFile(drm + "DP-1/modes", "7680x4320\n1920x1080\n");
   ExpectFactsOfTheMachine();
   WriteProfile(
       "# a comment\n[set]\nmodel_name= AB55 é \nserial_number=\nregion_kind=35\nnum_of_tuner=1\n"
@@ -310,7 +310,7 @@ TEST(SystemInformation, IsTheProfilesAndElseTheMachines) {
 
   WriteProfile("[set]\nmodel_name=Z\nregion kind 5\n");
   ExpectFactsOfTheMachine();
-  EXPECT_EQ(TimesIn(ReadLog(), "/etc/vexilo/set.conf is malformed and not used: line 3: "), 1) << ReadLog();
+  EXPECT_EQ(Count(Log(), "/etc/vexilo/set.conf is malformed and not used: line 3: "), 1) << Log();
 }
 
 // --- What the profile and settings keys stand in for -----------------------------------------------------------------
@@ -428,12 +428,12 @@ TEST(ScreenSaver, IsKeptAwayOnlyBetweenWithdrawalAndActivation) {
     return reply;
   });
   EXPECT_EQ(deactivateScreenSaver(), -1) << "not activated";
-  EXPECT_TRUE(Eventually(IsActivated)) << "a loaded machine may be too late for its patience";
+  EXPECT_TRUE(Until(IsActivated)) << "a loaded machine may be too late for its patience";
   EXPECT_EQ(keptAway, 0);
   EXPECT_EQ(deactivateScreenSaver(), 0);
   EXPECT_EQ(keptAway, 1);
   EXPECT_EQ(deactivateScreenSaver(), -1);
-  EXPECT_TRUE(Eventually(IsActivated));
+  EXPECT_TRUE(Until(IsActivated));
   EXPECT_EQ(keptAway, 0);
   isSilent = true;
   const auto start = std::chrono::steady_clock::now();

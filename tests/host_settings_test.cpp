@@ -68,7 +68,7 @@ TEST(SettingsKeys, HaveOneFileEachAndBadOnesHaveNone) {
   for (const auto& [key, file] : files) {
     SCOPED_TRACE(key);
     EXPECT_TRUE(settings::Write(key, 7, error)) << error;
-    EXPECT_EQ(ReadFile(kSettings / file), "int\n7");
+    EXPECT_EQ(ReadHostFile(kSettings / file), "int\n7");
     EXPECT_EQ(settings::KeyOfFileName(file), key);
   }
   for (const std::string& key :
@@ -87,7 +87,7 @@ TEST(SettingsFiles, DamageIsToldWithTheKeyAndMendedBySetting) {
   for (const std::string& content : Texts{"", "int", "int\n", "int\n12x", "int\n99999999999", "int\n 1", "Int\n1",
                                           "bool\n1", "double\n,5", "\n", "string\na\0b"s}) {
     SCOPED_TRACE(content);
-    WriteFile(kSettings / "db%2Fdamaged", content);
+    WriteHostFile(kSettings / "db%2Fdamaged", content);
     settings::Value value = 5;
     std::string error;
     EXPECT_EQ(settings::Read("db/damaged", value, error), settings::ReadResult::kFailed);
@@ -101,7 +101,7 @@ TEST(SettingsFiles, DamageIsToldWithTheKeyAndMendedBySetting) {
 
 TEST(SettingsFiles, PlantedLinksAndPipesAreReplacedAndNotFollowed) {
   const fs::path victim = SystemPath("/etc/victim");
-  WriteFile(victim, "int\n4");
+  WriteHostFile(victim, "int\n4");
   fs::create_directories(kSettings);
   fs::create_symlink(victim, kSettings / "db%2Flink");
   ASSERT_EQ(mkfifo((kSettings / "db%2Fpipe").c_str(), 0644), 0);
@@ -112,7 +112,7 @@ TEST(SettingsFiles, PlantedLinksAndPipesAreReplacedAndNotFollowed) {
     EXPECT_EQ(vconf_set_int(key, 6), 0) << key;
     EXPECT_TRUE(IsStored(key, 6));
   }
-  EXPECT_EQ(ReadFile(victim), "int\n4");
+  EXPECT_EQ(ReadHostFile(victim), "int\n4");
 }
 
 TEST(SettingsFiles, WhatIsThereIsNotWrittenAgainAndFailureLeavesNothing) {
@@ -158,7 +158,7 @@ bool TurnUntil(const std::function<bool()>& holds) {
   // Wakes it up, so that the end of the minute is seen.
   const guint tick = g_timeout_add(
       100, [](void*) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-  const bool held = Eventually([&] { return holds() || (g_main_context_iteration(nullptr, TRUE), holds()); });
+  const bool held = Until([&] { return holds() || (g_main_context_iteration(nullptr, TRUE), holds()); });
   g_source_remove(tick);
   return held;
 }
@@ -241,7 +241,7 @@ std::string Catalogue(const std::string& id, const std::string& text) {
 TEST(MenuLanguage, FindsTextsWithoutTheLocale) {
   const fs::path folder = SystemPath("/locale");
   for (const char* language : {"de", "en", "sr@latin"})
-    WriteFile(folder / language / "LC_MESSAGES/test.mo", Catalogue("ID", std::string("text in ") + language));
+    WriteHostFile(folder / language / "LC_MESSAGES/test.mo", Catalogue("ID", std::string("text in ") + language));
   bindtextdomain("test", folder.c_str());
   ApplyMenuLanguage();
   EXPECT_STREQ(dgettext("test", "ID"), "text in en") << "not set";

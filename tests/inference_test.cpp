@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "set_paths.h"
+#include "support/files.h"
 #include "support/remaining_rows.h"
-#include "support/set_files.h"
 #include "trevlin/collectors/readings.h"
 #include "trevlin/inference.h"
 #include "trevlin/rule_histories.h"
@@ -164,7 +164,7 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   Inference inference(Of(Fake("a", script), Fake("late", late, 20ms)));
   ASSERT_TRUE(inference.HasRules());
   ASSERT_TRUE(inference.HasRules());
-  EXPECT_EQ(Count(Log(), "unknown fact \"none\""), 1u) << "said once";
+  EXPECT_EQ(Count(Log(), "unknown fact \"none\""), 1) << "said once";
   const Outcome outcome = inference.Run(10s);
   EXPECT_EQ(Decided(outcome), "17=T 21=T");
   EXPECT_EQ(outcome.remaining, std::vector<int>{17}) << "an event is over";
@@ -179,7 +179,7 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   const std::string rules = ReadFile(set_paths::kRules);
   WriteFile(set_paths::kRules, rules.substr(0, rules.size() / 2));
   for (int twice = 0; twice < 2; ++twice) EXPECT_TRUE(inference.HasRules());
-  EXPECT_EQ(Count(Log(), "the rules that were read last stay in use"), 1u) << "half-saved";
+  EXPECT_EQ(Count(Log(), "the rules that were read last stay in use"), 1) << "half-saved";
   fs::remove(SystemPath(set_paths::kRules));
   fs::create_directory(SystemPath(set_paths::kRules));
   EXPECT_TRUE(inference.HasRules());

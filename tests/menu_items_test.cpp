@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "QUVA_MenuItemParser.h"
-#include "support/set_files.h"
+#include "support/files.h"
 #include "vconf.h"
 
 namespace {

@@ -51,11 +51,11 @@ int64_t DiskUsage(const fs::path& folder) {
 class OutsideStaysWhole : public testing::Test {
  protected:
   OutsideStaysWhole() {
-    WriteFile(kOutside / "file");
-    WriteFile(kOutside / "folder/file");
+    WriteHostFile(kOutside / "file");
+    WriteHostFile(kOutside / "folder/file");
   }
   void TearDown() override {
-    for (const char* name : {"file", "folder/file"}) EXPECT_EQ(ReadFile(kOutside / name), "content") << name;
+    for (const char* name : {"file", "folder/file"}) EXPECT_EQ(ReadHostFile(kOutside / name), "content") << name;
   }
 };
 
@@ -67,7 +67,7 @@ TEST_F(SafeTree, RefusesPathsThatAreNotPlain) {
   fs::create_directories(kHostTree / "cache");
   fs::create_symlink(kOutside, kHostTree / "link");
   fs::create_directory_symlink(kHostTree.parent_path(), SystemPath("/opt/usr/linked"));
-  WriteFile(kHostTree / "file");
+  WriteHostFile(kHostTree / "file");
   const auto expectRefused = [](int error, const std::string& folder, const std::string& within = "") {
     EXPECT_EQ(MeasureTree(folder, within).error, error) << folder;
     EXPECT_EQ(EmptyTree(folder, {}, within).error, error) << folder;
@@ -86,11 +86,11 @@ TEST_F(SafeTree, RefusesPathsThatAreNotPlain) {
 }
 
 TEST_F(SafeTree, MeasuresAsTheFileSystemDoesAndRemovesLinksNotTargets) {
-  WriteFile(kHostTree / "big", std::string(300000, 'x'));
-  WriteFile(kHostTree / "cache/\n\xff -rf");
+  WriteHostFile(kHostTree / "big", std::string(300000, 'x'));
+  WriteHostFile(kHostTree / "cache/\n\xff -rf");
   fs::create_hard_link(kHostTree / "big", kHostTree / "again");
   fs::create_hard_link(kOutside / "file", kHostTree / "shared");
-  WriteFile(kHostTree / "sparse");
+  WriteHostFile(kHostTree / "sparse");
   fs::resize_file(kHostTree / "sparse", int64_t{1} << 33);
   fs::create_symlink(kOutside, kHostTree / "to folder");
   fs::create_symlink(kOutside / "file", kHostTree / "to file");
@@ -130,7 +130,7 @@ TEST_F(SafeTree, GoesAsDeepAndWideAsATreeIs) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   MakeDeep(kHostTree, 600);
   EXPECT_GT(600 * sizeof kDeeper, size_t{PATH_MAX}) << "no path reaches its end";
-  for (int i = 0; i < 10000; ++i) WriteFile(kHostTree / ("wide" + std::to_string(i % 100)) / std::to_string(i), "");
+  for (int i = 0; i < 10000; ++i) WriteHostFile(kHostTree / ("wide" + std::to_string(i % 100)) / std::to_string(i), "");
   const TreeResult measured = MeasureTree(kTree);
   EXPECT_EQ(measured.files, 1 + 2 * 600 + 100 + 10000);
   EXPECT_EQ(measured.error, 0);
@@ -144,14 +144,14 @@ TEST_F(SafeTree, GoesAsDeepAndWideAsATreeIs) {
 TEST_F(SafeTree, LeavesMountPointsAlone) {
   if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
-  WriteFile(kHostTree / "bound file");
-  WriteFile(kHostTree / "own/file");
+  WriteHostFile(kHostTree / "bound file");
+  WriteHostFile(kHostTree / "own/file");
   fs::create_directories(kHostTree / "deep/bound");
   fs::create_directories(kHostTree / "memory");
   ASSERT_EQ(mount(kOutside.c_str(), (kHostTree / "deep/bound").c_str(), nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(mount((kOutside / "file").c_str(), (kHostTree / "bound file").c_str(), nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(mount("tmpfs", (kHostTree / "memory").c_str(), "tmpfs", 0, "size=1m"), 0);
-  WriteFile(kHostTree / "memory/file");
+  WriteHostFile(kHostTree / "memory/file");
 
   EXPECT_EQ(MeasureTree(kTree).kept, 3);
   const TreeResult removed = RemoveTree(kTree);
@@ -174,9 +174,9 @@ TEST_F(SafeTree, LeavesMountPointsAlone) {
 
 TEST_F(SafeTree, LeavesAloneWhatOthersOwn) {
   if (geteuid() != 0) GTEST_SKIP() << "giving files away takes root";
-  WriteFile(kHostTree / "own/file");
-  WriteFile(kHostTree / "foreign/file");
-  WriteFile(kHostTree / "deep/foreign file");
+  WriteHostFile(kHostTree / "own/file");
+  WriteHostFile(kHostTree / "foreign/file");
+  WriteHostFile(kHostTree / "deep/foreign file");
   for (const char* name : {"foreign", "deep/foreign file"}) ASSERT_EQ(chown((kHostTree / name).c_str(), 4711, -1), 0);
   EXPECT_EQ(MeasureTree(kTree).kept, 2);
   const TreeResult removed = RemoveTree(kTree);
@@ -189,8 +189,8 @@ TEST_F(SafeTree, LeavesAloneWhatOthersOwn) {
 }
 
 TEST_F(SafeTree, DoesNotFollowALinkThatTakesTheNextFoldersPlace) {
-  WriteFile(kHostTree / "first");
-  WriteFile(kHostTree / "folder/file");
+  WriteHostFile(kHostTree / "first");
+  WriteHostFile(kHostTree / "folder/file");
   EmptyTree(kTree, [](int64_t) {
     if (!fs::exists(kHostTree / "folder/file") || fs::is_symlink(kHostTree / "folder")) return;
     fs::rename(kHostTree / "folder", SystemPath("/tmp/moved"));
@@ -222,7 +222,7 @@ std::string Ids() {
 }
 
 int TimesLogged(const std::string& text) {
-  return TimesIn(ReadLog(), text);
+  return Count(Log(), text);
 }
 
 class PackageStore : public OutsideStaysWhole {};
@@ -252,12 +252,12 @@ TEST_F(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
       {"w19", "a link", "manifest.json: Too many levels"},
       {"w20", "no folder", "is no folder"},
       {"w21", "no folder", "is no folder"}};
-  for (const auto& [id, text, problem] : wrong) WriteFile(kPackages / id / "manifest.json", text);
+  for (const auto& [id, text, problem] : wrong) WriteHostFile(kPackages / id / "manifest.json", text);
   fs::remove(kPackages / "w19/manifest.json");
   fs::create_symlink(kPackages / "right/manifest.json", kPackages / "w19/manifest.json");
   for (const char* id : {"w20", "w21"}) fs::remove_all(kPackages / id);
   fs::create_directory_symlink(kPackages / "right", kPackages / "w20");
-  WriteFile(kPackages / "w21");
+  WriteHostFile(kPackages / "w21");
   PlantPackage("right", "Right", R"(, "service_id": "svc", "icon_folder": "res/i/", "command": ["bin/run", ".."],
       "attributes": [3, -4], "removable": false, "locked": true, "keep_running": true)");
   PlantPackage("Plain", "Plain");
@@ -266,7 +266,7 @@ TEST_F(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
     EXPECT_EQ(FindByPackageId(id), std::nullopt) << id;
     const std::string name = "/opt/usr/apps/" + id + ": ";
     EXPECT_EQ(TimesLogged(name), 1) << id;
-    EXPECT_THAT(ReadLog(), testing::ContainsRegex(name + "[^\n]*" + problem));
+    EXPECT_THAT(Log(), testing::ContainsRegex(name + "[^\n]*" + problem));
   }
 
   const auto right = FindByAppId("right.app");
@@ -306,7 +306,7 @@ TEST_F(PackageStore, FinishesAnInterruptedRemoval) {
     });
   });
   const fs::path hidden = kPackages / ".removing-half";
-  EXPECT_TRUE(Eventually([&] { return fs::exists(hidden); }));
+  EXPECT_TRUE(Until([&] { return fs::exists(hidden); }));
   EXPECT_EQ(Ids(), "whole");
   EXPECT_TRUE(fs::exists(hidden)) << "a removal that goes on is left to its process";
   kill(remover, SIGKILL);
@@ -323,9 +323,9 @@ TEST_F(PackageStore, FinishesAllStuckRemovalsAndTheirWebCaches) {
   const Package again = *FindByPackageId("again");
   fs::rename(kPackages / "gone", kPackages / ".removing-gone~12");
   fs::rename(kPackages / "taken", kPackages / ".removing-taken");
-  WriteFile(kPackages / "new/manifest.json", R"({"package_id": "new", "app_id": "taken.app", "title": "n"})");
-  WriteFile(kPackages / ".removing-again/file");
-  WriteFile(kPackages / ".removing-again~2");
+  WriteHostFile(kPackages / "new/manifest.json", R"({"package_id": "new", "app_id": "taken.app", "title": "n"})");
+  WriteHostFile(kPackages / ".removing-again/file");
+  WriteHostFile(kPackages / ".removing-again~2");
   EXPECT_EQ(Remove(again), PKGMGR_R_OK);
   EXPECT_TRUE(fs::exists(kPackages / ".removing-again/file"));
   for (int i = 0; i < 2; ++i) EXPECT_EQ(Ids(), "new");
@@ -383,11 +383,11 @@ TEST_F(PackageStore, ThePackageManagerMeasuresAndClearsData) {
   EXPECT_EQ(clear("p.app"), PKGMGR_R_OK);
   EXPECT_FALSE(fs::exists(data)) << "nothing is made";
   fs::create_directory_symlink(kOutside, data);
-  WriteFile(cache / "file");
+  WriteHostFile(cache / "file");
   EXPECT_EQ(clear("p.app"), -ENOTDIR);
   EXPECT_TRUE(fs::is_empty(cache)) << "the rest is emptied all the same";
   if (geteuid() == 0) {
-    WriteFile(cache / "file");
+    WriteHostFile(cache / "file");
     ASSERT_EQ(chown(cache.c_str(), 4711, -1), 0);
     fs::remove(data);
     EXPECT_EQ(clear("p.app"), -EACCES);
@@ -406,7 +406,7 @@ TEST(SamplePackages, AreWholeAndComeIntoASetOnce) {
   EXPECT_EQ(TimesLogged("/opt/usr/apps"), 0);
   for (const Package& sample : samples) {
     for (const char* icon : {"icon.png", "304x304.png", "448x448.png"})
-      EXPECT_EQ(ReadFile(SystemPath(sample.iconDir + icon)).substr(0, 4), "\x89PNG") << sample.title;
+      EXPECT_EQ(ReadHostFile(SystemPath(sample.iconDir + icon)).substr(0, 4), "\x89PNG") << sample.title;
     EXPECT_EQ(access(SystemPath(FolderOf(sample) + "/" + sample.command.at(0)).c_str(), X_OK), 0) << sample.title;
     for (const std::string& folder : {DataFolderOf(sample), CacheFolderOf(sample)})
       EXPECT_GT(MeasureTree(folder).bytes, 10000) << folder;
@@ -515,7 +515,7 @@ bool g_spoiled = false;
 void SpoilRemoval(const char* appId, was_notify_event_e event, int progress, int reserved, void* events) {
   const fs::path hidden = kPackages / ".removing-half";
   if (event == WAS_EVENT_UNINSTALL_PROGRESS && fs::exists(hidden) && !fs::exists(hidden / "foreign")) {
-    WriteFile(hidden / "foreign/file");
+    WriteHostFile(hidden / "foreign/file");
     g_spoiled = chown((hidden / "foreign").c_str(), 4711, -1) == 0;
   }
   Events::On(appId, event, progress, reserved, events);
@@ -539,8 +539,8 @@ TEST(WasUninstall, GoesOnAfterAFailureHalfWay) {
 TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
   const fs::path tager = SystemPath(set_paths::kTager), trigger = SystemPath(set_paths::kTagerRequests) + "/killApp";
   const fs::path lockFile = SystemPath(set_paths::kHostRun) + "/setd.lock", outside = SystemPath("/home/owner/killApp");
-  WriteFile(lockFile, "");
-  WriteFile(outside);
+  WriteHostFile(lockFile, "");
+  WriteHostFile(outside);
   fs::create_directories(SystemPath("/home/owner/req"));
   const FdHandle lock(open(lockFile.c_str(), O_RDWR | O_CLOEXEC));
   const struct {
@@ -563,7 +563,7 @@ TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
     std::thread daemon([&] {
       for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
         if (!fs::exists(trigger)) continue;
-        got = ReadFile(tager / "killApp") + (fs::exists(kPackages / "p/data/1") ? ", there" : ", gone");
+        got = ReadHostFile(tager / "killApp") + (fs::exists(kPackages / "p/data/1") ? ", there" : ", gone");
         fs::remove(trigger);
       }
     });
@@ -573,7 +573,7 @@ TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
     done = true;
     daemon.join();
     EXPECT_EQ(got, seen);
-    EXPECT_EQ(ReadFile(outside), "content");
+    EXPECT_EQ(ReadHostFile(outside), "content");
   }
 }
 
@@ -589,7 +589,7 @@ TEST(WasUninstall, ServesRequestsOfManyThreadsOneAfterTheOther) {
     });
   for (std::thread& thread : threads) thread.join();
   for (Events& one : events) EXPECT_EQ(one.WaitForEnd().size(), 5u);
-  EXPECT_EQ(ReadLog(), "") << "that a package goes while it is read is no error";
+  EXPECT_EQ(Log(), "") << "that a package goes while it is read is no error";
   EXPECT_EQ(Titles(WAS_LIST_ALL), Texts{});
 }
 

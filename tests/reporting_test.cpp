@@ -17,7 +17,7 @@
 #include "CErrorReport.h"
 #include "CUtils.h"
 #include "QUVA_KPISender.h"
-#include "support/set_files.h"
+#include "support/files.h"
 #include "vconf.h"
 
 namespace {

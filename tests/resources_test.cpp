@@ -14,7 +14,7 @@ namespace {
 
 TEST(Resources, EditionForTheScreenIsTakenWhereItHasTheFile) {
   const std::string folder = SystemPath("/usr/apps/com.tornelo.TVVexilo/res/");
-  WriteFile(folder + "uhd/Motion/good/good _59.png");
+  WriteHostFile(folder + "uhd/Motion/good/good _59.png");
   const std::tuple<int, const char*, const char*> cases[] = {
       {1080, "Motion/good/good _59.png", "Motion/good/good _59.png"},
       {2160, "Motion/good/good _59.png", "uhd/Motion/good/good _59.png"},

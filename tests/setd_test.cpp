@@ -14,7 +14,7 @@
 #include "setd/report.h"
 #include "setd/request.h"
 #include "setd/scrubber.h"
-#include "support/set_files.h"
+#include "support/files.h"
 
 namespace {
 

@@ -18,7 +18,7 @@ const std::string kHeard = SystemPath("/tmp/heard");
 
 /// Waits until what was heard is just this.
 void ExpectHeard(const std::string& text) {
-  EXPECT_TRUE(Eventually([&] { return ReadFile(kHeard) == text; })) << ReadFile(kHeard);
+  EXPECT_TRUE(Until([&] { return ReadHostFile(kHeard) == text; })) << ReadHostFile(kHeard);
 }
 
 void Announce(const std::string& text) {
@@ -46,7 +46,7 @@ class Speech : public testing::Test {
     setenv("XDG_RUNTIME_DIR", SystemPath("/tmp").c_str(), 1);
     setenv("VEXILO_LOG_TARGET", "file", 1);
     setenv("HEARD", kHeard.c_str(), 1);
-    WriteFile(SystemPath("/tmp/bin/espeak-ng"), kEspeak);
+    WriteHostFile(SystemPath("/tmp/bin/espeak-ng"), kEspeak);
     fs::permissions(SystemPath("/tmp/bin/espeak-ng"), fs::perms(0755));
     setenv("PATH", (SystemPath("/tmp/bin") + ":/usr/bin:/bin").c_str(), 1);
   }
@@ -62,7 +62,7 @@ TEST_F(Speech, AnnouncementsAreSpokenInTurnAndTheFocusAfterThemAndNoProcessIsLef
   Announce("two");
   Announce("two");  // it waits already
   Focus("long row 2");
-  WriteFile(kHeard + ".on", "");
+  WriteHostFile(kHeard + ".on", "");
   ExpectHeard(heard += kAsked + "two\n"s + kAsked + "long row 2\n");
   Focus("long row 3");
   ExpectHeard(heard += "cut\n"s + kAsked + "long row 3\n");
@@ -75,7 +75,7 @@ TEST_F(Speech, AnnouncementsAreSpokenInTurnAndTheFocusAfterThemAndNoProcessIsLef
   ExpectHeard(heard += "cut\n"s + kAsked + "long five\n");
   Announce("");
   ExpectHeard(heard += "cut\n");
-  EXPECT_TRUE(Eventually([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
+  EXPECT_TRUE(Until([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
 }
 
 TEST_F(Speech, VoiceFollowsTheMenuLanguage) {
@@ -95,14 +95,14 @@ TEST_F(Speech, SaysOnceThatThereIsNoSpeech) {
   SetLanguage("no locale");  // which it says for each text that it takes up
   for (int i = 1; i <= 3; ++i) {
     Focus("text");
-    EXPECT_TRUE(Eventually([i] { return TimesIn(ReadLog(), "is no locale") == i; })) << ReadLog();
+    EXPECT_TRUE(Until([i] { return Count(Log(), "is no locale") == i; })) << Log();
   }
-  EXPECT_EQ(TimesIn(ReadLog(), "no speech: speech-dispatcher does not run, and espeak-ng is not installed"), 1);
+  EXPECT_EQ(Count(Log(), "no speech: speech-dispatcher does not run, and espeak-ng is not installed"), 1);
 }
 
 TEST_F(Speech, SaysThatTheProgramFails) {
   Announce("fail");
-  EXPECT_TRUE(Eventually([] { return TimesIn(ReadLog(), "espeak-ng failed") == 1; })) << ReadLog();
+  EXPECT_TRUE(Until([] { return Count(Log(), "espeak-ng failed") == 1; })) << Log();
 }
 
 TEST_F(Speech, PrefersSpeechDispatcherAndOutlivesIt) {

@@ -11,8 +11,8 @@
 #include <csignal>
 
 #include "set_paths.h"
+#include "support/files.h"
 #include "support/remaining_rows.h"
-#include "support/set_files.h"
 #include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
 
@@ -176,7 +176,7 @@ TEST_P(TrevlinBroken, IsAnErrorWithOneLogLineAndStaysAsItIs) {
   GetParam().make();
   const std::string before = ReadFile(set_paths::kInferenceDb),
                     reason = set_paths::kInferenceDb + (": " + std::string(GetParam().reason));
-  size_t lines = 0;
+  int lines = 0;
   for (const auto access : {Access::kReadOnly, Access::kReadWrite}) {
     Database database(access);
     database.BeginRead();

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "support/set_files.h"
+#include "support/files.h"
 
 namespace {
 

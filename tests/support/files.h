@@ -1,7 +1,8 @@
 #pragma once
 /// @file
-/// Files as tests make and see them, sample packages, and waiting. Paths are those of SystemPath(), which comes with
-/// it, as do the paths of the set.
+/// Files as tests make and see them, sample packages, and waiting. SystemPath() and the paths of the set come with it.
+
+#include <gmock/gmock.h>
 
 #include <chrono>
 #include <filesystem>
@@ -17,35 +18,64 @@
 
 namespace fs = std::filesystem;
 
-/// Empty for what is no regular file.
-inline std::string ReadFile(const fs::path& file) {
+/// Its bytes; empty as well where no regular file is. A path of this machine.
+inline std::string ReadHostFile(const fs::path& file) {
   if (!fs::is_regular_file(file)) return {};
   std::ifstream in(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-/// Makes its folders too.
-inline void WriteFile(const fs::path& file, std::string_view content = "content") {
+/// Makes its folders as well. A path of this machine.
+inline void WriteHostFile(const fs::path& file, std::string_view content = "content") {
   fs::create_directories(file.parent_path());
   std::ofstream(file, std::ios::binary) << content;
 }
 
-inline std::string ReadLog() {
-  return ReadFile(SystemPath(set_paths::kLogFile));
+/// The same with a path of the set.
+inline std::string ReadFile(const std::string& path) {
+  return ReadHostFile(SystemPath(path));
+}
+inline void WriteFile(const std::string& path, std::string_view content) {
+  WriteHostFile(SystemPath(path), content);
 }
 
-inline int TimesIn(std::string_view text, std::string_view part) {
-  int times = 0;
-  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++times;
-  return times;
+/// Whether anything is there on the set, a link that leads nowhere included.
+inline bool Exists(const std::string& path) {
+  return fs::exists(fs::symlink_status(SystemPath(path)));
 }
 
-/// Waits until it holds, for as long as a loaded machine may take; false when it never does.
-inline bool Eventually(const std::function<bool()>& holds) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+/// What has been logged.
+inline std::string Log() {
+  return ReadFile(set_paths::kLogFile);
+}
+
+/// How often `part` is in `text`.
+inline int Count(std::string_view text, std::string_view part) {
+  int count = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) ++count;
+  return count;
+}
+
+/// A matcher: the text has each of the parts, the next one behind the last.
+MATCHER_P(ContainsInOrder, parts, "has these parts in their order: " + testing::PrintToString(parts)) {
+  size_t at = 0;
+  for (const std::string& part : parts) {
+    at = arg.find(part, at);
+    if (at == std::string::npos) {
+      *result_listener << "with no \"" << part << "\" there";
+      return false;
+    }
+    at += part.size();
+  }
+  return true;
+}
+
+/// Waits until the condition holds, for as long as a loaded machine may take; false when it never does.
+inline bool Until(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return true;
 }
@@ -60,8 +90,8 @@ inline std::string Manifest(const std::string& id, const std::string& title, con
 inline void PlantPackage(const std::string& id, const std::string& title, const std::string& more = "") {
   const fs::path folder = SystemPath(set_paths::kPackagesDir) + "/" + id;
   const std::string bytes(20000, 'x');
-  WriteFile(folder / "manifest.json", Manifest(id, title, more));
+  WriteHostFile(folder / "manifest.json", Manifest(id, title, more));
   for (int i = 0; i < 20; ++i)
-    for (const char* kind : {"data", "cache"}) WriteFile(folder / kind / std::to_string(i), bytes);
-  WriteFile(SystemPath(set_paths::kWebCacheDir) + "/" + id + ".app/page", bytes);
+    for (const char* kind : {"data", "cache"}) WriteHostFile(folder / kind / std::to_string(i), bytes);
+  WriteHostFile(SystemPath(set_paths::kWebCacheDir) + "/" + id + ".app/page", bytes);
 }

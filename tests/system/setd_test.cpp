@@ -16,8 +16,8 @@
 #include <memory>
 
 #include "set_paths.h"
+#include "support/files.h"
 #include "support/process.h"
-#include "support/set_files.h"
 #include "trevlin/trevlin_database.h"
 #include "vconf.h"
 
@@ -38,7 +38,7 @@ using Process = std::unique_ptr<ChildProcess>;
 
 Process StartDaemon() {
   const auto starts = [] { return Count(Log(), "serves this set"); };
-  const size_t before = starts();
+  const int before = starts();
   auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD});
   EXPECT_TRUE(Until([&] { return starts() > before; }));
   return daemon;

@@ -40,7 +40,7 @@ class Slice : public testing::Test {
  protected:
   void SetUp() override {
     fs::copy_file(PARSER_PLUGIN, kPlugin);
-    WriteFile(kMapFile, kMap);
+    WriteHostFile(kMapFile, kMap);
     for (const int code : {17, 555, 1001, 2040, 10000005}) Record(code, 1, "2024-03-07T09:05:00");
     Record(10000005, 0, "2024-03-07T10:00:00");
   }
@@ -64,9 +64,9 @@ class Slice : public testing::Test {
 };
 
 TEST_F(Slice, QGuideWritesTheCodesInTheOrderOfTheMap) {
-  WriteFile(kResult, "what was there before, which is longer");
+  WriteHostFile(kResult, "what was there before, which is longer");
   const std::string log = Diagnose();
-  EXPECT_EQ(ReadFile(kResult), kFound);
+  EXPECT_EQ(ReadHostFile(kResult), kFound);
   EXPECT_THAT(log, AllOf(HasSubstr("for qguide only"), HasSubstr("SM_VERSION [3]"), HasSubstr("m_table Size is 3")));
   EXPECT_FALSE(fs::exists(SystemPath(set_paths::kRemainingDb)));
   EXPECT_FALSE(fs::exists(SystemPath(set_paths::kEventLog)));
@@ -75,7 +75,7 @@ TEST_F(Slice, QGuideWritesTheCodesInTheOrderOfTheMap) {
 TEST_F(Slice, BackgroundRequestWritesToTheDocuments) {
   const ProcessResult result = RunProcess({VEXILO_APP, "launch_mech=bg_inference"}, kToStderr);
   EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_EQ(ReadFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
+  EXPECT_EQ(ReadHostFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
   EXPECT_FALSE(fs::exists(kResult));
   EXPECT_THAT(result.err, AllOf(HasSubstr("when QUVA is to be called in background "), HasSubstr("terminate called")));
 }
@@ -98,28 +98,29 @@ const Fault kFaults[] = {
      "Unable to open file /tmp/qsyslink/inference_result 2", nullptr},
     {"ResultIsALink",
      [] {
-       WriteFile(SystemPath("/opt/precious"));
+       WriteHostFile(SystemPath("/opt/precious"));
        fs::create_symlink(SystemPath("/opt/precious"), kResult);
      },
      "symbolic link is detected", "content", SystemPath("/opt/precious")},
     {"ResultIsAFolder", [] { fs::create_directory(kResult); }, "Unable to open file /tmp/qsyslink/inference_result 21",
      nullptr},
-    {"MalformedMap", [] { WriteFile(kMapFile, "<map>\n<solution issue_code=\"17\"/>\n<sm cnt=1/>"); },
+    {"MalformedMap", [] { WriteHostFile(kMapFile, "<map>\n<solution issue_code=\"17\"/>\n<sm cnt=1/>"); },
      "Error while parsing xml: not well-formed (invalid token), line: 3, col: 8", "", kMapFile},
     {"NoPlugin", [] { fs::remove(kPlugin); }, "dlopen error: ", ""},
-    {"PluginIsNoLibrary", [] { WriteFile(kPlugin, "#!/bin/sh\n"); }, "dlopen error: ", ""},
+    {"PluginIsNoLibrary", [] { WriteHostFile(kPlugin, "#!/bin/sh\n"); }, "dlopen error: ", ""},
     {"NoDatabaseAndAnEarlierResult",
      [] {
        fs::remove(kInference);
-       WriteFile(kResult, kFound);
+       WriteHostFile(kResult, kFound);
      },
      "GetInferenceResult Failed", ""},
     {"NoDatabaseFolder", [] { fs::remove_all(kInference.parent_path()); },
      "/home/owner/share/Trevlin/DB/inference.db: cannot be opened", ""},
     {"TruncatedDatabase", [] { fs::resize_file(kInference, fs::file_size(kInference) / 2 + 100); },
      "database disk image is malformed", "", kInference},
-    {"NotADatabase", [] { WriteFile(kInference, std::string(5000, 'x')); }, "file is not a database", "", kInference},
-    {"SolutionsNotADatabase", [] { WriteFile(kSolutions, std::string(5000, 'x')); },
+    {"NotADatabase", [] { WriteHostFile(kInference, std::string(5000, 'x')); }, "file is not a database", "",
+     kInference},
+    {"SolutionsNotADatabase", [] { WriteHostFile(kSolutions, std::string(5000, 'x')); },
      "/home/owner/share/Trevlin/DB/solution.db", kFound, kSolutions},
     {"LinkedDatabase",
      [] {
@@ -134,11 +135,11 @@ class SliceFault : public Slice, public testing::WithParamInterface<Fault> {};
 TEST_P(SliceFault, IsSaidAndHarmsNothingElse) {
   const Fault& fault = GetParam();
   fault.breakIt();
-  const std::string before = ReadFile(fault.untouched);
+  const std::string before = ReadHostFile(fault.untouched);
   EXPECT_THAT(Diagnose(), HasSubstr(fault.logLine));
-  EXPECT_EQ(ReadFile(fault.untouched), before);
+  EXPECT_EQ(ReadHostFile(fault.untouched), before);
   EXPECT_EQ(fs::is_regular_file(kResult), fault.result != nullptr);
-  EXPECT_EQ(ReadFile(kResult), fault.result ? fault.result : "");
+  EXPECT_EQ(ReadHostFile(kResult), fault.result ? fault.result : "");
 }
 
 INSTANTIATE_TEST_SUITE_P(, SliceFault, testing::ValuesIn(kFaults),
@@ -150,7 +151,7 @@ TEST_F(Slice, LockedDatabaseIsNotWaitedForLong) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_THAT(Diagnose(), HasSubstr("database is locked"));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-  EXPECT_EQ(ReadFile(kResult), "");
+  EXPECT_EQ(ReadHostFile(kResult), "");
 }
 
 // Root may write everywhere, so the program runs without that privilege.
@@ -160,7 +161,7 @@ std::vector<std::string> WithoutPrivilege() {
 }
 
 TEST_F(Slice, ReadOnlyFoldersAreSaidAndLeftAsTheyAre) {
-  const std::string database = ReadFile(kInference);
+  const std::string database = ReadHostFile(kInference);
   for (const fs::path& folder : {kResult.parent_path(), kInference.parent_path()})
     fs::permissions(folder, fs::perms(0555));
   fs::permissions(kInference, fs::perms(0444));
@@ -170,8 +171,8 @@ TEST_F(Slice, ReadOnlyFoldersAreSaidAndLeftAsTheyAre) {
 
   fs::permissions(kResult.parent_path(), fs::perms(0755));
   Diagnose(WithoutPrivilege());
-  EXPECT_EQ(ReadFile(kResult), kFound);
-  EXPECT_EQ(ReadFile(kInference), database);
+  EXPECT_EQ(ReadHostFile(kResult), kFound);
+  EXPECT_EQ(ReadHostFile(kInference), database);
 }
 
 // ---- the interactive process
@@ -195,7 +196,7 @@ wait $first; echo first $?)";
   for (const char* line : {"second 0", "third 0", "first 0"})
     EXPECT_EQ(session.ReadLine(std::chrono::seconds(60)), line);
   EXPECT_EQ(LaunchPoint(), 3);
-  EXPECT_EQ(ReadFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
+  EXPECT_EQ(ReadHostFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
 }
 
 TEST_F(Slice, FirstLaunchRecordsItsPointAndKeepsOrClearsTheRemainingProblems) {
@@ -206,9 +207,9 @@ TEST_F(Slice, FirstLaunchRecordsItsPointAndKeepsOrClearsTheRemainingProblems) {
     ChildProcess app({VEXILO_APP, "launch_mech=HotelMenu"}, kToStderr);
     // The last thing that a start writes: what it found, or that there is nothing.
     const std::string last = reset ? R"({"id" : "NoRemaining"})" : R"({"id" : "CompareRemaining"})";
-    EXPECT_TRUE(Eventually([&last] { return CText(vconf_get_str("system/trevlin/STOperation")).get() == last; }));
+    EXPECT_TRUE(Until([&last] { return CText(vconf_get_str("system/trevlin/STOperation")).get() == last; }));
     const auto left = reset ? std::vector<int>{} : std::vector{1001};
-    EXPECT_TRUE(Eventually([&left] { return RemainingCodes() == left; })) << "an on-demand issue has cleared";
+    EXPECT_TRUE(Until([&left] { return RemainingCodes() == left; })) << "an on-demand issue has cleared";
     EXPECT_EQ(LaunchPoint(), 3);
     app.Signal(SIGTERM);
     const ProcessResult result = app.Wait();

@@ -59,7 +59,7 @@ std::string Parsed(const std::string& text) {
 }
 
 void Write(const char* path, const std::string& content) {
-  WriteFile(SystemPath(path), content);
+  WriteHostFile(SystemPath(path), content);
 }
 
 constexpr char kMap[] =
@@ -70,9 +70,9 @@ constexpr char kMap[] =
 void MakeTitles() {
   Write(set_paths::kSolutionMap, kMap);
   const std::string folder = SystemPath(set_paths::kLocaleDir) + std::string("/de/LC_MESSAGES");
-  WriteFile(folder + "/texts.po",
-            "msgid \"\"\nmsgstr \"Content-Type: text/plain; charset=UTF-8\\n\"\n"
-            "msgid \"SID_STORAGE\"\nmsgstr \"Speicher fast voll – prüfen\"\n");
+  WriteHostFile(folder + "/texts.po",
+                "msgid \"\"\nmsgstr \"Content-Type: text/plain; charset=UTF-8\\n\"\n"
+                "msgid \"SID_STORAGE\"\nmsgstr \"Speicher fast voll – prüfen\"\n");
   ASSERT_EQ(RunProcess({"msgfmt", "-o", folder + "/com.tornelo.TVVexilo.mo", folder + "/texts.po"}).exitCode, 0);
   ASSERT_EQ(vconf_set_str("db/menu_widget/language", "de_DE.utf8"), 0);
 }
@@ -228,7 +228,7 @@ TEST(Vexiloctl, EventsAreListedAndATornLastLineIsNotYetOne) {
                 "23_vexilo", "VEXILO", "EV003",
                 "{chip_id=NULL;user_time=;;select_item=DeviceState;status=Good;issue_count=NULL;remain_count=NULL}"),
             1);
-  const std::string stored = ReadFile(SystemPath(set_paths::kEventLog));
+  const std::string stored = ReadHostFile(SystemPath(set_paths::kEventLog));
   Write(set_paths::kEventLog, stored + "{\"time\":\"20");
   EXPECT_EQ(Output({"events", "--json"}), stored);
   EXPECT_THAT(Output({"events"}), HasSubstr("VEXILO  EV003     DeviceState  Good    -\n"));
@@ -253,7 +253,7 @@ TEST(Vexiloctl, TheNewestResultIsShownWithTitles) {
             "/tmp/qsyslink/inference_result  2024-03-07T09:05:00\n"
             "  17  Speicher fast voll – prüfen\n  99  (no text)\n"
             "/opt/usr/home/owner/content/Documents/inference_result  2024-03-07T09:04:59  (older)\n");
-  EXPECT_EQ(TimesIn(Output({"result", "--json"}), "\n"), 2);
+  EXPECT_EQ(Count(Output({"result", "--json"}), "\n"), 2);
   Write(set_paths::kSolutionMap, "<map><solution");
   EXPECT_THAT(RunCtl({"result"}).out, HasSubstr("  17  (no text)\n"));
 }
@@ -261,7 +261,7 @@ TEST(Vexiloctl, TheNewestResultIsShownWithTitles) {
 TEST(Vexiloctl, WhatCannotBeReadFailsWithNameAndReasonAndStaysAsItIs) {
   Write(set_paths::kSolutionMap, kMap);
   const std::string garbage(3000, 'x'), target = SystemPath("/target");
-  WriteFile(target, garbage);
+  WriteHostFile(target, garbage);
   const std::pair<const char*, Words> cases[] = {{set_paths::kInferenceDb, {"engine", "list"}},
                                                  {set_paths::kInferenceDb, {"engine", "record", "17", "true"}},
                                                  {set_paths::kSolutionDb, {"engine", "solutions"}},
@@ -277,14 +277,14 @@ TEST(Vexiloctl, WhatCannotBeReadFailsWithNameAndReasonAndStaysAsItIs) {
       EXPECT_THAT(result.err, AllOf(StartsWith(std::string("vexiloctl: ") + path), HasSubstr(reason)));
     };
     if (file.ends_with(".db")) {
-      WriteFile(file, garbage);
+      WriteHostFile(file, garbage);
       expectFailure("file is not a database");
-      EXPECT_EQ(ReadFile(file), garbage);
+      EXPECT_EQ(ReadHostFile(file), garbage);
       fs::remove(file);
     }
     fs::create_symlink(target, file);
     expectFailure("symbolic link");
-    EXPECT_EQ(ReadFile(target), garbage);
+    EXPECT_EQ(ReadHostFile(target), garbage);
     fs::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
     expectFailure("not a regular file");
@@ -373,8 +373,8 @@ TEST_F(VexiloctlApps, ClearingEmptiesWhatItSaysAndNoMore) {
   EXPECT_FALSE(fs::is_empty(kPackages / "one/data"));
 
   PlantPackage("9Ur5IzDKqV", "YouTube");
-  WriteFile(kPackages / "9Ur5IzDKqV/manifest.json",
-            R"({"package_id": "9Ur5IzDKqV", "app_id": "9Ur5IzDKqV", "title": "YouTube"})");
+  WriteHostFile(kPackages / "9Ur5IzDKqV/manifest.json",
+                R"({"package_id": "9Ur5IzDKqV", "app_id": "9Ur5IzDKqV", "title": "YouTube"})");
   const ProcessResult kept = RunCtl({"apps", "clear-data", "9Ur5IzDKqV", "one", "--json", "--yes"});
   EXPECT_EQ(kept.exitCode, 1);
   EXPECT_THAT(kept.err, HasSubstr("9Ur5IzDKqV: its data has to stay"));
@@ -385,14 +385,14 @@ TEST_F(VexiloctlApps, ClearingEmptiesWhatItSaysAndNoMore) {
 
 TEST_F(VexiloctlApps, ARunningTaskManagerIsAskedForEachApplicationInTurn) {
   const fs::path lockPath = SystemPath(set_paths::kHostRun) + "/setd.lock";
-  WriteFile(lockPath, "1\n");
+  WriteHostFile(lockPath, "1\n");
   const FdHandle lock(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
   ChildProcess ctl(Ctl({"apps", "clear-cache", "one", "web", "--json"}));
   const fs::path request = SystemPath(set_paths::kTagerRequests) + "/clearAppCache";
   for (const std::string id : {"one", "web"}) {
-    EXPECT_TRUE(Eventually([&] { return fs::exists(request); })) << id;
-    EXPECT_EQ(ReadFile(SystemPath(set_paths::kTager) + "/clearAppCache"), id + "|" + id + ".app\n");
+    EXPECT_TRUE(Until([&] { return fs::exists(request); })) << id;
+    EXPECT_EQ(ReadHostFile(SystemPath(set_paths::kTager) + "/clearAppCache"), id + "|" + id + ".app\n");
     fs::remove(request);
   }
   const ProcessResult result = ctl.Wait();
@@ -436,10 +436,10 @@ TEST(VexiloctlReports, AreListedShownAndRemoved) {
   EXPECT_EQ(RunCtl({"reports", "list", "--json"}).out, "");
   const fs::path folder = SystemPath(set_paths::kReportsDir), files = SystemPath("/files");
   const std::string name = "20240307T090500Z-SOUND";
-  WriteFile(files / "vexilo.log", "a line\n");
-  WriteFile(files / "meta.json", R"({"category":"SOUND","set":{"region":1}})");
-  WriteFile(folder / "broken.tar.zst", "no archive");
-  WriteFile(folder / "half.tar.gz#abc123", "");
+  WriteHostFile(files / "vexilo.log", "a line\n");
+  WriteHostFile(files / "meta.json", R"({"category":"SOUND","set":{"region":1}})");
+  WriteHostFile(folder / "broken.tar.zst", "no archive");
+  WriteHostFile(folder / "half.tar.gz#abc123", "");
   fs::create_symlink(files / "vexilo.log", folder / "link.tar.gz");
   const Words pack{"tar", "-czf", folder / (name + ".tar.gz"), "-C", files, "vexilo.log", "meta.json"};
   ASSERT_EQ(RunProcess(pack).exitCode, 0);
@@ -469,7 +469,7 @@ Ids EveryId() {
       "org.varno.mled-installation-test org.varno.picture-test org.varno.sound-test org.varno.wizard");
   Ids ids(std::istream_iterator<std::string>(own), {});
   const size_t owned = ids.size();
-  const std::string map = ReadFile(VEXILO_SOURCE_DIR "/platform/set/solutionmap.xml");
+  const std::string map = ReadHostFile(VEXILO_SOURCE_DIR "/platform/set/solutionmap.xml");
   const std::regex launch(R"(param_type="launch" param_value="([^ "]+))");
   for (std::sregex_iterator each(map.begin(), map.end(), launch), end; each != end; ++each) ids.insert((*each)[1]);
   EXPECT_GT(ids.size(), owned);
@@ -497,7 +497,7 @@ TEST_F(DesktopEntries, EveryApplicationThatIsLaunchedHasOneThatWorks) {
     const ProcessResult result =
         Launch({id, "for=" + id}, {{"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}, {"ELM_ENGINE", ""}});
     EXPECT_EQ(result.exitCode, 0) << id << ": " << result.err;
-    EXPECT_TRUE(Eventually([&] { return TimesIn(ReadLog(), "  for = " + id) > 0; })) << id;
+    EXPECT_TRUE(Until([&] { return Count(Log(), "  for = " + id) > 0; })) << id;
   }
   const ProcessResult unknown = Launch({"org.varno.unknown"}, {});
   EXPECT_EQ(unknown.exitCode, 1);
@@ -517,11 +517,11 @@ TEST_F(DesktopEntries, AProgramOfThisMachineComesBeforeTheStandIn) {
   for (const auto& [words, program] : cases) {
     fs::remove(ran);
     fs::remove_all(tools);
-    WriteFile(tools / program, "#!/bin/sh\necho \"arguments: $*.\" >" + ran.string() + "\n");
+    WriteHostFile(tools / program, "#!/bin/sh\necho \"arguments: $*.\" >" + ran.string() + "\n");
     fs::permissions(tools / program, fs::perms(0755));
     EXPECT_EQ(Launch(words, {{"DISPLAY", ":none"}, {"PATH", tools}, {"XDG_CURRENT_DESKTOP", ""}}).exitCode, 0);
     // They know nothing of key=value.
-    EXPECT_TRUE(Eventually([&] { return ReadFile(ran) == "arguments: .\n"; })) << program << ": " << ReadFile(ran);
+    EXPECT_TRUE(Until([&] { return ReadHostFile(ran) == "arguments: .\n"; })) << program << ": " << ReadHostFile(ran);
   }
 }
 
@@ -529,15 +529,15 @@ TEST_F(DesktopEntries, TheStandInShowsItselfUntilItIsEnded) {
   ChildProcess shown({SystemPath("/usr/bin/vexilo-standin"), "Name", "key=value", "bad=\xff", "noequals"},
                      {.env = {{"ELM_ENGINE", "buffer"}, {"VEXILO_LOG_LEVEL", "debug"}}});
   const auto takesSignals = [&shown] {
-    const std::string status = ReadFile("/proc/" + std::to_string(shown.Pid()) + "/status");
+    const std::string status = ReadHostFile("/proc/" + std::to_string(shown.Pid()) + "/status");
     const size_t caught = status.find("SigCgt:");
     return caught != status.npos && (std::stoull(status.substr(caught + 7), nullptr, 16) & 1u << (SIGTERM - 1));
   };
-  EXPECT_TRUE(Eventually(takesSignals));
+  EXPECT_TRUE(Until(takesSignals));
   shown.Signal(SIGTERM);
   const ProcessResult result = shown.Wait();
   EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_THAT(ReadLog(), testing::Not(HasSubstr("cannot show \"Name\"")));
+  EXPECT_THAT(Log(), testing::Not(HasSubstr("cannot show \"Name\"")));
 }
 
 }  // namespace
