@@ -2,6 +2,7 @@
 
 #include <Ecore.h>
 
+#include <list>
 #include <memory>
 #include <utility>
 
@@ -41,19 +42,27 @@ struct Watch {
 constexpr double kWatchRound = 1.0;  // seconds
 constexpr int kWatchRounds = 30;
 
+// Those that are still waiting.
+std::list<Watch>& Watches() {
+  static auto* watches = new std::list<Watch>;
+  return *watches;
+}
+
 Eina_Bool Look(void* data) {
   auto* const watch = static_cast<Watch*>(data);
   const bool holds = watch->holds();
   if (!holds && --watch->rounds > 0) return ECORE_CALLBACK_RENEW;
-  if (holds) watch->then();
-  delete watch;
+  const auto then = watch->then;
+  Watches().remove_if([watch](const Watch& each) { return &each == watch; });
+  if (holds) then();
   return ECORE_CALLBACK_CANCEL;
 }
 
 }  // namespace
 
 void WhenLater(std::function<bool()> holds, std::function<void()> then) {
-  auto* const watch = new Watch{std::move(holds), std::move(then), kWatchRounds};
+  Watches().push_back({std::move(holds), std::move(then), kWatchRounds});
+  Watch* const watch = &Watches().back();
   if (Look(watch) == ECORE_CALLBACK_RENEW) ecore_timer_add(kWatchRound, Look, watch);
 }
 

@@ -255,6 +255,7 @@ TEST(FluxSet, SpeaksWhatHasTheFocusInTheEndWhileTheScreenReaderIsOn) {
   elm_flux_popup_button_add(popup, "OK");
   ui.Settle();
   EXPECT_THAT(g_said, testing::ElementsAre("Second of two", "announced: Message", "First & last", "Title. OK"));
+  evas_object_del(popup);
 }
 
 TEST(FluxSet, WorksWithoutItsThemeAndWithAWrongWindowSize) {
