@@ -16,8 +16,8 @@ namespace setd {
 
 /// Runs the engine's rules, one run after the other, on one thread that gives way to all others. The settings key
 /// "db/trevlin/background_period" has the seconds from the end of a run to the next (300 when it is not set, 0 for
-/// none, a day at most); its changes count at once. The first run is 20 seconds
-/// after the start, where the period is not shorter. Issues that the solution map marks "bg" are then solved.
+/// none, a day at most); its changes count at once. The first run is 20 seconds after the start, or after the period
+/// where that is shorter. Issues that the solution map marks "bg" are then solved.
 class BackgroundRuns {
  public:
   BackgroundRuns();

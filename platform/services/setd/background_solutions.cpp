@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 #include "QUVA_XMLParser.h"
@@ -76,13 +77,13 @@ void Apply(trevlin::Database& database, const QUVA::QUVA_Solution& solution, con
 }  // namespace
 
 void ApplyBackgroundSolutions(trevlin::Database& database, const trevlin::Outcome& outcome) {
-  const auto isThere = [&](int code) {
-    return std::any_of(outcome.issues.begin(), outcome.issues.end(),
-                       [code](const trevlin::IssueTruth& issue) { return issue.isTrue && issue.issueCode == code; });
-  };
+  std::set<int> there;
+  for (const trevlin::IssueTruth& issue : outcome.issues)
+    if (issue.isTrue) there.insert(issue.issueCode);
+  if (there.empty()) return;
   for (const QUVA::QUVA_Solution& solution : ReadMap().solutions) {
     const int code = std::atoi(solution.issue_code.c_str());
-    if (solution.is_fg_bg != kBackground || !isThere(code)) continue;
+    if (solution.is_fg_bg != kBackground || !there.contains(code)) continue;
     if (const auto since = DueSince(database, code)) Apply(database, solution, *since);
   }
 }
