@@ -60,7 +60,7 @@ constexpr double kPicture = 40;
 constexpr double kPercentWidth = 30;
 constexpr double kPercentHeight = 12;
 constexpr double kFrameTop = 4;
-constexpr double kFrameAndBelow = 65;
+constexpr double kFrameAndBelow = 65;  // from the frame's top to the screen's end, whatever its height
 constexpr double kFramePadding = 3.5;
 constexpr double kRowHeight = 12;
 constexpr double kRowGap = 1.5;
@@ -109,7 +109,7 @@ void CStartDC::m_StartDC() {
   CUtils::Instance().m_SetKeyBlock(true);  // until the clean-up
   m_isOptimized = false;
   m_isAllDone = false;
-  m_percent = 0;
+  m_percent = m_frame = m_step = 0;
   m_categories = m_VisibleCategories();
   if (m_screen.m_Build(kTitle)) m_BuildBody();
   m_job.m_Start(
