@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 
@@ -14,6 +12,7 @@ extern "C" {
 #include <string_view>
 #include <utility>
 
+#include "base/program.h"
 #include "settings/menu_language.h"
 #include "speech/speaker.h"
 
@@ -51,52 +50,14 @@ FdHandle FileOf(const std::string& text) {
   return file;
 }
 
-/// What a program gets that is started from a thread: the text to read, no other file, signals as they were at first.
-class SpawnRules {
- public:
-  explicit SpawnRules(int input) {
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigset_t usual;
-    sigemptyset(&none);
-    sigemptyset(&usual);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGCHLD}) sigaddset(&usual, number);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &usual);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  }
-  SpawnRules(const SpawnRules&) = delete;
-  SpawnRules& operator=(const SpawnRules&) = delete;
-  ~SpawnRules() {
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attributes);
-  }
-
-  posix_spawn_file_actions_t files;
-  posix_spawnattr_t attributes;
-};
-
 }  // namespace
 
 bool Espeak::Say(const std::string& text, const std::string& locale) {
   Cancel();
   const FdHandle input = FileOf(text);
   if (!input) return false;
-  const SpawnRules rules(input.get());
-  std::string voice = VoiceOf(locale);
-  std::string program = kProgram;
-  std::string voiceOption = "-v";
-  std::string inputOption = "--stdin";
-  char* const argv[] = {program.data(), voiceOption.data(), voice.data(), inputOption.data(), nullptr};
-  pid_t pid = -1;
-  if (posix_spawnp(&pid, kProgram, &rules.files, &rules.attributes, argv, environ) != 0) return false;
-  m_process.reset(pidfd_open(pid, 0));
-  return true;
+  m_process = StartProgram({kProgram, "-v", VoiceOf(locale), "--stdin"}, input.get());
+  return static_cast<bool>(m_process);
 }
 
 std::optional<int> Espeak::Collect() {
