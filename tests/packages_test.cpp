@@ -5,14 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -24,6 +22,7 @@
 
 #include "c_handle.h"
 #include "packages/package_store.h"
+#include "packages/removal.h"
 #include "packages/safe_tree.h"
 #include "pkgmgr_client.h"
 #include "support/files.h"
@@ -167,6 +166,10 @@ TEST_F(SafeTree, LeavesMountPointsAlone) {
   const std::string package = kPackages / "p";
   ASSERT_EQ(mount(package.c_str(), package.c_str(), nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(Remove(*FindByPackageId("p")), -EBUSY);
+  PlantPackage("q", "Q");
+  ASSERT_EQ(mount(kOutside.c_str(), (kPackages / "q/data").c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(Remove(*FindByPackageId("q")), -EBUSY);
+  EXPECT_TRUE(fs::exists(kPackages / "q/cache/1"));
   EXPECT_TRUE(fs::exists(kWebCache / "p.app/page"));
   EXPECT_EQ(ClearData(*FindByPackageId("p")), -EBUSY);
   EXPECT_TRUE(fs::exists(kPackages / "p/data/1"));
@@ -251,7 +254,11 @@ TEST_F(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
       {"w18", R"({"package_id": "w18", "app_id": "right.app", "title": "a"})", "\"app_id\" right.app is that of right"},
       {"w19", "a link", "manifest.json: Too many levels"},
       {"w20", "no folder", "is no folder"},
-      {"w21", "no folder", "is no folder"}};
+      {"w21", "no folder", "is no folder"},
+      {"w22", R"({"package_id": "w22", "app_id": "Plain", "title": "a"})",
+       "\"app_id\" Plain is the package id of another"},
+      {"w23", R"({"package_id": "w23", "app_id": "w01", "title": "a"})",
+       "\"app_id\" w01 is the package id of another"}};
   for (const auto& [id, text, problem] : wrong) WriteHostFile(kPackages / id / "manifest.json", text);
   fs::remove(kPackages / "w19/manifest.json");
   fs::create_symlink(kPackages / "right/manifest.json", kPackages / "w19/manifest.json");
@@ -297,25 +304,56 @@ TEST_F(PackageStore, RemovesAPackageWithItsWebCacheAndTellsHowFarItIs) {
   EXPECT_TRUE(fs::is_empty(kPackages));
 }
 
-TEST_F(PackageStore, FinishesAnInterruptedRemoval) {
-  PlantPackage("half", "H");
+TEST_F(PackageStore, FinishesARemovalThatWasInterruptedAtAnyStep) {
   PlantPackage("whole", "W");
-  const pid_t remover = Fork([] {
-    Remove(*FindByPackageId("half"), [](int percent) {
-      if (percent >= 40) pause();
-    });
-  });
   const fs::path hidden = kPackages / ".removing-half";
-  EXPECT_TRUE(Until([&] { return fs::exists(hidden); }));
-  EXPECT_EQ(Ids(), "whole");
-  EXPECT_TRUE(fs::exists(hidden)) << "a removal that goes on is left to its process";
-  kill(remover, SIGKILL);
-  waitpid(remover, nullptr, 0);
+  // Where it is killed: before it begins, with the web cache gone, half way, before the last file.
+  for (const int step : {0, 1, 40, 97}) {
+    SCOPED_TRACE(step);
+    PlantPackage("half", "H");
+    const std::string reached = SystemPath("/tmp/reached-" + std::to_string(step));
+    const pid_t remover = Fork([&] {
+      Remove(*FindByPackageId("half"), [&](int percent) {
+        if (percent < step) return;
+        WriteHostFile(reached);
+        pause();
+      });
+    });
+    EXPECT_TRUE(Until([&] { return fs::exists(reached); }));
+    const std::string ids = step == 0 ? "half whole" : "whole";
+    EXPECT_EQ(Ids(), ids);
+    EXPECT_EQ(fs::exists(hidden), step > 0) << "a removal that goes on is left to its process";
+    EXPECT_EQ(fs::exists(kWebCache / "half.app/page"), step == 0);
+    kill(remover, SIGKILL);
+    waitpid(remover, nullptr, 0);
+    EXPECT_EQ(Ids(), ids);
+    EXPECT_FALSE(fs::exists(hidden));
+    EXPECT_EQ(fs::exists(kWebCache / "half.app"), step == 0);
+    EXPECT_EQ(MeasureTree("/opt/usr/apps/half").files, step == 0 ? 1 + 2 + 1 + 40 : 0) << "whole or not at all";
+    if (step == 0) fs::remove_all(kPackages / "half");
+  }
+  EXPECT_EQ(TimesLogged("finished a removal that was interrupted"), 3);
   fs::create_directory_symlink(kOutside, kPackages / ".removing-link");
   EXPECT_EQ(Ids(), "whole");
-  EXPECT_FALSE(fs::exists(hidden));
   EXPECT_FALSE(fs::is_symlink(kPackages / ".removing-link"));
-  EXPECT_EQ(TimesLogged("finished a removal that was interrupted"), 1);
+}
+
+TEST_F(PackageStore, FreesADiskThatIsFull) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  ASSERT_EQ(mount("tmpfs", SystemPath("/opt").c_str(), "tmpfs", 0, "size=4m"), 0);
+  for (const char* id : {"cleared", "removed"}) PlantPackage(id, "T");
+  const fs::path rest = SystemPath("/opt/rest");
+  std::ofstream(rest) << std::string(4 << 20, 'x');
+  const auto isFull = [] { return fs::space(SystemPath("/opt")).available == 0; };
+  ASSERT_TRUE(isFull());
+  EXPECT_EQ(ClearCache(*FindByPackageId("cleared")), PKGMGR_R_OK);
+  EXPECT_TRUE(fs::is_empty(kPackages / "cleared/cache"));
+  std::ofstream(rest, std::ios::app) << std::string(4 << 20, 'x');
+  ASSERT_TRUE(isFull());
+  EXPECT_EQ(Remove(*FindByPackageId("removed")), PKGMGR_R_OK);
+  EXPECT_EQ(Ids(), "cleared");
+  EXPECT_FALSE(isFull());
 }
 
 TEST_F(PackageStore, FinishesAllStuckRemovalsAndTheirWebCaches) {
@@ -349,13 +387,21 @@ TEST_F(PackageStore, RemovesNothingOfAPackageThatHoldsSomebodyElsesAlsoWhereItIs
   fs::permissions(SystemPath("/var/lib/vexilo-host"), fs::perms(0777));  // for the log
   ASSERT_EQ(setresuid(4711, 4711, 4711), 0);
   EXPECT_EQ(MeasureTree("/opt/usr/apps/own").error, EACCES);
-  EXPECT_EQ(Remove(*FindByPackageId("foreign")), PKGMGR_R_ERROR);
+  EXPECT_EQ(Remove(*FindByPackageId("foreign")), -EACCES);
   EXPECT_EQ(TimesLogged("1 entries in it are mount points or belong to another user"), 1);
   EXPECT_EQ(MeasureTree("/opt/usr/apps/foreign").files, 1 + 2 + 1 + 40 - 1) << "nothing is gone";
   EXPECT_TRUE(fs::exists(kWebCache / "foreign.app/page"));
   EXPECT_EQ(Remove(*FindByPackageId("own")), PKGMGR_R_OK);
   EXPECT_EQ(Remove(*FindByPackageId("web")), -EACCES) << "its web cache stays";
   EXPECT_EQ(Ids(), "foreign");
+}
+
+// The smallest numbers of errors are those of other results.
+TEST(PackageResult, OfAnErrorIsNotMistakenForAnother) {
+  EXPECT_EQ(ResultOf(0), PKGMGR_R_OK);
+  EXPECT_EQ(ResultOf(EPERM), -EACCES) << "a file that must not be changed";
+  for (const int error : {ENOENT, ESRCH}) EXPECT_EQ(ResultOf(error), PKGMGR_R_ERROR) << error;
+  for (const int error : {EIO, EBUSY, EROFS}) EXPECT_EQ(ResultOf(error), -error);
 }
 
 TEST_F(PackageStore, ThePackageManagerMeasuresAndClearsData) {
@@ -371,11 +417,22 @@ TEST_F(PackageStore, ThePackageManagerMeasuresAndClearsData) {
   EXPECT_EQ(size("p", PM_GET_TOTAL_SIZE), DiskUsage(kPackages / "p"));
   EXPECT_EQ(size("p", PM_GET_DATA_SIZE), DiskUsage(data) + DiskUsage(cache));
   EXPECT_EQ(size("p.app", 0), -2) << "the application's id";
-  EXPECT_EQ(clear("p"), PKGMGR_R_ENOPKG) << "the package's id";
+  EXPECT_EQ(clear("none"), PKGMGR_R_ENOPKG);
 
+  EXPECT_EQ(clear("p"), PKGMGR_R_OK) << "the package's id will do";
+  WriteHostFile(data / "file");
   EXPECT_EQ(clear("p.app"), PKGMGR_R_OK);
   for (const fs::path& folder : {data, cache, kWebCache / "p.app"}) EXPECT_TRUE(fs::is_empty(folder)) << folder;
   EXPECT_EQ(Ids(), "p");
+  PlantPackage("other", "O");
+  WriteHostFile(kPackages / "other/manifest.json", R"({"package_id": "other", "app_id": "p", "title": "O"})");
+  WriteHostFile(data / "file");
+  EXPECT_EQ(clear("p"), PKGMGR_R_OK);
+  EXPECT_TRUE(fs::is_empty(data));
+  WriteHostFile(kPackages / "p/manifest.json", "broken");
+  EXPECT_EQ(clear("p"), PKGMGR_R_ENOPKG);
+  EXPECT_TRUE(fs::exists(kPackages / "other/data/1")) << "another package that calls itself so";
+  WriteHostFile(kPackages / "p/manifest.json", Manifest("p", "P"));
 
   fs::remove(data);
   fs::remove(cache);
@@ -536,44 +593,30 @@ TEST(WasUninstall, GoesOnAfterAFailureHalfWay) {
   EXPECT_FALSE(fs::exists(kPackages / ".removing-half/data/1"));
 }
 
-TEST(WasUninstall, HasTheTaskManagerEndTheProgramsFirst) {
-  const fs::path tager = SystemPath(set_paths::kTager), trigger = SystemPath(set_paths::kTagerRequests) + "/killApp";
-  const fs::path lockFile = SystemPath(set_paths::kHostRun) + "/setd.lock", outside = SystemPath("/home/owner/killApp");
-  WriteHostFile(lockFile, "");
-  WriteHostFile(outside);
-  fs::create_directories(SystemPath("/home/owner/req"));
-  const FdHandle lock(open(lockFile.c_str(), O_RDWR | O_CLOEXEC));
+TEST(WasUninstall, EndsTheProgramsFirstByForceIfNeedBe) {
   const struct {
-    const char* what;
-    bool runs;
-    fs::path link, target;
-    std::string seen;
-  } cases[] = {{"no task manager", false, {}, {}, ""},
-               {"served", true, {}, {}, "p\n, there"},
-               {"payload is a link", true, tager / "killApp", outside, ""},
-               {"folder is a link", true, tager, outside.parent_path(), ""}};
-  for (const auto& [what, runs, link, target, seen] : cases) {
-    SCOPED_TRACE(what);
-    PlantPackage("p", "P");
-    ASSERT_EQ(flock(lock.get(), runs ? LOCK_EX : LOCK_UN), 0);
-    fs::remove_all(link);
-    if (!link.empty()) fs::create_symlink(target, link);
-    std::atomic<bool> done{false};
-    std::string got;
-    std::thread daemon([&] {
-      for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
-        if (!fs::exists(trigger)) continue;
-        got = ReadHostFile(tager / "killApp") + (fs::exists(kPackages / "p/data/1") ? ", there" : ", gone");
-        fs::remove(trigger);
-      }
-    });
+    std::string onTerm;
+    int exitCode, signal;
+    std::string out;
+  } cases[] = {{"test -e ../data/1 && echo there; exit 7", 7, 0, "there\n"}, {"", -1, SIGKILL, ""}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.onTerm);
+    for (const char* id : {"p", "other"}) {
+      PlantPackage(id, "P");
+      WriteHostFile(kPackages / id / "bin/run",
+                    "cd \"${0%/*}\"; trap '" + each.onTerm + "' TERM; echo ready; while :; do sleep 0.05; done\n");
+    }
+    ChildProcess program({"sh", kPackages / "p/bin/run"}), other({"sh", kPackages / "other/bin/run"});
+    ASSERT_TRUE(program.ReadLine() && other.ReadLine());
     Events events;
     EXPECT_EQ(was_force_uninstall_webapp("p.app", Events::On, &events), WAS_ERROR_NONE);
     EXPECT_EQ(events.WaitForEnd(), (Texts{"120 p.app", "121 p.app 0", "121 p.app 100", "122 p.app", "143"}));
-    done = true;
-    daemon.join();
-    EXPECT_EQ(got, seen);
-    EXPECT_EQ(ReadHostFile(outside), "content");
+    const ProcessResult ended = program.Wait(std::chrono::milliseconds(0));
+    EXPECT_EQ(ended.exitCode, each.exitCode);
+    EXPECT_EQ(ended.signal, each.signal);
+    EXPECT_FALSE(ended.timedOut);
+    EXPECT_EQ(ended.out, each.out) << "the package is whole meanwhile";
+    EXPECT_TRUE(other.Wait(std::chrono::milliseconds(0)).timedOut) << "another package's program runs on";
   }
 }
 

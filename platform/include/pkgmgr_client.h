@@ -15,8 +15,8 @@ typedef enum { PM_DEFAULT = 0, PM_QUIET = 1 } pkgmgr_mode;
 
 /// What a size query measures, in bytes as the file system counts them (allocated blocks).
 typedef enum {
-  PM_GET_TOTAL_SIZE = 0,  ///< everything in the package's folder
-  PM_GET_DATA_SIZE = 1,   ///< its data and cache folders
+  PM_GET_TOTAL_SIZE = 0,  ///< program, data and cache
+  PM_GET_DATA_SIZE = 1,   ///< data and cache
 } pkgmgr_getsize_type;
 
 /// Results. Every other negative value is a negative errno.
@@ -31,8 +31,7 @@ int pkgmgr_client_free(pkgmgr_client* client);
 int pkgmgr_client_usr_get_size(pkgmgr_client* client, const char* package_id, pkgmgr_getsize_type type, uid_t user,
                                long long* size);
 
-/// Empties the data and cache folders of an application (by application id), as if it had just been installed.
-/// `package_type` may be null. Blocks until it is done. On failure what could not be removed stays.
-int pkgmgr_client_clear_user_data(pkgmgr_client* client, const char* package_type, const char* app_id,
-                                  pkgmgr_mode mode);
+/// Empties the data and cache folders of a package (by package id, or else by application id), as if it had just been
+/// installed. `package_type` may be null. Blocks until it is done. On failure what could not be removed stays.
+int pkgmgr_client_clear_user_data(pkgmgr_client* client, const char* package_type, const char* id, pkgmgr_mode mode);
 }

@@ -374,20 +374,26 @@ TEST_F(VexiloctlApps, ClearingEmptiesWhatItSaysAndNoMore) {
 
   PlantPackage("9Ur5IzDKqV", "YouTube");
   WriteHostFile(kPackages / "9Ur5IzDKqV/manifest.json",
-                R"({"package_id": "9Ur5IzDKqV", "app_id": "9Ur5IzDKqV", "title": "YouTube"})");
-  const ProcessResult kept = RunCtl({"apps", "clear-data", "9Ur5IzDKqV", "one", "--json", "--yes"});
+                R"({"package_id": "9Ur5IzDKqV", "app_id": "9Ur5IzDKqV.YouTube", "title": "YouTube"})");
+  const ProcessResult kept = RunCtl({"apps", "clear-data", "9Ur5IzDKqV.YouTube", "one", "--json", "--yes"});
   EXPECT_EQ(kept.exitCode, 1);
-  EXPECT_THAT(kept.err, HasSubstr("9Ur5IzDKqV: its data has to stay"));
+  EXPECT_THAT(kept.err, HasSubstr("9Ur5IzDKqV.YouTube: its data has to stay"));
   EXPECT_FALSE(fs::is_empty(kPackages / "9Ur5IzDKqV/data"));
   EXPECT_TRUE(fs::is_empty(kPackages / "one/data")) << "the others are done all the same";
   EXPECT_FALSE(fs::is_empty(kPackages / "web/data"));
 }
 
-TEST_F(VexiloctlApps, ARunningTaskManagerIsAskedForEachApplicationInTurn) {
+/// Held as the task manager holds it while it runs.
+FdHandle TakePlaceOfTheTaskManager() {
   const fs::path lockPath = SystemPath(set_paths::kHostRun) + "/setd.lock";
   WriteHostFile(lockPath, "1\n");
-  const FdHandle lock(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
-  ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+  FdHandle lock(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
+  EXPECT_EQ(flock(lock.get(), LOCK_EX), 0);
+  return lock;
+}
+
+TEST_F(VexiloctlApps, ARunningTaskManagerIsAskedForEachCacheInTurn) {
+  const FdHandle lock = TakePlaceOfTheTaskManager();
   ChildProcess ctl(Ctl({"apps", "clear-cache", "one", "web", "--json"}));
   const fs::path request = SystemPath(set_paths::kTagerRequests) + "/clearAppCache";
   for (const std::string id : {"one", "web"}) {

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <tuple>
 
@@ -20,6 +18,8 @@
 #include "c_handle.h"
 #include "dlog.h"
 #include "packages/manifest.h"
+#include "packages/processes.h"
+#include "packages/removal.h"
 #include "pkgmgr_client.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -33,43 +33,12 @@ constexpr std::string_view kRemoving = ".removing-";
 constexpr char kHiddenNumber = '~';  // no letter of an id
 constexpr int kMaxHidden = 1000;
 constexpr size_t kMaxIdBytes = 128;
-constexpr size_t kMaxTold = 1000;
 constexpr off_t kMaxManifestBytes = 65536;
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
 
 std::string InPackages(std::string_view name) {
   return std::string(set_paths::kPackagesDir).append("/").append(name);
-}
-
-/// Whether anything has that name, a link that leads nowhere too.
-bool IsThere(const std::string& path) {
-  return faccessat(AT_FDCWD, SystemPath(path).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-/// Says what is wrong with a package when that is news; an empty problem forgets what was wrong. Of more than
-/// kMaxTold wrong ones at once the others are not told.
-void Complain(const std::string& name, const std::string& problem) {
-  static std::mutex& mutex = *new std::mutex;
-  static auto& told = *new std::map<std::string, std::string>;
-  const std::lock_guard guard(mutex);
-  if (problem.empty()) {
-    told.erase(name);
-    return;
-  }
-  if (told.size() >= kMaxTold && !told.contains(name))
-    std::erase_if(told, [](const auto& one) { return !IsThere(InPackages(one.first)); });
-  if (told.size() >= kMaxTold && !told.contains(name)) return;
-  std::string& last = told[name];
-  if (last == problem) return;
-  last = problem;
-  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s", InPackages(name).c_str(), problem.c_str());
-}
-
-/// An errno as a result; the smallest ones would read as other results.
-int ResultOf(int error) {
-  if (error == 0) return PKGMGR_R_OK;
-  return error > -PKGMGR_R_ERROR ? -error : static_cast<int>(PKGMGR_R_ERROR);
 }
 
 /// The text of its manifest; else nothing, and `problem` says why.
@@ -97,25 +66,8 @@ std::optional<Package> Load(const std::string& packageId) {
     if (!package) problem.insert(0, "manifest.json: ");
   }
   // A package may go at any moment, which is no error.
-  if (!package && IsThere(InPackages(packageId))) Complain(packageId, problem);
+  if (!package && IsThere(InPackages(packageId))) Complain(InPackages(packageId), problem);
   return package;
-}
-
-/// Held by who removes the folder, for as long as that takes; gone with its process. Without one, errno tells why:
-/// ENOENT also when the folder went while it was locked.
-FdHandle LockForRemoval(const std::string& folder) {
-  const std::string path = SystemPath(folder);
-  FdHandle lock(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!lock) return lock;
-  struct stat locked, there;
-  int error = 0;
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &locked) != 0 || lstat(path.c_str(), &there) != 0)
-    error = errno;
-  else if (locked.st_dev != there.st_dev || locked.st_ino != there.st_ino)
-    error = ENOENT;
-  if (error != 0) lock.reset();
-  errno = error;
-  return lock;
 }
 
 /// Removes what lies under a hidden name. 0 or an errno.
@@ -124,11 +76,11 @@ int RemoveHidden(const std::string& name, const TreeProgress& onProgress = {}) {
   if (result.error == ENOENT) return 0;
   if (result.error == 0) {
     SyncFolderOf(SystemPath(InPackages(name)));
-    Complain(name, {});
+    Complain(InPackages(name), {});
     return 0;
   }
-  Complain(name, "the removal is not complete, " + std::to_string(result.kept) +
-                     " entries stay: " + std::strerror(result.error));
+  Complain(InPackages(name), "the removal is not complete, " + std::to_string(result.kept) +
+                                 " entries stay: " + std::strerror(result.error));
   return result.error;
 }
 
@@ -170,7 +122,7 @@ void FinishRemoval(const std::string& name, const std::vector<Package>& installe
 /// The names in the folder of the packages: those of packages, and those of removals. False when it cannot be read.
 bool ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& removals) {
   const DirHandle folder(opendir(SystemPath(set_paths::kPackagesDir).c_str()));
-  Complain("", folder ? "" : std::strerror(errno));
+  Complain(InPackages(""), folder ? "" : std::strerror(errno));
   if (!folder) return false;
   while (const dirent* entry = readdir(folder.get())) {
     const std::string name = entry->d_name;
@@ -179,20 +131,27 @@ bool ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& r
     else if (IsId(name))
       packageIds.push_back(name);
     else if (name.front() != '.')
-      Complain(name, "is no name of a package");
+      Complain(InPackages(name), "is no name of a package");
   }
   return true;
 }
 
-void SkipDoubles(std::vector<Package>& packages) {
+/// Packages that would answer to another one's id, whose data might then be taken for theirs. A folder has its name as
+/// package id, also while its manifest has an error.
+void SkipDoubles(std::vector<Package>& packages, const std::vector<std::string>& packageIds) {
   std::sort(packages.begin(), packages.end(),
             [](const Package& one, const Package& other) { return one.packageId < other.packageId; });
   std::map<std::string, std::string> owners;
-  std::erase_if(packages, [&owners](const Package& package) {
-    const auto [owner, isNew] = owners.emplace(package.appId, package.packageId);
-    Complain(package.packageId,
-             isNew ? "" : "manifest.json: \"app_id\" " + package.appId + " is that of " + owner->second);
-    return !isNew;
+  std::erase_if(packages, [&](const Package& package) {
+    std::string problem;
+    if (package.appId != package.packageId &&
+        std::find(packageIds.begin(), packageIds.end(), package.appId) != packageIds.end())
+      problem = " is the package id of another";
+    else if (const auto [owner, isNew] = owners.emplace(package.appId, package.packageId); !isNew)
+      problem = " is that of " + owner->second;
+    if (!problem.empty()) problem.insert(0, "manifest.json: \"app_id\" " + package.appId);
+    Complain(InPackages(package.packageId), problem);
+    return !problem.empty();
   });
 }
 
@@ -203,11 +162,12 @@ std::string SortKey(const std::string& title) {
   return key.get();
 }
 
-int Empty(const std::vector<std::pair<std::string, std::string>>& foldersWithin) {
+int Empty(const std::vector<std::pair<std::string, std::string>>& foldersWithin, const TreeStop& stop = {}) {
   int result = PKGMGR_R_OK;
   for (const auto& [folder, within] : foldersWithin) {
-    const TreeResult emptied = EmptyTree(folder, {}, within);
+    const TreeResult emptied = EmptyTree(folder, {}, within, {.stop = stop});
     if (emptied.error == 0 || emptied.error == ENOENT) continue;
+    if (emptied.error == ECANCELED) return ResultOf(ECANCELED);
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not empty, %d entries stay: %s", folder.c_str(), emptied.kept,
                  std::strerror(emptied.error));
     if (result == PKGMGR_R_OK) result = ResultOf(emptied.error);
@@ -215,26 +175,12 @@ int Empty(const std::vector<std::pair<std::string, std::string>>& foldersWithin)
   return result;
 }
 
-/// Bytes removed as percents, each told once.
-class Percent {
- public:
-  Percent(int64_t total, const std::function<void(int)>& tell) : m_total(total), m_tell(tell) { Reach(0); }
-  void Removed(int64_t bytes) {
-    if (m_total > 0) Reach(static_cast<int>(std::min<int64_t>(99, bytes * 100 / m_total)));
-  }
-  void Done() { Reach(100); }
-
- private:
-  void Reach(int percent) {
-    if (percent <= m_last) return;
-    m_last = percent;
-    if (m_tell) m_tell(percent);
-  }
-
-  const int64_t m_total;
-  const std::function<void(int)>& m_tell;
-  int m_last = -1;
-};
+/// A part of a package: its lack is no error.
+TreeResult MeasurePart(const std::string& folder, const std::string& within) {
+  TreeResult measured = MeasureTree(folder, within);
+  if (measured.error == ENOENT) measured.error = 0;
+  return measured;
+}
 
 /// From here on the package is not there any more, and `hidden` is its name. Names of removals that could not be
 /// finished are passed over. 0 or an errno.
@@ -264,7 +210,7 @@ std::vector<Package> List() {
   std::vector<Package> packages;
   for (const std::string& packageId : packageIds)
     if (auto package = Load(packageId)) packages.push_back(std::move(*package));
-  SkipDoubles(packages);
+  SkipDoubles(packages, packageIds);
   for (const std::string& name : removals) FinishRemoval(name, packages);
   std::vector<std::tuple<std::string, std::string, size_t>> order;
   for (size_t i = 0; i < packages.size(); ++i) order.emplace_back(SortKey(packages[i].title), packages[i].packageId, i);
@@ -331,8 +277,25 @@ std::string WebCacheFolderOf(const Package& package) {
   return std::string(set_paths::kWebCacheDir) + "/" + package.appId;
 }
 
-int ClearCache(const Package& package) {
-  return Empty({{CacheFolderOf(package), FolderOf(package)}, {WebCacheFolderOf(package), set_paths::kWebCacheDir}});
+TreeResult MeasureWhole(const Package& package) {
+  return MeasureTree(FolderOf(package));
+}
+
+TreeResult MeasureData(const Package& package) {
+  return MeasurePart(DataFolderOf(package), FolderOf(package));
+}
+
+TreeResult MeasureCache(const Package& package) {
+  return MeasurePart(CacheFolderOf(package), FolderOf(package));
+}
+
+TreeResult MeasureWebCache(const Package& package) {
+  return MeasurePart(WebCacheFolderOf(package), set_paths::kWebCacheDir);
+}
+
+int ClearCache(const Package& package, const TreeStop& stop) {
+  return Empty({{CacheFolderOf(package), FolderOf(package)}, {WebCacheFolderOf(package), set_paths::kWebCacheDir}},
+               stop);
 }
 
 int ClearData(const Package& package) {
@@ -352,14 +315,15 @@ int Remove(const Package& package, const std::function<void(int)>& onProgress) {
   const FdHandle lock = LockForRemoval(folder);
   if (!lock) return errno == ENOENT ? static_cast<int>(PKGMGR_R_ENOPKG) : ResultOf(errno);
   const TreeResult whole = PrepareTree(folder);
-  if (whole.kept > 0 || whole.error != 0) {
+  if (whole.error != 0) {
     const std::string reason =
-        whole.error != 0 ? std::strerror(whole.error)
-                         : std::to_string(whole.kept) + " entries in it are mount points or belong to another user";
+        whole.kept == 0 ? std::strerror(whole.error)
+                        : std::to_string(whole.kept) + " entries in it are mount points or belong to another user";
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed: %s", folder.c_str(), reason.c_str());
-    return whole.error != 0 ? ResultOf(whole.error) : static_cast<int>(PKGMGR_R_ERROR);
+    return ResultOf(whole.error);
   }
-  const int64_t webBytes = MeasureTree(WebCacheFolderOf(package), set_paths::kWebCacheDir).bytes;
+  if (!EndAll(package)) return ResultOf(EBUSY);
+  const int64_t webBytes = MeasureWebCache(package).bytes;
   Percent percent(whole.bytes + webBytes, onProgress);
 
   std::string hidden;

@@ -24,7 +24,7 @@ namespace packages {
 
 struct Package {
   std::string packageId;  ///< as IsId() allows
-  std::string appId;      ///< as IsId() allows; unique among the packages
+  std::string appId;      ///< as IsId() allows; unique among the packages, and no other one's package id
   std::string serviceId;
   std::string title;
   std::string iconDir;               ///< absolute, of the set, ends with '/', inside the package
@@ -42,7 +42,7 @@ bool IsId(const std::string& id);
 
 /// All packages by title, then package id. A removal that was interrupted is finished first; one that is going on, in
 /// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
-/// other is skipped.
+/// other is skipped; so is one whose application id is the name of another folder.
 std::vector<Package> List();
 /// The package by its own manifest alone, whatever application id another one claims: to measure it, not to change it.
 /// Reads one manifest.
@@ -66,17 +66,26 @@ std::string CacheFolderOf(const Package& package);
 /// The web engine's cache of the application, outside the package.
 std::string WebCacheFolderOf(const Package& package);
 
+/// What the package takes, as MeasureTree() tells it. A part that is not there is empty; a package that is not there is
+/// ENOENT of MeasureWhole().
+TreeResult MeasureWhole(const Package& package);  ///< all but the web engine's cache
+TreeResult MeasureData(const Package& package);
+TreeResult MeasureCache(const Package& package);  ///< its own
+TreeResult MeasureWebCache(const Package& package);
+
 /// Empties the cache folders (its own and the web engine's), or data and cache. The folders stay, and none is made.
-int ClearCache(const Package& package);
+/// -ECANCELED when `stop` has ended it.
+int ClearCache(const Package& package, const TreeStop& stop = {});
 int ClearData(const Package& package);
 
 /// Why the viewer may not remove it ("it is locked"); null when nothing is against it.
 const char* WhyNotRemovable(const Package& package);
 
-/// Removes the package and its web cache, whoever may. A package that is or holds something that must be left alone
-/// (another owner's file, a mount point), or that cannot be read, is not removed at all. Else the folder is renamed out
-/// of sight first, so that a package is there whole or not at all; List() finishes what an interruption left. A web
-/// cache that stays is a failure too, though the package is gone. `onProgress` gets 0 to 100, rising.
+/// Removes the package and its web cache, whatever the viewer may. A package that is or holds something that must be
+/// left alone (-EACCES another owner's file, -EBUSY a mount point), or that cannot be read, is not removed at all. Else
+/// its processes are ended (-EBUSY when one does not end, and it stays). Then the folder is renamed out of sight, so
+/// that a package is there whole or not at all; List() finishes what an interruption left. A web cache that stays is a
+/// failure too, though the package is gone. `onProgress` gets 0 to 100, rising.
 int Remove(const Package& package, const std::function<void(int)>& onProgress = {});
 
 }  // namespace packages

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <deque>
 #include <memory>
@@ -136,8 +137,8 @@ enum class Action { kMeasure, kPrepare, kEmpty, kRemove };
 
 class Walk {
  public:
-  Walk(Action action, const TreeProgress& onProgress, std::optional<time_t> changedBefore = {})
-      : m_action(action), m_onProgress(onProgress), m_changedBefore(changedBefore) {}
+  explicit Walk(Action action, TreeProgress onProgress = {}, TreeSelection selection = {})
+      : m_action(action), m_onProgress(std::move(onProgress)), m_selection(std::move(selection)) {}
 
   TreeResult Run(const std::string& folder, const std::string& within);
 
@@ -160,7 +161,9 @@ class Walk {
   void Push(FdHandle folder, const Status& status, const std::string& name);
 
   bool OnlyMeasures() const { return m_action == Action::kMeasure || m_action == Action::kPrepare; }
-  bool IsToStay(const Status& status) const;
+  bool SelectsSome() const { return m_selection.before || m_selection.names; }
+  bool IsToStay(const Status& status, const char* name) const;
+  bool IsStopped();
   void Count(const Status& status);
   void Removed(const Status& status);
   void Fail(int error) {
@@ -169,12 +172,13 @@ class Walk {
   void Keep(bool& kept, int error) {
     kept = true;
     ++m_result.kept;
-    if (!OnlyMeasures()) Fail(error);
+    if (m_action != Action::kMeasure) Fail(error);
   }
 
   const Action m_action;
-  const TreeProgress& m_onProgress;
-  const std::optional<time_t> m_changedBefore;
+  const TreeProgress m_onProgress;
+  const TreeSelection m_selection;
+  bool m_stopped = false;
   TreeResult m_result;
   Start m_start;
   std::deque<Level> m_levels;
@@ -192,7 +196,7 @@ TreeResult Walk::Run(const std::string& folder, const std::string& within) {
     return m_result;
   }
   Push(std::move(m_start.folder), m_start.status, m_start.name);
-  while (!m_levels.empty()) {
+  while (!m_levels.empty() && !m_stopped) {
     Level& level = m_levels.back();
     if (level.folders.empty()) {
       if (!Leave()) break;
@@ -208,7 +212,7 @@ TreeResult Walk::Run(const std::string& folder, const std::string& within) {
 void Walk::Push(FdHandle folder, const Status& status, const std::string& name) {
   const bool goes = m_action != Action::kMeasure && (m_action != Action::kEmpty || !m_levels.empty());
   // A folder of ours may have been made read-only, which must not keep us from removing it.
-  if (goes && !m_changedBefore && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
+  if (goes && !SelectsSome() && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
   if (OnlyMeasures()) Count(status);
   m_levels.push_back({.folder = std::move(folder), .status = status, .name = name});
   if (m_levels.size() > kOpenLevels) m_levels[m_levels.size() - 1 - kOpenLevels].folder.reset();
@@ -227,7 +231,7 @@ void Walk::Scan(Level& level) {
   copy.release();
   rewinddir(stream.get());
   errno = 0;
-  while (const dirent* entry = readdir(stream.get())) {
+  for (const dirent* entry; !m_stopped && (entry = readdir(stream.get())) != nullptr;) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") Visit(level, entry->d_name);
     errno = 0;
@@ -245,7 +249,9 @@ void Walk::Visit(Level& level, const char* name) {
     level.folders.emplace_back(name);
   } else if (OnlyMeasures()) {
     Count(status);
-  } else if (IsToStay(status)) {
+  } else if (IsToStay(status, name)) {
+    level.kept = true;
+  } else if (IsStopped()) {
     level.kept = true;
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
     Removed(status);
@@ -258,7 +264,7 @@ void Walk::Enter(const std::string& name) {
   Level& parent = m_levels.back();
   const int in = parent.folder.get();
   FdHandle folder(openat(in, name.c_str(), kOpenFolder));
-  if (!folder && errno == EACCES && m_action != Action::kMeasure && !m_changedBefore) {
+  if (!folder && errno == EACCES && m_action != Action::kMeasure && !SelectsSome()) {
     folder = OpenShut(in, name.c_str(), m_start.base);
   }
   if (!folder) {
@@ -305,7 +311,7 @@ bool Walk::OpenAgain(Level& parent, const Level& child) {
 
 /// Where the folder has filled again, it gets another pass and may then have folders to enter.
 void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
-  if (IsToStay(level.status)) level.kept = true;
+  if (IsToStay(level.status, level.name.c_str()) || IsStopped()) level.kept = true;
   while (!level.kept) {
     if (unlinkat(parent, level.name.c_str(), AT_REMOVEDIR) == 0) return Removed(level.status);
     if (errno == ENOENT) return;
@@ -317,10 +323,22 @@ void Walk::RemoveFolder(int parent, Level& level, bool& parentKept) {
   parentKept = true;
 }
 
-bool Walk::IsToStay(const Status& status) const {
-  if (!m_changedBefore) return false;
-  const bool hasAge = IsFolder(status) || S_ISREG(status.stx_mode) || S_ISLNK(status.stx_mode);
-  return !hasAge || status.stx_mtime.tv_sec >= *m_changedBefore;
+bool Walk::IsToStay(const Status& status, const char* name) const {
+  if (!SelectsSome()) return false;
+  const bool isFolder = IsFolder(status);
+  if (!isFolder && !S_ISREG(status.stx_mode) && !S_ISLNK(status.stx_mode)) return true;
+  if (m_selection.names && (isFolder || !m_selection.names(static_cast<int>(m_levels.size()) - 1, name))) return true;
+  if (!m_selection.before) return false;
+  const auto last =
+      m_selection.countsUse ? std::max(status.stx_atime.tv_sec, status.stx_mtime.tv_sec) : status.stx_mtime.tv_sec;
+  return last >= *m_selection.before;
+}
+
+bool Walk::IsStopped() {
+  if (m_stopped || OnlyMeasures() || !m_selection.stop || !m_selection.stop()) return m_stopped;
+  m_stopped = true;
+  Fail(ECANCELED);
+  return true;
 }
 
 void Walk::Count(const Status& status) {
@@ -338,20 +356,21 @@ void Walk::Removed(const Status& status) {
 }  // namespace
 
 TreeResult MeasureTree(const std::string& folder, const std::string& within) {
-  return Walk(Action::kMeasure, {}).Run(folder, within);
+  return Walk(Action::kMeasure).Run(folder, within);
 }
 
 TreeResult PrepareTree(const std::string& folder, const std::string& within) {
-  return Walk(Action::kPrepare, {}).Run(folder, within);
+  return Walk(Action::kPrepare).Run(folder, within);
 }
 
 TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within,
-                     std::optional<time_t> changedBefore) {
-  return Walk(Action::kEmpty, onProgress, changedBefore).Run(folder, within);
+                     const TreeSelection& selection) {
+  return Walk(Action::kEmpty, onProgress, selection).Run(folder, within);
 }
 
-TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within) {
-  return Walk(Action::kRemove, onProgress).Run(folder, within);
+TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress, const std::string& within,
+                      const TreeStop& stop) {
+  return Walk(Action::kRemove, onProgress, {.stop = stop}).Run(folder, within);
 }
 
 }  // namespace packages

@@ -20,6 +20,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace packages {
 
@@ -39,18 +40,32 @@ using TreeProgress = std::function<void(int64_t)>;
 TreeResult MeasureTree(const std::string& folder, const std::string& within = {});
 
 /// The same before RemoveTree(): folders of ours that their owner has shut or made read-only are opened up for him.
-/// When neither `kept` nor `error` is set, nothing that is there stands against the removal. A folder that is a mount
-/// point is EBUSY.
+/// When `error` is not set, nothing that is there stands against the removal: what would be left alone is an error
+/// here. A folder that is a mount point is EBUSY.
 TreeResult PrepareTree(const std::string& folder, const std::string& within = {});
 
-/// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
-/// hard links frees nothing. With `changedBefore` (seconds since 1970) only regular files and links that were last
-/// changed before then go, and folders as old that are empty then; the rest stays as it is, is no error and is not in
-/// `kept`.
-TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {},
-                     std::optional<time_t> changedBefore = {});
+/// Asked before each removal; once it is true the walk ends with ECANCELED, and what has not gone stays as it is.
+using TreeStop = std::function<bool()>;
 
-/// The same, and removes the folder when nothing was kept in it. A folder that is a mount point is not touched (EBUSY).
-TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {});
+/// What of a folder is to go. With `before` or `names` only regular files and links go; the rest stays as it is, is no
+/// error and is not in `kept`.
+struct TreeSelection {
+  std::optional<time_t> before{};  ///< seconds since 1970: only what was last changed earlier
+  bool countsUse = false;          ///< having been read, as the file system tells, counts like a change
+  /// Only files of these names, `depth` folders below the one that is emptied; all folders stay then. Without names,
+  /// folders as old as `before` go that are empty then.
+  bool (*names)(int depth, std::string_view name) = nullptr;
+  TreeStop stop{};
+};
+
+/// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
+/// hard links frees nothing.
+TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {},
+                     const TreeSelection& selection = {});
+
+/// Removes the folder with all in it, when nothing was kept there. A folder that is a mount point is not touched
+/// (EBUSY).
+TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {},
+                      const TreeStop& stop = {});
 
 }  // namespace packages

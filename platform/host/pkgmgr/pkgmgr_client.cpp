@@ -1,6 +1,5 @@
 #include "pkgmgr_client.h"
 
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -15,11 +14,10 @@ namespace {
 
 constexpr char kTag[] = "PKGMGR";
 
-/// The allocated bytes of a folder of the package, 0 when it has none. False, and a line in the log, on failure.
-bool Add(const std::string& folder, const std::string& within, long long& size) {
-  const packages::TreeResult result = packages::MeasureTree(folder, within);
+/// Adds what was measured of the folder. False, and a line in the log, on failure.
+bool Add(const packages::TreeResult& result, const std::string& folder, long long& size) {
   size += result.bytes;
-  if (result.error == 0 || (result.error == ENOENT && folder != within)) return true;
+  if (result.error == 0) return true;
   __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "cannot measure %s: %s", folder.c_str(), std::strerror(result.error));
   return false;
 }
@@ -44,19 +42,19 @@ int pkgmgr_client_usr_get_size(pkgmgr_client* client, const char* package_id, pk
     return PKGMGR_R_EINVAL;
   const auto package = packages::ReadPackage(package_id);
   if (!package) return PKGMGR_R_ENOPKG;
-  const std::string folder = FolderOf(*package);
   long long measured = 0;
-  const bool done = type == PM_GET_TOTAL_SIZE ? Add(folder, folder, measured)
-                                              : Add(DataFolderOf(*package), folder, measured) &&
-                                                    Add(CacheFolderOf(*package), folder, measured);
+  const bool done = type == PM_GET_TOTAL_SIZE ? Add(MeasureWhole(*package), FolderOf(*package), measured)
+                                              : Add(MeasureData(*package), DataFolderOf(*package), measured) &&
+                                                    Add(MeasureCache(*package), CacheFolderOf(*package), measured);
   if (!done) return PKGMGR_R_ERROR;
   *size = measured;
   return PKGMGR_R_OK;
 }
 
-int pkgmgr_client_clear_user_data(pkgmgr_client* client, const char*, const char* app_id, pkgmgr_mode) {
-  if (!client || !app_id) return PKGMGR_R_EINVAL;
-  const auto package = packages::FindByAppId(app_id);
+int pkgmgr_client_clear_user_data(pkgmgr_client* client, const char*, const char* id, pkgmgr_mode) {
+  if (!client || !id) return PKGMGR_R_EINVAL;
+  auto package = packages::FindByPackageId(id);
+  if (!package) package = packages::FindByAppId(id);
   return package ? packages::ClearData(*package) : static_cast<int>(PKGMGR_R_ENOPKG);
 }
 

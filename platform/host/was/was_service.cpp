@@ -1,12 +1,6 @@
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -17,13 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "base/daemon_lock.h"
-#include "c_handle.h"
 #include "dlog.h"
 #include "packages/package_store.h"
 #include "pkgmgr_client.h"
-#include "set_paths.h"
-#include "system_path.h"
 #include "was_api.h"
 
 namespace {
@@ -106,63 +96,6 @@ int ErrorOf(int packageResult) {
   }
 }
 
-using Clock = std::chrono::steady_clock;
-
-constexpr char kRequest[] = "killApp";  // the payload in kTager, the trigger in kTagerRequests
-constexpr auto kPatience = std::chrono::seconds(3);
-constexpr auto kStep = std::chrono::milliseconds(20);
-
-FdHandle OpenFolder(int in, const char* name) {
-  return FdHandle(openat(in, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-bool WaitUntilGone(int folder, Clock::time_point deadline) {
-  while (faccessat(folder, kRequest, F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(kStep);
-  }
-  return true;
-}
-
-/// Into the regular file of the request, which must have this one name. 0 or an errno.
-int WriteRequest(int folder, const std::string& content, int flags) {
-  const FdHandle file(openat(folder, kRequest, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644));
-  struct stat status;
-  if (!file || fstat(file.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode) || status.st_nlink != 1) return EINVAL;
-  if (ftruncate(file.get(), 0) != 0) return errno;
-  if (content.empty()) return 0;
-  const ssize_t written = write(file.get(), content.data(), content.size());
-  if (written < 0) return errno;
-  return static_cast<size_t>(written) == content.size() ? 0 : ENOSPC;
-}
-
-/// Empty, or what stands against it.
-std::string AskTaskManager(const std::string& packageId) {
-  const FdHandle parent(open(SystemPath("/tmp").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const FdHandle tager = OpenFolder(parent.get(), "tager");
-  const FdHandle requests = OpenFolder(tager.get(), "req");
-  if (!requests) return std::string(set_paths::kTagerRequests) + ": " + std::strerror(errno);
-  const auto deadline = Clock::now() + kPatience;
-  // All such requests have one name.
-  if (!WaitUntilGone(requests.get(), deadline)) return "an earlier request is still there";
-  int error = WriteRequest(tager.get(), packageId + "\n", 0);
-  if (error != 0) return std::string(set_paths::kTager) + "/" + kRequest + ": " + std::strerror(error);
-  error = WriteRequest(requests.get(), "", O_EXCL);
-  if (error != 0) return std::string(set_paths::kTagerRequests) + "/" + kRequest + ": " + std::strerror(error);
-  return WaitUntilGone(requests.get(), deadline) ? "" : "the task manager has not done it in 3 seconds";
-}
-
-/// Has the set's task manager end the package's processes (docs/setd.md) and waits until it has. Where none runs, or
-/// something stands against it, they run on, the latter with a line in the log.
-void EndPrograms(const std::string& packageId) {
-  if (!DaemonRuns()) return;
-  const std::string problem = AskTaskManager(packageId);
-  if (!problem.empty())
-    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the programs of %s are not ended: %s", packageId.c_str(),
-                 problem.c_str());
-}
-
 void Service::Uninstall(const Request& request, const std::string& appId) {
   int progress = 0;
   const auto tell = [&](was_notify_event_e event, int error = WAS_ERROR_NONE) {
@@ -174,7 +107,6 @@ void Service::Uninstall(const Request& request, const std::string& appId) {
     return tell(WAS_EVENT_UNINSTALL_FAILED, package ? WAS_ERROR_NOT_PERMITTED : WAS_ERROR_NOT_FOUND);
   }
   tell(WAS_EVENT_UNINSTALL_START);
-  EndPrograms(package->packageId);
   const int error = ErrorOf(packages::Remove(*package, [&](int percent) {
     progress = percent;
     tell(WAS_EVENT_UNINSTALL_PROGRESS);

@@ -46,7 +46,7 @@ int64_t RemoveTemporaryFiles(const std::string& packageId, time_t cutoff) {
   // Of /tmp anybody may be the first to make it.
   if (lstat(SystemPath(kTemporaryDir).c_str(), &status) != 0 || status.st_uid != geteuid()) return 0;
   const std::string folder = kTemporaryDir + ("/" + packageId);
-  const packages::TreeResult removed = packages::EmptyTree(folder, {}, kTemporaryDir, cutoff);
+  const packages::TreeResult removed = packages::EmptyTree(folder, {}, kTemporaryDir, {.before = cutoff});
   if (removed.error != 0 && removed.error != ENOENT)
     Log(DLOG_WARN, "deep clean: something old stays in " + folder + ": " + std::strerror(removed.error));
   return removed.files;

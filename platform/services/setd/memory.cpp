@@ -9,7 +9,7 @@
 #include <string>
 
 #include "base/atomic_file.h"
-#include "setd/processes.h"
+#include "packages/processes.h"
 #include "setd/setd_log.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
@@ -88,12 +88,12 @@ bool ForegroundApp(std::string& appId) {
 bool BoostMemory(const StopFlag& stop) {
   const long long before = AvailableKiB();
   std::string foreground;
-  EndedProcesses ended;
+  packages::EndedProcesses ended;
   if (ForegroundApp(foreground)) {
     std::vector<packages::Package> background;
     for (packages::Package& package : packages::List())
       if (!package.keepRunning && package.appId != foreground) background.push_back(std::move(package));
-    ended = EndProcesses(background, stop);
+    ended = packages::EndProcesses(background, stop);
   }
   if (stop) return false;
   const std::string reclaimed = Reclaim();

@@ -7,10 +7,10 @@
 
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
+#include "packages/processes.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
-#include "setd/processes.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 
@@ -32,7 +32,7 @@ bool Removed(const Request& request) {
 }
 
 bool EndPackage(const packages::Package& package, const StopFlag& stop) {
-  const EndedProcesses ended = EndProcesses({package}, stop);
+  const packages::EndedProcesses ended = packages::EndProcesses({package}, stop);
   Log(ended.left == 0 ? DLOG_INFO : DLOG_ERROR,
       "ended " + std::to_string(ended.politely + ended.forced) + " processes of " + package.packageId + ", " +
           std::to_string(ended.forced) + " of them by force; " + std::to_string(ended.left) + " left");
@@ -49,8 +49,7 @@ bool EmptyCache(const packages::Package& package) {
   return true;
 }
 
-long long SizeOf(const std::string& folder, const std::string& within) {
-  const packages::TreeResult measured = packages::MeasureTree(folder, within);
+long long SizeOf(const packages::TreeResult& measured, const std::string& folder) {
   if (measured.error != 0 && measured.error != ENOENT)
     Log(DLOG_WARN, folder + " could not be measured completely: " + std::strerror(measured.error));
   return measured.bytes;
@@ -59,10 +58,9 @@ long long SizeOf(const std::string& folder, const std::string& within) {
 bool Answer(const Request& request, const packages::Package* package) {
   long long data = 0, cache = 0;
   if (package) {
-    const std::string folder = packages::FolderOf(*package);
-    data = SizeOf(packages::DataFolderOf(*package), folder);
+    data = SizeOf(packages::MeasureData(*package), packages::DataFolderOf(*package));
     // Without the web engine's cache, which lies outside the package and is counted by who asks.
-    cache = SizeOf(packages::CacheFolderOf(*package), folder);
+    cache = SizeOf(packages::MeasureCache(*package), packages::CacheFolderOf(*package));
   }
   std::string problem;
   if (PublishAnswer(request, data, cache, problem)) return true;
@@ -102,7 +100,7 @@ bool ServeSet(const Request& request, const StopFlag& stop) {
 }  // namespace
 
 bool PublishCobaltSize() {
-  const std::string text = std::to_string(SizeOf(set_paths::kCobaltDir, set_paths::kCobaltDir));
+  const std::string text = std::to_string(SizeOf(packages::MeasureTree(set_paths::kCobaltDir), set_paths::kCobaltDir));
   const std::string path = SystemPath(set_paths::kCobaltSize);
   std::string published, problem;
   if (ReadWholeFile(path, published, Links::kRefuse) && published == text) return true;

@@ -16,8 +16,7 @@ namespace vexiloctl {
 namespace {
 
 /// Adds what went wrong to the problem; a folder that is not there is no problem.
-int64_t BytesOf(const std::string& folder, const std::string& within, std::string& problem) {
-  const packages::TreeResult tree = packages::MeasureTree(folder, within);
+int64_t BytesOf(const packages::TreeResult& tree, const std::string& folder, std::string& problem) {
   if (tree.error != 0 && tree.error != ENOENT && problem.empty()) problem = folder + ": " + std::strerror(tree.error);
   return tree.bytes;
 }
@@ -25,20 +24,19 @@ int64_t BytesOf(const std::string& folder, const std::string& within, std::strin
 }  // namespace
 
 Sizes Measure(const packages::Package& package) {
-  const std::string folder = packages::FolderOf(package);
   Sizes sizes;
-  const int64_t own = BytesOf(folder, folder, sizes.problem);
-  const int64_t ownCache = BytesOf(packages::CacheFolderOf(package), folder, sizes.problem);
-  sizes.data = BytesOf(packages::DataFolderOf(package), folder, sizes.problem);
-  sizes.cache = ownCache + BytesOf(packages::WebCacheFolderOf(package), set_paths::kWebCacheDir, sizes.problem);
+  const int64_t own = BytesOf(MeasureWhole(package), FolderOf(package), sizes.problem);
+  const int64_t ownCache = BytesOf(MeasureCache(package), CacheFolderOf(package), sizes.problem);
+  sizes.data = BytesOf(MeasureData(package), DataFolderOf(package), sizes.problem);
+  sizes.cache = ownCache + BytesOf(MeasureWebCache(package), WebCacheFolderOf(package), sizes.problem);
   // The application may be writing meanwhile.
   sizes.program = std::max<int64_t>(0, own - ownCache - sizes.data);
   return sizes;
 }
 
 Caches MeasureCaches(const packages::Package& package) {
-  const auto own = packages::MeasureTree(packages::CacheFolderOf(package), packages::FolderOf(package));
-  const auto web = packages::MeasureTree(packages::WebCacheFolderOf(package), set_paths::kWebCacheDir);
+  const packages::TreeResult own = MeasureCache(package);
+  const packages::TreeResult web = MeasureWebCache(package);
   return {own.bytes + web.bytes, own.kept + web.kept};
 }
 

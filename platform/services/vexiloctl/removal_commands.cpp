@@ -6,9 +6,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <mutex>
 
 #include "CGetData.h"
 #include "FileWatch.h"
@@ -19,6 +21,7 @@
 #include "pkgmgr_client.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "was_api.h"
 
 namespace vexiloctl {
 
@@ -125,7 +128,7 @@ Outcome ClearDataOf(const Package& package) {
   const Progress progress("clearing the data of " + package.title);
   const Sizes before = Measure(package);
   Outcome outcome;
-  switch (QUVA::CGetData::GetInstance()->clearAppData(package.appId)) {
+  switch (QUVA::CGetData::GetInstance()->clearAppData(package.packageId)) {
     case 0:
       break;
     case 1:
@@ -140,12 +143,54 @@ Outcome ClearDataOf(const Package& package) {
   return outcome;
 }
 
+/// The removal of one application by the web-application service, which ends its programs first.
+class Removal {
+ public:
+  explicit Removal(const Progress& progress) : m_progress(progress) {}
+
+  /// Waits until it has ended. A WAS_ERROR_*, or a negative errno.
+  int Run(const Package& package) {
+    const char* appId = package.appId.c_str();
+    const int accepted = was_multi_uninstall_webapp(&appId, 1, OnEvent, this);
+    if (accepted != WAS_ERROR_NONE) return accepted;
+    std::unique_lock lock(m_mutex);
+    m_change.wait(lock, [this] { return m_hasEnded; });
+    return m_result;
+  }
+
+ private:
+  /// On a thread of the service.
+  static void OnEvent(const char*, was_notify_event_e event, int percent, int error, void* self) {
+    static_cast<Removal*>(self)->Take(event, percent, error);
+  }
+
+  void Take(was_notify_event_e event, int percent, int error) {
+    const std::lock_guard lock(m_mutex);
+    if (event == WAS_EVENT_UNINSTALL_PROGRESS) m_progress.Tell(percent);
+    if (event == WAS_EVENT_UNINSTALL_COMPLETED) m_result = WAS_ERROR_NONE;
+    if (event == WAS_EVENT_UNINSTALL_FAILED) m_result = error;
+    m_hasEnded = event == WAS_EVENT_MULTI_UNINSTALL_COMPLETE;
+    if (m_hasEnded) m_change.notify_all();
+  }
+
+  const Progress& m_progress;
+  std::mutex m_mutex;
+  std::condition_variable m_change;
+  int m_result = WAS_ERROR_FAILED;
+  bool m_hasEnded = false;
+};
+
+std::string RemovalReasonOf(int result) {
+  if (result == WAS_ERROR_NOT_FOUND) return ReasonOf(PKGMGR_R_ENOPKG);
+  return ReasonOf(result < WAS_ERROR_FAILED ? result : static_cast<int>(PKGMGR_R_ERROR));
+}
+
 Outcome Uninstall(const Package& package) {
   const Progress progress("removing " + package.title);
   const int64_t before = Measure(package).Total();
   Outcome outcome;
-  const int result = packages::Remove(package, [&progress](int percent) { progress.Tell(percent); });
-  if (result != PKGMGR_R_OK) outcome.problem = ReasonOf(result);
+  const int result = Removal(progress).Run(package);
+  if (result != WAS_ERROR_NONE) outcome.problem = RemovalReasonOf(result);
   outcome.left = Measure(package).Total();
   outcome.freed = before - outcome.left;
   return outcome;

@@ -1,6 +1,4 @@
 #include "packages/package_store.h"
-#include "packages/safe_tree.h"
-#include "set_paths.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
 
@@ -33,8 +31,7 @@ class PackagesCollector : public Collector {
     facts["packages.unfinished"] = static_cast<double>(state->unfinished);
     int64_t bytes = 0;
     for (const packages::Package& package : state->usable)
-      bytes += packages::MeasureTree(packages::CacheFolderOf(package), packages::FolderOf(package)).bytes +
-               packages::MeasureTree(packages::WebCacheFolderOf(package), set_paths::kWebCacheDir).bytes;
+      bytes += packages::MeasureCache(package).bytes + packages::MeasureWebCache(package).bytes;
     facts["packages.cache_mib"] = static_cast<double>(bytes) / (1 << 20);
   }
 };

@@ -6,14 +6,14 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
 #include "c_handle.h"
 #include "packages/package_store.h"
-#include "setd/jobs.h"
 
-namespace setd {
+namespace packages {
 
 struct Process {
   pid_t pid = 0;
@@ -25,7 +25,7 @@ struct Process {
 /// whose folder holds its executable, else its script, else to the one whose application id is in its environment
 /// variable VEXILO_APP_ID (with this set root in VEXILO_ROOT), else to the one whose folder holds its working
 /// directory, when a process that started it, or one above, belongs to that package by its program or environment.
-std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages);
+std::vector<Process> ProcessesOf(const std::vector<Package>& packages);
 
 struct EndedProcesses {
   int politely = 0;  ///< ended after SIGTERM
@@ -33,7 +33,10 @@ struct EndedProcesses {
   int left = 0;      ///< not at all, or not within another second
 };
 
-/// Ends the processes of the packages, those included that they start meanwhile.
-EndedProcesses EndProcesses(const std::vector<packages::Package>& packages, const StopFlag& stop);
+/// Ends the processes of the packages, those included that they start meanwhile; gives up when `stop` becomes true.
+EndedProcesses EndProcesses(const std::vector<Package>& packages, const std::atomic<bool>& stop);
 
-}  // namespace setd
+/// Ends those of one package. False, and a line in the log, when some are left.
+bool EndAll(const Package& package);
+
+}  // namespace packages

@@ -1,4 +1,4 @@
-#include "setd/processes.h"
+#include "packages/processes.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -17,10 +17,11 @@
 #include <utility>
 
 #include "base/atomic_file.h"
+#include "dlog.h"
 #include "set_paths.h"
 #include "system_path.h"
 
-namespace setd {
+namespace packages {
 
 namespace {
 
@@ -101,8 +102,7 @@ pid_t ParentOf(const std::string& proc) {
 }
 
 /// The package id that a process with that executable belongs to; empty for none.
-std::string OwnerOf(const std::string& proc, const std::string& executable,
-                    const std::vector<packages::Package>& packages) {
+std::string OwnerOf(const std::string& proc, const std::string& executable, const std::vector<Package>& packages) {
   std::string owner = PackageAt(executable);
   if (owner.empty()) owner = PackageAt(ScriptOf(proc, executable));
   if (!owner.empty()) return owner;
@@ -123,7 +123,7 @@ std::string OwnerOf(const std::string& proc, const std::string& executable,
 }
 
 /// The same of a process that may be about to become another program: all that was read must be of one.
-std::string OwnerOf(const std::string& proc, const std::vector<packages::Package>& packages) {
+std::string OwnerOf(const std::string& proc, const std::vector<Package>& packages) {
   std::string executable = LinkTarget(proc + "exe");
   for (int attempt = 0; attempt < kRounds && !executable.empty(); ++attempt) {
     const std::string owner = OwnerOf(proc, executable, packages);
@@ -135,7 +135,7 @@ std::string OwnerOf(const std::string& proc, const std::vector<packages::Package
 }
 
 /// Waits until all have ended, the time is over or the daemon is to stop; removes those that have ended.
-int WaitForEnd(std::vector<Process>& processes, Clock::duration time, const StopFlag& stop) {
+int WaitForEnd(std::vector<Process>& processes, Clock::duration time, const std::atomic<bool>& stop) {
   const size_t before = processes.size();
   const auto deadline = Clock::now() + time;
   while (true) {
@@ -157,7 +157,7 @@ struct Candidate {
 using Candidates = std::map<pid_t, Candidate>;
 
 /// This user's processes, but this one.
-Candidates AllProcesses(const std::vector<packages::Package>& packages) {
+Candidates AllProcesses(const std::vector<Package>& packages) {
   Candidates found;
   std::error_code error;
   // The processes are the machine's, whatever the set root.
@@ -200,7 +200,7 @@ std::string OwnerOf(const Candidate& candidate, const Candidates& all) {
 
 }  // namespace
 
-std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages) {
+std::vector<Process> ProcessesOf(const std::vector<Package>& packages) {
   Candidates all = AllProcesses(packages);
   std::vector<Process> found;
   std::vector<std::pair<pid_t, std::string>> owners;
@@ -217,7 +217,7 @@ std::vector<Process> ProcessesOf(const std::vector<packages::Package>& packages)
   return found;
 }
 
-EndedProcesses EndProcesses(const std::vector<packages::Package>& packages, const StopFlag& stop) {
+EndedProcesses EndProcesses(const std::vector<Package>& packages, const std::atomic<bool>& stop) {
   EndedProcesses ended;
   for (int round = 0; round < kRounds && !stop; ++round) {
     std::vector<Process> processes = ProcessesOf(packages);
@@ -233,4 +233,12 @@ EndedProcesses EndProcesses(const std::vector<packages::Package>& packages, cons
   return ended;
 }
 
-}  // namespace setd
+bool EndAll(const Package& package) {
+  static const std::atomic<bool> goesOn{false};
+  const int left = EndProcesses({package}, goesOn).left;
+  if (left > 0)
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, "PACKAGES", "%d processes of %s do not end", left, package.packageId.c_str());
+  return left == 0;
+}
+
+}  // namespace packages
