@@ -40,6 +40,11 @@ inline constexpr char kRebootReportTriggers[] = "/tmp/kov_NDF_reboot";
 inline constexpr char kPackagesDir[] = "/opt/usr/apps";
 inline constexpr char kCobaltDir[] = "/opt/usr/home/owner/.cache/Apps/Cobalt";
 inline constexpr char kWebCacheDir[] = "/opt/usr/home/owner/.cache/Apps/WebAppsCache";
+inline constexpr char kFlatpakSystemDir[] = "/var/lib/flatpak";
+inline constexpr char kFlatpakMoreDirs[] = "/etc/flatpak/installations.d";
+inline constexpr char kFlatpakUserDir[] = "/opt/usr/home/owner/.local/share/flatpak";
+inline constexpr char kFlatpakDataDir[] = "/opt/usr/home/owner/.var/app";
+inline constexpr char kFlatpakHelper[] = "/usr/lib/vexilo-flatpak";
 
 // Facts of the set.
 inline constexpr char kUserPartition[] = "/opt";
@@ -59,6 +64,8 @@ inline constexpr char kRuleHistoriesLock[] = "/run/vexilo-host/trevlin/lock";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";
+inline constexpr char kFlatpakIcons[] = "/var/lib/vexilo-host/flatpak/icons";
+inline constexpr char kFlatpakRemovals[] = "/var/lib/vexilo-host/flatpak/removals";
 inline constexpr char kReportsDir[] = "/var/lib/vexilo-host/reports";
 inline constexpr char kSetdState[] = "/var/lib/vexilo-host/setd";
 inline constexpr char kLastShutdown[] = "/var/lib/vexilo-host/setd/last_shutdown";

@@ -21,6 +21,13 @@ typedef enum {
   WAS_LIST_REMOVABLE = 2,  ///< those that can be removed, by title
 } was_list_kind_e;
 
+/// Why an application must not be removed.
+typedef enum {
+  WAS_UNLOCKED = 0,
+  WAS_LOCKED_BY_VIEWER = 1,
+  WAS_LOCKED_FOR_ADMINISTRATOR = 2,  ///< the user of this process may not remove it, an administrator may
+} was_lock_e;
+
 typedef struct {
   char* service_id;
   char* app_id;
@@ -29,7 +36,7 @@ typedef struct {
   char* icon_dir;  ///< absolute, of the set, ends with '/'
   int attribute1;  ///< not interpreted by callers
   int attribute2;  ///< not interpreted by callers
-  int locked;      ///< non-zero: the viewer has locked it
+  int locked;      ///< a was_lock_e
 } was_app_info_s;
 
 /// The number of removable applications.

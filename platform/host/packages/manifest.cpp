@@ -29,13 +29,8 @@ bool ReadFlag(const Json::Value& value, bool& flag) {
 
 bool ReadTitle(const Json::Value& value, Package& package) {
   if (!value.isString()) return false;
-  const std::string title = value.asString();
-  const auto isControl = [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; };
-  if (title.empty() || title.size() > kMaxTitleBytes || std::any_of(title.begin(), title.end(), isControl) ||
-      !g_utf8_validate(title.data(), static_cast<gssize>(title.size()), nullptr))
-    return false;
-  package.title = title;
-  return true;
+  package.title = value.asString();
+  return IsTitle(package.title);
 }
 
 /// Without links, such a path stays below where it starts.
@@ -118,6 +113,12 @@ std::string Quoted(const std::string& name) {
 }
 
 }  // namespace
+
+bool IsTitle(const std::string& text) {
+  const auto isControl = [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; };
+  return !text.empty() && text.size() <= kMaxTitleBytes && std::none_of(text.begin(), text.end(), isControl) &&
+         g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
+}
 
 std::optional<Package> ParseManifest(const std::string& packageId, const std::string& text, std::string& problem) {
   Json::Value root;

@@ -15,4 +15,7 @@ namespace packages {
 /// member and the reason.
 std::optional<Package> ParseManifest(const std::string& packageId, const std::string& text, std::string& problem);
 
+/// Whether people can be shown the text as a title: 1 to 256 bytes of UTF-8 without control characters.
+bool IsTitle(const std::string& text);
+
 }  // namespace packages

@@ -17,6 +17,8 @@
 #include "base/glib_handle.h"
 #include "c_handle.h"
 #include "dlog.h"
+#include "flatpak/layout.h"
+#include "flatpak/removal.h"
 #include "packages/manifest.h"
 #include "packages/processes.h"
 #include "packages/removal.h"
@@ -155,6 +157,23 @@ void SkipDoubles(std::vector<Package>& packages, const std::vector<std::string>&
   });
 }
 
+bool IsFlatpak(const Package& package) {
+  return package.source == Source::kFlatpak;
+}
+
+/// Those whose ids no folder has.
+void AddFlatpaks(std::vector<Package>& packages) {
+  const size_t folders = packages.size();
+  for (Package& one : flatpak::List()) {
+    const auto end = packages.begin() + static_cast<ptrdiff_t>(folders);
+    const auto owner = std::find_if(packages.begin(), end, [&one](const Package& folder) {
+      return folder.appId == one.appId || folder.packageId == one.packageId;
+    });
+    Complain(FolderOf(one), owner == end ? "" : "is not listed: " + FolderOf(*owner) + " has its id");
+    if (owner == end) packages.push_back(std::move(one));
+  }
+}
+
 /// As people look for a title: whatever the case of its letters.
 std::string SortKey(const std::string& title) {
   const GText folded(g_utf8_casefold(title.c_str(), -1));
@@ -173,6 +192,18 @@ int Empty(const std::vector<std::pair<std::string, std::string>>& foldersWithin,
     if (result == PKGMGR_R_OK) result = ResultOf(emptied.error);
   }
   return result;
+}
+
+/// The folder whose owner counts in the package's data and cache.
+std::string WithinOf(const Package& package) {
+  return IsFlatpak(package) ? flatpak::DataDir() : FolderOf(package);
+}
+
+TreeResult Sum(const TreeResult& one, const TreeResult& other) {
+  return {.bytes = one.bytes + other.bytes,
+          .files = one.files + other.files,
+          .kept = one.kept + other.kept,
+          .error = one.error != 0 ? one.error : other.error};
 }
 
 /// A part of a package: its lack is no error.
@@ -212,6 +243,8 @@ std::vector<Package> List() {
     if (auto package = Load(packageId)) packages.push_back(std::move(*package));
   SkipDoubles(packages, packageIds);
   for (const std::string& name : removals) FinishRemoval(name, packages);
+  flatpak::FinishRemovals();
+  AddFlatpaks(packages);
   std::vector<std::tuple<std::string, std::string, size_t>> order;
   for (size_t i = 0; i < packages.size(); ++i) order.emplace_back(SortKey(packages[i].title), packages[i].packageId, i);
   std::sort(order.begin(), order.end());
@@ -233,7 +266,9 @@ std::optional<Package> Find(std::string Package::*member, const std::string& id)
 }  // namespace
 
 std::optional<Package> ReadPackage(const std::string& packageId) {
-  return IsId(packageId) ? Load(packageId) : std::nullopt;
+  if (!IsId(packageId)) return std::nullopt;
+  auto package = Load(packageId);
+  return package ? package : flatpak::Read(packageId);
 }
 
 std::optional<Package> FindByPackageId(const std::string& packageId) {
@@ -258,19 +293,21 @@ std::optional<State> Inspect() {
   }
   for (const std::string& name : removals)
     if (LockForRemoval(InPackages(name))) ++state.unfinished;
+  state.unfinished += flatpak::UnfinishedRemovals();
+  for (Package& one : flatpak::List()) state.usable.push_back(std::move(one));
   return state;
 }
 
 std::string FolderOf(const Package& package) {
-  return InPackages(package.packageId);
+  return IsFlatpak(package) ? flatpak::ProgramFolderOf(package) : InPackages(package.packageId);
 }
 
 std::string DataFolderOf(const Package& package) {
-  return FolderOf(package) + "/data";
+  return IsFlatpak(package) ? flatpak::DataFolderOf(package.packageId) : FolderOf(package) + "/data";
 }
 
 std::string CacheFolderOf(const Package& package) {
-  return FolderOf(package) + "/cache";
+  return IsFlatpak(package) ? flatpak::CacheFolderOf(package.packageId) : FolderOf(package) + "/cache";
 }
 
 std::string WebCacheFolderOf(const Package& package) {
@@ -278,15 +315,23 @@ std::string WebCacheFolderOf(const Package& package) {
 }
 
 TreeResult MeasureWhole(const Package& package) {
-  return MeasureTree(FolderOf(package));
+  const TreeResult folder = MeasureTree(FolderOf(package));
+  return IsFlatpak(package) ? Sum(folder, MeasurePart(DataFolderOf(package), WithinOf(package))) : folder;
 }
 
 TreeResult MeasureData(const Package& package) {
-  return MeasurePart(DataFolderOf(package), FolderOf(package));
+  TreeResult data = MeasurePart(DataFolderOf(package), WithinOf(package));
+  if (!IsFlatpak(package)) return data;
+  const TreeResult cache = MeasureCache(package);
+  // It may be running meanwhile.
+  data.bytes = std::max<int64_t>(0, data.bytes - cache.bytes);
+  data.files = std::max<int64_t>(0, data.files - cache.files);
+  data.kept = std::max(0, data.kept - cache.kept);
+  return data;
 }
 
 TreeResult MeasureCache(const Package& package) {
-  return MeasurePart(CacheFolderOf(package), FolderOf(package));
+  return MeasurePart(CacheFolderOf(package), WithinOf(package));
 }
 
 TreeResult MeasureWebCache(const Package& package) {
@@ -294,12 +339,14 @@ TreeResult MeasureWebCache(const Package& package) {
 }
 
 int ClearCache(const Package& package, const TreeStop& stop) {
-  return Empty({{CacheFolderOf(package), FolderOf(package)}, {WebCacheFolderOf(package), set_paths::kWebCacheDir}},
+  if (IsFlatpak(package) && !EndAll(package)) return -EBUSY;
+  return Empty({{CacheFolderOf(package), WithinOf(package)}, {WebCacheFolderOf(package), set_paths::kWebCacheDir}},
                stop);
 }
 
 int ClearData(const Package& package) {
-  const int data = Empty({{DataFolderOf(package), FolderOf(package)}});
+  if (IsFlatpak(package) && !EndAll(package)) return -EBUSY;
+  const int data = Empty({{DataFolderOf(package), WithinOf(package)}});
   const int cache = ClearCache(package);
   return data != PKGMGR_R_OK ? data : cache;
 }
@@ -307,10 +354,12 @@ int ClearData(const Package& package) {
 const char* WhyNotRemovable(const Package& package) {
   if (!package.removable) return "it belongs to the set";
   if (package.locked) return "it is locked";
+  if (package.forAdministrator) return "only an administrator may remove it";
   return nullptr;
 }
 
 int Remove(const Package& package, const std::function<void(int)>& onProgress) {
+  if (IsFlatpak(package)) return flatpak::Remove(package, onProgress);
   const std::string folder = FolderOf(package);
   const FdHandle lock = LockForRemoval(folder);
   if (!lock) return errno == ENOENT ? static_cast<int>(PKGMGR_R_ENOPKG) : ResultOf(errno);

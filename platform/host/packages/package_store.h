@@ -1,13 +1,14 @@
 #pragma once
 /// @file
-/// The packages of the set: one folder each in set_paths::kPackagesDir, with a manifest (docs/packages.md).
+/// The packages of the set (docs/packages.md): folders in set_paths::kPackagesDir, each with a manifest, and the
+/// applications that are installed as Flatpaks, which have a folder in their installation and one for the user's data.
 ///
 ///     <package id>/manifest.json   what it is
 ///     <package id>/data/           what the viewer made with it
 ///     <package id>/cache/          what it can make again
 ///     <package id>/…               the program
 ///
-/// A package is only used when its manifest is well-formed and names the folder that it lies in; others are named in
+/// A folder is only used when its manifest is well-formed and names the folder that it lies in; others are named in
 /// the log once and skipped.
 ///
 /// Thread rule: callable from any thread. Calls read the disk; those that remove or measure block for as long as that
@@ -22,18 +23,23 @@
 
 namespace packages {
 
+enum class Source { kFolder, kFlatpak };
+
 struct Package {
-  std::string packageId;  ///< as IsId() allows
-  std::string appId;      ///< as IsId() allows; unique among the packages, and no other one's package id
+  Source source = Source::kFolder;
+  std::string installation{};  ///< of a Flatpak: the folder that it is installed in, of the set, without links
+  std::string packageId;       ///< as IsId() allows
+  std::string appId;           ///< as IsId() allows; unique among the packages, and no other one's package id
   std::string serviceId;
   std::string title;
-  std::string iconDir;               ///< absolute, of the set, ends with '/', inside the package
+  std::string iconDir;               ///< absolute, of the set, ends with '/'; of a folder: inside it
   std::vector<std::string> command;  ///< program (relative to the package, or absolute) and arguments; may be empty
   int attribute1 = 0;
   int attribute2 = 0;
   bool removable = true;
   bool locked = false;
-  bool keepRunning = false;  ///< memory boost leaves its processes alone
+  bool forAdministrator = false;  ///< this process may not remove it, an administrator may
+  bool keepRunning = false;       ///< memory boost leaves its processes alone
 };
 
 /// Whether `id` is a name that a package or application can have: 1 to 128 letters, digits, '.', '_', '-', the first a
@@ -41,27 +47,27 @@ struct Package {
 bool IsId(const std::string& id);
 
 /// All packages by title, then package id. A removal that was interrupted is finished first; one that is going on, in
-/// any process, is left to it. Where two packages claim an application id, the first by package id has it and the
-/// other is skipped; so is one whose application id is the name of another folder.
+/// any process, is left to it. Where two packages claim an application id, a folder has it before a Flatpak, else the
+/// first by package id, and the other is skipped; so is one whose application id is the name of another folder.
 std::vector<Package> List();
 /// The package by its own manifest alone, whatever application id another one claims: to measure it, not to change it.
-/// Reads one manifest.
+/// Reads one manifest, or one Flatpak's title.
 std::optional<Package> ReadPackage(const std::string& packageId);
 /// One of List(), whose manifests are all read for it.
 std::optional<Package> FindByPackageId(const std::string& packageId);
 std::optional<Package> FindByAppId(const std::string& appId);
 
-/// What lies in the folder of the packages, as it is: nothing is finished, removed or locked for longer than a look.
+/// What packages there are, as it is: nothing is finished, removed or locked for longer than a look.
 struct State {
-  std::vector<Package> usable;      ///< by package id, whatever application ids others claim
+  std::vector<Package> usable;      ///< folders, then Flatpaks, by package id, whatever application ids others claim
   std::vector<std::string> broken;  ///< folders that are no package that can be used, sorted
   int unfinished = 0;               ///< removals that were interrupted; one that is going on is none
 };
-/// Nothing when there is no such folder, or it cannot be read.
+/// Nothing when there is no folder of the packages, or it cannot be read.
 std::optional<State> Inspect();
 
-std::string FolderOf(const Package& package);
-std::string DataFolderOf(const Package& package);
+std::string FolderOf(const Package& package);      ///< of a Flatpak: its program in all branches
+std::string DataFolderOf(const Package& package);  ///< of a Flatpak: with the cache in it
 std::string CacheFolderOf(const Package& package);
 /// The web engine's cache of the application, outside the package.
 std::string WebCacheFolderOf(const Package& package);
@@ -73,8 +79,8 @@ TreeResult MeasureData(const Package& package);
 TreeResult MeasureCache(const Package& package);  ///< its own
 TreeResult MeasureWebCache(const Package& package);
 
-/// Empties the cache folders (its own and the web engine's), or data and cache. The folders stay, and none is made.
-/// -ECANCELED when `stop` has ended it.
+/// Empties the cache folders (its own and the web engine's), or data and cache. The folders stay, and none is made. A
+/// Flatpak's processes are ended first; -EBUSY when one does not end. -ECANCELED when `stop` has ended it.
 int ClearCache(const Package& package, const TreeStop& stop = {});
 int ClearData(const Package& package);
 
@@ -85,7 +91,8 @@ const char* WhyNotRemovable(const Package& package);
 /// left alone (-EACCES another owner's file, -EBUSY a mount point), or that cannot be read, is not removed at all. Else
 /// its processes are ended (-EBUSY when one does not end, and it stays). Then the folder is renamed out of sight, so
 /// that a package is there whole or not at all; List() finishes what an interruption left. A web cache that stays is a
-/// failure too, though the package is gone. `onProgress` gets 0 to 100, rising.
+/// failure too, though the package is gone. A Flatpak's data go unless another installation has it, too; -EACCES when
+/// it takes an administrator. `onProgress` gets 0 to 100, rising.
 int Remove(const Package& package, const std::function<void(int)>& onProgress = {});
 
 }  // namespace packages

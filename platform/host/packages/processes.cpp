@@ -18,6 +18,7 @@
 
 #include "base/atomic_file.h"
 #include "dlog.h"
+#include "flatpak/layout.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -103,7 +104,11 @@ pid_t ParentOf(const std::string& proc) {
 
 /// The package id that a process with that executable belongs to; empty for none.
 std::string OwnerOf(const std::string& proc, const std::string& executable, const std::vector<Package>& packages) {
-  std::string owner = PackageAt(executable);
+  const bool hasFlatpaks =
+      std::any_of(packages.begin(), packages.end(), [](const auto& each) { return each.source == Source::kFlatpak; });
+  // A sandbox has a file system of its own, where paths have another meaning.
+  std::string owner = hasFlatpaks ? flatpak::IdOfProcess(proc) : "";
+  if (owner.empty()) owner = PackageAt(executable);
   if (owner.empty()) owner = PackageAt(ScriptOf(proc, executable));
   if (!owner.empty()) return owner;
   std::string root, appId;

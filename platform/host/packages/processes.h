@@ -24,7 +24,8 @@ struct Process {
 /// This user's running processes that belong to one of the packages; never this one. A process belongs to the package
 /// whose folder holds its executable, else its script, else to the one whose application id is in its environment
 /// variable VEXILO_APP_ID (with this set root in VEXILO_ROOT), else to the one whose folder holds its working
-/// directory, when a process that started it, or one above, belongs to that package by its program or environment.
+/// directory, when a process that started it, or one above, belongs to that package by its program or environment. What
+/// runs in the sandbox of a Flatpak belongs to that one.
 std::vector<Process> ProcessesOf(const std::vector<Package>& packages);
 
 struct EndedProcesses {

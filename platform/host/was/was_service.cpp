@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "dlog.h"
+#include "flatpak/icons.h"
 #include "packages/package_store.h"
 #include "pkgmgr_client.h"
 #include "was_api.h"
@@ -145,7 +146,9 @@ was_app_info_s InfoOf(const packages::Package& package) {
           .icon_dir = strdup(package.iconDir.c_str()),
           .attribute1 = package.attribute1,
           .attribute2 = package.attribute2,
-          .locked = package.locked ? 1 : 0};
+          .locked = package.locked             ? WAS_LOCKED_BY_VIEWER
+                    : package.forAdministrator ? WAS_LOCKED_FOR_ADMINISTRATOR
+                                               : WAS_UNLOCKED};
 }
 
 }  // namespace
@@ -161,6 +164,7 @@ int was_get_app_count(int* count) {
 int was_get_app_list(was_list_kind_e kind, was_app_info_s** list, int* count) {
   if (!list || !count || (kind != WAS_LIST_ALL && kind != WAS_LIST_REMOVABLE)) return WAS_ERROR_INVALID_PARAMETER;
   const std::vector<packages::Package> packages = ListOf(kind);
+  flatpak::RenewIcons(packages);
   was_app_info_s* infos = nullptr;
   if (!packages.empty()) {
     infos = static_cast<was_app_info_s*>(std::calloc(packages.size(), sizeof(was_app_info_s)));

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "packages/package_store.h"
+#include "packages/processes.h"
 #include "set_paths.h"
 #include "setd/report.h"
 #include "setd/setd_log.h"
@@ -59,7 +60,10 @@ bool CleanAll(const StopFlag& stop) {
   int64_t files = 0;
   for (const packages::Package& package : packages::List()) {
     if (stop) return false;
-    if (packages::ClearCache(package) == 0)
+    const bool runs = package.source == packages::Source::kFlatpak && !packages::ProcessesOf({package}).empty();
+    if (runs)
+      Log(DLOG_INFO, "deep clean: the cache of " + package.packageId + " stays: it is running");
+    else if (packages::ClearCache(package) == 0)
       ++caches;
     else
       Log(DLOG_WARN, "deep clean: the cache of " + package.packageId + " could not be emptied completely");

@@ -83,6 +83,12 @@ bool ForegroundApp(std::string& appId) {
   return false;
 }
 
+/// Where nobody tells what the viewer looks at, it may be a Flatpak: a desktop's programs are not the set's to end.
+bool IsInBackground(const packages::Package& package, const std::string& foreground) {
+  if (package.keepRunning || package.appId == foreground) return false;
+  return package.source != packages::Source::kFlatpak || !foreground.empty();
+}
+
 }  // namespace
 
 bool BoostMemory(const StopFlag& stop) {
@@ -92,7 +98,7 @@ bool BoostMemory(const StopFlag& stop) {
   if (ForegroundApp(foreground)) {
     std::vector<packages::Package> background;
     for (packages::Package& package : packages::List())
-      if (!package.keepRunning && package.appId != foreground) background.push_back(std::move(package));
+      if (IsInBackground(package, foreground)) background.push_back(std::move(package));
     ended = packages::EndProcesses(background, stop);
   }
   if (stop) return false;

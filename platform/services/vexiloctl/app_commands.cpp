@@ -24,7 +24,9 @@ bool IsShownToViewer(const Package& package, bool consent) {
 
 std::string StateOf(const Package& package) {
   const char* reason = packages::WhyNotRemovable(package);
-  return !reason ? "" : package.locked && package.removable ? "locked" : "of the set";
+  if (!reason) return "";
+  if (!package.removable) return "of the set";
+  return package.locked ? "locked" : "administrator's";
 }
 
 struct MeasuredPackage {
@@ -57,6 +59,7 @@ void PrintSizes(const std::vector<MeasuredPackage>& apps, bool json) {
           AddSizes(sizes, object);
           object["measured"] = sizes.problem.empty();
           object["locked"] = package.locked;
+          object["for_administrator"] = package.forAdministrator;
           object["removable"] = package.removable;
           return object;
         },
