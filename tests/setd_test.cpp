@@ -1,16 +1,23 @@
 // The parts of the set's daemon that need no process: reading requests, private data, limits of what is kept.
 
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ctime>
+#include <functional>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "c_handle.h"
+#include "packages/package_store.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
+#include "setd/leftovers.h"
 #include "setd/report.h"
 #include "setd/request.h"
 #include "setd/scrubber.h"
@@ -245,6 +252,190 @@ TEST(SetdDeepClean, RemovesOldFilesOnlyAndNeverThroughALink) {
   for (const char* kept : kOutside) EXPECT_TRUE(Exists(kept)) << kept;
   EXPECT_TRUE(Exists(apps + "org.b"));
   EXPECT_EQ(fs::status(SystemPath(folder + "shut")).permissions(), fs::perms(0500)) << "what stays keeps its mode";
+}
+
+// --- Leftovers of the machine ----------------------------------------------------------------------------------------
+
+constexpr time_t kHour = 3600, kDay = 24 * kHour;
+const std::string kThumbnails = "/opt/usr/home/owner/.cache/thumbnails/";
+const std::string kArchives = set_paths::kPackageArchives + std::string("/");
+const std::string kHash = std::string(31, 'a'), kChecksum = std::string(64, '0');
+
+struct Leftover {
+  std::string path;
+  time_t age;  // seconds
+  bool goes;
+};
+
+/// Makes the files, then has them and their folders below the third be as old as they say.
+void Plant(const std::vector<Leftover>& rows) {
+  for (const Leftover& row : rows) WriteFile(row.path, "content");
+  for (const Leftover& row : rows) {
+    SetAge(row.path, row.age);
+    for (std::string folder = fs::path(row.path).parent_path(); folder.size() > 4;
+         folder = fs::path(folder).parent_path())
+      SetAge(folder, row.age);
+  }
+}
+
+void ExpectGone(const std::vector<Leftover>& rows) {
+  for (const Leftover& row : rows) EXPECT_NE(Exists(row.path), row.goes) << row.path;
+}
+
+/// As a program holds what it uses.
+FdHandle Hold(const std::string& path, short kind = F_RDLCK) {
+  FdHandle file(open(SystemPath(path).c_str(), O_RDWR | O_CLOEXEC));
+  struct flock whole {};
+  whole.l_type = kind;
+  EXPECT_EQ(fcntl(file.get(), F_OFD_SETLK, &whole), 0) << path;
+  return file;
+}
+
+bool Never() {
+  return false;
+}
+
+TEST(SetdLeftovers, ThumbnailsThatNobodyLooksAtGo) {
+  const std::string precious = "/home/owner/share/" + kHash + "0.png";
+  const std::vector<Leftover> rows = {
+      {kThumbnails + "normal/" + kHash + "1.png", 31 * kDay, true},
+      {kThumbnails + "normal/" + kHash + "2.png", 29 * kDay, false},
+      {kThumbnails + "fail/viewer/" + kHash + "3.png", 31 * kDay, true},
+      {kThumbnails + "normal/" + kHash + "4.png", 31 * kDay, false},  // looked at, below
+      {kThumbnails + "normal/photo.png", 31 * kDay, false},
+      {kThumbnails + "normal/" + kHash + "g.png", 31 * kDay, false},
+      {kThumbnails + kHash + "5.png", 31 * kDay, false},
+      {kThumbnails + "own/folder/deep/" + kHash + "6.png", 31 * kDay, false},
+      {precious, 31 * kDay, false}};
+  Plant(rows);
+  const timespec used[2] = {{time(nullptr) - kDay, 0}, {0, UTIME_OMIT}};
+  ASSERT_EQ(utimensat(AT_FDCWD, SystemPath(rows[3].path).c_str(), used, 0), 0);
+  const std::string link = kThumbnails + "normal/" + kHash + "7.png";
+  fs::create_symlink(SystemPath(precious), SystemPath(link));
+  SetAge(link, 31 * kDay);
+  fs::create_directory_symlink(SystemPath("/home/owner/share"), SystemPath(kThumbnails + "large"));
+  const packages::TreeResult removed = RemoveOldThumbnails(Never);
+  EXPECT_EQ(removed.error, 0);
+  EXPECT_EQ(removed.files, 3);
+  EXPECT_FALSE(Exists(link));
+  ExpectGone(rows);
+}
+
+TEST(SetdLeftovers, DownloadedArchivesGoUnlessTheirToolIsAtWork) {
+  const std::vector<Leftover> rows = {{kArchives + "a.deb", 0, true},       {kArchives + "partial/b.deb", 0, true},
+                                      {kArchives + "lock", 0, false},       {kArchives + "notes.txt", 0, false},
+                                      {kArchives + "mine/c.deb", 0, false}, {kArchives + "partial/mine/d", 0, false},
+                                      {"/home/owner/share/e.deb", 0, false}};
+  EXPECT_EQ(RemovePackageArchives(Never).error, 0) << "there are none";
+  EXPECT_FALSE(Exists(kArchives));
+  Plant(rows);
+  {
+    const FdHandle tool = Hold(kArchives + "lock", F_WRLCK);
+    EXPECT_EQ(RemovePackageArchives(Never).error, EAGAIN);
+    EXPECT_TRUE(Exists(rows[0].path));
+  }
+  fs::create_symlink(SystemPath(rows.back().path), SystemPath(kArchives + "f.deb"));
+  EXPECT_EQ(RemovePackageArchives(Never).files, 3);
+  ExpectGone(rows);
+  EXPECT_FALSE(Exists(kArchives + "f.deb"));
+}
+
+TEST(SetdLeftovers, OfFlatpakGoWhenNobodyUsesThem) {
+  for (const std::string installation : {"/var/lib/flatpak", "/opt/usr/home/owner/.local/share/flatpak"}) {
+    SCOPED_TRACE(installation);
+    const std::string temporary = installation + "/repo/tmp/", catalogue = installation + "/appstream/hub/x86_64/";
+    const std::vector<Leftover> rows = {{installation + "/.removed/org.a-1/files/bin/a", kHour, true},
+                                        {installation + "/.removed/org.b-1/files/.ref", kHour, false},
+                                        {installation + "/app/org.a/files/bin/a", 9 * kDay, false},
+                                        {installation + "/repo/objects/00/1.file", 9 * kDay, false},
+                                        {temporary + "staging-a/1.file", 2 * kDay, true},
+                                        {temporary + "staging-b/1.file", 2 * kDay, false},
+                                        {temporary + "staging-b-lock", 2 * kDay, false},
+                                        {temporary + "staging-c/1.file", 2 * kHour, false},
+                                        {temporary + "cache/summary", 9 * kDay, false},
+                                        {temporary + "tmpobject-a", 2 * kDay, true},
+                                        {temporary + "tmpobject-b", 2 * kHour, false},
+                                        {catalogue + "." + kChecksum + "-aBc123/icon", 2 * kDay, true},
+                                        {catalogue + "." + kChecksum + "-aBc124/icon", 2 * kHour, false},
+                                        {catalogue + kChecksum + "/icon", 9 * kDay, false},
+                                        {catalogue + ".timestamp", 9 * kDay, false},
+                                        {catalogue + ".active-a1b2c3", 2 * kDay, true},
+                                        {"/var/tmp/flatpak-cache-AAAAAA/child-repo-a/1.file", 2 * kDay, true},
+                                        {"/var/tmp/flatpak-cache-BBBBBB/child-repo-b-lock", 2 * kDay, false},
+                                        {"/var/tmp/flatpak-cache-CCCCCC/child-repo-c/1.file", 2 * kHour, false},
+                                        {"/var/tmp/mine/file", 9 * kDay, false}};
+    WriteFile(installation + "/repo/.lock", "");
+    Plant(rows);
+    fs::create_directory_symlink(SystemPath("/var/tmp/mine"), SystemPath(installation + "/.removed/link"));
+    const FdHandle runs = Hold(rows[1].path), writes = Hold(temporary + "staging-b-lock", F_WRLCK),
+                   fetches = Hold("/var/tmp/flatpak-cache-BBBBBB/child-repo-b-lock", F_WRLCK);
+    {
+      const FdHandle download = Hold(installation + "/repo/.lock");
+      EXPECT_EQ(RemoveFlatpakLeftovers([] { return true; }).files, 0);
+      EXPECT_EQ(RemoveFlatpakLeftovers(Never).error, 0);
+      EXPECT_TRUE(Exists(temporary + "staging-a/1.file")) << "something is being fetched";
+    }
+    Plant(rows);
+    EXPECT_EQ(RemoveFlatpakLeftovers(Never).error, 0);
+    ExpectGone(rows);
+  }
+}
+
+TEST(SetdLeftovers, OfOtherUsersStay) {
+  if (geteuid() != 0) GTEST_SKIP() << "giving files away takes root";
+  const std::vector<Leftover> rows = {{kThumbnails + "normal/" + kHash + "1.png", 31 * kDay, false},
+                                      {kThumbnails + "normal/" + kHash + "2.png", 31 * kDay, true},
+                                      {kArchives + "a.deb", 0, false},
+                                      {kArchives + "b.deb", 0, true},
+                                      {"/var/lib/flatpak/.removed/org.a-1/files/foreign", 0, false},
+                                      {"/var/lib/flatpak/.removed/org.a-1/files/own", 0, true},
+                                      {"/opt/usr/home/owner/.local/share/flatpak/.removed/x/y", 0, false},
+                                      {"/var/tmp/flatpak-cache-AAAAAA/file", 2 * kDay, false}};
+  Plant(rows);
+  for (const std::string& path :
+       {rows[0].path, rows[2].path, rows[4].path, std::string("/opt/usr/home/owner/.local/share/flatpak"),
+        std::string("/var/tmp/flatpak-cache-AAAAAA")})
+    ASSERT_EQ(chown(SystemPath(path).c_str(), 4711, -1), 0);
+  for (const auto clean : {RemoveOldThumbnails, RemovePackageArchives, RemoveFlatpakLeftovers})
+    EXPECT_EQ(clean(Never).error, EACCES);
+  ExpectGone(rows);
+}
+
+TEST(SetdDeepClean, DoesWhatTheProfileHasWithinItsTime) {
+  const std::vector<Leftover> rows = {{kThumbnails + "normal/" + kHash + "1.png", 31 * kDay, true},
+                                      {kThumbnails + "normal/" + kHash + "2.png", 31 * kDay, true},
+                                      {kArchives + "a.deb", 0, true},
+                                      {"/var/lib/flatpak/.removed/org.a-1/files/a", 0, true}};
+  Plant(rows);
+  PlantPackage("org.a", "A");
+  WriteFile("/tmp/vexilo-apps/org.a/old", "x");
+  SetAge("/tmp/vexilo-apps/org.a/old", 2 * kDay);
+  const std::string cache = "/opt/usr/apps/org.a/cache/";
+  const StopFlag stop{false};
+  int asked = 0;
+  const packages::TreeResult cut = RemoveOldThumbnails([&asked] { return asked++ > 0; });
+  EXPECT_EQ(cut.files, 1) << "it stops between two";
+  EXPECT_EQ(cut.error, ECANCELED);
+  asked = 0;
+  EXPECT_EQ(packages::ClearCache(*packages::FindByPackageId("org.a"), [&asked] { return asked++ > 2; }), -ECANCELED);
+  EXPECT_EQ(packages::MeasureTree(cache).files, 1 + 20 - 3) << "so it does in a cache";
+  EXPECT_TRUE(CleanAll(stop, std::chrono::seconds(0)));
+  EXPECT_TRUE(Exists("/tmp/vexilo-apps/org.a/old") && packages::MeasureTree(cache).files > 1);
+  EXPECT_THAT(Log(),
+              testing::HasSubstr("the packages' caches: the time is used up, the rest stays for the next deep clean"));
+  WriteFile(set_paths::kSetProfile, "[deep_clean]\nthumbnails=0\npackage_archives=false\nflatpak_leftovers=perhaps\n");
+  EXPECT_TRUE(CleanAll(stop));
+  EXPECT_EQ(Count(Log(), ": switched off\n"), 3);
+  EXPECT_FALSE(Exists("/tmp/vexilo-apps/org.a/old") || packages::MeasureTree(cache).files > 1);
+  WriteFile(set_paths::kSetProfile, "");
+  fs::remove_all(SystemPath(set_paths::kPackagesDir + std::string("/org.a")));
+  EXPECT_TRUE(CleanAll(stop, std::chrono::seconds(0)));
+  for (const char* what : {"old thumbnails", "downloaded package archives", "leftovers of Flatpak"})
+    EXPECT_EQ(Count(Log(), what + std::string(": removed 0, freed 0 bytes; the time is used up")), 2) << what;
+  for (size_t i = 2; i < rows.size(); ++i) EXPECT_TRUE(Exists(rows[i].path)) << rows[i].path;
+  EXPECT_TRUE(CleanAll(stop));
+  ExpectGone(rows);
+  EXPECT_THAT(Log(), testing::ContainsRegex("deep clean: old thumbnails: removed 1, freed [1-9][0-9]* bytes\n"));
 }
 
 }  // namespace

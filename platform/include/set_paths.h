@@ -46,6 +46,11 @@ inline constexpr char kFlatpakUserDir[] = "/opt/usr/home/owner/.local/share/flat
 inline constexpr char kFlatpakDataDir[] = "/opt/usr/home/owner/.var/app";
 inline constexpr char kFlatpakHelper[] = "/usr/lib/vexilo-flatpak";
 
+// What others keep that can be made again.
+inline constexpr char kOwnerHome[] = "/opt/usr/home/owner";
+inline constexpr char kPackageArchives[] = "/var/cache/apt/archives";
+inline constexpr char kLastingTemporary[] = "/var/tmp";
+
 // Facts of the set.
 inline constexpr char kUserPartition[] = "/opt";
 inline constexpr char kChipId[] = "/proc/sdp_chipid_val";
