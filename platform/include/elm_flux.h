@@ -192,7 +192,8 @@ void elm_flux_access_say(const char* text);
 
 enum FluxProgressStyle {
   FLUX_PROGRESS_BAR = 0,
-  FLUX_PROGRESS_TWO_PART = 1,  ///< a bar with a text for each side: parts "text3" (where reading begins) and "text4"
+  FLUX_PROGRESS_TWO_PART = 1,  ///< a bar with a text for each side: parts "text3" (left) and "text4" (right). It does
+                               ///< not mirror: whoever mirrors inverts it and changes the texts
   FLUX_PROGRESS_CIRCLE = 5,    ///< runs round, for what has no end that is known
 };
 
@@ -255,11 +256,15 @@ void elm_flux_grid_focus_set(Evas_Object* grid, int index);
 
 // ---- above a screen
 
+/// The canvas layer (evas_object_layer_set()) of popups: what is made in it lies above the popups that are there, and
+/// below those that are made later.
+inline constexpr short FLUX_LAYER_POPUP = 1000;
+
 /// A popup in the middle of its parent, with a title, a text of several lines and up to three buttons. The first
 /// button has the focus when it is shown; the focus cannot leave it, and goes back to where it was when the popup is
-/// deleted or hidden. Up and Down scroll a text that is too long for the screen. Its content can be replaced:
-/// elm_object_content_set(). elm_flux_size_set() is the size of its panel. It covers its parent against clicks, does
-/// not dim what is behind it and does not close by itself.
+/// deleted or hidden. One without a button that can be pressed takes the keys all the same. Up and Down scroll a text
+/// that is too long for the screen. Its content can be replaced: elm_object_content_set(). elm_flux_size_set() is the
+/// size of its panel. It covers its parent against clicks, does not dim what is behind it and does not close by itself.
 Evas_Object* elm_flux_popup_add(Evas_Object* parent);
 void elm_flux_popup_title_set(Evas_Object* popup, const std::string& title);
 void elm_flux_popup_text_set(Evas_Object* popup, const std::string& text);

@@ -144,6 +144,7 @@ void UiHarness::Click(Evas_Object* object) {
 }
 
 void UiHarness::Resize(int width, int height) {
+  Settle();  // a thread of the canvas may still be drawing into the memory that a resize frees
   evas_object_resize(m_window, width, height);
   Settle();
 }

@@ -11,7 +11,7 @@
 namespace flux {
 
 /// The canvas layers of what floats, above those of screens.
-enum class Floor { kPopup = 1000, kToast = 2000 };
+enum class Floor { kPopup = FLUX_LAYER_POPUP, kToast = 2000 };
 
 /// Keeps an object above its parent and in its place there.
 class Floating {

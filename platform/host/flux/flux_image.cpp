@@ -172,6 +172,7 @@ class Image : public Widget {
     const bool hasEdges = m_loading.ends_with(".9.png");
     m_hasPixels = false;
     if (m_tint) evas_object_image_file_set(m_picture, nullptr, nullptr);  // else the tinted pixels stay
+    if (std::exchange(m_isShrunk, false)) evas_object_image_load_size_set(m_picture, 0, 0);
     evas_object_image_file_set(m_picture, m_loading.c_str(), nullptr);
     const Evas_Load_Error error = evas_object_image_load_error_get(m_picture);
     if (error != EVAS_LOAD_ERROR_NONE) {
@@ -207,6 +208,7 @@ class Image : public Widget {
       m_drawingSide = side;
       if (IsDrawing() && !m_file.empty()) Load(m_file);
     }
+    Shrink(width, height);
     int fileWidth = 0, fileHeight = 0;
     evas_object_image_size_get(m_picture, &fileWidth, &fileHeight);
     int shownWidth = width, shownHeight = height;
@@ -221,6 +223,20 @@ class Image : public Widget {
     evas_object_image_fill_set(m_picture, 0, 0, shownWidth, shownHeight);
   }
 
+  /// A picture that is shown much smaller than it is, as an icon of a list, is loaded smaller: to make it so anew for
+  /// each frame takes longer than all else in it.
+  void Shrink(int width, int height) {
+    if (IsDrawing() || m_hasEdges || m_tint || width <= 0 || height <= 0) return;
+    if (m_isShrunk && m_shrunkFor == std::pair(width, height)) return;
+    if (std::exchange(m_isShrunk, false)) evas_object_image_load_size_set(m_picture, 0, 0);
+    int fileWidth = 0, fileHeight = 0;
+    evas_object_image_size_get(m_picture, &fileWidth, &fileHeight);
+    if (fileWidth < 2 * width || fileHeight < 2 * height) return;
+    m_isShrunk = true;
+    m_shrunkFor = {width, height};
+    evas_object_image_load_size_set(m_picture, width, height);
+  }
+
   Evas_Object* m_picture;
   std::string m_file;     // what is shown
   std::string m_loading;  // what was last tried
@@ -229,6 +245,8 @@ class Image : public Widget {
   int m_drawingSide = 0;
   bool m_hasEdges = false;
   bool m_hasPixels = false;  // of a drawing
+  bool m_isShrunk = false;
+  std::pair<int, int> m_shrunkFor;
   Stage m_stage = Stage::kShown;
 };
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "flux/flux_keys.h"
+#include "flux/flux_text.h"
 
 namespace flux {
 
@@ -47,6 +48,8 @@ class List : public ItemWidget {
   void Reveal(int index) override;
 
  private:
+  void Refill();
+  Elm_Object_Item* AppendItem(Row* row);
   void MoveTo(int index);
   void BringIn(int index, bool animated);
   void FollowWheel();
@@ -72,6 +75,7 @@ class List : public ItemWidget {
   bool m_stays = false;           // where it is scrolled to, as the next row to take the focus is seen
   double m_wheelTime = kLongAgo;  // seconds, of the loop's clock
   Ecore_Job* m_shadowJob = nullptr;
+  Ecore_Job* m_refillJob = nullptr;
 };
 
 List::List(Evas_Object* frame, Evas_Object* rows, const char* rowStyle)
@@ -95,6 +99,7 @@ List::List(Evas_Object* frame, Evas_Object* rows, const char* rowStyle)
 List::~List() {
   if (m_genlist) evas_object_del(m_genlist);  // before what its rows ask for is gone
   if (m_shadowJob) ecore_job_del(m_shadowJob);
+  if (m_refillJob) ecore_job_del(m_refillJob);
   elm_genlist_item_class_free(m_class);
 }
 
@@ -135,7 +140,23 @@ void List::ListenToRows() {
 void List::Restyle() {
   elm_object_scale_set(Object(), TextScale());
   elm_object_scale_set(m_genlist, TextScale());
+  if (!m_rows.empty() && !m_refillJob)
+    m_refillJob = ecore_job_add([](void* data) { static_cast<List*>(data)->Refill(); }, this);
   UpdateShadowsSoon();
+}
+
+/// The genlist does not get over a change of the scale: rows stay away, or stand as high as before. Later, when the
+/// toolkit is through with it.
+void List::Refill() {
+  m_refillJob = nullptr;
+  elm_genlist_clear(m_genlist);
+  for (const auto& row : m_rows) row->item = AppendItem(row.get());
+  if (IsItem(Focused())) elm_genlist_item_show(m_rows[Focused()]->item, ELM_GENLIST_ITEM_SCROLLTO_MIDDLE);
+  UpdateShadowsSoon();
+}
+
+Elm_Object_Item* List::AppendItem(Row* row) {
+  return elm_genlist_item_append(m_genlist, m_class, row, nullptr, ELM_GENLIST_ITEM_NONE, nullptr, nullptr);
 }
 
 void List::SetTextOf(FluxTextOf textOf) {
@@ -152,6 +173,7 @@ void List::SetShadow(const char* part, const std::string& file) {
   Evas_Object* image = nullptr;
   if (!file.empty()) {
     image = evas_object_image_filled_add(evas_object_evas_get(Object()));
+    evas_object_image_smooth_scale_set(image, false);  // an even gradient
     evas_object_image_file_set(image, file.c_str(), nullptr);
     if (evas_object_image_load_error_get(image) != EVAS_LOAD_ERROR_NONE) {
       evas_object_del(image);  // the theme's stays
@@ -166,8 +188,7 @@ void List::SetShadow(const char* part, const std::string& file) {
 void List::Append(int count) {
   for (int i = 0; i < count; ++i) {
     auto row = std::make_unique<Row>(Row{this, Count()});
-    row->item =
-        elm_genlist_item_append(m_genlist, m_class, row.get(), nullptr, ELM_GENLIST_ITEM_NONE, nullptr, nullptr);
+    row->item = AppendItem(row.get());
     if (!row->item) return;
     m_rows.push_back(std::move(row));
   }
@@ -353,7 +374,7 @@ std::string List::SpeechOfRow() const {
 
 char* List::TextOfPart(void* data, Evas_Object*, const char* part) {
   const auto* row = static_cast<Row*>(data);
-  return row->list->m_textOf ? strdup(row->list->m_textOf(row->index, part).c_str()) : nullptr;
+  return row->list->m_textOf ? strdup(MarkupOf(row->list->m_textOf(row->index, part).c_str()).c_str()) : nullptr;
 }
 
 Evas_Object* List::ContentOfPart(void* data, Evas_Object* rows, const char* part) {

@@ -55,6 +55,8 @@ class Popup : public KeyWidget {
   /// Where the focus was before, once.
   Evas_Object* ForgetReturn();
   int FocusedButton() const;
+  /// Whether it is there, can be seen and pressed.
+  bool CanFocus(int button) const;
   bool FocusNext(int by);
   bool ScrollText(int direction) const;
   void Place(const Eina_Rect& room);
@@ -186,11 +188,13 @@ void Popup::OnShown() {
 }
 
 void Popup::OnHidden() {
+  // While it is the topmost, what else has the focus got it from the toolkit, as when the popup is being deleted.
+  const bool wasTopmost = !Shown().empty() && Shown().back() == this;
   if (std::erase(Shown(), this) == 0) return;
   if (m_focusJob) ecore_job_del(std::exchange(m_focusJob, nullptr));
   Evas_Object* focused = elm_object_focused_object_get(Object());
   Evas_Object* back = ForgetReturn();
-  if (back && (!focused || IsWithin(focused, Object()))) elm_object_focus_set(back, true);
+  if (back && (wasTopmost || !focused || IsWithin(focused, Object()))) elm_object_focus_set(back, true);
 }
 
 Evas_Object* Popup::ForgetReturn() {
@@ -221,10 +225,22 @@ void Popup::FocusSoon() {
 }
 
 void Popup::TakeFocus() {
-  if (m_buttons.empty()) return;
-  m_toFocus = std::clamp(m_toFocus, 0, static_cast<int>(m_buttons.size()) - 1);
-  elm_object_focus_set(m_buttons[m_toFocus], true);
+  const int count = static_cast<int>(m_buttons.size());
+  int button = count == 0 ? -1 : std::clamp(m_toFocus, 0, count - 1);
+  if (!CanFocus(button)) {
+    button = 0;
+    while (button < count && !CanFocus(button)) ++button;
+  }
+  const bool any = CanFocus(button);
+  // Else the keys would go to what is below.
+  elm_object_focus_allow_set(Object(), !any);
+  elm_object_focus_set(any ? m_buttons[button] : Object(), true);
   if (!std::exchange(m_spoken, true)) SpeakSoon();  // instead of the button alone
+}
+
+bool Popup::CanFocus(int button) const {
+  return button >= 0 && button < static_cast<int>(m_buttons.size()) && !elm_object_disabled_get(m_buttons[button]) &&
+         evas_object_visible_get(m_buttons[button]);
 }
 
 void Popup::FocusButton(int index) {
@@ -243,7 +259,7 @@ int Popup::FocusedButton() const {
 bool Popup::FocusNext(int by) {
   const int count = static_cast<int>(m_buttons.size());
   for (int i = FocusedButton() + by; i >= 0 && i < count; i += by) {
-    if (elm_object_disabled_get(m_buttons[i]) || !evas_object_visible_get(m_buttons[i])) continue;
+    if (!CanFocus(i)) continue;
     m_toFocus = i;
     elm_object_focus_set(m_buttons[i], true);
     break;
@@ -252,6 +268,7 @@ bool Popup::FocusNext(int by) {
 }
 
 bool Popup::OnKey(Key key) {
+  if (elm_object_focused_object_get(Object()) == Object()) return true;  // there is no button to go to
   if (FocusedButton() < 0) return false;  // the content has it; OnCanvasFocusIn() sees to the rest
   const int forward = Mirrored() ? -1 : 1;
   switch (key) {

@@ -5,11 +5,13 @@ namespace flux {
 
 namespace {
 
-/// Its texts "text3" and "text4" are the theme's parts.
+/// Its texts "text3" and "text4" are the theme's parts, which stay on their sides in every direction.
 class TwoPartProgress : public Progress {
  public:
   explicit TwoPartProgress(Evas_Object* layout) : Progress(layout) {
     m_wanted.minWidth = 50.0;
+    elm_object_mirrored_automatic_set(layout, false);
+    elm_object_mirrored_set(layout, false);
     Restyle();
   }
 
@@ -24,7 +26,7 @@ class TwoPartProgress : public Progress {
     Evas_Object* edje = elm_layout_edje_get(Object());
     SetClassColour(edje, "flux/progress", m_colour ? *m_colour : ColourOf(Token::kAccent));
     edje_object_part_drag_size_set(edje, "flux.part", m_value, 1.0);
-    edje_object_part_drag_value_set(edje, "flux.part", m_inverted != Mirrored() ? 1.0 : 0.0, 0.0);
+    edje_object_part_drag_value_set(edje, "flux.part", m_inverted ? 1.0 : 0.0, 0.0);
     elm_object_signal_emit(Object(), m_value > 0.0 ? "flux,level,on" : "flux,level,off", "flux");
     elm_object_part_text_set(Object(), "flux.unit", ValueText().c_str());
   }
