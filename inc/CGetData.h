@@ -32,7 +32,8 @@ enum DeviceState { DEVICE_NORMAL = 0, DEVICE_GOOD = 1 };
 struct app_list_struct {
   bool valid = false;  ///< it passed the filters
   std::string app_name;
-  int size = 0;            ///< bytes; what is larger stands as the largest number
+  long long size = 0;      ///< bytes
+  bool measured = false;   ///< the size is the whole of it; else something could not be measured
   std::string package_id;  ///< for the package manager
   std::string app_id;      ///< for the task manager and for launching
   std::string service_id;
@@ -40,7 +41,7 @@ struct app_list_struct {
   int attribute1 = 0;     ///< the web-application service's own
   int attribute2 = 0;
   int selected = 0;
-  int locked = 0;  ///< non-zero: must not be deleted
+  int locked = 0;  ///< a was_lock_e; non-zero: must not be deleted
 };
 
 /// The nominal storage of the set in bytes; `*total` is untouched when the set does not say.
@@ -69,15 +70,21 @@ class CGetData {
   // ---- applications
 
   /// Builds the list of removable applications anew. Blocks for as long as the task manager takes for the slowest one,
-  /// five seconds at most for each twenty applications.
+  /// five seconds at most for each twenty applications. When it answers for none of the first twenty, it is not asked
+  /// for the others.
   void sendAppList();
   /// Does nothing; the list is built by calling sendAppList() from a worker.
   void EcoreToSendAppList() {}
   std::vector<app_list_struct> m_GetAppsDataStructure() const;
   int m_GetAppsCount() const { return m_appsCount; }
 
-  /// Measures one application. Blocks for five seconds at most.
+  /// Measures one application; its cache is the package's and the web engine's. Blocks for five seconds at most. What a
+  /// call finds is dropped when a later one was made meanwhile.
   void sendAppData(const std::string& packageName, const std::string& appId);
+  /// Whether the last sendAppData() found out all sizes; else some stand as 0.
+  bool m_AreAppSizesKnown() const { return m_appSizesKnown; }
+  /// Whether it found that the application is not installed.
+  bool m_IsAppGone() const { return m_appGone; }
   long m_GetTotalSizeOfApp() const { return m_totalSizeOfApp; }
   long m_GetDataSizeOfApp() const { return m_dataSizeOfApp; }
   long m_GetCacheSizeOfApp() const { return m_cacheSizeOfApp; }
@@ -85,8 +92,10 @@ class CGetData {
   void m_SetDataSizeOfApp(long bytes) { m_dataSizeOfApp = bytes; }
   void m_SetCacheSizeOfApp(long bytes) { m_cacheSizeOfApp = bytes; }
 
-  /// A size of a package in bytes, for the user of this process; 0 when it is not known. Blocks while it is measured.
-  long long getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type);
+  /// A size of a package in bytes, for the user of this process; 0 when it is not known, and `result`, if given, says
+  /// why (PKGMGR_R_*). Blocks while it is measured.
+  long long getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type,
+                       int* result = nullptr);
 
   /// Empties an application's data. 0 for success, -1 for failure, 1 for an application whose data must stay.
   int clearAppData(const std::string& appId);
@@ -94,8 +103,10 @@ class CGetData {
 
   // ---- storage and facts of the set
 
-  /// Refreshes the used, total and system sizes. m_CalculateTotalSizeOfSystem() comes first.
+  /// Refreshes the used, total and system sizes. m_CalculateTotalSizeOfSystem() comes first. What the system uses is
+  /// never below 0.
   void sendFlashSize();
+  /// The nominal storage of the set (getTotalSize()), or the size of the disk where that is not told.
   void m_CalculateTotalSizeOfSystem();
   int64_t m_GetUsedSize() const { return m_usedSize; }
   int64_t m_GetTotalOptSize() const { return m_totalOptSize; }
@@ -114,13 +125,14 @@ class CGetData {
 
   // ---- requests to the task manager
 
-  /// Ends an application. Not awaited.
+  /// Ends an application. Not awaited, but for an earlier such request to be taken: three seconds at most.
   void killApp(const char* packageName);
-  /// Empties an application's caches. Not awaited. 0 when the request was left, -1 otherwise.
+  /// Empties an application's caches. Not awaited, but for an earlier such request to be taken: three seconds at most.
+  /// 0 when the request was left, -1 otherwise.
   int clearAppCache(const std::string& packageName, const std::string& appId);
-  /// Measures an application's data and cache in bytes. Blocks for five seconds at most; the numbers are untouched when
-  /// no answer comes.
-  void findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize);
+  /// Measures an application's data and cache in bytes. Blocks for five seconds at most. False, with the numbers
+  /// untouched, when no answer to this very request comes.
+  bool findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize);
   /// Asks the task manager to end applications that nobody looks at. Does not wait for it.
   /// 0 when the request was left, -1 otherwise.
   int performMemBoost();
@@ -149,9 +161,11 @@ class CGetData {
  private:
   CGetData() = default;
 
-  void m_fillRecord(const was_app_info_s& app, int index, bool panel8K, int consent, app_list_struct& record);
+  struct ListBuild;
+  void m_fillRecord(const was_app_info_s& app, int index, ListBuild& build, app_list_struct& record);
 
   std::atomic<int> m_appsCount{0};
+  std::mutex m_appListBuild;  ///< one build at a time: their requests have the same names
   mutable std::mutex m_appListMutex;
   std::vector<app_list_struct> m_appList;
   std::atomic<int64_t> m_usedSize{0};
@@ -161,6 +175,10 @@ class CGetData {
   std::atomic<long> m_totalSizeOfApp{0};
   std::atomic<long> m_dataSizeOfApp{0};
   std::atomic<long> m_cacheSizeOfApp{0};
+  std::atomic<bool> m_appSizesKnown{false};
+  std::atomic<bool> m_appGone{false};
+  std::mutex m_appSizesMutex;   ///< what one call found is stored as a whole
+  unsigned m_appDataCalls = 0;  ///< guarded by it
   std::atomic<_CurrentScreen> m_currentScreen{SCREEN_NONE};
 
   static std::atomic<CGetData*> m_pInstance;

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <boost/asio/post.hpp>
 #include <climits>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 
 #include "CUtils.h"
 #include "SafeFile.h"
@@ -48,10 +50,6 @@ bool IsOneOf(const char* const (&texts)[N], const std::string& text) {
 
 bool FileExists(const std::string& path) {
   return access(SystemPath(path).c_str(), F_OK) == 0;
-}
-
-int ToInt(long long bytes) {
-  return static_cast<int>(std::clamp<long long>(bytes, INT_MIN, INT_MAX));
 }
 
 /// The largest or smallest number where there is no room for the sum: an answer may hold any number.
@@ -107,7 +105,35 @@ CGetData* CGetData::GetInstance() {
 
 // ---- applications
 
+/// One building of the list, which all its threads share.
+struct CGetData::ListBuild {
+  const bool panel8K;
+  const int consent;
+
+  /// Whether to ask the task manager for one more application: not when it left as many as are asked at once, and all
+  /// so far, without an answer. Who asks then calls Tell(). Blocks until that many have told, or one had an answer.
+  bool IsWorthAsking() {
+    std::unique_lock lock(m_mutex);
+    if (m_asked++ < kListThreads) return true;
+    m_told.wait(lock, [this] { return m_answered || m_unanswered >= kListThreads; });
+    return m_answered;
+  }
+  bool Tell(bool answered) {
+    const std::lock_guard lock(m_mutex);
+    (answered ? m_answered : m_unanswered) += 1;
+    m_told.notify_all();
+    return answered;
+  }
+
+  std::mutex m_mutex{};
+  std::condition_variable m_told{};
+  int m_asked = 0;
+  int m_answered = 0;
+  int m_unanswered = 0;
+};
+
 void CGetData::sendAppList() {
+  std::lock_guard oneBuild(m_appListBuild);
   {
     std::lock_guard lock(m_appListMutex);
     m_appList.clear();
@@ -126,12 +152,13 @@ void CGetData::sendAppList() {
   std::vector<app_list_struct> records(static_cast<size_t>(apps.Count()));
   int consent = 0;
   vconf_get_int(kConsentKey, &consent);
+  ListBuild build{panel8K, consent};
   try {
     // Its end waits for all of them.
     TCThreadPool pool(kListThreads);
     for (int i = 0; i < apps.Count(); ++i)
-      boost::asio::post(pool.m_GetContext(), [this, &apps, &records, i, panel8K, consent] {
-        m_fillRecord(apps.Data()[i], i, panel8K, consent, records[static_cast<size_t>(i)]);
+      boost::asio::post(pool.m_GetContext(), [this, &apps, &records, &build, i] {
+        m_fillRecord(apps.Data()[i], i, build, records[static_cast<size_t>(i)]);
       });
   } catch (const boost::thread_resource_error& error) {
     VEXILO_LOGE("no threads to measure the applications with: %s", error.what());
@@ -143,7 +170,7 @@ void CGetData::sendAppList() {
   VEXILO_LOGI("actual value of count of apps is %d", m_appsCount.load());
 }
 
-void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, int consent, app_list_struct& record) {
+void CGetData::m_fillRecord(const was_app_info_s& app, int index, ListBuild& build, app_list_struct& record) {
   VEXILO_LOGI("Fetching information for %d -> %s...", index, app.title);
   PackageClient client(pkgmgr_client_new(PC_REQUEST));
   if (!client) {
@@ -151,19 +178,22 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, 
     return;
   }
   const std::string title = app.title;
-  long long total = getAppSize(client.get(), app.package_id, PM_GET_TOTAL_SIZE);
+  int totalResult = PKGMGR_R_OK;
+  int dataResult = PKGMGR_R_OK;
+  long long total = getAppSize(client.get(), app.package_id, PM_GET_TOTAL_SIZE, &totalResult);
   if (title == kYouTubeTitle) {
-    total += getAppSizeForYoutube();
+    total = Sum({total, getAppSizeForYoutube()});
     VEXILO_LOGI("final value of appsize for Youtube is %lld", total);
   }
   long data = 0;
   long cache = 0;
-  findDataCacheSize(app.package_id, app.app_id, &data, &cache);
-  const long long packageData = getAppSize(client.get(), app.package_id, PM_GET_DATA_SIZE);
+  const bool answered =
+      build.IsWorthAsking() && build.Tell(findDataCacheSize(app.package_id, app.app_id, &data, &cache));
+  const long long packageData = getAppSize(client.get(), app.package_id, PM_GET_DATA_SIZE, &dataResult);
   client.reset();
-  const std::string icon = IconPath(app.icon_dir, panel8K);
+  const std::string icon = IconPath(app.icon_dir, build.panel8K);
   const long long webCache = WebCacheSize(app.app_id);
-  if (!IsOneOf(kFreeTitles, title) && consent != kConsentGiven) {
+  if (!IsOneOf(kFreeTitles, title) && build.consent != kConsentGiven) {
     VEXILO_LOGI("T&C NOT accepted");
     return;
   }
@@ -173,7 +203,8 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, bool panel8K, 
   }
   record = {.valid = true,
             .app_name = title,
-            .size = ToInt(Sum({total, webCache, -packageData, data, cache})),
+            .size = Sum({total, webCache, -packageData, data, cache}),
+            .measured = answered && totalResult == PKGMGR_R_OK && dataResult == PKGMGR_R_OK,
             .package_id = app.package_id,
             .app_id = app.app_id,
             .service_id = app.service_id,
@@ -190,35 +221,50 @@ std::vector<app_list_struct> CGetData::m_GetAppsDataStructure() const {
 }
 
 void CGetData::sendAppData(const std::string& packageName, const std::string& appId) {
+  unsigned call = 0;
+  {
+    std::lock_guard lock(m_appSizesMutex);
+    call = ++m_appDataCalls;
+  }
   long data = 0;
   long cache = 0;
-  findDataCacheSize(packageName, appId, &data, &cache);
+  const bool known = findDataCacheSize(packageName, appId, &data, &cache);
   const PackageClient client(pkgmgr_client_new(PC_REQUEST));
   if (!client) {
     VEXILO_LOGE("out of memory");
     return;
   }
-  long total = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_TOTAL_SIZE));
+  int totalResult = PKGMGR_R_OK;
+  int dataResult = PKGMGR_R_OK;
+  long total = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_TOTAL_SIZE, &totalResult));
   VEXILO_LOGI("Total App Data size for requested app with Package name : %s and Varno ID : %s is %ld",
               packageName.c_str(), appId.c_str(), total);
   if (packageName == kYouTubePackage) {
     VEXILO_LOGI("For utube");
-    total += static_cast<long>(getAppSizeForYoutube());
+    total = static_cast<long>(Sum({total, getAppSizeForYoutube()}));
     VEXILO_LOGI("final value of appsize for Youtube is %ld", total);
   }
-  const long packageData = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_DATA_SIZE));
+  const long packageData = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_DATA_SIZE, &dataResult));
   VEXILO_LOGI("App Data + App Cache size for requested app with Package name : %s and Varno ID : %s is %ld",
               packageName.c_str(), appId.c_str(), packageData);
+  // The web engine's cache lies outside the package, and goes with the package's own.
+  const long webCache = static_cast<long>(WebCacheSize(appId));
+  std::lock_guard lock(m_appSizesMutex);
+  if (call != m_appDataCalls) return;
+  m_appGone = totalResult == PKGMGR_R_ENOPKG;
+  m_appSizesKnown = known && totalResult == PKGMGR_R_OK && dataResult == PKGMGR_R_OK;
   m_dataSizeOfApp = data;
-  m_cacheSizeOfApp = cache;
-  m_totalSizeOfApp = static_cast<long>(Sum({total, -packageData, data, cache}));
+  m_cacheSizeOfApp = static_cast<long>(Sum({cache, webCache}));
+  m_totalSizeOfApp = static_cast<long>(Sum({total, webCache, -packageData, data, cache}));
 }
 
-long long CGetData::getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type) {
+long long CGetData::getAppSize(pkgmgr_client* client, const std::string& packageName, pkgmgr_getsize_type type,
+                               int* result) {
   long long size = 0;
-  const int result = pkgmgr_client_usr_get_size(client, packageName.c_str(), type, getuid(), &size);
-  if (result != PKGMGR_R_OK)
-    VEXILO_LOGE("size %d of package %s is not known: error %d", type, packageName.c_str(), result);
+  const int error = pkgmgr_client_usr_get_size(client, packageName.c_str(), type, getuid(), &size);
+  if (error != PKGMGR_R_OK)
+    VEXILO_LOGE("size %d of package %s is not known: error %d", type, packageName.c_str(), error);
+  if (result) *result = error;
   return size;
 }
 
@@ -243,8 +289,10 @@ bool CGetData::m_IfDisableClearDataCache(const std::string& appId) {
 // ---- storage and facts of the set
 
 void CGetData::m_CalculateTotalSizeOfSystem() {
-  long long total = m_totalSystemSize;
+  long long total = 0;
   getTotalSize(&total);
+  // Where no nominal size is told, or none is large enough, the disk has its own.
+  if (total == 0 && system_info_get_storage_size(&total) != SYSTEM_INFO_ERROR_NONE) total = m_totalSystemSize;
   m_totalSystemSize = total;
   VEXILO_LOGI("total system size in fn Calculate total size of system is %lld", total);
 }
@@ -256,7 +304,8 @@ void CGetData::sendFlashSize() {
   getFlashSize(set_paths::kUserPartition, &remaining, &used, &total);
   m_usedSize = used;
   m_totalOptSize = total;
-  m_systemUsedSize = m_totalSystemSize - total;
+  // A nominal size may be smaller than what there is.
+  m_systemUsedSize = std::max<int64_t>(0, m_totalSystemSize - total);
   VEXILO_LOGI("So system used will be %lld", static_cast<long long>(m_systemUsedSize));
 }
 

@@ -1,8 +1,11 @@
 // The requests that the task manager answers through files.
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <mutex>
 
 #include "CGetData.h"
 #include "FileWatch.h"
@@ -17,6 +20,7 @@ namespace QUVA {
 namespace {
 
 constexpr auto kPause = std::chrono::seconds(1);
+constexpr auto kTurnPatience = std::chrono::seconds(3);
 constexpr int kSizeChecks = 5;
 constexpr int kDeepCleanChecks = 10;
 
@@ -39,6 +43,43 @@ bool CreateAndLog(const char* path, const std::string& content) {
   return created;
 }
 
+/// Tells a file as it was written from a later one; empty when there is none.
+std::string WritingOf(const char* path) {
+  struct stat status;
+  if (lstat(SystemPath(path).c_str(), &status) != 0) return "";
+  return std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + " " +
+         std::to_string(status.st_mtim.tv_nsec);
+}
+
+/// Those who leave requests of one name.
+struct Turns {
+  const char* trigger;
+  std::mutex mutex{};
+  std::string overdue{};  ///< the request that took the place of one that nobody took in time
+};
+
+/// Requests of one name share their files, so each waits until the task manager has taken the one before; one that it
+/// does not take in time is overwritten. Where it took none, there is no other wait until something changes.
+class Turn {
+ public:
+  explicit Turn(Turns& turns) : m_turns(turns), m_lock(turns.mutex) {
+    const char* trigger = turns.trigger;
+    // What a link leads to is nobody's request.
+    if (!HasNoLinks(trigger)) return;
+    const std::string writing = WritingOf(trigger);
+    m_isLate = !writing.empty() && (writing == turns.overdue || !FileWatch(trigger).WaitFor(false, kTurnPatience));
+    if (m_isLate) VEXILO_LOGE("[TVMGR-NATIVE] an earlier request is still there (%s)", trigger);
+  }
+  ~Turn() { m_turns.overdue = m_isLate ? WritingOf(m_turns.trigger) : ""; }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Turns& m_turns;
+  const std::unique_lock<std::mutex> m_lock;
+  bool m_isLate = false;
+};
+
 bool AwaitAnswer(const std::string& answer) {
   FileWatch watch(answer);
   for (int check = 0; check < kSizeChecks; ++check)
@@ -58,11 +99,15 @@ void CGetData::killApp(const char* packageName) {
     return;
   }
   VEXILO_LOGI("Package Name for the app to be killed is : %s", packageName);
+  static Turns& turns = *new Turns{kKillRequest};
+  const Turn turn(turns);
   if (CreateAndLog(kKillPayload, std::string(packageName) + "\n")) CreateAndLog(kKillRequest, "");
 }
 
 int CGetData::clearAppCache(const std::string& packageName, const std::string& appId) {
   VEXILO_LOGI("Package Name and Varno Id of App for cache clean are %s and %s", packageName.c_str(), appId.c_str());
+  static Turns& turns = *new Turns{kClearCacheRequest};
+  const Turn turn(turns);
   if (!CreateFileWithoutLinks(kClearCachePayload, packageName + "|" + appId + "\n")) {
     VEXILO_LOGE("[TVMGR-NATIVE] file creation failed (%s)", kClearCachePayload);
     return -1;
@@ -70,7 +115,7 @@ int CGetData::clearAppCache(const std::string& packageName, const std::string& a
   return CreateAndLog(kClearCacheRequest, "") ? 0 : -1;
 }
 
-void CGetData::findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize,
+bool CGetData::findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize,
                                  long* cacheSize) {
   const std::string line = packageName + "|" + appId + "\n";
   const std::string payload = kSizePayload + appId;
@@ -79,25 +124,39 @@ void CGetData::findDataCacheSize(const std::string& packageName, const std::stri
   const std::string result = kSizeResult + appId;
   if (!CreateFileWithoutLinks(payload, line)) {
     VEXILO_LOGE("[TVMGR-NATIVE] File creation failed of %s", payload.c_str());
-    return;
+    return false;
   }
+  // The answer to an earlier request that was given up is not the one to this. The task manager looks for a payload
+  // that was written anew just before it publishes one: only where it has looked already, that answer, measured a
+  // moment ago, still comes and serves this request, too.
+  RemoveFile(answer);
+  RemoveFile(result);
   if (!CreateFileWithoutLinks(request, line)) {
     VEXILO_LOGE("[TVMGR-NATIVE] file creation failed for %s", request.c_str());
-    return;
+    return false;
   }
-  if (!AwaitAnswer(answer)) return;
+  if (!AwaitAnswer(answer)) return false;
   FileHandle file(std::fopen(SystemPath(result).c_str(), "re"));
   if (!file) {
     VEXILO_LOGE("[TAGER-NATIVE] Unable to open file %s", result.c_str());
-    return;
+    return false;
   }
-  if (std::fscanf(file.get(), "%ld|%ld", dataSize, cacheSize) != 2)
+  long data = 0;
+  long cache = 0;
+  const bool whole = std::fscanf(file.get(), "%ld|%ld", &data, &cache) == 2;
+  if (whole) {
+    *dataSize = data;
+    *cacheSize = cache;
+  } else {
     VEXILO_LOGE("%s does not hold two numbers", result.c_str());
+  }
   file.reset();
   RemoveFile(answer);
   RemoveFile(result);
+  return whole;
 }
 
+// Of several that are there at once one is enough: they say nothing that another could overwrite.
 int CGetData::performMemBoost() {
   if (CreateFileWithoutLinks(set_paths::kMemBoostRequest, "")) return 0;
   VEXILO_LOGE("File creation failed (%s) with error number : %d", set_paths::kMemBoostRequest, errno);

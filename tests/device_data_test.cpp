@@ -6,17 +6,21 @@
 #include <sched.h>
 #include <sys/inotify.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <chrono>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <future>
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -48,6 +52,8 @@ using namespace std::chrono_literals;
 using QUVA::CGetData;
 using QUVA::CUtils;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::Gt;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -114,24 +120,74 @@ TEST(AppList, HoldsTheRecordsWithTheirSizes) {
     EXPECT_EQ((std::vector{app.attribute1, app.attribute2, app.selected, app.locked}), (std::vector{5, 6, 0, 1}));
   }
   // One by one, it is the package that tells the browser engine's application.
-  for (const auto& [id, more] : std::map<std::string, long>{{"y", 0}, {"9Ur5IzDKqV", 77}}) {
-    g_data.sendAppData(id, id + ".app");
-    const auto [total, own] = PackageSizes(id);
-    EXPECT_EQ(g_data.m_GetTotalSizeOfApp(), total + more - own + 1200);
+  const struct {
+    std::string id, appId;
+    long engine, webCache;
+  } rows[] = {{"a", "a.x", 0, extra.at("a")}, {"y", "y.app", 0, 0}, {"9Ur5IzDKqV", "9Ur5IzDKqV.app", 77, 0}};
+  for (const auto& row : rows) {
+    g_data.sendAppData(row.id, row.appId);
+    const auto [total, own] = PackageSizes(row.id);
+    EXPECT_EQ(g_data.m_GetTotalSizeOfApp(), total + row.engine + row.webCache - own + 1200) << row.id;
     EXPECT_EQ(g_data.m_GetDataSizeOfApp(), 1000);
-    EXPECT_EQ(g_data.m_GetCacheSizeOfApp(), 200);
+    EXPECT_EQ(g_data.m_GetCacheSizeOfApp(), 200 + row.webCache) << "all that clearing empties";
   }
 }
 
-TEST(AppList, ClampsSizesThatHaveNoRoom) {
+TEST(AppSizes, AreThoseOfTheNewestCall) {
+  const auto answer = [](const std::string& app, const std::string& sizes) {
+    EXPECT_TRUE(Until([&] { return Exists(kTager + "req/calcAppDataCacheSize_" + app); }));
+    WriteFile(kTager + "appDataCacheSize_" + app, sizes);
+    WriteFile(kTager + "ack/appDataCacheSize_" + app, "");
+  };
+  for (const char* id : {"a", "b"}) PlantPackage(id, id);
+  auto older = std::async(std::launch::async, [] { g_data.sendAppData("a", "a.app"); });
+  EXPECT_TRUE(Until([] { return Exists(kTager + "req/calcAppDataCacheSize_a.app"); }));
+  auto newer = std::async(std::launch::async, [] { g_data.sendAppData("b", "b.app"); });
+  answer("b.app", "11|22");
+  newer.get();
+  answer("a.app", "33|44");
+  older.get();
+  EXPECT_EQ(g_data.m_GetDataSizeOfApp(), 11);
+  EXPECT_TRUE(g_data.m_AreAppSizesKnown() && !g_data.m_IsAppGone());
+  g_data.sendAppData("none", "none");
+  EXPECT_TRUE(g_data.m_IsAppGone() && !g_data.m_AreAppSizesKnown());
+}
+
+TEST(AppList, KeepsSizesAboveTwoGigabytes) {
   vconf_set_int(QUVA::kConsentKey, 1);
   PlantPackage("a", "A");
   for (const char* answer : {"3000000000|1", "9223372036854775807|9223372036854775807"}) {
     const TaskManagerStandIn taskManager(1ms, answer);
-    EXPECT_THAT(List(&QUVA::app_list_struct::size), ElementsAre(INT_MAX));
+    EXPECT_THAT(List(&QUVA::app_list_struct::size), ElementsAre(Gt(3000000000)));
     g_data.sendAppData("a", "a.app");
     EXPECT_GT(g_data.m_GetTotalSizeOfApp(), 3000000000) << answer;
   }
+  const TaskManagerStandIn taskManager(1ms, "1|1");
+  PlantPackage("9Ur5IzDKqV", "YouTube");
+  WriteFile(set_paths::kCobaltSize, "9223372036854775807\n");
+  EXPECT_THAT(List(&QUVA::app_list_struct::size), testing::Contains(Gt(3000000000)).Times(1));
+  g_data.sendAppData("9Ur5IzDKqV", "9Ur5IzDKqV.app");
+  EXPECT_GT(g_data.m_GetTotalSizeOfApp(), 3000000000);
+}
+
+double SecondsOf(const std::function<void()>& action) {
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST(AppList, WaitsOnceForATaskManagerThatAnswersForNone) {
+  vconf_set_int(QUVA::kConsentKey, 1);
+  for (int i = 0; i < 200; ++i) PlantPackage("p" + std::to_string(i), "P");
+  EXPECT_TRUE(fs::is_empty(SystemPath(set_paths::kTagerRequests)));
+  std::vector<bool> measured;
+  const double seconds = SecondsOf([&] { measured = List(&QUVA::app_list_struct::measured); });
+  EXPECT_LT(seconds, 9);
+  EXPECT_THAT(measured, ElementsAreArray(std::vector<bool>(200, false)));
+  EXPECT_EQ(std::distance(fs::directory_iterator(SystemPath(set_paths::kTagerRequests)), {}), 20);
+  // One answer is enough to ask for all.
+  const TaskManagerStandIn taskManager(1ms, "1|1");
+  EXPECT_THAT(List(&QUVA::app_list_struct::measured), ElementsAreArray(std::vector<bool>(200, true)));
 }
 
 TEST(AppList, ShowsWhatTheConsentAllows) {
@@ -168,6 +224,7 @@ TEST(AppList, ChoosesTheIconByThePanelAndDropsWhatHasNone) {
 }
 
 TEST(AppList, HandsNoHostileIdToAShell) {
+  const TaskManagerStandIn taskManager(1ms, "0|0");
   WriteFile(std::string(set_paths::kWebCacheDir) + "/file", "x");
   for (const char* id : {"x;touch${IFS}hit", "$(touch hit)", "`touch hit`", "x y", "..", "", "-a\n", "'"}) {
     g_appList = [id](was_app_info_s** list, int* count) {
@@ -175,7 +232,6 @@ TEST(AppList, HandsNoHostileIdToAShell) {
       **list = {strdup("s"), strdup(id), strdup("p"), strdup("WebBrowser"), strdup("/icons/"), 0, 0, 0};
       return 0;
     };
-    WriteFile(kTager + "ack/appDataCacheSize_" + id, "");  // so that nothing is waited for
     g_data.sendAppList();
   }
   EXPECT_THAT(Log(), HasSubstr("the web cache of [x;touch${IFS}hit] is not measured"));
@@ -206,10 +262,57 @@ TEST(FlashSize, IsThatOfTheSet) {
     if (gigabytes == 0) continue;
     g_data.m_CalculateTotalSizeOfSystem();
     g_data.sendFlashSize();
-    EXPECT_EQ(g_data.m_GetSystemUsedSize(), total - g_data.m_GetTotalOptSize());
+    EXPECT_EQ(g_data.m_GetSystemUsedSize(), std::max<int64_t>(0, total - g_data.m_GetTotalOptSize())) << flash;
   }
   long long unused = 0;
   EXPECT_EQ(g_data.getFlashSize("/none", &unused, &unused, &unused), -1);
+}
+
+/// Has the kernel tell of a disk with a partition, a mapping of that and one of two, and of the one that /opt is on.
+void PlantDisks(const std::string& carrier, long long diskSectors) {
+  const std::string devices = "/sys/devices/", sda = devices + "pci/block/sda", virtuals = devices + "virtual/block/";
+  fs::remove_all(SystemPath("/sys"));
+  WriteFile(sda + "/size", std::to_string(diskSectors) + "\n");
+  WriteFile(sda + "/sda1/size", "2048\n");
+  WriteFile(sda + "/sda1/partition", "1\n");
+  for (const auto& [name, slaves] : std::map<std::string, Texts>{{"dm-0", {"sda1"}}, {"dm-1", {"dm-0"}}}) {
+    WriteFile(virtuals + name + "/size", "1024\n");
+    fs::create_directories(SystemPath(virtuals + name + "/slaves"));
+    for (const std::string& slave : slaves)
+      fs::create_directory_symlink(SystemPath(slave == "sda1" ? sda + "/sda1" : virtuals + slave),
+                                   SystemPath(virtuals + name + "/slaves/" + slave));
+  }
+  WriteFile(virtuals + "md0/size", std::to_string(diskSectors) + "\n");
+  for (const char* slave : {"a", "b"}) WriteFile(virtuals + "md0/slaves/" + slave + "/size", "512\n");
+  struct stat status {};
+  ASSERT_EQ(stat(SystemPath("/opt").c_str(), &status), 0);
+  const std::string number = std::to_string(major(status.st_dev)) + ":" + std::to_string(minor(status.st_dev));
+  fs::create_directories(SystemPath("/sys/dev/block"));
+  fs::create_symlink("../../devices/" + carrier, SystemPath("/sys/dev/block/" + number));
+}
+
+TEST(FlashSize, OfTheSystemIsWhatTheDiskHasBesidesThePartition) {
+  constexpr long long kTebibyte = 1LL << 40;
+  const auto systemUsed = [] {
+    g_data.m_CalculateTotalSizeOfSystem();
+    g_data.sendFlashSize();
+    return g_data.m_GetSystemUsedSize();
+  };
+  EXPECT_GE(systemUsed(), 0) << "the kernel tells of no disk";
+  for (const char* carrier :
+       {"pci/block/sda", "pci/block/sda/sda1", "virtual/block/dm-0", "virtual/block/dm-1", "virtual/block/md0"}) {
+    PlantDisks(carrier, kTebibyte / 512);
+    EXPECT_EQ(systemUsed(), kTebibyte - g_data.m_GetTotalOptSize()) << carrier;
+    EXPECT_THAT(Log(), HasSubstr("Failed ret[-61] support[-1]"));
+    long long total = 7;
+    QUVA::getTotalSize(&total);
+    EXPECT_EQ(total, 7);
+    PlantDisks(carrier, (20LL << 30) / 512);
+    QUVA::getTotalSize(&total);
+    EXPECT_EQ(total, 32LL << 30) << carrier;
+  }
+  PlantDisks("pci/block/sda", 1);
+  EXPECT_GE(systemUsed(), 0) << "the disk is smaller than what is on it";
 }
 
 /// Compares everything with the arithmetic on the file system of /opt as it is. The state that it is in.
@@ -262,6 +365,12 @@ TEST(Facts, OfTheSetAndOfCommands) {
 
 // ---- requests to the task manager
 
+/// Answers on the size of "a", without a result when there is none.
+void AnswerOnce(const char* result) {
+  if (result) WriteFile(kTager + "appDataCacheSize_a", result);
+  WriteFile(kTager + "ack/appDataCacheSize_a", "");
+}
+
 struct RequestCase {
   const char* name;  ///< of the files
   const char* payload;
@@ -273,11 +382,8 @@ struct RequestCase {
 };
 
 std::vector<RequestCase> Requests() {
-  // Answered already, so that nothing is waited for.
   const auto measure = [] {
     long data = 0, cache = 0;
-    WriteFile(kTager + "ack/appDataCacheSize_a", "");
-    WriteFile(kTager + "appDataCacheSize_a", "1|2");
     g_data.findDataCacheSize("p", "a", &data, &cache);
     return data == 1 && cache == 2 ? 0 : -1;
   };
@@ -305,6 +411,7 @@ TEST(Request, LeavesThePayloadWholeBeforeTheTrigger) {
     std::thread cleaner([&] {
       const std::string trigger = kTager + "req/" + request.name;
       EXPECT_TRUE(Until([&] { return Exists(trigger) && ReadFile(trigger) == request.trigger; }));
+      if (request.name == std::string("calcAppDataCacheSize_a")) AnswerOnce("1|2");
       fs::remove(SystemPath(trigger));
     });
     EXPECT_EQ(request.send(), 0);
@@ -358,16 +465,77 @@ TEST(Request, TakesTheAnswerOnASizeAway) {
   } rows[] = {{"1024|2048", 1024, 2048, false, ""},
               {nullptr, -7, -7, true, "[TAGER-NATIVE] Unable to open file /tmp/tager/appDataCacheSize_a\n"},
               {"none", -7, -7, false, "/tmp/tager/appDataCacheSize_a does not hold two numbers"}};
+  const std::string trigger = kTager + "req/calcAppDataCacheSize_a";
   for (const auto& row : rows) {
-    WriteFile(kTager + "ack/appDataCacheSize_a", "");
-    if (row.result) WriteFile(kTager + "appDataCacheSize_a", row.result);
+    // What an earlier request was answered with, which had been given up.
+    AnswerOnce("5|6");
+    std::thread taskManager([&] {
+      EXPECT_TRUE(Until([&] { return Exists(trigger); }));
+      EXPECT_FALSE(Exists(kTager + "ack/appDataCacheSize_a") || Exists(kTager + "appDataCacheSize_a"));
+      AnswerOnce(row.result);
+    });
     long data = -7, cache = -7;
     g_data.findDataCacheSize("p", "a", &data, &cache);
+    taskManager.join();
     EXPECT_EQ(std::pair(data, cache), std::pair(row.data, row.cache));
     EXPECT_EQ(Exists(kTager + "ack/appDataCacheSize_a"), row.stays);
     EXPECT_FALSE(Exists(kTager + "appDataCacheSize_a"));
     EXPECT_THAT(Log(), HasSubstr(row.log));
+    fs::remove(SystemPath(trigger));
   }
+}
+
+TEST(Request, OfOneNameWaitsForTheOneBefore) {
+  const std::vector<std::pair<std::string, std::function<void(const std::string&)>>> kinds = {
+      {"killApp", [](const std::string& id) { g_data.killApp(id.c_str()); }},
+      {"clearAppCache", [](const std::string& id) { g_data.clearAppCache(id, id); }}};
+  for (const auto& [name, send] : kinds) {
+    SCOPED_TRACE(name);
+    const std::string trigger = kTager + "req/" + name;
+    std::set<std::string> served;
+    std::thread taskManager([&] {
+      while (served.size() < 6 && Until([&] { return Exists(trigger) || served.size() == 6; })) {
+        std::this_thread::sleep_for(50ms);
+        served.insert(ReadFile(kTager + name).substr(0, 2));
+        fs::remove(SystemPath(trigger));
+      }
+    });
+    {
+      const std::jthread other([&] {
+        for (const char* id : {"p1", "p2", "p3"}) send(id);
+      });
+      for (const char* id : {"p4", "p5", "p6"}) send(id);
+    }
+    taskManager.join();
+    EXPECT_THAT(served, ElementsAre("p1", "p2", "p3", "p4", "p5", "p6"));
+    // Nobody takes them any more.
+    send("p7");
+    const double seconds = SecondsOf([&] { send("p8"); });
+    EXPECT_TRUE(seconds > 2.9 && seconds < 5) << seconds;
+    EXPECT_LT(SecondsOf([&] { send("p9"); }), 1) << "that one was waited for already";
+    EXPECT_LT(SecondsOf([&] { send("p0"); }), 1);
+    EXPECT_TRUE(ReadFile(kTager + name).starts_with("p0"));
+    WriteFile(trigger, "");
+    EXPECT_GT(SecondsOf([&] { send("p8"); }), 2.9) << "another one";
+    fs::remove(SystemPath(trigger));
+    send("p7");
+    EXPECT_GT(SecondsOf([&] { send("p8"); }), 2.9) << "the one before was taken";
+    EXPECT_THAT(Log(), HasSubstr("an earlier request is still there (/tmp/tager/req/" + name + ")"));
+  }
+}
+
+TEST(Request, IsLeftWholeOrNotAtAll) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit full{0, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+  EXPECT_EQ(g_data.clearAppCache("p", "a"), -1);
+  g_data.killApp("p");
+  long data = -7, cache = -7;
+  EXPECT_FALSE(g_data.findDataCacheSize("p", "a", &data, &cache));
+  EXPECT_EQ(g_data.performDeepClean(), -1);
+  EXPECT_EQ(data + cache, -14);
+  for (const char* name : {"clearAppCache", "killApp", "calcAppDataCacheSize_a", "CleanAll.txt"})
+    EXPECT_FALSE(Exists(kTager + name) || Exists(kTager + "req/" + name)) << name;
 }
 
 // Ten of them take ten seconds when each looks only now and then.
@@ -383,14 +551,9 @@ TEST(Request, WakesWhenTheAnswerComes) {
 }
 
 TEST(Request, IsGivenUpWhenNobodyAnswers) {
-  const auto secondsOf = [](const std::function<void()>& request) {
-    const auto start = std::chrono::steady_clock::now();
-    request();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  };
-  auto deepClean = std::async([&] { return secondsOf([] { EXPECT_EQ(g_data.performDeepClean(), -1); }); });
+  auto deepClean = std::async([&] { return SecondsOf([] { EXPECT_EQ(g_data.performDeepClean(), -1); }); });
   long data = -7, cache = -7;
-  const double size = secondsOf([&] { g_data.findDataCacheSize("p", "a", &data, &cache); });
+  const double size = SecondsOf([&] { g_data.findDataCacheSize("p", "a", &data, &cache); });
   EXPECT_EQ(data + cache, -14);
   EXPECT_TRUE(size > 4.9 && size < 9) << size;
   const double clean = deepClean.get();

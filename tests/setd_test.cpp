@@ -153,6 +153,28 @@ TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
   for (const auto& each : kCases) EXPECT_FALSE(Exists(answer + each.app)) << each.app;
 }
 
+TEST(SetdRequest, WhatWasAskedAgainMeanwhileIsNotAnsweredButStands) {
+  const std::string name = "calcAppDataCacheSize_a", answer = "/tmp/tager/appDataCacheSize_a",
+                    ack = "/tmp/tager/ack/appDataCacheSize_a";
+  const std::string payload = "/tmp/tager/" + name, trigger = "/tmp/tager/req/" + name;
+  const std::vector<std::vector<std::string>> rewritten = {{}, {payload}, {trigger}, {payload, trigger}};
+  for (const auto& files : rewritten) {
+    const bool again = !files.empty();
+    for (const std::string& file : {payload, trigger}) {
+      WriteFile(file, "org.a|a\n");
+      SetAge(file, 5);
+    }
+    Request request;
+    std::string problem;
+    ASSERT_EQ(ReadRequest(name, false, request, problem), ReadState::kReady);
+    for (const std::string& file : files) WriteFile(file, "org.a|a\n");
+    EXPECT_TRUE(PublishAnswer(request, 1, 2, problem)) << problem;
+    EXPECT_EQ(Exists(trigger), again) << files.size();
+    for (const std::string& file : {answer, ack}) EXPECT_NE(Exists(file), again) << file << files.size();
+    for (const std::string& file : {answer, ack}) fs::remove(SystemPath(file));
+  }
+}
+
 TEST(SetdScrubber, ReplacesWhatIsPrivateAndNothingElse) {
   const struct {
     const char* text;

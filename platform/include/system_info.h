@@ -36,4 +36,8 @@ int system_info_get_value_string(system_info_key_e key, char** value);
 int system_info_get_custom_int(const char* key, int* value);
 int system_info_get_custom_bool(const char* key, bool* value);
 int system_info_get_custom_string(const char* key, char** value);
+
+/// The size, in bytes, of the disk that carries the applications' partition; where that is on none (in memory, layered,
+/// from elsewhere), of its file system.
+int system_info_get_storage_size(long long* bytes);
 }

@@ -216,6 +216,17 @@ TEST(Setd, ClearsOneCacheAndRefusesWhatIsWrong) {
   EXPECT_TRUE(Exists("/tmp/tager/req/rubbish"));
 }
 
+TEST(Setd, MeasuresWhatIsLeftOfACacheThatIsBeingEmptied) {
+  Install("org.a", "org.a.app");
+  for (int i = 0; i < 4000; ++i) WriteFile("/opt/usr/apps/org.a/cache/" + std::to_string(i), "x");
+  const Process daemon = StartDaemon();
+  Ask("clearAppCache", "org.a|org.a.app\n");
+  AskSize("org.a", "org.a.app");
+  const std::string told = TakeSize("org.a.app");
+  EXPECT_EQ(told, DiskUsage("/opt/usr/apps/org.a/data") + "|" + DiskUsage("/opt/usr/apps/org.a/cache"));
+  EXPECT_TRUE(fs::is_empty(SystemPath("/opt/usr/apps/org.a/cache")));
+}
+
 TEST(Setd, BoostEndsWhatNobodyLooksAt) {
   Install("org.shown", "shown");
   Install("org.hidden", "hidden");

@@ -2,9 +2,11 @@
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
@@ -152,13 +155,46 @@ std::optional<int> NumberOfTuners() {
   return count;
 }
 
+/// The size in bytes of the disk that a block device is on: that of a partition is the folder above its own
+/// (Documentation/ABI/testing/sysfs-block of the kernel). A mapping of one device is on that one's; one of several is
+/// as large as it makes itself. `device` is its folder below /sys/devices.
+std::optional<uint64_t> DiskSize(std::filesystem::path device, int mappings = 8) {
+  std::error_code error;
+  if (std::filesystem::exists(device / "partition", error)) device = device.parent_path();
+  std::vector<std::filesystem::path> mapped;
+  for (std::filesystem::directory_iterator entry(device / "slaves", error), end; !error && entry != end;
+       entry.increment(error))
+    mapped.push_back(entry->path());
+  if (mapped.size() == 1 && mappings > 0) {
+    const auto below = std::filesystem::canonical(mapped.front(), error);
+    if (const auto size = error ? std::nullopt : DiskSize(below, mappings - 1)) return size;
+  }
+  constexpr uint64_t kSector = 512;  // whatever the disk's own are
+  uint64_t sectors = 0;
+  std::string text;
+  if (!ReadWholeFile(device / "size", text) || std::sscanf(text.c_str(), "%" SCNu64, &sectors) != 1 || sectors == 0)
+    return std::nullopt;
+  return sectors * kSector;
+}
+
+/// Of the disk of the user partition, else of its file system.
+std::optional<uint64_t> StorageSize() {
+  const std::string path = SystemPath(set_paths::kUserPartition);
+  struct stat status {};
+  struct statvfs partition {};
+  if (stat(path.c_str(), &status) != 0 || statvfs(path.c_str(), &partition) != 0) return std::nullopt;
+  const std::string number = std::to_string(major(status.st_dev)) + ":" + std::to_string(minor(status.st_dev));
+  std::error_code error;
+  const auto device = std::filesystem::canonical(SystemPath("/sys/dev/block/" + number), error);
+  const auto disk = error ? std::nullopt : DiskSize(device);
+  return disk ? *disk : uint64_t{partition.f_blocks} * partition.f_frsize;
+}
+
 /// 0 to 4 for storage of up to 4, 8, 16, 32, 64 GiB.
 std::optional<int> FlashSizeIndex() {
-  struct statvfs partition {};
-  if (statvfs(SystemPath(set_paths::kUserPartition).c_str(), &partition) != 0) return std::nullopt;
-  const uint64_t size = uint64_t{partition.f_blocks} * partition.f_frsize;
-  for (int index = 0; index <= 4; ++index)
-    if (size <= uint64_t{4} << (30 + index)) return index;
+  const std::optional<uint64_t> size = StorageSize();
+  for (int index = 0; size && index <= 4; ++index)
+    if (*size <= uint64_t{4} << (30 + index)) return index;
   return std::nullopt;
 }
 
@@ -343,4 +379,12 @@ int system_info_get_custom_string(const char* key, char** value) {
   std::string said;
   const int result = AskFeature(key, value ? &said : nullptr, set_profile::Text);
   return result == SYSTEM_INFO_ERROR_NONE ? Give(said, value) : result;
+}
+
+int system_info_get_storage_size(long long* bytes) {
+  if (!bytes) return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
+  const std::optional<uint64_t> size = StorageSize();
+  if (!size) return SYSTEM_INFO_ERROR_NO_DATA;
+  *bytes = static_cast<long long>(*size);
+  return SYSTEM_INFO_ERROR_NONE;
 }

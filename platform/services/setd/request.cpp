@@ -43,7 +43,7 @@ struct Form {
 };
 constexpr Form kForms[] = {
     {"killApp", Kind::kKill, false, 1, true},
-    {"clearAppCache", Kind::kClearCache, false, 2, true},
+    {kClearCacheRequest, Kind::kClearCache, false, 2, true},
     {kMeasurePrefix, Kind::kMeasure, true, 2, true},
     {"memBoost", Kind::kMemoryBoost, false, 0, false},
     {"CleanAll.txt", Kind::kDeepClean, false, 0, false},
@@ -72,6 +72,18 @@ bool ReadSmall(const std::string& path, std::string& text) {
   }
   text.clear();
   return ReadWholeFile(path, text, Links::kRefuse);
+}
+
+/// Tells a request's trigger and payload as they were written from those of a later one.
+std::string WritingOf(const std::string& trigger) {
+  std::string writing;
+  for (const std::string& path : {TriggerPath(trigger), PayloadPath(trigger)}) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) status = {};
+    writing += std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
+               std::to_string(status.st_mtim.tv_nsec) + " ";
+  }
+  return writing;
 }
 
 /// Takes "package\n" or "package|application\n"; true when it is nothing else.
@@ -121,6 +133,7 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
   const Form* form = FormOf(trigger);
   if (!form) return ReadState::kNoRequest;
   request = {form->kind, trigger};
+  if (form->kind == Kind::kMeasure) request.writing = WritingOf(trigger);
   std::string text;
   if (!ReadSmall(TriggerPath(trigger), text))
     return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, std::strerror(errno));
@@ -190,13 +203,14 @@ bool PublishAnswer(const Request& request, long long data, long long cache, std:
   const std::string name = kAnswerPrefix + request.appId;
   const std::string result = PayloadPath(name), ready = result + kReadyMark;
   if (!MakeOwnFolder(set_paths::kTager, problem) || !MakeOwnFolder(set_paths::kTagerAnswers, problem)) return false;
-  const bool written = PublishFile(result, std::to_string(data) + "|" + std::to_string(cache)) &&
-                       PublishFile(ready, "") && RemoveServed(request);
-  if (written && Acknowledge(name)) return true;
+  const bool written =
+      PublishFile(result, std::to_string(data) + "|" + std::to_string(cache)) && PublishFile(ready, "");
+  const bool askedAgain = written && WritingOf(request.trigger) != request.writing;
+  if (written && !askedAgain && RemoveServed(request) && Acknowledge(name)) return true;
   problem = set_paths::kTager + ("/" + name) + ": " + std::strerror(errno);
   unlink(ready.c_str());
   unlink(result.c_str());
-  return false;
+  return askedAgain;
 }
 
 bool RemoveOldAnswers() {

@@ -11,12 +11,16 @@ namespace setd {
 
 enum class Kind { kKill, kClearCache, kMeasure, kMemoryBoost, kDeepClean };
 
+/// The trigger that asks for a cache to be emptied.
+inline constexpr char kClearCacheRequest[] = "clearAppCache";
+
 struct Request {
   Kind kind = Kind::kKill;
   std::string trigger{};  ///< name of the file in set_paths::kTagerRequests
   std::string line{};     ///< what it says, as it stands; empty for those without a payload
   std::string packageId{};
   std::string appId{};
+  std::string writing{};  ///< of a measurement: tells its files from those of a later request for the same
 };
 
 enum class ReadState {
@@ -41,7 +45,10 @@ bool RemoveServed(const Request& request);
 bool RemoveRefused(const std::string& trigger);
 
 /// Publishes the answer to a measuring request, result before acknowledgement, and removes the request between them.
-/// False when there is no answer then and the request still stands; `problem` tells why.
+/// When the same has been asked again since the request was read, what was measured may be out of date: then there is
+/// no answer and the request stands, to be served anew. One that is written after that look, while the answer is being
+/// published, may be served by it. False when there is no answer for another reason and the
+/// request still stands; `problem` tells why.
 bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem);
 
 /// Removes answers that nobody has fetched for half a minute (the askers wait five seconds), and results without an

@@ -3,7 +3,9 @@
 #include <glib.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
@@ -22,6 +24,8 @@ constexpr unsigned kCobaltPeriodMs = 10 * 60 * 1000;
 constexpr unsigned kWriterMs = 2000;  // how long a writer may take from making a file to having written it
 constexpr unsigned kSweepMs = 31000;
 constexpr size_t kMaxUnknown = 1000;
+constexpr auto kClearingPatience = std::chrono::seconds(3);
+constexpr auto kStep = std::chrono::milliseconds(20);
 // The package whose web engine stores in set_paths::kCobaltDir.
 constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
 
@@ -55,6 +59,18 @@ long long SizeOf(const packages::TreeResult& measured, const std::string& folder
   return measured.bytes;
 }
 
+/// What is left is measured: who has a cache emptied and asks at once for its size wants that one. The asker waits for
+/// five seconds.
+void AwaitClearing(const std::string& packageId, const StopFlag& stop) {
+  const auto end = std::chrono::steady_clock::now() + kClearingPatience;
+  Request clearing;
+  std::string ignored;
+  while (!stop && std::chrono::steady_clock::now() < end &&
+         ReadRequest(kClearCacheRequest, true, clearing, ignored) == ReadState::kReady &&
+         clearing.packageId == packageId)
+    std::this_thread::sleep_for(kStep);
+}
+
 bool Answer(const Request& request, const packages::Package* package) {
   long long data = 0, cache = 0;
   if (package) {
@@ -81,6 +97,7 @@ bool ServePackage(const Request& request, const StopFlag& stop) {
   }
   const bool storesInCobalt = request.packageId == kCobaltPackage;
   if (request.kind == Kind::kMeasure) {
+    AwaitClearing(request.packageId, stop);
     // Who asks adds it to the answer.
     if (storesInCobalt) PublishCobaltSize();
     return Answer(request, package ? &*package : nullptr);

@@ -94,15 +94,12 @@ void ForEach(const std::vector<Package>& apps, bool json, const std::function<Ou
   if (failures > 0) throw Failure(std::to_string(failures) + " of " + std::to_string(apps.size()) + " failed");
 }
 
-/// Has the task manager empty the caches; empty, or why it did not. Its requests have one name, so one waits for the
-/// other.
+/// Has the task manager empty the caches; empty, or why it did not.
 std::string AskTaskManager(const Package& package) {
   const std::string request = set_paths::kTagerRequests + std::string("/clearAppCache");
-  QUVA::FileWatch watch(request);
-  if (!watch.WaitFor(false, kTaskManagerPatience)) return request + ": an earlier request is still there";
   if (QUVA::CGetData::GetInstance()->clearAppCache(package.packageId, package.appId) != 0)
     return request + ": it could not be left, see " + set_paths::kLogFile;
-  if (!watch.WaitFor(false, kTaskManagerPatience))
+  if (!QUVA::FileWatch(request).WaitFor(false, kTaskManagerPatience))
     return request + ": the task manager has not served it in 10 seconds";
   return "";
 }
