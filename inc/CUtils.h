@@ -128,6 +128,8 @@ class CUtils {
 
   /// The text of a message id in the menu language; the id itself where there is none. Empty for no id. Any thread.
   static std::string m_GetText(const char* sid);
+  /// The same with its placeholder replaced by `value`. Any thread.
+  static std::string m_GetTextWith(const char* sid, const std::string& value);
 
   /// Read the user's setting.
   void m_SetHighContrast();

@@ -1,6 +1,6 @@
-#include "CDeleteApps.h"
+// The removal itself: the worker, and the service's events.
 
-#include <Ecore.h>
+#include "CDeleteApps.h"
 
 #include <algorithm>
 #include <set>
@@ -29,10 +29,21 @@ CDeleteApps* CDeleteApps::Instance() {
   return instance;
 }
 
+CDeleteApps::CDeleteApps() {
+  CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+}
+
 void CDeleteApps::m_SetApps(std::vector<app_list_struct> apps) {
   std::lock_guard lock(m_stateMutex);
   m_apps = std::move(apps);
   m_state = UninstallState();
+  std::set<std::string> ids;
+  for (const app_list_struct& app : m_apps) {
+    if (!app.selected) continue;
+    if (ids.empty()) m_state.appName = app.app_name;  // until the service says which one it removes
+    ids.insert(app.app_id);
+  }
+  m_state.count = static_cast<int>(ids.size());
 }
 
 void CDeleteApps::m_SetStartFlag(bool started) {
@@ -76,6 +87,8 @@ bool CDeleteApps::m_UninstallAppThreadFn() {
   if (result == WAS_ERROR_NONE) return m_awaitEnd();
   // No event comes from a request that was refused.
   m_changeRequests(-1);
+  std::lock_guard lock(m_stateMutex);
+  m_state.refused = result;
   return false;
 }
 
@@ -122,19 +135,24 @@ void CDeleteApps::m_onEvent(const std::string& appId, was_notify_event_e event, 
     case WAS_EVENT_UNINSTALL_START:
       m_onStart(appId);
       break;
-    case WAS_EVENT_UNINSTALL_PROGRESS:
+    case WAS_EVENT_UNINSTALL_PROGRESS: {
+      const MainLoopSection section;
       m_SetUninstallProgress(progress);
       break;
+    }
     case WAS_EVENT_UNINSTALL_COMPLETED:
       VEXILO_LOGI("app_id[%s] uninstall completed", appId.c_str());
-      m_AfterUninstallCompleted();
+      m_onEnded(appId, WAS_ERROR_NONE);
       break;
     case WAS_EVENT_UNINSTALL_FAILED:
       VEXILO_LOGE("app_id[%s] uninstall failed[%d]", appId.c_str(), reserved);
-      m_AfterUninstallCompleted();
+      m_onEnded(appId, reserved != WAS_ERROR_NONE ? reserved : static_cast<int>(WAS_ERROR_FAILED));
       break;
-    case WAS_EVENT_CONFIRMATION_CLOSED:
+    case WAS_EVENT_CONFIRMATION_CLOSED: {
+      const MainLoopSection section;
+      m_HideServiceQuestion();
       break;
+    }
     case WAS_EVENT_MULTI_UNINSTALL_COMPLETE:
       VEXILO_LOGI("Multi-Uninstall complete...");
       m_changeRequests(-1);
@@ -147,24 +165,27 @@ void CDeleteApps::m_onEvent(const std::string& appId, was_notify_event_e event, 
 void CDeleteApps::m_onStart(const std::string& appId) {
   const bool anyLocked = m_CheckIfAnyAppIsLocked() == 0;
   const MainLoopSection section;
-  std::lock_guard lock(m_stateMutex);
-  VEXILO_LOGI("uninstall start now with app id %s %d", appId.c_str(), m_startFlag);
-  if (anyLocked && !m_startFlag) m_state.popupWanted = true;
-  const auto app = std::find_if(m_apps.begin(), m_apps.end(), [&](const auto& each) { return each.app_id == appId; });
-  m_state.appName = app == m_apps.end() ? "" : app->app_name;
-  m_state.progress = 0;
+  bool isPopupWanted = false;
+  {
+    std::lock_guard lock(m_stateMutex);
+    VEXILO_LOGI("uninstall start now with app id %s %d", appId.c_str(), m_startFlag);
+    isPopupWanted = anyLocked && !m_startFlag;
+    const auto app = std::find_if(m_apps.begin(), m_apps.end(), [&](const auto& each) { return each.app_id == appId; });
+    m_state.appName = app == m_apps.end() ? "" : app->app_name;
+    m_state.progress = 0;
+  }
+  if (isPopupWanted) m_ShowDeleteProgressPopup();
+  m_ShowState();
+  m_SetVoiceGuideText();
 }
 
-void CDeleteApps::m_SetUninstallProgress(int progress) {
+void CDeleteApps::m_onEnded(const std::string& appId, int error) {
   const MainLoopSection section;
-  std::lock_guard lock(m_stateMutex);
-  m_state.progress = progress;
-}
-
-void CDeleteApps::m_AfterUninstallCompleted() {
-  const MainLoopSection section;
-  std::lock_guard lock(m_stateMutex);
-  ++m_state.finished;
+  {
+    std::lock_guard lock(m_stateMutex);
+    m_state.ended[appId] = error;
+  }
+  m_AfterUninstallCompleted();
 }
 
 }  // namespace QUVA

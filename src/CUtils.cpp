@@ -113,6 +113,8 @@ void CUtils::m_ShowDimBackground() {
   Evas* const canvas = m_appWindow ? evas_object_evas_get(m_appWindow) : nullptr;
   Evas_Object* const layer = canvas ? evas_object_rectangle_add(canvas) : nullptr;
   if (!layer) return;
+  // Above the popups that are there.
+  evas_object_layer_set(layer, FLUX_LAYER_POPUP);
   evas_object_color_set(layer, 0, 0, 0, kDimAlpha);
   evas_object_resize(layer, m_screenWidth, m_screenHeight);
   evas_object_show(layer);
@@ -233,6 +235,10 @@ void CUtils::m_CleanObjects() {
 std::string CUtils::m_GetText(const char* sid) {
   // To the library the empty id is the catalogue's header.
   return sid && *sid ? dgettext(kApplicationId, sid) : "";
+}
+
+std::string CUtils::m_GetTextWith(const char* sid, const std::string& value) {
+  return CStringUtil::CombinateStrings(m_GetText(sid), value);
 }
 
 void CUtils::m_SetHighContrast() {

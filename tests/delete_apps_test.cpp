@@ -83,7 +83,6 @@ TEST_F(DeleteApps, RemovesTheSelectedAndCountsFailuresToo) {
   EXPECT_EQ(state.finished, 4);
   EXPECT_EQ(state.appName, "Title of b");
   EXPECT_EQ(state.progress, 100);
-  EXPECT_TRUE(state.popupWanted);
   EXPECT_THAT(Log(), ContainsInOrder(std::vector<std::string>{
                          "apps name and lock part is Title of a && 0\n", "app id to be deleted is a\n",
                          "list of apps created 5 && 4 \n", "uninstall start now with app id b 0\n",
@@ -103,19 +102,13 @@ TEST_F(DeleteApps, DoesNotTakeTheEndOfAnotherRemovalForItsOwn) {
 
 TEST_F(DeleteApps, TakesEachEventToTheMainLoop) {
   const struct {
-    bool selected, locked, started;
+    bool selected, locked;
     int mayGo;
-    bool popup;
-  } rows[] = {{true, true, false, 0, true},
-              {true, true, true, 0, false},
-              {true, false, false, 1, false},
-              {false, true, false, 1, false}};
+  } rows[] = {{true, true, 0}, {true, false, 1}, {false, true, 1}};
   for (const auto& row : rows) {
     m_apps.m_SetApps({Record("a", row.selected, row.locked)});
-    m_apps.m_SetStartFlag(row.started);
     EXPECT_EQ(m_apps.m_CheckIfAnyAppIsLocked(), row.mayGo);
     BesideMainLoop([&] { return Send("a", 120), 0; });
-    EXPECT_EQ(m_apps.m_GetState().popupWanted, row.popup);
     EXPECT_EQ(m_apps.m_GetState().appName, "Title of a");
   }
   BesideMainLoop([&] {
