@@ -23,6 +23,10 @@ class CScreen {
   /// units; what the screen shows goes here. Null when not built.
   Evas_Object* m_pGetBody() const { return m_body; }
   bool m_IsBuilt() const { return m_layout != nullptr; }
+  /// The whole of it, header and body. Null when not built.
+  Evas_Object* m_pGetLayout() const { return m_layout; }
+  /// The second line of a header of two lines.
+  void m_SetSubtitle(const std::string& text);
 
   void m_Show();
   /// Takes it off the screen and keeps its widgets, but for a toast, which is dismissed.
@@ -48,6 +52,7 @@ class CScreen {
   CWidget m_remembered;
   CWidget m_toast;
   TitleHeader m_header;
+  CWidget m_subtitle;
 };
 
 /// Adds a text to the layout `parent`; sizes in units, 0 for what it needs or, when it expands, gets.

@@ -217,6 +217,10 @@ void CHomeScreen::m_CheckErrorReportPreconditions() {
 
 void CHomeScreen::m_HideHomeScreen() {
   m_screen.m_Hide();
+  // What nobody sees need not move: it is at rest when it is seen again.
+  if (!m_animationJob.m_IsRunning()) return;
+  m_animationJob.m_Cancel();
+  m_SetImageForDeviceState(CUtils::Instance().m_GetHighContrast() != 0);
 }
 
 void CHomeScreen::m_ShowHomeScreenPostReturn() {

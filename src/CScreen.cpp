@@ -10,6 +10,8 @@ namespace {
 
 constexpr double kMinWidth = 40;  // units
 constexpr double kMinHeight = 108;
+constexpr double kSubtitleWidth = 218;
+constexpr double kSubtitleHeight = 6;
 constexpr double kToastTime = 3.0;  // seconds
 
 }  // namespace
@@ -33,6 +35,14 @@ bool CScreen::m_Build(const char* titleSid) {
   m_body = AddLayout(m_layout, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_CENTER, 0, 0);
   elm_flux_expand_set(m_body, true);
   return true;
+}
+
+void CScreen::m_SetSubtitle(const std::string& text) {
+  if (!m_layout) return;
+  if (!m_subtitle)
+    m_subtitle = AddText(m_header.row, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
+                         kSubtitleWidth, kSubtitleHeight);
+  elm_object_text_set(m_subtitle, text.c_str());
 }
 
 void CScreen::m_Show() {

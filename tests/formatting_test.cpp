@@ -9,6 +9,7 @@
 
 #include "CMenuTimeUtil.h"
 #include "CUtils.h"
+#include "StorageSummary.h"
 #include "c_handle.h"
 #include "support/files.h"
 #include "vconf.h"
@@ -45,6 +46,44 @@ TEST(Gigabytes, AreRoundedAndLeaveTheNumericLocaleAtC) {
   EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
   EXPECT_EQ(CUtils::convertToString(3.5), "3.50GB");
   EXPECT_EQ(CUtils::convertToString(0.004), "0.00GB");
+}
+
+TEST(StorageSummary, HasTheSharesOfThePartition) {
+  const struct {
+    int64_t total, used;
+    const char *usedText, *available;
+    double fraction;
+  } rows[] = {{32000000000, 8000000000, "7.45GB", "22.35GB(75%)", 0.25},
+              {1000, 1000, "0.00GB", "0.00GB(0%)", 1.0},
+              {0, 0, "0.00GB", "0.00GB(0%)", 1.0},
+              {300 * kGiB, 3 * kGiB, "3.00GB", "297.00GB(99%)", 0.01}};
+  for (const auto& row : rows) {
+    const auto summary = QUVA::MakeStorageSummary(row.total, row.used, 5 * kGiB, false);
+    EXPECT_EQ(summary.used, row.usedText);
+    EXPECT_EQ(summary.available, row.available);
+    EXPECT_NEAR(summary.usedFraction, row.fraction, 1e-9);
+  }
+}
+
+TEST(StorageSummary, AddsUpToTheNominalCapacity) {
+  const struct {
+    double used, available, system;
+    const char *systemText, *availableText;
+  } rows[] = {{5.2, 1.1, 0.9, "1.70GB", "1.10GB(13%)"},   // of 8
+              {1.0, 1.0, 1.0, "2.00GB", "1.00GB(25%)"},   // of 4
+              {1.0, 2.0, 1.0, "61.00GB", "2.00GB(3%)"},   // exactly 4 is in no smaller band
+              {4.0, 3.0, 1.01, "1.00GB", "3.00GB(37%)"},  // 8.01 is 8 still
+              {10.0, 10.0, 2.0, "12.00GB", "10.00GB(31%)"}, {100.0, 90.0, 2.0, "0.00GB", "90.00GB(140%)"}};
+  for (const auto& row : rows) {
+    const auto bytes = [](double gigabytes) { return static_cast<int64_t>(gigabytes * static_cast<double>(kGiB)); };
+    const auto summary =
+        QUVA::MakeStorageSummary(bytes(row.used) + bytes(row.available), bytes(row.used), bytes(row.system), true);
+    EXPECT_EQ(summary.system, row.systemText);
+    EXPECT_EQ(summary.available, row.availableText);
+  }
+  EXPECT_EQ(QUVA::SystemPartOfBar(70, 3 * kGiB, kGiB), 17);
+  EXPECT_EQ(QUVA::SystemPartOfBar(70, kGiB, 0), 0);
+  EXPECT_EQ(QUVA::SystemPartOfBar(70, 0, 0), 0);
 }
 
 TEST(Dates, HaveTheFormatAndOrderOfTheLanguageOrElseOfTheRegion) {

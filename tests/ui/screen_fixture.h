@@ -24,6 +24,7 @@
 #include "CHomeScreen.h"
 #include "CLoadingScreen.h"
 #include "CMainView.h"
+#include "CManageStorage.h"
 #include "CStartDC.h"
 #include "CStartDCIssues.h"
 #include "CUtils.h"
@@ -82,6 +83,7 @@ class Screens : public testing::Test {
     QUVA::CHomeScreen::Instance()->m_CleanObjects();
     QUVA::CStartDC::Instance()->m_CleanObjects();
     QUVA::CStartDCIssues::Instance()->m_CleanObjects();
+    QUVA::CManageStorage::Instance()->m_CleanObjects();
     Pass();  // what waits for the loop to be idle holds memory
     EXPECT_TRUE(JobsEnd());
   }
@@ -238,6 +240,8 @@ class Screens : public testing::Test {
         text = own;
       else if (std::string(evas_object_type_get(object)) == "textblock")
         text = UiHarness::PlainText(object);
+      else if (std::string(evas_object_type_get(object)) == "text" && evas_object_text_text_get(object))
+        text = evas_object_text_text_get(object);
       if (!text.empty()) found.push_back({text, UiHarness::GeometryOf(object), object});
     });
     return found;
