@@ -1,7 +1,8 @@
-// bench_ui PROGRAM [starts]: starts the application of the set root on the display, works it with keys and prints how
-// long it takes to be seen, what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels
-// of the screen, lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it
-// prints the time to the first frame alone.
+// bench_ui PROGRAM [starts|storage]: starts the application of the set root on the display, works it with keys and
+// prints how long it takes to be seen, what it holds in memory and how busy it keeps a processor. All is seen from
+// outside: pixels of the screen, lines of its log, /proc. The display needs a window manager, and no other window. With
+// "starts" it prints the time to the first frame alone, with "storage" what a list of a thousand applications takes. It
+// answers the requests of the task manager itself.
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -21,14 +22,20 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "set_paths.h"
+#include "system_path.h"
+#include "tests/support/task_manager.h"
+
 namespace {
+
+namespace fs = std::filesystem;
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
@@ -44,6 +51,10 @@ constexpr seconds kHomeAnimation{4};
 constexpr seconds kMinute{60};
 constexpr seconds kIdle{30};
 constexpr seconds kLimit{60};
+constexpr milliseconds kAnswerTime{20};  // of the task manager
+constexpr int kApplications = 1000;
+constexpr seconds kHeld{8};
+constexpr milliseconds kRepeat{33};  // of a key that is held
 
 [[noreturn]] void Fail(const std::string& what) {
   std::fprintf(stderr, "bench_ui: %s\n", what.c_str());
@@ -75,6 +86,19 @@ class SeenScreen {
     return pixels;
   }
 
+  /// The same of a column, `part` of the width from the left.
+  std::vector<unsigned long> Column(double part) const {
+    const int number = DefaultScreen(m_display);
+    const auto height = static_cast<unsigned>(DisplayHeight(m_display, number));
+    const int x = static_cast<int>(DisplayWidth(m_display, number) * part);
+    XImage* const image = XGetImage(m_display, DefaultRootWindow(m_display), x, 0, 1, height, AllPlanes, ZPixmap);
+    if (!image) Fail("the screen cannot be read");
+    std::vector<unsigned long> pixels(height);
+    for (unsigned y = 0; y < height; ++y) pixels[y] = XGetPixel(image, 0, static_cast<int>(y));
+    XDestroyImage(image);
+    return pixels;
+  }
+
   void Press(KeySym key) const {
     const KeyCode code = XKeysymToKeycode(m_display, key);
     XTestFakeKeyEvent(m_display, code, True, CurrentTime);
@@ -88,6 +112,7 @@ class SeenScreen {
 
 constexpr double kTitleLine = 0.06;    // through the title's letters
 constexpr double kEntriesLine = 0.80;  // through the entries of the home screen
+constexpr double kRowsColumn = 0.46;   // through the icons of the list of applications
 
 /// Letters have many shades on their edges; an empty screen or window has one colour.
 bool HasLetters(const std::vector<unsigned long>& line) {
@@ -146,9 +171,14 @@ class Program {
   /// How often the log has said it.
   size_t Count(std::string_view text) {
     ReadLog();
-    size_t count = 0;
-    for (size_t at = m_text.find(text); at != std::string::npos; at = m_text.find(text, at + 1)) ++count;
-    return count;
+    // Asked a thousand times a second, of a log of megabytes: from where it was looked for last.
+    Seen& seen = m_seen[std::string(text)];
+    for (size_t at = m_text.find(text, seen.upTo); at != std::string::npos; at = m_text.find(text, at + 1)) {
+      ++seen.count;
+      seen.upTo = at + 1;
+    }
+    seen.upTo = std::max(seen.upTo, m_text.size() - std::min(m_text.size(), text.size()));
+    return seen.count;
   }
 
   /// The numbers behind each `text` of the log, added up.
@@ -218,7 +248,13 @@ class Program {
     for (ssize_t size; (size = read(m_log, part.data(), part.size())) > 0;) m_text.append(part.data(), size);
   }
 
+  struct Seen {
+    size_t count = 0;
+    size_t upTo = 0;
+  };
+
   pid_t m_pid = 0;
+  std::map<std::string, Seen> m_seen;
   int m_log = -1;
   Clock::time_point m_start;
   std::string m_text;
@@ -298,6 +334,7 @@ void MeasureIdle(Program& program) {
 
 constexpr char kPressedLine[] = " Button Pressed";
 constexpr char kReturnedLine[] = "Home screen called after return";
+constexpr char kListedLine[] = "app_list_handle_terminate_function called";
 
 /// Opens each entry of the home screen and goes back. The focus is on the first entry, before and after. Back waits for
 /// what it closes: on the home screen it would end the program.
@@ -314,7 +351,10 @@ void GoRound(Program& program, const SeenScreen& screen) {
     program.Rest(kKeyTime);
   };
   for (int entry = 0; entry < kEntries; ++entry) {
+    const size_t listed = program.Count(kListedLine);
     press(XK_Return, kPressedLine, kScreenTime);
+    // While the list of applications is made, Back is blocked.
+    if (entry == 0) program.Await("the list of applications", [&] { return program.Count(kListedLine) > listed; });
     press(XK_Escape, kReturnedLine, kScreenTime);
     if (entry + 1 < kEntries) move(XK_Right);
   }
@@ -345,25 +385,72 @@ void MeasureScan(Program& program, const SeenScreen& screen) {
   Print("on the list of issues", program.MemoryNow());
 }
 
-}  // namespace
+/// Each with an icon of its own, as large as a set asks for.
+void PlantApplications() {
+  const fs::path packages = SystemPath(set_paths::kPackagesDir);
+  const std::string icon = "tv.lumora.cinema/icons/304x304.png";
+  for (int i = 0; i < kApplications; ++i) {
+    const std::string id = "bench.app" + std::to_string(i);
+    fs::create_directories(packages / id / "icons");
+    fs::create_directories(packages / id / "data");
+    fs::copy_file(packages / icon, packages / id / "icons/304x304.png", fs::copy_options::overwrite_existing);
+    std::ofstream(packages / id / "data/file") << std::string(static_cast<size_t>(1000 + 50 * i), 'x');
+    std::ofstream(packages / id / "manifest.json")
+        << R"({"package_id": ")" << id << R"(", "app_id": ")" << id << R"(", "title": "Application )" << i << "\"}";
+  }
+  sync();  // what is written in the background is not to be measured
+}
 
-int main(int argc, char** argv) {
-  if (argc != 2 && (argc != 3 || std::string_view(argv[2]) != "starts")) return EXIT_FAILURE;
-  setenv("VEXILO_LOG_TARGET", "stderr", 1);
-  setenv("VEXILO_LOG_LEVEL", "debug", 1);
-  const SeenScreen screen;
-  MeasureStarts(argv[1], screen);
-  if (argc == 3) return EXIT_SUCCESS;
+/// How many pictures a second the list draws while a key is held.
+double PicturesWhileHeld(Program& program, const SeenScreen& screen) {
+  const Clock::time_point start = Clock::now(), end = start + kHeld;
+  std::vector<unsigned long> before;
+  int pictures = -1;
+  for (Clock::time_point next = start; Clock::now() < end;) {
+    if (Clock::now() >= next) {
+      screen.Press(XK_Down);
+      next += kRepeat;
+    }
+    std::vector<unsigned long> now = screen.Column(kRowsColumn);
+    if (now != before) {
+      ++pictures;
+      before = std::move(now);
+    }
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  program.Rest(kScreenTime);
+  return pictures / std::chrono::duration<double>(kHeld).count();
+}
 
+void MeasureStorage(const char* file, const SeenScreen& screen) {
+  PlantApplications();
+  Program program(file);
+  program.AwaitLog(kHomeLine);
+  program.Rest(kHomeAnimation);
+  screen.Press(XK_Down);
+  program.Rest(kScreenTime);
+  screen.Press(XK_Left);
+  program.Rest(kScreenTime);
+  const double pressed = Milliseconds(program.Age());
+  screen.Press(XK_Return);
+  program.Await("the list of applications", [&] { return program.Count(kListedLine) > 0; });
+  const double shown = program.Await("its rows", [&] { return HasLetters(screen.Column(kRowsColumn)); });
+  std::printf("%-46s %7.0f ms\n", "a list of a thousand applications", shown - pressed);
+  Print("on it", program.MemoryNow());
+  std::printf("%-46s %7.1f a second\n", "pictures while a key is held in it", PicturesWhileHeld(program, screen));
+  Print("after that", program.MemoryNow());
+}
+
+void MeasureWholeUse(const char* file, const SeenScreen& screen) {
   Way way;
   for (int home = 1; home < kHomes; ++home) {
     {
-      Program program(argv[1]);
+      Program program(file);
       way.Go(program, screen);
     }
     AwaitEmptyScreen(screen);
   }
-  Program program(argv[1]);
+  Program program(file);
   way.Go(program, screen);
   Print("start to home screen, nothing to wait for", way.home, "ms");
   Print("processor during the loading animation", way.busy, "%");
@@ -376,5 +463,22 @@ int main(int argc, char** argv) {
   MeasureIdle(program);
   MeasureUse(program, screen);
   MeasureScan(program, screen);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string_view only = argc == 3 ? argv[2] : "";
+  if (argc < 2 || argc > 3 || (argc == 3 && only != "starts" && only != "storage")) return EXIT_FAILURE;
+  setenv("VEXILO_LOG_TARGET", "stderr", 1);
+  setenv("VEXILO_LOG_LEVEL", "debug", 1);
+  const SeenScreen screen;
+  const TaskManagerStandIn taskManager(kAnswerTime, "300000|20000");
+  if (only != "storage") MeasureStarts(argv[1], screen);
+  if (only.empty()) MeasureWholeUse(argv[1], screen);
+  if (only != "starts") {
+    AwaitEmptyScreen(screen);
+    MeasureStorage(argv[1], screen);
+  }
   return EXIT_SUCCESS;
 }
