@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -17,6 +18,7 @@
 #include "CErrorReport.h"
 #include "CUtils.h"
 #include "QUVA_KPISender.h"
+#include "ReportTrigger.h"
 #include "support/files.h"
 #include "vconf.h"
 
@@ -246,6 +248,100 @@ TEST(ErrorReport, FollowsNoLinkAndSurvivesAMissingFolder) {
   EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-link.log: "));
   EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-b.log: No such file"));
   EXPECT_THAT(Log(), HasSubstr("no report is asked for with /tmp/kov_NDF/a-c.log: "));
+}
+
+constexpr char kAsked[] = "/tmp/kov_NDF/SOUND-A.log", kResult[] = "/run/vexilo-host/report_results/SOUND-A.log";
+constexpr std::chrono::milliseconds kSoon(300), kLong(20000);
+
+std::string Told(const std::string& id, const std::string& more) {
+  return R"({"id":")" + id + R"(","trigger":"SOUND-A.log",)" + more + "}\n";
+}
+
+/// Asks, has the collector do its steps 150 ms after each other meanwhile, and returns "REPORT|PROBLEM".
+std::string AskFor(const std::vector<std::function<void()>>& steps, std::chrono::milliseconds limit,
+                   const char* folder = set_paths::kReportTriggers) {
+  const QUVA::ReportRequest request = QUVA::LeaveReportTrigger(folder, "SOUND-A.log");
+  const std::jthread collector([&steps] {
+    for (const auto& step : steps) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(150));
+      step();
+    }
+  });
+  const QUVA::ReportOutcome outcome = QUVA::AwaitReport(request, limit, {});
+  return outcome.report + "|" + outcome.problem;
+}
+
+TEST(ErrorReport, TellsWhatBecameOfThisRequestAndNoEarlierOne) {
+  using Steps = std::vector<std::function<void()>>;
+  const auto tell = [](const std::string& content) { return [content] { WriteFile(kResult, content); }; };
+  const auto take = [] { fs::remove(SystemPath(kAsked)); };
+  const std::string older = Told("1", R"("report":"older.tar.gz")");
+  const auto earlier = tell(Told("2", R"("report":"earlier.tar.gz")")),
+             own = tell(Told("3", R"("report":"own.tar.gz")")),
+             failed = tell(Told("4", R"("problem":"the disk is full")")),
+             stuck = tell(Told("5", R"("report":"own.tar.gz","problem":"SOUND-A.log stays")"));
+  const struct {
+    const char* what;
+    Steps steps;
+    std::chrono::milliseconds limit;
+    std::string outcome;
+  } kCases[] = {
+      {"told, then taken", {own, take}, kLong, "own.tar.gz|"},
+      {"an earlier one ends late", {earlier, own, take}, kLong, "own.tar.gz|"},
+      {"told once more after it was taken", {take, own}, kLong, "own.tar.gz|"},
+      {"failed, and stays", {failed}, kLong, "|the disk is full"},
+      {"made, but stays", {own, stuck}, kLong, "own.tar.gz|SOUND-A.log stays"},
+      {"an earlier one only",
+       {earlier},
+       kSoon,
+       "|/tmp/kov_NDF/SOUND-A.log still waits: the log collector does not run, or "
+       "is not done with it"},
+      {"no collector",
+       {},
+       kSoon,
+       "|/tmp/kov_NDF/SOUND-A.log still waits: the log collector does not run, or is not done "
+       "with it"},
+      {"taken by somebody else",
+       {take},
+       kLong,
+       "|/tmp/kov_NDF/SOUND-A.log has gone, and nobody tells what became of it"},
+      {"no name",
+       {tell(Told("6", R"("report":"../../etc/passwd")")), take},
+       kLong,
+       "|what the log collector told in /run/vexilo-host/report_results is not understood"},
+      {"no JSON",
+       {tell(std::string(3000, '[')), take},
+       kLong,
+       "|what the log collector told in /run/vexilo-host/report_results is not understood"},
+      {"a link",
+       {[] {
+          fs::remove(SystemPath(kResult));
+          fs::create_symlink(SystemPath("/planted"), SystemPath(kResult));
+        },
+        take},
+       kLong,
+       "|/tmp/kov_NDF/SOUND-A.log has gone, and nobody tells what became of it"},
+  };
+  WriteFile("/planted", Told("7", R"("report":"planted.tar.gz")"));
+  for (const auto& each : kCases) {
+    fs::remove(SystemPath(kResult));
+    WriteFile(kResult, older);
+    EXPECT_EQ(AskFor(each.steps, each.limit), each.outcome) << each.what;
+    fs::remove(SystemPath(kAsked));
+  }
+}
+
+TEST(ErrorReport, WaitsForNothingWhereNothingIsAskedForOrNobodyWaits) {
+  EXPECT_EQ(AskFor({}, kLong, set_paths::kRebootReportTriggers),
+            "|/tmp/kov_NDF_reboot/SOUND-A.log is due after a restart of the set");
+  EXPECT_EQ(AskFor({}, kLong, "/tmp/none"), "|/tmp/none/SOUND-A.log: No such file or directory");
+  EXPECT_THAT(QUVA::AwaitReport(QUVA::LeaveReportTrigger(set_paths::kReportTriggers, "a;b"), kLong, {}).problem,
+              HasSubstr("the name \"a;b\" is not of letters"));
+  int looks = 0;
+  EXPECT_EQ(QUVA::AwaitReport(QUVA::LeaveReportTrigger(set_paths::kReportTriggers, "SOUND-A.log"), kLong,
+                              [&looks] { return ++looks == 3; })
+                .problem,
+            "cancelled");
 }
 
 }  // namespace

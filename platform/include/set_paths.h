@@ -66,6 +66,7 @@ inline constexpr char kDaemonLock[] = "/run/vexilo-host/setd.lock";
 inline constexpr char kTrevlinRun[] = "/run/vexilo-host/trevlin";
 inline constexpr char kRuleHistories[] = "/run/vexilo-host/trevlin/histories.json";
 inline constexpr char kRuleHistoriesLock[] = "/run/vexilo-host/trevlin/lock";
+inline constexpr char kReportResults[] = "/run/vexilo-host/report_results";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";

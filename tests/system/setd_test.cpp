@@ -14,7 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <set>
 
+#include "ReportTrigger.h"
 #include "set_paths.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -422,6 +424,39 @@ TEST(SetdReport, WhoseTriggerCannotBeRemovedIsMadeOnce) {
   EXPECT_EQ(Reports().size(), 1u);
   ASSERT_EQ(umount(SystemPath(trigger).c_str()), 0);
   EXPECT_TRUE(Goes(trigger));
+}
+
+TEST(SetdReport, IsToldToWhoeverAskedForIt) {
+  const auto ask = [] {
+    return QUVA::AwaitReport(QUVA::LeaveReportTrigger(set_paths::kReportTriggers, "SOUND-A.log"),
+                             std::chrono::seconds(30), {});
+  };
+  const std::string results = set_paths::kReportResults;
+  for (int i = 0; i < 120; ++i) WriteFile(results + "/old-" + std::to_string(i), "");
+  fs::create_symlink(SystemPath("/tmp/precious"), SystemPath(results + "/SOUND-A.log"));
+  fs::permissions(SystemPath(results), fs::perms(0700));
+  const Process daemon = StartDaemon();
+  std::set<std::string> told;
+  for (int i = 0; i < 5; ++i) {
+    const QUVA::ReportOutcome outcome = ask();
+    EXPECT_EQ(outcome.problem, "");
+    told.insert(SystemPath(set_paths::kReportsDir + ("/" + outcome.report)));
+  }
+  const std::vector<std::string> made = Reports();
+  EXPECT_EQ(told, std::set<std::string>(made.begin(), made.end())) << "each its own, and all of them";
+  EXPECT_FALSE(Exists("/tmp/precious"));
+  EXPECT_EQ(fs::symlink_status(SystemPath(results + "/SOUND-A.log")).permissions(), fs::perms(0644));
+  EXPECT_EQ(fs::status(SystemPath(results)).permissions(), fs::perms(0755));
+  // It may be writing that the trigger has gone, too.
+  EXPECT_TRUE(Until([&] { return std::distance(fs::directory_iterator(SystemPath(results)), {}) == 100; }));
+  EXPECT_EQ(Count(ReadFile(results + "/SOUND-A.log"), "\n"), 1);
+
+  fs::rename(SystemPath(set_paths::kReportsDir), SystemPath("/tmp/elsewhere"));
+  fs::create_directory_symlink(SystemPath("/tmp/elsewhere"), SystemPath(set_paths::kReportsDir));
+  const QUVA::ReportOutcome failed = ask();
+  EXPECT_EQ(failed.report + "|" + failed.problem,
+            "|/var/lib/vexilo-host/reports: it is a symbolic link, which is not followed");
+  EXPECT_TRUE(Exists("/tmp/kov_NDF/SOUND-A.log")) << "for the next attempt";
 }
 
 TEST(SetdReport, AfterARestartOnlyAndThenOnce) {

@@ -12,6 +12,7 @@
 #include "packages/package_store.h"
 #include "set_paths.h"
 #include "setd/report.h"
+#include "setd/report_results.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 
@@ -139,29 +140,45 @@ bool LogCollector::MakeReportOf(const std::string& folder, const std::string& tr
   const std::string path = SystemPath(folder + "/" + trigger);
   // After a restart the note asks, with or without its trigger.
   const std::string asking = isAfterRestart ? WaitingPath(trigger) : path;
+  // Nobody waits beyond a restart.
+  const auto tell = [&](const std::string& report, const std::string& problem) {
+    if (!isAfterRestart) PublishResult(trigger, report, problem);
+  };
   const std::string identity = IdentityOf(asking);
-  if (!TakeCollected(asking, identity)) {
+  std::string report = TakeCollected(asking, identity);
+  const bool isNew = report.empty();
+  if (isNew) {
     std::string file, problem;
     if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kSuffix)), file, problem)) {
       Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
+      tell("", problem);
       return false;
     }
     Log(DLOG_INFO, "collected the report " + file);
+    report = file.substr(file.rfind('/') + 1);
+    // So that who sees the trigger go finds this, and nothing older.
+    tell(report, "");
   }
-  if (Remove(path) && (!isAfterRestart || Remove(asking))) return true;
+  const bool isRemoved = Remove(path) && (!isAfterRestart || Remove(asking));
+  // Once more: who asked again between the two took the first for the answer to an earlier request.
+  if (isRemoved)
+    tell(report, "");
+  else if (isNew)
+    tell(report, folder + "/" + trigger + " stays; the log tells why");
+  if (isRemoved) return true;
   const std::lock_guard guard(m_lock);
-  m_collected[asking] = identity;
+  m_collected[asking] = {identity, report};
   return false;
 }
 
-/// Whether the report of just that was made already; forgets it.
-bool LogCollector::TakeCollected(const std::string& path, const std::string& identity) {
+/// The report of just that where it was made already, else empty; forgets it.
+std::string LogCollector::TakeCollected(const std::string& path, const std::string& identity) {
   const std::lock_guard guard(m_lock);
   const auto found = m_collected.find(path);
-  if (found == m_collected.end()) return false;
-  const bool same = found->second == identity;
+  if (found == m_collected.end()) return {};
+  const Collected collected = found->second;
   m_collected.erase(found);
-  return same;
+  return collected.identity == identity ? collected.report : "";
 }
 
 void LogCollector::Collect(const std::string& folder, const std::string& trigger) {

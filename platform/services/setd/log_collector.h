@@ -29,7 +29,13 @@ class LogCollector {
   void RememberKernel();
   void Collect(const std::string& folder, const std::string& trigger);
   bool MakeReportOf(const std::string& folder, const std::string& trigger);
-  bool TakeCollected(const std::string& path, const std::string& identity);
+
+  /// A report that was made and whose request could not be removed then.
+  struct Collected {
+    std::string identity;  // of what asked
+    std::string report;    // its file name
+  };
+  std::string TakeCollected(const std::string& path, const std::string& identity);
 
   Jobs& m_jobs;
   std::string m_bootId;
@@ -37,8 +43,7 @@ class LogCollector {
   FolderWatch m_restartTriggers;
   std::set<std::string> m_unknown;  // names that the log has
   std::mutex m_lock;
-  // Guarded by m_lock: what asked for a report that was made and could not be removed then, with its identity.
-  std::map<std::string, std::string> m_collected;
+  std::map<std::string, Collected> m_collected;  // by what asked; guarded by m_lock
 };
 
 }  // namespace setd
