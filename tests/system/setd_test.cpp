@@ -422,6 +422,9 @@ TEST(SetdReport, WhoseTriggerCannotBeRemovedIsMadeOnce) {
   const Process daemon = StartDaemon();
   ASSERT_TRUE(Until([&] { return Count(Log(), trigger + " stays") >= 2; }));
   EXPECT_EQ(Reports().size(), 1u);
+  EXPECT_THAT(ReadFile(set_paths::kReportResults + std::string("/SOUND-A.log")),
+              AllOf(HasSubstr(R"("problem":"/tmp/kov_NDF/SOUND-A.log stays; the log tells why","report":")"),
+                    HasSubstr("-SOUND-A.tar.")));
   ASSERT_EQ(umount(SystemPath(trigger).c_str()), 0);
   EXPECT_TRUE(Goes(trigger));
 }

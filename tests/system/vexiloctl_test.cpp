@@ -6,7 +6,9 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <iterator>
+#include <random>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -438,27 +440,76 @@ TEST_F(VexiloctlApps, UninstallRemovesAllOrRefusesWithAReason) {
   for (const char* stays : {"kept", "own"}) EXPECT_TRUE(fs::exists(kPackages / stays)) << stays;
 }
 
-TEST(VexiloctlReports, AreListedShownAndRemoved) {
+TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   EXPECT_EQ(RunCtl({"reports", "list", "--json"}).out, "");
   const fs::path folder = SystemPath(set_paths::kReportsDir), files = SystemPath("/files");
   const std::string name = "20240307T090500Z-SOUND";
-  WriteHostFile(files / "vexilo.log", "a line\n");
-  WriteHostFile(files / "meta.json", R"({"category":"SOUND","set":{"region":1}})");
+  WriteHostFile(files / "vexilo.log", "<mac-1> <mac-2> <mac-1> <ssid-1> <mac> <mac-> <machine-1> <ip-1 >\n");
+  WriteHostFile(files / "meta.json",
+                R"({"category":"SOUND","set":{"region":1},"missing":{"kernel.log":"Operation not permitted"}})");
+  std::string noise(20000, ' ');
+  std::generate(noise.begin(), noise.end(), std::mt19937());
+  WriteHostFile(files / "state.txt", noise);
   WriteHostFile(folder / "broken.tar.zst", "no archive");
   WriteHostFile(folder / "half.tar.gz#abc123", "");
   fs::create_symlink(files / "vexilo.log", folder / "link.tar.gz");
-  const Words pack{"tar", "-czf", folder / (name + ".tar.gz"), "-C", files, "vexilo.log", "meta.json"};
+  const Words pack{"tar", "-czf", folder / (name + ".tar.gz"), "-C", files, "vexilo.log", "meta.json", "state.txt"};
   ASSERT_EQ(RunProcess(pack).exitCode, 0);
   EXPECT_EQ(Objects(RunCtl({"reports", "list", "--json"})).size(), 2u);
+  EXPECT_THAT(Output({"reports", "list"}), HasSubstr("  " + name + ".tar.gz\n"));
 
   const auto shown = Objects(RunCtl({"reports", "show", name, "--json"}));
   ASSERT_EQ(shown.size(), 1u);
   EXPECT_EQ(shown[0]["meta"]["set"]["region"], 1);
   EXPECT_EQ(shown[0]["files"][0]["name"], "vexilo.log");
-  EXPECT_EQ(shown[0]["files"][0]["bytes"], 7);
-  EXPECT_THAT(RunCtl({"reports", "show", name + ".tar.gz"}).out, HasSubstr("category    SOUND\nset.region  1\n"));
+  EXPECT_EQ(shown[0]["files"][0]["bytes"], 66);
+  EXPECT_THAT(RunCtl({"reports", "show", name + ".tar.gz"}).out, HasSubstr("set.region          1\n"));
   for (const char* none : {"broken", "link", "../files", "half.tar.gz#abc123"})
     EXPECT_EQ(RunCtl({"reports", "show", none}).exitCode, 1) << none;
+
+  const fs::path out = SystemPath("/out"), summary = out / "summary.txt";
+  fs::create_directory(out);
+  const auto exported = Objects(RunCtl({"reports", "export", name, out, "--json"}));
+  ASSERT_EQ(exported.size(), 1u);
+  EXPECT_EQ(exported[0]["path"], (out / (name + ".tar.gz")).string());
+  EXPECT_EQ(fs::status(out / (name + ".tar.gz")).permissions(), fs::perms(0600));
+  EXPECT_EQ(RunProcess({"tar", "-C", out, "-xvf", out / (name + ".tar.gz")}).out,
+            "summary.txt\nvexilo.log\nmeta.json\nstate.txt\n");
+  for (const char* file : {"vexilo.log", "meta.json", "state.txt"})
+    EXPECT_EQ(ReadHostFile(out / file), ReadHostFile(files / file));
+  EXPECT_THAT(ReadHostFile(summary),
+              ContainsInOrder(Words{"Error report " + name + ".tar.gz\n=====", "category    SOUND\nset.region  1\n",
+                                    "66.00B   vexilo.log\n", "kernel.log  Operation not permitted\n",
+                                    "<mac-1>; the same", "\n\n  2 hardware addresses\n  1 wireless name\n"}));
+  const std::string whole = ReadHostFile(out / (name + ".tar.gz"));
+  const struct {
+    const char* what;
+    Words words;
+    std::string message;
+    std::string shell = "exec \"$0\" \"$@\"";
+  } kRefused[] = {
+      {"there already", {name, out}, "vexiloctl: " + out.string() + "/" + name + ".tar.gz: File exists\n"},
+      {"no folder", {name, summary}, "vexiloctl: " + summary.string() + ": it is no folder\n"},
+      {"missing", {name, out / "none"}, "vexiloctl: " + out.string() + "/none: No such file or directory\n"},
+      {"not writable", {name, "/sys"}, "vexiloctl: /sys/" + name + ".tar.gz: "},
+      {"full",
+       {name, files},
+       files.string() + "/" + name + ".tar.gz: File too large\n",
+       "ulimit -f 8; exec \"$0\" \"$@\""},
+      {"damaged", {"broken", files}, "broken.tar.zst: "},
+      {"unknown", {"nothing", files}, "vexiloctl: \"nothing\": no such report in /var/lib/vexilo-host/reports\n"},
+  };
+  for (const auto& each : kRefused) {
+    Words words{"sh", "-c", each.shell, VEXILOCTL, "reports", "export"};
+    words.insert(words.end(), each.words.begin(), each.words.end());
+    const ProcessResult refused = RunProcess(words);
+    EXPECT_EQ(refused.exitCode, 1) << each.what;
+    EXPECT_THAT(refused.err, HasSubstr(each.message)) << each.what;
+    EXPECT_EQ(refused.out, "") << each.what;
+  }
+  EXPECT_EQ(ReadHostFile(out / (name + ".tar.gz")), whole);
+  EXPECT_EQ(std::distance(fs::directory_iterator(files), {}), 3) << "nothing half-written";
+
   EXPECT_EQ(RunCtl({"reports", "remove", name, "nothing"}).exitCode, 1);
   EXPECT_EQ(Objects(RunCtl({"reports", "list", "--json"})).size(), 2u) << "all or none";
   EXPECT_EQ(RunCtl({"reports", "remove", name, "broken"}).exitCode, 0);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 
 namespace {
@@ -23,6 +24,30 @@ bool Close(FdHandle& file) {
   return close(file.release()) == 0;
 }
 
+/// rename() to what must be no file's name yet.
+int RenameToFree(const char* from, const char* to) {
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL) return -1;
+  // A file system that cannot look and rename at once.
+  struct stat status;
+  if (lstat(to, &status) != 0) return rename(from, to);
+  errno = EEXIST;
+  return -1;
+}
+
+bool Publish(const std::string& path, std::string_view content, mode_t mode, int (*move)(const char*, const char*)) {
+  std::string temporary = path + "#XXXXXX";
+  FdHandle file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file) return false;
+  if (WriteFully(file.get(), content) && fchmod(file.get(), mode) == 0 && fsync(file.get()) == 0 && Close(file) &&
+      move(temporary.c_str(), path.c_str()) == 0)
+    return SyncFolderOf(path);
+  const int reason = errno;
+  unlink(temporary.c_str());
+  errno = reason;
+  return false;
+}
+
 }  // namespace
 
 bool MakeFolders(const std::string& path) {
@@ -35,16 +60,11 @@ bool MakeFolders(const std::string& path) {
 }
 
 bool PublishFile(const std::string& path, std::string_view content) {
-  std::string temporary = path + "#XXXXXX";
-  FdHandle file(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!file) return false;
-  if (WriteFully(file.get(), content) && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0 && Close(file) &&
-      rename(temporary.c_str(), path.c_str()) == 0)
-    return SyncFolderOf(path);
-  const int reason = errno;
-  unlink(temporary.c_str());
-  errno = reason;
-  return false;
+  return Publish(path, content, 0644, rename);
+}
+
+bool PublishPrivateFile(const std::string& path, std::string_view content) {
+  return Publish(path, content, 0600, RenameToFree);
 }
 
 bool SyncFolderOf(const std::string& path) {

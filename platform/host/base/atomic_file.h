@@ -18,6 +18,9 @@ bool MakeFolders(const std::string& path);
 /// folder itself cannot be flushed is the new content there although this fails.
 bool PublishFile(const std::string& path, std::string_view content);
 
+/// As PublishFile(), but for the owner's eyes only (0600), and never in another file's place: then false with EEXIST.
+bool PublishPrivateFile(const std::string& path, std::string_view content);
+
 /// Flushes the folder that holds `path`, so that a file that was made, renamed or removed in it outlives a power cut.
 /// True where the file system cannot do that at all; else false with errno.
 bool SyncFolderOf(const std::string& path);

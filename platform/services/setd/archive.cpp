@@ -15,10 +15,10 @@ la_ssize_t Append(archive*, void* bytes, const void* data, size_t size) {
 
 }  // namespace
 
-Archive::Archive() : m_archive(archive_write_new()) {
+Archive::Archive(bool isZstd) : m_archive(archive_write_new()) {
   Check(archive_write_set_format_pax_restricted(m_archive.get()));
   // It warns when it would have to start a program for it.
-  if (archive_write_add_filter_zstd(m_archive.get()) == ARCHIVE_OK)
+  if (isZstd && archive_write_add_filter_zstd(m_archive.get()) == ARCHIVE_OK)
     m_suffix = "tar.zst";
   else
     Check(archive_write_add_filter_gzip(m_archive.get()));

@@ -17,8 +17,8 @@ namespace setd {
 
 class Archive {
  public:
-  /// A tar archive, compressed with zstd where the library can, else with gzip.
-  Archive();
+  /// A tar archive, compressed with zstd where that is wanted and the library can, else with gzip.
+  explicit Archive(bool isZstd = true);
 
   /// "tar.zst" or "tar.gz".
   const char* Suffix() const { return m_suffix; }

@@ -117,12 +117,7 @@ std::string FreePath(const std::string& name, time_t now, const char* suffix) {
 /// For this user's eyes: the folder is shut before the file is readable in it.
 bool PublishPrivate(const std::string& path, const std::string& bytes) {
   const std::string folder = SystemPath(set_paths::kReportsDir);
-  if (chmod(folder.c_str(), 0700) != 0 || !PublishFile(path, bytes)) return false;
-  if (chmod(path.c_str(), 0600) == 0) return true;
-  const int error = errno;
-  unlink(path.c_str());
-  errno = error;
-  return false;
+  return chmod(folder.c_str(), 0700) == 0 && PublishPrivateFile(path, bytes);
 }
 
 }  // namespace

@@ -73,15 +73,16 @@ void Table::Add(std::vector<std::string> cells) {
   m_rows.push_back(std::move(cells));
 }
 
-void Table::Print() const {
+std::string Table::Text() const {
+  std::string text;
   std::vector<size_t> widths(m_rows.front().size());
   for (const auto& row : m_rows)
     for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
   for (const auto& row : m_rows) {
-    std::string line;
-    for (size_t i = 0; i + 1 < row.size(); ++i) line.append(row[i]).append(widths[i] - Width(row[i]) + 2, ' ');
-    vexiloctl::Print(line.append(row.back()).append("\n"));
+    for (size_t i = 0; i + 1 < row.size(); ++i) text.append(row[i]).append(widths[i] - Width(row[i]) + 2, ' ');
+    text.append(row.back()).append("\n");
   }
+  return text;
 }
 
 }  // namespace vexiloctl

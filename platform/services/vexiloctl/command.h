@@ -80,6 +80,7 @@ void AppsUninstall(const Arguments& arguments);
 // report_commands.cpp
 void ReportsList(const Arguments& arguments);
 void ReportsShow(const Arguments& arguments);
+void ReportsExport(const Arguments& arguments);
 void ReportsRemove(const Arguments& arguments);
 
 /// Writes to standard output, at the latest at Flush(). They throw Failure, or OutputClosed.
@@ -104,7 +105,8 @@ class Table {
   explicit Table(std::vector<std::string> heading) { Add(std::move(heading)); }
   /// As many cells as the heading has. An empty one shows as "-".
   void Add(std::vector<std::string> cells);
-  void Print() const;
+  std::string Text() const;
+  void Print() const { vexiloctl::Print(Text()); }
 
  private:
   std::vector<std::vector<std::string>> m_rows;

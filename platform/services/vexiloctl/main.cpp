@@ -94,6 +94,13 @@ constexpr Command kCommands[] = {
     {"reports", "show", "NAME", 1, 1, true, "Shows what an error report is about and what is in it.",
      "  NAME   as in the list; .tar.zst or .tar.gz may be left out\n",
      "vexiloctl reports show 20240307T090500Z-SOUND-QUVAKOV", ReportsShow},
+    {"reports", "export", "NAME FOLDER", 2, 2, true, "Writes an error report into a folder, as one file to hand on.",
+     "  NAME    as in the list; .tar.zst or .tar.gz may be left out\n"
+     "  FOLDER  gets the file, under the report's name; what is there is never replaced\n"
+     "The file is for its owner only. First in it is summary.txt, which tells in plain words what the report is about, "
+     "what\n"
+     "is in it, what could not be collected, and what was left out for privacy.\n",
+     "vexiloctl reports export 20240307T090500Z-SOUND-QUVAKOV /media/stick", ReportsExport},
     {"reports", "remove", "NAME...", 1, 1000, true, "Removes error reports.",
      "  NAME   as in the list; with an unknown one none is removed\n",
      "vexiloctl reports remove 20240307T090500Z-SOUND-QUVAKOV", ReportsRemove},

@@ -11,14 +11,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string_view>
 #include <tuple>
 
 #include "applications.h"
+#include "base/atomic_file.h"
 #include "c_handle.h"
 #include "command.h"
+#include "report_summary.h"
 #include "set_paths.h"
+#include "setd/archive.h"
 #include "system_path.h"
 
 namespace vexiloctl {
@@ -26,7 +30,8 @@ namespace vexiloctl {
 namespace {
 
 constexpr char kMetaFile[] = "meta.json";
-constexpr int64_t kMaxMetaBytes = 1 << 20;
+constexpr char kSummaryFile[] = "summary.txt";
+constexpr size_t kMaxReportBytes = 64 << 20;
 
 struct Report {
   std::string name;
@@ -77,54 +82,79 @@ Json::Value JsonOf(const Report& report) {
   return object;
 }
 
-struct Content {
-  std::vector<std::pair<std::string, int64_t>> files;
-  Json::Value meta;  ///< null when the report has none that can be read
-};
-
-Json::Value ReadMeta(archive* from, int64_t bytes) {
-  std::string text(static_cast<size_t>(std::clamp<int64_t>(bytes, 0, kMaxMetaBytes)), '\0');
-  const la_ssize_t read = archive_read_data(from, text.data(), text.size());
+Json::Value ParseMeta(const std::string& text) {
   Json::Value meta;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  if (read <= 0 || !reader->parse(text.data(), text.data() + read, &meta, nullptr) || !meta.isObject()) return {};
-  return meta;
+  try {
+    if (reader->parse(text.data(), text.data() + text.size(), &meta, nullptr) && meta.isObject()) return meta;
+  } catch (const Json::Exception&) {  // too deep
+  }
+  return {};
 }
 
-Content ReadContent(const Report& report) {
-  const std::string path = PathOf(report.name);
-  const FdHandle file(open(SystemPath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file) Fail(path);
-  const std::unique_ptr<archive, CRelease<&archive_read_free>> from(archive_read_new());
-  const auto check = [&](int result) {
-    if (result != ARCHIVE_OK && result != ARCHIVE_EOF && result != ARCHIVE_WARN)
-      throw Failure(path + ": " + (archive_error_string(from.get()) ? archive_error_string(from.get()) : "unreadable"));
-    return result;
-  };
-  archive_read_support_filter_gzip(from.get());
-  archive_read_support_filter_zstd(from.get());
-  archive_read_support_format_tar(from.get());
-  check(archive_read_open_fd(from.get(), file.get(), 65536));
-  Content content;
+/// What is not read to its end, or is more than a report can be, is none: throws Failure.
+class ReportReader {
+ public:
+  explicit ReportReader(const std::string& name);
+  ReportContent Read();
+
+ private:
+  int Check(int result) const;
+  ReportFile ReadFile(archive_entry* entry);
+
+  std::string m_path;
+  FdHandle m_file;
+  std::unique_ptr<archive, CRelease<&archive_read_free>> m_archive{archive_read_new()};
+  size_t m_bytes = 0;
+};
+
+ReportReader::ReportReader(const std::string& name)
+    : m_path(PathOf(name)), m_file(open(SystemPath(m_path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) {
+  if (!m_file) Fail(m_path);
+  archive_read_support_filter_gzip(m_archive.get());
+  archive_read_support_filter_zstd(m_archive.get());
+  archive_read_support_format_tar(m_archive.get());
+  Check(archive_read_open_fd(m_archive.get(), m_file.get(), 65536));
+}
+
+int ReportReader::Check(int result) const {
+  if (result >= ARCHIVE_OK || result == ARCHIVE_WARN) return result;
+  const char* const reason = archive_error_string(m_archive.get());
+  throw Failure(m_path + ": " + (reason ? reason : "unreadable"));
+}
+
+ReportFile ReportReader::ReadFile(archive_entry* entry) {
+  const char* const name = archive_entry_pathname(entry);
+  ReportFile file{name ? name : "", "", archive_entry_mtime(entry)};
+  if (archive_entry_filetype(entry) != AE_IFREG || file.name.empty() || file.name.find('/') != file.name.npos)
+    throw Failure(m_path + ": \"" + Visible(file.name) + "\" in it is no file of a report");
+  char buffer[65536];
+  la_ssize_t got = 0;
+  while ((got = archive_read_data(m_archive.get(), buffer, sizeof buffer)) != 0) {
+    // A warning here is about bytes that are missing.
+    if (got < 0) Check(ARCHIVE_FATAL);
+    file.content.append(buffer, static_cast<size_t>(got));
+    m_bytes += static_cast<size_t>(got);
+    if (m_bytes > kMaxReportBytes) throw Failure(m_path + ": it is larger than a report can be");
+  }
+  return file;
+}
+
+ReportContent ReportReader::Read() {
+  ReportContent content;
   archive_entry* entry = nullptr;
-  while (check(archive_read_next_header(from.get(), &entry)) != ARCHIVE_EOF) {
-    const char* name = archive_entry_pathname(entry);
-    content.files.emplace_back(name ? name : "", archive_entry_size(entry));
-    if (content.files.back().first == kMetaFile) content.meta = ReadMeta(from.get(), archive_entry_size(entry));
+  while (Check(archive_read_next_header(m_archive.get(), &entry)) != ARCHIVE_EOF) {
+    content.files.push_back(ReadFile(entry));
+    if (content.files.back().name == kMetaFile) content.meta = ParseMeta(content.files.back().content);
   }
   return content;
 }
 
-/// Every value of it in a line of its own: "set.model", "QX55".
-void AddFacts(const std::string& prefix, const Json::Value& value, Table& table) {
-  if (!value.isObject()) {
-    std::string text = value.isString() ? value.asString() : JsonLine(value);
-    if (text.ends_with('\n')) text.pop_back();
-    table.Add({prefix, text});
-    return;
-  }
-  for (const std::string& key : value.getMemberNames())
-    AddFacts(prefix.empty() ? key : prefix + "." + key, value[key], table);
+/// Complains when the report does not tell what it is about.
+ReportContent ReadContent(const Report& report) {
+  ReportContent content = ReportReader(report.name).Read();
+  if (content.meta.isNull()) Complain(PathOf(report.name) + ": it has no " + kMetaFile + " that can be read");
+  return content;
 }
 
 }  // namespace
@@ -141,16 +171,15 @@ void ReportsList(const Arguments& arguments) {
 
 void ReportsShow(const Arguments& arguments) {
   const Report report = Find(ReadReports(), arguments.values[0]);
-  const Content content = ReadContent(report);
-  if (content.meta.isNull()) Complain(PathOf(report.name) + ": it has no " + kMetaFile + " that can be read");
+  const ReportContent content = ReadContent(report);
   if (arguments.json) {
     Json::Value object = JsonOf(report);
     object["meta"] = content.meta;
     object["files"] = Json::arrayValue;
-    for (const auto& [name, bytes] : content.files) {
+    for (const ReportFile& each : content.files) {
       Json::Value file;
-      file["name"] = name;
-      file["bytes"] = Json::Int64(bytes);
+      file["name"] = each.name;
+      file["bytes"] = Json::UInt64(each.content.size());
       object["files"].append(file);
     }
     return Print(JsonLine(object));
@@ -163,8 +192,32 @@ void ReportsShow(const Arguments& arguments) {
     Print("\n");
   }
   Table files({"SIZE", "FILE"});
-  for (const auto& [name, bytes] : content.files) files.Add({SizeText(bytes), name});
+  for (const ReportFile& each : content.files)
+    files.Add({SizeText(static_cast<int64_t>(each.content.size())), each.name});
   files.Print();
+}
+
+void ReportsExport(const Arguments& arguments) {
+  const Report report = Find(ReadReports(), arguments.values[0]);
+  const std::string folder = arguments.values[1], path = std::filesystem::path(folder) / report.name;
+  if (folder.empty()) throw UsageError("FOLDER is empty");
+  struct stat status;
+  if (stat(folder.c_str(), &status) != 0) Fail(Visible(folder));
+  if (!S_ISDIR(status.st_mode)) throw Failure(Visible(folder) + ": it is no folder");
+  ReportContent content = ReadContent(report);
+  // That of an export that was put back among the reports.
+  std::erase_if(content.files, [](const ReportFile& file) { return file.name == kSummaryFile; });
+  setd::Archive exported(report.name.ends_with(".zst"));
+  exported.Add(kSummaryFile, SummaryOf(report.name, content), report.time);
+  for (const ReportFile& file : content.files) exported.Add(file.name, file.content, file.time);
+  std::string bytes, problem;
+  if (!exported.Finish(bytes, problem)) throw Failure(Visible(path) + ": " + problem);
+  if (!PublishPrivateFile(path, bytes)) Fail(Visible(path));
+  if (!arguments.json) return Print("exported " + Visible(path) + "\n");
+  Json::Value object = JsonOf(report);
+  object["path"] = path;
+  object["exported"] = true;
+  Print(JsonLine(object));
 }
 
 void ReportsRemove(const Arguments& arguments) {

@@ -1,0 +1,103 @@
+#include "report_summary.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <set>
+#include <string_view>
+
+#include "applications.h"
+#include "command.h"
+
+namespace vexiloctl {
+
+namespace {
+
+/// What the log collector's placeholders stand for: "<mac-1>". docs/setd.md lists them.
+constexpr struct {
+  std::string_view kind;
+  const char* one;
+  const char* more;
+} kPlaceholders[] = {
+    {"serial", "serial number", "serial numbers"},
+    {"mac", "hardware address", "hardware addresses"},
+    {"ip", "network address", "network addresses"},
+    {"ssid", "wireless name", "wireless names"},
+    {"user", "user name", "user names"},
+    {"host", "name of the machine", "names of the machine"},
+    {"secret", "password, key or token", "passwords, keys or tokens"},
+    {"path", "path of a personal file", "paths of personal files"},
+    {"mail", "mail address", "mail addresses"},
+    {"id", "unique id", "unique ids"},
+};
+
+using Placeholders = std::map<std::string_view, std::set<std::string_view>>;
+
+/// Adds the placeholders of the text, by kind; they refer to it.
+void Collect(std::string_view text, Placeholders& found) {
+  for (size_t at = 0; (at = text.find('<', at)) != text.npos; ++at) {
+    const std::string_view rest = text.substr(at + 1);
+    for (const auto& each : kPlaceholders) {
+      if (!rest.starts_with(each.kind) || !rest.substr(each.kind.size()).starts_with('-')) continue;
+      const size_t number = each.kind.size() + 1;
+      const size_t end = std::min(rest.find_first_not_of("0123456789", number), rest.size());
+      if (end > number && rest.substr(end).starts_with('>')) found[each.kind].insert(rest.substr(0, end));
+    }
+  }
+}
+
+std::string Section(const std::string& title, const std::string& text) {
+  return "\n" + title + "\n" + std::string(title.size(), '-') + "\n\n" + text;
+}
+
+std::string Missing(const Json::Value& meta) {
+  const Json::Value& missing = meta.isObject() ? meta["missing"] : meta;
+  if (!missing.isObject()) return "Not known: the report does not tell.\n";
+  if (missing.empty()) return "Nothing is missing.\n";
+  Table table({"FILE", "REASON"});
+  AddFacts("", missing, table);
+  return table.Text();
+}
+
+std::string LeftOut(const ReportContent& content) {
+  Placeholders found;
+  for (const ReportFile& file : content.files) Collect(file.content, found);
+  if (found.empty()) return "Nothing private was found in what was collected.\n";
+  std::string text =
+      "In the place of each of these stands a placeholder with a number, like <mac-1>; the same placeholder\n"
+      "is the same thing in all files of this report.\n\n";
+  for (const auto& each : kPlaceholders)
+    if (const size_t count = found[each.kind].size())
+      text += "  " + std::to_string(count) + " " + (count == 1 ? each.one : each.more) + "\n";
+  return text;
+}
+
+}  // namespace
+
+void AddFacts(const std::string& prefix, const Json::Value& value, Table& table) {
+  if (!value.isObject()) {
+    std::string text = value.isString() ? value.asString() : JsonLine(value);
+    if (text.ends_with('\n')) text.pop_back();
+    table.Add({prefix, text});
+    return;
+  }
+  for (const std::string& key : value.getMemberNames())
+    AddFacts(prefix.empty() ? key : prefix + "." + key, value[key], table);
+}
+
+std::string SummaryOf(const std::string& name, const ReportContent& content) {
+  Table facts({"FACT", "VALUE"}), files({"SIZE", "FILE"});
+  Json::Value about = content.meta;
+  if (about.isObject()) about.removeMember("missing");
+  AddFacts("", about, facts);
+  for (const ReportFile& file : content.files)
+    files.Add({SizeText(static_cast<int64_t>(file.content.size())), file.name});
+  const std::string title = "Error report " + Visible(name);
+  return title + "\n" + std::string(title.size(), '=') + "\n" +
+         Section("What it is about",
+                 about.isNull() ? "Not known: the report has no meta.json that can be read.\n" : facts.Text()) +
+         Section("Files", files.Text()) + Section("What could not be collected", Missing(content.meta)) +
+         Section("What was left out for privacy", LeftOut(content));
+}
+
+}  // namespace vexiloctl
