@@ -1,18 +1,19 @@
 #include "setd/scrubber.h"
 
-#include <arpa/inet.h>
-#include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
 #include "setd/report.h"
+#include "setd/scrubber_rules.h"
 #include "setd/setd_log.h"
 #include "system_info.h"
 #include "system_path.h"
@@ -21,32 +22,10 @@ namespace setd {
 
 namespace {
 
-using RegexHandle = std::unique_ptr<GRegex, CRelease<&g_regex_unref>>;
-
-constexpr size_t kShortestSecret = 3, kShortestLearned = 4, kMaxSecrets = 200;
-// Users of every set and machine; their names tell nothing.
-constexpr const char* kCommonUsers[] = {"owner", "root", "nobody", "user"};
-
-bool Always(const std::string&) {
-  return true;
-}
-
-bool IsPrivateAddress(const std::string& value) {
-  in6_addr bytes;
-  const int family = value.find(':') == std::string::npos ? AF_INET : AF_INET6;
-  if (inet_pton(family, value.c_str(), &bytes) != 1) return false;
-  return !value.starts_with("127.") && value != "0.0.0.0" && value != "::" && value != "::1";
-}
-
-/// The shared part of the set's one user is the platform's own; all else below a home is somebody's.
-bool IsPrivatePath(const std::string& value) {
-  return !value.starts_with("/home/owner/share/") && !value.starts_with("/opt/usr/home/owner/share/") &&
-         !value.starts_with("/opt/usr/home/owner/.cache/Apps/");
-}
-
-bool IsPrivateUser(const std::string& value) {
-  return std::find(std::begin(kCommonUsers), std::end(kCommonUsers), value) == std::end(kCommonUsers);
-}
+constexpr size_t kShortestSecret = 3, kShortestLearned = 4, kLongestLearned = 64, kMaxSecrets = 200;
+// From this length on a serial number is found within a word, too.
+constexpr size_t kUniqueSerial = 8;
+constexpr size_t kAddressDigits = 12;
 
 /// Words that logs put where a name is expected; to replace them everywhere would spoil the report.
 bool IsOrdinaryWord(const std::string& value) {
@@ -56,71 +35,45 @@ bool IsOrdinaryWord(const std::string& value) {
   return std::find(std::begin(kWords), std::end(kWords), value) != std::end(kWords);
 }
 
-struct Rule {
-  const char* kind;
-  const char* pattern;  // what it captures as "v", or else all of it, is replaced
-  bool (*isPrivate)(const std::string&);
-  bool isName = false;  // can stand anywhere else without what tells that it is one
-};
-// In this order: an earlier rule takes what a later one would take a part of.
-constexpr Rule kRules[] = {
-    {"secret",
-     R"~((?i)(?:\b|_)(?:psk|passwd|password|passphrase|pass|pwd|pin|token|secret|api[_-]?key)\\?"?\s*[:=]\s*\\?["']?(?<v>[^\s"',;&<>\\]+))~",
-     Always},
-    {"secret", R"~((?i)\bauthorization\\?"?\s*[:=]\s*(?:(?:bearer|basic|digest)\s+)?(?<v>[^\s"',;<>]+))~", Always},
-    {"user", R"~((?i)(?:\b|_)(?:user|username|login|account)=\\?["']?(?<v>[^\s"',;&<>\\]+))~", IsPrivateUser},
-    {"mail", R"~([A-Za-z0-9._%+-]+@[A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)~", Always},
-    {"path",
-     R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|/(?:run/)?media/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~",
-     IsPrivatePath},
-    {"ssid", R"~((?i)\bwifi_[0-9a-f]{12}_[0-9a-f]*_[a-z]+_[a-z0-9]+)~", Always},
-    {"ssid", R"~((?i)\b(?:network|access point|ap)\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)'))~", Always, true},
-    {"ssid",
-     R"~((?i)(?:\b|_)e?ssid(?:\\?"?\s*[:=]\s*\\?(?:"(?<v>[^"\n]+?)\\?"|'(?<v>[^'\n]+)'|(?<v>[^"',;{}<>\n]+))|\s+(?:"(?<v>[^"\n]+)"|'(?<v>[^'\n]+)')))~",
-     Always, true},
-    {"serial",
-     R"~((?i)(?:\b|_)(?:serial[ _-]?(?:number|no\.?|nr\.?|num)?|s/n|sn)\\?"?(?:\s*[:=]\s*|\s+)\\?"?(?<v>(?=[^\s"',;<>]*\d)[^\s"',;<>]{4,}))~",
-     Always, true},
-    {"mac", R"~((?i)(?<![0-9a-z])(?:[0-9a-f]{2}[:_-]){5,7}[0-9a-f]{2}(?![0-9a-z]))~", Always},
-    {"mac", R"~((?i)(?<![0-9a-z.])[0-9a-f]{4}\.[0-9a-f]{4}\.[0-9a-f]{4}(?![0-9a-z.]))~", Always},
-    {"mac", R"~((?i)(?:(?<=enx|wlx)|(?<![0-9a-z-]))[0-9a-f]{12}(?![0-9a-z-]))~", Always},
-    {"ip",
-     R"~((?<![0-9A-Za-z.])(?<![0-9A-Fa-f:]:)(?:[0-9A-Fa-f]{0,4}:){2,7}(?:[0-9A-Fa-f]{0,4}|(?:\d{1,3}\.){3}\d{1,3})(?![0-9A-Za-z:]))~",
-     IsPrivateAddress},
-    {"ip", R"~((?<![\d.])(?:\d{1,3}\.){3}\d{1,3}(?![\w]|\.\d))~", IsPrivateAddress},
-    {"id", R"~((?i)\b[0-9a-f]{8}-?(?:[0-9a-f]{4}-?){3}[0-9a-f]{12}\b)~", Always},
-};
-
-RegexHandle Compile(const std::string& pattern) {
-  GErrorHandle error;
-  constexpr auto kFlags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DUPNAMES | G_REGEX_OPTIMIZE);
-  RegexHandle regex(g_regex_new(pattern.c_str(), kFlags, G_REGEX_MATCH_DEFAULT, error.Out()));
-  if (!regex) Log(DLOG_FATAL, "pattern " + pattern + ": " + error.Message());
-  return regex;
+std::string Hex(unsigned char byte) {
+  char text[3];
+  std::snprintf(text, sizeof text, "%02x", byte);
+  return text;
 }
 
-std::string Escaped(const std::string& text) {
-  const GText escaped(g_regex_escape_string(text.c_str(), static_cast<int>(text.size())));
-  return escaped.get();
+/// A pattern for the text as a word, in the ways in which URLs and logs write it; wireless names also in hexadecimal.
+std::string PatternOf(const Scrubber::Secret& secret) {
+  std::string plain, hex;
+  for (const char each : secret.text) {
+    const auto byte = static_cast<unsigned char>(each);
+    hex += Hex(byte);
+    if (std::isalnum(byte))
+      plain += each;
+    else
+      plain += "(?:\\x" + Hex(byte) + "|%" + Hex(byte) + "|\\\\x" + Hex(byte) + (each == ' ' ? "|\\+" : "") + ")";
+  }
+  if (secret.kind == "ssid") plain += "|" + hex;
+  if (secret.kind == "serial" && secret.text.size() >= kUniqueSerial) return "(?i)" + plain;
+  return "(?i)(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))(?!" + std::string(kPlaceholderKinds) + "-\\d++>)(?:" + plain +
+         ")(?![0-9a-z])";
 }
 
 /// The text with what the pattern captures as "v", or else all of each match, replaced by what `replace` makes of it;
 /// placeholders stay.
 template <typename Replace>
-std::string ReplaceAll(const std::string& text, const std::string& pattern, Replace replace) {
-  const RegexHandle regex = Compile(pattern);
+std::string ReplaceAll(const std::string& text, const GRegex* regex, Replace replace) {
   if (!regex) return {};
   std::string out;
   size_t copied = 0;
   GMatchInfo* info = nullptr;
   GErrorHandle error;
-  g_regex_match_full(regex.get(), text.data(), static_cast<gssize>(text.size()), 0, G_REGEX_MATCH_DEFAULT, &info,
+  g_regex_match_full(regex, text.data(), static_cast<gssize>(text.size()), 0, G_REGEX_MATCH_DEFAULT, &info,
                      error.Out());
   for (; g_match_info_matches(info); g_match_info_next(info, error.Out())) {
     int from = -1, to = -1;
     if (!g_match_info_fetch_named_pos(info, "v", &from, &to) || from < 0) g_match_info_fetch_pos(info, 0, &from, &to);
     const std::string value = text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from));
-    if (value.starts_with('<') && value.ends_with('>')) continue;
+    if (IsPlaceholder(value)) continue;
     out.append(text, copied, static_cast<size_t>(from) - copied).append(replace(value));
     copied = static_cast<size_t>(to);
   }
@@ -171,26 +124,46 @@ std::vector<std::filesystem::path> FilesIn(const char* folder) {
   return files;
 }
 
+/// The wireless names and the keys that a file of a connection manager has.
+void AddWirelessOf(const std::filesystem::path& file, std::vector<Scrubber::Secret>& secrets) {
+  const std::pair<const char*, const char*> kKeys[] = {{file.filename() == "settings" ? "Name=" : "ssid=", "ssid"},
+                                                       {"psk=", "secret"},
+                                                       {"Passphrase=", "secret"},
+                                                       {"PreSharedKey=", "secret"},
+                                                       {"password=", "secret"}};
+  std::istringstream lines(LinesOf(file.string()));
+  for (std::string line; std::getline(lines, line);)
+    for (const auto& [key, kind] : kKeys) {
+      const size_t at = line.find(key);
+      if (at == line.npos || (at > 0 && std::isalnum(static_cast<unsigned char>(line[at - 1])))) continue;
+      std::string text = line.substr(at + std::strlen(key));
+      if (text.size() > 2 && text.front() == '"' && text.back() == '"') text = text.substr(1, text.size() - 2);
+      secrets.push_back({kind, text});
+    }
+}
+
 /// The networks that the connection managers of Linux know; where their files are not readable the text rules remain.
-void AddWirelessNames(std::vector<Scrubber::Secret>& secrets) {
-  for (const auto& file : FilesIn("/var/lib/iwd"))
-    if (file.extension() == ".psk" || file.extension() == ".open" || file.extension() == ".8021x")
-      secrets.push_back({"ssid", FromFileName(file.stem().string())});
+void AddWireless(std::vector<Scrubber::Secret>& secrets) {
   std::vector<std::filesystem::path> files;
+  for (const auto& file : FilesIn("/var/lib/iwd"))
+    if (file.extension() == ".psk" || file.extension() == ".open" || file.extension() == ".8021x") {
+      secrets.push_back({"ssid", FromFileName(file.stem().string())});
+      files.push_back(file);
+    }
   for (const char* folder : {"/etc/NetworkManager/system-connections", "/etc/wpa_supplicant"})
     for (const auto& file : FilesIn(folder)) files.push_back(file);
   for (const auto& folder : FilesIn("/var/lib/connman"))
     if (folder.filename().string().starts_with("wifi_")) files.push_back(folder / "settings");
-  for (const auto& file : files) {
-    std::istringstream lines(LinesOf(file.string()));
-    const std::string key = file.filename() == "settings" ? "Name=" : "ssid=";
-    for (std::string line; std::getline(lines, line);) {
-      const size_t at = line.find(key);
-      if (at == line.npos || (at > 0 && std::isalnum(static_cast<unsigned char>(line[at - 1])))) continue;
-      std::string name = line.substr(at + key.size());
-      if (name.size() > 2 && name.front() == '"' && name.back() == '"') name = name.substr(1, name.size() - 2);
-      secrets.push_back({"ssid", name});
-    }
+  for (const auto& file : files) AddWirelessOf(file, secrets);
+}
+
+/// The hardware addresses of the network devices without separators, in which form one of ten digits is like a number.
+void AddHardwareAddresses(std::vector<Scrubber::Secret>& secrets) {
+  for (const auto& device : FilesIn("/sys/class/net")) {
+    std::string digits = LinesOf((device / "address").string());
+    std::erase_if(digits, [](char each) { return !g_ascii_isxdigit(each); });
+    if (digits.size() == kAddressDigits && digits.find_first_not_of('0') != digits.npos)
+      secrets.push_back({"mac", digits});
   }
 }
 
@@ -204,10 +177,10 @@ std::vector<Scrubber::Secret> KnownSecrets() {
   char host[HOST_NAME_MAX + 1] = "";
   if (gethostname(host, sizeof host) == 0) secrets.push_back({"host", host});
   AddUsers(secrets);
-  AddWirelessNames(secrets);
+  AddWireless(secrets);
+  AddHardwareAddresses(secrets);
   std::erase_if(secrets, [](const Scrubber::Secret& each) {
-    return each.text.size() < kShortestSecret || each.text == "localhost" ||
-           std::find(std::begin(kCommonUsers), std::end(kCommonUsers), each.text) != std::end(kCommonUsers);
+    return each.text.size() < kShortestSecret || each.text == "localhost" || IsCommonUser(each.text);
   });
   return secrets;
 }
@@ -225,32 +198,42 @@ void Scrubber::AddSecret(const Secret& secret) {
 }
 
 void Scrubber::Learn(const std::string& text) {
-  for (const Rule& rule : kRules) {
+  for (const ScrubRule& rule : ScrubRules()) {
     if (!rule.isName) continue;
-    ReplaceAll(text, rule.pattern, [&](const std::string& value) {
-      if (value.size() >= kShortestLearned && !IsOrdinaryWord(value) && m_secrets.size() < kMaxSecrets)
+    ReplaceAll(text, rule.regex.get(), [&](const std::string& value) {
+      if (rule.isPrivate(value) && value.size() >= kShortestLearned && value.size() <= kLongestLearned &&
+          !IsOrdinaryWord(value) && m_secrets.size() < kMaxSecrets)
         AddSecret({rule.kind, value});
       return value;
     });
   }
 }
 
-std::string Scrubber::Placeholder(const std::string& kind, std::string value) {
-  std::transform(value.begin(), value.end(), value.begin(), [](unsigned char c) { return std::tolower(c); });
-  std::string& placeholder = m_placeholders[kind + " " + value];
+std::string Scrubber::Placeholder(const std::string& kind, const std::string& value) {
+  std::string key;
+  for (size_t i = 0; i < value.size(); ++i) {
+    char byte = value[i];
+    if (byte == '%' && i + 2 < value.size() && g_ascii_isxdigit(value[i + 1]) && g_ascii_isxdigit(value[i + 2])) {
+      byte = static_cast<char>(g_ascii_xdigit_value(value[i + 1]) * 16 + g_ascii_xdigit_value(value[i + 2]));
+      i += 2;
+    }
+    // Hardware addresses have several separators, and none.
+    if (kind != "mac" || g_ascii_isalnum(byte)) key += g_ascii_tolower(byte);
+  }
+  std::string& placeholder = m_placeholders[kind + " " + key];
   if (placeholder.empty()) placeholder = "<" + kind + "-" + std::to_string(++m_counts[kind]) + ">";
   return placeholder;
 }
 
 std::string Scrubber::Clean(const std::string& text) {
   std::string clean = text;
-  for (const Rule& rule : kRules)
-    clean = ReplaceAll(clean, rule.pattern, [&](const std::string& value) {
+  for (const ScrubRule& rule : ScrubRules())
+    clean = ReplaceAll(clean, rule.regex.get(), [&](const std::string& value) {
       return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
     });
   for (const Secret& secret : m_secrets)
-    clean = ReplaceAll(clean, "(?i)(?<![0-9A-Za-z<])" + Escaped(secret.text) + "(?![0-9A-Za-z])",
-                       [&](const std::string& value) { return Placeholder(secret.kind, value); });
+    clean = ReplaceAll(clean, CompilePattern(PatternOf(secret)).get(),
+                       [&](const std::string&) { return Placeholder(secret.kind, secret.text); });
   return clean;
 }
 

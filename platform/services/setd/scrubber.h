@@ -14,7 +14,8 @@ namespace setd {
 /// placeholder in all texts of one object. docs/setd.md lists what is replaced.
 class Scrubber {
  public:
-  /// A text that is private wherever it stands as a word, whatever its case.
+  /// A text that is private wherever it stands as a word, whatever its case, also where a URL or a log has it with
+  /// escaped bytes.
   struct Secret {
     std::string kind;  ///< "user"
     std::string text;
@@ -29,7 +30,8 @@ class Scrubber {
   std::string Clean(const std::string& text);
 
  private:
-  std::string Placeholder(const std::string& kind, std::string value);
+  /// The same for the same value in another spelling.
+  std::string Placeholder(const std::string& kind, const std::string& value);
   void AddSecret(const Secret& secret);
 
   std::vector<Secret> m_secrets;
@@ -38,7 +40,7 @@ class Scrubber {
 };
 
 /// The private texts that this set knows of itself: its serial number, its name in the network, its users, and the
-/// wireless networks that it knows. Any thread.
+/// wireless networks that it knows with their keys. Any thread.
 std::vector<Scrubber::Secret> KnownSecrets();
 
 }  // namespace setd

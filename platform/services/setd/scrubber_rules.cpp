@@ -1,0 +1,276 @@
+#include "setd/scrubber_rules.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <iterator>
+
+#include "base/glib_handle.h"
+#include "setd/setd_log.h"
+
+namespace setd {
+
+namespace {
+
+// ---- what is private
+
+bool Always(const std::string&) {
+  return true;
+}
+
+bool HasAny(const std::string& value, int (*is)(int)) {
+  return std::any_of(value.begin(), value.end(), [is](unsigned char c) { return is(c) != 0; });
+}
+
+/// Whether the value is one of the words, whatever its case and what ends a sentence behind it.
+template <size_t N>
+bool IsOneOf(const char* const (&words)[N], std::string value) {
+  value.resize(value.find_last_not_of(".,:;!?)") + 1);
+  std::transform(value.begin(), value.end(), value.begin(), [](unsigned char c) { return std::tolower(c); });
+  return std::find(std::begin(words), std::end(words), value) != std::end(words);
+}
+
+bool HasContent(const std::string& value) {
+  return std::any_of(value.begin(), value.end(), [](unsigned char c) { return std::isalnum(c) || c >= 0x80; });
+}
+
+/// What an assignment gives a password, unless that says that there is none.
+bool IsAssigned(const std::string& value) {
+  constexpr const char* kWords[] = {"false", "nil", "no", "none", "null", "off", "on", "true", "yes"};
+  return HasContent(value) && !IsOneOf(kWords, value);
+}
+
+/// What follows the name of a password in a sentence, unless that is about it.
+bool IsToldInSentence(const std::string& value) {
+  constexpr const char* kWords[] = {
+      "a",        "absent",   "accepted", "active",   "again",     "all",        "already",  "also",      "always",
+      "an",       "and",      "any",      "are",      "as",        "asked",      "at",       "bad",       "be",
+      "been",     "being",    "blank",    "blocked",  "but",       "by",         "cached",   "changed",   "checked",
+      "cleared",  "correct",  "created",  "default",  "deleted",   "denied",     "disabled", "empty",     "enabled",
+      "entered",  "expired",  "failed",   "fine",     "for",       "found",      "from",     "given",     "good",
+      "granted",  "has",      "hidden",   "high",     "if",        "ignored",    "in",       "incorrect", "invalid",
+      "is",       "it",       "kept",     "known",    "locked",    "long",       "low",      "malformed", "may",
+      "missing",  "must",     "needed",   "needs",    "never",     "new",        "no",       "none",      "not",
+      "now",      "null",     "of",       "off",      "ok",        "okay",       "old",      "on",        "only",
+      "optional", "or",       "out",      "present",  "read",      "ready",      "refused",  "rejected",  "removed",
+      "required", "requires", "right",    "same",     "saved",     "sent",       "set",      "short",     "shown",
+      "still",    "stored",   "strong",   "success",  "succeeded", "successful", "such",     "than",      "that",
+      "the",      "there",    "this",     "to",       "too",       "unchanged",  "unknown",  "unset",     "unused",
+      "updated",  "used",     "valid",    "verified", "was",       "weak",       "when",     "will",      "with",
+      "without",  "wrong",    "yes",      "you",      "your"};
+  return HasContent(value) && !IsOneOf(kWords, value);
+}
+
+/// What is made up rather than a word: letters and digits, eight bytes or more.
+bool IsMadeUp(const std::string& value) {
+  return value.size() >= 8 && HasAny(value, std::isdigit) && HasAny(value, std::isalpha);
+}
+
+/// Behind "-p" and "-u": no path, no port, process or id, no level of a log.
+bool IsPasswordOption(const std::string& value) {
+  constexpr const char* kWords[] = {"alert", "crit", "debug", "emerg",  "err",  "error",
+                                    "info",  "tcp",  "udp",   "notice", "warn", "warning"};
+  const bool isNumber = value.size() <= 7 && value.find_first_not_of("0123456789:,-") == value.npos;
+  return std::string("/.~$").find(value[0]) == std::string::npos && !isNumber && !IsOneOf(kWords, value) &&
+         IsToldInSentence(value);
+}
+
+/// A name where a text has one: no time that a user's processes took, no word of a sentence.
+bool IsPrivateUser(const std::string& value) {
+  constexpr const char* kWords[] = {"action",  "activity", "agent",       "data",    "event",     "events",
+                                    "id",      "input",    "interaction", "manager", "interface", "mode",
+                                    "name",    "names",    "request",     "service", "requests",  "session",
+                                    "setting", "sessions", "settings",    "slice",   "space",     "system"};
+  return !IsCommonUser(value) && !std::isdigit(static_cast<unsigned char>(value[0])) && !IsOneOf(kWords, value) &&
+         IsToldInSentence(value);
+}
+
+/// Not an instance of a unit, "getty@tty1.service", nor a picture for a scale, "icon@2x.png".
+bool IsMailAddress(const std::string& value) {
+  constexpr const char* kEndings[] = {"automount", "device", "jpg", "mount",  "path",   "png",   "scope",
+                                      "service",   "slice",  "svg", "socket", "target", "timer", "swap"};
+  const std::string ending = value.substr(value.rfind('.') + 1);
+  return !std::isdigit(static_cast<unsigned char>(ending[0])) && !IsOneOf(kEndings, ending);
+}
+
+/// The shared part of the set's one user is the platform's own; all else below a home is somebody's.
+bool IsPrivatePath(const std::string& value) {
+  return !value.starts_with("/home/owner/share/") && !value.starts_with("/opt/usr/home/owner/share/") &&
+         !value.starts_with("/opt/usr/home/owner/.cache/Apps/");
+}
+
+/// Not the kind of serial ports.
+bool IsSerialNumber(const std::string& value) {
+  return !value.starts_with("8250");
+}
+
+/// Without separators, what has no letter is a number.
+bool IsHardwareAddress(const std::string& value) {
+  return HasAny(value, std::isalpha);
+}
+
+/// An address, and not this machine itself. Two words with "::" between them are a name in a program.
+bool IsPrivateAddress6(const std::string& value) {
+  std::string plain;
+  for (size_t i = 0; i < value.size(); ++i) {
+    plain += value[i] == '%' ? ':' : value[i];
+    if (value[i] == '%') i += 2;
+  }
+  in6_addr bytes;
+  const bool isName = !HasAny(plain, std::isdigit) && std::count(plain.begin(), plain.end(), ':') < 3;
+  return inet_pton(AF_INET6, plain.c_str(), &bytes) == 1 && plain != "::" && plain != "::1" && !isName;
+}
+
+/// An address, also with zeros before its numbers, and not this machine itself.
+bool IsPrivateAddress4(const std::string& value) {
+  int bytes[4] = {};
+  std::sscanf(value.c_str(), "%3d.%3d.%3d.%3d", &bytes[0], &bytes[1], &bytes[2], &bytes[3]);
+  const bool isAddress = std::all_of(std::begin(bytes), std::end(bytes), [](int byte) { return byte <= 255; });
+  return isAddress && bytes[0] != 127 && (bytes[0] | bytes[1] | bytes[2] | bytes[3]) != 0;
+}
+
+// ---- where it is
+//
+// What repeats without a limit is possessive or ends at a byte of its own, and what is tried at each place is short: so
+// no text takes long. "Behind" is where a value can begin: not within a word, but behind an escaped byte of a URL.
+
+const std::string kBehind = "(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))";
+
+// The names of secrets that are such at the end of a longer word, too, and those that are words.
+const std::string kLongName =
+    "(?:passwo?r?d|passphrase|passcode|secret|token|credential|api[ _-]?key|access[_-]?key|private[_-]?key|"
+    "(?:encryption|network|security|shared|wep|wpa)[ _-]?key|session[_-]?(?:id|key))"
+    "(?:\\d{1,2}|[_-]\\w{1,16}|(?-i:[A-Z]\\w{0,16}))?";
+const std::string kShortName = "(?:(?<![a-z0-9])|(?-i:(?<=[a-z])(?=[A-Z])))(?:pass|pwd|pin|psk|pw|otp)\\d?(?![a-z0-9])";
+const std::string kName = "(?:" + kLongName + "|" + kShortName + ")";
+// Between a name and its value: the end of a quotation, and '=' or ':' in the forms that they have.
+const std::string kAssign = R"([\\"']{0,8}+\h*+(?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?)\h*+(?!<)" +
+                            std::string(kPlaceholderKinds) + R"(-\d)[<\[(]?)";
+// A value: what is in quotes, which are escaped in a JSON text within another; else what is before a space, or before
+// what ends it or begins the next name.
+const std::string kValue =
+    R"((?:\\++["'](?<v>[^"'\\\n]++)|"(?<v>(?:[^"\\\n]++|\\[^\n])++)|'(?<v>[^'\n]++)|)"
+    R"((?<v>[^\s"',;&<>\\)}\]]++(?:["',;&<>\\)}\]](?=[^\s"',;&<>\\)}\]])(?![\w.-]{1,40}+["']?\h?[=:]))"
+    R"([^\s"',;&<>\\)}\]]++)*+)))";
+// What is before the value of an option, also in a list of arguments and in that of a process.
+const std::string kOption = R"([\\"']{0,8}+(?:,\h*+|[\h\x00]++)(?!\\{0,4}["']?-))";
+// Options that take USER:PASSWORD.
+const std::string kUserOption = R"((?<![\w-])(?:-u|--user|--proxy-user)[\\"']{0,8}+,?[\h=\x00]++[\\"']{0,8}+)";
+
+struct Pattern {
+  const char* kind;
+  std::string text;
+  bool (*isPrivate)(const std::string&);
+  bool isName = false;
+};
+
+std::vector<Pattern> PasswordPatterns() {
+  return {
+      {"secret", "(?i)authorization" + kAssign + R"([\\"']{0,8}+[\w-]{1,24}\h++(?<v>\w{1,24}=[^\n]++))", Always},
+      {"secret",
+       "(?i)authorization" + kAssign +
+           R"([\\"']{0,8}+(?:(?:bearer|basic|negotiate|ntlm|oauth|token|api-?key)\h++)?+(?!<|[\w-]{1,24}\h++<)(?<v>[^\s"',;<>\\]++))",
+       IsToldInSentence},
+      {"secret", R"((?i)(?<![a-z0-9])(?:bearer|basic)\h++(?<v>[\w.~+/-]{8,}+=*+))", IsMadeUp},
+      {"secret", R"((?i)(?<![a-z0-9])(?:set-)?cookie[\\"']{0,8}+:\h*+[\\"']{0,8}+(?<v>[^"'\\\n]++))", Always},
+      {"secret", R"((?<!\w)eyJ[\w-]{8,}+\.[\w-]{8,}+(?:\.[\w-]++)?)", Always},
+      {"secret", "PRIVATE KEY-----(?<v>[^-]++)", Always},
+      {"secret", R"(://[^\s/:@"'<>]{0,256}+:(?!<)(?<v>[^\s/"'<>]{1,256})@)", Always},
+      {"user", R"(://(?<v>[^\s/:@"'<>]{1,256}+)(?::<secret-\d++>)?@)", IsPrivateUser},
+      {"secret", R"((?i)[?&;](?:code|key|sig|signature|auth|sid|session|ticket|jwt)=(?!<)(?<v>[^\s&;#"'<>\\]++))",
+       Always},
+      {"secret", "(?i)" + kName + kAssign + kValue, IsAssigned},
+      {"secret", R"((?i)<(?:[a-z]{1,16}:)?(?!secret-\d))" + kName + R"((?:\h[^<>\n]{0,80})?>(?<v>[^<\n]++))",
+       IsAssigned},
+      {"secret", R"((?i)(?<![\w-])--?[a-z-]{0,24}?)" + kName + kOption + kValue, IsToldInSentence},
+      {"secret", R"((?i)(?<![a-z0-9])(?:sshpass|mysql|mysqldump|mysqladmin|mariadb)\h[^\n|;&]{0,200}?-p\h*+)" + kValue,
+       IsToldInSentence},
+      {"secret", R"((?<![\w-])-p)" + kOption + kValue, IsPasswordOption},
+      {"secret", kUserOption + R"([^\s:"']{1,64}+:(?!<)(?<v>[^\s"'\\]++))", IsPasswordOption},
+      {"user", kUserOption + R"((?<v>[^\s:"']{1,64}+):<secret-)", IsPrivateUser},
+      {"secret",
+       "(?i)" + kName +
+           R"((?:\h(?:for|of|to|on|from)\h[^\n:=]{1,60}?)?\h(?:(?:(?:is|was|been)\h)?(?:set|changed)\hto|is|was)(?:\hnow)?:?\h)" +
+           kValue,
+       IsToldInSentence},
+      {"secret", R"((?i)\b(?:set|change|changed)\h(?:the\h)?)" + kName + R"(\hto\h)" + kValue, IsToldInSentence},
+      {"secret", R"((?i)(?:passwo?r?d|passphrase|passcode|psk|(?:network|shared|wep|wpa)[ _-]?key)\h++)" + kValue,
+       IsMadeUp},
+  };
+}
+
+std::vector<Pattern> PersonPatterns() {
+  return {
+      {"user",
+       R"((?i)(?:\b|_)(?:user(?:[_-]?name)?|login|account)[\\"']{0,8}+(?:=|:\h?)[\\"']{0,8}+(?<v>[^\s"',;&<>\\:()\[\]{}]++))",
+       IsPrivateUser},
+      {"user",
+       R"((?i)\b(?:(?:for|by|of|as|from|invalid) user\h|(?:accepted|failed) [\w-]{1,24} for (?:invalid user )?|[ug]id=\d{1,10}\()["']?(?<v>[a-z_][\w-]*+(?:\.[\w-]++)*+))",
+       IsPrivateUser},
+      {"mail",
+       R"((?i)(?:(?<![\w.+\x80-\xff-])(?!(?<=%)[0-9a-f]{2})|(?<=%[0-9a-f]{2}))(?:[\w.+\x80-\xff-]|%2b){1,256}+(?:@|%(?:25){0,2}40|\\u0040)[a-z0-9\x80-\xff-]{1,64}+(?:\.[a-z0-9\x80-\xff-]{1,64}+){1,8}+)",
+       IsMailAddress},
+      {"path",
+       R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|/(?:run/)?media/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~",
+       IsPrivatePath},
+  };
+}
+
+std::vector<Pattern> DevicePatterns() {
+  return {
+      {"ssid", R"((?i)\bwifi_[0-9a-f]{12}_[0-9a-f]{0,64}+_[a-z]{1,16}_[a-z0-9]{1,16})", Always},
+      {"ssid", R"~((?i)\b(?:network|access point|ap|connection)\h++(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)'))~",
+       Always, true},
+      {"ssid",
+       R"~((?i)(?:\b|_)e?ssid(?:[\\"']{0,8}+\h*+[:=]\h*+(?:\\{0,4}+"(?<v>[^"\n]{1,128}?)\\{0,4}"|'(?<v>[^'\n]{1,128}+)'|(?<v>[^"',;{}<>\n]{1,128}+(?:(?<=\w)'(?=\w)[^"',;{}<>\n]{1,128}+)?))|\h++(?:is\h++)?(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)')))~",
+       Always, true},
+      {"serial",
+       R"~((?i)(?:\b|_)(?:serial[ _-]?(?:number|no\.?|nr\.?|num)?|s/n|sn)[\\"']{0,8}+(?:\h*+(?:[:=>]|is\b)\h*+|\h++)[\\"']{0,8}+(?<v>(?=[^\s"',;<>\\]{0,63}\d)[^\s"',;<>\\]{4,64}+))~",
+       IsSerialNumber, true},
+      {"id", "(?i)" + kBehind + "[0-9a-f]{8}-?(?:[0-9a-f]{4}-?){3}[0-9a-f]{12}(?![0-9a-z])", Always},
+      {"mac", "(?i)" + kBehind + "(?:[0-9a-f]{2}(?:[:_-]|%3a)){5,7}[0-9a-f]{2}(?![0-9a-z])", Always},
+      {"mac", R"((?i)(?<![0-9a-z.])[0-9a-f]{4}\.[0-9a-f]{4}\.[0-9a-f]{4}(?![0-9a-z.]))", Always},
+      {"mac", "(?i)(?<=enx|wlx)[0-9a-f]{12}(?![0-9a-z])", Always},
+      {"mac", "(?i)" + kBehind + "[0-9a-f]{12}(?![0-9a-z])", IsHardwareAddress},
+      {"ip",
+       R"((?i)(?:(?<![0-9a-z.])|(?<=%[0-9a-f]{2}))(?:[0-9a-f]{0,4}(?::|%3a)){2,7}(?:(?:\d{1,3}\.){3}\d{1,3}|[0-9a-f]{1,4}|(?<=::)|(?<=%3a%3a))(?![0-9a-z]))",
+       IsPrivateAddress6},
+      {"ip", R"((?<![\d.])(?:\d{1,3}\.){3}\d{1,3}(?!\d|\.(?:1?\d{1,2}|2[0-4]\d|25[0-5])(?!\d)))", IsPrivateAddress4},
+  };
+}
+
+}  // namespace
+
+bool IsCommonUser(const std::string& name) {
+  constexpr const char* kUsers[] = {"owner", "root", "nobody", "user"};
+  return std::find(std::begin(kUsers), std::end(kUsers), name) != std::end(kUsers);
+}
+
+bool IsPlaceholder(const std::string& value) {
+  static const RegexHandle& regex =
+      *new RegexHandle(CompilePattern("^<" + std::string(kPlaceholderKinds) + "-\\d++>$"));
+  return g_regex_match(regex.get(), value.c_str(), G_REGEX_MATCH_DEFAULT, nullptr);
+}
+
+RegexHandle CompilePattern(const std::string& pattern) {
+  GErrorHandle error;
+  constexpr auto kFlags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DUPNAMES | G_REGEX_OPTIMIZE);
+  RegexHandle regex(g_regex_new(pattern.c_str(), kFlags, G_REGEX_MATCH_DEFAULT, error.Out()));
+  if (!regex) Log(DLOG_FATAL, "pattern " + pattern + ": " + error.Message());
+  return regex;
+}
+
+const std::vector<ScrubRule>& ScrubRules() {
+  static const std::vector<ScrubRule>& rules = *[] {
+    auto* compiled = new std::vector<ScrubRule>;
+    for (const auto& patterns : {PasswordPatterns(), PersonPatterns(), DevicePatterns()})
+      for (const Pattern& each : patterns)
+        compiled->push_back({each.kind, CompilePattern(each.text), each.isPrivate, each.isName});
+    return compiled;
+  }();
+  return rules;
+}
+
+}  // namespace setd
