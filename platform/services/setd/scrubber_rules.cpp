@@ -152,7 +152,7 @@ const std::string kAssign = R"([\\"']{0,8}+\h*+(?::=|=>|->|[:=]|%(?:22%)?3[ad](?
 // what ends it or begins the next name.
 const std::string kValue =
     R"((?:\\++["'](?<v>[^"'\\\n]++)|"(?<v>(?:[^"\\\n]++|\\[^\n])++)|'(?<v>[^'\n]++)|)"
-    R"((?<v>[^\s"',;&<>\\)}\]]++(?:["',;&<>\\)}\]](?=[^\s"',;&<>\\)}\]])(?![\w.-]{1,40}+["']?\h?[=:]))"
+    R"((?<v>[^\s"',;&<>\\)}\]]++(?:(?:["',;&<>)}\]]|\\(?![nrt]))(?=[^\s"',;&<>\\)}\]])(?![\w.-]{1,40}+["']?\h?[=:]))"
     R"([^\s"',;&<>\\)}\]]++)*+)))";
 // What is before the value of an option, also in a list of arguments and in that of a process.
 const std::string kOption = R"([\\"']{0,8}+(?:,\h*+|[\h\x00]++)(?!\\{0,4}["']?-))";
@@ -168,7 +168,8 @@ struct Pattern {
 
 std::vector<Pattern> PasswordPatterns() {
   return {
-      {"secret", "(?i)authorization" + kAssign + R"([\\"']{0,8}+[\w-]{1,24}\h++(?<v>\w{1,24}=[^\n]++))", Always},
+      {"secret", "(?i)authorization" + kAssign + R"([\\"']{0,8}+[\w-]{1,24}\h++(?<v>\w{1,24}=(?:[^\\\n]++|\\(?!n))++))",
+       Always},
       {"secret",
        "(?i)authorization" + kAssign +
            R"([\\"']{0,8}+(?:(?:bearer|basic|negotiate|ntlm|oauth|token|api-?key)\h++)?+(?!<|[\w-]{1,24}\h++<)(?<v>[^\s"',;<>\\]++))",
@@ -224,7 +225,7 @@ std::vector<Pattern> DevicePatterns() {
       {"ssid", R"~((?i)\b(?:network|access point|ap|connection)\h++(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)'))~",
        Always, true},
       {"ssid",
-       R"~((?i)(?:\b|_)e?ssid(?:[\\"']{0,8}+\h*+[:=]\h*+(?:\\{0,4}+"(?<v>[^"\n]{1,128}?)\\{0,4}"|'(?<v>[^'\n]{1,128}+)'|(?<v>[^"',;{}<>\n]{1,128}+(?:(?<=\w)'(?=\w)[^"',;{}<>\n]{1,128}+)?))|\h++(?:is\h++)?(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)')))~",
+       R"~((?i)(?:\b|_)e?ssid(?:[\\"']{0,8}+\h*+[:=]\h*+(?:\\{0,4}+"(?<v>[^"\n]{1,128}?)\\{0,4}"|'(?<v>[^'\n]{1,128}+)'|(?<v>(?:[^"',;{}<>\n\\]|\\(?!n)|(?<=\w)'(?=\w)){1,128}+))|\h++(?:is\h++)?(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)')))~",
        Always, true},
       {"serial",
        R"~((?i)(?:\b|_)(?:serial[ _-]?(?:number|no\.?|nr\.?|num)?|s/n|sn)[\\"']{0,8}+(?:\h*+(?:[:=>]|is\b)\h*+|\h++)[\\"']{0,8}+(?<v>(?=[^\s"',;<>\\]{0,63}\d)[^\s"',;<>\\]{4,64}+))~",
