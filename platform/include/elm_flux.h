@@ -171,14 +171,16 @@ enum FluxButtonStyle {
   FLUX_BUTTON_PLAIN = 0,   ///< text alone
   FLUX_BUTTON_ACCENT = 1,  ///< the one that a screen proposes
   FLUX_BUTTON_TILE = 2,    ///< an icon above a text
+  FLUX_BUTTON_CHECK = 3,   ///< a check box before a text
 };
 
 /// "clicked". Its text is shrunk, then broken, then ended by an ellipsis where it is too long.
 Evas_Object* elm_flux_button_add(Evas_Object* parent, FluxButtonStyle style);
 void elm_flux_button_icon_set(Evas_Object* button, const std::string& file);
 
-/// "changed". elm_check_state_get() and _set() work on it.
-Evas_Object* elm_flux_check_add(Evas_Object* parent);
+/// The mark of a FLUX_BUTTON_CHECK. It is set by the application, on "clicked".
+void elm_flux_button_check_set(Evas_Object* button, bool checked);
+bool elm_flux_button_check_get(const Evas_Object* button);
 
 /// What the screen reader says of a widget: by default its text. `info` is called on every focus and is
 /// kept by the widget.
@@ -248,8 +250,10 @@ struct FluxCard {
 };
 
 /// A grid of cards, in rows of `columns`. A card that is not enabled looks so but takes the focus and clicks. Smart
-/// events with the card's number (int*): "item,focused", "item,unfocused", "item,selected". Cards share the grid's size
-/// and are inset by 3 units on each side; a label has two lines.
+/// events with the card's number (int*): "item,focused", "item,unfocused", "item,selected"; with the name of an arrow
+/// ("Left", const char*), before the focus moves by it or leaves: "arrow" for the key that was pressed, "wheel" for the
+/// one that a turn of the wheel counts as. Cards share the grid's size and are inset by 3 units on each side; a label
+/// has two lines. The focused card turns light and widens, in at most 200 ms, at once while a key is held.
 Evas_Object* elm_flux_grid_add(Evas_Object* parent, int columns);
 void elm_flux_grid_cards_set(Evas_Object* grid, std::vector<FluxCard> cards);
 void elm_flux_grid_focus_set(Evas_Object* grid, int index);
@@ -272,6 +276,6 @@ void elm_flux_popup_text_set(Evas_Object* popup, const std::string& text);
 Evas_Object* elm_flux_popup_button_add(Evas_Object* popup, const std::string& text);
 void elm_flux_popup_focus_set(Evas_Object* popup, int button);
 
-/// A short message at the lower edge of `parent`, above all else, speaking. Smart event "timeout" after `seconds`; it
+/// A short message in the header of the page that `parent` shows, above all else, speaking. Smart event "timeout" after `seconds`; it
 /// stays until it is deleted. It does not take the focus.
 Evas_Object* elm_flux_toast_add(Evas_Object* parent, const std::string& text, double seconds);

@@ -13,6 +13,8 @@ const char* StyleOf(FluxButtonStyle style) {
       return "accent";
     case FLUX_BUTTON_TILE:
       return "tile";
+    case FLUX_BUTTON_CHECK:
+      return "check";
     case FLUX_BUTTON_PLAIN:
       break;
   }
@@ -48,6 +50,13 @@ class Button : public Widget {
     FollowThemeScale();
     Recolour();
     if (m_text) m_text->Update();
+    ShowCheck();  // the theme may have been loaded anew
+  }
+
+  bool IsChecked() const { return m_isChecked; }
+  void SetChecked(bool checked) {
+    m_isChecked = checked;
+    ShowCheck();
   }
 
   void SetIcon(const std::string& file) {
@@ -70,6 +79,12 @@ class Button : public Widget {
     text.size = FLUX_TEXT_ROW;
     text.align = FLUX_ALIGN_CENTER;
     text.fit = true;
+    // Check boxes stand beside one another, so their texts are of one size.
+    if (m_style == FLUX_BUTTON_CHECK) {
+      text.align = FLUX_ALIGN_LEFT;
+      text.fit = false;
+      text.lines = 2;
+    }
     m_text->SetStyle(text);
     if (elm_layout_content_set(Object(), "flux.swallow.text", m_text->Object())) {
       FollowText(Object(), m_text);
@@ -111,6 +126,11 @@ class Button : public Widget {
     if (m_icon) SetImageTint(m_icon, ColourOf(text == Token::kText ? Token::kAccent : text));
   }
 
+  void ShowCheck() {
+    if (m_style == FLUX_BUTTON_CHECK)
+      elm_layout_signal_emit(Object(), m_isChecked ? "flux,check,on" : "flux,check,off", "flux");
+  }
+
   void SetFocused(bool focused) {
     m_isFocused = focused;
     Recolour();
@@ -119,6 +139,7 @@ class Button : public Widget {
 
   FluxButtonStyle m_style;
   bool m_isFocused = false;
+  bool m_isChecked = false;
   TextBox* m_text = nullptr;
   Evas_Object* m_icon = nullptr;
 };
@@ -135,4 +156,13 @@ Evas_Object* elm_flux_button_add(Evas_Object* parent, FluxButtonStyle style) {
 
 void elm_flux_button_icon_set(Evas_Object* button, const std::string& file) {
   if (auto* self = flux::Widget::Of<flux::Button>(button, __func__)) self->SetIcon(file);
+}
+
+void elm_flux_button_check_set(Evas_Object* button, bool checked) {
+  if (auto* self = flux::Widget::Of<flux::Button>(button, __func__)) self->SetChecked(checked);
+}
+
+bool elm_flux_button_check_get(const Evas_Object* button) {
+  const auto* self = flux::Widget::Of<flux::Button>(button, __func__);
+  return self && self->IsChecked();
 }

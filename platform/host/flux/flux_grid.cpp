@@ -2,6 +2,7 @@
 #include <utility>
 #include <vector>
 
+#include "flux/flux_image.h"
 #include "flux/flux_keys.h"
 #include "flux/flux_text.h"
 
@@ -10,6 +11,14 @@ namespace flux {
 namespace {
 
 constexpr char kSignalSource[] = "flux";
+
+struct Arrow {
+  Key key;
+  const char* name;
+  int columns, rows;  // where it leads, read from left to right
+};
+constexpr Arrow kArrows[] = {
+    {Key::kUp, "Up", 0, -1}, {Key::kDown, "Down", 0, 1}, {Key::kLeft, "Left", -1, 0}, {Key::kRight, "Right", 1, 0}};
 
 /// The grid takes the focus and the keys; the cards show it.
 class Grid : public ItemWidget {
@@ -28,10 +37,16 @@ class Grid : public ItemWidget {
   struct Card {
     FluxCard what;
     Evas_Object* object;
+    Evas_Object* icon;  // null for none
   };
 
   Evas_Object* AddCard(const FluxCard& card, int index);
+  Evas_Object* AddIcon(Evas_Object* object, const FluxCard& card);
+  void TintIcon(int index, bool focused);
   bool MoveBy(int columns, int rows);
+  void Turn(const Evas_Event_Mouse_Wheel& wheel);
+  /// False when what listens has deleted the grid.
+  bool Tell(const char* event, const char* arrow);
   static void OnClicked(void* grid, Evas_Object* card, const char*, const char*);
 
   Evas_Object* m_table;
@@ -44,6 +59,12 @@ Grid::Grid(Evas_Object* frame, Evas_Object* table, int columns)
   elm_table_homogeneous_set(table, true);
   elm_object_content_set(frame, table);
   m_accessInfo = [this] { return IsItem(Focused()) ? m_cards[Focused()].what.label : std::string(); };
+  evas_object_event_callback_add(
+      frame, EVAS_CALLBACK_MOUSE_WHEEL,
+      [](void* data, Evas*, Evas_Object*, void* event) {
+        static_cast<Grid*>(data)->Turn(*static_cast<Evas_Event_Mouse_Wheel*>(event));
+      },
+      this);
   Restyle();
 }
 
@@ -53,7 +74,9 @@ void Grid::Restyle() {
     elm_object_scale_set(card.object, TextScale());
     // The theme may have been loaded anew, and what it showed is lost.
     if (!card.what.enabled) elm_object_signal_emit(card.object, "flux,card,disabled", kSignalSource);
-    if (HasFocus() && i == Focused()) ShowFocus(i, true);
+    const bool focused = HasFocus() && i == Focused();
+    if (focused) ShowFocus(i, true);
+    TintIcon(i, focused);
   }
 }
 
@@ -63,7 +86,8 @@ void Grid::SetCards(std::vector<FluxCard> cards) {
   for (FluxCard& card : cards) {
     Evas_Object* object = AddCard(card, Count());
     if (!object) break;
-    m_cards.push_back({std::move(card), object});
+    Evas_Object* icon = AddIcon(object, card);
+    m_cards.push_back({std::move(card), object, icon});
   }
   CountChanged(std::max(0, Focused()));
   Restyle();
@@ -75,21 +99,32 @@ Evas_Object* Grid::AddCard(const FluxCard& card, int index) {
   evas_object_size_hint_weight_set(object, EVAS_HINT_EXPAND, EVAS_HINT_EXPAND);
   evas_object_size_hint_align_set(object, EVAS_HINT_FILL, EVAS_HINT_FILL);
   elm_object_text_set(object, MarkupOf(card.label.c_str()).c_str());
-  if (!card.icon.empty()) {
-    Evas_Object* icon = elm_flux_image_add(object);
-    elm_flux_image_file_set(icon, card.icon);
-    elm_object_part_content_set(object, "elm.swallow.content", icon);
-  }
   elm_object_signal_callback_add(object, "flux,click", kSignalSource, OnClicked, this);
   elm_table_pack(m_table, object, index % m_columns, index / m_columns, 1, 1);
   evas_object_show(object);
   return object;
 }
 
+Evas_Object* Grid::AddIcon(Evas_Object* object, const FluxCard& card) {
+  if (card.icon.empty()) return nullptr;
+  Evas_Object* icon = elm_flux_image_add(object);
+  elm_flux_image_file_set(icon, card.icon);
+  elm_object_part_content_set(object, "elm.swallow.content", icon);
+  return icon;
+}
+
+void Grid::TintIcon(int index, bool focused) {
+  if (Evas_Object* icon = m_cards[index].icon)
+    SetImageTint(icon, ColourOf(focused ? Token::kFocusText : Token::kAccent));
+}
+
 void Grid::ShowFocus(int index, bool focused) {
   Evas_Object* card = m_cards[index].object;
   if (focused) evas_object_raise(card);  // it reaches over those beside it
-  elm_object_signal_emit(card, focused ? "flux,focus,in" : "flux,focus,out", kSignalSource);
+  const std::string signal = focused ? "flux,focus,in" : "flux,focus,out";
+  // A held key is faster than the eye could follow it.
+  elm_object_signal_emit(card, (signal + (elm_flux_key_is_repeated() ? ",now" : "")).c_str(), kSignalSource);
+  TintIcon(index, focused);
 }
 
 bool Grid::MoveBy(int columns, int rows) {
@@ -106,22 +141,33 @@ bool Grid::MoveBy(int columns, int rows) {
 
 bool Grid::OnKey(Key key) {
   if (!IsItem(Focused())) return false;
-  const int forward = Mirrored() ? -1 : 1;
-  switch (key) {
-    case Key::kUp:
-      return MoveBy(0, -1);
-    case Key::kDown:
-      return MoveBy(0, 1);
-    case Key::kLeft:
-      return MoveBy(-forward, 0);
-    case Key::kRight:
-      return MoveBy(forward, 0);
-    case Key::kEnter:
-      Emit("item,selected", Focused());
-      return true;
-    default:
-      return false;
+  if (key == Key::kEnter) {
+    Emit("item,selected", Focused());
+    return true;
   }
+  const auto arrow =
+      std::find_if(std::begin(kArrows), std::end(kArrows), [key](const auto& a) { return a.key == key; });
+  if (arrow == std::end(kArrows)) return false;
+  return !Tell("arrow", arrow->name) || MoveBy(Mirrored() ? -arrow->columns : arrow->columns, arrow->rows);
+}
+
+// The wheel moves the focus as the arrows do, but not out of the grid.
+void Grid::Turn(const Evas_Event_Mouse_Wheel& wheel) {
+  if (!IsItem(Focused()) || elm_object_disabled_get(Object())) return;
+  const int steps = wheel.z > 0 ? 1 : -1;
+  const int columns = wheel.direction != 0 ? steps : 0, rows = wheel.direction != 0 ? 0 : steps;
+  const auto arrow = std::find_if(std::begin(kArrows), std::end(kArrows),
+                                  [&](const auto& a) { return a.columns == columns && a.rows == rows; });
+  if (!Tell("wheel", arrow->name)) return;
+  const std::weak_ptr<void> life = Life();
+  elm_object_focus_set(Object(), true);
+  if (!life.expired()) MoveBy(Mirrored() ? -columns : columns, rows);
+}
+
+bool Grid::Tell(const char* event, const char* arrow) {
+  const std::weak_ptr<void> life = Life();
+  evas_object_smart_callback_call(Object(), event, const_cast<char*>(arrow));
+  return !life.expired();
 }
 
 void Grid::OnClicked(void* grid, Evas_Object* card, const char*, const char*) {

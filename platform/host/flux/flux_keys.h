@@ -59,6 +59,8 @@ class ItemWidget : public KeyWidget {
   virtual void Reveal(int /*index*/) {}
   /// False when what listens has deleted the widget.
   bool Emit(const char* event, int index);
+  /// Ends with the widget, for those who call what may delete it.
+  std::weak_ptr<void> Life() const { return m_life; }
   /// "item,selected" as soon as the toolkit, which is still working on a click, can stand the widget's deletion.
   void ClickSoon(int index);
 

@@ -83,11 +83,8 @@ class Background : public Widget {
     int x = 0, y = 0, width = 0, height = 0;
     evas_object_geometry_get(Object(), &x, &y, &width, &height);
     evas_object_geometry_set(m_surround, x, y, width, height);
-    const bool upright = IsTurnedUpright(m_window);
-    const int shownWidth = std::min(width, static_cast<int>(std::lround((upright ? height : width) * Zoom())));
-    const int shownHeight = std::min(height, static_cast<int>(std::lround((upright ? width : height) * Zoom())));
-    evas_object_geometry_set(m_surface, x + (width - shownWidth) / 2, y + (height - shownHeight) / 2, shownWidth,
-                             shownHeight);
+    const Eina_Rect page = PageIn(m_window, EINA_RECT(x, y, width, height));
+    evas_object_geometry_set(m_surface, page.x, page.y, page.w, page.h);
   }
 
   Evas_Object* m_window;
@@ -100,6 +97,13 @@ class Background : public Widget {
 bool IsTurnedUpright(const Evas_Object* window) {
   const int degrees = ecore_evas_rotation_get(ecore_evas_ecore_evas_get(evas_object_evas_get(window)));
   return degrees == 90 || degrees == 270;
+}
+
+Eina_Rect PageIn(const Evas_Object* window, const Eina_Rect& room) {
+  const bool upright = IsTurnedUpright(window);
+  const int width = std::min(room.w, static_cast<int>(std::lround((upright ? room.h : room.w) * Zoom())));
+  const int height = std::min(room.h, static_cast<int>(std::lround((upright ? room.w : room.h) * Zoom())));
+  return EINA_RECT(room.x + (room.w - width) / 2, room.y + (room.h - height) / 2, width, height);
 }
 
 bool IsOnLightPlate(const Evas_Object* object) {

@@ -14,4 +14,7 @@ bool IsInSight(const Evas_Object* object);
 /// Whether the window is turned so that what was its width is its height.
 bool IsTurnedUpright(const Evas_Object* window);
 
+/// Where in `room`, the whole of a window, its page lies.
+Eina_Rect PageIn(const Evas_Object* window, const Eina_Rect& room);
+
 }  // namespace flux

@@ -133,7 +133,7 @@ void TextBox::PlaceBlock() {
     if (form.lines > 1) used = std::min(used, line * form.lines);
   }
   int shown = used;
-  if (height > 0 && !m_style.fit) shown = std::min(used, std::max(line, height / line * line));
+  if (height > 0 && used > height && !m_style.fit) shown = std::max(line, height / line * line);
   const double down = AlignmentOf(m_style.align).down;
   evas_object_geometry_set(m_block, x, y + static_cast<int>(std::lround((height - shown) * down)), width, shown);
   // Only a text that is set anew looks at its height for where the ellipsis goes.

@@ -2,6 +2,7 @@
 
 #include "flux/flux_floating.h"
 #include "flux/flux_keys.h"
+#include "flux/flux_surface.h"
 #include "flux/flux_text.h"
 
 namespace flux {
@@ -9,9 +10,10 @@ namespace flux {
 namespace {
 
 // In units.
-constexpr double kLowerMargin = 26.0;  // above the frame at the lower edge of a page
+constexpr double kHeaderHeight = 15.0;
+constexpr double kUpperMargin = 1.5;
+constexpr double kSideMargin = 8.0;
 constexpr double kWidest = 160.0;
-constexpr double kSideMargins = 12.0;
 
 class Toast : public Widget {
  public:
@@ -52,10 +54,12 @@ void Toast::Restyle() {
   m_floating.Place();
 }
 
-/// As wide as its text in one line; in several when that is too wide.
+/// In the page's header, at the end that has no title, where it covers nothing that can be pressed. As wide as its text
+/// in one line; in several when that is too wide.
 void Toast::Place(const Eina_Rect& room) const {
+  const Eina_Rect page = PageIn(elm_object_top_widget_get(Object()), room);
   Evas_Object* edje = elm_layout_edje_get(Object());
-  const int widest = std::min(Px(kWidest), room.w - Px(kSideMargins));
+  const int widest = std::min(Px(kWidest), page.w - 2 * Px(kSideMargin));
   int width = 0, height = 0;
   edje_object_size_min_calc(edje, &width, &height);
   if (width > widest) {
@@ -63,8 +67,9 @@ void Toast::Place(const Eina_Rect& room) const {
     int ignored = 0;
     edje_object_size_min_restricted_calc(edje, &ignored, &height, width, 0);
   }
-  evas_object_geometry_set(Object(), room.x + (room.w - width) / 2, room.y + room.h - Px(kLowerMargin) - height, width,
-                           height);
+  const int x = Mirrored() ? page.x + Px(kSideMargin) : page.x + page.w - Px(kSideMargin) - width;
+  const int y = page.y + std::max(Px(kUpperMargin), (Px(kHeaderHeight) - height) / 2);
+  evas_object_geometry_set(Object(), x, y, width, height);
 }
 
 }  // namespace
