@@ -1,11 +1,17 @@
 #pragma once
 
 #include <array>
+#include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
-#include "CPlainScreen.h"
+#include "CScreen.h"
+#include "CScreenJob.h"
+#include "ReportTrigger.h"
 
 namespace QUVA {
 
@@ -28,19 +34,37 @@ inline constexpr std::array<TSErrorCategory, 9> kErrorCategories = {{
     {"COM_SID_COUNTRY_OTHERS", "OTHER-QUVAKOV.log", "OTHER"},
 }};
 
-/// The error report: so far its title, which categories are ticked, and how they are handed to the log collector.
-/// Thread rule: main loop thread for the screen; any thread for the rest. What blocks says so.
+/// The colour of the error report's texts.
+inline constexpr char kReportTextColor[] = "#FFFFFFAF";
+
+/// The error report: the viewer ticks what gave trouble, and the log collector is asked for a report of each. What
+/// became of those that were asked for last is known here. Thread rule: main loop thread, but for
+/// m_SendBtnBackendCall() and the set of ticked categories, which any thread may ask for.
 class CErrorReport {
  public:
+  using Signal = boost::signals2::signal<void()>;
+
   /// Created on first use, never destroyed.
   static CErrorReport* Instance();
 
   CErrorReport(const CErrorReport&) = delete;
   CErrorReport& operator=(const CErrorReport&) = delete;
 
+  // ---- the screen (CErrorReportScreen.cpp)
+
   void m_CreateErrorReport();
   void m_HideErrorReportScreen();
   void m_ShowScreenPostReturn();
+  void m_CleanObjects();
+  void m_HighContrastChangeCB();
+  void m_SetVoiceGuideText();
+
+  void m_OnItemPressed(int row);
+  void m_OnItemFocused(int row);
+  void m_SendBtnBtnClickCall();
+  void m_CancelBtnBtnClickCall();
+
+  // ---- the categories
 
   /// Ticks the category of a row of the table, or unticks it; whether it is ticked now. A row that is none stays
   /// unticked.
@@ -48,19 +72,77 @@ class CErrorReport {
   bool m_CheckIfAnyCheckboxIsSelected();
   void m_UntickAll();
 
-  /// Records a usage event and asks for a report for each ticked category, in the order of the table. What is ticked
-  /// when it begins counts. Blocks: a worker's routine. Without a screen it logs that and does nothing.
+  // ---- sending
+
+  /// What is ticked now is to be sent; nothing is ticked afterwards.
+  void m_HandOver();
+  /// Records a usage event and asks for a report for each category that was handed over, in the order of the table.
+  /// Blocks: a worker's routine. Without a screen it logs that and does nothing.
   static void m_SendBtnBackendCall(CErrorReport* screen);
+  void end_function_ER();
+  void error_function_ER();
+
+  /// What became of the categories that were sent last.
+  struct TSSent {
+    std::vector<std::string> reports;  ///< file names in set_paths::kReportsDir, in the order of their making
+    std::set<int> failed;              ///< rows of which there is no report
+    bool isWaiting = false;            ///< for some it is not known yet
+  };
+  const TSSent& m_GetSent() const { return m_sent; }
+  /// The names of the categories, in the menu language, in the order of the table.
+  static std::string m_NamesOf(const std::set<int>& rows);
+
+  /// Rows of which there is no report, also of what was sent before, until m_ForgetFailures().
+  const std::set<int>& m_GetFailures() const { return m_failures; }
+  void m_ForgetFailures() { m_failures.clear(); }
+  /// Calls on the main loop whenever what became of one is known.
+  void ConnectSentChangeCB(const Signal::slot_type& slot) { m_sentChanged.connect(slot); }
 
  private:
-  CErrorReport() = default;
+  using Ticked = std::map<int, TSErrorCategory>;  ///< by row, hence in the order of the table
+  struct HandedOver {
+    int send;  ///< number of the press of "Send"
+    Ticked categories;
+  };
+  struct Asked {
+    int send;
+    int row;
+    ReportRequest request;
+  };
+
+  CErrorReport();
+
+  void m_CreateMainBanner();
+  void m_CreateBannerInfo();
+  void m_CreateCheckBoxes(Evas_Object* column);
+  void m_CreateButtonRow(Evas_Object* column);
+  void m_CreateSideInfo(Evas_Object* row);
+  void m_SetNextFocusForLastRow();
+  void m_ShowWhetherSendable();
 
   /// Asks the log collector for one report. A failure is only logged.
-  static void m_SendErrorTypeNDF(const std::string& fileName);
+  static ReportRequest m_SendErrorTypeNDF(const std::string& fileName);
+  void m_StartSending();
+  std::optional<HandedOver> m_TakeHandedOver();
+  std::optional<Asked> m_TakeAsked();
+  void m_AwaitNext();
+  void m_TakeOutcome(const Asked& asked, const ReportOutcome& outcome);
 
-  std::mutex m_tickedMutex;
-  std::map<int, TSErrorCategory> m_ticked;  ///< by row, hence in the order of the table
-  CPlainScreen m_screen;
+  std::mutex m_mutex;  ///< guards the three below
+  Ticked m_ticked;
+  std::deque<HandedOver> m_handedOver;
+  std::deque<Asked> m_asked;  ///< what became of it is not known
+  int m_send = 0;
+  TSSent m_sent;
+  std::set<int> m_failures;
+  Signal m_sentChanged;
+  CScreen m_screen;
+  std::array<CWidget, kErrorCategories.size()> m_boxes;
+  CWidget m_sendButton;
+  CWidget m_cancelButton;
+  CWidget m_hint;
+  CScreenJob m_sendJob;
+  CScreenJob m_awaitJob;
 };
 
 }  // namespace QUVA

@@ -53,6 +53,8 @@ class CHomeScreen {
 
   /// The toast that says that support cannot be requested.
   void m_ShowToast();
+  /// The one that says of which categories no report could be made; only while the screen is shown and there are some.
+  void m_TellReportFailures();
   void m_HandleReturnOnToast();
   void m_ShowScreenPostToastReturn();
   void m_AutoTimeOut();

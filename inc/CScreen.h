@@ -7,6 +7,8 @@ namespace QUVA {
 /// The colours of texts, and of those that say less.
 inline constexpr char kTextColor[] = "#FFFFFF";
 inline constexpr char kFaintTextColor[] = "#9EAEC4";
+/// The colour of what is done, used or stands out.
+inline constexpr char kAccentColor[] = "#89E413";
 
 /// What every screen has: a place in the window's root layout with a title header and a body below it, to be shown,
 /// hidden and cleaned, and the widget that the focus goes back to. A screen has it as a member.
@@ -23,8 +25,12 @@ class CScreen {
   /// units; what the screen shows goes here. Null when not built.
   Evas_Object* m_pGetBody() const { return m_body; }
   bool m_IsBuilt() const { return m_layout != nullptr; }
+  /// Whether it is the screen that the viewer sees.
+  bool m_IsShown() const { return m_layout && evas_object_visible_get(m_layout); }
   /// The whole of it, header and body. Null when not built.
   Evas_Object* m_pGetLayout() const { return m_layout; }
+  /// The text of the header. Null when not built.
+  Evas_Object* m_pGetTitle() const { return m_layout ? m_header.text : nullptr; }
   /// The second line of a header of two lines.
   void m_SetSubtitle(const std::string& text);
 

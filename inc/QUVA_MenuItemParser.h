@@ -36,6 +36,8 @@ class MenuItemParser {
   /// second reads the configuration again while nothing is known.
   int GetEnableCheck(std::string item);
   int GetVisibleCheck(std::string item);
+  /// What the checker that decides on enabling looks at; empty for an item without one.
+  std::string GetEnableKey(const std::string& item) const;
 
   /// Logs both maps.
   void printParsedData();

@@ -1,7 +1,11 @@
 #include "CErrorReport.h"
 
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <utility>
+
 #include "QUVA_KPISender.h"
-#include "ReportTrigger.h"
 #include "VexiloLog.h"
 #include "set_paths.h"
 
@@ -10,6 +14,7 @@ namespace QUVA {
 namespace {
 
 constexpr char kKpiItem[] = "ErrorReport";
+constexpr std::chrono::seconds kLongestWait{60};  // for one report; a slow machine takes a few seconds
 
 }  // namespace
 
@@ -18,39 +23,38 @@ CErrorReport* CErrorReport::Instance() {
   return instance;
 }
 
-void CErrorReport::m_CreateErrorReport() {
-  m_screen.m_Open("TV_SID_VEXILO_CBMAY_ERROR_REPORT",
-                  {[this] { m_ShowScreenPostReturn(); }, [this] { m_HideErrorReportScreen(); }}, true);
-}
-
-void CErrorReport::m_HideErrorReportScreen() {
-  m_screen.m_Clean();
-}
-
-void CErrorReport::m_ShowScreenPostReturn() {
-  m_screen.m_ShowAfterReturn();
-}
-
 bool CErrorReport::m_ToggleCategory(int row) {
   if (row < 0 || row >= static_cast<int>(kErrorCategories.size())) {
     VEXILO_LOGE("no error category %d", row);
     return false;
   }
-  std::lock_guard lock(m_tickedMutex);
+  std::lock_guard lock(m_mutex);
   if (m_ticked.erase(row) > 0) return false;
   m_ticked.emplace(row, kErrorCategories[static_cast<size_t>(row)]);
   return true;
 }
 
 bool CErrorReport::m_CheckIfAnyCheckboxIsSelected() {
-  std::lock_guard lock(m_tickedMutex);
+  std::lock_guard lock(m_mutex);
   VEXILO_LOGI("map siz is %zu", m_ticked.size());
   return !m_ticked.empty();
 }
 
 void CErrorReport::m_UntickAll() {
-  std::lock_guard lock(m_tickedMutex);
+  std::lock_guard lock(m_mutex);
   m_ticked.clear();
+}
+
+void CErrorReport::m_HandOver() {
+  std::lock_guard lock(m_mutex);
+  m_handedOver.push_back({++m_send, std::exchange(m_ticked, {})});
+  m_sent = {{}, {}, true};
+}
+
+void CErrorReport::m_StartSending() {
+  if (m_sendJob.m_IsRunning()) return;  // at its end it looks for more
+  m_sendJob.m_Start([this](const CScreenJob::Control&) { m_SendBtnBackendCall(this); }, [this] { end_function_ER(); },
+                    [this] { error_function_ER(); });
 }
 
 void CErrorReport::m_SendBtnBackendCall(CErrorReport* screen) {
@@ -59,20 +63,94 @@ void CErrorReport::m_SendBtnBackendCall(CErrorReport* screen) {
     VEXILO_LOGE("pThis is NULL");
     return;
   }
-  const auto ticked = [screen] {
-    std::lock_guard lock(screen->m_tickedMutex);
-    return screen->m_ticked;
-  }();
-  VEXILO_LOGI("size of map is %zu", ticked.size());
-  for (const auto& [row, category] : ticked) {
-    QUVA_KPISender::GetInstance()->SendVexiloKPI(kKpiItem, category.kpiValue);
-    m_SendErrorTypeNDF(category.triggerFile);
-    VEXILO_LOGI("Send NDF to KOV for : %s and QUVA KPI : %s", category.triggerFile, category.kpiValue);
+  while (const std::optional<HandedOver> sent = screen->m_TakeHandedOver()) {
+    VEXILO_LOGI("size of map is %zu", sent->categories.size());
+    for (const auto& [row, category] : sent->categories) {
+      QUVA_KPISender::GetInstance()->SendVexiloKPI(kKpiItem, category.kpiValue);
+      ReportRequest request = m_SendErrorTypeNDF(category.triggerFile);
+      VEXILO_LOGI("Send NDF to KOV for : %s and QUVA KPI : %s", category.triggerFile, category.kpiValue);
+      std::lock_guard lock(screen->m_mutex);
+      screen->m_asked.push_back({sent->send, row, std::move(request)});
+    }
   }
 }
 
-void CErrorReport::m_SendErrorTypeNDF(const std::string& fileName) {
-  LeaveReportTrigger(set_paths::kReportTriggers, fileName);
+ReportRequest CErrorReport::m_SendErrorTypeNDF(const std::string& fileName) {
+  return LeaveReportTrigger(set_paths::kReportTriggers, fileName);
+}
+
+std::optional<CErrorReport::HandedOver> CErrorReport::m_TakeHandedOver() {
+  std::lock_guard lock(m_mutex);
+  if (m_handedOver.empty()) return std::nullopt;
+  HandedOver first = std::move(m_handedOver.front());
+  m_handedOver.pop_front();
+  return first;
+}
+
+void CErrorReport::end_function_ER() {
+  VEXILO_LOGI("end for KOV send ");
+  const bool isMore = [this] {
+    std::lock_guard lock(m_mutex);
+    return !m_handedOver.empty();
+  }();
+  if (isMore) m_StartSending();
+  m_AwaitNext();
+}
+
+// No worker could be had.
+void CErrorReport::error_function_ER() {
+  VEXILO_LOGI("Error_Funtion for KOV send  called");
+  while (const std::optional<HandedOver> lost = m_TakeHandedOver())
+    for (const auto& [row, category] : lost->categories) m_TakeOutcome({lost->send, row, {}}, {"", "no worker"});
+  m_AwaitNext();
+}
+
+// ---- what becomes of what was asked for, one after the other
+
+std::optional<CErrorReport::Asked> CErrorReport::m_TakeAsked() {
+  std::lock_guard lock(m_mutex);
+  if (m_asked.empty()) return std::nullopt;
+  Asked first = std::move(m_asked.front());
+  m_asked.pop_front();
+  return first;
+}
+
+void CErrorReport::m_AwaitNext() {
+  if (m_awaitJob.m_IsRunning()) return;
+  const std::optional<Asked> next = m_TakeAsked();
+  if (!next) {
+    m_sent.isWaiting = m_sendJob.m_IsRunning();
+    return m_sentChanged();
+  }
+  const auto outcome = std::make_shared<ReportOutcome>();
+  m_awaitJob.m_Start(
+      [next, outcome](const CScreenJob::Control& control) {
+        *outcome = AwaitReport(next->request, kLongestWait, [&control] { return control.m_IsCancelled(); });
+      },
+      [this, next, outcome] {
+        m_TakeOutcome(*next, *outcome);
+        m_AwaitNext();
+      },
+      [this] { m_sent.isWaiting = false; });
+}
+
+void CErrorReport::m_TakeOutcome(const Asked& asked, const ReportOutcome& outcome) {
+  if (!outcome.report.empty()) {
+    if (asked.send == m_send) m_sent.reports.push_back(outcome.report);
+  } else {
+    VEXILO_LOGE("no report %s: %s", kErrorCategories[static_cast<size_t>(asked.row)].triggerFile,
+                outcome.problem.c_str());
+    if (asked.send == m_send) m_sent.failed.insert(asked.row);
+    m_failures.insert(asked.row);
+  }
+  m_sentChanged();
+}
+
+std::string CErrorReport::m_NamesOf(const std::set<int>& rows) {
+  std::string names;
+  for (const int row : rows)
+    names += (names.empty() ? "" : ", ") + CUtils::m_GetText(kErrorCategories[static_cast<size_t>(row)].labelSid);
+  return names;
 }
 
 }  // namespace QUVA

@@ -62,6 +62,7 @@ CHomeScreen* CHomeScreen::Instance() {
 
 CHomeScreen::CHomeScreen() {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+  CErrorReport::Instance()->ConnectSentChangeCB([this] { m_TellReportFailures(); });
 }
 
 // ---- the screen
@@ -231,6 +232,7 @@ void CHomeScreen::m_ShowHomeScreenPostReturn() {
   Evas_Object* const remembered = m_screen.m_pGetRememberedFocus();
   if (!remembered || !evas_object_visible_get(remembered)) m_screen.m_RememberFocus(m_startCare);
   m_screen.m_RestoreFocus();
+  m_TellReportFailures();
 }
 
 void CHomeScreen::m_CleanObjects() {
@@ -344,6 +346,15 @@ void CHomeScreen::m_ShowToast() {
   m_screen.m_ShowToast(CUtils::m_GetText("TV_SID_VEXILO_NO_SUPPORT"),
                        {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_HandleReturnOnToast(); }},
                        [this] { m_AutoTimeOut(); });
+}
+
+void CHomeScreen::m_TellReportFailures() {
+  CErrorReport* const report = CErrorReport::Instance();
+  if (report->m_GetFailures().empty() || !m_screen.m_IsShown()) return;
+  m_screen.m_ShowToast(
+      CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(report->m_GetFailures())),
+      {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_screen.m_DeleteToast(); }}, [this] { m_AutoTimeOut(); });
+  report->m_ForgetFailures();
 }
 
 void CHomeScreen::m_HandleReturnOnToast() {

@@ -1,9 +1,7 @@
 #include "CLoadingScreen.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 #include <thread>
 
@@ -37,16 +35,6 @@ constexpr double kTextHeight = 12;
 
 constexpr int kWaitRounds = 5;
 constexpr std::chrono::seconds kWaitRound{1};
-
-constexpr std::string_view kSelfDiagnosisSources[] = {"video-test",
-                                                      "picture-test",
-                                                      "sound-test",
-                                                      "org.varno.homedeck-connection-test",
-                                                      "HomedeckReset",
-                                                      "SignalInfo",
-                                                      "com.tornelo.tv.hdmi-troubleshooting",
-                                                      "Self-Diagnosis",
-                                                      "org.varno.mled-installation-test"};
 
 CText KeepCopy(const char* text) {
   return CText(strdup(text));
@@ -140,8 +128,7 @@ void CLoadingScreen::m_OpenNextScreen() {
   const std::string_view source = m_launchFrom ? m_launchFrom : "";
   if (source == "StartVexilo")
     CStartDC::Instance()->m_StartDC();
-  else if (std::find(std::begin(kSelfDiagnosisSources), std::end(kSelfDiagnosisSources), source) !=
-           std::end(kSelfDiagnosisSources))
+  else if (CSelfDiagnosis::m_IsLaunchSource(source))
     CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true);
   else if (source == "ErrorReport")
     m_OpenErrorReport();

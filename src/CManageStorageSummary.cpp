@@ -20,7 +20,6 @@ constexpr double kMarkHeight = 3;
 constexpr double kMarkGap = 2;
 
 constexpr char kUnit[] = "%.0f%%";
-constexpr char kUsedColor[] = "#89E413";
 
 const char* SystemColor() {
   return CUtils::Instance().m_GetHighContrast() ? "#FFFFFF" : "#9EAEC4";
@@ -71,7 +70,7 @@ void CManageStorage::m_BuildNominalBar() {
     elm_flux_layout_pack(row, system);
   }
   m_bar = elm_flux_progress_add(row, FLUX_PROGRESS_BAR);
-  elm_flux_progress_color_set(m_bar, kUsedColor);
+  elm_flux_progress_color_set(m_bar, kAccentColor);
   elm_flux_size_set(m_bar, static_cast<double>(kBarUnits - systemUnits), kNominalBarHeight);
   elm_flux_layout_pack(row, m_bar);
 }
@@ -83,7 +82,7 @@ void CManageStorage::m_BuildLegend() {
   elm_flux_layout_padding_set(legend, 0, kLegendTop, 0, 0);
   elm_flux_layout_gap_set(legend, kLegendGap);
   for (const LegendItem& item : {LegendItem{"COM_SID_SYSTEM", "System", SystemColor(), m_systemText},
-                                 LegendItem{"COM_SID_USED_KR_ING", "Used", kUsedColor, m_usedText},
+                                 LegendItem{"COM_SID_USED_KR_ING", "Used", kAccentColor, m_usedText},
                                  LegendItem{"TV_SID_AVAILABLE_EMPTY", "Available", nullptr, m_availableText}}) {
     if (&item.value == &m_systemText && !isNominal) continue;
     Evas_Object* const row = AddLayout(legend, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, 0, 0);

@@ -217,6 +217,11 @@ int MenuItemParser::GetVisibleCheck(std::string item) {
   return visible;
 }
 
+std::string MenuItemParser::GetEnableKey(const std::string& item) const {
+  const auto found = m_enableCheckerMap.find(item);
+  return found == m_enableCheckerMap.end() ? "" : found->second.Key;
+}
+
 void MenuItemParser::printParsedData() {
   const auto print = [](const CheckerMap& checkers) {
     for (const auto& [item, checker] : checkers) {

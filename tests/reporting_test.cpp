@@ -186,6 +186,8 @@ TEST(ErrorReport, SendsTheTickedCategoriesInTheOrderOfTheTable) {
   EXPECT_TRUE(report.m_ToggleCategory(3));
   EXPECT_TRUE(report.m_ToggleCategory(0));
   EXPECT_FALSE(report.m_ToggleCategory(3));
+  report.m_HandOver();
+  EXPECT_TRUE(report.m_ToggleCategory(5)) << "for the next report";
   CErrorReport::m_SendBtnBackendCall(&report);
   EXPECT_THAT(ReadFile(set_paths::kEventLog),
               testing::ContainsRegex("^[^\n]*select_item=ErrorReport;status=SCREEN;[^\n]*\n"
@@ -205,6 +207,7 @@ TEST(ErrorReport, SendsNothingWithoutATick) {
   report.m_ToggleCategory(4);
   EXPECT_TRUE(report.m_CheckIfAnyCheckboxIsSelected());
   report.m_UntickAll();
+  report.m_HandOver();
   CErrorReport::m_SendBtnBackendCall(&report);
   CErrorReport::m_SendBtnBackendCall(nullptr);
   EXPECT_FALSE(Exists(set_paths::kEventLog));

@@ -21,10 +21,13 @@
 #include <thread>
 #include <vector>
 
+#include "CErrorReport.h"
+#include "CErrorReportSuccess.h"
 #include "CHomeScreen.h"
 #include "CLoadingScreen.h"
 #include "CMainView.h"
 #include "CManageStorage.h"
+#include "CSelfDiagnosis.h"
 #include "CStartDC.h"
 #include "CStartDCIssues.h"
 #include "CUtils.h"
@@ -66,6 +69,8 @@ inline constexpr ScreenName kScreenNames[] = {{"start", "TV_SID_CARE_START_VEXIL
                                               {"support", "TV_SID_REQUEST_SUPPORT_KR_17"},
                                               {"report", "TV_SID_VEXILO_CBMAY_ERROR_REPORT"},
                                               {"done", "SID_DONE"},
+                                              {"send", "COM_SID_SEND"},
+                                              {"cancel", "SID_CANCEL"},
                                               {"close", "COM_SID_CLOSE"}};
 
 class Screens : public testing::Test {
@@ -84,6 +89,9 @@ class Screens : public testing::Test {
     QUVA::CStartDC::Instance()->m_CleanObjects();
     QUVA::CStartDCIssues::Instance()->m_CleanObjects();
     QUVA::CManageStorage::Instance()->m_CleanObjects();
+    QUVA::CSelfDiagnosis::Instance()->m_CleanObjects();
+    QUVA::CErrorReport::Instance()->m_CleanObjects();
+    QUVA::CErrorReportSuccess::Instance()->m_CleanObjects();
     Pass();  // what waits for the loop to be idle holds memory
     EXPECT_TRUE(JobsEnd());
   }
@@ -217,11 +225,11 @@ class Screens : public testing::Test {
     return became;
   }
 
-  /// "start", "list", or the text of what has no name.
+  /// "start", "list", or the text of what has no name; "(no text)" for a grid of cards, say.
   static std::string NameOf(Evas_Object* widget) {
     if (!widget) return "nothing";
     const char* const text = elm_object_text_get(widget);
-    if (!text || !*text) return elm_flux_list_count(widget) > 0 ? "list" : "a widget without a text";
+    if (!text || !*text) return elm_flux_list_count(widget) > 0 ? "list" : "(no text)";
     for (const ScreenName& each : kScreenNames) {
       const std::string named = QUVA::CUtils::m_GetText(each.sid);
       const size_t end = std::min(named.find('%'), named.find("<<A>>"));

@@ -1,0 +1,133 @@
+#include "CErrorReportSuccess.h"
+
+#include "CErrorReport.h"
+#include "VexiloLog.h"
+#include "flux_resources.h"
+#include "set_paths.h"
+
+namespace QUVA {
+
+namespace {
+
+constexpr char kTitle[] = "TV_SID_VEXILO_CBMAY_ERROR_REPORT";
+constexpr char kBanner[] = "TV_SID_VEXILO_CBMAY_ERROR_REPORTING_COMPLETED";
+constexpr char kInfo[] = "TV_SID_VEXILO_CBMAY_THANKS_DATA_SENT_USED_IMPORVE";
+constexpr char kCheckMark[] = "dc_icon_check_s.svg";
+
+constexpr double kMargin = 22;  // units, as all sizes here
+constexpr double kTop = 5;
+constexpr double kBottom = 7;
+constexpr double kCheckMarkSize = 11;
+constexpr double kBannerHeight = 12;
+constexpr double kTextWidth = 196;
+constexpr double kGap = 3;
+constexpr double kSentNamesHeight = 44;  // nine of them
+constexpr double kButtonWidth = 49;
+constexpr double kButtonHeight = 9;
+
+}  // namespace
+
+CErrorReportSuccess* CErrorReportSuccess::Instance() {
+  static auto* instance = new CErrorReportSuccess;
+  return instance;
+}
+
+CErrorReportSuccess::CErrorReportSuccess() {
+  CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+  CErrorReport::Instance()->ConnectSentChangeCB([this] { m_ShowSent(); });
+}
+
+void CErrorReportSuccess::m_CreateSuccessErrorReport() {
+  CUtils& utils = CUtils::Instance();
+  // Back leads past the screen that sent it.
+  utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideSuccessErrorReportScreen(); }},
+                                 true);
+  if (!m_screen.m_Build(kTitle)) return;
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, kTop, kMargin, kBottom);
+  m_CreateMainBanner();
+  m_CreateBannerInfo();
+  m_CreateDummyLayout();
+  Evas_Object* close = nullptr;
+  utils.m_CreateButton(close, m_screen.m_pGetBody(), CUtils::m_GetText("COM_SID_CLOSE"), kButtonWidth, kButtonHeight);
+  OnEvent(close, "clicked", [this](void*) { m_CloseBtnBtnClickCall(); });
+  m_screen.m_RememberFocus(close);
+  m_screen.m_RestoreFocus();
+  m_SetVoiceGuideText();
+  m_ShowSent();
+}
+
+void CErrorReportSuccess::m_CreateMainBanner() {
+  Evas_Object* const body = m_screen.m_pGetBody();
+  elm_flux_image_tint_set(AddImage(body, getResourcePath(kCheckMark), kCheckMarkSize, kCheckMarkSize), kAccentColor);
+  Evas_Object* const banner = AddText(body, CUtils::m_GetText(kBanner), FLUX_FONT_700, kReportTextColor,
+                                      FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kBannerHeight);
+  elm_flux_expand_set(banner, true);
+}
+
+void CErrorReportSuccess::m_CreateBannerInfo() {
+  Evas_Object* const info = AddText(m_screen.m_pGetBody(), CUtils::m_GetText(kInfo), FLUX_FONT_400, kReportTextColor,
+                                    FLUX_TEXT_BODY, FLUX_ALIGN_TOP, kTextWidth, 0);
+  elm_flux_text_lines_set(info, 2);
+}
+
+/// The room between the texts and the button, where it is told what has come of the report.
+void CErrorReportSuccess::m_CreateDummyLayout() {
+  Evas_Object* const area = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_expand_set(area, true);
+  elm_flux_layout_gap_set(area, kGap);
+  elm_flux_layout_padding_set(area, 0, kGap, 0, 0);
+  m_sentTitle = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
+  elm_flux_text_lines_set(m_sentTitle, 2);
+  m_sentNames =
+      AddText(area, "", FLUX_FONT_600, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP, kTextWidth, kSentNamesHeight);
+  elm_flux_text_lines_set(m_sentNames, 0);
+}
+
+void CErrorReportSuccess::m_ShowSent() {
+  if (!m_sentTitle) return;
+  CErrorReport* const report = CErrorReport::Instance();
+  const CErrorReport::TSSent& sent = report->m_GetSent();
+  std::string title, names;
+  if (!sent.failed.empty())
+    title = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(sent.failed));
+  else if (!sent.reports.empty())
+    title = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_REPORT_SAVED", set_paths::kReportsDir);
+  else if (sent.isWaiting)
+    title = CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING");
+  for (const std::string& name : sent.reports) names += (names.empty() ? "" : "\n") + name;
+  elm_object_text_set(m_sentTitle, title.c_str());
+  elm_object_text_set(m_sentNames, names.c_str());
+  if (!sent.failed.empty()) CUtils::m_SayVoiceGuideText(title);
+  report->m_ForgetFailures();  // they have been told
+}
+
+void CErrorReportSuccess::m_HideSuccessErrorReportScreen() {
+  m_screen.m_Hide();
+  m_CleanObjects();
+}
+
+void CErrorReportSuccess::m_ShowScreenPostReturn() {
+  m_screen.m_Show();
+  m_screen.m_RestoreFocus();
+}
+
+void CErrorReportSuccess::m_CleanObjects() {
+  m_screen.m_Clean();
+}
+
+// The widget set draws everything on it in the other colours.
+void CErrorReportSuccess::m_HighContrastChangeCB() {
+  VEXILO_LOGI("HighContrast change in Error Report callback isHighContrast: %d",
+              CUtils::Instance().m_GetHighContrast());
+}
+
+void CErrorReportSuccess::m_SetVoiceGuideText() {
+  if (elm_config_access_get())
+    CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kBanner) + ", " + CUtils::m_GetText(kInfo));
+}
+
+void CErrorReportSuccess::m_CloseBtnBtnClickCall() {
+  CUtils::Instance().m_ExecuteReturn();
+}
+
+}  // namespace QUVA
