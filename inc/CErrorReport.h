@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -79,22 +81,27 @@ class CErrorReport {
   /// Records a usage event and asks for a report for each category that was handed over, in the order of the table.
   /// Blocks: a worker's routine. Without a screen it logs that and does nothing.
   static void m_SendBtnBackendCall(CErrorReport* screen);
+  /// Before the process ends: does what of that is not done yet, and waits for what a worker does, three seconds at
+  /// most.
+  void m_FinishSending();
   void end_function_ER();
   void error_function_ER();
 
   /// What became of the categories that were sent last.
   struct TSSent {
     std::vector<std::string> reports;  ///< file names in set_paths::kReportsDir, in the order of their making
-    std::set<int> failed;              ///< rows of which there is no report
+    std::set<int> failed;              ///< rows of which there is no report so far, nor will there be any news
     bool isWaiting = false;            ///< for some it is not known yet
   };
   const TSSent& m_GetSent() const { return m_sent; }
   /// The names of the categories, in the menu language, in the order of the table.
   static std::string m_NamesOf(const std::set<int>& rows);
 
-  /// Rows of which there is no report, also of what was sent before, until m_ForgetFailures().
+  /// Rows of which there is no report so far, also of what was sent before, until the viewer has been told of them.
   const std::set<int>& m_GetFailures() const { return m_failures; }
-  void m_ForgetFailures() { m_failures.clear(); }
+  void m_ForgetFailures(const std::set<int>& told);
+  /// Whether more is to be known, of whatever was sent.
+  bool m_IsWaiting();
   /// Calls on the main loop whenever what became of one is known.
   void ConnectSentChangeCB(const Signal::slot_type& slot) { m_sentChanged.connect(slot); }
 
@@ -107,6 +114,7 @@ class CErrorReport {
   struct Asked {
     int send;
     int row;
+    std::chrono::steady_clock::time_point deadline;  ///< of the news
     ReportRequest request;
   };
 
@@ -131,7 +139,8 @@ class CErrorReport {
   std::mutex m_mutex;  ///< guards the three below
   Ticked m_ticked;
   std::deque<HandedOver> m_handedOver;
-  std::deque<Asked> m_asked;  ///< what became of it is not known
+  std::deque<Asked> m_asked;      ///< what became of it is not known
+  std::atomic<int> m_sending{0};  ///< threads that do what was handed over
   int m_send = 0;
   TSSent m_sent;
   std::set<int> m_failures;

@@ -31,8 +31,10 @@ class CErrorReportSuccess {
   void m_ShowSent();
 
   CScreen m_screen;
-  CWidget m_sentTitle;
+  CWidget m_sentPlace;
   CWidget m_sentNames;
+  CWidget m_sentRest;
+  bool m_isTold = false;  ///< all that there is to be known has been said
 };
 
 }  // namespace QUVA

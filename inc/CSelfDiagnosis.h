@@ -86,7 +86,6 @@ class CSelfDiagnosis {
   std::vector<Card> m_cards;
   int m_selectedIndex = 0;
   bool m_isSignage = false;
-  bool m_isKeyMove = false;  ///< what has the focus next got it by a key or the wheel
   CScreen m_screen;
   CWidget m_grid;
   CWidget m_guide;

@@ -14,7 +14,7 @@ inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
 inline constexpr char kMenuLanguageKey[] = "db/menu_widget/language";
 /// int: the user's consent to the content terms, 1 when given.
 inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
-/// bool: nobody may start the tools of self-diagnosis.
+/// bool: the tools of self-diagnosis whose configuration asks for it cannot be started.
 inline constexpr char kToolsLockedKey[] = "db/vexilo/tools_locked";
 /// text: the step that is running.
 inline constexpr char kEngineOperationKey[] = "system/trevlin/STOperation";

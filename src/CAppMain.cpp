@@ -95,6 +95,7 @@ bool app_create(void*) {
 
 void app_terminate(void*) {
   VEXILO_LOGI("terminate called");
+  CErrorReport::Instance()->m_FinishSending();
   _exit(0);
 }
 

@@ -1,8 +1,10 @@
 #include "CErrorReport.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "QUVA_KPISender.h"
@@ -14,7 +16,9 @@ namespace QUVA {
 namespace {
 
 constexpr char kKpiItem[] = "ErrorReport";
-constexpr std::chrono::seconds kLongestWait{60};  // for one report; a slow machine takes a few seconds
+constexpr std::chrono::seconds kLongestWait{60};  // for the reports of a press of "Send"; each takes a few seconds
+constexpr std::chrono::seconds kLongestEnd{3};
+constexpr std::chrono::milliseconds kEndStep{5};
 
 }  // namespace
 
@@ -63,16 +67,29 @@ void CErrorReport::m_SendBtnBackendCall(CErrorReport* screen) {
     VEXILO_LOGE("pThis is NULL");
     return;
   }
+  ++screen->m_sending;
   while (const std::optional<HandedOver> sent = screen->m_TakeHandedOver()) {
     VEXILO_LOGI("size of map is %zu", sent->categories.size());
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
     for (const auto& [row, category] : sent->categories) {
       QUVA_KPISender::GetInstance()->SendVexiloKPI(kKpiItem, category.kpiValue);
       ReportRequest request = m_SendErrorTypeNDF(category.triggerFile);
       VEXILO_LOGI("Send NDF to KOV for : %s and QUVA KPI : %s", category.triggerFile, category.kpiValue);
       std::lock_guard lock(screen->m_mutex);
-      screen->m_asked.push_back({sent->send, row, std::move(request)});
+      screen->m_asked.push_back({sent->send, row, deadline, std::move(request)});
     }
   }
+  --screen->m_sending;
+}
+
+void CErrorReport::m_FinishSending() {
+  const bool isMore = [this] {
+    std::lock_guard lock(m_mutex);
+    return !m_handedOver.empty();
+  }();
+  if (isMore) m_SendBtnBackendCall(this);
+  const auto end = std::chrono::steady_clock::now() + kLongestEnd;
+  while (m_sending > 0 && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(kEndStep);
 }
 
 ReportRequest CErrorReport::m_SendErrorTypeNDF(const std::string& fileName) {
@@ -101,7 +118,7 @@ void CErrorReport::end_function_ER() {
 void CErrorReport::error_function_ER() {
   VEXILO_LOGI("Error_Funtion for KOV send  called");
   while (const std::optional<HandedOver> lost = m_TakeHandedOver())
-    for (const auto& [row, category] : lost->categories) m_TakeOutcome({lost->send, row, {}}, {"", "no worker"});
+    for (const auto& [row, category] : lost->categories) m_TakeOutcome({lost->send, row, {}, {}}, {"", "no worker"});
   m_AwaitNext();
 }
 
@@ -123,27 +140,44 @@ void CErrorReport::m_AwaitNext() {
     return m_sentChanged();
   }
   const auto outcome = std::make_shared<ReportOutcome>();
+  const auto take = [this, next, outcome] {
+    m_TakeOutcome(*next, *outcome);
+    m_AwaitNext();
+  };
   m_awaitJob.m_Start(
       [next, outcome](const CScreenJob::Control& control) {
-        *outcome = AwaitReport(next->request, kLongestWait, [&control] { return control.m_IsCancelled(); });
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(next->deadline - std::chrono::steady_clock::now());
+        *outcome = AwaitReport(next->request, std::max(left, std::chrono::milliseconds(0)),
+                               [&control] { return control.m_IsCancelled(); });
       },
-      [this, next, outcome] {
-        m_TakeOutcome(*next, *outcome);
-        m_AwaitNext();
-      },
-      [this] { m_sent.isWaiting = false; });
+      take,
+      [outcome, take] {
+        if (outcome->report.empty()) outcome->problem = "no worker to wait for it";
+        take();
+      });
 }
 
 void CErrorReport::m_TakeOutcome(const Asked& asked, const ReportOutcome& outcome) {
+  const bool isOfLast = asked.send == m_send;
+  const char* const trigger = kErrorCategories[static_cast<size_t>(asked.row)].triggerFile;
+  if (!outcome.problem.empty()) VEXILO_LOGE("the report of %s: %s", trigger, outcome.problem.c_str());
   if (!outcome.report.empty()) {
-    if (asked.send == m_send) m_sent.reports.push_back(outcome.report);
+    if (isOfLast) m_sent.reports.push_back(outcome.report);
   } else {
-    VEXILO_LOGE("no report %s: %s", kErrorCategories[static_cast<size_t>(asked.row)].triggerFile,
-                outcome.problem.c_str());
-    if (asked.send == m_send) m_sent.failed.insert(asked.row);
+    if (isOfLast) m_sent.failed.insert(asked.row);
     m_failures.insert(asked.row);
   }
   m_sentChanged();
+}
+
+bool CErrorReport::m_IsWaiting() {
+  std::lock_guard lock(m_mutex);
+  return m_sendJob.m_IsRunning() || m_awaitJob.m_IsRunning() || !m_asked.empty();
+}
+
+void CErrorReport::m_ForgetFailures(const std::set<int>& told) {
+  for (const int row : told) m_failures.erase(row);
 }
 
 std::string CErrorReport::m_NamesOf(const std::set<int>& rows) {

@@ -188,6 +188,7 @@ void CErrorReport::m_OnItemFocused(int row) {
 
 void CErrorReport::m_SendBtnBtnClickCall() {
   VEXILO_LOGI("Send Button Pressed ");
+  if (!m_CheckIfAnyCheckboxIsSelected()) return;
   m_HandOver();
   m_StartSending();
   m_HideErrorReportScreen();

@@ -1,5 +1,7 @@
 #include "CErrorReportSuccess.h"
 
+#include <utility>
+
 #include "CErrorReport.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
@@ -20,8 +22,7 @@ constexpr double kBottom = 7;
 constexpr double kCheckMarkSize = 11;
 constexpr double kBannerHeight = 12;
 constexpr double kTextWidth = 196;
-constexpr double kGap = 3;
-constexpr double kSentNamesHeight = 44;  // nine of them
+constexpr double kGap = 2;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
 
@@ -50,6 +51,7 @@ void CErrorReportSuccess::m_CreateSuccessErrorReport() {
   Evas_Object* close = nullptr;
   utils.m_CreateButton(close, m_screen.m_pGetBody(), CUtils::m_GetText("COM_SID_CLOSE"), kButtonWidth, kButtonHeight);
   OnEvent(close, "clicked", [this](void*) { m_CloseBtnBtnClickCall(); });
+  m_isTold = false;
   m_screen.m_RememberFocus(close);
   m_screen.m_RestoreFocus();
   m_SetVoiceGuideText();
@@ -76,29 +78,38 @@ void CErrorReportSuccess::m_CreateDummyLayout() {
   elm_flux_expand_set(area, true);
   elm_flux_layout_gap_set(area, kGap);
   elm_flux_layout_padding_set(area, 0, kGap, 0, 0);
-  m_sentTitle = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
-  elm_flux_text_lines_set(m_sentTitle, 2);
-  m_sentNames =
-      AddText(area, "", FLUX_FONT_600, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP, kTextWidth, kSentNamesHeight);
-  elm_flux_text_lines_set(m_sentNames, 0);
+  m_sentPlace = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
+  m_sentNames = AddText(area, "", FLUX_FONT_600, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP, kTextWidth, 0);
+  m_sentRest = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
+  for (Evas_Object* const text : {static_cast<Evas_Object*>(m_sentPlace), static_cast<Evas_Object*>(m_sentNames),
+                                  static_cast<Evas_Object*>(m_sentRest)})
+    elm_flux_text_lines_set(text, 0);
 }
 
 void CErrorReportSuccess::m_ShowSent() {
-  if (!m_sentTitle) return;
+  if (!m_sentPlace) return;
   CErrorReport* const report = CErrorReport::Instance();
   const CErrorReport::TSSent& sent = report->m_GetSent();
-  std::string title, names;
-  if (!sent.failed.empty())
-    title = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(sent.failed));
-  else if (!sent.reports.empty())
-    title = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_REPORT_SAVED", set_paths::kReportsDir);
-  else if (sent.isWaiting)
-    title = CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING");
+  std::string names;
   for (const std::string& name : sent.reports) names += (names.empty() ? "" : "\n") + name;
-  elm_object_text_set(m_sentTitle, title.c_str());
-  elm_object_text_set(m_sentNames, names.c_str());
-  if (!sent.failed.empty()) CUtils::m_SayVoiceGuideText(title);
-  report->m_ForgetFailures();  // they have been told
+  const std::string place =
+      sent.reports.empty() ? "" : CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_REPORT_SAVED", set_paths::kReportsDir);
+  std::string rest;
+  if (sent.isWaiting)
+    rest = CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING");
+  else if (!sent.failed.empty())
+    rest = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(sent.failed));
+  const std::pair<Evas_Object*, std::string> texts[] = {{m_sentPlace, place}, {m_sentNames, names}, {m_sentRest, rest}};
+  for (const auto& [widget, text] : texts) {
+    elm_object_text_set(widget, text.c_str());
+    if (text.empty())
+      evas_object_hide(widget);
+    else
+      evas_object_show(widget);
+  }
+  if (sent.isWaiting || std::exchange(m_isTold, true)) return;
+  if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(place + (place.empty() || rest.empty() ? "" : " ") + rest);
+  report->m_ForgetFailures(sent.failed);
 }
 
 void CErrorReportSuccess::m_HideSuccessErrorReportScreen() {

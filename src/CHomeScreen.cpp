@@ -350,11 +350,19 @@ void CHomeScreen::m_ShowToast() {
 
 void CHomeScreen::m_TellReportFailures() {
   CErrorReport* const report = CErrorReport::Instance();
-  if (report->m_GetFailures().empty() || !m_screen.m_IsShown()) return;
-  m_screen.m_ShowToast(
-      CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(report->m_GetFailures())),
-      {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_screen.m_DeleteToast(); }}, [this] { m_AutoTimeOut(); });
-  report->m_ForgetFailures();
+  // All of them at once, when no more is to be heard.
+  const std::set<int> failures = report->m_GetFailures();
+  if (failures.empty() || report->m_IsWaiting() || !m_screen.m_IsShown()) return;
+  const auto hide = [this] {
+    VEXILO_LOGI("hide 4 toast called ");
+    // The focus stays where the viewer has taken it meanwhile.
+    if (Evas_Object* const focused = elm_object_focused_object_get(m_screen.m_pGetLayout()))
+      m_screen.m_RememberFocus(focused);
+    m_screen.m_DeleteToast();
+  };
+  m_screen.m_ShowToast(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(failures)),
+                       {[this] { m_ShowScreenPostToastReturn(); }, hide}, [this] { m_AutoTimeOut(); });
+  report->m_ForgetFailures(failures);
 }
 
 void CHomeScreen::m_HandleReturnOnToast() {

@@ -260,6 +260,10 @@ void CSelfDiagnosis::m_ShowAppsGenGrid() {
   elm_flux_grid_cards_set(m_grid, std::move(cards));
   elm_flux_access_info_set(m_grid, [this] { return m_Speech(); });
   OnEvent(m_grid, "item,focused", [this](void* index) { m_onParentBtnFocused(*static_cast<int*>(index)); });
+  OnEvent(m_grid, "item,moved", [columns](void* index) {
+    const int card = *static_cast<int*>(index);
+    VEXILO_LOGI("New Row[%d] , New Col[%d]", card / columns, card % columns);
+  });
   OnEvent(m_grid, "item,selected", [this](void* index) { m_ParentBtnClickCall(*static_cast<int*>(index)); });
   OnEvent(m_grid, "arrow", [this](void* key) { m_OnKeyDown(static_cast<const char*>(key), false); });
   OnEvent(m_grid, "wheel", [this](void* key) { m_OnKeyDown(static_cast<const char*>(key), true); });
@@ -318,8 +322,6 @@ void CSelfDiagnosis::m_onParentBtnFocused(int index) {
   m_selectedIndex = index;
   const Card* const card = m_Selected();
   if (!card || !m_guide) return;
-  const int columns = ColumnsFor(static_cast<int>(m_cards.size()));
-  if (std::exchange(m_isKeyMove, false)) VEXILO_LOGI("New Row[%d] , New Col[%d]", index / columns, index % columns);
   char guide[kGuideSize];
   getGuideMsg(card->labelSid, guide);
   elm_object_text_set(m_guide, guide);
@@ -327,7 +329,6 @@ void CSelfDiagnosis::m_onParentBtnFocused(int index) {
 }
 
 void CSelfDiagnosis::m_OnKeyDown(const char* key, bool isWheel) {
-  m_isKeyMove = true;
   if (isWheel) VEXILO_LOGI("Wheel event detected.. Keyname[%s]", key);
   const std::string_view name = key;
   if (elm_config_mirrored_get() && (name == "Left" || name == "Right"))

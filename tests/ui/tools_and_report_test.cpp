@@ -245,7 +245,7 @@ TEST_F(ToolScreens, GuideMessagesSpeakOfTheKindOfDevice) {
   EXPECT_EQ(CSelfDiagnosis::getIconPath("TV_SID_NONE"), "");
 }
 
-TEST_F(ToolScreens, LeavingThemForAPauseEndsTheApplicationOnlyWhileTheyShow) {
+TEST_F(ToolScreens, TheApplicationMayEndWhenPausedOnlyWhileTheyShow) {
   Open();
   OpenHome();
   CHomeScreen::Instance()->m_HideHomeScreen();
@@ -260,6 +260,8 @@ TEST_F(ToolScreens, LeavingThemForAPauseEndsTheApplicationOnlyWhileTheyShow) {
 }
 
 // ---- the error report
+
+constexpr char kCollecting[] = "TV_SID_VEXILO_REPORT_COLLECTING";
 
 class ReportScreens : public ToolScreens {
  protected:
@@ -287,6 +289,16 @@ class ReportScreens : public ToolScreens {
     WriteFile((result + "#").c_str(), R"({"id":")" + category + R"(1","trigger":")" + trigger + R"(",)" + what + "}\n");
     fs::rename(SystemPath(result + "#"), SystemPath(result));
     return fs::remove(TriggerOf(category));
+  }
+  /// Ticks, sends, and leaves the screen that confirms it.
+  void SendAndClose(const std::string& ticks) {
+    Press(ticks + " Down Down Down Return");
+    ASSERT_TRUE(FocusBecomes("close"));
+    Press("Return");
+    ASSERT_TRUE(Soon([] { return StackSize() == 1; }));
+  }
+  static std::string NoReport(const std::string& names) {
+    return CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", names);
   }
   void FocusOn(const std::string& box) {
     for (const Shown& shown : Texts())
@@ -329,52 +341,73 @@ TEST_F(ReportScreens, WhatIsTickedIsSpokenAndCanBeSent) {
 
 TEST_F(ReportScreens, ASentReportIsConfirmedInItsPlaceWithItsName) {
   OpenReport();
-  Press("Down Down Right Right Return Up Up Left Left Return Down Down Down");
+  Press("Down Down Right Right Return Up Up Left Left Return Right Return Down Down Down");
   ASSERT_EQ(Focus(), "send");
   Press("Return");
   ASSERT_TRUE(FocusBecomes("close"));
   EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_CBMAY_ERROR_REPORTING_COMPLETED"));
-  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_REPORT_COLLECTING"));
+  EXPECT_TRUE(ShowsSid(kCollecting));
   EXPECT_EQ(StackSize(), 2u);
   EXPECT_TRUE(Collect("SCREEN", R"("report":"1-SCREEN.tar.zst")"));
+  EXPECT_TRUE(Soon([&] { return Shows("1-SCREEN.tar.zst"); }));
+  EXPECT_TRUE(ShowsSid(kCollecting)) << "for the others";
+  EXPECT_TRUE(Collect("SOUND", R"("problem":"no space left")"));
   EXPECT_TRUE(Collect("OTHER", R"("report":"2-OTHER.tar.zst")"));
   EXPECT_TRUE(Soon([&] { return Shows("1-SCREEN.tar.zst\n2-OTHER.tar.zst"); }));
+  EXPECT_TRUE(Soon([&] { return Shows(NoReport("Sound")); }));
   EXPECT_TRUE(Shows(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_REPORT_SAVED", set_paths::kReportsDir)));
-  EXPECT_TRUE(Soon([] { return InLog("end for KOV send ") == 1; }));
+  EXPECT_FALSE(ShowsSid(kCollecting));
+  EXPECT_THAT(Log(), HasSubstr("SOUND-QUVAKOV.log: no space left"));
+  EXPECT_EQ(InLog("end for KOV send "), 1);
   Press("XF86Back");
   EXPECT_TRUE(FocusBecomes("start")) << "past the report's screen";
-  EXPECT_EQ(StackSize(), 1u);
+  EXPECT_EQ(StackSize(), 1u) << "what failed has been told";
 }
 
-TEST_F(ReportScreens, AFailureIsToldWhereTheViewerIs) {
+TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
   OpenReport();
-  Press("Return Down Down Down Return");
-  ASSERT_TRUE(FocusBecomes("close"));
-  EXPECT_TRUE(Collect("SCREEN", R"("problem":"no space left")"));
-  const std::string told = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", "Screen");
-  EXPECT_TRUE(Soon([&] { return Shows(told); })) << "on the screen that confirmed it";
-  EXPECT_EQ(InLog("SCREEN-QUVAKOV.log: no space left"), 1);
-  Press("Return");
-  ASSERT_TRUE(FocusBecomes("start"));
-  EXPECT_EQ(StackSize(), 1u) << "not twice";
-
-  CHomeScreen::Instance()->m_HideHomeScreen();
-  CErrorReport::Instance()->m_CreateErrorReport();
-  ASSERT_TRUE(FocusBecomes("Screen"));
-  Press("Right Return Down Down Down Return");
-  ASSERT_TRUE(FocusBecomes("close"));
-  Press("Return");
+  SendAndClose("Return Right Return");
   ASSERT_TRUE(FocusBecomes("start"));
   Press("Return");  // a scan, above which no toast goes
   ASSERT_TRUE(Soon([] { return Utils().m_GetKeyBlock(); }));
-  EXPECT_TRUE(Collect("SOUND", R"("problem":"no space left")"));
-  EXPECT_TRUE(Soon([] { return !CErrorReport::Instance()->m_GetFailures().empty(); }));
+  for (const char* category : {"SCREEN", "SOUND"}) EXPECT_TRUE(Collect(category, R"("problem":"no space left")"));
+  EXPECT_TRUE(Soon([] { return CErrorReport::Instance()->m_GetFailures().size() == 2; }));
   QUVA::CStartDC::Instance()->m_CleanObjects();
   CHomeScreen::Instance()->m_ShowHomeScreenPostReturn();
-  EXPECT_TRUE(Shows(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", "Sound"))) << "on home, in a toast";
+  EXPECT_TRUE(Shows(NoReport("Screen, Sound")));
   EXPECT_EQ(StackSize(), 2u);
+  ASSERT_TRUE(FocusBecomes("start"));
+  Press("Down");
+  const std::string there = Focus();
+  EXPECT_NE(there, "start");
   Press("XF86Back");
   EXPECT_EQ(std::tuple(StackSize(), CErrorReport::Instance()->m_GetFailures().size()), std::tuple(1u, 0u));
+  EXPECT_TRUE(FocusBecomes(there)) << "where the viewer had gone";
+
+  // One that fails while the next is being sent is not forgotten for it.
+  CHomeScreen::Instance()->m_HideHomeScreen();
+  CErrorReport::Instance()->m_CreateErrorReport();
+  ASSERT_TRUE(FocusBecomes("Screen"));
+  SendAndClose("Return");
+  CHomeScreen::Instance()->m_HideHomeScreen();
+  CErrorReport::Instance()->m_CreateErrorReport();
+  ASSERT_TRUE(FocusBecomes("Screen"));
+  EXPECT_TRUE(Collect("SCREEN", R"("problem":"no space left")"));
+  EXPECT_TRUE(Soon([] { return !CErrorReport::Instance()->m_GetFailures().empty(); }));
+  Press("Right Return Down Down Down Return");
+  ASSERT_TRUE(FocusBecomes("close"));
+  EXPECT_TRUE(Collect("SOUND", R"("report":"3-SOUND.tar.zst")"));
+  EXPECT_TRUE(Soon([&] { return Shows("3-SOUND.tar.zst"); }));
+  Press("Return");
+  EXPECT_TRUE(Soon([&] { return Shows(NoReport("Screen")); }));
+}
+
+TEST_F(ReportScreens, WhatIsHandedOverIsAskedForBeforeTheEnd) {
+  CErrorReport& report = *CErrorReport::Instance();
+  for (const int row : {8, 0}) report.m_ToggleCategory(row);
+  report.m_HandOver();
+  report.m_FinishSending();
+  EXPECT_TRUE(fs::exists(TriggerOf("SCREEN")) && fs::exists(TriggerOf("OTHER")));
 }
 
 }  // namespace

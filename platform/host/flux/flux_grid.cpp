@@ -43,10 +43,9 @@ class Grid : public ItemWidget {
   Evas_Object* AddCard(const FluxCard& card, int index);
   Evas_Object* AddIcon(Evas_Object* object, const FluxCard& card);
   void TintIcon(int index, bool focused);
-  bool MoveBy(int columns, int rows);
+  bool MoveBy(const Arrow& arrow, const char* event);
+  int TargetOf(const Arrow& arrow) const;
   void Turn(const Evas_Event_Mouse_Wheel& wheel);
-  /// False when what listens has deleted the grid.
-  bool Tell(const char* event, const char* arrow);
   static void OnClicked(void* grid, Evas_Object* card, const char*, const char*);
 
   Evas_Object* m_table;
@@ -127,15 +126,26 @@ void Grid::ShowFocus(int index, bool focused) {
   TintIcon(index, focused);
 }
 
-bool Grid::MoveBy(int columns, int rows) {
-  const int column = Focused() % m_columns + columns, row = Focused() / m_columns + rows;
+/// The card that an arrow leads to; -1 for none.
+int Grid::TargetOf(const Arrow& arrow) const {
+  const int column = Focused() % m_columns + (Mirrored() ? -arrow.columns : arrow.columns);
+  const int row = Focused() / m_columns + arrow.rows;
   const int lastRow = (Count() - 1) / m_columns;
-  const bool stays = elm_flux_key_is_repeated();  // a held key does not leave an edge
-  if (column < 0 || column >= m_columns || row < 0 || row > lastRow) return stays;
+  if (column < 0 || column >= m_columns || row < 0 || row > lastRow) return -1;
   // A last row that is not full is reached all the same.
-  const int index = rows == 0 ? row * m_columns + column : std::min(row * m_columns + column, Count() - 1);
-  if (index >= Count()) return stays;
-  FocusItem(index);
+  const int index = row * m_columns + column;
+  return arrow.rows == 0 && index >= Count() ? -1 : std::min(index, Count() - 1);
+}
+
+/// Whether the key was used: one that is held does not leave an edge.
+bool Grid::MoveBy(const Arrow& arrow, const char* event) {
+  const std::weak_ptr<void> life = Life();
+  evas_object_smart_callback_call(Object(), event, const_cast<char*>(arrow.name));
+  if (life.expired()) return true;
+  const int target = TargetOf(arrow);
+  if (target < 0) return elm_flux_key_is_repeated();
+  FocusItem(target);
+  if (!life.expired()) Emit("item,moved", target);
   return true;
 }
 
@@ -147,8 +157,7 @@ bool Grid::OnKey(Key key) {
   }
   const auto arrow =
       std::find_if(std::begin(kArrows), std::end(kArrows), [key](const auto& a) { return a.key == key; });
-  if (arrow == std::end(kArrows)) return false;
-  return !Tell("arrow", arrow->name) || MoveBy(Mirrored() ? -arrow->columns : arrow->columns, arrow->rows);
+  return arrow != std::end(kArrows) && MoveBy(*arrow, "arrow");
 }
 
 // The wheel moves the focus as the arrows do, but not out of the grid.
@@ -158,16 +167,9 @@ void Grid::Turn(const Evas_Event_Mouse_Wheel& wheel) {
   const int columns = wheel.direction != 0 ? steps : 0, rows = wheel.direction != 0 ? 0 : steps;
   const auto arrow = std::find_if(std::begin(kArrows), std::end(kArrows),
                                   [&](const auto& a) { return a.columns == columns && a.rows == rows; });
-  if (!Tell("wheel", arrow->name)) return;
   const std::weak_ptr<void> life = Life();
   elm_object_focus_set(Object(), true);
-  if (!life.expired()) MoveBy(Mirrored() ? -columns : columns, rows);
-}
-
-bool Grid::Tell(const char* event, const char* arrow) {
-  const std::weak_ptr<void> life = Life();
-  evas_object_smart_callback_call(Object(), event, const_cast<char*>(arrow));
-  return !life.expired();
+  if (!life.expired()) MoveBy(*arrow, "wheel");
 }
 
 void Grid::OnClicked(void* grid, Evas_Object* card, const char*, const char*) {

@@ -40,6 +40,7 @@ Eina_Bool OnDown(void*, int, void* event) {
 Eina_Bool OnUp(void*, int, void* event) {
   const auto* key = static_cast<Ecore_Event_Key*>(event);
   g_held.down.clear();
+  g_held.repeats = false;  // until the same press comes again
   g_held.up = NameOf(*key);
   g_held.upTime = key->timestamp;
   return ECORE_CALLBACK_PASS_ON;

@@ -23,7 +23,7 @@ class Surface : public Widget {
   bool m_light;
 };
 
-constexpr double kHeaderHeight[] = {15.0, 25.0};
+constexpr double kTwoLineHeaderHeight = 25.0;
 
 const char* PlateStyle(FluxPlateType type) {
   switch (type) {
@@ -157,7 +157,7 @@ Evas_Object* elm_flux_header_add(Evas_Object* parent, FluxHeaderStyle style) {
   Evas_Object* layout = flux::AddThemed(parent, "header", "default", flux::Fallback::kContent);
   if (!layout) return nullptr;
   auto* self = new flux::Surface(layout, false);
-  self->m_wanted.minHeight = flux::kHeaderHeight[style == FLUX_HEADER_TWO_LINES ? 1 : 0];
+  self->m_wanted.minHeight = style == FLUX_HEADER_TWO_LINES ? flux::kTwoLineHeaderHeight : flux::kHeaderHeight;
   return layout;
 }
 

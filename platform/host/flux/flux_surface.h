@@ -6,6 +6,9 @@
 
 namespace flux {
 
+/// The height of a page's header of one line, in units.
+inline constexpr double kHeaderHeight = 15.0;
+
 /// Whether `object` lies on a light plate, where texts are dark.
 bool IsOnLightPlate(const Evas_Object* object);
 /// Whether `object` and all that it lies in are shown, and its window is not out of sight.

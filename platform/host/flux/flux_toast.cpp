@@ -10,7 +10,6 @@ namespace flux {
 namespace {
 
 // In units.
-constexpr double kHeaderHeight = 15.0;
 constexpr double kUpperMargin = 1.5;
 constexpr double kSideMargin = 8.0;
 constexpr double kWidest = 160.0;
