@@ -10,19 +10,38 @@ step() {
   shift 2
   mkdir -p "$build_log"
   [ -n "${quiet:-}" ] || echo "$name …" >&2
-  "$@" >"$log" 2>&1 </dev/null && return
-  local code=$?
+  local code=0
+  : >"$log"
+  if [ -n "${quiet:-}" ] || [ ! -t 2 ]; then
+    "$@" >>"$log" 2>&1 </dev/null || code=$?
+  else
+    follow "$log" "$name" &
+    "$@" >>"$log" 2>&1 </dev/null || code=$?
+    kill $! 2>/dev/null && wait $! 2>/dev/null || true
+    printf '\r\033[K' >&2
+  fi
+  [ "$code" -ne 0 ] || return 0
   { echo "$name failed ($code). The end of $log:"; tail -n 40 "$log"; } >&2
   exit 1
 }
 
-# build PRESET: configures it where that has not been done since the presets changed, and builds what is not up to date.
+# follow LOG NAME: says in one line how far the builder is that writes "[n/m]" into the log, until it is ended.
+follow() {
+  local done_of
+  while sleep 0.5; do
+    done_of=$(tail -n 1 "$1" | sed -n 's/^\[\([0-9]*\)\/\([0-9]*\)\].*/\1 of \2/p')
+    [ -z "$done_of" ] || printf '\r\033[K%s … %s' "$2" "$done_of" >&2
+  done
+}
+
+# build PRESET [WHAT]: configures it where that has not been done since the presets changed, and builds what is not up to
+# date of what the build preset WHAT, by default the one of the same name, says.
 build() {
-  local ninja=build/$1/build.ninja
+  local ninja=build/$1/build.ninja what=${2-$1}
   if [ ! -e "$ninja" ] || [ CMakePresets.json -nt "$ninja" ]; then
     step "Configuring $1" "configure-$1" cmake --preset "$1"
   fi
-  step "Building $1" "build-$1" cmake --build --preset "$1"
+  step "Building $1" "build-$what" cmake --build --preset "$what"
 }
 
 # prepare COMMAND…: runs one of our own functions while no other script prepares in this tree.

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <future>
+#include <iterator>
 #include <memory>
 #include <numbers>
 #include <optional>
@@ -412,6 +414,17 @@ std::optional<std::string> WriteSet(const Set& set, const std::filesystem::path&
   return std::nullopt;
 }
 
+/// Every second set, in both editions; false, after a message, when one could not be written.
+bool WriteHalf(size_t half, const std::filesystem::path& folder) {
+  for (size_t i = half; i < std::size(kSets); i += 2)
+    for (const auto& [edition, scale] : {std::pair{"Motion", 1}, std::pair{"uhd/Motion", 2}})
+      if (const auto failure = WriteSet(kSets[i], folder / edition, kSets[i].pixels * scale)) {
+        std::fprintf(stderr, "motion_frames: %s\n", failure->c_str());
+        return false;
+      }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -420,13 +433,9 @@ int main(int argc, char** argv) try {
     return 2;
   }
   const std::filesystem::path folder = argv[1];
-  for (const Set& set : kSets)
-    for (const auto& [edition, scale] : {std::pair{"Motion", 1}, std::pair{"uhd/Motion", 2}})
-      if (const auto failure = WriteSet(set, folder / edition, set.pixels * scale)) {
-        std::fprintf(stderr, "motion_frames: %s\n", failure->c_str());
-        return 1;
-      }
-  return 0;
+  std::vector<std::future<bool>> halves;
+  for (const size_t half : {0, 1}) halves.push_back(std::async(std::launch::async, WriteHalf, half, folder));
+  return std::ranges::count_if(halves, [](auto& each) { return !each.get(); }) > 0 ? 1 : 0;
 } catch (const std::filesystem::filesystem_error& error) {
   std::fprintf(stderr, "motion_frames: %s\n", error.what());
   return 1;
