@@ -10,13 +10,14 @@
 #include "c_handle.h"
 #include "checker.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "system_info.h"
 
 namespace checker {
 
 namespace {
 
-constexpr char kTag[] = "MENU_CHECKER";
+constexpr const char* kTag = log_tags::kMenuChecker;
 
 constexpr struct ProfileKey {
   const char* name;

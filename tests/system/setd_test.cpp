@@ -402,7 +402,7 @@ TEST(SetdReport, HoldsTheLogsWithoutPrivateData) {
 
 TEST(SetdReport, HasWholeLinesOfTheJournalWhereTheLogGoesThere) {
   WriteFile("/bin/journalctl",
-            "#!/bin/sh\ncase \"$*\" in *'-t TVVexilo -t SETD '*) ;; *) exit 1 ;; esac\n"
+            "#!/bin/sh\ncase \"$*\" in *'-t TVVexilo '*'-t FLUX '*'-t SPEECH '*) ;; *) exit 1 ;; esac\n"
             "yes 'start of a line of which many make more than is kept' | head -n 30000\n");
   fs::permissions(SystemPath("/bin/journalctl"), fs::perms::owner_all);
   WriteFile("/tmp/kov_NDF/OTHER-A.log", "");

@@ -6,6 +6,7 @@
 
 #include "base/glib_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "vconf.h"
@@ -17,7 +18,7 @@ namespace app_framework {
 
 namespace {
 
-constexpr char kTag[] = "APPFW";
+constexpr const char* kTag = log_tags::kAppfw;
 constexpr char kIdBytes[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
 
 constexpr std::string_view kEmptyFieldCodes = "fFuUdDnNvmi";  // files, which a launch has none of, and old ones

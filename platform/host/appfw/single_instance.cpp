@@ -5,13 +5,14 @@
 
 #include "base/session_bus.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "system_path.h"
 
 namespace app_framework {
 
 namespace {
 
-constexpr char kTag[] = "APPFW";
+constexpr const char* kTag = log_tags::kAppfw;
 constexpr char kObjectPath[] = "/com/tornelo/TVVexilo";
 constexpr char kInterface[] = "com.tornelo.Application1";
 constexpr char kMethod[] = "AppControl";

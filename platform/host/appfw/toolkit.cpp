@@ -18,6 +18,7 @@
 
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "settings/menu_language.h"
 #include "system_path.h"
@@ -26,7 +27,7 @@ namespace app_framework {
 
 namespace {
 
-constexpr char kTag[] = "APPFW";
+constexpr const char* kTag = log_tags::kAppfw;
 
 bool IsUsableFolder(const char* path) {
   return path && g_path_is_absolute(path) && g_file_test(path, G_FILE_TEST_IS_DIR) && access(path, W_OK | X_OK) == 0;

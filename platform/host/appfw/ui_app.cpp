@@ -17,6 +17,7 @@
 #include "base/glib_handle.h"
 #include "base/session_bus.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "settings/menu_language.h"
 #include "vconf.h"
 
@@ -24,7 +25,7 @@ namespace app_framework {
 
 namespace {
 
-constexpr char kTag[] = "APPFW";
+constexpr const char* kTag = log_tags::kAppfw;
 
 /// A signal handler in GLib's default context, so that it is called also while a callback runs a loop of GLib's. Made
 /// after the toolkit, it replaces the toolkit's.

@@ -8,6 +8,7 @@
 
 #include "connection/default_routes.h"
 #include "dlog.h"
+#include "log_tags.h"
 
 // The kernel's routes are read anew for each question: there is nothing to keep up to date, so no main loop is needed.
 
@@ -17,7 +18,7 @@ struct connection_s {
 
 namespace {
 
-constexpr char kTag[] = "CONNECTION";
+constexpr const char* kTag = log_tags::kConnection;
 
 }  // namespace
 

@@ -19,6 +19,7 @@
 #include "dlog.h"
 #include "flatpak/helper.h"
 #include "flatpak/layout.h"
+#include "log_tags.h"
 #include "packages/processes.h"
 #include "packages/removal.h"
 #include "packages/safe_tree.h"
@@ -35,7 +36,7 @@ using packages::ResultOf;
 using packages::TreeResult;
 using Clock = std::chrono::steady_clock;
 
-constexpr char kTag[] = "FLATPAK";
+constexpr const char* kTag = log_tags::kFlatpak;
 constexpr char kDataGo[] = "data go", kDataStay[] = "data stay";
 constexpr std::chrono::minutes kRemovalLimit{5};
 constexpr std::chrono::seconds kFinishLimit{10};

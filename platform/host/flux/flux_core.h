@@ -9,10 +9,11 @@
 
 #include "elm_flux.h"
 #include "flux/flux_look.h"
+#include "log_tags.h"
 
 namespace flux {
 
-inline constexpr char kTag[] = "FLUX";
+inline constexpr const char* kTag = log_tags::kFlux;
 
 // ---- the state of the set
 

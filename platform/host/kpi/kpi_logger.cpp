@@ -13,6 +13,7 @@
 #include "base/time_text.h"
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -20,7 +21,7 @@ namespace KPILogFramework {
 
 namespace {
 
-constexpr char kTag[] = "KPI";
+constexpr const char* kTag = log_tags::kKpi;
 constexpr off_t kMaxFileSize = 1 << 20;
 
 /// The text with every byte that is part of no UTF-8 character taken as the Latin-1 character of that number.

@@ -19,6 +19,7 @@
 #include "dlog.h"
 #include "flatpak/layout.h"
 #include "flatpak/removal.h"
+#include "log_tags.h"
 #include "packages/manifest.h"
 #include "packages/processes.h"
 #include "packages/removal.h"
@@ -30,7 +31,7 @@ namespace packages {
 
 namespace {
 
-constexpr char kTag[] = "PACKAGES";
+constexpr const char* kTag = log_tags::kPackages;
 constexpr std::string_view kRemoving = ".removing-";
 constexpr char kHiddenNumber = '~';  // no letter of an id
 constexpr int kMaxHidden = 1000;

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "pkgmgr_client.h"
 #include "system_path.h"
 
@@ -17,7 +18,7 @@ namespace packages {
 
 namespace {
 
-constexpr char kTag[] = "PACKAGES";
+constexpr const char* kTag = log_tags::kPackages;
 constexpr size_t kMaxTold = 1000;
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "packages/package_store.h"
 
 // The packages of a host are those of all its users.
@@ -12,7 +13,7 @@ struct pkgmgr_client {};
 
 namespace {
 
-constexpr char kTag[] = "PKGMGR";
+constexpr const char* kTag = log_tags::kPkgmgr;
 
 /// Adds what was measured of the folder. False, and a line in the log, on failure.
 bool Add(const packages::TreeResult& result, const std::string& folder, long long& size) {

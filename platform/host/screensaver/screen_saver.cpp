@@ -8,10 +8,11 @@
 #include "base/glib_handle.h"
 #include "base/session_bus.h"
 #include "dlog.h"
+#include "log_tags.h"
 
 namespace {
 
-constexpr char kTag[] = "SCREEN_SAVER";
+constexpr const char* kTag = log_tags::kScreenSaver;
 constexpr char kService[] = "org.freedesktop.ScreenSaver";
 constexpr char kObjectPath[] = "/org/freedesktop/ScreenSaver";
 constexpr char kApplication[] = "com.tornelo.TVVexilo";

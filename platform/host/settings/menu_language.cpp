@@ -10,11 +10,12 @@
 
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "vconf.h"
 
 namespace {
 
-constexpr char kTag[] = "MENU_LANGUAGE";
+constexpr const char* kTag = log_tags::kMenuLanguage;
 constexpr char kKey[] = "db/menu_widget/language";
 constexpr char kEnglish[] = "en_US.utf8";
 constexpr char kNeutral[] = "C.UTF-8";

@@ -16,6 +16,7 @@
 #include "base/atomic_file.h"
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
@@ -27,7 +28,7 @@ struct _keynode_t {
 
 namespace {
 
-constexpr char kTag[] = "VCONF";
+constexpr const char* kTag = log_tags::kVconf;
 
 void LogError(const std::string& message) {
   __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s", message.c_str());

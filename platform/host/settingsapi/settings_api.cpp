@@ -1,11 +1,12 @@
 #include "settings_api.h"
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "vconf.h"
 
 namespace {
 
-constexpr char kTag[] = "SETTINGS_API";
+constexpr const char* kTag = log_tags::kSettingsApi;
 
 /// Records whether `owner` has taken `item` out of use, where a settings menu can read and watch it.
 int SetDisabled(const std::string& item, const std::string& owner, bool disabled) {

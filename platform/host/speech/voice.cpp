@@ -12,6 +12,7 @@
 
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "settings/menu_language.h"
 #include "speech/speaker.h"
 
@@ -19,7 +20,7 @@ namespace speech {
 
 namespace {
 
-constexpr char kTag[] = "SPEECH";
+constexpr const char* kTag = log_tags::kSpeech;
 
 /// A thread that speaks, from the first text to the end of the process.
 class Voice {

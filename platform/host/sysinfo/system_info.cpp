@@ -20,13 +20,14 @@
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "sysinfo/set_profile.h"
 #include "system_path.h"
 
 namespace {
 
-constexpr char kTag[] = "SYSTEM_INFO";
+constexpr const char* kTag = log_tags::kSystemInfo;
 
 // --- The profile -----------------------------------------------------------------------------------------------------
 

@@ -10,12 +10,13 @@
 #include <thread>
 
 #include "dlog.h"
+#include "log_tags.h"
 
 namespace trevlin {
 
 namespace {
 
-constexpr char kTag[] = "TREVLIN";
+constexpr const char* kTag = log_tags::kTrevlin;
 constexpr size_t kLongestThreadName = 15;
 
 }  // namespace

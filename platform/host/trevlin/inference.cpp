@@ -6,6 +6,7 @@
 
 #include "base/atomic_file.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
@@ -16,7 +17,7 @@ namespace trevlin {
 
 namespace {
 
-constexpr char kTag[] = "TREVLIN";
+constexpr const char* kTag = log_tags::kTrevlin;
 
 constexpr char kRulesStay[] = "the rules that were read last stay in use";
 

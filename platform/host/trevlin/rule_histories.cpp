@@ -19,6 +19,7 @@
 
 #include "base/atomic_file.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -28,7 +29,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kTag[] = "TREVLIN";
+constexpr const char* kTag = log_tags::kTrevlin;
 constexpr auto kLongestLock = 1s;
 constexpr auto kLockPause = 5ms;
 

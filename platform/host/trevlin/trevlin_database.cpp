@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -17,7 +18,7 @@ namespace trevlin {
 
 namespace {
 
-constexpr char kTag[] = "TREVLIN";
+constexpr const char* kTag = log_tags::kTrevlin;
 constexpr std::chrono::milliseconds kLockBudget{2000};
 constexpr std::chrono::milliseconds kLockPause{10};
 

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
@@ -24,7 +25,7 @@ namespace trevlin {
 
 namespace {
 
-constexpr char kTag[] = "TREVLIN";
+constexpr const char* kTag = log_tags::kTrevlin;
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "dlog.h"
+#include "log_tags.h"
 #include "sysinfo/set_profile.h"
 #include "vconf.h"
 
@@ -12,7 +13,7 @@
 
 namespace {
 
-constexpr char kTag[] = "TV_SERVICE";
+constexpr const char* kTag = log_tags::kTvService;
 constexpr int kMainScreen = 1;
 constexpr char kSourceKey[] = "memory/tv/source";
 constexpr char kChannelTypeKey[] = "memory/tv/channel_type";

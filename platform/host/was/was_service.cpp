@@ -13,13 +13,14 @@
 
 #include "dlog.h"
 #include "flatpak/icons.h"
+#include "log_tags.h"
 #include "packages/package_store.h"
 #include "pkgmgr_client.h"
 #include "was_api.h"
 
 namespace {
 
-constexpr char kTag[] = "WAS";
+constexpr const char* kTag = log_tags::kWas;
 
 struct Request {
   std::vector<std::string> appIds;

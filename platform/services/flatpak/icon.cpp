@@ -24,6 +24,7 @@
 #include "base/glib_handle.h"
 #include "c_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -37,7 +38,7 @@ using CanvasHandle = std::unique_ptr<cairo_t, CRelease<&cairo_destroy>>;
 /// Fills a square of that many pixels. False when it cannot.
 using Painter = std::function<bool(cairo_t* canvas, double pixels)>;
 
-constexpr char kTag[] = "FLATPAK";
+constexpr const char* kTag = log_tags::kFlatpak;
 constexpr char kIcons[] = "export/share/icons/hicolor";
 constexpr int kSizes[] = {304, 448};
 constexpr size_t kMaxFileBytes = 16u << 20;

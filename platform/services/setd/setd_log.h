@@ -5,11 +5,12 @@
 #include <string>
 
 #include "dlog.h"
+#include "log_tags.h"
 
 namespace setd {
 
 inline void Log(int priority, const std::string& text) {
-  __dlog_print(LOG_ID_APPS, priority, "SETD", "%s", text.c_str());
+  __dlog_print(LOG_ID_APPS, priority, log_tags::kSetd, "%s", text.c_str());
 }
 
 }  // namespace setd

@@ -18,6 +18,7 @@
 
 #include "base/glib_handle.h"
 #include "c_handle.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "setd/report.h"
 #include "system_path.h"
@@ -31,12 +32,6 @@ constexpr size_t kMaxLog = 1024 * 1024;
 constexpr size_t kMaxStateFile = 64 * 1024;
 constexpr size_t kMaxRecords = 500;
 constexpr int kKernelAll = 3, kKernelSize = 10;  // actions of klogctl()
-
-// Those with which the application and the platform log.
-constexpr const char* kLogTags[] = {"TVVexilo",     "SETD",         "STANDIN",       "APPFW",    "CONNECTION",
-                                    "KPI",          "MENU_CHECKER", "MENU_LANGUAGE", "PACKAGES", "PKGMGR",
-                                    "SCREEN_SAVER", "SETTINGS_API", "SYSTEM_INFO",   "TREVLIN",  "TV_SERVICE",
-                                    "VCONF",        "WAS"};
 
 /// What reports of a category have besides the platform log, the kernel's log and the records that all have.
 struct Category {
@@ -171,7 +166,8 @@ void TakePlatformLog(const TakeSource& take) {
   struct stat status;
   std::string text, problem;
   const bool hasFile = lstat(SystemPath(set_paths::kLogFile).c_str(), &status) == 0;
-  if (!hasFile && ReadJournal("-t", {std::begin(kLogTags), std::end(kLogTags)}, text, problem) && !text.empty())
+  if (!hasFile && ReadJournal("-t", {std::begin(log_tags::kAll), std::end(log_tags::kAll)}, text, problem) &&
+      !text.empty())
     return take("vexilo.log", text, "");
   TakeLog("vexilo.log", set_paths::kLogFile, take);
 }

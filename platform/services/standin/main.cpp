@@ -8,6 +8,7 @@
 #include "appfw/toolkit.h"
 #include "base/glib_handle.h"
 #include "dlog.h"
+#include "log_tags.h"
 #include "screen.h"
 #include "settings/menu_language.h"
 
@@ -35,7 +36,7 @@ Asked ParseArguments(int argc, char** argv) {
 
 void Log(const Asked& asked, const char* why) {
   const auto line = [](const std::string& text) {
-    __dlog_print(LOG_ID_APPS, DLOG_WARN, "STANDIN", "%s", text.c_str());
+    __dlog_print(LOG_ID_APPS, DLOG_WARN, log_tags::kStandin, "%s", text.c_str());
   };
   line("cannot show \"" + asked.name + "\": " + why);
   for (const auto& [key, value] : asked.extras) line("  " + key + " = " + value);
