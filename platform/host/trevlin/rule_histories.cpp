@@ -4,7 +4,6 @@
 #include <json/reader.h>
 #include <json/value.h>
 #include <json/writer.h>
-#include <sys/file.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,9 +14,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "base/atomic_file.h"
+#include "base/file_lock.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "set_paths.h"
@@ -31,7 +30,6 @@ using namespace std::chrono_literals;
 
 constexpr const char* kTag = log_tags::kTrevlin;
 constexpr auto kLongestLock = 1s;
-constexpr auto kLockPause = 5ms;
 
 void Complain(const char* path, const char* doing) {
   __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s: %s: %s", path, doing, std::strerror(errno));
@@ -48,14 +46,9 @@ FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
       open(SystemPath(set_paths::kRuleHistoriesLock).c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   const auto end =
       std::min<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now() + kLongestLock, waitUntil);
-  while (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (!lock || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > end) {
-      Complain(set_paths::kRuleHistoriesLock, "cannot be locked");
-      return {};
-    }
-    std::this_thread::sleep_for(kLockPause);
-  }
-  return lock;
+  if (lock && LockFile(lock.get(), end)) return lock;
+  Complain(set_paths::kRuleHistoriesLock, "cannot be locked");
+  return {};
 }
 
 std::string BootId() {

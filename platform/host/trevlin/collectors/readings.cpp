@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <glib.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,9 +12,9 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
-#include <thread>
 
 #include "base/atomic_file.h"
+#include "base/file_lock.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -30,7 +29,6 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 constexpr auto kLongestLock = 200ms;  // within the shortest deadline
-constexpr auto kLockPause = 2ms;
 constexpr int kReadingsPerWindow = 24;
 constexpr double kStaleWindows = 1.25;
 constexpr std::string_view kBlanks = " \t\r";
@@ -109,11 +107,7 @@ void KeepReadings(const std::string& counter, const std::string& start, const st
 FdHandle LockReadings() {
   MakeFolders(SystemPath(set_paths::kHostRun) + "/trevlin");
   FdHandle lock(open(ReadingsPath("readings.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-  const auto end = std::chrono::steady_clock::now() + kLongestLock;
-  while (lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) return {};
-    std::this_thread::sleep_for(kLockPause);
-  }
+  if (!lock || !LockFile(lock.get(), std::chrono::steady_clock::now() + kLongestLock)) return {};
   return lock;
 }
 

@@ -1,0 +1,24 @@
+#include "base/file_lock.h"
+
+#include <sys/file.h>
+
+#include <cerrno>
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::milliseconds kPause(2);
+
+}  // namespace
+
+bool LockFile(int fd, std::chrono::steady_clock::time_point end) {
+  while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    if (std::chrono::steady_clock::now() >= end) {
+      errno = EWOULDBLOCK;
+      return false;
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
+}
