@@ -32,6 +32,7 @@ namespace {
 
 constexpr size_t kMaxReports = 20;
 constexpr int64_t kMaxBytes = 32 * 1024 * 1024;
+constexpr char kNotSearched[] = "it could not be searched for private data";
 
 std::string TimeText(time_t time, const char* format) {
   tm parts;
@@ -114,6 +115,20 @@ std::string FreePath(const std::string& name, time_t now, const char* suffix) {
   return path;
 }
 
+/// meta.json without private data; when it could not be searched, just what is the collector's own.
+std::string MetaText(Json::Value meta, Scrubber& scrubber) {
+  const auto textOf = [](const Json::Value& value) {
+    return Json::writeString(Json::StreamWriterBuilder(), value) + "\n";
+  };
+  if (const auto clean = scrubber.Clean(textOf(meta))) return *clean;
+  meta.removeMember("name");
+  meta.removeMember("set");
+  for (Json::Value& reason : meta["missing"])
+    if (reason != kNotSearched) reason = "the reason could not be searched for private data";
+  meta["missing"]["meta.json"] = kNotSearched;
+  return textOf(meta);
+}
+
 /// For this user's eyes: the folder is shut before the file is readable in it.
 bool PublishPrivate(const std::string& path, const std::string& bytes) {
   const std::string folder = SystemPath(set_paths::kReportsDir);
@@ -149,9 +164,13 @@ bool MakeReport(const std::string& name, std::string& file, std::string& problem
     if (!reason.empty()) meta["missing"][source] = reason;
     if (reason.empty() || !text.empty()) files.emplace_back(source, text);
   });
-  files.emplace_back("meta.json", Json::writeString(Json::StreamWriterBuilder(), meta) + "\n");
   for (const auto& [source, text] : files) scrubber.Learn(text);
-  for (const auto& [source, text] : files) archive.Add(source, scrubber.Clean(text), now);
+  for (const auto& [source, text] : files)
+    if (const auto clean = scrubber.Clean(text))
+      archive.Add(source, *clean, now);
+    else
+      meta["missing"][source] = kNotSearched;
+  archive.Add("meta.json", MetaText(meta, scrubber), now);
   std::string bytes;
   if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
   static std::mutex publishing;

@@ -58,11 +58,15 @@ std::string PatternOf(const Scrubber::Secret& secret) {
          ")(?![0-9a-z])";
 }
 
-/// The text with what the pattern captures as "v", or else all of each match, replaced by what `replace` makes of it;
-/// placeholders stay.
+/// Has `replace` make something of what the pattern captures as "v", or else of all of each match; placeholders stay.
+/// None with a reason when the text was not searched to its end. That names no pattern: one is of what is private.
 template <typename Replace>
-std::string ReplaceAll(const std::string& text, const GRegex* regex, Replace replace) {
-  if (!regex) return {};
+std::optional<std::string> ReplaceAll(const std::string& text, const GRegex* regex, std::string& problem,
+                                      Replace replace) {
+  if (!regex) {
+    problem = "a pattern is none";
+    return std::nullopt;
+  }
   std::string out;
   size_t copied = 0;
   GMatchInfo* info = nullptr;
@@ -79,9 +83,8 @@ std::string ReplaceAll(const std::string& text, const GRegex* regex, Replace rep
   }
   g_match_info_unref(info);
   if (!error.Get()) return out.append(text, copied, std::string::npos);
-  // Rather no text than one that nobody has looked at to the end.
-  Log(DLOG_ERROR, "a text was left out of a report: " + std::string(error.Message()));
-  return {};
+  problem = "a pattern fails: error " + std::to_string(error.Get()->code);
+  return std::nullopt;
 }
 
 std::string LinesOf(const std::string& path) {
@@ -198,14 +201,17 @@ void Scrubber::AddSecret(const Secret& secret) {
 }
 
 void Scrubber::Learn(const std::string& text) {
+  std::string problem;
   for (const ScrubRule& rule : ScrubRules()) {
     if (!rule.isName) continue;
-    ReplaceAll(text, rule.regex.get(), [&](const std::string& value) {
+    const auto learn = [&](const std::string& value) {
       if (rule.isPrivate(value) && value.size() >= kShortestLearned && value.size() <= kLongestLearned &&
           !IsOrdinaryWord(value) && m_secrets.size() < kMaxSecrets)
         AddSecret({rule.kind, value});
       return value;
-    });
+    };
+    if (!ReplaceAll(text, rule.regex.get(), problem, learn))
+      Log(DLOG_ERROR, "not all private names of a text are known: " + problem);
   }
 }
 
@@ -225,15 +231,21 @@ std::string Scrubber::Placeholder(const std::string& kind, const std::string& va
   return placeholder;
 }
 
-std::string Scrubber::Clean(const std::string& text) {
-  std::string clean = text;
+std::optional<std::string> Scrubber::Clean(const std::string& text) {
+  if (text.empty()) return text;
+  std::optional<std::string> clean = text;
+  std::string problem;
   for (const ScrubRule& rule : ScrubRules())
-    clean = ReplaceAll(clean, rule.regex.get(), [&](const std::string& value) {
-      return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
-    });
+    if (clean)
+      clean = ReplaceAll(*clean, rule.regex.get(), problem, [&](const std::string& value) {
+        return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
+      });
   for (const Secret& secret : m_secrets)
-    clean = ReplaceAll(clean, CompilePattern(PatternOf(secret)).get(),
-                       [&](const std::string&) { return Placeholder(secret.kind, secret.text); });
+    if (clean)
+      clean = ReplaceAll(*clean, CompilePattern(PatternOf(secret)).get(), problem,
+                         [&](const std::string&) { return Placeholder(secret.kind, secret.text); });
+  // Rather no text than one that nobody has looked at to the end.
+  if (!clean) Log(DLOG_ERROR, "a text is left out, it could not be searched for private data: " + problem);
   return clean;
 }
 

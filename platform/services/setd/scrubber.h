@@ -5,6 +5,7 @@
 /// Thread rule: an object belongs to one thread at a time.
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,9 @@ class Scrubber {
   /// text does not say what they are.
   void Learn(const std::string& text);
 
-  /// The text, of any bytes, without private data.
-  std::string Clean(const std::string& text);
+  /// The text, of any bytes, without private data. None, and the reason in the log, when it could not be searched to
+  /// its end.
+  std::optional<std::string> Clean(const std::string& text);
 
  private:
   /// The same for the same value in another spelling.

@@ -259,7 +259,8 @@ RegexHandle CompilePattern(const std::string& pattern) {
   GErrorHandle error;
   constexpr auto kFlags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DUPNAMES | G_REGEX_OPTIMIZE);
   RegexHandle regex(g_regex_new(pattern.c_str(), kFlags, G_REGEX_MATCH_DEFAULT, error.Out()));
-  if (!regex) Log(DLOG_FATAL, "pattern " + pattern + ": " + error.Message());
+  // Neither the pattern nor the message, which has it: it can be of what is private.
+  if (!regex) Log(DLOG_FATAL, "a pattern is none: error " + std::to_string(error.Get()->code));
   // The first match makes machine code of it, which threads that share it must not do at once.
   if (regex) g_regex_match(regex.get(), "", G_REGEX_MATCH_DEFAULT, nullptr);
   return regex;

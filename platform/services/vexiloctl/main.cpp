@@ -99,7 +99,7 @@ constexpr Command kCommands[] = {
      "  FOLDER  gets the file, under the report's name; what is there is never replaced\n"
      "The file is for its owner only. First in it is summary.txt, which tells in plain words what the report is about, "
      "what\n"
-     "is in it, what could not be collected, and what was left out for privacy.\n",
+     "is in it, what is missing, and what was left out for privacy.\n",
      "vexiloctl reports export 20240307T090500Z-SOUND-QUVAKOV /media/stick", ReportsExport},
     {"reports", "remove", "NAME...", 1, 1000, true, "Removes error reports.",
      "  NAME   as in the list; with an unknown one none is removed\n",

@@ -62,7 +62,7 @@ std::string Missing(const Json::Value& meta) {
 std::string LeftOut(const ReportContent& content) {
   Placeholders found;
   for (const ReportFile& file : content.files) Collect(file.content, found);
-  if (found.empty()) return "Nothing private was found in what was collected.\n";
+  if (found.empty()) return "Nothing private was found in these files.\n";
   std::string text =
       "In the place of each of these stands a placeholder with a number, like <mac-1>; the same placeholder\n"
       "is the same thing in all files of this report.\n\n";
@@ -96,7 +96,7 @@ std::string SummaryOf(const std::string& name, const ReportContent& content) {
   return title + "\n" + std::string(title.size(), '=') + "\n" +
          Section("What it is about",
                  about.isNull() ? "Not known: the report has no meta.json that can be read.\n" : facts.Text()) +
-         Section("Files", files.Text()) + Section("What could not be collected", Missing(content.meta)) +
+         Section("Files", files.Text()) + Section("What is missing", Missing(content.meta)) +
          Section("What was left out for privacy", LeftOut(content));
 }
 
