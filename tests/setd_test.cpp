@@ -21,6 +21,7 @@
 #include "setd/report.h"
 #include "setd/request.h"
 #include "setd/scrubber.h"
+#include "setd/scrubber_rules.h"
 #include "support/files.h"
 
 namespace {
@@ -322,6 +323,11 @@ TEST(SetdScrubber, LeavesOrdinaryTextAlone) {
       "clocksource: tsc: max_idle_ns: 881590591483 ns",
   };
   for (const char* text : kTexts) EXPECT_EQ(Cleaned(text), text);
+}
+
+TEST(SetdScrubber, PlaceholdersOfAllRulesAreKnownAsSuch) {
+  for (const ScrubRule& rule : ScrubRules())
+    EXPECT_TRUE(IsPlaceholder("<" + std::string(rule.kind) + "-1>")) << rule.kind;
 }
 
 // Of the processor, for 30 KB. A sanitizer makes each of the thousands of matches slow, but not the search for them.

@@ -54,7 +54,7 @@ std::string PatternOf(const Scrubber::Secret& secret) {
   }
   if (secret.kind == "ssid") plain += "|" + hex;
   if (secret.kind == "serial" && secret.text.size() >= kUniqueSerial) return "(?i)" + plain;
-  return "(?i)(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))(?!" + std::string(kPlaceholderKinds) + "-\\d++>)(?:" + plain +
+  return "(?i)(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))(?!" + PlaceholderKindsPattern() + "-\\d++>)(?:" + plain +
          ")(?![0-9a-z])";
 }
 

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "base/glib_handle.h"
+#include "setd/placeholder_kinds.h"
 #include "setd/setd_log.h"
 
 namespace setd {
@@ -147,7 +148,7 @@ const std::string kShortName = "(?:(?<![a-z0-9])|(?-i:(?<=[a-z])(?=[A-Z])))(?:pa
 const std::string kName = "(?:" + kLongName + "|" + kShortName + ")";
 // Between a name and its value: the end of a quotation, and '=' or ':' in the forms that they have.
 const std::string kAssign = R"([\\"']{0,8}+\h*+(?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?)\h*+(?!<)" +
-                            std::string(kPlaceholderKinds) + R"(-\d)[<\[(]?)";
+                            PlaceholderKindsPattern() + R"(-\d)[<\[(]?)";
 // A value: what is in quotes, which are escaped in a JSON text within another; else what is before a space, or before
 // what ends it or begins the next name.
 const std::string kValue =
@@ -244,14 +245,23 @@ std::vector<Pattern> DevicePatterns() {
 
 }  // namespace
 
+const std::string& PlaceholderKindsPattern() {
+  static const std::string& pattern = *[] {
+    auto* kinds = new std::string("(?:");
+    for (const PlaceholderKind& each : kPlaceholderKinds) kinds->append(each.name).append("|");
+    kinds->back() = ')';
+    return kinds;
+  }();
+  return pattern;
+}
+
 bool IsCommonUser(const std::string& name) {
   constexpr const char* kUsers[] = {"owner", "root", "nobody", "user"};
   return std::find(std::begin(kUsers), std::end(kUsers), name) != std::end(kUsers);
 }
 
 bool IsPlaceholder(const std::string& value) {
-  static const RegexHandle& regex =
-      *new RegexHandle(CompilePattern("^<" + std::string(kPlaceholderKinds) + "-\\d++>$"));
+  static const RegexHandle& regex = *new RegexHandle(CompilePattern("^<" + PlaceholderKindsPattern() + "-\\d++>$"));
   return g_regex_match(regex.get(), value.c_str(), G_REGEX_MATCH_DEFAULT, nullptr);
 }
 

@@ -20,7 +20,7 @@ using RegexHandle = std::unique_ptr<GRegex, CRelease<&g_regex_unref>>;
 RegexHandle CompilePattern(const std::string& pattern);
 
 struct ScrubRule {
-  const char* kind;   ///< of the placeholder
+  const char* kind;   ///< of the placeholder, out of kPlaceholderKinds
   RegexHandle regex;  ///< what it captures as "v", or else all of a match, is replaced
   bool (*isPrivate)(const std::string& value);
   bool isName;  ///< can stand anywhere else without what tells that it is one
@@ -37,6 +37,6 @@ bool IsCommonUser(const std::string& name);
 bool IsPlaceholder(const std::string& value);
 
 /// The kinds of placeholders, as a pattern.
-inline constexpr char kPlaceholderKinds[] = "(?:serial|mac|ip|ssid|user|host|secret|path|mail|id)";
+const std::string& PlaceholderKindsPattern();
 
 }  // namespace setd

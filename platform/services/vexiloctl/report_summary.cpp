@@ -8,28 +8,11 @@
 
 #include "applications.h"
 #include "command.h"
+#include "setd/placeholder_kinds.h"
 
 namespace vexiloctl {
 
 namespace {
-
-/// What the log collector's placeholders stand for: "<mac-1>". docs/setd.md lists them.
-constexpr struct {
-  std::string_view kind;
-  const char* one;
-  const char* more;
-} kPlaceholders[] = {
-    {"serial", "serial number", "serial numbers"},
-    {"mac", "hardware address", "hardware addresses"},
-    {"ip", "network address", "network addresses"},
-    {"ssid", "wireless name", "wireless names"},
-    {"user", "user name", "user names"},
-    {"host", "name of the machine", "names of the machine"},
-    {"secret", "password, key or token", "passwords, keys or tokens"},
-    {"path", "path of a personal file", "paths of personal files"},
-    {"mail", "mail address", "mail addresses"},
-    {"id", "unique id", "unique ids"},
-};
 
 using Placeholders = std::map<std::string_view, std::set<std::string_view>>;
 
@@ -37,11 +20,11 @@ using Placeholders = std::map<std::string_view, std::set<std::string_view>>;
 void Collect(std::string_view text, Placeholders& found) {
   for (size_t at = 0; (at = text.find('<', at)) != text.npos; ++at) {
     const std::string_view rest = text.substr(at + 1);
-    for (const auto& each : kPlaceholders) {
-      if (!rest.starts_with(each.kind) || !rest.substr(each.kind.size()).starts_with('-')) continue;
-      const size_t number = each.kind.size() + 1;
+    for (const auto& each : setd::kPlaceholderKinds) {
+      if (!rest.starts_with(each.name) || !rest.substr(each.name.size()).starts_with('-')) continue;
+      const size_t number = each.name.size() + 1;
       const size_t end = std::min(rest.find_first_not_of("0123456789", number), rest.size());
-      if (end > number && rest.substr(end).starts_with('>')) found[each.kind].insert(rest.substr(0, end));
+      if (end > number && rest.substr(end).starts_with('>')) found[each.name].insert(rest.substr(0, end));
     }
   }
 }
@@ -66,8 +49,8 @@ std::string LeftOut(const ReportContent& content) {
   std::string text =
       "In the place of each of these stands a placeholder with a number, like <mac-1>; the same placeholder\n"
       "is the same thing in all files of this report.\n\n";
-  for (const auto& each : kPlaceholders)
-    if (const size_t count = found[each.kind].size())
+  for (const auto& each : setd::kPlaceholderKinds)
+    if (const size_t count = found[each.name].size())
       text += "  " + std::to_string(count) + " " + (count == 1 ? each.one : each.more) + "\n";
   return text;
 }
