@@ -41,6 +41,63 @@ std::string Hex(unsigned char byte) {
   return text;
 }
 
+/// The code of the escape that begins at the place: that of "\u00e9".
+std::optional<gunichar> EscapedAt(const std::string& text, size_t at) {
+  if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return std::nullopt;
+  gunichar code = 0;
+  for (size_t i = at + 2; i < at + 6; ++i) {
+    if (!g_ascii_isxdigit(text[i])) return std::nullopt;
+    code = code * 16 + static_cast<gunichar>(g_ascii_xdigit_value(text[i]));
+  }
+  return code;
+}
+
+/// The text with the characters that JSON's escapes stand for, but for control characters and what would end a string
+/// of JSON. All backslashes of an escape go: a text of JSON within another has two.
+std::string Unescaped(const std::string& text) {
+  std::string out;
+  size_t copied = 0;
+  for (size_t at = 0; (at = text.find("\\u", at)) != text.npos; ++at) {
+    std::optional<gunichar> code = EscapedAt(text, at);
+    size_t end = at + 6;
+    if (code && *code >= 0xd800 && *code < 0xdc00) {
+      const size_t next = std::min(text.find_first_not_of('\\', end), text.size());
+      const std::optional<gunichar> low = next > end ? EscapedAt(text, next - 1) : std::nullopt;
+      if (low && *low >= 0xdc00 && *low < 0xe000) {
+        code = 0x10000 + (*code - 0xd800) * 0x400 + (*low - 0xdc00);
+        end = next + 5;
+      }
+    }
+    if (!code || !g_unichar_validate(*code) || g_unichar_iscntrl(*code) || *code == '"' || *code == '\\') continue;
+    size_t from = at;
+    while (from > copied && text[from - 1] == '\\') --from;
+    char bytes[6];
+    out.append(text, copied, from - copied).append(bytes, static_cast<size_t>(g_unichar_to_utf8(*code, bytes)));
+    copied = end;
+    at = end - 1;
+  }
+  return out.append(text, copied, std::string::npos);
+}
+
+/// What is the same of all spellings of a value.
+std::string KeyOf(const std::string& kind, const std::string& value) {
+  std::string key;
+  for (size_t i = 0; i < value.size(); ++i) {
+    char byte = value[i];
+    if (byte == '%' && i + 2 < value.size() && g_ascii_isxdigit(value[i + 1]) && g_ascii_isxdigit(value[i + 2])) {
+      byte = static_cast<char>(g_ascii_xdigit_value(value[i + 1]) * 16 + g_ascii_xdigit_value(value[i + 2]));
+      i += 2;
+    }
+    if (kind == "ip" && byte == '-') byte = '.';
+    // Hardware addresses have several separators, and none.
+    if (kind != "mac" || g_ascii_isalnum(byte)) key += g_ascii_tolower(byte);
+  }
+  if (kind != "mail") return key;
+  std::erase(key, ' ');
+  const size_t at = key.find_first_of("([");
+  return at == key.npos ? key : key.replace(at, std::strlen("(at)"), "@");
+}
+
 /// A pattern for the text as a word, in the ways in which URLs and logs write it; wireless names also in hexadecimal.
 std::string PatternOf(const Scrubber::Secret& secret) {
   std::string plain, hex;
@@ -201,6 +258,7 @@ void Scrubber::AddSecret(const Secret& secret) {
 }
 
 void Scrubber::Learn(const std::string& text) {
+  const std::string plain = Unescaped(text);
   std::string problem;
   for (const ScrubRule& rule : ScrubRules()) {
     if (!rule.isName) continue;
@@ -210,30 +268,20 @@ void Scrubber::Learn(const std::string& text) {
         AddSecret({rule.kind, value});
       return value;
     };
-    if (!ReplaceAll(text, rule.regex.get(), problem, learn))
+    if (!ReplaceAll(plain, rule.regex.get(), problem, learn))
       Log(DLOG_ERROR, "not all private names of a text are known: " + problem);
   }
 }
 
 std::string Scrubber::Placeholder(const std::string& kind, const std::string& value) {
-  std::string key;
-  for (size_t i = 0; i < value.size(); ++i) {
-    char byte = value[i];
-    if (byte == '%' && i + 2 < value.size() && g_ascii_isxdigit(value[i + 1]) && g_ascii_isxdigit(value[i + 2])) {
-      byte = static_cast<char>(g_ascii_xdigit_value(value[i + 1]) * 16 + g_ascii_xdigit_value(value[i + 2]));
-      i += 2;
-    }
-    // Hardware addresses have several separators, and none.
-    if (kind != "mac" || g_ascii_isalnum(byte)) key += g_ascii_tolower(byte);
-  }
-  std::string& placeholder = m_placeholders[kind + " " + key];
+  std::string& placeholder = m_placeholders[kind + " " + KeyOf(kind, value)];
   if (placeholder.empty()) placeholder = "<" + kind + "-" + std::to_string(++m_counts[kind]) + ">";
   return placeholder;
 }
 
 std::optional<std::string> Scrubber::Clean(const std::string& text) {
   if (text.empty()) return text;
-  std::optional<std::string> clean = text;
+  std::optional<std::string> clean = Unescaped(text);
   std::string problem;
   for (const ScrubRule& rule : ScrubRules())
     if (clean)

@@ -27,8 +27,8 @@ class Scrubber {
   /// text does not say what they are.
   void Learn(const std::string& text);
 
-  /// The text, of any bytes, without private data. None, and the reason in the log, when it could not be searched to
-  /// its end.
+  /// The text, of any bytes, without private data; the escapes of JSON are characters in it. None, and the reason in
+  /// the log, when it could not be searched to its end.
   std::optional<std::string> Clean(const std::string& text);
 
  private:

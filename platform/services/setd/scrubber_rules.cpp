@@ -69,6 +69,32 @@ bool IsMadeUp(const std::string& value) {
   return value.size() >= 8 && HasAny(value, std::isdigit) && HasAny(value, std::isalpha);
 }
 
+/// What a sentence says to be done with a password, unless the password is a part of another thing's name.
+bool IsGivenInSentence(const std::string& value) {
+  constexpr const char* kWords[] = {
+      "auth",     "authentication", "based",   "cache",  "caching",    "change",     "check",
+      "checking", "constraints",    "derived", "dialog", "encryption", "entry",      "expiry",
+      "feature",  "field",          "file",    "files",  "hash",       "hashes",     "hashing",
+      "input",    "length",         "less",    "login",  "logins",     "manager",    "method",
+      "mode",     "page",           "policy",  "prompt", "protected",  "protection", "quality",
+      "recovery", "request",        "reset",   "screen", "server",     "storage",    "store",
+      "struct",   "support",        "type",    "types",  "update",     "validation", "verification"};
+  return IsToldInSentence(value) && !IsOneOf(kWords, value);
+}
+
+/// What stands right behind the name of a password, unless it is about its kind.
+bool IsToldBehindName(const std::string& value) {
+  constexpr const char* kWords[] = {"104-bit", "128-bit", "256-bit", "sha-256", "sha-512"};
+  const bool isNumber = value.size() >= 4 && value.find_first_not_of("0123456789") == value.npos;
+  const bool isMixed = value.size() >= 7 && HasAny(value, std::isdigit) && HasAny(value, std::isalpha);
+  return (isNumber || isMixed) && !IsOneOf(kWords, value);
+}
+
+/// What stands in the line below the name of a password.
+bool IsToldBelow(const std::string& value) {
+  return IsAssigned(value) && IsToldInSentence(value);
+}
+
 /// Behind "-p" and "-u": no path, no port, process or id, no level of a log.
 bool IsPasswordOption(const std::string& value) {
   constexpr const char* kWords[] = {"alert", "crit", "debug", "emerg",  "err",  "error",
@@ -90,8 +116,9 @@ bool IsPrivateUser(const std::string& value) {
 
 /// Not an instance of a unit, "getty@tty1.service", nor a picture for a scale, "icon@2x.png".
 bool IsMailAddress(const std::string& value) {
-  constexpr const char* kEndings[] = {"automount", "device", "jpg", "mount",  "path",   "png",   "scope",
-                                      "service",   "slice",  "svg", "socket", "target", "timer", "swap"};
+  constexpr const char* kEndings[] = {"automount", "conf",   "cpp",  "device", "html",  "jpg",     "json",
+                                      "log",       "mount",  "path", "png",    "scope", "service", "slice",
+                                      "svg",       "socket", "swap", "target", "timer", "txt",     "xml"};
   const std::string ending = value.substr(value.rfind('.') + 1);
   return !std::isdigit(static_cast<unsigned char>(ending[0])) && !IsOneOf(kEndings, ending);
 }
@@ -124,10 +151,10 @@ bool IsPrivateAddress6(const std::string& value) {
   return inet_pton(AF_INET6, plain.c_str(), &bytes) == 1 && plain != "::" && plain != "::1" && !isName;
 }
 
-/// An address, also with zeros before its numbers, and not this machine itself.
+/// An address, also with zeros before its numbers or in a name, and not this machine itself.
 bool IsPrivateAddress4(const std::string& value) {
   int bytes[4] = {};
-  std::sscanf(value.c_str(), "%3d.%3d.%3d.%3d", &bytes[0], &bytes[1], &bytes[2], &bytes[3]);
+  std::sscanf(value.c_str(), "%3d%*1[.-]%3d%*1[.-]%3d%*1[.-]%3d", &bytes[0], &bytes[1], &bytes[2], &bytes[3]);
   const bool isAddress = std::all_of(std::begin(bytes), std::end(bytes), [](int byte) { return byte <= 255; });
   return isAddress && bytes[0] != 127 && (bytes[0] | bytes[1] | bytes[2] | bytes[3]) != 0;
 }
@@ -141,20 +168,31 @@ const std::string kBehind = "(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))";
 
 // The names of secrets that are such at the end of a longer word, too, and those that are words.
 const std::string kLongName =
-    "(?:passwo?r?d|passphrase|passcode|secret|token|credential|api[ _-]?key|access[_-]?key|private[_-]?key|"
+    "(?:passwo?r?d|passwort|kennwort|passphrase|passcode|secret|token|credential|"
+    "api[ _-]?key|access[_-]?key|private[_-]?key|"
     "(?:encryption|network|security|shared|wep|wpa)[ _-]?key|session[_-]?(?:id|key))"
     "(?:\\d{1,2}|[_-]\\w{1,16}|(?-i:[A-Z]\\w{0,16}))?";
-const std::string kShortName = "(?:(?<![a-z0-9])|(?-i:(?<=[a-z])(?=[A-Z])))(?:pass|pwd|pin|psk|pw|otp)\\d?(?![a-z0-9])";
+const std::string kShortName =
+    "(?:(?<![a-z0-9])|(?-i:(?<=[a-z])(?=[A-Z])))(?:pass|pwd|pin(?:[ _-]?code)?|psk|pw|otp)\\d?(?![a-z0-9])";
 const std::string kName = "(?:" + kLongName + "|" + kShortName + ")";
-// Between a name and its value: the end of a quotation, and '=' or ':' in the forms that they have.
-const std::string kAssign = R"([\\"']{0,8}+\h*+(?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?)\h*+(?!<)" +
-                            PlaceholderKindsPattern() + R"(-\d)[<\[(]?)";
+// Those behind which a value can stand without more.
+const std::string kTypedName = "(?:passwo?r?d|passwort|kennwort|passphrase|passcode)";
+const std::string kKeyName = "(?:" + kTypedName + "|psk|(?:network|shared|wep|wpa)[ _-]?key)";
+const std::string kNoPlaceholder = "(?!<" + PlaceholderKindsPattern() + R"(-\d))";
+// Between a name and its value: the end of a quotation, a remark, and '=' or ':' in the forms that they have.
+const std::string kAssign = R"([\\"']{0,8}+\h*+(?:\([\w\h-]{1,20}+\)\h*+)?)"
+                            R"((?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?)\h*+)" +
+                            kNoPlaceholder + R"([<\[(]?+)" + kNoPlaceholder;
 // A value: what is in quotes, which are escaped in a JSON text within another; else what is before a space, or before
 // what ends it or begins the next name.
 const std::string kValue =
-    R"((?:\\++["'](?<v>[^"'\\\n]++)|"(?<v>(?:[^"\\\n]++|\\[^\n])++)|'(?<v>[^'\n]++)|)"
+    R"((?:\\++(?:["']|u0022)(?<v>[^"'\\\n]++)|"(?<v>(?:[^"\\\n]++|\\[^\n])++)|'(?<v>[^'\n]++)|)"
     R"((?<v>[^\s"',;&<>\\)}\]]++(?:(?:["',;&<>)}\]]|\\(?![nrt]))(?=[^\s"',;&<>\\)}\]])(?![\w.-]{1,40}+["']?\h?[=:]))"
     R"([^\s"',;&<>\\)}\]]++)*+)))";
+// The end of a line, also of one in a text of JSON.
+const std::string kLineEnd = R"((?:\r?\n|(?:\\{1,4}r)?\\{1,4}n))";
+// What begins the next name rather than being a value.
+const std::string kNoName = R"((?![\w.-]{1,40}+["']?\h?[=:]|\{))";
 // What is before the value of an option, also in a list of arguments and in that of a process.
 const std::string kOption = R"([\\"']{0,8}+(?:,\h*+|[\h\x00]++)(?!\\{0,4}["']?-))";
 // Options that take USER:PASSWORD.
@@ -175,14 +213,20 @@ std::vector<Pattern> PasswordPatterns() {
        "(?i)authorization" + kAssign +
            R"([\\"']{0,8}+(?:(?:bearer|basic|negotiate|ntlm|oauth|token|api-?key)\h++)?+(?!<|[\w-]{1,24}\h++<)(?<v>[^\s"',;<>\\]++))",
        IsToldInSentence},
+      {"secret", R"((?i)(?<![a-z0-9])bearer)" + kAssign + R"((?!["']?/))" + kValue, IsMadeUp},
       {"secret", R"((?i)(?<![a-z0-9])(?:bearer|basic)\h++(?<v>[\w.~+/-]{8,}+=*+))", IsMadeUp},
       {"secret", R"((?i)(?<![a-z0-9])(?:set-)?cookie[\\"']{0,8}+:\h*+[\\"']{0,8}+(?<v>[^"'\\\n]++))", Always},
       {"secret", R"((?<!\w)eyJ[\w-]{8,}+\.[\w-]{8,}+(?:\.[\w-]++)?)", Always},
+      {"secret",
+       "(?i)" + kBehind + R"((?-i:gh[opsru]_\w{20,}+|glpat-[\w-]{16,}+|xox[a-z]-[\w-]{10,}+|AKIA[0-9A-Z]{16}(?!\w)))",
+       Always},
       {"secret", "PRIVATE KEY-----(?<v>[^-]++)", Always},
       {"secret", R"(://[^\s/:@"'<>]{0,256}+:(?!<)(?<v>[^\s/"'<>]{1,256})@)", Always},
       {"user", R"(://(?<v>[^\s/:@"'<>]{1,256}+)(?::<secret-\d++>)?@)", IsPrivateUser},
       {"secret", R"((?i)[?&;](?:code|key|sig|signature|auth|sid|session|ticket|jwt)=(?!<)(?<v>[^\s&;#"'<>\\]++))",
        Always},
+      {"secret", R"((?i)credentials?)" + kAssign + R"([a-z_][\w.@+-]{0,63}+\h*+[/|,:]\h*+)" + kValue, IsToldBelow},
+      {"user", R"((?i)credentials?)" + kAssign + R"((?<v>[a-z_][\w.@+-]{0,63}+)\h*+[/|,:]\h*+<secret-)", IsPrivateUser},
       {"secret", "(?i)" + kName + kAssign + kValue, IsAssigned},
       {"secret", R"((?i)<(?:[a-z]{1,16}:)?(?!secret-\d))" + kName + R"((?:\h[^<>\n]{0,80})?>(?<v>[^<\n]++))",
        IsAssigned},
@@ -198,8 +242,25 @@ std::vector<Pattern> PasswordPatterns() {
            kValue,
        IsToldInSentence},
       {"secret", R"((?i)\b(?:set|change|changed)\h(?:the\h)?)" + kName + R"(\hto\h)" + kValue, IsToldInSentence},
-      {"secret", R"((?i)(?:passwo?r?d|passphrase|passcode|psk|(?:network|shared|wep|wpa)[ _-]?key)\h++)" + kValue,
-       IsMadeUp},
+      {"secret",
+       "(?i)" + kName + R"(\h(?:for|of|to|on|from|at)\h[^\n:=]{1,60}?[:=]\h*+)" + kNoPlaceholder +
+           R"((?:(?=\S{0,64}?\d)(?=\S{0,64}?[a-z])|(?=\S++\h*+(?:\n|\z))))" + kValue,
+       IsToldInSentence},
+      {"secret",
+       R"((?i)\b(?:with|using)\h(?:(?:an?|its|the|this|network|user|wi-?fi|wireless|wlan)\h){0,2})" + kTypedName +
+           R"(\h)" + kValue,
+       IsGivenInSentence},
+      {"secret", "(?i)" + kKeyName + R"((?:\h++|(?=[\[(]))[\[(]?+)" + kNoPlaceholder + kValue, IsToldBehindName},
+      {"secret", R"((?i)(?<![a-z0-9])pin(?:[ _-]?code)?(?:\h++|(?=\())\(?+(?<v>\d{4,8})(?!\w|[.:-]\d))", Always},
+      {"secret",
+       "(?i)" + kName + R"([\\"']{0,8}+\h*+[:=]\h*+)" + kLineEnd + R"((?:\h++)" + kNoName + kValue + "|" + kNoName +
+           R"((?<v>[^\s"'\\<]++)(?=\h*+(?:\z|["']|)" + kLineEnd + ")))",
+       IsToldBelow},
+      // A wireless key, but no checksum that the text calls so: that is gone over.
+      {"secret",
+       R"((?i)(?:(?<![a-z])(?:sha-?256(?:sum)?|checksum|digest|commit)(?![a-z])(?:(?!key|psk|pass)[^\n]){0,48}?)"
+       R"(\b[0-9a-f]{64}\b(*SKIP)(*F)|\b[0-9a-f]{64}\b))",
+       Always},
   };
 }
 
@@ -212,7 +273,7 @@ std::vector<Pattern> PersonPatterns() {
        R"((?i)\b(?:(?:for|by|of|as|from|invalid) user\h|(?:accepted|failed) [\w-]{1,24} for (?:invalid user )?|[ug]id=\d{1,10}\()["']?(?<v>[a-z_][\w-]*+(?:\.[\w-]++)*+))",
        IsPrivateUser},
       {"mail",
-       R"((?i)(?:(?<![\w.+\x80-\xff-])(?!(?<=%)[0-9a-f]{2})|(?<=%[0-9a-f]{2}))(?:[\w.+\x80-\xff-]|%2b){1,256}+(?:@|%(?:25){0,2}40|\\u0040)[a-z0-9\x80-\xff-]{1,64}+(?:\.[a-z0-9\x80-\xff-]{1,64}+){1,8}+)",
+       R"((?i)(?:(?<![\w.+\x80-\xff-])(?!(?<=%)[0-9a-f]{2})|(?<=%[0-9a-f]{2}))(?:[\w.+\x80-\xff-]|%2b){1,256}+(?:@|%(?:25){0,2}40|\h?[(\[]at[)\]]\h?)[a-z0-9\x80-\xff-]{1,64}+(?:\.[a-z0-9\x80-\xff-]{1,64}+){1,8}+)",
        IsMailAddress},
       {"path",
        R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|/(?:run/)?media/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~",
@@ -233,12 +294,18 @@ std::vector<Pattern> DevicePatterns() {
        IsSerialNumber, true},
       {"id", "(?i)" + kBehind + "[0-9a-f]{8}-?(?:[0-9a-f]{4}-?){3}[0-9a-f]{12}(?![0-9a-z])", Always},
       {"mac", "(?i)" + kBehind + "(?:[0-9a-f]{2}(?:[:_-]|%3a)){5,7}[0-9a-f]{2}(?![0-9a-z])", Always},
+      // Six pairs, of which there are more in a row where a text shows bytes.
+      {"mac",
+       R"((?i)(?<![0-9a-z])(?<![^0-9a-z][0-9a-f]{2}\h)(?<!^[0-9a-f]{2}\h)(?:[0-9a-f]{2}\h){5}[0-9a-f]{2}(?![0-9a-z]|\h[0-9a-f]{2}(?![0-9a-z])))",
+       IsHardwareAddress},
       {"mac", R"((?i)(?<![0-9a-z.])[0-9a-f]{4}\.[0-9a-f]{4}\.[0-9a-f]{4}(?![0-9a-z.]))", Always},
       {"mac", "(?i)(?<=enx|wlx)[0-9a-f]{12}(?![0-9a-z])", Always},
       {"mac", "(?i)" + kBehind + "[0-9a-f]{12}(?![0-9a-z])", IsHardwareAddress},
       {"ip",
        R"((?i)(?:(?<![0-9a-z.])|(?<=%[0-9a-f]{2}))(?:[0-9a-f]{0,4}(?::|%3a)){2,7}(?:(?:\d{1,3}\.){3}\d{1,3}|[0-9a-f]{1,4}|(?<=::)|(?<=%3a%3a))(?![0-9a-z]))",
        IsPrivateAddress6},
+      {"ip", R"((?i)(?<![0-9a-z])(?:ip|host|dhcp|client|static|dynamic|pool)-(?<v>(?:\d{1,3}-){3}\d{1,3})(?![\w-]))",
+       IsPrivateAddress4},
       {"ip", R"((?<![\d.])(?:\d{1,3}\.){3}\d{1,3}(?!\d|\.(?:1?\d{1,2}|2[0-4]\d|25[0-5])(?!\d)))", IsPrivateAddress4},
   };
 }
