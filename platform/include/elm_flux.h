@@ -252,8 +252,9 @@ struct FluxCard {
 /// A grid of cards, in rows of `columns`. A card that is not enabled looks so but takes the focus and clicks. Smart
 /// events with the card's number (int*): "item,focused", "item,unfocused", "item,selected", and "item,moved" when it
 /// got the focus from another by a key or the wheel; with the name of an arrow ("Left", const char*), before that:
-/// "arrow" for the key that was pressed, "wheel" for the one that a turn of the wheel counts as. Cards share the grid's size and are inset by 3 units on each side; a label
-/// has two lines. The focused card turns light and widens, in at most 200 ms, at once while a key is held.
+/// "arrow" for the key that was pressed, "wheel" for the one that a turn of the wheel counts as. Cards share the grid's
+/// size and are inset by 3 units on each side; a label has two lines. The focused card turns light and widens, in at
+/// most 200 ms, at once while a key is held.
 Evas_Object* elm_flux_grid_add(Evas_Object* parent, int columns);
 void elm_flux_grid_cards_set(Evas_Object* grid, std::vector<FluxCard> cards);
 void elm_flux_grid_focus_set(Evas_Object* grid, int index);
