@@ -31,6 +31,7 @@ class CErrorReportSuccess {
   void m_ShowSent();
 
   CScreen m_screen;
+  CWidget m_checkMark;
   CWidget m_sentPlace;
   CWidget m_sentNames;
   CWidget m_sentRest;

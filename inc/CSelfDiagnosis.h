@@ -86,6 +86,7 @@ class CSelfDiagnosis {
   std::vector<Card> m_cards;
   int m_selectedIndex = 0;
   bool m_isSignage = false;
+  double m_launchTime = 0;  ///< when a tool was launched last, of the main loop's clock
   CScreen m_screen;
   CWidget m_grid;
   CWidget m_guide;

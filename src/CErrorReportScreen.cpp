@@ -103,8 +103,7 @@ void CErrorReport::m_CreateButtonRow(Evas_Object* column) {
   Evas_Object* cancel = nullptr;
   CUtils::Instance().m_CreateButton(cancel, row, CUtils::m_GetText("SID_CANCEL"), kBoxWidth, kButtonHeight);
   m_cancelButton = cancel;
-  m_hint = AddText(row, CUtils::m_GetText("TV_SID_VEXILO_CHOOSE_PROBLEM"), FLUX_FONT_400, kFaintTextColor,
-                   FLUX_TEXT_SMALL, FLUX_ALIGN_LEFT, kBoxWidth, kHintHeight);
+  m_hint = AddText(row, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_LEFT, kBoxWidth, kHintHeight);
   elm_flux_text_lines_set(m_hint, 2);
   OnEvent(m_sendButton, "clicked", [this](void*) { m_SendBtnBtnClickCall(); });
   OnEvent(m_cancelButton, "clicked", [this](void*) { m_CancelBtnBtnClickCall(); });
@@ -138,10 +137,7 @@ void CErrorReport::m_SetNextFocusForLastRow() {
 void CErrorReport::m_ShowWhetherSendable() {
   const bool canSend = m_CheckIfAnyCheckboxIsSelected();
   elm_object_disabled_set(m_sendButton, !canSend);
-  if (canSend)
-    evas_object_hide(m_hint);
-  else
-    evas_object_show(m_hint);
+  elm_object_text_set(m_hint, canSend ? "" : CUtils::m_GetText("TV_SID_VEXILO_CHOOSE_PROBLEM").c_str());
   m_SetNextFocusForLastRow();
 }
 

@@ -16,10 +16,12 @@ constexpr char kBanner[] = "TV_SID_VEXILO_CBMAY_ERROR_REPORTING_COMPLETED";
 constexpr char kInfo[] = "TV_SID_VEXILO_CBMAY_THANKS_DATA_SENT_USED_IMPORVE";
 constexpr char kCheckMark[] = "dc_icon_check_s.svg";
 
+constexpr size_t kMostBelowMark = 6;  // reports
+
 constexpr double kMargin = 22;  // units, as all sizes here
-constexpr double kTop = 5;
-constexpr double kBottom = 7;
-constexpr double kCheckMarkSize = 11;
+constexpr double kTop = 4;
+constexpr double kBottom = 6;
+constexpr double kCheckMarkSize = 9;
 constexpr double kBannerHeight = 12;
 constexpr double kTextWidth = 196;
 constexpr double kGap = 2;
@@ -60,7 +62,8 @@ void CErrorReportSuccess::m_CreateSuccessErrorReport() {
 
 void CErrorReportSuccess::m_CreateMainBanner() {
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_image_tint_set(AddImage(body, getResourcePath(kCheckMark), kCheckMarkSize, kCheckMarkSize), kAccentColor);
+  m_checkMark = AddImage(body, getResourcePath(kCheckMark), kCheckMarkSize, kCheckMarkSize);
+  elm_flux_image_tint_set(m_checkMark, kAccentColor);
   Evas_Object* const banner = AddText(body, CUtils::m_GetText(kBanner), FLUX_FONT_700, kReportTextColor,
                                       FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kBannerHeight);
   elm_flux_expand_set(banner, true);
@@ -107,6 +110,8 @@ void CErrorReportSuccess::m_ShowSent() {
     else
       evas_object_show(widget);
   }
+  // Nothing to be glad of, or no room for it.
+  if ((sent.reports.empty() && !sent.isWaiting) || sent.reports.size() > kMostBelowMark) evas_object_hide(m_checkMark);
   if (sent.isWaiting || std::exchange(m_isTold, true)) return;
   if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(place + (place.empty() || rest.empty() ? "" : " ") + rest);
   report->m_ForgetFailures(sent.failed);

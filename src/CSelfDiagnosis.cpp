@@ -125,6 +125,9 @@ constexpr Reason kReasons[] = {{kConsentKey, "TV_SID_VEXILO_TOOL_NEEDS_TERMS"},
                                {kToolsLockedKey, "TV_SID_VEXILO_TOOL_LOCKED"}};
 constexpr char kOtherReason[] = "TV_SID_VEXILO_TOOL_NOT_AVAILABLE";
 
+constexpr double kLaunchPause = 1.5;  // seconds
+constexpr double kNever = -1e9;
+
 constexpr double kMargin = 11;  // units, as all sizes here
 constexpr double kTop = 7;
 constexpr double kGridHeight = 78;
@@ -170,6 +173,7 @@ void CSelfDiagnosis::m_CreateSelfDiagnosis(bool registers) {
   utils.m_SetExitOnPause(true);
   CGetData::GetInstance()->m_SetCurrentScreen(SCREEN_SELF_DIAGNOSIS);
   m_isSignage = utils.m_IsSignage();
+  m_launchTime = kNever;
   if (registers)
     utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideSelfDiagnosis(); }}, false);
   const char* const launchFrom = utils.m_pGetLaunchFrom();
@@ -347,9 +351,14 @@ void CSelfDiagnosis::m_launchProcess() {
   const Tool* const tool = card ? FindTool(card->labelSid) : nullptr;
   if (!tool) return;
   if (!card->enabled) return m_ShowToast(card->reason);
+  // Presses that come before the tool is on the screen are one.
+  const double now = ecore_loop_time_get();
+  if (now < m_launchTime + kLaunchPause) return;
   m_CallScenarioMark();
   QUVA_KPISender::GetInstance()->SendVexiloKPI(tool->kpiText);
-  if (!CGetData::GetInstance()->ProcessLaunchApp(tool->appId))
+  if (CGetData::GetInstance()->ProcessLaunchApp(tool->appId))
+    m_launchTime = now;
+  else
     m_ShowToast(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
 }
 

@@ -365,7 +365,9 @@ TEST_F(FluxItems, AShortMessageEndsOnceAndTakesNoFocus) {
   EXPECT_GE(at.y, 0);
   EXPECT_LE(at.y + at.height, elm_flux_unit_to_px(15)) << "in the header of a page";
   EXPECT_GT(at.x, 640) << "where that has no title";
-  EXPECT_LE(UiHarness::GeometryOf(early).width, 1280);
+  const auto wide = UiHarness::GeometryOf(early);
+  EXPECT_LE(wide.width, 1280);
+  EXPECT_GT(wide.height, 2 * at.height) << "in several lines";
   evas_object_del(early);
   EXPECT_TRUE(m_ui.PumpUntil([&] { return later > 0; }));
   EXPECT_EQ(ended, 1);

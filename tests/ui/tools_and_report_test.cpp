@@ -145,6 +145,8 @@ TEST_F(ToolScreens, EachCardIsRecordedMarkedAndLaunched) {
     vconf_set_str(QUVA::kEngineScenarioKey, "");
     Press("Return");
     EXPECT_EQ(Launched(), each.app);
+    Press("Return");
+    EXPECT_EQ(Launched(), "") << "while it is coming";
     EXPECT_THAT(events().substr(before), HasSubstr("select_item=" + std::string(each.kpi) + ";"));
     const CText scenario(vconf_get_str(QUVA::kEngineScenarioKey));
     EXPECT_EQ(std::string(scenario.get()), *each.mark ? R"({"id" : ")" + std::string(each.mark) + "\"}" : "");

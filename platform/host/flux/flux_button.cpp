@@ -84,6 +84,7 @@ class Button : public Widget {
       text.align = FLUX_ALIGN_LEFT;
       text.fit = false;
       text.lines = 2;
+      text.isWhole = true;
     }
     m_text->SetStyle(text);
     if (elm_layout_content_set(Object(), "flux.swallow.text", m_text->Object())) {

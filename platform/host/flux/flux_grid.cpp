@@ -38,11 +38,13 @@ class Grid : public ItemWidget {
     FluxCard what;
     Evas_Object* object;
     Evas_Object* icon;  // null for none
+    TextBox* text;      // null where the toolkit's own look draws it
   };
 
-  Evas_Object* AddCard(const FluxCard& card, int index);
+  Evas_Object* AddCard(int index);
   Evas_Object* AddIcon(Evas_Object* object, const FluxCard& card);
-  void TintIcon(int index, bool focused);
+  TextBox* AddText(Evas_Object* object, const std::string& label);
+  void Recolour(int index, bool focused);
   bool MoveBy(const Arrow& arrow, const char* event);
   int TargetOf(const Arrow& arrow) const;
   void Turn(const Evas_Event_Mouse_Wheel& wheel);
@@ -75,7 +77,8 @@ void Grid::Restyle() {
     if (!card.what.enabled) elm_object_signal_emit(card.object, "flux,card,disabled", kSignalSource);
     const bool focused = HasFocus() && i == Focused();
     if (focused) ShowFocus(i, true);
-    TintIcon(i, focused);
+    Recolour(i, focused);
+    if (card.text) card.text->Update();
   }
 }
 
@@ -83,21 +86,21 @@ void Grid::SetCards(std::vector<FluxCard> cards) {
   elm_table_clear(m_table, true);
   m_cards.clear();
   for (FluxCard& card : cards) {
-    Evas_Object* object = AddCard(card, Count());
+    Evas_Object* object = AddCard(Count());
     if (!object) break;
     Evas_Object* icon = AddIcon(object, card);
-    m_cards.push_back({std::move(card), object, icon});
+    TextBox* text = AddText(object, card.label);
+    m_cards.push_back({std::move(card), object, icon, text});
   }
   CountChanged(std::max(0, Focused()));
   Restyle();
 }
 
-Evas_Object* Grid::AddCard(const FluxCard& card, int index) {
+Evas_Object* Grid::AddCard(int index) {
   Evas_Object* object = AddThemed(m_table, "card", "default", Fallback::kText);
   if (!object) return nullptr;
   evas_object_size_hint_weight_set(object, EVAS_HINT_EXPAND, EVAS_HINT_EXPAND);
   evas_object_size_hint_align_set(object, EVAS_HINT_FILL, EVAS_HINT_FILL);
-  elm_object_text_set(object, MarkupOf(card.label.c_str()).c_str());
   elm_object_signal_callback_add(object, "flux,click", kSignalSource, OnClicked, this);
   elm_table_pack(m_table, object, index % m_columns, index / m_columns, 1, 1);
   evas_object_show(object);
@@ -112,9 +115,29 @@ Evas_Object* Grid::AddIcon(Evas_Object* object, const FluxCard& card) {
   return icon;
 }
 
-void Grid::TintIcon(int index, bool focused) {
-  if (Evas_Object* icon = m_cards[index].icon)
-    SetImageTint(icon, ColourOf(focused ? Token::kFocusText : Token::kAccent));
+TextBox* Grid::AddText(Evas_Object* object, const std::string& label) {
+  TextBox* text = TextBox::Add(object);
+  TextBox::Style style;
+  style.family = FLUX_FONT_600;
+  style.size = FLUX_TEXT_DETAIL;
+  style.align = FLUX_ALIGN_CENTER;
+  style.lines = 2;
+  style.isWhole = true;
+  text->SetStyle(style);
+  if (!elm_layout_content_set(object, "flux.swallow.text", text->Object())) {
+    evas_object_del(text->Object());
+    text = nullptr;
+  } else {
+    FollowText(object, text);
+  }
+  elm_object_text_set(object, label.c_str());
+  return text;
+}
+
+void Grid::Recolour(int index, bool focused) {
+  const Card& card = m_cards[index];
+  if (card.icon) SetImageTint(card.icon, ColourOf(focused ? Token::kFocusText : Token::kAccent));
+  if (card.text) card.text->SetColour(ColourOf(focused ? Token::kFocusText : Token::kText));
 }
 
 void Grid::ShowFocus(int index, bool focused) {
@@ -123,7 +146,7 @@ void Grid::ShowFocus(int index, bool focused) {
   const std::string signal = focused ? "flux,focus,in" : "flux,focus,out";
   // A held key is faster than the eye could follow it.
   elm_object_signal_emit(card, (signal + (elm_flux_key_is_repeated() ? ",now" : "")).c_str(), kSignalSource);
-  TintIcon(index, focused);
+  Recolour(index, focused);
 }
 
 /// The card that an arrow leads to; -1 for none.

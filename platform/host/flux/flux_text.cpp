@@ -106,9 +106,41 @@ Widget::Size TextBox::NaturalSize(int pixels) {
   return {m_markup.empty() ? 0 : size.width + 1, size.height};
 }
 
+/// The size at which the lines hold the whole text, the largest that breaks no word if there is one.
+int TextBox::PixelsForLines(int width, int height) {
+  const int pixels = TextPx(m_style.size), shrunk = static_cast<int>(std::ceil(pixels * kSmallestFit));
+  int fitting = 0;
+  for (int smaller = pixels; smaller >= shrunk; --smaller) {
+    if (!FitsInLines(smaller, width, height)) continue;
+    fitting = std::max(fitting, smaller);
+    if (WidestWord(smaller) <= width) return smaller;
+  }
+  return fitting > 0 ? fitting : pixels;
+}
+
+bool TextBox::FitsInLines(int pixels, int width, int height) {
+  const int line = std::max(1, NaturalSize(pixels).height);
+  ApplyForm({pixels, m_style.lines});
+  evas_object_resize(m_block, width, line * 1000);
+  int used = 0;
+  evas_object_textblock_size_formatted_get(m_block, nullptr, &used);
+  return used <= height && used <= line * m_style.lines;
+}
+
+int TextBox::WidestWord(int pixels) {
+  std::string words = m_markup;
+  for (size_t at = words.find(' '); at != words.npos; at = words.find(' ', at)) words.replace(at, 1, "<br/>");
+  words.swap(m_markup);
+  m_appliedStyle.clear();
+  const int width = NaturalSize(pixels).width;
+  words.swap(m_markup);
+  m_appliedStyle.clear();
+  return width;
+}
+
 TextBox::Form TextBox::FormFor(int width, int height) {
   const int pixels = TextPx(m_style.size);
-  if (!m_style.fit) return {pixels, m_style.lines};
+  if (!m_style.fit) return {m_style.isWhole && height > 0 ? PixelsForLines(width, height) : pixels, m_style.lines};
   const Widget::Size natural = NaturalSize(pixels);
   if (natural.width <= width) return {pixels, 1};
   const int shrunk = static_cast<int>(std::ceil(pixels * kSmallestFit));

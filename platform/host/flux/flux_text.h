@@ -24,8 +24,9 @@ class TextBox {
     FluxTextSize size = FLUX_TEXT_BODY;
     FluxAlign align = FLUX_ALIGN_LEFT;
     Colour colour = kWhite;
-    int lines = 1;     ///< 0 for as many as fit
-    bool fit = false;  ///< shrunk to 80 %, then broken into two lines, then ended by an ellipsis
+    int lines = 1;         ///< 0 for as many as fit
+    bool isWhole = false;  ///< of several lines: shrunk to 80 % where that lets all be seen, without a broken word
+    bool fit = false;      ///< shrunk to 80 %, then broken into two lines, then ended by an ellipsis
   };
 
   /// The box belongs to whatever it is packed into, and this to the box.
@@ -55,6 +56,9 @@ class TextBox {
     int lines;
   };
   Form FormFor(int width, int height);
+  int PixelsForLines(int width, int height);
+  bool FitsInLines(int pixels, int width, int height);
+  int WidestWord(int pixels);
   void ApplyForm(Form form);
   Widget::Size NaturalSize(int pixels);
 

@@ -60,8 +60,14 @@ void Toast::Place(const Eina_Rect& room) const {
   Evas_Object* edje = elm_layout_edje_get(Object());
   const int widest = std::min(Px(kWidest), page.w - 2 * Px(kSideMargin));
   int width = 0, height = 0;
+  const auto say = [edje](const char* signal) {
+    edje_object_signal_emit(edje, signal, "flux");
+    edje_object_message_signal_process(edje);
+  };
+  say("flux,lines,one");
   edje_object_size_min_calc(edje, &width, &height);
   if (width > widest) {
+    say("flux,lines,more");
     width = widest;
     int ignored = 0;
     edje_object_size_min_restricted_calc(edje, &ignored, &height, width, 0);
