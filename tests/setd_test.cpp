@@ -331,8 +331,39 @@ TEST(SetdScrubber, KnowsTheSpellingsOfRealLogs) {
        R"({"out":"Password:\n<secret-1>\n"} "psk":)"
        "\r\n\t\"<secret-2>\""},
       {"mac 123456789012 enx210987654321 from 123456789012", "mac <mac-2> enx<mac-1> from <mac-2>"},
+      {R"({"d":"ssid \"Home Net\" joined, ssid \\\"A\\\" with psk \\\"Geheim\\\""} then home net)",
+       R"({"d":"ssid \"<ssid-1>\" joined, ssid \\\"<ssid-2>\\\" with psk \\\"<secret-1>\\\""} then <ssid-1>)"},
+      {R"({"d":"password:\tGeheim, PASSWORD\tGeheim2"} PASSWORD	Geheim)",
+       R"({"d":"password:\t<secret-1>, PASSWORD\t<secret-2>"} PASSWORD	<secret-1>)"},
+      {R"({"d":"\"odd name\"@example.org \u00fcn\u00ef@ex\u00e4mple.de"})", R"({"d":"<mail-2> <mail-1>"})"},
+      {R"(C:\temp\new {"d":"https:\/\/maria:Geheim@a\/b \u0022x\u0022"})",
+       R"(C:\temp\new {"d":"https:\/\/<user-1>:<secret-1>@a\/b \u0022x\u0022"})"},
+      {R"({"name":"password","value":"Geheim"} {"type":"x", "value": "Geheim2", "name": "wifi.password"})",
+       R"({"name":"password","value":"<secret-1>"} {"type":"x", "value": "<secret-2>", "name": "wifi.password"})"},
+      {R"(<param name="password" value="Geheim"/><Token value="Geheim2"/> "password":{"type":"x","value":"Geheim"})",
+       R"(<param name="password" value="<secret-1>"/><Token value="<secret-2>"/> "password":{"type":"x","value":"<secret-1>"})"},
+      {R"({"d":"{\"name\":\"password\",\"value\":\"Geheim\"}"})",
+       R"({"d":"{\"name\":\"password\",\"value\":\"<secret-1>\"}"})"},
+      {"password=\\\nGeheim\npass_word=Geheim pass-phrase: Geheim2 password|Geheim2",
+       "password=\\\n<secret-1>\npass_word=<secret-1> pass-phrase: <secret-2> password|<secret-2>"},
+      {"password%20is%20Geheim, p%61ssword=Geheim", "password%20is%20<secret-1>, p%61ssword=<secret-1>"},
+      {"x=%7B%22password%22%3A%22Geheim", "x=%7B%22password%22%3A%22<secret-1>"},
+      {"wrong password Geheim for it, invalid passphrase \"two words\"",
+       "wrong password <secret-1> for it, invalid passphrase \"<secret-2>\""},
+      {"the token Geheim77xyz was refused, secret key Geheim78xyz",
+       "the token <secret-1> was refused, secret key <secret-2>"},
+      {"password was changed from Geheim to Streng, changed the password from \"a b\" to 'Geheim'",
+       "password was changed from <secret-2> to <secret-1>, changed the password from \"<secret-3>\" to '<secret-2>'"},
+      {R"(["mysql","-pGeheim"] 7z x -pGeheim a.7z)", R"(["mysql","-p<secret-1>"] 7z x -p<secret-1> a.7z)"},
+      {"mot de passe\xc2\xa0: Geheim contraseña=Geheim contrase%C3%B1a: Geheim senha: Geheim2",
+       "mot de passe\xc2\xa0: <secret-1> contraseña=<secret-1> contrase%C3%B1a: <secret-1> senha: <secret-2>"},
+      {"+49 151 12345678, +1 (555) 471-1234 or tel:%2B4915112345678", "<phone-1>, <phone-2> or tel:<phone-1>"},
+      {"password=<secret-1Geheim>", "password=<<secret-1>>"},
   };
-  for (const auto& [text, clean] : kCases) EXPECT_EQ(Cleaned(WithHex64(text)), clean) << text;
+  for (const auto& [text, clean] : kCases) {
+    EXPECT_EQ(Cleaned(WithHex64(text)), clean) << text;
+    EXPECT_EQ(Cleaned(clean), clean) << "again";
+  }
 }
 
 TEST(SetdScrubber, LeavesOrdinaryTextAlone) {
@@ -373,6 +404,13 @@ TEST(SetdScrubber, LeavesOrdinaryTextAlone) {
       "password for maria: accepted, token for request: refresh done, credentials: 2 / 5 read, credentials: none / "
       "none",
       "password:\nand nothing else\ntoken:\n  type: fast\nPIN:\n  null",
+      "at +01:00, +12345678 bytes, +0x1a0/0x3c0, [ +0.000012 ], +1234567890.5 s, +100-200-300",
+      "wrong password entered, invalid password length, wrong password attempt from a, wrong password count is 3",
+      R"({"name":"volume","value":"5"} <param name="token" type="x"/> {"password":null,"value":5} token value="5")",
+      R"({"label":"password"},{"value":"5"} say \"no\" to C:\\temp\\new, \/a\/b, \u0022x\u0022, 100%25 and %d)",
+      "password|passwd|secret, authentication: password|publickey, unexpected token \"else\"",
+      "the token bucket, secret key aes-256-gcm, token /a/b1c2d3e4f, token https://a.b/c1d2e3, Desenha: x",
+      "mysql --protocol=tcp -P 3306 db, password was reset from settings, \"a\" <b@c> or \"x\"@y",
       R"(C:\user \u00 \u0022 \ud83d x)",
   };
   for (const char* text : kTexts) EXPECT_EQ(Cleaned(WithHex64(text)), WithHex64(text));
@@ -394,7 +432,9 @@ TEST(SetdScrubber, TakesNoTimeOverLinesThatAreMadeToTakeLong) {
   std::istringstream parts(
       "a|%4|a@|1.|ff:|password |password=x,|sn=|ssid='|://a:|password for |--password=x\\|mysql -|\\\"|deadbeef-|"
       "password for a:|password:\n |password (|with password |sha256 |a [at] |aa |\\u003d|ip-1-2-3-|credentials: a/|"
-      "deadbeef|ghp_");
+      "deadbeef|ghp_|\\\"|\\|%25|%20|%41|{\"value\":\"|value=\"a\" name=\"|name=\"password\" |password from |password "
+      "changed from |"
+      "password\t|token a|wrong password |mysql,-p|\"a|+1 1|+1-|<token |set password from a to ");
   for (std::string part; std::getline(parts, part, '|');)
     for (const char* end : {"", "@", "=", "\"", " is x", "1"}) {
       std::string line;

@@ -416,9 +416,9 @@ TEST(SetdReport, HasWholeLinesOfTheJournalWhereTheLogGoesThere) {
 }
 
 /// What must be in no report, in small letters, and texts that have it in the ways that logs do.
-constexpr const char* kNowhere[] = {"geheim77",    "kellerpsk88", "tok4711",  "mira",      "keller",
-                                    "example.org", "a8:5e:45",    "a8-5e-45", "a85e45",    "192.168.77.",
-                                    "2001:db8:",   "0vx5secret1", "attic",    "4174746963"};
+constexpr const char* kNowhere[] = {"geheim77",    "kellerpsk88", "tok4711",  "mira",       "keller",
+                                    "example.org", "a8:5e:45",    "a8-5e-45", "a85e45",     "192.168.77.",
+                                    "2001:db8:",   "0vx5secret1", "attic",    "4174746963", "151 123"};
 constexpr const char* kPlanted[] = {
     R"(password=Geheim77 WIFI_PSK: "Geheim77" <password>Geheim77</password>)",
     R"({"password":"Geheim77","token":"tok4711-abc","mail":"mira.k@example.org","sn":"0VX5SECRET1"})",
@@ -432,6 +432,7 @@ constexpr const char* kPlanted[] = {
     "fe80::a85e:45ff:fe01:2ff%wlan0",
     "a8:5e:45:01:02:ff a8-5e-45-01-02-ff A85E450102FF dev_A8_5E_45_01_02_FF wlxa85e450102ff",
     "serial=0VX5SECRET1 dev0VX5SECRET1x essid=Attic Net",
+    R"(ssid "Keller Gast" with psk "Geheim77", {"name":"password","value":"Geheim77"}, call +49 151 12345678)",
     "joined Attic Net (Attic%20Net, 4174746963204e6574) with kellerpsk88 for Mira Keller, user mira, /home/mira/Films",
 };
 

@@ -20,6 +20,7 @@ inline constexpr struct PlaceholderKind {
     {"secret", "password, key or token", "passwords, keys or tokens"},
     {"path", "path of a personal file", "paths of personal files"},
     {"mail", "mail address", "mail addresses"},
+    {"phone", "telephone number", "telephone numbers"},
     {"id", "unique id", "unique ids"},
 };
 

@@ -20,6 +20,16 @@
 
 namespace setd {
 
+/// A text in which escapes may be the characters that they stand for, and how those were spelled.
+struct Readable {
+  struct Escape {
+    size_t at;
+    std::string spelling;
+  };
+  std::string text;
+  std::vector<Escape> escapes;  // in their order
+};
+
 namespace {
 
 constexpr size_t kShortestSecret = 3, kShortestLearned = 4, kLongestLearned = 64, kMaxSecrets = 200;
@@ -89,8 +99,8 @@ std::string KeyOf(const std::string& kind, const std::string& value) {
       i += 2;
     }
     if (kind == "ip" && byte == '-') byte = '.';
-    // Hardware addresses have several separators, and none.
-    if (kind != "mac" || g_ascii_isalnum(byte)) key += g_ascii_tolower(byte);
+    // Hardware addresses and telephone numbers have several separators, and none.
+    if ((kind != "mac" && kind != "phone") || g_ascii_isalnum(byte)) key += g_ascii_tolower(byte);
   }
   if (kind != "mail") return key;
   std::erase(key, ' ');
@@ -115,19 +125,81 @@ std::string PatternOf(const Scrubber::Secret& secret) {
          ")(?![0-9a-z])";
 }
 
-/// Has `replace` make something of what the pattern captures as "v", or else of all of each match; placeholders stay.
-/// None with a reason when the text was not searched to its end. That names no pattern: one is of what is private.
-template <typename Replace>
-std::optional<std::string> ReplaceAll(const std::string& text, const GRegex* regex, std::string& problem,
-                                      Replace replace) {
-  if (!regex) {
-    problem = "a pattern is none";
-    return std::nullopt;
+/// The character, and the end of the escape, that begins at the place: those of JSON and of programs (any number of
+/// backslashes, for a text within another) and those of URLs. None when none does.
+std::optional<std::pair<char, size_t>> ReadEscape(const std::string& text, size_t at) {
+  const auto hex = [&](size_t digits) {
+    const bool isByte =
+        digits + 2 <= text.size() && g_ascii_isxdigit(text[digits]) && g_ascii_isxdigit(text[digits + 1]);
+    return isByte ? g_ascii_xdigit_value(text[digits]) * 16 + g_ascii_xdigit_value(text[digits + 1]) : 0;
+  };
+  const auto byte = [](int code, size_t end) -> std::optional<std::pair<char, size_t>> {
+    if (code < ' ' && code != '\t' && code != '\n' && code != '\r') return std::nullopt;
+    return std::pair(static_cast<char>(code), end);
+  };
+  if (text[at] == '%') {
+    size_t digits = at + 1;
+    while (text.compare(digits, 2, "25") == 0) digits += 2;
+    return byte(hex(digits), digits + 2);
   }
+  const size_t kind = text[at] == '\\' ? text.find_first_not_of('\\', at) : text.npos;
+  if (kind == text.npos) return std::nullopt;
+  constexpr char kKinds[] = "\"'/\nntr", kCharacters[] = "\"'/\n\n\t\r";
+  if (const char* const found = std::strchr(kKinds, text[kind]); found && *found)
+    return std::pair(kCharacters[found - kKinds], kind + 1);
+  if (text[kind] == 'x') return byte(hex(kind + 1), kind + 3);
+  if (text.compare(kind, 3, "u00") == 0) return byte(hex(kind + 3), kind + 5);
+  return std::nullopt;
+}
+
+/// With characters for the escapes.
+Readable Read(const std::string& text) {
+  Readable out;
+  size_t copied = 0;
+  for (size_t at = 0; (at = text.find_first_of("\\%", at)) != text.npos;) {
+    if (const auto escape = ReadEscape(text, at)) {
+      out.text.append(text, copied, at - copied);
+      out.escapes.push_back({out.text.size(), text.substr(at, escape->second - at)});
+      out.text += escape->first;
+      at = copied = escape->second;
+    } else {
+      at = std::min(text.find_first_not_of('\\', at + 1), text.size());
+    }
+  }
+  out.text.append(text, copied, std::string::npos);
+  return out;
+}
+
+/// With the escapes as they were spelled.
+std::string Written(const Readable& readable) {
   std::string out;
   size_t copied = 0;
+  for (const auto& [at, spelling] : readable.escapes) {
+    out.append(readable.text, copied, at - copied).append(spelling);
+    copied = at + 1;
+  }
+  return out.append(readable.text, copied, std::string::npos);
+}
+
+/// Has `replace` make something of what the pattern captures as "v", or else of all of each match; placeholders stay.
+/// False with a reason when the text was not searched to its end. That names no pattern: one is of what is private.
+template <typename Replace>
+bool ReplaceAll(Readable& readable, const GRegex* regex, std::string& problem, Replace replace) {
+  if (!regex) {
+    problem = "a pattern is none";
+    return false;
+  }
+  Readable out;
+  size_t copied = 0;
+  auto escape = readable.escapes.begin();
+  const auto copyUntil = [&](size_t end) {
+    for (; escape != readable.escapes.end() && escape->at < end; ++escape)
+      out.escapes.push_back({out.text.size() + escape->at - copied, std::move(escape->spelling)});
+    out.text.append(readable.text, copied, end - copied);
+  };
   GMatchInfo* info = nullptr;
   GErrorHandle error;
+  const std::string& text = readable.text;
   g_regex_match_full(regex, text.data(), static_cast<gssize>(text.size()), 0, G_REGEX_MATCH_DEFAULT, &info,
                      error.Out());
   for (; g_match_info_matches(info); g_match_info_next(info, error.Out())) {
@@ -135,13 +207,23 @@ std::optional<std::string> ReplaceAll(const std::string& text, const GRegex* reg
     if (!g_match_info_fetch_named_pos(info, "v", &from, &to) || from < 0) g_match_info_fetch_pos(info, 0, &from, &to);
     const std::string value = text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from));
     if (IsPlaceholder(value)) continue;
-    out.append(text, copied, static_cast<size_t>(from) - copied).append(replace(value));
+    const std::string replaced = replace(value);
+    if (replaced == value) continue;
+    copyUntil(static_cast<size_t>(from));
+    out.text.append(replaced);
     copied = static_cast<size_t>(to);
+    while (escape != readable.escapes.end() && escape->at < copied) ++escape;
   }
   g_match_info_unref(info);
-  if (!error.Get()) return out.append(text, copied, std::string::npos);
-  problem = "a pattern fails: error " + std::to_string(error.Get()->code);
-  return std::nullopt;
+  if (error.Get()) {
+    problem = "a pattern fails: error " + std::to_string(error.Get()->code);
+    return false;
+  }
+  if (copied > 0) {
+    copyUntil(text.size());
+    readable = std::move(out);
+  }
+  return true;
 }
 
 std::string LinesOf(const std::string& path) {
@@ -259,6 +341,11 @@ void Scrubber::AddSecret(const Secret& secret) {
 
 void Scrubber::Learn(const std::string& text) {
   const std::string plain = Unescaped(text);
+  LearnIn({plain, {}});
+  if (Readable readable = Read(plain); !readable.escapes.empty()) LearnIn(std::move(readable));
+}
+
+void Scrubber::LearnIn(Readable text) {
   std::string problem;
   for (const ScrubRule& rule : ScrubRules()) {
     if (!rule.isName) continue;
@@ -268,7 +355,7 @@ void Scrubber::Learn(const std::string& text) {
         AddSecret({rule.kind, value});
       return value;
     };
-    if (!ReplaceAll(plain, rule.regex.get(), problem, learn))
+    if (!ReplaceAll(text, rule.regex.get(), problem, learn))
       Log(DLOG_ERROR, "not all private names of a text are known: " + problem);
   }
 }
@@ -279,22 +366,33 @@ std::string Scrubber::Placeholder(const std::string& kind, const std::string& va
   return placeholder;
 }
 
+bool Scrubber::CleanIn(Readable& text, std::string& problem) {
+  for (const ScrubRule& rule : ScrubRules()) {
+    const auto replace = [&](const std::string& value) {
+      return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
+    };
+    if (!ReplaceAll(text, rule.regex.get(), problem, replace)) return false;
+  }
+  return std::all_of(m_secrets.begin(), m_secrets.end(), [&](const Secret& secret) {
+    return ReplaceAll(text, CompilePattern(PatternOf(secret)).get(), problem,
+                      [&](const std::string&) { return Placeholder(secret.kind, secret.text); });
+  });
+}
+
 std::optional<std::string> Scrubber::Clean(const std::string& text) {
   if (text.empty()) return text;
-  std::optional<std::string> clean = Unescaped(text);
+  Readable clean{Unescaped(text), {}};
   std::string problem;
-  for (const ScrubRule& rule : ScrubRules())
-    if (clean)
-      clean = ReplaceAll(*clean, rule.regex.get(), problem, [&](const std::string& value) {
-        return rule.isPrivate(value) ? Placeholder(rule.kind, value) : value;
-      });
-  for (const Secret& secret : m_secrets)
-    if (clean)
-      clean = ReplaceAll(*clean, CompilePattern(PatternOf(secret)).get(), problem,
-                         [&](const std::string&) { return Placeholder(secret.kind, secret.text); });
+  bool isClean = CleanIn(clean, problem);
+  // As it stands, escapes tell where a text within another ends; as it reads, none hides what it is.
+  if (isClean) {
+    clean = Read(clean.text);
+    isClean = clean.escapes.empty() || CleanIn(clean, problem);
+  }
+  if (isClean) return Written(clean);
   // Rather no text than one that nobody has looked at to the end.
-  if (!clean) Log(DLOG_ERROR, "a text is left out, it could not be searched for private data: " + problem);
-  return clean;
+  Log(DLOG_ERROR, "a text is left out, it could not be searched for private data: " + problem);
+  return std::nullopt;
 }
 
 }  // namespace setd

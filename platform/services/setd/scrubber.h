@@ -11,6 +11,8 @@
 
 namespace setd {
 
+struct Readable;
+
 /// Replaces what would tell who or where the viewer is by placeholders like "<mac-1>"; the same value is the same
 /// placeholder in all texts of one object. docs/setd.md lists what is replaced.
 class Scrubber {
@@ -27,14 +29,16 @@ class Scrubber {
   /// text does not say what they are.
   void Learn(const std::string& text);
 
-  /// The text, of any bytes, without private data; the escapes of JSON are characters in it. None, and the reason in
-  /// the log, when it could not be searched to its end.
+  /// The text, of any bytes, without private data, also where escapes hide it; those of JSON (\u003d) are characters in
+  /// it. None, and the reason in the log, when it could not be searched to its end.
   std::optional<std::string> Clean(const std::string& text);
 
  private:
   /// The same for the same value in another spelling.
   std::string Placeholder(const std::string& kind, const std::string& value);
   void AddSecret(const Secret& secret);
+  void LearnIn(Readable text);
+  bool CleanIn(Readable& text, std::string& problem);
 
   std::vector<Secret> m_secrets;
   std::map<std::string, int> m_counts;

@@ -46,21 +46,21 @@ bool IsAssigned(const std::string& value) {
 /// What follows the name of a password in a sentence, unless that is about it.
 bool IsToldInSentence(const std::string& value) {
   constexpr const char* kWords[] = {
-      "a",        "absent",   "accepted", "active",   "again",     "all",        "already",  "also",      "always",
-      "an",       "and",      "any",      "are",      "as",        "asked",      "at",       "bad",       "be",
-      "been",     "being",    "blank",    "blocked",  "but",       "by",         "cached",   "changed",   "checked",
-      "cleared",  "correct",  "created",  "default",  "deleted",   "denied",     "disabled", "empty",     "enabled",
-      "entered",  "expired",  "failed",   "fine",     "for",       "found",      "from",     "given",     "good",
-      "granted",  "has",      "hidden",   "high",     "if",        "ignored",    "in",       "incorrect", "invalid",
-      "is",       "it",       "kept",     "known",    "locked",    "long",       "low",      "malformed", "may",
-      "missing",  "must",     "needed",   "needs",    "never",     "new",        "no",       "none",      "not",
-      "now",      "null",     "of",       "off",      "ok",        "okay",       "old",      "on",        "only",
-      "optional", "or",       "out",      "present",  "read",      "ready",      "refused",  "rejected",  "removed",
-      "required", "requires", "right",    "same",     "saved",     "sent",       "set",      "short",     "shown",
-      "still",    "stored",   "strong",   "success",  "succeeded", "successful", "such",     "than",      "that",
-      "the",      "there",    "this",     "to",       "too",       "unchanged",  "unknown",  "unset",     "unused",
-      "updated",  "used",     "valid",    "verified", "was",       "weak",       "when",     "will",      "with",
-      "without",  "wrong",    "yes",      "you",      "your"};
+      "a",          "absent",   "accepted", "active",   "again",    "all",      "already",  "also",      "always",
+      "an",         "and",      "any",      "are",      "as",       "asked",    "at",       "bad",       "be",
+      "been",       "being",    "blank",    "blocked",  "but",      "by",       "cached",   "changed",   "checked",
+      "cleared",    "correct",  "created",  "default",  "deleted",  "denied",   "detected", "disabled",  "empty",
+      "enabled",    "entered",  "expired",  "failed",   "fine",     "for",      "found",    "from",      "given",
+      "good",       "granted",  "has",      "hidden",   "high",     "if",       "ignored",  "in",        "incorrect",
+      "invalid",    "is",       "it",       "kept",     "known",    "locked",   "long",     "low",       "malformed",
+      "may",        "missing",  "must",     "needed",   "needs",    "never",    "new",      "no",        "none",
+      "not",        "now",      "null",     "of",       "off",      "ok",       "okay",     "old",       "on",
+      "only",       "optional", "or",       "out",      "present",  "provided", "read",     "ready",     "received",
+      "refused",    "rejected", "removed",  "required", "requires", "reset",    "right",    "same",      "saved",
+      "sent",       "set",      "short",    "shown",    "still",    "stored",   "strong",   "succeeded", "success",
+      "successful", "such",     "than",     "that",     "the",      "there",    "this",     "to",        "too",
+      "unchanged",  "unknown",  "unset",    "unused",   "updated",  "used",     "valid",    "verified",  "was",
+      "weak",       "when",     "will",     "with",     "without",  "wrong",    "yes",      "you",       "your"};
   return HasContent(value) && !IsOneOf(kWords, value);
 }
 
@@ -72,13 +72,15 @@ bool IsMadeUp(const std::string& value) {
 /// What a sentence says to be done with a password, unless the password is a part of another thing's name.
 bool IsGivenInSentence(const std::string& value) {
   constexpr const char* kWords[] = {
-      "auth",     "authentication", "based",   "cache",  "caching",    "change",     "check",
-      "checking", "constraints",    "derived", "dialog", "encryption", "entry",      "expiry",
-      "feature",  "field",          "file",    "files",  "hash",       "hashes",     "hashing",
-      "input",    "length",         "less",    "login",  "logins",     "manager",    "method",
-      "mode",     "page",           "policy",  "prompt", "protected",  "protection", "quality",
-      "recovery", "request",        "reset",   "screen", "server",     "storage",    "store",
-      "struct",   "support",        "type",    "types",  "update",     "validation", "verification"};
+      "attempt",      "attempts", "auth",     "authentication", "based",     "cache",      "caching",    "change",
+      "characters",   "check",    "checking", "constraints",    "count",     "counter",    "derived",    "dialog",
+      "encryption",   "entry",    "error",    "errors",         "expiry",    "failure",    "failures",   "feature",
+      "field",        "file",     "files",    "format",         "hash",      "hashes",     "hashing",    "input",
+      "length",       "less",     "limit",    "login",          "logins",    "manager",    "message",    "method",
+      "mode",         "page",     "policy",   "prompt",         "protected", "protection", "quality",    "recovery",
+      "request",      "reset",    "retries",  "retry",          "screen",    "server",     "storage",    "store",
+      "string",       "struct",   "support",  "type",           "types",     "update",     "validation", "value",
+      "verification", "warning"};
   return IsToldInSentence(value) && !IsOneOf(kWords, value);
 }
 
@@ -88,6 +90,13 @@ bool IsToldBehindName(const std::string& value) {
   const bool isNumber = value.size() >= 4 && value.find_first_not_of("0123456789") == value.npos;
   const bool isMixed = value.size() >= 7 && HasAny(value, std::isdigit) && HasAny(value, std::isalpha);
   return (isNumber || isMixed) && !IsOneOf(kWords, value);
+}
+
+/// What is made up behind the name of any secret: no path, no address of a page, no way to encrypt.
+bool IsMadeUpBehindName(const std::string& value) {
+  static const RegexHandle& other =
+      *new RegexHandle(CompilePattern("(?i)^(?:/|aes|sha|hmac|rsa|ecdsa|ed25519|chacha|wpa|tls)|://"));
+  return IsMadeUp(value) && !g_regex_match(other.get(), value.c_str(), G_REGEX_MATCH_DEFAULT, nullptr);
 }
 
 /// What stands in the line below the name of a password.
@@ -166,22 +175,24 @@ bool IsPrivateAddress4(const std::string& value) {
 
 const std::string kBehind = "(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))";
 
+// The names of what people type; a value can stand behind them without more.
+const std::string kTypedName =
+    "(?:pass[ _-]?wo?r?d|passwort|kennwort|pass[ _-]?(?:phrase|code)|mot de passe|contrase(?:\xc3\xb1|n)a|"
+    "(?<![a-z])senha)";
 // The names of secrets that are such at the end of a longer word, too, and those that are words.
-const std::string kLongName =
-    "(?:passwo?r?d|passwort|kennwort|passphrase|passcode|secret|token|credential|"
-    "api[ _-]?key|access[_-]?key|private[_-]?key|"
-    "(?:encryption|network|security|shared|wep|wpa)[ _-]?key|session[_-]?(?:id|key))"
-    "(?:\\d{1,2}|[_-]\\w{1,16}|(?-i:[A-Z]\\w{0,16}))?";
+const std::string kLongName = "(?:" + kTypedName +
+                              "|secret(?:[ _-]?key)?|token|credential|"
+                              "api[ _-]?key|access[_-]?key|private[_-]?key|"
+                              "(?:encryption|network|security|shared|wep|wpa)[ _-]?key|session[_-]?(?:id|key))"
+                              "(?:\\d{1,2}|[_-]\\w{1,16}|(?-i:[A-Z]\\w{0,16}))?";
 const std::string kShortName =
     "(?:(?<![a-z0-9])|(?-i:(?<=[a-z])(?=[A-Z])))(?:pass|pwd|pin(?:[ _-]?code)?|psk|pw|otp)\\d?(?![a-z0-9])";
 const std::string kName = "(?:" + kLongName + "|" + kShortName + ")";
-// Those behind which a value can stand without more.
-const std::string kTypedName = "(?:passwo?r?d|passwort|kennwort|passphrase|passcode)";
 const std::string kKeyName = "(?:" + kTypedName + "|psk|(?:network|shared|wep|wpa)[ _-]?key)";
-const std::string kNoPlaceholder = "(?!<" + PlaceholderKindsPattern() + R"(-\d))";
+const std::string kNoPlaceholder = "(?!<" + PlaceholderKindsPattern() + R"(-\d{1,9}>))";
 // Between a name and its value: the end of a quotation, a remark, and '=' or ':' in the forms that they have.
-const std::string kAssign = R"([\\"']{0,8}+\h*+(?:\([\w\h-]{1,20}+\)\h*+)?)"
-                            R"((?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?)\h*+)" +
+const std::string kAssign = R"([\\"']{0,8}+(?:\h|\xc2\xa0|\xe2\x80\xaf)*+(?:\([\w\h-]{1,20}+\)\h*+)?)"
+                            R"((?::=|=>|->|[:=]|%(?:22%)?3[ad](?:%22)?+)\h*+)" +
                             kNoPlaceholder + R"([<\[(]?+)" + kNoPlaceholder;
 // A value: what is in quotes, which are escaped in a JSON text within another; else what is before a space, or before
 // what ends it or begins the next name.
@@ -195,6 +206,14 @@ const std::string kLineEnd = R"((?:\r?\n|(?:\\{1,4}r)?\\{1,4}n))";
 const std::string kNoName = R"((?![\w.-]{1,40}+["']?\h?[=:]|\{))";
 // What is before the value of an option, also in a list of arguments and in that of a process.
 const std::string kOption = R"([\\"']{0,8}+(?:,\h*+|[\h\x00]++)(?!\\{0,4}["']?-))";
+// What a password was is told behind it.
+const std::string kChangedFrom = "(?:" + kName +
+                                 R"((?:\h\w{1,12}+){0,3}?\h(?:changed|updated|switched|set|reset)|)"
+                                 R"(\b(?:chang|updat|switch|set|reset)\w{0,5}+\h(?:\w{1,12}+\h){0,2})" +
+                                 kName + R"()\hfrom\h)";
+// What a name and a value are members of: an object of JSON or an element of XML.
+const std::string kWithinElement = "[^{}<>]{0,80}?(?<![a-z0-9])";
+const std::string kMember = R"([\\"']{0,8}+\s*+[:=]\s*+)";
 // Options that take USER:PASSWORD.
 const std::string kUserOption = R"((?<![\w-])(?:-u|--user|--proxy-user)[\\"']{0,8}+,?[\h=\x00]++[\\"']{0,8}+)";
 
@@ -220,7 +239,7 @@ std::vector<Pattern> PasswordPatterns() {
       {"secret",
        "(?i)" + kBehind + R"((?-i:gh[opsru]_\w{20,}+|glpat-[\w-]{16,}+|xox[a-z]-[\w-]{10,}+|AKIA[0-9A-Z]{16}(?!\w)))",
        Always},
-      {"secret", "PRIVATE KEY-----(?<v>[^-]++)", Always},
+      {"secret", "PRIVATE KEY-----" + kNoPlaceholder + "(?<v>[^-]++)", Always},
       {"secret", R"(://[^\s/:@"'<>]{0,256}+:(?!<)(?<v>[^\s/"'<>]{1,256})@)", Always},
       {"user", R"(://(?<v>[^\s/:@"'<>]{1,256}+)(?::<secret-\d++>)?@)", IsPrivateUser},
       {"secret", R"((?i)[?&;](?:code|key|sig|signature|auth|sid|session|ticket|jwt)=(?!<)(?<v>[^\s&;#"'<>\\]++))",
@@ -228,10 +247,20 @@ std::vector<Pattern> PasswordPatterns() {
       {"secret", R"((?i)credentials?)" + kAssign + R"([a-z_][\w.@+-]{0,63}+\h*+[/|,:]\h*+)" + kValue, IsToldBelow},
       {"user", R"((?i)credentials?)" + kAssign + R"((?<v>[a-z_][\w.@+-]{0,63}+)\h*+[/|,:]\h*+<secret-)", IsPrivateUser},
       {"secret", "(?i)" + kName + kAssign + kValue, IsAssigned},
-      {"secret", R"((?i)<(?:[a-z]{1,16}:)?(?!secret-\d))" + kName + R"((?:\h[^<>\n]{0,80})?>(?<v>[^<\n]++))",
+      {"secret", R"((?i)<(?:[a-z]{1,16}:)?(?!secret-\d))" + kName + R"((?:\h[^<>\n]{0,80})?(?<!/)>(?<v>[^<\n]++))",
+       IsAssigned},
+      {"secret",
+       "(?i)(?:<(?:[a-z]{1,16}:)?" + kName + R"(\b|)" + kName + R"([\\"']{1,8}+(?:\s*+[:=]\s*+[\[{]++|(?!\s*+[:=]))))" +
+           kWithinElement + "(?:value|val|content)" + kMember + kNoPlaceholder + kValue,
+       IsAssigned},
+      {"secret",
+       "(?i)(?<![a-z0-9])(?:value|val|content)" + kMember + R"([\\"']{1,8}+(?<v>[^"'\\<>\n]{1,256}+)[\\"']{1,8}+)" +
+           kWithinElement + "(?:name|key|id|type)" + kMember + R"([\\"']{0,8}+[\w.-]{0,32}?)" + kName + R"([\\"'])",
        IsAssigned},
       {"secret", R"((?i)(?<![\w-])--?[a-z-]{0,24}?)" + kName + kOption + kValue, IsToldInSentence},
-      {"secret", R"((?i)(?<![a-z0-9])(?:sshpass|mysql|mysqldump|mysqladmin|mariadb)\h[^\n|;&]{0,200}?-p\h*+)" + kValue,
+      {"secret",
+       R"((?i)(?<![a-z0-9])(?:sshpass|mysql\w{0,16}|mariadb(?:-\w{1,16}+)?|mongo\w{0,16}|7z[ar]?|(?:un)?rar)[\\"']{0,8}+[,\h\x00][^\n|;&]{0,200}?(?<![\w-])(?-i:-p)\h*+)" +
+           kNoPlaceholder + kValue,
        IsToldInSentence},
       {"secret", R"((?<![\w-])-p)" + kOption + kValue, IsPasswordOption},
       {"secret", kUserOption + R"([^\s:"']{1,64}+:(?!<)(?<v>[^\s"'\\]++))", IsPasswordOption},
@@ -250,7 +279,25 @@ std::vector<Pattern> PasswordPatterns() {
        R"((?i)\b(?:with|using)\h(?:(?:an?|its|the|this|network|user|wi-?fi|wireless|wlan)\h){0,2})" + kTypedName +
            R"(\h)" + kValue,
        IsGivenInSentence},
+      {"secret",
+       R"((?i)\b(?:wrong|bad|invalid|incorrect)\h)" + kTypedName + R"(\h)" + kNoPlaceholder + kValue +
+           R"((?=["'.!]?(?:\s*+\z|[\n"'),;\]}\\]|\h(?:for|from|by|at|on|in|was|is)\b)))",
+       IsGivenInSentence},
+      {"secret",
+       "(?i)(?:" + kTypedName + R"(|psk)\h++[\\"']++)" + kNoPlaceholder + R"((?<v>[^"'\\\n]{1,128}+)(?=[\\"']))",
+       IsGivenInSentence},
+      {"secret",
+       "(?i)(?:" + kTypedName + R"(|(?<![a-z])psk)(?:\t|\h?\|\h?)(?!)" + kName +
+           R"(|user|login|name|mail|key|public|keyboard|host)[\\"']{0,8}+)" + kNoPlaceholder +
+           R"((?<v>[^\s|"'<>\\]++))",
+       IsGivenInSentence},
+      {"secret",
+       "(?i)" + kChangedFrom + R"((?:"[^"\n]{1,64}+"|'[^'\n]{1,64}+'|\S{1,64}+)\hto\h)" + kNoPlaceholder + kValue,
+       IsToldInSentence},
+      {"secret", "(?i)" + kChangedFrom + kNoPlaceholder + kValue + R"((?=["']?\hto\h))", IsToldInSentence},
       {"secret", "(?i)" + kKeyName + R"((?:\h++|(?=[\[(]))[\[(]?+)" + kNoPlaceholder + kValue, IsToldBehindName},
+      {"secret", "(?i)" + kLongName + R"((?:\h++|(?=[\[(]))[\[(]?+(?![\w.-]{1,40}+=["'\w]))" + kNoPlaceholder + kValue,
+       IsMadeUpBehindName},
       {"secret", R"((?i)(?<![a-z0-9])pin(?:[ _-]?code)?(?:\h++|(?=\())\(?+(?<v>\d{4,8})(?!\w|[.:-]\d))", Always},
       {"secret",
        "(?i)" + kName + R"([\\"']{0,8}+\h*+[:=]\h*+)" + kLineEnd + R"((?:\h++)" + kNoName + kValue + "|" + kNoName +
@@ -272,9 +319,13 @@ std::vector<Pattern> PersonPatterns() {
       {"user",
        R"((?i)\b(?:(?:for|by|of|as|from|invalid) user\h|(?:accepted|failed) [\w-]{1,24} for (?:invalid user )?|[ug]id=\d{1,10}\()["']?(?<v>[a-z_][\w-]*+(?:\.[\w-]++)*+))",
        IsPrivateUser},
+      {"mail", R"~((?i)(?<!\w)"[^"@\n\\]{1,64}+"@[a-z0-9\x80-\xff-]{1,64}+(?:\.[a-z0-9\x80-\xff-]{1,64}+){1,8}+)~",
+       IsMailAddress},
       {"mail",
        R"((?i)(?:(?<![\w.+\x80-\xff-])(?!(?<=%)[0-9a-f]{2})|(?<=%[0-9a-f]{2}))(?:[\w.+\x80-\xff-]|%2b){1,256}+(?:@|%(?:25){0,2}40|\h?[(\[]at[)\]]\h?)[a-z0-9\x80-\xff-]{1,64}+(?:\.[a-z0-9\x80-\xff-]{1,64}+){1,8}+)",
        IsMailAddress},
+      {"phone", R"((?<![\w+])\+(?:[1-9]\d{9,14}|[1-9]\d{0,2}[\h(-]{1,2}\d(?:[\h()/-]{0,2}\d){6,12})(?!\d|[.:]\d))",
+       Always},
       {"path",
        R"~((?:/opt/usr|/var)?/home/[^\s"'<>|:,;)\]}]+|/(?:run/)?media/[^\s"'<>|:,;)\]}]+|(?<![\w/])/root/[^\s"'<>|:,;)\]}]+)~",
        IsPrivatePath},
