@@ -338,6 +338,8 @@ TEST(SetdScrubber, KnowsTheSpellingsOfRealLogs) {
       {R"({"d":"\"odd name\"@example.org \u00fcn\u00ef@ex\u00e4mple.de"})", R"({"d":"<mail-2> <mail-1>"})"},
       {R"(C:\temp\new {"d":"https:\/\/maria:Geheim@a\/b \u0022x\u0022"})",
        R"(C:\temp\new {"d":"https:\/\/<user-1>:<secret-1>@a\/b \u0022x\u0022"})"},
+      {R"({"name":"ssid","value":"Home Net"} "ssid":{"value":"Attic"} home net)",
+       R"({"name":"ssid","value":"<ssid-1>"} "ssid":{"value":"<ssid-2>"} <ssid-1>)"},
       {R"({"name":"password","value":"Geheim"} {"type":"x", "value": "Geheim2", "name": "wifi.password"})",
        R"({"name":"password","value":"<secret-1>"} {"type":"x", "value": "<secret-2>", "name": "wifi.password"})"},
       {R"(<param name="password" value="Geheim"/><Token value="Geheim2"/> "password":{"type":"x","value":"Geheim"})",

@@ -251,11 +251,12 @@ std::vector<Pattern> PasswordPatterns() {
        IsAssigned},
       {"secret",
        "(?i)(?:<(?:[a-z]{1,16}:)?" + kName + R"(\b|)" + kName + R"([\\"']{1,8}+(?:\s*+[:=]\s*+[\[{]++|(?!\s*+[:=]))))" +
-           kWithinElement + "(?:value|val|content)" + kMember + kNoPlaceholder + kValue,
+           kWithinElement + "(?:value|val|content|data)" + kMember + kNoPlaceholder + kValue,
        IsAssigned},
       {"secret",
-       "(?i)(?<![a-z0-9])(?:value|val|content)" + kMember + R"([\\"']{1,8}+(?<v>[^"'\\<>\n]{1,256}+)[\\"']{1,8}+)" +
-           kWithinElement + "(?:name|key|id|type)" + kMember + R"([\\"']{0,8}+[\w.-]{0,32}?)" + kName + R"([\\"'])",
+       "(?i)(?<![a-z0-9])(?:value|val|content|data)" + kMember +
+           R"([\\"']{1,8}+(?<v>[^"'\\<>\n]{1,256}+)[\\"']{1,8}+)" + kWithinElement + "(?:name|key|id|type)" + kMember +
+           R"([\\"']{0,8}+[\w.-]{0,32}?)" + kName + R"([\\"'])",
        IsAssigned},
       {"secret", R"((?i)(?<![\w-])--?[a-z-]{0,24}?)" + kName + kOption + kValue, IsToldInSentence},
       {"secret",
@@ -339,6 +340,10 @@ std::vector<Pattern> DevicePatterns() {
        Always, true},
       {"ssid",
        R"~((?i)(?:\b|_)e?ssid(?:[\\"']{0,8}+\h*+[:=]\h*+(?:\\{0,4}+"(?<v>[^"\n]{1,128}?)\\{0,4}"|'(?<v>[^'\n]{1,128}+)'|(?<v>(?:[^"',;{}<>\n\\]|\\(?!n)|(?<=\w)'(?=\w)){1,128}+))|\h++(?:is\h++)?(?:"(?<v>[^"\n]{1,128}+)"|'(?<v>[^'\n]{1,128}+)')))~",
+       Always, true},
+      {"ssid",
+       R"~((?i)(?<![a-z0-9])e?ssid[\\"']{1,8}+(?:\s*+[:=]\s*+\{\s*+|(?!\s*+[:=])))~" + kWithinElement +
+           "(?:value|val|content|data)" + kMember + R"~(\\{0,4}+"(?<v>[^"<\n]{1,128}?)\\{0,4}")~",
        Always, true},
       {"serial",
        R"~((?i)(?:\b|_)(?:serial[ _-]?(?:number|no\.?|nr\.?|num)?|s/n|sn)[\\"']{0,8}+(?:\h*+(?:[:=>]|is\b)\h*+|\h++)[\\"']{0,8}+(?<v>(?=[^\s"',;<>\\]{0,63}\d)[^\s"',;<>\\]{4,64}+))~",
