@@ -573,6 +573,47 @@ TEST(SetdReport, TellsWhatCouldNotBeSearched) {
   EXPECT_EQ(Count(Log(), "Hunter22"), 1) << "just what was planted";
 }
 
+TEST(SetdReport, IsRefusedWhenAFileInItIsNotAsItWasCollected) {
+  WriteFile(set_paths::kLogFile, "what was collected: 64\n");
+  WriteFile("/tmp/kov_NDF/SOUND-A.log", "");
+  ServeOnce();
+  ASSERT_EQ(Reports().size(), 1u);
+  const std::string out = SystemPath("/out"), unpacked = SystemPath("/tmp/unpacked"), report = Reports()[0],
+                    name = fs::path(report).filename();
+  const struct {
+    std::string shell, problem;
+  } kCases[] = {
+      {"true", ""},
+      {"echo > summary.txt", ""},
+      {"sed -i s/64/65/ vexilo.log", "\"vexilo.log\" in it is damaged\n"},
+      {"rm vexilo.log", "\"vexilo.log\" is not in it any more\n"},
+      {"echo > more.log", "\"more.log\" in it is damaged\n"},
+      {"sed -i s/SOUND/SCREEN/ meta.json", "\"meta.json\" in it is damaged\n"},
+      {"echo > meta.json", "\"meta.json\" in it is damaged\n"},
+      {R"(echo '{"files":[]}' > meta.json)", "\"meta.json\" in it is damaged\n"},
+      {R"(echo '{"category":"SOUND"}' > meta.json)", ""},  // as older versions wrote it
+      {"rm meta.json", ""},
+  };
+  const std::string kept = ReadHostFile(report);
+  for (const auto& each : kCases) {
+    WriteHostFile(report, kept);
+    fs::remove_all(out);
+    fs::create_directory(out);
+    fs::remove_all(unpacked);
+    Unpack(report);
+    const std::string pack = "cd " + unpacked + " && " + each.shell + " && tar -caf " + report + " *";
+    ASSERT_EQ(RunProcess({"sh", "-c", pack}).exitCode, 0) << each.shell;
+    for (const auto& arguments : {std::vector<std::string>{"show", name}, {"export", name, out}}) {
+      std::vector<std::string> words{VEXILOCTL, "reports"};
+      words.insert(words.end(), arguments.begin(), arguments.end());
+      const auto result = RunProcess(words);
+      EXPECT_EQ(result.exitCode, each.problem.empty() ? 0 : 1) << each.shell;
+      EXPECT_THAT(result.err, HasSubstr(each.problem)) << each.shell;
+    }
+    EXPECT_EQ(fs::is_empty(out), !each.problem.empty()) << each.shell;
+  }
+}
+
 TEST(SetdReport, WhoseTriggerCannotBeRemovedIsMadeOnce) {
   const std::string trigger = "/tmp/kov_NDF/SOUND-A.log";
   WriteFile(trigger, "");

@@ -444,7 +444,8 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   EXPECT_EQ(RunCtl({"reports", "list", "--json"}).out, "");
   const fs::path folder = SystemPath(set_paths::kReportsDir), files = SystemPath("/files");
   const std::string name = "20240307T090500Z-SOUND";
-  WriteHostFile(files / "vexilo.log", "<mac-1> <mac-2> <mac-1> <ssid-1> <mac> <mac-> <machine-1> <ip-1 >\n");
+  WriteHostFile(files / "vexilo.log",
+                "<mac-1> <mac-2> <mac-1> <ssid-1> <mac> <mac-> <machine-1> <ip-1 > <secret-4294967296> <mac-01>\n");
   WriteHostFile(files / "meta.json",
                 R"({"category":"SOUND","set":{"region":1},"missing":{"kernel.log":"Operation not permitted"}})");
   std::string noise(20000, ' ');
@@ -462,7 +463,7 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   ASSERT_EQ(shown.size(), 1u);
   EXPECT_EQ(shown[0]["meta"]["set"]["region"], 1);
   EXPECT_EQ(shown[0]["files"][0]["name"], "vexilo.log");
-  EXPECT_EQ(shown[0]["files"][0]["bytes"], 66);
+  EXPECT_EQ(shown[0]["files"][0]["bytes"], 95);
   EXPECT_THAT(RunCtl({"reports", "show", name + ".tar.gz"}).out, HasSubstr("set.region          1\n"));
   for (const char* none : {"broken", "link", "../files", "half.tar.gz#abc123"})
     EXPECT_EQ(RunCtl({"reports", "show", none}).exitCode, 1) << none;
@@ -472,6 +473,7 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   const auto exported = Objects(RunCtl({"reports", "export", name, out, "--json"}));
   ASSERT_EQ(exported.size(), 1u);
   EXPECT_EQ(exported[0]["path"], (out / (name + ".tar.gz")).string());
+  EXPECT_EQ(exported[0]["bytes"].asUInt64(), fs::file_size(out / (name + ".tar.gz")));
   EXPECT_EQ(fs::status(out / (name + ".tar.gz")).permissions(), fs::perms(0600));
   EXPECT_EQ(RunProcess({"tar", "-C", out, "-xvf", out / (name + ".tar.gz")}).out,
             "summary.txt\nvexilo.log\nmeta.json\nstate.txt\n");
@@ -479,8 +481,9 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
     EXPECT_EQ(ReadHostFile(out / file), ReadHostFile(files / file));
   EXPECT_THAT(ReadHostFile(summary),
               ContainsInOrder(Words{"Error report " + name + ".tar.gz\n=====", "category    SOUND\nset.region  1\n",
-                                    "66.00B   vexilo.log\n", "kernel.log  Operation not permitted\n",
+                                    "95.00B   vexilo.log\n", "kernel.log  Operation not permitted\n",
                                     "<mac-1>; the same", "\n\n  2 hardware addresses\n  1 wireless name\n"}));
+  EXPECT_THAT(ReadHostFile(summary), testing::EndsWith("wireless name\n"));
   const std::string whole = ReadHostFile(out / (name + ".tar.gz"));
   const struct {
     const char* what;

@@ -2,6 +2,8 @@
 
 #include <archive_entry.h>
 
+#include "base/glib_handle.h"
+
 namespace setd {
 
 namespace {
@@ -14,6 +16,12 @@ la_ssize_t Append(archive*, void* bytes, const void* data, size_t size) {
 }
 
 }  // namespace
+
+std::string Sha256(std::string_view bytes) {
+  return GText(g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(bytes.data()),
+                                           bytes.size()))
+      .get();
+}
 
 Archive::Archive(bool isZstd) : m_archive(archive_write_new()) {
   Check(archive_write_set_format_pax_restricted(m_archive.get()));

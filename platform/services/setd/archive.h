@@ -15,6 +15,9 @@
 
 namespace setd {
 
+/// In hexadecimal digits.
+std::string Sha256(std::string_view bytes);
+
 class Archive {
  public:
   /// A tar archive, compressed with zstd where that is wanted and the library can, else with gzip.

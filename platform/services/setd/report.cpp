@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -115,18 +116,32 @@ std::string FreePath(const std::string& name, time_t now, const char* suffix) {
   return path;
 }
 
-/// meta.json without private data; when it could not be searched, just what is the collector's own.
-std::string MetaText(Json::Value meta, Scrubber& scrubber) {
-  const auto textOf = [](const Json::Value& value) {
-    return Json::writeString(Json::StreamWriterBuilder(), value) + "\n";
-  };
-  if (const auto clean = scrubber.Clean(textOf(meta))) return *clean;
+std::string TextOf(const Json::Value& value) {
+  return Json::writeString(Json::StreamWriterBuilder(), value) + "\n";
+}
+
+/// What meta.json has without private data; when it could not be searched, just what is the collector's own.
+Json::Value CleanMeta(Json::Value meta, Scrubber& scrubber) {
+  if (const auto text = scrubber.Clean(TextOf(meta))) {
+    Json::Value clean;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    if (reader->parse(text->data(), text->data() + text->size(), &clean, nullptr) && clean.isObject()) return clean;
+  }
   meta.removeMember("name");
   meta.removeMember("set");
   for (Json::Value& reason : meta["missing"])
     if (reason != kNotSearched) reason = "the reason could not be searched for private data";
-  meta["missing"]["meta.json"] = kNotSearched;
-  return textOf(meta);
+  meta["missing"][kMetaFile] = kNotSearched;
+  return meta;
+}
+
+/// With its own checksum, too.
+std::string MetaText(Json::Value meta) {
+  const std::string zeros(Sha256("").size(), '0');
+  meta["files"][kMetaFile]["sha256"] = zeros;
+  std::string text = TextOf(meta);
+  const std::string checksum = Sha256(text);
+  return text.replace(text.rfind(zeros), zeros.size(), checksum);
 }
 
 /// For this user's eyes: the folder is shut before the file is readable in it.
@@ -165,12 +180,19 @@ bool MakeReport(const std::string& name, std::string& file, std::string& problem
     if (reason.empty() || !text.empty()) files.emplace_back(source, text);
   });
   for (const auto& [source, text] : files) scrubber.Learn(text);
+  Json::Value sums;
   for (const auto& [source, text] : files)
-    if (const auto clean = scrubber.Clean(text))
+    if (const auto clean = scrubber.Clean(text)) {
       archive.Add(source, *clean, now);
-    else
+      sums[source]["bytes"] = Json::UInt64(clean->size());
+      sums[source]["sha256"] = Sha256(*clean);
+    } else {
       meta["missing"][source] = kNotSearched;
-  archive.Add("meta.json", MetaText(meta, scrubber), now);
+    }
+  meta = CleanMeta(meta, scrubber);
+  // They are no keys of anything, and what they are of is clean.
+  meta["files"] = sums;
+  archive.Add(kMetaFile, MetaText(meta), now);
   std::string bytes;
   if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
   static std::mutex publishing;

@@ -15,6 +15,10 @@ std::string MachinePath(const std::string& path);
 /// "SCREEN" for "SCREEN-QUVAKOV"; a name of no category is "OTHER".
 std::string CategoryOf(const std::string& name);
 
+/// The file of a report that tells of the others: "files" has the size and the checksum of each, and of itself that
+/// which it has with zeros in the place of that.
+inline constexpr char kMetaFile[] = "meta.json";
+
 /// Collects and publishes a report of the name (letters, digits, '.', '_', '-'). `file` is set to the path, of the set,
 /// of the archive, which only this user can read (0600) and never takes another's place. False when it is not there;
 /// `problem` tells why.

@@ -23,13 +23,13 @@
 #include "report_summary.h"
 #include "set_paths.h"
 #include "setd/archive.h"
+#include "setd/report.h"
 #include "system_path.h"
 
 namespace vexiloctl {
 
 namespace {
 
-constexpr char kMetaFile[] = "meta.json";
 constexpr char kSummaryFile[] = "summary.txt";
 constexpr size_t kMaxReportBytes = 64 << 20;
 
@@ -145,15 +145,43 @@ ReportContent ReportReader::Read() {
   archive_entry* entry = nullptr;
   while (Check(archive_read_next_header(m_archive.get(), &entry)) != ARCHIVE_EOF) {
     content.files.push_back(ReadFile(entry));
-    if (content.files.back().name == kMetaFile) content.meta = ParseMeta(content.files.back().content);
+    if (content.files.back().name == setd::kMetaFile) content.meta = ParseMeta(content.files.back().content);
   }
   return content;
 }
 
-/// Complains when the report does not tell what it is about.
+/// Whether the file is what the report's meta.json says of it.
+bool IsWhole(const ReportFile& file, const Json::Value& expected) {
+  const Json::Value& sum = expected.isObject() ? expected["sha256"] : expected;
+  if (!sum.isString()) return false;
+  if (file.name != setd::kMetaFile) return setd::Sha256(file.content) == sum.asString();
+  std::string content = file.content;
+  const std::string own = sum.asString();
+  const size_t at = own.empty() ? content.npos : content.rfind(own);
+  return at != content.npos && setd::Sha256(content.replace(at, own.size(), own.size(), '0')) == own;
+}
+
+/// Throws Failure with the name of a file that is not as it was collected. Reports of older versions do not tell.
+void CheckFiles(const std::string& path, const ReportContent& content) {
+  const auto isThere = [&](const std::string& name) {
+    return std::any_of(content.files.begin(), content.files.end(), [&](const auto& file) { return file.name == name; });
+  };
+  const Json::Value sums = content.meta.isObject() ? content.meta["files"] : Json::Value();
+  if (sums.isNull() && (content.meta.isObject() || !isThere(setd::kMetaFile))) return;
+  if (!sums.isObject() || !sums.isMember(setd::kMetaFile))
+    throw Failure(path + ": \"" + setd::kMetaFile + "\" in it is damaged");
+  for (const std::string& name : sums.getMemberNames())
+    if (!isThere(name)) throw Failure(path + ": \"" + Visible(name) + "\" is not in it any more");
+  for (const ReportFile& file : content.files)
+    if (file.name != kSummaryFile && !IsWhole(file, sums[file.name]))
+      throw Failure(path + ": \"" + Visible(file.name) + "\" in it is damaged");
+}
+
+/// Throws Failure when the report is damaged; complains when it does not tell what it is about.
 ReportContent ReadContent(const Report& report) {
   ReportContent content = ReportReader(report.name).Read();
-  if (content.meta.isNull()) Complain(PathOf(report.name) + ": it has no " + kMetaFile + " that can be read");
+  CheckFiles(PathOf(report.name), content);
+  if (content.meta.isNull()) Complain(PathOf(report.name) + ": it has no " + setd::kMetaFile);
   return content;
 }
 
@@ -187,7 +215,9 @@ void ReportsShow(const Arguments& arguments) {
   Print(PathOf(report.name) + "\n\n");
   if (!content.meta.isNull()) {
     Table facts({"FACT", "VALUE"});
-    AddFacts("", content.meta, facts);
+    Json::Value about = content.meta;
+    about.removeMember("files");
+    AddFacts("", about, facts);
     facts.Print();
     Print("\n");
   }
@@ -215,6 +245,7 @@ void ReportsExport(const Arguments& arguments) {
   if (!PublishPrivateFile(path, bytes)) Fail(Visible(path));
   if (!arguments.json) return Print("exported " + Visible(path) + "\n");
   Json::Value object = JsonOf(report);
+  object["bytes"] = Json::UInt64(bytes.size());
   object["path"] = path;
   object["exported"] = true;
   Print(JsonLine(object));

@@ -16,6 +16,9 @@ namespace {
 
 using Placeholders = std::map<std::string_view, std::set<std::string_view>>;
 
+// A report has no room for a million things of a kind.
+constexpr size_t kMostDigits = 6;
+
 /// Adds the placeholders of the text, by kind; they refer to it.
 void Collect(std::string_view text, Placeholders& found) {
   for (size_t at = 0; (at = text.find('<', at)) != text.npos; ++at) {
@@ -24,7 +27,8 @@ void Collect(std::string_view text, Placeholders& found) {
       if (!rest.starts_with(each.name) || !rest.substr(each.name.size()).starts_with('-')) continue;
       const size_t number = each.name.size() + 1;
       const size_t end = std::min(rest.find_first_not_of("0123456789", number), rest.size());
-      if (end > number && rest.substr(end).starts_with('>')) found[each.name].insert(rest.substr(0, end));
+      const bool isNumber = end > number && end <= number + kMostDigits && rest[number] != '0';
+      if (isNumber && rest.substr(end).starts_with('>')) found[each.name].insert(rest.substr(0, end));
     }
   }
 }
@@ -71,14 +75,14 @@ void AddFacts(const std::string& prefix, const Json::Value& value, Table& table)
 std::string SummaryOf(const std::string& name, const ReportContent& content) {
   Table facts({"FACT", "VALUE"}), files({"SIZE", "FILE"});
   Json::Value about = content.meta;
-  if (about.isObject()) about.removeMember("missing");
+  for (const char* told : {"missing", "files"})
+    if (about.isObject()) about.removeMember(told);
   AddFacts("", about, facts);
   for (const ReportFile& file : content.files)
     files.Add({SizeText(static_cast<int64_t>(file.content.size())), file.name});
   const std::string title = "Error report " + Visible(name);
   return title + "\n" + std::string(title.size(), '=') + "\n" +
-         Section("What it is about",
-                 about.isNull() ? "Not known: the report has no meta.json that can be read.\n" : facts.Text()) +
+         Section("What it is about", about.isNull() ? "Not known: the report has no meta.json.\n" : facts.Text()) +
          Section("Files", files.Text()) + Section("What is missing", Missing(content.meta)) +
          Section("What was left out for privacy", LeftOut(content));
 }

@@ -21,7 +21,7 @@ struct ReportFile {
 /// What an error report holds.
 struct ReportContent {
   std::vector<ReportFile> files;
-  Json::Value meta;  ///< of its meta.json; null when it has none that can be read
+  Json::Value meta;  ///< of its meta.json; null when it has none
 };
 
 /// Every value in a row of two cells: "set.model", "QX55".
