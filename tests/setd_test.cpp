@@ -331,8 +331,8 @@ TEST(SetdScrubber, KnowsTheSpellingsOfRealLogs) {
        R"({"out":"Password:\n<secret-1>\n"} "psk":)"
        "\r\n\t\"<secret-2>\""},
       {"mac 123456789012 enx210987654321 from 123456789012", "mac <mac-2> enx<mac-1> from <mac-2>"},
-      {R"({"d":"ssid \"Home Net\" joined, ssid \\\"A\\\" with psk \\\"Geheim\\\""} then home net)",
-       R"({"d":"ssid \"<ssid-1>\" joined, ssid \\\"<ssid-2>\\\" with psk \\\"<secret-1>\\\""} then <ssid-1>)"},
+      {R"({"d":"50%\nssid \"Home Net\" joined, ssid \\\"A\\\" with psk \\\"Geheim\\\""} then home net)",
+       R"({"d":"50%\nssid \"<ssid-1>\" joined, ssid \\\"<ssid-2>\\\" with psk \\\"<secret-1>\\\""} then <ssid-1>)"},
       {R"({"d":"password:\tGeheim, PASSWORD\tGeheim2"} PASSWORD	Geheim)",
        R"({"d":"password:\t<secret-1>, PASSWORD\t<secret-2>"} PASSWORD	<secret-1>)"},
       {R"({"d":"\"odd name\"@example.org \u00fcn\u00ef@ex\u00e4mple.de"})", R"({"d":"<mail-2> <mail-1>"})"},

@@ -163,7 +163,7 @@ Readable Read(const std::string& text) {
       out.text += escape->first;
       at = copied = escape->second;
     } else {
-      at = std::min(text.find_first_not_of('\\', at + 1), text.size());
+      at = text[at] == '%' ? at + 1 : std::min(text.find_first_not_of('\\', at), text.size());
     }
   }
   out.text.append(text, copied, std::string::npos);
