@@ -6,21 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "AppState.h"
+#include "DeviceQueries.h"
 #include "pkgmgr_client.h"
-#include "system_info.h"
 #include "was_api.h"
 
 namespace QUVA {
-
-/// Which screen is showing.
-enum _CurrentScreen {
-  SCREEN_NONE = 0,
-  SCREEN_HOME = 1,
-  SCREEN_START_CARE = 2,
-  SCREEN_SELF_DIAGNOSIS = 3,
-  SCREEN_MANAGE_STORAGE = 4,
-  SCREEN_ERROR_REPORT = 5,
-};
 
 /// How much of the user partition is left.
 enum FlashState { FLASH_FULL = 0, FLASH_LOW = 1, FLASH_ENOUGH = 2 };
@@ -49,9 +40,6 @@ void getTotalSize(long long* total);
 /// What the browser engine of "YouTube" stores, in bytes; 0 when the task manager does not say.
 long long getAppSizeForYoutube();
 
-/// A text of the set's profile; empty, and a line in the log, when the set does not say. Any thread.
-std::string GetSystemInfo(system_info_key_e key);
-
 /// The device data service: what the application knows of the set and its applications, and what it asks the set's
 /// services to do.
 /// Thread rule: callable from any thread; what blocks says so and is kept off the main thread. The measured sizes are
@@ -64,8 +52,8 @@ class CGetData {
   CGetData(const CGetData&) = delete;
   CGetData& operator=(const CGetData&) = delete;
 
-  void m_SetCurrentScreen(_CurrentScreen screen) { m_currentScreen = screen; }
-  _CurrentScreen m_GetCurrentScreen() const { return m_currentScreen; }
+  void m_SetCurrentScreen(_CurrentScreen screen) { AppState::Instance().currentScreen = screen; }
+  _CurrentScreen m_GetCurrentScreen() const { return AppState::Instance().currentScreen; }
 
   // ---- applications
 
@@ -179,7 +167,6 @@ class CGetData {
   std::atomic<bool> m_appGone{false};
   std::mutex m_appSizesMutex;   ///< what one call found is stored as a whole
   unsigned m_appDataCalls = 0;  ///< guarded by it
-  std::atomic<_CurrentScreen> m_currentScreen{SCREEN_NONE};
 
   static std::atomic<CGetData*> m_pInstance;
   static std::mutex m_TVDMmutex;

@@ -30,7 +30,7 @@ class CMenuTimeUtil {
   static int GetCurrentLanguage(char** languageLocale);
 
   /// How the current language and region write times and dates, 0 to 5; the order of a date follows from it, see
-  /// CUtils::m_GetDateFormat().
+  /// GetDateFormat().
   static int GetTimeFormatType();
 };
 

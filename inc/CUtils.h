@@ -8,7 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "AppState.h"
 #include "CWidget.h"
+#include "DeviceQueries.h"
+#include "ReportTrigger.h"
+#include "Texts.h"
 
 namespace QUVA {
 
@@ -27,9 +31,8 @@ struct TitleHeader {
 };
 
 /// What all screens share: the window and its root, the return stack, dimming, the loading popup, the accessibility
-/// settings and their signals, device queries, forms of numbers.
-/// Thread rule: main thread, but for the launch source, the flags, the device queries, the report request, the speech
-/// and the formatting, which any thread may ask for.
+/// settings and their signals.
+/// Thread rule: main thread, but for the launch source, the flags and the speech, which any thread may ask for.
 class CUtils {
  public:
   using Signal = boost::signals2::signal<void()>;
@@ -71,16 +74,16 @@ class CUtils {
 
   /// What the application was launched from, or null. The text is kept as it was passed, so it must stay for as long
   /// as the process.
-  void m_pSetLaunchFrom(char* launchFrom) { m_launchFrom = launchFrom; }
-  char* m_pGetLaunchFrom() const { return m_launchFrom; }
+  void m_pSetLaunchFrom(char* launchFrom) { AppState::Instance().launchFrom = launchFrom; }
+  char* m_pGetLaunchFrom() const { return AppState::Instance().launchFrom; }
 
   /// Whether the application goes on living while it is not visible.
   void m_SetMultitaskingStatus(bool status) { m_multitasking = status; }
   bool m_GetMultitaskingStatus() const { return m_multitasking; }
 
   /// Whether the application ends when it is no longer visible, as after launching another one from here.
-  void m_SetExitOnPause(bool exitOnPause) { m_exitOnPause = exitOnPause; }
-  bool m_GetExitOnPause() const { return m_exitOnPause; }
+  void m_SetExitOnPause(bool exitOnPause) { AppState::Instance().exitOnPause = exitOnPause; }
+  bool m_GetExitOnPause() const { return AppState::Instance().exitOnPause; }
 
   /// Ends the process at once with `code`.
   void m_SetExitFlag(int code);
@@ -124,12 +127,7 @@ class CUtils {
   /// Deletes what belongs to no screen: the dimming, the loading popup and its speech.
   void m_CleanObjects();
 
-  // ---- texts, accessibility
-
-  /// The text of a message id in the menu language; the id itself where there is none. Empty for no id. Any thread.
-  static std::string m_GetText(const char* sid);
-  /// The same with its placeholder replaced by `value`. Any thread.
-  static std::string m_GetTextWith(const char* sid, const std::string& value);
+  // ---- accessibility
 
   /// Read the user's setting.
   void m_SetHighContrast();
@@ -147,41 +145,30 @@ class CUtils {
   /// Has the screen reader speak, where it is on; on the main loop, later. Any thread.
   static void m_SayVoiceGuideText(const std::string& text);
 
-  // ---- device queries (CUtilsDevice.cpp); nothing is remembered. Any thread.
+  // ---- what is not about the screen, by its names of old (DeviceQueries.h, ReportTrigger.h, Texts.h). Any thread.
 
-  /// The channel type of the channel that is showing, -1 when there is none.
-  int GetChannelType();
-  /// The number of the input source that is showing, -1 when it cannot be read.
-  int GetCurrentSourceInfo();
-  /// The software model, the chipset, the regional variant: empty when the set does not say.
-  std::string m_GetSwModel();
-  std::string GetChipSet();
-  std::string GetLocalSet();
-  /// The version of a panel of self-lit modules; 0 for other panels.
-  int m_CheckOstravSupport();
-  /// What kind of product the set is; 0 when it does not say.
-  int GetTVProductType();
-  bool m_IsSignage();
+  int GetChannelType() { return QUVA::GetChannelType(); }
+  int GetCurrentSourceInfo() { return QUVA::GetCurrentSourceInfo(); }
+  std::string m_GetSwModel() { return GetSwModel(); }
+  std::string GetChipSet() { return QUVA::GetChipSet(); }
+  std::string GetLocalSet() { return QUVA::GetLocalSet(); }
+  int m_CheckOstravSupport() { return GetOstravVersion(); }
+  int GetTVProductType() { return QUVA::GetTVProductType(); }
+  bool m_IsSignage() { return IsSignage(); }
 
-  /// Asks the log collector for a report: leaves NAME-DETAIL.log, empty, in its folder, or in the one for reports that
-  /// are to be taken up after a restart of the set. Both texts are of letters, digits, '.', '_' and '-'; others are
-  /// refused, with a log line, as is what cannot be left. Blocks for as long as a shell takes.
-  void m_RequestNDF(const std::string& name, const std::string& detail, bool reboot);
+  void m_RequestNDF(const std::string& name, const std::string& detail, bool reboot) {
+    RequestReport(name, detail, reboot);
+  }
 
-  // ---- formatting (CUtilsFormat.cpp); sizes are binary, numbers have two decimals after a point, in every language
-
-  /// "3.50"
-  static std::string m_RoundValue(double value);
+  static std::string m_GetText(const char* sid) { return GetText(sid); }
+  static std::string m_GetTextWith(const char* sid, const std::string& value) { return GetTextWith(sid, value); }
+  static std::string m_RoundValue(double value) { return RoundValue(value); }
   /// "-12", without grouping
-  static std::string m_GetStringOfNumber(int32_t number);
-  /// "512.00B", "1.50KB", "1024.00GB"; the unit is chosen before rounding
-  static std::string m_ConvertBytes(int64_t bytes);
-  /// The gigabytes (2^30 bytes), rounded to two decimals. Sets the process's numeric locale to "C" for good.
-  static double m_ConvertToGB(int64_t bytes);
-  /// "3.50GB"
-  static std::string convertToString(double gigabytes);
-  /// The order of year, month and day in dates: "YMD", "DMY" or "MDY".
-  static const char* m_GetDateFormat();
+  static std::string m_GetStringOfNumber(int32_t number) { return std::to_string(number); }
+  static std::string m_ConvertBytes(int64_t bytes) { return ConvertBytes(bytes); }
+  static double m_ConvertToGB(int64_t bytes) { return ConvertToGB(bytes); }
+  static std::string convertToString(double gigabytes) { return GigabytesText(gigabytes); }
+  static const char* m_GetDateFormat() { return GetDateFormat(); }
 
  private:
   CUtils() = default;
@@ -193,7 +180,6 @@ class CUtils {
   CWidget m_loadingProgress;
   CWidget m_rootLayout;
   CWidget m_appWindow;
-  std::atomic<char*> m_launchFrom{nullptr};
   Signal m_enlargeChanged;
   Signal m_highContrastChanged;
   Signal m_languageChanged;
@@ -205,7 +191,6 @@ class CUtils {
   int m_screenWidth = 0;
   int m_screenHeight = 0;
   std::vector<Evas_Object*> m_dimLayers;  ///< newest last
-  std::atomic<bool> m_exitOnPause{false};
   bool m_portraitSignage = false;
   CWidget m_fluxBg;
   CWidget m_manageStorageRootLayout;

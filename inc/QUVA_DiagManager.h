@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string>
 
+#include "DeviceQueries.h"
 #include "QUVA_ParserPlugin.h"
 #include "trevlin_engine.h"
 
@@ -13,9 +14,6 @@ namespace QUVA {
 
 /// The main loop of the quick diagnosis that is running, or null. Main thread; one at a time.
 extern GMainLoop* loop;
-
-/// The number of the input source that is showing, -1 when it cannot be read. Any thread.
-int GetCurrentSourceInfo();
 
 /// Binds the application to the diagnosis engine: starts diagnoses and hands what the engine infers to the result
 /// manager.

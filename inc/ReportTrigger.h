@@ -28,6 +28,9 @@ struct ReportOutcome {
 /// AwaitReport(), and may be left alone. Any thread; blocks for as long as the shell takes.
 ReportRequest LeaveReportTrigger(const char* folder, const std::string& fileName);
 
+/// Asks for the report NAME-DETAIL.log, with `reboot` in the folder for after a restart of the set.
+void RequestReport(const std::string& name, const std::string& detail, bool reboot);
+
 /// Waits until the log collector tells what became of the request (docs/setd.md), for `limit` at most, a day or less;
 /// with 0 it looks once. Never returns what became of an earlier request of the name, whatever the clock does; asked
 /// for twice before the collector came to it, it is one report, and both have its name. Calls `isCancelled`, where

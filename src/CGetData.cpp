@@ -13,7 +13,7 @@
 #include <memory>
 #include <mutex>
 
-#include "CUtils.h"
+#include "DeviceQueries.h"
 #include "SafeFile.h"
 #include "SettingsKeys.h"
 #include "TCThreadPool.h"
@@ -340,13 +340,6 @@ void getTotalSize(long long* total) {
   VEXILO_LOGI("total Bytes R -- %lld", *total);
 }
 
-std::string GetSystemInfo(system_info_key_e key) {
-  char* value = nullptr;
-  if (system_info_get_value_string(key, &value) == SYSTEM_INFO_ERROR_NONE) return CText(value).get();
-  VEXILO_LOGE("the set does not say system information %d", key);
-  return "";
-}
-
 bool CGetData::m_GetTypeOfTV() {
   int width = 0;
   int height = 0;
@@ -358,7 +351,7 @@ bool CGetData::m_GetTypeOfTV() {
 }
 
 bool CGetData::m_CheckForSwModel(const std::string& prefix) {
-  const size_t found = CUtils::Instance().m_GetSwModel().rfind(prefix);
+  const size_t found = GetSwModel().rfind(prefix);
   if (found == std::string::npos) return false;
   VEXILO_LOGI("at found index is %zu", found);
   return found == 0;

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "AppState.h"
 #include "CGetData.h"
-#include "CUtils.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_KPISender.h"
 #include "SettingsKeys.h"
@@ -41,13 +41,13 @@ bool Launch(const char* appId, const Extras& extras) {
 }
 
 Extras LaunchedFromHere() {
-  CUtils::Instance().m_SetExitOnPause(true);
+  AppState::Instance().exitOnPause = true;
   return {{"launchedFrom", kApplicationId}};
 }
 
 Extras SignalInformation() {
   const std::string page = QUVA_DiagManager::GetInstance()->StartSelfDiagnosis("SignalInfo");
-  CUtils::Instance().m_SetExitOnPause(true);
+  AppState::Instance().exitOnPause = true;
   VEXILO_LOGI("signal launch %s", page.c_str());
   return {{"ID", page}, {"PrevSubmenu", kApplicationId}, {"__K_RELOCATE_BELOW", "org.varno.tv-viewer"}};
 }
@@ -92,10 +92,10 @@ bool CGetData::ProcessLaunchApp(const char* appId) {
   const std::string_view id = appId;
   const auto target =
       std::find_if(std::begin(kTargets), std::end(kTargets), [id](const Target& each) { return id == each.appId; });
-  const bool exitOnPause = CUtils::Instance().m_GetExitOnPause();
+  const bool exitOnPause = AppState::Instance().exitOnPause;
   if (Launch(appId, target == std::end(kTargets) ? Extras() : target->extras())) return true;
   // Nothing was launched that this application would have to make room for.
-  CUtils::Instance().m_SetExitOnPause(exitOnPause);
+  AppState::Instance().exitOnPause = exitOnPause;
   return false;
 }
 

@@ -1,7 +1,5 @@
 #include "CUtils.h"
 
-#include <libintl.h>
-
 #include "CGetData.h"
 #include "CScreenJob.h"
 #include "QUVA_DiagManager.h"
@@ -230,16 +228,7 @@ void CUtils::m_CleanObjects() {
   m_HideDimBackground();
 }
 
-// ---- texts, accessibility
-
-std::string CUtils::m_GetText(const char* sid) {
-  // To the library the empty id is the catalogue's header.
-  return sid && *sid ? dgettext(kApplicationId, sid) : "";
-}
-
-std::string CUtils::m_GetTextWith(const char* sid, const std::string& value) {
-  return CStringUtil::CombinateStrings(m_GetText(sid), value);
-}
+// ---- accessibility
 
 void CUtils::m_SetHighContrast() {
   int value = 0;

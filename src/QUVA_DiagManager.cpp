@@ -13,7 +13,6 @@
 #include "VexiloLog.h"
 #include "set_paths.h"
 #include "system_path.h"
-#include "tv_service.h"
 
 namespace QUVA {
 
@@ -22,8 +21,6 @@ GMainLoop* loop = nullptr;
 namespace {
 
 constexpr unsigned long kInferenceWait = 10000000;  // microseconds
-constexpr int kMainScreen = 1;
-constexpr int kNoSource = -1;
 // The inputs that count as HDMI for the signal check.
 constexpr int kHdmiSources[] = {13, 14, 15, 16, 38, 39, 46, 47};
 constexpr char kNetworkSettingApp[] = "org.varno.NetworkSetting-Varno";
@@ -172,14 +169,6 @@ std::string QUVA_DiagManager::StartSelfDiagnosis(const char* item) {
   }
   VEXILO_LOGE("Unknown Value : %s", item);
   return "";
-}
-
-int GetCurrentSourceInfo() {
-  int source = kNoSource;
-  const auto control = TVServiceAPI::CreateSourceControl(kMainScreen);
-  if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGI("GetCurrentSourceInfo success");
-  VEXILO_LOGI("Current source : %d", source);
-  return source;
 }
 
 }  // namespace QUVA

@@ -84,6 +84,11 @@ ReportRequest LeaveReportTrigger(const char* folder, const std::string& fileName
   return request;
 }
 
+void RequestReport(const std::string& name, const std::string& detail, bool reboot) {
+  LeaveReportTrigger(reboot ? set_paths::kRebootReportTriggers : set_paths::kReportTriggers,
+                     name + "-" + detail + ".log");
+}
+
 // The collector tells before it removes the trigger, and once more afterwards; so what is told when the trigger has
 // gone is about this request or a later one, and what was told before it was left is about an earlier one.
 ReportOutcome AwaitReport(const ReportRequest& request, milliseconds limit, const std::function<bool()>& isCancelled) {

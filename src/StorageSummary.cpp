@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CUtils.h"
+#include "Texts.h"
 #include "VexiloLog.h"
 
 namespace QUVA {
@@ -23,9 +23,9 @@ double NominalCapacity(double sum) {
 }
 
 void MakeNominal(int64_t used, int64_t system, StorageSummary& summary) {
-  const double usedGB = CUtils::m_ConvertToGB(used);
-  const double availableGB = CUtils::m_ConvertToGB(summary.availableBytes);
-  double systemGB = CUtils::m_ConvertToGB(system);
+  const double usedGB = ConvertToGB(used);
+  const double availableGB = ConvertToGB(summary.availableBytes);
+  double systemGB = ConvertToGB(system);
   VEXILO_LOGI(" the values now are used: %f  available: %f system: %f", usedGB, availableGB, systemGB);
   const double sum = usedGB + availableGB + systemGB;
   VEXILO_LOGI("current total is ::  %f", sum);
@@ -34,9 +34,9 @@ void MakeNominal(int64_t used, int64_t system, StorageSummary& summary) {
   VEXILO_LOGI("new delta is %f", delta);
   systemGB = std::max(0.0, systemGB + delta);
   summary.percent = std::to_string(static_cast<int>(availableGB * 100 / nominal));
-  summary.available = AvailableLabel(CUtils::convertToString(availableGB), summary.percent);
-  summary.used = CUtils::convertToString(usedGB);
-  summary.system = CUtils::convertToString(systemGB);
+  summary.available = AvailableLabel(GigabytesText(availableGB), summary.percent);
+  summary.used = GigabytesText(usedGB);
+  summary.system = GigabytesText(systemGB);
   VEXILO_LOGI("after all this in GB the values are used : %s, avail %s sytem %s", summary.used.c_str(),
               summary.available.c_str(), summary.system.c_str());
   VEXILO_LOGI("string to be diaplyed is %s", summary.available.c_str());
@@ -47,8 +47,8 @@ void MakeNominal(int64_t used, int64_t system, StorageSummary& summary) {
 StorageSummary MakeStorageSummary(int64_t total, int64_t used, int64_t system, bool nominal) {
   StorageSummary summary;
   summary.availableBytes = std::max<int64_t>(0, total - used);
-  summary.used = CUtils::convertToString(CUtils::m_ConvertToGB(used));
-  const std::string available = CUtils::convertToString(CUtils::m_ConvertToGB(summary.availableBytes));
+  summary.used = GigabytesText(ConvertToGB(used));
+  const std::string available = GigabytesText(ConvertToGB(summary.availableBytes));
   const long long percent = total > 0 ? static_cast<long long>(summary.availableBytes * 100 / total) : 0;
   VEXILO_LOGI("avail in double is %lld", percent);
   summary.percent = std::to_string(percent);

@@ -1,11 +1,14 @@
-// The formatting operations of CUtils.
+#include "Texts.h"
+
+#include <libintl.h>
 
 #include <clocale>
 #include <sstream>
 
 #include "CMenuTimeUtil.h"
-#include "CUtils.h"
+#include "SettingsKeys.h"
 #include "VexiloLog.h"
+#include "flux_resources.h"
 
 namespace QUVA {
 
@@ -17,7 +20,16 @@ constexpr double kGigabyte = 1024 * kMegabyte;
 
 }  // namespace
 
-std::string CUtils::m_RoundValue(double value) {
+std::string GetText(const char* sid) {
+  // To the library the empty id is the catalogue's header.
+  return sid && *sid ? dgettext(kApplicationId, sid) : "";
+}
+
+std::string GetTextWith(const char* sid, const std::string& value) {
+  return CStringUtil::CombinateStrings(GetText(sid), value);
+}
+
+std::string RoundValue(double value) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text.setf(std::ios::fixed, std::ios::floatfield);
@@ -26,30 +38,26 @@ std::string CUtils::m_RoundValue(double value) {
   return text.str();
 }
 
-std::string CUtils::m_GetStringOfNumber(int32_t number) {
-  return std::to_string(number);
-}
-
-std::string CUtils::m_ConvertBytes(int64_t bytes) {
+std::string ConvertBytes(int64_t bytes) {
   const double size = static_cast<double>(bytes);
-  if (size >= kGigabyte) return m_RoundValue(size / kGigabyte) + "GB";
-  if (size >= kMegabyte) return m_RoundValue(size / kMegabyte) + "MB";
-  if (size >= kKilobyte) return m_RoundValue(size / kKilobyte) + "KB";
-  return m_RoundValue(size) + "B";
+  if (size >= kGigabyte) return RoundValue(size / kGigabyte) + "GB";
+  if (size >= kMegabyte) return RoundValue(size / kMegabyte) + "MB";
+  if (size >= kKilobyte) return RoundValue(size / kKilobyte) + "KB";
+  return RoundValue(size) + "B";
 }
 
-double CUtils::m_ConvertToGB(int64_t bytes) {
-  const std::string text = m_RoundValue(static_cast<double>(bytes) / kGigabyte);
+double ConvertToGB(int64_t bytes) {
+  const std::string text = RoundValue(static_cast<double>(bytes) / kGigabyte);
   // Stays so on purpose: whatever reads numbers later in this process reads them with a point.
   std::setlocale(LC_NUMERIC, "C");
   return std::stod(text);
 }
 
-std::string CUtils::convertToString(double gigabytes) {
-  return m_RoundValue(gigabytes) + "GB";
+std::string GigabytesText(double gigabytes) {
+  return RoundValue(gigabytes) + "GB";
 }
 
-const char* CUtils::m_GetDateFormat() {
+const char* GetDateFormat() {
   const int format = CMenuTimeUtil::GetTimeFormatType();
   VEXILO_LOGI("m_iTimeDateFormat [%d]", format);
   switch (format) {

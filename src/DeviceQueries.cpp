@@ -1,15 +1,9 @@
-// What the screens ask of the set.
-
-#include "CUtils.h"
+#include "DeviceQueries.h"
 
 #include <vector>
 
-#include "QUVA_DiagManager.h"
-#include "ReportTrigger.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
-#include "set_paths.h"
-#include "system_info.h"
 #include "tv_service.h"
 
 namespace QUVA {
@@ -18,6 +12,7 @@ namespace {
 
 constexpr int kMainScreen = 1;
 constexpr int kNoChannel = -1;
+constexpr int kNoSource = -1;
 constexpr int kSignageProduct = 4;
 constexpr char kChipSetFeature[] = "com.tornelo/featureconf/product.chipset";
 constexpr char kOstravFeature[] = "com.tornelo/featureconf/the_ostrav_version";
@@ -36,7 +31,14 @@ std::string Taken(int result, char* value, const char* what, const char* failure
 
 }  // namespace
 
-int CUtils::GetChannelType() {
+std::string GetSystemInfo(system_info_key_e key) {
+  char* value = nullptr;
+  if (system_info_get_value_string(key, &value) == SYSTEM_INFO_ERROR_NONE) return CText(value).get();
+  VEXILO_LOGE("the set does not say system information %d", key);
+  return "";
+}
+
+int GetChannelType() {
   const auto navigation = TVServiceAPI::CreateServiceNavigation(kMainScreen);
   if (!navigation) {
     VEXILO_LOGE("Unable to create ServiceNavigation handle");
@@ -54,29 +56,33 @@ int CUtils::GetChannelType() {
   return type;
 }
 
-int CUtils::GetCurrentSourceInfo() {
-  return QUVA::GetCurrentSourceInfo();
+int GetCurrentSourceInfo() {
+  int source = kNoSource;
+  const auto control = TVServiceAPI::CreateSourceControl(kMainScreen);
+  if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGI("GetCurrentSourceInfo success");
+  VEXILO_LOGI("Current source : %d", source);
+  return source;
 }
 
-std::string CUtils::m_GetSwModel() {
+std::string GetSwModel() {
   char* value = nullptr;
   const int result = system_info_get_value_string(SYSTEM_INFO_KEY_SW_MODEL, &value);
   return Taken(result, value, "software model", "Failed to get Software Model");
 }
 
-std::string CUtils::GetChipSet() {
+std::string GetChipSet() {
   char* value = nullptr;
   const int result = system_info_get_custom_string(kChipSetFeature, &value);
   return Taken(result, value, "chipset", "Failed to get chipset");
 }
 
-std::string CUtils::GetLocalSet() {
+std::string GetLocalSet() {
   char* value = nullptr;
   const int result = system_info_get_value_string(SYSTEM_INFO_KEY_LOCAL_SET, &value);
   return Taken(result, value, "local set", "Failed to get local set");
 }
 
-int CUtils::m_CheckOstravSupport() {
+int GetOstravVersion() {
   int version = 0;
   if (system_info_get_custom_int(kOstravFeature, &version) != SYSTEM_INFO_ERROR_NONE)
     VEXILO_LOGE("Failed to get Ostrav TV version value");
@@ -84,7 +90,7 @@ int CUtils::m_CheckOstravSupport() {
   return version;
 }
 
-int CUtils::GetTVProductType() {
+int GetTVProductType() {
   int type = 0;
   if (system_info_get_custom_int(kProductTypeFeature, &type) != SYSTEM_INFO_ERROR_NONE)
     VEXILO_LOGE("Cannot get %s", kProductTypeFeature);
@@ -92,15 +98,10 @@ int CUtils::GetTVProductType() {
   return type;
 }
 
-bool CUtils::m_IsSignage() {
+bool IsSignage() {
   const bool signage = GetTVProductType() == kSignageProduct;
   VEXILO_LOGI("signage : %d", signage);
   return signage;
-}
-
-void CUtils::m_RequestNDF(const std::string& name, const std::string& detail, bool reboot) {
-  const char* const folder = reboot ? set_paths::kRebootReportTriggers : set_paths::kReportTriggers;
-  LeaveReportTrigger(folder, name + "-" + detail + ".log");
 }
 
 }  // namespace QUVA
