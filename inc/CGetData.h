@@ -8,6 +8,7 @@
 
 #include "AppState.h"
 #include "DeviceQueries.h"
+#include "TaskManagerRequests.h"
 #include "pkgmgr_client.h"
 #include "was_api.h"
 
@@ -37,8 +38,6 @@ struct app_list_struct {
 
 /// The nominal storage of the set in bytes; `*total` is untouched when the set does not say.
 void getTotalSize(long long* total);
-/// What the browser engine of "YouTube" stores, in bytes; 0 when the task manager does not say.
-long long getAppSizeForYoutube();
 
 /// The device data service: what the application knows of the set and its applications, and what it asks the set's
 /// services to do.
@@ -111,22 +110,17 @@ class CGetData {
   /// The first word of what a shell command prints, on either stream; at most 255 bytes. Blocks until it ends.
   std::string GetStdoutFromCommand(const std::string& command);
 
-  // ---- requests to the task manager
+  // ---- requests to the task manager (TaskManagerRequests.h)
 
-  /// Ends an application. Not awaited, but for an earlier such request to be taken: three seconds at most.
-  void killApp(const char* packageName);
-  /// Empties an application's caches. Not awaited, but for an earlier such request to be taken: three seconds at most.
-  /// 0 when the request was left, -1 otherwise.
-  int clearAppCache(const std::string& packageName, const std::string& appId);
-  /// Measures an application's data and cache in bytes. Blocks for five seconds at most. False, with the numbers
-  /// untouched, when no answer to this very request comes.
-  bool findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize);
-  /// Asks the task manager to end applications that nobody looks at. Does not wait for it.
-  /// 0 when the request was left, -1 otherwise.
-  int performMemBoost();
-  /// Asks the task manager to clean every cache, and waits up to ten seconds for it.
-  /// 0 when it has taken the request away, -1 otherwise.
-  int performDeepClean();
+  void killApp(const char* packageName) { KillApp(packageName); }
+  int clearAppCache(const std::string& packageName, const std::string& appId) {
+    return ClearAppCache(packageName, appId);
+  }
+  bool findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize) {
+    return FindDataCacheSize(packageName, appId, dataSize, cacheSize);
+  }
+  int performMemBoost() { return PerformMemBoost(); }
+  int performDeepClean() { return PerformDeepClean(); }
 
   // ---- other applications and the state of the set; main thread
 

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "CGetData.h"
 #include "QUVA_DiagResultManager.h"
 #include "SettingsKeys.h"
+#include "TaskManagerRequests.h"
 #include "VexiloLog.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -112,8 +112,8 @@ void QUVA_DiagManager::EnterRemaining() {
 }
 
 void QUVA_DiagManager::OptimizeDevice() {
-  CGetData::GetInstance()->performDeepClean();
-  CGetData::GetInstance()->performMemBoost();
+  PerformDeepClean();
+  PerformMemBoost();
 }
 
 void QUVA_DiagManager::SetExitFlag(int code) {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "CGetData.h"
+#include "TaskManagerRequests.h"
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
@@ -108,8 +108,8 @@ bool Launch(const std::string& request) {
 bool Perform(const std::string& type, const std::string& value) {
   if (type == "launch") return Launch(value);
   if (type == "setting") return SetSetting(value);
-  if (type == "memboost") return QUVA::CGetData::GetInstance()->performMemBoost() == 0;
-  if (type == "deepclean") return QUVA::CGetData::GetInstance()->performDeepClean() == 0;
+  if (type == "memboost") return QUVA::PerformMemBoost() == 0;
+  if (type == "deepclean") return QUVA::PerformDeepClean() == 0;
   if (type == "restart_service") return RestartServices(value);
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return false;

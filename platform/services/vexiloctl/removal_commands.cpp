@@ -97,7 +97,7 @@ void ForEach(const std::vector<Package>& apps, bool json, const std::function<Ou
 /// Has the task manager empty the caches; empty, or why it did not.
 std::string AskTaskManager(const Package& package) {
   const std::string request = set_paths::kTagerRequests + std::string("/clearAppCache");
-  if (QUVA::CGetData::GetInstance()->clearAppCache(package.packageId, package.appId) != 0)
+  if (QUVA::ClearAppCache(package.packageId, package.appId) != 0)
     return request + ": it could not be left, see " + set_paths::kLogFile;
   if (!QUVA::FileWatch(request).WaitFor(false, kTaskManagerPatience))
     return request + ": the task manager has not served it in 10 seconds";

@@ -1,4 +1,4 @@
-// The requests that the task manager answers through files.
+#include "TaskManagerRequests.h"
 
 #include <sys/stat.h>
 
@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <mutex>
 
-#include "CGetData.h"
 #include "FileWatch.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
@@ -93,7 +92,7 @@ void RemoveFile(const std::string& path) {
 
 }  // namespace
 
-void CGetData::killApp(const char* packageName) {
+void KillApp(const char* packageName) {
   if (!packageName) {
     VEXILO_LOGE("no application to end");
     return;
@@ -104,7 +103,7 @@ void CGetData::killApp(const char* packageName) {
   if (CreateAndLog(kKillPayload, std::string(packageName) + "\n")) CreateAndLog(kKillRequest, "");
 }
 
-int CGetData::clearAppCache(const std::string& packageName, const std::string& appId) {
+int ClearAppCache(const std::string& packageName, const std::string& appId) {
   VEXILO_LOGI("Package Name and Varno Id of App for cache clean are %s and %s", packageName.c_str(), appId.c_str());
   static Turns& turns = *new Turns{kClearCacheRequest};
   const Turn turn(turns);
@@ -115,8 +114,7 @@ int CGetData::clearAppCache(const std::string& packageName, const std::string& a
   return CreateAndLog(kClearCacheRequest, "") ? 0 : -1;
 }
 
-bool CGetData::findDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize,
-                                 long* cacheSize) {
+bool FindDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize) {
   const std::string line = packageName + "|" + appId + "\n";
   const std::string payload = kSizePayload + appId;
   const std::string request = kSizeRequest + appId;
@@ -157,13 +155,13 @@ bool CGetData::findDataCacheSize(const std::string& packageName, const std::stri
 }
 
 // Of several that are there at once one is enough: they say nothing that another could overwrite.
-int CGetData::performMemBoost() {
+int PerformMemBoost() {
   if (CreateFileWithoutLinks(set_paths::kMemBoostRequest, "")) return 0;
   VEXILO_LOGE("File creation failed (%s) with error number : %d", set_paths::kMemBoostRequest, errno);
   return -1;
 }
 
-int CGetData::performDeepClean() {
+int PerformDeepClean() {
   if (!CreateFileWithoutLinks(set_paths::kDeepCleanRequest, kDeepCleanContent)) {
     VEXILO_LOGE("File creation failed (%s)", set_paths::kDeepCleanRequest);
     return -1;
