@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "CScreen.h"
@@ -86,6 +87,7 @@ class CHomeScreen {
   bool m_IsErrorReportOffered();
   void m_PlaceFirstFocus(const char* launchFrom);
   void m_CheckErrorReportPreconditions();
+  void m_TakeSolved(const std::string& issueCode);
   void m_Press(Evas_Object* button, const char* kpiText);
 
   std::atomic<bool> m_isRemainingDataArrived{false};

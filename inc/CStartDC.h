@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <boost/signals2/signal.hpp>
 #include <mutex>
 #include <vector>
 
@@ -16,6 +17,8 @@ namespace QUVA {
 /// Thread rule: main loop thread, but for the rows, which any thread may set and ask for.
 class CStartDC {
  public:
+  using FoundSignal = boost::signals2::signal<void(const std::vector<MapToDBTable>& rows)>;
+
   /// Created on first use, never destroyed.
   static CStartDC* Instance();
 
@@ -49,6 +52,8 @@ class CStartDC {
 
   bool m_IsResultReceived() const { return m_isResultReceived; }
   std::vector<MapToDBTable> m_GetRows() const;
+  /// Calls on the main loop when a scan is over that found issues, however late.
+  void ConnectFoundCB(const FoundSignal::slot_type& slot) { m_found.connect(slot); }
 
  private:
   CStartDC();
@@ -64,11 +69,12 @@ class CStartDC {
   void m_WaitForResults();
   static Eina_Bool m_LookForResults(void* self);
   void m_OpenIssues();
-  void m_TellHome();
+  void m_TellFound();
 
   std::atomic<bool> m_isResultReceived{false};
   mutable std::mutex m_rowsMutex;
   std::vector<MapToDBTable> m_rows;
+  FoundSignal m_found;
 
   CScreen m_screen;
   CWidget m_progressImage;

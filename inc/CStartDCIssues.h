@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/signals2/signal.hpp>
 #include <deque>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@ namespace QUVA {
 /// Thread rule: main loop thread.
 class CStartDCIssues {
  public:
+  using SolvedSignal = boost::signals2::signal<void(const std::string& issueCode)>;
+
   /// Created on first use, never destroyed.
   static CStartDCIssues* Instance();
 
@@ -46,6 +49,8 @@ class CStartDCIssues {
   void GetDateInFormat(int index, char (&out)[1024]);
   /// Takes a row away that has been handled. Nothing happens for an index that is none.
   void m_RemoveItemFromIndex(int index);
+  /// Calls on the main loop when an issue has been solved.
+  void ConnectSolvedCB(const SolvedSignal::slot_type& slot) { m_solved.connect(slot); }
 
   // ---- the popup and the toast
 
@@ -69,7 +74,6 @@ class CStartDCIssues {
   void m_Handle(int index, bool apply);
   void m_HandleNext();
   void m_EndHandling(bool succeeded);
-  void m_TakeSolved(const std::string& issueCode);
   int m_RowOf(const std::string& issueCode) const;
   bool m_IsBeingHandled(const std::string& issueCode) const;
   void m_ShowToastText(const std::string& text);
@@ -81,6 +85,7 @@ class CStartDCIssues {
   };
 
   std::vector<MapToDBTable> m_rows;
+  SolvedSignal m_solved;
   int m_index = -1;  ///< the row whose popup is, or was last, open
   CScreen m_screen;
   CWidget m_stateImage;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -21,6 +22,16 @@ class QUVA_DiagResultManager {
 
   QUVA_DiagResultManager(const QUVA_DiagResultManager&) = delete;
   QUVA_DiagResultManager& operator=(const QUVA_DiagResultManager&) = delete;
+
+  // ---- who takes the rows
+
+  /// Called on whichever thread makes the list, while the manager is locked: it copies, and asks the manager for
+  /// nothing.
+  using RowListener = std::function<void(std::vector<MapToDBTable>)>;
+  /// Takes the rows of CreateErrorList().
+  void SetScanListener(RowListener listener);
+  /// Takes the rows of CompareRemaining().
+  void SetRemainingListener(RowListener listener);
 
   // ---- resolution
 
@@ -53,15 +64,15 @@ class QUVA_DiagResultManager {
   int GetRemainingTable(std::vector<MapToDBTable>& out);
   /// Deletes the stored on-demand issues that have cleared since.
   int GetInferenceResult_Remaining();
-  /// That, and hands what is left to the home screen.
+  /// That, and hands over what is left.
   void CompareRemaining();
   void ClearRemainingProblems();
   void DeleteRemainingDBColumn(std::string issueCode);
 
   // ---- result lists: 1 when the list was handed over or the file holds it (none is a list, too), 0 otherwise
 
-  /// Resolves, stores the remaining problems and hands the rows that are shown to the start-care screen. 0 when nothing
-  /// was found.
+  /// Resolves, stores the remaining problems and hands over the rows that are shown. 0 when nothing was found, and none
+  /// are handed over.
   int CreateErrorList();
   /// Resolves and writes the issue codes, a line each, to the QGuide result file.
   int CreateQGuideErrList();
@@ -74,11 +85,15 @@ class QUVA_DiagResultManager {
   void m_resetScratchRow();
   bool m_isShown(const MapToDBTable& row);
   bool m_hasCleared(const MapToDBTable& row);
-  void m_handToHomeScreen();
+  void m_handOver(const RowListener& listener, std::vector<MapToDBTable> rows);
+  std::vector<MapToDBTable> m_remainingRows();
   int m_writeCodes(FILE* file, const char* path);
 
   std::vector<MapToDBTable> m_table;
   MapToDBTable m_scratchRow;
+  std::mutex m_listenerMutex;  ///< of its own: who sets one waits for no list operation
+  RowListener m_scanListener;
+  RowListener m_remainingListener;
 
   static std::atomic<QUVA_DiagResultManager*> m_pInstance;
   /// Guards the creation and the table; taken after the diagnosis manager's. List operations use each other.

@@ -63,6 +63,13 @@ CHomeScreen* CHomeScreen::Instance() {
 CHomeScreen::CHomeScreen() {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
   CErrorReport::Instance()->ConnectSentChangeCB([this] { m_TellReportFailures(); });
+  QUVA_DiagResultManager::GetInstance()->SetRemainingListener(
+      [this](std::vector<MapToDBTable> issues) { m_DiagResCallback(std::move(issues)); });
+  CStartDC::Instance()->ConnectFoundCB([this](const std::vector<MapToDBTable>& rows) {
+    m_SetDCIssues(rows);
+    m_ShowRemainingIssues();
+  });
+  CStartDCIssues::Instance()->ConnectSolvedCB([this](const std::string& issueCode) { m_TakeSolved(issueCode); });
 }
 
 // ---- the screen
@@ -407,6 +414,13 @@ void CHomeScreen::m_DiagResCallback(std::vector<MapToDBTable> issues) {
 void CHomeScreen::m_SetDCIssues(std::vector<MapToDBTable> issues) {
   std::lock_guard lock(m_issuesMutex);
   m_issues = std::move(issues);
+}
+
+void CHomeScreen::m_TakeSolved(const std::string& issueCode) {
+  std::vector<MapToDBTable> remaining = m_GetDCIssues();
+  std::erase_if(remaining, [&](const MapToDBTable& row) { return row.issue_code == issueCode; });
+  m_SetDCIssues(std::move(remaining));
+  m_ShowRemainingIssues();  // the viewer may be back there
 }
 
 std::vector<MapToDBTable> CHomeScreen::m_GetDCIssues() const {

@@ -7,11 +7,11 @@
 #include <utility>
 
 #include "CGetData.h"
-#include "CHomeScreen.h"
 #include "CMotion.h"
 #include "CStartDCIssues.h"
 #include "DeviceKind.h"
 #include "QUVA_DiagManager.h"
+#include "QUVA_DiagResultManager.h"
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
@@ -97,6 +97,8 @@ CStartDC* CStartDC::Instance() {
 
 CStartDC::CStartDC() {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+  QUVA_DiagResultManager::GetInstance()->SetScanListener(
+      [this](std::vector<MapToDBTable> rows) { m_DiagResCallback(std::move(rows)); });
 }
 
 // ---- the screen
@@ -304,15 +306,14 @@ void CStartDC::m_OpenIssues() {
   VEXILO_LOGI("Navigating to Issues screen with ResultRecvd = %d", m_isResultReceived.load());
   m_CleanObjects();
   // The issues list stays as it is opened, but home shows what comes too late for it.
-  WhenLater([this] { return m_isResultReceived.load(); }, [this] { m_TellHome(); });
+  WhenLater([this] { return m_isResultReceived.load(); }, [this] { m_TellFound(); });
   CStartDCIssues::Instance()->m_StartDCIssues(m_GetRows());
 }
 
-void CStartDC::m_TellHome() {
-  std::vector<MapToDBTable> rows = m_GetRows();
+void CStartDC::m_TellFound() {
+  const std::vector<MapToDBTable> rows = m_GetRows();
   if (rows.empty()) return QUVA_DiagManager::GetInstance()->RemainingProblem();  // what is stored may have cleared
-  CHomeScreen::Instance()->m_SetDCIssues(std::move(rows));
-  CHomeScreen::Instance()->m_ShowRemainingIssues();
+  m_found(rows);
 }
 
 void CStartDC::m_GetDiagResults() {

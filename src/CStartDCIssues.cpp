@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "CGetData.h"
-#include "CHomeScreen.h"
 #include "CMotion.h"
 #include "DeviceKind.h"
 #include "QUVA_DiagManager.h"
@@ -348,20 +347,12 @@ void CStartDCIssues::m_EndHandling(bool succeeded) {
   if (decision.apply && succeeded) {
     // The toast says that it has been done, so it comes when that is known.
     if (m_screen.m_IsBuilt()) m_ShowToastMsg(m_RowOf(decision.issueCode));
-    m_TakeSolved(decision.issueCode);
+    m_solved(decision.issueCode);
+    m_RemoveItemFromIndex(m_RowOf(decision.issueCode));
   } else if (decision.apply && m_screen.m_IsBuilt()) {
     m_ShowToastText(CUtils::m_GetText(kNotApplied));
   }
   if (!m_decisions.empty()) m_HandleNext();
-}
-
-void CStartDCIssues::m_TakeSolved(const std::string& issueCode) {
-  const auto isIt = [&](const MapToDBTable& row) { return row.issue_code == issueCode; };
-  std::vector<MapToDBTable> remaining = CHomeScreen::Instance()->m_GetDCIssues();
-  std::erase_if(remaining, isIt);
-  CHomeScreen::Instance()->m_SetDCIssues(std::move(remaining));
-  CHomeScreen::Instance()->m_ShowRemainingIssues();  // the viewer may be back there
-  m_RemoveItemFromIndex(m_RowOf(issueCode));
 }
 
 // ---- the toast

@@ -3,8 +3,6 @@
 #include <memory>
 #include <utility>
 
-#include "CUtils.h"
-
 namespace QUVA {
 
 // ---- CWidget
@@ -47,7 +45,8 @@ void DeleteHandler(void* data, Evas*, Evas_Object*, void*) {
 
 Eina_Bool GiveFocus(void* data) {
   const std::unique_ptr<CWidget> widget(static_cast<CWidget*>(data));
-  return *widget ? CUtils::OnIdle(*widget) : ECORE_CALLBACK_CANCEL;
+  if (*widget) elm_object_focus_set(*widget, true);
+  return ECORE_CALLBACK_CANCEL;
 }
 
 }  // namespace

@@ -11,9 +11,8 @@
 #include <list>
 #include <utility>
 
-#include "CHomeScreen.h"
-#include "CStartDC.h"
-#include "CUtils.h"
+#include "AppState.h"
+#include "DeviceQueries.h"
 #include "QUVA_DBManager.h"
 #include "QUVA_KPISender.h"
 #include "QUVA_Storage.h"
@@ -95,6 +94,23 @@ QUVA_DiagResultManager* QUVA_DiagResultManager::GetInstance() {
   std::lock_guard lock(m_TVDRMmutex);
   if (!m_pInstance) m_pInstance = new QUVA_DiagResultManager;
   return m_pInstance;
+}
+
+// ---- who takes the rows
+
+void QUVA_DiagResultManager::SetScanListener(RowListener listener) {
+  std::lock_guard lock(m_listenerMutex);
+  m_scanListener = std::move(listener);
+}
+
+void QUVA_DiagResultManager::SetRemainingListener(RowListener listener) {
+  std::lock_guard lock(m_listenerMutex);
+  m_remainingListener = std::move(listener);
+}
+
+void QUVA_DiagResultManager::m_handOver(const RowListener& listener, std::vector<MapToDBTable> rows) {
+  std::lock_guard lock(m_listenerMutex);
+  if (listener) listener(std::move(rows));
 }
 
 // ---- resolution
@@ -230,8 +246,8 @@ bool QUVA_DiagResultManager::CheckViewType(const char* viewAuthority) {
 }
 
 bool QUVA_DiagResultManager::CheckSourceType(const char* source) {
-  const int channel = CUtils::Instance().GetChannelType();
-  const int current = CUtils::Instance().GetCurrentSourceInfo();
+  const int channel = GetChannelType();
+  const int current = GetCurrentSourceInfo();
   const std::string_view wanted = source;
   if (wanted == "DTV") return current == kTunerSource && Contains(kDigitalChannels, channel);
   if (wanted == "HDMI") return Contains(kHdmiSources, current);
@@ -473,14 +489,11 @@ void QUVA_DiagResultManager::CompareRemaining() {
   std::lock_guard lock(m_TVDRMmutex);
   SetEngineOperation("CompareRemaining");
   GetInferenceResult_Remaining();
-  if (LoadRemainingProblems())
-    m_handToHomeScreen();
-  else
-    CHomeScreen::Instance()->m_DiagResCallback({});
+  m_handOver(m_remainingListener, LoadRemainingProblems() ? m_remainingRows() : std::vector<MapToDBTable>());
 }
 
 // The view was checked when the rows were stored; the source may have changed since.
-void QUVA_DiagResultManager::m_handToHomeScreen() {
+std::vector<MapToDBTable> QUVA_DiagResultManager::m_remainingRows() {
   std::vector<MapToDBTable> rows;
   GetRemainingTable(rows);
   std::vector<MapToDBTable> kept;
@@ -491,7 +504,7 @@ void QUVA_DiagResultManager::m_handToHomeScreen() {
     VEXILO_LOG_ROW("SendDataToRemotePort Key : Result, value : {", "}", row);
     kept.push_back(std::move(row));
   }
-  CHomeScreen::Instance()->m_DiagResCallback(std::move(kept));
+  return kept;
 }
 
 void QUVA_DiagResultManager::ClearRemainingProblems() {
@@ -518,7 +531,7 @@ int QUVA_DiagResultManager::CreateErrorList() {
   SetEngineOperation("CreateErrorList");
   if (GetInferenceResult() < 1) {
     VEXILO_LOGI("GetInferenceResult Failed");
-    CStartDC::Instance()->m_DiagResCallback({});
+    m_handOver(m_scanListener, {});
     return 0;
   }
   VEXILO_LOGI("GetInferenceResult Success");
@@ -530,13 +543,13 @@ int QUVA_DiagResultManager::CreateErrorList() {
     VEXILO_LOG_ROW("SendDataToRemotePort Key : Result, value : {", "}", row);
     if (m_isShown(row)) shown.push_back(row);
   }
-  CStartDC::Instance()->m_DiagResCallback(std::move(shown));
+  m_handOver(m_scanListener, std::move(shown));
   return 1;
 }
 
 int QUVA_DiagResultManager::CreateQGuideErrList() {
   VEXILO_LOGI("CreateQGuideErrorList");
-  const char* launchFrom = CUtils::Instance().m_pGetLaunchFrom();
+  const char* launchFrom = AppState::Instance().launchFrom;
   VEXILO_LOGI("qguide Launched from %s", launchFrom ? launchFrom : "(null)");
   const bool background = launchFrom && std::string_view(launchFrom) == kBackgroundLaunch;
   const char* path = background ? set_paths::kQGuideBackgroundResult : set_paths::kQGuideResult;

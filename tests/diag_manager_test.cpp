@@ -110,6 +110,8 @@ class DiagManager : public testing::Test {
  protected:
   DiagManager() {
     fs::copy_file(PARSER_PLUGIN, kPlugin);
+    CStartDC::Instance();  // they listen from their beginning
+    CHomeScreen::Instance();
     CreateAPIInstance();
     WriteMap(Element("17") + Element("18"));
     for (const int code : {17, 18}) Becomes(true, code);
@@ -183,6 +185,7 @@ TEST(DiagManagerFault, APluginOfOtherEntriesIsLoggedAndTolerated) {
   Dl_info library{};
   ASSERT_NE(dladdr(reinterpret_cast<void*>(&sqlite3_open), &library), 0);
   fs::copy_file(library.dli_fname, kPlugin);
+  CStartDC::Instance();
   CreateAPIInstance();
   WriteMap(Element("17"));
   Becomes(true, 17);

@@ -99,6 +99,8 @@ void Show(int source, int channel = 2) {
 class DiagResult : public testing::Test {
  protected:
   DiagResult() {
+    CStartDC::Instance();  // they listen from their beginning
+    CHomeScreen::Instance();
     CreateAPIInstance();
     Show(0);
   }
