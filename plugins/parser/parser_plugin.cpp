@@ -1,16 +1,10 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,12 +12,10 @@
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_ParserPlugin.h"
 #include "QUVA_Storage.h"
-#include "QUVA_XMLParser.h"
+#include "SolutionMap.h"
 #include "VexiloLog.h"
-#include "c_handle.h"
 #include "set_paths.h"
 #include "solution_actions.h"
-#include "system_path.h"
 #include "trevlin_engine.h"
 
 using namespace QUVA;
@@ -33,34 +25,6 @@ namespace {
 constexpr int kDone = 0;
 constexpr int kFailed = -1;
 constexpr char kDeclined[] = "cancel";
-
-// Bytes that the parser takes at once.
-constexpr off_t kLargestMap = INT_MAX;
-
-// Regular files only: another kind could make the process wait for ever.
-const char* MapProblem(int fd) {
-  struct stat info {};
-  if (fd < 0 || fstat(fd, &info) != 0) return std::strerror(errno);
-  if (S_ISDIR(info.st_mode)) return std::strerror(EISDIR);
-  if (!S_ISREG(info.st_mode)) return "not a regular file";
-  return info.st_size > kLargestMap ? "too large" : nullptr;
-}
-
-bool ReadMap(std::string& text) {
-  FdHandle fd(open(SystemPath(set_paths::kSolutionMap).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  const char* problem = MapProblem(fd.get());
-  if (!problem) {
-    text.reserve(static_cast<size_t>(lseek(fd.get(), 0, SEEK_END)) + 1);
-    lseek(fd.get(), 0, SEEK_SET);
-    char block[1 << 16];
-    ssize_t size;
-    while ((size = read(fd.get(), block, sizeof block)) > 0) text.append(block, static_cast<size_t>(size));
-    if (size == 0) return true;
-    problem = std::strerror(errno);
-  }
-  VEXILO_LOGE("cannot read %s: %s", set_paths::kSolutionMap, problem);
-  return false;
-}
 
 // The engine knows issues by 32-bit numbers.
 void CheckCodes(const QUVA_SolutionMap& map) {
@@ -115,23 +79,26 @@ auto Guarded(decltype(std::declval<Operation>()()) failure, Operation operation)
   }
 }
 
-bool Parse(const std::string& text, QUVA_SolutionMap& map) {
-  try {
-    return TCXMLParser().Parse(text, map);
-  } catch (const std::out_of_range&) {
-    VEXILO_LOGE("a sol_val tag stands before any solution tag");
-    return false;
+bool Read(QUVA_SolutionMap& map) {
+  std::string problem;
+  switch (ReadSolutionMap(map, problem)) {
+    case MapReading::kDone:
+      return true;
+    case MapReading::kUnreadable:
+      VEXILO_LOGE("cannot read %s: %s", set_paths::kSolutionMap, problem.c_str());
+      return false;
+    case MapReading::kValueTooEarly:
+      VEXILO_LOGE("a sol_val tag stands before any solution tag");
+      [[fallthrough]];
+    case MapReading::kNotWellFormed:
+      VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
   }
+  return false;
 }
 
 int ReadAndStoreMap() {
-  std::string text;
-  if (!ReadMap(text)) return kFailed;
   QUVA_SolutionMap map;
-  if (!Parse(text, map)) {
-    VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
-    return kFailed;
-  }
+  if (!Read(map)) return kFailed;
   if (map.count != map.solutions.size())
     VEXILO_LOGE("%s declares %u solutions and has %zu", set_paths::kSolutionMap, map.count, map.solutions.size());
   CheckCodes(map);

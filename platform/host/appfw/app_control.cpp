@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "appfw/launcher.h"
-
 namespace {
 
 int Assign(std::string* target, const char* text) {
@@ -63,9 +61,4 @@ int app_control_get_extra_data(app_control_h control, const char* key, char** va
   if (extra == control->extras.end()) return APP_CONTROL_ERROR_KEY_NOT_FOUND;
   *value = strdup(extra->second.c_str());
   return APP_CONTROL_ERROR_NONE;
-}
-
-int app_control_send_launch_request(app_control_h control, app_control_reply_cb, void*) {
-  if (!control) return APP_CONTROL_ERROR_INVALID_PARAMETER;
-  return app_framework::Launch(control->appId, control->extras);
 }

@@ -191,3 +191,8 @@ int Launch(const std::string& appId, const Extras& extras, std::string* problem)
 }
 
 }  // namespace app_framework
+
+int app_control_send_launch_request(app_control_h control, app_control_reply_cb, void*) {
+  if (!control) return APP_CONTROL_ERROR_INVALID_PARAMETER;
+  return app_framework::Launch(control->appId, control->extras);
+}

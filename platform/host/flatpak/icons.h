@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "packages/package_store.h"
+#include "packages/package.h"
 
 namespace flatpak {
 

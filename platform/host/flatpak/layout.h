@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "packages/package_store.h"
+#include "packages/package.h"
 
 namespace flatpak {
 

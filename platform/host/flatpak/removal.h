@@ -7,7 +7,7 @@
 
 #include <functional>
 
-#include "packages/package_store.h"
+#include "packages/package.h"
 
 namespace flatpak {
 

@@ -47,7 +47,7 @@ bool ReadIconFolder(const Json::Value& value, Package& package) {
   };
   if (folder.empty() || folder.front() == '/' || GoesUp(folder) || !std::all_of(folder.begin(), folder.end(), isPlain))
     return false;
-  package.iconDir = FolderOf(package) + "/" + folder + "/";
+  package.iconDir = InPackages(package.packageId) + "/" + folder + "/";
   return true;
 }
 
@@ -129,7 +129,7 @@ std::optional<Package> ParseManifest(const std::string& packageId, const std::st
   }
   Package package;
   package.packageId = packageId;
-  package.iconDir = FolderOf(package) + "/icons/";
+  package.iconDir = InPackages(package.packageId) + "/icons/";
   for (const Member& member : kMembers) {
     const bool there = root.isMember(member.name);
     if (there ? member.read(root[member.name], package) : !member.required) {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "packages/package_store.h"
+#include "packages/package.h"
 
 namespace packages {
 

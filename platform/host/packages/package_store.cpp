@@ -35,14 +35,9 @@ constexpr const char* kTag = log_tags::kPackages;
 constexpr std::string_view kRemoving = ".removing-";
 constexpr char kHiddenNumber = '~';  // no letter of an id
 constexpr int kMaxHidden = 1000;
-constexpr size_t kMaxIdBytes = 128;
 constexpr off_t kMaxManifestBytes = 65536;
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
-
-std::string InPackages(std::string_view name) {
-  return std::string(set_paths::kPackagesDir).append("/").append(name);
-}
 
 /// The text of its manifest; else nothing, and `problem` says why.
 std::optional<std::string> ReadManifest(const std::string& folder, std::string& problem) {
@@ -228,13 +223,6 @@ int Hide(const std::string& packageId, std::string& hidden) {
 }
 
 }  // namespace
-
-bool IsId(const std::string& id) {
-  static constexpr std::string_view kMarks = "._-";
-  return !id.empty() && id.size() <= kMaxIdBytes && g_ascii_isalnum(id.front()) &&
-         std::all_of(id.begin(), id.end(),
-                     [](char c) { return g_ascii_isalnum(c) || kMarks.find(c) != std::string_view::npos; });
-}
 
 std::vector<Package> List() {
   std::vector<std::string> packageIds, removals;

@@ -19,32 +19,10 @@
 #include <string>
 #include <vector>
 
+#include "packages/package.h"
 #include "packages/safe_tree.h"
 
 namespace packages {
-
-enum class Source { kFolder, kFlatpak };
-
-struct Package {
-  Source source = Source::kFolder;
-  std::string installation{};  ///< of a Flatpak: the folder that it is installed in, of the set, without links
-  std::string packageId;       ///< as IsId() allows
-  std::string appId;           ///< as IsId() allows; unique among the packages, and no other one's package id
-  std::string serviceId;
-  std::string title;
-  std::string iconDir;               ///< absolute, of the set, ends with '/'; of a folder: inside it
-  std::vector<std::string> command;  ///< program (relative to the package, or absolute) and arguments; may be empty
-  int attribute1 = 0;
-  int attribute2 = 0;
-  bool removable = true;
-  bool locked = false;
-  bool forAdministrator = false;  ///< this process may not remove it, an administrator may
-  bool keepRunning = false;       ///< memory boost leaves its processes alone
-};
-
-/// Whether `id` is a name that a package or application can have: 1 to 128 letters, digits, '.', '_', '-', the first a
-/// letter or digit. So it cannot lead out of a folder.
-bool IsId(const std::string& id);
 
 /// All packages by title, then package id. A removal that was interrupted is finished first; one that is going on, in
 /// any process, is left to it. Where two packages claim an application id, a folder has it before a Flatpak, else the

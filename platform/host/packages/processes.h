@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "c_handle.h"
-#include "packages/package_store.h"
+#include "packages/package.h"
 
 namespace packages {
 

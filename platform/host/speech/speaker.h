@@ -8,7 +8,7 @@
 #include <string>
 
 #include "c_handle.h"
-#include "speech/voice.h"
+#include "speech/kind.h"
 
 namespace speech {
 

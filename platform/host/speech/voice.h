@@ -7,12 +7,9 @@
 
 #include <string>
 
-namespace speech {
+#include "speech/kind.h"
 
-enum class Kind {
-  kAnnouncement,  ///< what a screen or a message says: spoken after the announcements before it; cuts a focus text off
-  kFocus,         ///< what has the focus: waits for announcements, and replaces a focus text spoken or waiting
-};
+namespace speech {
 
 /// Speaks `text` (UTF-8) when it is its turn. An empty text ends what is spoken and drops what waits. Returns at once.
 /// Where the machine has no speech, or it fails, the log says so once. Any thread.

@@ -6,14 +6,11 @@
 #include <cstring>
 #include <optional>
 #include <set>
-#include <stdexcept>
 
-#include "QUVA_XMLParser.h"
-#include "base/atomic_file.h"
+#include "SolutionMap.h"
 #include "set_paths.h"
 #include "setd/request.h"
 #include "setd/setd_log.h"
-#include "system_path.h"
 
 namespace setd {
 
@@ -22,18 +19,13 @@ namespace {
 constexpr char kBackground[] = "bg";
 
 QUVA::QUVA_SolutionMap ReadMap() {
+  using QUVA::MapReading;
   QUVA::QUVA_SolutionMap map;
-  std::string text, problem;
-  if (!ReadWholeFile(SystemPath(set_paths::kSolutionMap), text)) {
-    problem = std::strerror(errno);
-  } else {
-    try {
-      if (QUVA::TCXMLParser().Parse(text, map)) return map;
-      problem = "it is not well-formed";
-    } catch (const std::out_of_range&) {
-      problem = "it has a sol_val before any solution";
-    }
-  }
+  std::string problem;
+  const MapReading reading = ReadSolutionMap(map, problem);
+  if (reading == MapReading::kDone) return map;
+  if (reading == MapReading::kNotWellFormed) problem = "it is not well-formed";
+  if (reading == MapReading::kValueTooEarly) problem = "it has a sol_val before any solution";
   Log(DLOG_ERROR, std::string(set_paths::kSolutionMap) + ": " + problem + "; nothing is solved in the background");
   return {};
 }

@@ -11,6 +11,7 @@
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
 #include "set_paths.h"
+#include "setd/machine_path.h"
 #include "setd/report.h"
 #include "setd/report_results.h"
 #include "setd/setd_log.h"

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/atomic_file.h"
+#include "packages/package_store.h"
 #include "packages/processes.h"
 #include "setd/setd_log.h"
 #include "settings/settings_store.h"

@@ -152,12 +152,6 @@ bool PublishPrivate(const std::string& path, const std::string& bytes) {
 
 }  // namespace
 
-std::string MachinePath(const std::string& path) {
-  const std::string own = SystemPath(path);
-  struct stat status;
-  return stat(own.c_str(), &status) == 0 ? own : path;
-}
-
 std::string CategoryOf(const std::string& name) {
   const std::string first = name.substr(0, name.find('-'));
   return IsCategory(first) ? first : "OTHER";

@@ -9,9 +9,6 @@
 
 namespace setd {
 
-/// Where a file of the kernel or the system lies: in the set root where it has one of its own, else the machine's.
-std::string MachinePath(const std::string& path);
-
 /// "SCREEN" for "SCREEN-QUVAKOV"; a name of no category is "OTHER".
 std::string CategoryOf(const std::string& name);
 

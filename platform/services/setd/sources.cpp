@@ -20,7 +20,7 @@
 #include "c_handle.h"
 #include "log_tags.h"
 #include "set_paths.h"
-#include "setd/report.h"
+#include "setd/machine_path.h"
 #include "system_path.h"
 #include "trevlin/trevlin_database.h"
 

@@ -7,7 +7,7 @@
 
 #include "base/atomic_file.h"
 #include "set_paths.h"
-#include "setd/report.h"
+#include "setd/machine_path.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "CUtils.h"
+#include "Texts.h"
 #include "command.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -58,7 +58,7 @@ std::vector<packages::Package> FindAll(const std::vector<std::string>& names) {
 }
 
 std::string SizeText(int64_t bytes) {
-  return QUVA::CUtils::m_ConvertBytes(bytes);
+  return QUVA::ConvertBytes(bytes);
 }
 
 Partition ReadPartition() {

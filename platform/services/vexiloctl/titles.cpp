@@ -2,14 +2,11 @@
 
 #include <libintl.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <stdexcept>
 
-#include "QUVA_XMLParser.h"
 #include "SettingsKeys.h"
-#include "base/atomic_file.h"
+#include "SolutionMap.h"
+#include "Texts.h"
 #include "command.h"
 #include "set_paths.h"
 #include "settings/menu_language.h"
@@ -26,20 +23,14 @@ long Number(const std::string& code) {
 
 /// What there is of the map. A complaint tells why not all.
 QUVA::QUVA_SolutionMap ReadMap() {
-  const auto complain = [](const std::string& reason) {
-    Complain(std::string(set_paths::kSolutionMap) + ": " + reason + "; titles are missing");
-  };
+  using QUVA::MapReading;
   QUVA::QUVA_SolutionMap map;
-  std::string text;
-  if (!ReadWholeFile(SystemPath(set_paths::kSolutionMap), text)) {
-    complain(std::strerror(errno));
-    return map;
-  }
-  try {
-    if (!QUVA::TCXMLParser().Parse(text, map)) complain(std::string("not well-formed, see ") + set_paths::kLogFile);
-  } catch (const std::out_of_range&) {
-    complain("it has a sol_val before any solution");
-  }
+  std::string problem;
+  const MapReading reading = ReadSolutionMap(map, problem);
+  if (reading == MapReading::kNotWellFormed) problem = std::string("not well-formed, see ") + set_paths::kLogFile;
+  if (reading == MapReading::kValueTooEarly) problem = "it has a sol_val before any solution";
+  if (reading != MapReading::kDone)
+    Complain(std::string(set_paths::kSolutionMap) + ": " + problem + "; titles are missing");
   return map;
 }
 
@@ -66,9 +57,8 @@ std::string Titles::OfIssue(int code) const {
   return OfIssue(std::to_string(code));
 }
 
-// The empty id is that of the catalogue's own description.
 std::string Titles::OfMessage(const std::string& id) const {
-  return id.empty() ? "" : dgettext(QUVA::kApplicationId, id.c_str());
+  return QUVA::GetText(id.c_str());
 }
 
 }  // namespace vexiloctl
