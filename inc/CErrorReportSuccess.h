@@ -4,6 +4,9 @@
 
 namespace QUVA {
 
+/// The colour of the error report's texts.
+inline constexpr char kReportTextColor[] = "#FFFFFFAF";
+
 /// Confirms that an error report was handed over, in the place of the screen that sent it, and tells where it lies.
 /// Thread rule: main loop thread.
 class CErrorReportSuccess {

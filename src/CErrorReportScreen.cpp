@@ -35,7 +35,7 @@ CErrorReport::CErrorReport() {
 }
 
 void CErrorReport::m_CreateErrorReport() {
-  m_UntickAll();
+  m_sender.UntickAll();
   CUtils::Instance().m_RegisterForReturnStack(
       {[this] { m_ShowScreenPostReturn(); }, [this] { m_HideErrorReportScreen(); }}, false);
   if (!m_screen.m_Build(kTitle)) return;
@@ -172,7 +172,7 @@ void CErrorReport::m_SetVoiceGuideText() {
 
 void CErrorReport::m_OnItemPressed(int row) {
   VEXILO_LOGI("parent Button Pressed ");
-  const bool ticked = m_ToggleCategory(row);
+  const bool ticked = m_sender.Toggle(row);
   elm_flux_button_check_set(m_boxes[static_cast<size_t>(row)], ticked);
   CUtils::m_SayVoiceGuideText(CUtils::m_GetText(ticked ? "TV_SID_CHECKED" : "TV_SID_UNCHECKED"));
   m_ShowWhetherSendable();
@@ -185,7 +185,7 @@ void CErrorReport::m_OnItemFocused(int row) {
 void CErrorReport::m_SendBtnBtnClickCall() {
   VEXILO_LOGI("Send Button Pressed ");
   if (!m_CheckIfAnyCheckboxIsSelected()) return;
-  m_HandOver();
+  m_sender.HandOver();
   m_StartSending();
   m_HideErrorReportScreen();
   CErrorReportSuccess::Instance()->m_CreateSuccessErrorReport();

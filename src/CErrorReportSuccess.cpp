@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "CErrorReport.h"
+#include "ErrorReportSender.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
 #include "set_paths.h"
@@ -37,7 +37,7 @@ CErrorReportSuccess* CErrorReportSuccess::Instance() {
 
 CErrorReportSuccess::CErrorReportSuccess() {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
-  CErrorReport::Instance()->ConnectSentChangeCB([this] { m_ShowSent(); });
+  ErrorReportSender::Instance().ConnectSentChangeCB([this] { m_ShowSent(); });
 }
 
 void CErrorReportSuccess::m_CreateSuccessErrorReport() {
@@ -91,8 +91,8 @@ void CErrorReportSuccess::m_CreateDummyLayout() {
 
 void CErrorReportSuccess::m_ShowSent() {
   if (!m_sentPlace) return;
-  CErrorReport* const report = CErrorReport::Instance();
-  const CErrorReport::TSSent& sent = report->m_GetSent();
+  ErrorReportSender& sender = ErrorReportSender::Instance();
+  const ErrorReportSender::TSSent& sent = sender.GetSent();
   std::string names;
   for (const std::string& name : sent.reports) names += (names.empty() ? "" : "\n") + name;
   const std::string place =
@@ -101,7 +101,7 @@ void CErrorReportSuccess::m_ShowSent() {
   if (sent.isWaiting)
     rest = CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING");
   else if (!sent.failed.empty())
-    rest = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(sent.failed));
+    rest = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(sent.failed));
   const std::pair<Evas_Object*, std::string> texts[] = {{m_sentPlace, place}, {m_sentNames, names}, {m_sentRest, rest}};
   for (const auto& [widget, text] : texts) {
     elm_object_text_set(widget, text.c_str());
@@ -114,7 +114,7 @@ void CErrorReportSuccess::m_ShowSent() {
   if ((sent.reports.empty() && !sent.isWaiting) || sent.reports.size() > kMostBelowMark) evas_object_hide(m_checkMark);
   if (sent.isWaiting || std::exchange(m_isTold, true)) return;
   if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(place + (place.empty() || rest.empty() ? "" : " ") + rest);
-  report->m_ForgetFailures(sent.failed);
+  sender.ForgetFailures(sent.failed);
 }
 
 void CErrorReportSuccess::m_HideSuccessErrorReportScreen() {

@@ -11,6 +11,7 @@
 #include "CSelfDiagnosis.h"
 #include "CStartDC.h"
 #include "CStartDCIssues.h"
+#include "ErrorReportSender.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_KPISender.h"
@@ -62,7 +63,7 @@ CHomeScreen* CHomeScreen::Instance() {
 
 CHomeScreen::CHomeScreen() {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
-  CErrorReport::Instance()->ConnectSentChangeCB([this] { m_TellReportFailures(); });
+  ErrorReportSender::Instance().ConnectSentChangeCB([this] { m_TellReportFailures(); });
   QUVA_DiagResultManager::GetInstance()->SetRemainingListener(
       [this](std::vector<MapToDBTable> issues) { m_DiagResCallback(std::move(issues)); });
   CStartDC::Instance()->ConnectFoundCB([this](const std::vector<MapToDBTable>& rows) {
@@ -356,10 +357,10 @@ void CHomeScreen::m_ShowToast() {
 }
 
 void CHomeScreen::m_TellReportFailures() {
-  CErrorReport* const report = CErrorReport::Instance();
+  ErrorReportSender& sender = ErrorReportSender::Instance();
   // All of them at once, when no more is to be heard.
-  const std::set<int> failures = report->m_GetFailures();
-  if (failures.empty() || report->m_IsWaiting() || !m_screen.m_IsShown()) return;
+  const std::set<int> failures = sender.GetFailures();
+  if (failures.empty() || CErrorReport::Instance()->m_IsWaiting() || !m_screen.m_IsShown()) return;
   const auto hide = [this] {
     VEXILO_LOGI("hide 4 toast called ");
     // The focus stays where the viewer has taken it meanwhile.
@@ -367,9 +368,9 @@ void CHomeScreen::m_TellReportFailures() {
       m_screen.m_RememberFocus(focused);
     m_screen.m_DeleteToast();
   };
-  m_screen.m_ShowToast(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", CErrorReport::m_NamesOf(failures)),
+  m_screen.m_ShowToast(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(failures)),
                        {[this] { m_ShowScreenPostToastReturn(); }, hide}, [this] { m_AutoTimeOut(); });
-  report->m_ForgetFailures(failures);
+  sender.ForgetFailures(failures);
 }
 
 void CHomeScreen::m_HandleReturnOnToast() {

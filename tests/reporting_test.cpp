@@ -17,6 +17,7 @@
 
 #include "CErrorReport.h"
 #include "CUtils.h"
+#include "ErrorReportSender.h"
 #include "QUVA_KPISender.h"
 #include "ReportTrigger.h"
 #include "support/files.h"
@@ -27,6 +28,7 @@ namespace {
 namespace fs = std::filesystem;
 using QUVA::CErrorReport;
 using QUVA::CUtils;
+using QUVA::ErrorReportSender;
 using QUVA::QUVA_KPISender;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -181,14 +183,14 @@ std::vector<std::string> Files(const char* folder) {
 }
 
 TEST(ErrorReport, SendsTheTickedCategoriesInTheOrderOfTheTable) {
-  CErrorReport& report = *CErrorReport::Instance();
-  EXPECT_TRUE(report.m_ToggleCategory(8));
-  EXPECT_TRUE(report.m_ToggleCategory(3));
-  EXPECT_TRUE(report.m_ToggleCategory(0));
-  EXPECT_FALSE(report.m_ToggleCategory(3));
-  report.m_HandOver();
-  EXPECT_TRUE(report.m_ToggleCategory(5)) << "for the next report";
-  CErrorReport::m_SendBtnBackendCall(&report);
+  ErrorReportSender& sender = ErrorReportSender::Instance();
+  EXPECT_TRUE(sender.Toggle(8));
+  EXPECT_TRUE(sender.Toggle(3));
+  EXPECT_TRUE(sender.Toggle(0));
+  EXPECT_FALSE(sender.Toggle(3));
+  sender.HandOver();
+  EXPECT_TRUE(sender.Toggle(5)) << "for the next report";
+  CErrorReport::m_SendBtnBackendCall(CErrorReport::Instance());
   EXPECT_THAT(ReadFile(set_paths::kEventLog),
               testing::ContainsRegex("^[^\n]*select_item=ErrorReport;status=SCREEN;[^\n]*\n"
                                      "[^\n]*select_item=ErrorReport;status=OTHER;[^\n]*\n$"));
@@ -201,14 +203,14 @@ TEST(ErrorReport, SendsTheTickedCategoriesInTheOrderOfTheTable) {
 }
 
 TEST(ErrorReport, SendsNothingWithoutATick) {
-  CErrorReport& report = *CErrorReport::Instance();
-  for (const int row : {-1, 9}) EXPECT_FALSE(report.m_ToggleCategory(row));
-  EXPECT_FALSE(report.m_CheckIfAnyCheckboxIsSelected());
-  report.m_ToggleCategory(4);
-  EXPECT_TRUE(report.m_CheckIfAnyCheckboxIsSelected());
-  report.m_UntickAll();
-  report.m_HandOver();
-  CErrorReport::m_SendBtnBackendCall(&report);
+  ErrorReportSender& sender = ErrorReportSender::Instance();
+  for (const int row : {-1, 9}) EXPECT_FALSE(sender.Toggle(row));
+  EXPECT_FALSE(sender.IsAnyTicked());
+  sender.Toggle(4);
+  EXPECT_TRUE(sender.IsAnyTicked());
+  sender.UntickAll();
+  sender.HandOver();
+  CErrorReport::m_SendBtnBackendCall(CErrorReport::Instance());
   CErrorReport::m_SendBtnBackendCall(nullptr);
   EXPECT_FALSE(Exists(set_paths::kEventLog));
   EXPECT_THAT(Files(set_paths::kReportTriggers), IsEmpty());

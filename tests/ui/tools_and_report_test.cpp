@@ -15,6 +15,7 @@ using QUVA::CErrorReportSuccess;
 using QUVA::CHomeScreen;
 using QUVA::CSelfDiagnosis;
 using QUVA::CUtils;
+using QUVA::ErrorReportSender;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -373,7 +374,7 @@ TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
   Press("Return");  // a scan, above which no toast goes
   ASSERT_TRUE(Soon([] { return Utils().m_GetKeyBlock(); }));
   for (const char* category : {"SCREEN", "SOUND"}) EXPECT_TRUE(Collect(category, R"("problem":"no space left")"));
-  EXPECT_TRUE(Soon([] { return CErrorReport::Instance()->m_GetFailures().size() == 2; }));
+  EXPECT_TRUE(Soon([] { return ErrorReportSender::Instance().GetFailures().size() == 2; }));
   QUVA::CStartDC::Instance()->m_CleanObjects();
   CHomeScreen::Instance()->m_ShowHomeScreenPostReturn();
   EXPECT_TRUE(Shows(NoReport("Screen, Sound")));
@@ -383,7 +384,7 @@ TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
   const std::string there = Focus();
   EXPECT_NE(there, "start");
   Press("XF86Back");
-  EXPECT_EQ(std::tuple(StackSize(), CErrorReport::Instance()->m_GetFailures().size()), std::tuple(1u, 0u));
+  EXPECT_EQ(std::tuple(StackSize(), ErrorReportSender::Instance().GetFailures().size()), std::tuple(1u, 0u));
   EXPECT_TRUE(FocusBecomes(there)) << "where the viewer had gone";
 
   // One that fails while the next is being sent is not forgotten for it.
@@ -395,7 +396,7 @@ TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
   CErrorReport::Instance()->m_CreateErrorReport();
   ASSERT_TRUE(FocusBecomes("Screen"));
   EXPECT_TRUE(Collect("SCREEN", R"("problem":"no space left")"));
-  EXPECT_TRUE(Soon([] { return !CErrorReport::Instance()->m_GetFailures().empty(); }));
+  EXPECT_TRUE(Soon([] { return !ErrorReportSender::Instance().GetFailures().empty(); }));
   Press("Right Return Down Down Down Return");
   ASSERT_TRUE(FocusBecomes("close"));
   EXPECT_TRUE(Collect("SOUND", R"("report":"3-SOUND.tar.zst")"));
@@ -405,10 +406,10 @@ TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
 }
 
 TEST_F(ReportScreens, WhatIsHandedOverIsAskedForBeforeTheEnd) {
-  CErrorReport& report = *CErrorReport::Instance();
-  for (const int row : {8, 0}) report.m_ToggleCategory(row);
-  report.m_HandOver();
-  report.m_FinishSending();
+  ErrorReportSender& sender = ErrorReportSender::Instance();
+  for (const int row : {8, 0}) sender.Toggle(row);
+  sender.HandOver();
+  CErrorReport::Instance()->m_FinishSending();
   EXPECT_TRUE(fs::exists(TriggerOf("SCREEN")) && fs::exists(TriggerOf("OTHER")));
 }
 
