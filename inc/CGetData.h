@@ -14,6 +14,9 @@
 
 namespace QUVA {
 
+/// Bytes of the user partition that are kept from the user; what is free beyond them is low below as many.
+inline constexpr long long kReservedSpace = 70LL << 20;
+
 /// How much of the user partition is left.
 enum FlashState { FLASH_FULL = 0, FLASH_LOW = 1, FLASH_ENOUGH = 2 };
 

@@ -2,16 +2,17 @@
 /// @file
 /// The settings keys of the application, and how it writes those that tell the diagnosis engine what is going on.
 
+#include "set_names.h"
+
 namespace QUVA {
 
-inline constexpr char kApplicationId[] = "com.tornelo.TVVexilo";
+inline constexpr auto& kApplicationId = set_names::kCareApplication;
 
 /// int: where the application was launched from, see updateVConf().
 inline constexpr char kLaunchPointKey[] = "memory/quva/launch_point";
 /// bool: the remaining problems are to be cleared at the next first launch.
 inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
-/// text: the locale of the menus, "de_DE.utf8".
-inline constexpr char kMenuLanguageKey[] = "db/menu_widget/language";
+inline constexpr auto& kMenuLanguageKey = set_names::kMenuLanguageKey;
 /// int: the user's consent to the content terms, 1 when given.
 inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
 /// bool: the tools of self-diagnosis whose configuration asks for it cannot be started.

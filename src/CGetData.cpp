@@ -30,7 +30,6 @@ namespace {
 
 constexpr int kListThreads = 20;
 constexpr int kConsentGiven = 1;
-constexpr long long kReserve = 73400320;  // bytes of the user partition that are kept from the user
 constexpr char kYouTubeTitle[] = "YouTube";
 constexpr char kYouTubePackage[] = "9Ur5IzDKqV";
 // Applications that everyone may see, whatever the consent.
@@ -318,7 +317,7 @@ int CGetData::getFlashSize(const std::string& path, long long* remaining, long l
   const auto blockSize = static_cast<long long>(info.f_frsize);
   const long long available = static_cast<long long>(info.f_bavail) * blockSize;
   const long long taken = static_cast<long long>(info.f_blocks - info.f_bfree) * blockSize;
-  const long long hidden = available > kReserve ? kReserve : available;
+  const long long hidden = available > kReservedSpace ? kReservedSpace : available;
   *remaining = available - hidden;
   *used = taken + hidden;
   *total = *remaining + *used;

@@ -23,7 +23,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr long long kLowSpace = 73400320;  // bytes
 constexpr char kSmartMonitorFeature[] = "com.tornelo/featureconf/product.smart_monitor_feature_support";
 
 using Extras = std::vector<std::pair<const char*, std::string>>;
@@ -119,7 +118,7 @@ int CGetData::CheckFlashFreespaceState() {
     VEXILO_LOGI("freespaceRate is %d%% ", 0);
     return FLASH_FULL;
   }
-  return remaining < kLowSpace ? FLASH_LOW : FLASH_ENOUGH;
+  return remaining < kReservedSpace ? FLASH_LOW : FLASH_ENOUGH;
 }
 
 int CGetData::CheckDeviceState() {

@@ -6,14 +6,13 @@
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
+#include "set_names.h"
 #include "vconf.h"
 
 namespace QUVA {
 
 namespace {
 
-constexpr char kHighContrastKey[] = "db/menu/system/accessibility/highcontrast";
-constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";
 constexpr char kStorageTitle[] = "TV_SID_DEVICE_MANAGE_STORAGE";
 constexpr char kLoadingText[] = "COM_TV_SID_LOADING";
 
@@ -232,13 +231,13 @@ void CUtils::m_CleanObjects() {
 
 void CUtils::m_SetHighContrast() {
   int value = 0;
-  vconf_get_int(kHighContrastKey, &value);
+  vconf_get_int(set_names::kHighContrastKey, &value);
   m_highContrast = value;
 }
 
 void CUtils::m_SetEnlarge() {
   int value = 0;
-  vconf_get_int(kEnlargeKey, &value);
+  vconf_get_int(set_names::kEnlargeKey, &value);
   m_enlarge = value;
   elm_config_scale_set(value != 0 ? FLUX_SCALE_ENLARGED : FLUX_SCALE_NORMAL);
 }

@@ -25,6 +25,7 @@
 #include "packages/package_store.h"
 #include "packages/processes.h"
 #include "pkgmgr_client.h"
+#include "set_names.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
 #include "support/files.h"
@@ -285,11 +286,11 @@ TEST_F(Flatpaks, AreEndedBeforeTheyAreClearedButNotByCleaningUp) {
   EXPECT_GE(ProcessesOf({one}).size(), 2u) << "the shell and what it started";
   EXPECT_TRUE(setd::CleanAll(kGoesOn));
   EXPECT_TRUE(setd::BoostMemory(kGoesOn)) << "nobody knows what the viewer looks at";
-  ASSERT_EQ(vconf_set_str(setd::kForegroundApp, kOne.c_str()), 0);
+  ASSERT_EQ(vconf_set_str(set_names::kForegroundAppKey, kOne.c_str()), 0);
   EXPECT_TRUE(setd::BoostMemory(kGoesOn));
   EXPECT_TRUE(fs::exists(kData / kOne / "cache/d"));
   EXPECT_FALSE(ProcessesOf({one}).empty());
-  ASSERT_EQ(vconf_set_str(setd::kForegroundApp, "other"), 0);
+  ASSERT_EQ(vconf_set_str(set_names::kForegroundAppKey, "other"), 0);
   EXPECT_TRUE(setd::BoostMemory(kGoesOn));
   EXPECT_TRUE(HasEnded(*running)) << "it is in the background";
   EXPECT_TRUE(setd::CleanAll(kGoesOn));

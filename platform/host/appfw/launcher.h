@@ -7,6 +7,7 @@
 #include <string>
 
 #include "appfw/app_control.h"
+#include "set_names.h"
 
 namespace app_framework {
 
@@ -15,7 +16,7 @@ namespace app_framework {
 void KeepLaunchEnvironment();
 
 /// Settings key, text: the application that is looked at; memory boost leaves it alone.
-inline constexpr char kForegroundAppKey[] = "memory/setd/foreground_app";
+inline constexpr auto& kForegroundAppKey = set_names::kForegroundAppKey;
 
 /// Starts the program of the application's desktop entry, each extra behind its own arguments as one argument
 /// "key=value", in their order. No shell is involved. The program's standard input and output are /dev/null, its

@@ -15,11 +15,12 @@
 
 #include "appfw/app_control.h"
 #include "base/glib_handle.h"
+#include "set_names.h"
 
 namespace app_framework {
 
 /// Of the application that this framework runs.
-inline constexpr char kApplicationId[] = "com.tornelo.TVVexilo";
+inline constexpr auto& kApplicationId = set_names::kCareApplication;
 
 class SingleInstance {
  public:

@@ -11,6 +11,7 @@
 #include "flux/flux_keys.h"
 #include "flux/flux_surface.h"
 #include "flux_resources.h"
+#include "set_names.h"
 #include "vconf.h"
 
 int FLUX_EVENT_HIGH_CONTRAST_CHANGED = 0;
@@ -19,10 +20,6 @@ int FLUX_EVENT_ENLARGE_CHANGED = 0;
 namespace flux {
 
 namespace {
-
-constexpr char kHighContrastKey[] = "db/menu/system/accessibility/highcontrast";
-constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";
-constexpr char kScreenReaderKey[] = "db/menu/system/accessibility/voiceguide";
 
 /// Of pictures that are not shown now, in KiB: all icons fit, the frames of an animation do not, which are shown once.
 constexpr int kImageCacheSize = 4096;
@@ -35,7 +32,7 @@ bool IsOn(const char* key) {
 }
 
 void OnHighContrast(keynode_t*, void*) {
-  SetHighContrast(IsOn(kHighContrastKey));
+  SetHighContrast(IsOn(set_names::kHighContrastKey));
   ecore_event_add(FLUX_EVENT_HIGH_CONTRAST_CHANGED, nullptr, nullptr, nullptr);
 }
 
@@ -44,16 +41,17 @@ void OnEnlarge(keynode_t*, void*) {
 }
 
 void OnScreenReader(keynode_t*, void*) {
-  if (!IsOn(kScreenReaderKey)) elm_flux_access_say("");
-  elm_config_access_set(IsOn(kScreenReaderKey));
+  if (!IsOn(set_names::kScreenReaderKey)) elm_flux_access_say("");
+  elm_config_access_set(IsOn(set_names::kScreenReaderKey));
 }
 
 struct FollowedKey {
   const char* key;
   vconf_callback_fn changed;
 };
-constexpr FollowedKey kFollowedKeys[] = {
-    {kHighContrastKey, OnHighContrast}, {kEnlargeKey, OnEnlarge}, {kScreenReaderKey, OnScreenReader}};
+constexpr FollowedKey kFollowedKeys[] = {{set_names::kHighContrastKey, OnHighContrast},
+                                         {set_names::kEnlargeKey, OnEnlarge},
+                                         {set_names::kScreenReaderKey, OnScreenReader}};
 
 void TakeWindowSize() {
   int width = 0, height = 0;
@@ -145,8 +143,8 @@ bool elm_flux_init(Evas_Object* window) {
   }
   elm_config_cache_image_cache_size_set(kImageCacheSize);
   SetZoom(1.0);
-  SetHighContrast(IsOn(kHighContrastKey));
-  elm_config_access_set(IsOn(kScreenReaderKey));
+  SetHighContrast(IsOn(set_names::kHighContrastKey));
+  elm_config_access_set(IsOn(set_names::kScreenReaderKey));
   // The theme's widgets show the focus themselves; the toolkit would draw its own over them from the first key on.
   const bool hasTheme = LoadTheme();
   elm_config_window_auto_focus_enable_set(!hasTheme);

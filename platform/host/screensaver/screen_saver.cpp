@@ -9,13 +9,13 @@
 #include "base/session_bus.h"
 #include "dlog.h"
 #include "log_tags.h"
+#include "set_names.h"
 
 namespace {
 
 constexpr const char* kTag = log_tags::kScreenSaver;
 constexpr char kService[] = "org.freedesktop.ScreenSaver";
 constexpr char kObjectPath[] = "/org/freedesktop/ScreenSaver";
-constexpr char kApplication[] = "com.tornelo.TVVexilo";
 constexpr int64_t kLimitUs = 500'000;
 
 using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
@@ -81,7 +81,7 @@ class ScreenSaver {
     if (!IsThere(deadline)) return false;
     const GVariantHandle reply =
         Call(m_connection.get(), deadline, kService, kObjectPath, "Inhibit",
-             g_variant_new("(ss)", kApplication, "A tool that was launched is showing"), "(u)");
+             g_variant_new("(ss)", set_names::kCareApplication, "A tool that was launched is showing"), "(u)");
     if (!reply) return false;
     unsigned int cookie = 0;
     g_variant_get(reply.get(), "(u)", &cookie);

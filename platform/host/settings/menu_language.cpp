@@ -11,12 +11,12 @@
 #include "c_handle.h"
 #include "dlog.h"
 #include "log_tags.h"
+#include "set_names.h"
 #include "vconf.h"
 
 namespace {
 
 constexpr const char* kTag = log_tags::kMenuLanguage;
-constexpr char kKey[] = "db/menu_widget/language";
 constexpr char kEnglish[] = "en_US.utf8";
 constexpr char kNeutral[] = "C.UTF-8";
 
@@ -44,10 +44,11 @@ std::string LanguageOfLocale(const std::string& locale) {
 }
 
 std::string MenuLocale() {
-  const CText stored(vconf_get_str(kKey));
+  const CText stored(vconf_get_str(set_names::kMenuLanguageKey));
   if (!stored) return kEnglish;
   if (IsLocaleName(stored.get())) return stored.get();
-  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", kKey, stored.get());
+  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", set_names::kMenuLanguageKey,
+               stored.get());
   return kEnglish;
 }
 

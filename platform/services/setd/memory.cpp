@@ -11,6 +11,7 @@
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
+#include "set_names.h"
 #include "setd/setd_log.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
@@ -71,14 +72,14 @@ std::string Reclaim() {
 bool ForegroundApp(std::string& appId) {
   settings::Value value;
   std::string error;
-  const settings::ReadResult result = settings::Read(kForegroundApp, value, error);
+  const settings::ReadResult result = settings::Read(set_names::kForegroundAppKey, value, error);
   if (result == settings::ReadResult::kNotSet) return true;
   if (result == settings::ReadResult::kOk) {
     if (const auto* text = std::get_if<std::string>(&value)) {
       appId = *text;
       return true;
     }
-    error = std::string("settings key \"") + kForegroundApp + "\" is no text";
+    error = std::string("settings key \"") + set_names::kForegroundAppKey + "\" is no text";
   }
   Log(DLOG_ERROR, "memory boost ends no applications: " + error);
   return false;

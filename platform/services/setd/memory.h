@@ -8,9 +8,6 @@
 
 namespace setd {
 
-/// The volatile settings key, a text, with the id of the application that the viewer looks at.
-inline constexpr char kForegroundApp[] = "memory/setd/foreground_app";
-
 /// Ends the processes of the packages that may be ended (their manifest does not say keepRunning) and that nobody looks
 /// at, and asks the kernel to reclaim what it keeps for later, where this is the whole machine's set and it is
 /// permitted. The log has what was done and the memory before and after. False when it was interrupted.

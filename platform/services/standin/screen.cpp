@@ -12,6 +12,7 @@
 
 #include "base/glib_handle.h"
 #include "c_handle.h"
+#include "set_names.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -19,7 +20,6 @@ namespace standin {
 
 namespace {
 
-constexpr char kTextDomain[] = "com.tornelo.TVVexilo";
 constexpr int kUnitsOfHeight = 135;  // a unit is 8 pixels on a screen of 1080
 
 // Places and sizes in units.
@@ -86,7 +86,7 @@ int Fit(Evas_Object* block, const std::string& text, int width, int lines) {
 
 /// A text of the catalogue, in the menu language.
 const char* Translated(const char* id) {
-  return dgettext(kTextDomain, id);
+  return dgettext(set_names::kCareApplication, id);
 }
 
 class Screen {
@@ -238,8 +238,8 @@ gboolean OnSignal(void*) {
 }  // namespace
 
 bool Show(const Asked& asked) {
-  bindtextdomain(kTextDomain, SystemPath(set_paths::kLocaleDir).c_str());
-  bind_textdomain_codeset(kTextDomain, "UTF-8");
+  bindtextdomain(set_names::kCareApplication, SystemPath(set_paths::kLocaleDir).c_str());
+  bind_textdomain_codeset(set_names::kCareApplication, "UTF-8");
   Screen screen(asked);
   if (!screen.Make()) return false;
   const unsigned signals[] = {g_unix_signal_add(SIGTERM, OnSignal, nullptr),

@@ -1,0 +1,19 @@
+#pragma once
+/// @file
+/// Names that the set, its services and its applications share: written once. Settings keys are those of vconf.h.
+
+namespace set_names {
+
+/// The id of the care application; also its text domain.
+inline constexpr char kCareApplication[] = "com.tornelo.TVVexilo";
+
+// int, 1 for on: high contrast, larger texts, spoken texts.
+inline constexpr char kHighContrastKey[] = "db/menu/system/accessibility/highcontrast";
+inline constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";
+inline constexpr char kScreenReaderKey[] = "db/menu/system/accessibility/voiceguide";
+/// text: the locale of the menus, "de_DE.utf8".
+inline constexpr char kMenuLanguageKey[] = "db/menu_widget/language";
+/// text: the id of the application that is in front.
+inline constexpr char kForegroundAppKey[] = "memory/setd/foreground_app";
+
+}  // namespace set_names
