@@ -75,10 +75,10 @@ void Grid::Restyle() {
     elm_object_scale_set(card.object, TextScale());
     // The theme may have been loaded anew, and what it showed is lost.
     if (!card.what.enabled) elm_object_signal_emit(card.object, "flux,card,disabled", kSignalSource);
-    const bool focused = HasFocus() && i == Focused();
-    if (focused) ShowFocus(i, true);
-    Recolour(i, focused);
-    if (card.text) card.text->Update();
+    if (HasFocus() && i == Focused())
+      ShowFocus(i, true);
+    else
+      Recolour(i, false);
   }
 }
 
