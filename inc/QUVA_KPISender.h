@@ -6,8 +6,8 @@
 namespace QUVA {
 
 /// Records a usage event each time the user opens a feature, and a few results.
-/// Thread rule: callable from any thread. Sending touches the disk but waits for nobody; nothing of it can fail for
-/// the caller.
+/// Thread rule: callable from any thread. Sending waits for nobody and no disk; nothing of it can fail for the
+/// caller.
 class QUVA_KPISender {
  public:
   /// Created on first use, when the facts of the device are read; never destroyed.

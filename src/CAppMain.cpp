@@ -23,6 +23,7 @@
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
+#include "kpi_logger.h"
 #include "screen_saver.h"
 #include "set_paths.h"
 #include "settings_api.h"
@@ -96,6 +97,7 @@ bool app_create(void*) {
 void app_terminate(void*) {
   VEXILO_LOGI("terminate called");
   CErrorReport::Instance()->m_FinishSending();
+  KPILogFramework::CLogger::GetInstance()->Flush();
   _exit(0);
 }
 

@@ -11,6 +11,7 @@
 #include "SettingsKeys.h"
 #include "TaskManagerRequests.h"
 #include "VexiloLog.h"
+#include "kpi_logger.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -118,6 +119,7 @@ void QUVA_DiagManager::OptimizeDevice() {
 
 void QUVA_DiagManager::SetExitFlag(int code) {
   m_exitFlag = code;
+  KPILogFramework::CLogger::GetInstance()->Flush();
   _exit(code);
 }
 

@@ -32,6 +32,7 @@
 #include "pkgmgr_client.h"
 #include "support/files.h"
 #include "support/task_manager.h"
+#include "support/usage_events.h"
 #include "vconf.h"
 
 namespace {
@@ -333,7 +334,7 @@ int CheckReserve() {
   EXPECT_EQ(g_data.CheckFlashFreespaceState(), state);
   fs::remove(SystemPath(set_paths::kEventLog));
   EXPECT_EQ(g_data.CheckDeviceState(), state == 0 ? 0 : 1);
-  EXPECT_THAT(ReadFile(set_paths::kEventLog),
+  EXPECT_THAT(StoredEvents(),
               HasSubstr(state == 0 ? "select_item=DeviceState;status=Normal" : "select_item=DeviceState;status=Good"));
   return state;
 }

@@ -24,6 +24,7 @@
 #include "support/diagnosis.h"
 #include "support/files.h"
 #include "support/remaining_rows.h"
+#include "support/usage_events.h"
 
 namespace {
 
@@ -403,7 +404,7 @@ TEST_F(ErrorList, WhatIsShownIsHandedOverAndStored) {
   EXPECT_THAT(StoredCodes(), ElementsAre("3", "1")) << "the rows of the former scan are gone";
   EXPECT_FALSE(DbReset());
   EXPECT_EQ(Operation(), OperationOf("CreateErrorList"));
-  EXPECT_THAT(ReadFile(set_paths::kEventLog), HasSubstr("select_item=CreateErrorList;status=NULL;issue_count=4;"));
+  EXPECT_THAT(StoredEvents(), HasSubstr("select_item=CreateErrorList;status=NULL;issue_count=4;"));
   Manager().CreateErrorList();
   EXPECT_THAT(Codes(Table()), ElementsAre("3", "2", "1", "4")) << "cleaned before each list";
 
@@ -420,7 +421,7 @@ TEST_F(ErrorList, NothingFoundLeavesEverythingElseAlone) {
   EXPECT_THAT(CStartDC::Instance()->m_GetRows(), IsEmpty());
   EXPECT_THAT(StoredCodes(), ElementsAre("99"));
   EXPECT_TRUE(DbReset());
-  EXPECT_FALSE(Exists(set_paths::kEventLog));
+  EXPECT_EQ(StoredEvents(), "");
 }
 
 // ---- the result file
@@ -442,7 +443,7 @@ TEST_F(QGuide, TheFileHasALineForEachIssueInTheOrderOfTheMap) {
   EXPECT_EQ(ReadFile(kResult), "1001\n2040\n017\n");
   EXPECT_THAT(StoredCodes(), ElementsAre("99"));
   EXPECT_TRUE(DbReset());
-  EXPECT_FALSE(Exists(set_paths::kEventLog));
+  EXPECT_EQ(StoredEvents(), "");
   UseMap({});
   EXPECT_EQ(Manager().CreateQGuideErrList(), 1);
   EXPECT_TRUE(Exists(kResult));

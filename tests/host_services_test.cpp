@@ -1,13 +1,16 @@
 // The small services of the host: log, usage events, system information, TV service, settings menu, screen saver.
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <net/if.h>
 #include <net/route.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <atomic>
@@ -28,12 +31,26 @@
 #include "support/files.h"
 #include "support/fork.h"
 #include "support/test_bus.h"
+#include "support/usage_events.h"
 #include "system_info.h"
 #include "tv_service.h"
 #include "vconf.h"
 
 namespace {
 
+std::atomic<bool> g_slowDisk = false;
+
+}  // namespace
+
+// In the place of the C library's: a disk that takes its time.
+extern "C" int fdatasync(int file) {
+  if (g_slowDisk) std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  return static_cast<int>(syscall(SYS_fdatasync, file));
+}
+
+namespace {
+
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 using testing::AllOf;
 using testing::HasSubstr;
@@ -201,6 +218,12 @@ int Store(const std::string& description) {
   return KPILogFramework::CLogger::GetInstance()->AddEventLogSync("23_vexilo", "VEXILO", "EV003", description);
 }
 
+/// What is stored, event by event.
+Lines EventLines() {
+  StoredEvents();
+  return ReadLines(kEvents);
+}
+
 Json::Value Parse(const std::string& line) {
   Json::Value value;
   std::istringstream(line) >> value;
@@ -209,7 +232,7 @@ Json::Value Parse(const std::string& line) {
 
 TEST(UsageEvents, HoldEveryByte) {
   ASSERT_EQ(Store("user_time=\xff;\"é€😀\\\n\0\x1f\x7f\x80\xe2\x82"s), 1);
-  const Lines lines = ReadLines(kEvents);
+  const Lines lines = EventLines();
   ASSERT_EQ(lines.size(), 1u);
   const Json::Value event = Parse(lines[0]);
   // What is part of no character is taken as Latin-1.
@@ -224,9 +247,10 @@ TEST(UsageEvents, HoldEveryByte) {
 TEST(UsageEvents, AreKeptWholeThroughRotationCrashesAndLinks) {
   const std::string filling(3000, 'x');
   std::vector<pid_t> writers;
-  for (int i = 0; i < 2; ++i)
+  for (int i = 0; i < 8; ++i)
     writers.push_back(Fork([&] {
-      for (int event = 0; event < 250; ++event) ASSERT_EQ(Store(filling), 1);
+      for (int event = 0; event < 62; ++event) ASSERT_EQ(Store(filling), 1);
+      StoredEvents();
     }));
   for (const pid_t writer : writers) ExpectEndsWell(writer);
   const fs::path old = kEvents.string() + ".1";
@@ -234,18 +258,70 @@ TEST(UsageEvents, AreKeptWholeThroughRotationCrashesAndLinks) {
   EXPECT_GT(fs::file_size(old), (1u << 20) - 4000);
   Lines lines = ReadLines(old);
   for (const std::string& line : ReadLines(kEvents)) lines.push_back(line);
-  EXPECT_EQ(lines.size(), 500u);
+  EXPECT_EQ(lines.size(), 496u);
   for (const std::string& line : lines) ASSERT_EQ(Parse(line)["description"], filling);
 
   WriteHostFile(kEvents, "{\"time\":\"20");  // a power cut left this
   ASSERT_EQ(Store("after"), 1);
-  EXPECT_EQ(Parse(ReadLines(kEvents).back())["description"], "after");
+  EXPECT_EQ(Parse(EventLines().back())["description"], "after");
 
   PlantLink(kEvents);
   EXPECT_EQ(Store("x"), -ELOOP);
   EXPECT_EQ(ReadHostFile(kVictim), "untouched");
   fs::remove_all(kEvents.parent_path());
-  EXPECT_EQ(Store("x"), 1) << "makes its folder";
+  EXPECT_EQ(Store("x"), 1);
+  EXPECT_EQ(EventLines().size(), 1u) << "makes its folder";
+}
+
+/// The event log locked by somebody else.
+FdHandle LockEvents() {
+  FdHandle file(open(kEvents.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
+  return file;
+}
+
+/// Stores events, which must not take as long as the disk does; how many were refused for being too many.
+int StoreAtOnce(int from, int to) {
+  int refused = 0;
+  const auto start = std::chrono::steady_clock::now();
+  for (int event = from; event < to; ++event) {
+    const int result = Store(std::to_string(event));
+    EXPECT_TRUE(result == 1 || result == -ENOBUFS) << result;
+    refused += result != 1;
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+  return refused;
+}
+
+TEST(UsageEvents, NobodyWaitsForTheLockOrTheDiskAndNothingIsLost) {
+  FdHandle lock = LockEvents();
+  EXPECT_EQ(StoreAtOnce(0, 1000), 0);
+  EXPECT_EQ(StoreAtOnce(1000, 1002), 2);
+  EXPECT_FALSE(KPILogFramework::CLogger::GetInstance()->Flush(2s));
+  lock.reset();
+  EXPECT_EQ(EventLines().size(), 1000u);
+  EXPECT_EQ(Count(Log(), "events wait: somebody holds the lock of " + std::string(set_paths::kEventLog)), 1);
+  EXPECT_THAT(Log(), HasSubstr("is not in " + std::string(set_paths::kEventLog) + ": 1000 wait already; 2 dropped"));
+
+  g_slowDisk = true;
+  EXPECT_EQ(StoreAtOnce(1000, 1010), 0);
+  const Lines lines = EventLines();
+  ASSERT_EQ(lines.size(), 1010u);
+  for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(Parse(lines[i])["description"], std::to_string(i));
+}
+
+TEST(UsageEvents, AreStoredBeforeAProcessEndsWhichWaitsForNobodyForLong) {
+  const auto sendAndEnd = [] {
+    Store("last");
+    std::exit(0);
+  };
+  ExpectEndsWell(Fork(sendAndEnd));
+  EXPECT_EQ(ReadLines(kEvents).size(), 1u);
+  const FdHandle lock = LockEvents();
+  const auto start = std::chrono::steady_clock::now();
+  ExpectEndsWell(Fork(sendAndEnd));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+  EXPECT_THAT(Log(), HasSubstr("1 events wait for " + std::string(set_paths::kEventLog) + " for more than 2000 ms"));
 }
 
 // --- System information ----------------------------------------------------------------------------------------------

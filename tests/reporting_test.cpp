@@ -21,6 +21,7 @@
 #include "QUVA_KPISender.h"
 #include "ReportTrigger.h"
 #include "support/files.h"
+#include "support/usage_events.h"
 #include "vconf.h"
 
 namespace {
@@ -48,8 +49,8 @@ std::string Field(const std::string& key) {
   return text.substr(from, to - from);
 }
 
-std::vector<Json::Value> StoredEvents() {
-  std::istringstream file(ReadFile(set_paths::kEventLog));
+std::vector<Json::Value> ParsedEvents() {
+  std::istringstream file(StoredEvents());
   std::vector<Json::Value> events;
   for (std::string line; std::getline(file, line);) std::istringstream(line) >> events.emplace_back();
   return events;
@@ -116,7 +117,7 @@ TEST(KpiSender, AnEventIsStoredAsFourTextsAndARefusedOneOnlyLogged) {
   fs::remove(SystemPath(set_paths::kEventLog));
 
   Sender().SendVexiloKPI("Manage Storage");
-  const auto events = StoredEvents();
+  const auto events = ParsedEvents();
   ASSERT_EQ(events.size(), 1u);
   EXPECT_EQ(events[0]["service"].asString(), "23_vexilo");
   EXPECT_EQ(events[0]["event"].asString(), "VEXILO");
@@ -140,7 +141,7 @@ TEST(KpiSender, StatusAndCountStayForLaterEvents) {
   EXPECT_EQ(fields(), "CreateErrorList|Good|3");
   Sender().SendVexiloKPI("Self Diagnosis");
   EXPECT_EQ(fields(), "Self Diagnosis|Good|3");
-  EXPECT_EQ(StoredEvents().size(), 4u);
+  EXPECT_EQ(ParsedEvents().size(), 4u);
 }
 
 TEST(KpiSender, TheUserTimeIsOneByteOfTheSecondsSinceTheStart) {
@@ -165,8 +166,8 @@ TEST(KpiSender, EventsOfManyThreadsStayWhole) {
       for (int i = 0; i < 10; ++i) Sender().SendVexiloKPI(status, status);
     });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(StoredEvents().size(), 40u);
-  for (const Json::Value& event : StoredEvents()) {
+  EXPECT_EQ(ParsedEvents().size(), 40u);
+  for (const Json::Value& event : ParsedEvents()) {
     const std::string description = event["description"].asString();
     const std::string item = description.substr(description.find(";select_item=") + 13, 1);
     EXPECT_THAT(description, HasSubstr("=" + item + ";status=" + item + ";"));
@@ -191,9 +192,8 @@ TEST(ErrorReport, SendsTheTickedCategoriesInTheOrderOfTheTable) {
   sender.HandOver();
   EXPECT_TRUE(sender.Toggle(5)) << "for the next report";
   CErrorReport::m_SendBtnBackendCall(CErrorReport::Instance());
-  EXPECT_THAT(ReadFile(set_paths::kEventLog),
-              testing::ContainsRegex("^[^\n]*select_item=ErrorReport;status=SCREEN;[^\n]*\n"
-                                     "[^\n]*select_item=ErrorReport;status=OTHER;[^\n]*\n$"));
+  EXPECT_THAT(StoredEvents(), testing::ContainsRegex("^[^\n]*select_item=ErrorReport;status=SCREEN;[^\n]*\n"
+                                                     "[^\n]*select_item=ErrorReport;status=OTHER;[^\n]*\n$"));
   EXPECT_THAT(Files(set_paths::kReportTriggers), ElementsAre("OTHER-QUVAKOV.log", "SCREEN-QUVAKOV.log"));
   EXPECT_THAT(Files(set_paths::kRebootReportTriggers), IsEmpty());
   EXPECT_THAT(Log(), ContainsInOrder(std::vector<std::string>{
@@ -212,7 +212,7 @@ TEST(ErrorReport, SendsNothingWithoutATick) {
   sender.HandOver();
   CErrorReport::m_SendBtnBackendCall(CErrorReport::Instance());
   CErrorReport::m_SendBtnBackendCall(nullptr);
-  EXPECT_FALSE(Exists(set_paths::kEventLog));
+  EXPECT_EQ(StoredEvents(), "");
   EXPECT_THAT(Files(set_paths::kReportTriggers), IsEmpty());
   EXPECT_THAT(Log(), HasSubstr("pThis is NULL"));
 }

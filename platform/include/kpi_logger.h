@@ -4,6 +4,7 @@
 ///
 /// Thread rule: callable from any thread.
 
+#include <chrono>
 #include <string>
 
 namespace KPILogFramework {
@@ -13,10 +14,16 @@ class CLogger {
   /// The logger of this process; lives to its end.
   static CLogger* GetInstance();
 
-  /// Hands over one event and returns when it is stored: 1, or a negative error number when it could not be.
-  /// The texts may hold any bytes.
+  /// Hands over one event: 1, or a negative error number when it is refused, because what lies in the log's place is
+  /// none or because too many wait already. The texts may hold any bytes. Does not wait: what was taken is stored in
+  /// order, at once where nothing is in the way, else as soon as it goes; what cannot be stored is in the platform log.
   int AddEventLogSync(const std::string& service, const std::string& event, const std::string& category,
                       const std::string& description);
+
+  /// Waits until what was handed over is stored or given up, for `limit` at most; false, with a line in the platform
+  /// log, when some still waits then. An end by exit() or from main() waits for two seconds by itself; who ends with
+  /// _exit() calls it before.
+  bool Flush(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
  private:
   CLogger() = default;

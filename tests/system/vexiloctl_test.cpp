@@ -18,6 +18,7 @@
 #include "support/files.h"
 #include "support/process.h"
 #include "support/remaining_rows.h"
+#include "support/usage_events.h"
 #include "trevlin_engine.h"
 #include "vconf.h"
 
@@ -230,7 +231,7 @@ TEST(Vexiloctl, EventsAreListedAndATornLastLineIsNotYetOne) {
                 "23_vexilo", "VEXILO", "EV003",
                 "{chip_id=NULL;user_time=;;select_item=DeviceState;status=Good;issue_count=NULL;remain_count=NULL}"),
             1);
-  const std::string stored = ReadHostFile(SystemPath(set_paths::kEventLog));
+  const std::string stored = StoredEvents();
   Write(set_paths::kEventLog, stored + "{\"time\":\"20");
   EXPECT_EQ(Output({"events", "--json"}), stored);
   EXPECT_THAT(Output({"events"}), HasSubstr("VEXILO  EV003     DeviceState  Good    -\n"));

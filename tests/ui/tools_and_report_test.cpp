@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "CGetData.h"
+#include "support/usage_events.h"
 #include "ui/screen_fixture.h"
 
 namespace {
@@ -129,16 +130,12 @@ TEST_F(ToolScreens, EachCardIsRecordedMarkedAndLaunched) {
       {"Self-Diagnosis", "com.tornelo.video-test", "Video Test", "VIDEO_TEST_SELECTED"},
   };
   Profile("feature the_ostrav_version=1");
-  const auto events = [] {
-    std::ifstream file(SystemPath(set_paths::kEventLog));
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.source);
     EXPECT_TRUE(CSelfDiagnosis::m_IsLaunchSource(each.source));
     OpenMenu(each.source);
     vconf_set_str(QUVA::kEngineScenarioKey, "");
-    const size_t before = events().size();
+    const size_t before = StoredEvents().size();
     Press("Return");
     EXPECT_TRUE(ToastSays("TV_SID_VEXILO_COULD_NOT_DO_IT")) << "it is not installed";
     Press("XF86Back");
@@ -148,7 +145,7 @@ TEST_F(ToolScreens, EachCardIsRecordedMarkedAndLaunched) {
     EXPECT_EQ(Launched(), each.app);
     Press("Return");
     EXPECT_EQ(Launched(), "") << "while it is coming";
-    EXPECT_THAT(events().substr(before), HasSubstr("select_item=" + std::string(each.kpi) + ";"));
+    EXPECT_THAT(StoredEvents().substr(before), HasSubstr("select_item=" + std::string(each.kpi) + ";"));
     const CText scenario(vconf_get_str(QUVA::kEngineScenarioKey));
     EXPECT_EQ(std::string(scenario.get()), *each.mark ? R"({"id" : ")" + std::string(each.mark) + "\"}" : "");
     EXPECT_EQ(StackSize(), 1u) << "no toast";
@@ -177,7 +174,7 @@ TEST_F(ToolScreens, WhatCannotBeChosenSaysWhy) {
   EXPECT_TRUE(ToastSays("TV_SID_VEXILO_TOOL_LOCKED"));
   EXPECT_EQ(std::tuple(Launched(), InLog("launch process called 2"), InLog("scenario tracker called")),
             std::tuple("", 2, 0));
-  EXPECT_FALSE(fs::exists(SystemPath(set_paths::kEventLog))) << "nothing was started";
+  EXPECT_EQ(StoredEvents(), "") << "nothing was started";
   Press("XF86Back");
   EXPECT_EQ(std::tuple(StackSize(), InLog("hide 4 toast called ")), std::tuple(1u, 1));
   EXPECT_TRUE(FocusBecomes("(no text)"));

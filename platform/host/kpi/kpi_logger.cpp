@@ -2,15 +2,20 @@
 
 #include <glib.h>
 #include <json/json.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <span>
+#include <thread>
+#include <utility>
 
 #include "base/atomic_file.h"
+#include "base/file_lock.h"
 #include "base/time_text.h"
+#include "base/writer_thread.h"
 #include "c_handle.h"
 #include "dlog.h"
 #include "log_tags.h"
@@ -23,6 +28,9 @@ namespace {
 
 constexpr const char* kTag = log_tags::kKpi;
 constexpr off_t kMaxFileSize = 1 << 20;
+constexpr size_t kMaxWaiting = 1000;
+constexpr std::chrono::milliseconds kLockPatience(500);
+constexpr std::chrono::milliseconds kTurn(5);  // longer than the step in which others ask for the lock
 
 /// The text with every byte that is part of no UTF-8 character taken as the Latin-1 character of that number.
 std::string ToUtf8(const std::string& bytes) {
@@ -56,18 +64,36 @@ std::string Now() {
   return std::string(TimeText(floor<milliseconds>(system_clock::now()), 'T').data()) + "Z";
 }
 
-/// The event log, locked against all other writers, with `status`; with none, errno tells why.
+struct Event {
+  std::string service;
+  std::string name;
+  std::string line;
+};
+using Events = std::span<const Event>;
+
+/// The event log, locked against all other writers, with `status`; with none, errno tells why, EWOULDBLOCK that
+/// somebody else holds it.
 FdHandle OpenLocked(const std::string& path, struct stat& status) {
+  const auto end = std::chrono::steady_clock::now() + kLockPatience;
   while (true) {
     FdHandle file = OpenToAppend(path);
-    if (!file) return file;
-    while (flock(file.get(), LOCK_EX) != 0)
-      if (errno != EINTR) return FdHandle();
+    if (!file || !LockFile(file.get(), end)) return FdHandle();
     struct stat named;
     if (fstat(file.get(), &status) != 0) return FdHandle();
     // Another writer may have renamed it while this one waited.
     if (lstat(path.c_str(), &named) == 0 && named.st_dev == status.st_dev && named.st_ino == status.st_ino) return file;
   }
+}
+
+/// The first of the events, as many as a log of that size takes: an empty one takes any.
+Events FirstThatFit(Events events, off_t size) {
+  size_t count = 0;
+  for (const Event& event : events) {
+    if (size > 0 && size + static_cast<off_t>(event.line.size()) > kMaxFileSize) break;
+    size += static_cast<off_t>(event.line.size());
+    ++count;
+  }
+  return events.first(count);
 }
 
 /// Whether the log ends within a line: a power cut can leave one so.
@@ -76,26 +102,78 @@ bool EndsWithinLine(int fd, off_t size) {
   return size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n';
 }
 
-/// Appends the line and flushes it; 0 or an error number, and then the log is as it was.
-int Store(const std::string& path, std::string line) {
+/// Appends as many of the first events as the log takes, `events` afterwards, and flushes them; 0 or an error number,
+/// and then the log is as it was.
+int Store(const std::string& path, Events& events) {
   struct stat status;
   FdHandle file = OpenLocked(path, status);
   if (!file) return errno;
-  if (status.st_size > 0 && status.st_size + static_cast<off_t>(line.size()) > kMaxFileSize) {
+  if (FirstThatFit(events, status.st_size).empty()) {
     if (rename(path.c_str(), (path + ".1").c_str()) != 0) return errno;
     file = OpenLocked(path, status);
     if (!file) return errno;
   }
-  if (EndsWithinLine(file.get(), status.st_size)) line.insert(0, 1, '\n');
-  const ssize_t written = write(file.get(), line.data(), line.size());
-  if (written == static_cast<ssize_t>(line.size()) && fdatasync(file.get()) == 0 &&
+  events = FirstThatFit(events, status.st_size);
+  std::string lines(EndsWithinLine(file.get(), status.st_size), '\n');
+  for (const Event& event : events) lines += event.line;
+  const ssize_t written = write(file.get(), lines.data(), lines.size());
+  if (written == static_cast<ssize_t>(lines.size()) && fdatasync(file.get()) == 0 &&
       (status.st_size > 0 || SyncFolderOf(path)))
     return 0;
-  const int reason = written >= 0 && written < static_cast<ssize_t>(line.size()) ? ENOSPC : errno;
+  const int reason = written >= 0 && written < static_cast<ssize_t>(lines.size()) ? ENOSPC : errno;
   if (written > 0 && ftruncate(file.get(), status.st_size) != 0)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s ends within a line: %s", set_paths::kEventLog,
                  std::strerror(errno));
   return reason;
+}
+
+void LogLoss(const Event& event, const char* reason) {
+  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the event \"%s\" of \"%s\" is not in %s: %s", event.name.c_str(),
+               event.service.c_str(), set_paths::kEventLog, reason);
+}
+
+const char* TextOf(int reason) {
+  return reason == ELOOP ? "it is a symbolic link, which is not followed" : std::strerror(reason);
+}
+
+/// Stores the first events, as many as go at once; how many are stored, or given up after a line in the log.
+size_t WriteFirst(Events waiting) {
+  static bool isLocked = false;  // by somebody else, and the log has it
+  static std::chrono::steady_clock::time_point last;
+  std::this_thread::sleep_until(last + kTurn);
+  const std::string path = SystemPath(set_paths::kEventLog);
+  Events events = waiting;
+  int reason = Store(path, events);
+  // Where there is no room for all of them there may be for one.
+  if (reason != 0 && reason != EWOULDBLOCK) {
+    events = waiting.first(1);
+    reason = Store(path, events);
+  }
+  if (reason == EWOULDBLOCK) {
+    if (!std::exchange(isLocked, true))
+      __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "events wait: somebody holds the lock of %s", set_paths::kEventLog);
+    return 0;
+  }
+  isLocked = false;
+  last = std::chrono::steady_clock::now();
+  if (reason != 0) LogLoss(events.front(), TextOf(reason));
+  return events.size();
+}
+
+/// Lives to the end of the process, whatever its static objects still do then.
+WriterThread<Event>& Writer() {
+  static auto& writer = *new WriterThread<Event>(kMaxWaiting, WriteFirst);
+  static const struct FlushAtEnd {
+    ~FlushAtEnd() { CLogger::GetInstance()->Flush(); }
+  } atEnd;
+  return writer;
+}
+
+/// Why nothing can be appended to what lies in the log's place; 0 when it can, or is made.
+int RefusalOf(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return 0;
+  return S_ISLNK(status.st_mode) ? ELOOP : S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
 }
 
 }  // namespace
@@ -107,15 +185,27 @@ CLogger* CLogger::GetInstance() {
 
 int CLogger::AddEventLogSync(const std::string& service, const std::string& event, const std::string& category,
                              const std::string& description) {
-  const std::string line = "{\"time\":" + Quoted(Now()) + ",\"service\":" + Quoted(service) +
+  static std::atomic<size_t> dropped = 0;
+  const Event added = {service, event,
+                       "{\"time\":" + Quoted(Now()) + ",\"service\":" + Quoted(service) +
                            ",\"event\":" + Quoted(event) + ",\"category\":" + Quoted(category) +
-                           ",\"description\":" + Quoted(description) + "}\n";
-  const int reason = Store(SystemPath(set_paths::kEventLog), line);
-  if (reason == 0) return 1;
-  __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the event \"%s\" of \"%s\" is not in %s: %s", event.c_str(),
-               service.c_str(), set_paths::kEventLog,
-               reason == ELOOP ? "it is a symbolic link, which is not followed" : std::strerror(reason));
-  return -reason;
+                           ",\"description\":" + Quoted(description) + "}\n"};
+  if (const int reason = RefusalOf(SystemPath(set_paths::kEventLog))) {
+    LogLoss(added, TextOf(reason));
+    return -reason;
+  }
+  if (Writer().Add(added)) return 1;
+  const std::string total = std::to_string(++dropped);
+  LogLoss(added, (std::to_string(kMaxWaiting) + " wait already; " + total + " dropped so far").c_str());
+  return -ENOBUFS;
+}
+
+bool CLogger::Flush(std::chrono::milliseconds limit) {
+  const size_t waiting = Writer().Flush(limit);
+  if (waiting > 0)
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%zu events wait for %s for more than %lld ms", waiting,
+                 set_paths::kEventLog, static_cast<long long>(limit.count()));
+  return waiting == 0;
 }
 
 }  // namespace KPILogFramework
