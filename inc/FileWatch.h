@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "c_handle.h"
+#include "folder_events.h"
 
 namespace QUVA {
 
@@ -23,7 +23,7 @@ class FileWatch {
   void Pause(std::chrono::milliseconds limit);
 
   std::string m_path;  ///< of this machine
-  FdHandle m_inotify;
+  FolderEvents m_folder;
 };
 
 }  // namespace QUVA

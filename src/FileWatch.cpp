@@ -1,7 +1,6 @@
 #include "FileWatch.h"
 
 #include <poll.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -19,11 +18,9 @@ constexpr milliseconds kLongestPause(1000);
 
 }  // namespace
 
-FileWatch::FileWatch(const std::string& path)
-    : m_path(SystemPath(path)), m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  const std::string folder = m_path.substr(0, m_path.rfind('/') + 1);
-  constexpr uint32_t kChanges = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_MOVE_SELF;
-  if (m_inotify && inotify_add_watch(m_inotify.get(), folder.c_str(), kChanges) < 0) m_inotify.reset();
+FileWatch::FileWatch(const std::string& path) : m_path(SystemPath(path)) {
+  m_folder.Watch(m_path.substr(0, m_path.rfind('/') + 1),
+                 IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_MOVE_SELF);
 }
 
 bool FileWatch::Exists() const {
@@ -43,11 +40,9 @@ bool FileWatch::WaitFor(bool present, milliseconds limit) {
 
 // Until something changes in the folder. The changes themselves do not matter: the file is looked at anew.
 void FileWatch::Pause(milliseconds limit) {
-  pollfd change = {m_inotify.get(), POLLIN, 0};
-  if (poll(&change, m_inotify ? 1 : 0, static_cast<int>(limit.count())) <= 0) return;
-  alignas(inotify_event) char events[4096];
-  while (read(m_inotify.get(), events, sizeof events) > 0) {
-  }
+  pollfd change = {m_folder.Fd(), POLLIN, 0};
+  if (poll(&change, m_folder.IsWatching() ? 1 : 0, static_cast<int>(limit.count())) <= 0) return;
+  m_folder.Take([](uint32_t, const char*) {});
 }
 
 }  // namespace QUVA

@@ -1,7 +1,6 @@
 #include "setd/folder_watch.h"
 
 #include <glib-unix.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -60,29 +59,23 @@ FolderWatch::~FolderWatch() {
 }
 
 void FolderWatch::Start() {
-  if (m_watch >= 0) inotify_rm_watch(m_inotify.get(), m_watch);
-  m_watch = -1;
+  m_events.Unwatch();
   Establish();
 }
 
 void FolderWatch::Establish() {
-  if (!m_inotify) {
-    m_inotify.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (m_inotify)
-      m_source = g_unix_fd_add(
-          m_inotify.get(), G_IO_IN,
-          [](int, GIOCondition, void* self) -> gboolean {
-            static_cast<FolderWatch*>(self)->TakeEvents();
-            return G_SOURCE_CONTINUE;
-          },
-          this);
-  }
+  if (!m_source && m_events.Open())
+    m_source = g_unix_fd_add(
+        m_events.Fd(), G_IO_IN,
+        [](int, GIOCondition, void* self) -> gboolean {
+          static_cast<FolderWatch*>(self)->TakeEvents();
+          return G_SOURCE_CONTINUE;
+        },
+        this);
   std::string problem;
-  if (MakeOwnFolder(m_folder, problem)) {
-    m_watch = inotify_add_watch(m_inotify.get(), SystemPath(m_folder).c_str(), kEvents);
-    if (m_watch < 0) problem = std::string(m_folder) + " cannot be watched: " + std::strerror(errno);
-  }
-  if (m_watch >= 0) {
+  if (MakeOwnFolder(m_folder, problem) && !m_events.Watch(SystemPath(m_folder), kEvents))
+    problem = std::string(m_folder) + " cannot be watched: " + std::strerror(errno);
+  if (m_events.IsWatching()) {
     m_logged.clear();
     if (m_onMade) m_onMade();
     return Rescan();
@@ -92,7 +85,7 @@ void FolderWatch::Establish() {
   if (!m_retry)
     m_retry = AddTimer(kRetryMs, [this] {
       m_retry = 0;
-      if (m_watch < 0) Establish();
+      if (!m_events.IsWatching()) Establish();
     });
 }
 
@@ -107,19 +100,12 @@ void FolderWatch::Rescan() {
 }
 
 void FolderWatch::TakeEvents() {
-  alignas(inotify_event) char buffer[65536];
-  ssize_t size;
   bool lost = false, gone = false;
-  while ((size = read(m_inotify.get(), buffer, sizeof buffer)) > 0) {
-    for (const char* at = buffer; at < buffer + size;) {
-      const auto* event = reinterpret_cast<const inotify_event*>(at);
-      at += sizeof *event + event->len;
-      lost |= (event->mask & IN_Q_OVERFLOW) != 0;
-      if (event->wd != m_watch) continue;
-      gone |= (event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0;
-      if ((event->mask & (IN_CLOSE_WRITE | IN_MOVED_TO)) != 0 && event->len > 0) m_onFile(event->name);
-    }
-  }
+  m_events.Take([&](uint32_t kinds, const char* name) {
+    lost |= (kinds & IN_Q_OVERFLOW) != 0;
+    gone |= (kinds & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0;
+    if ((kinds & (IN_CLOSE_WRITE | IN_MOVED_TO)) != 0 && name) m_onFile(name);
+  });
   if (gone) {
     Log(DLOG_WARN, std::string(m_folder) + " was taken away; making it again");
     return Start();

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "c_handle.h"
+#include "folder_events.h"
 
 namespace setd {
 
@@ -43,10 +43,9 @@ class FolderWatch {
   const char* m_folder;
   OnFile m_onFile;
   OnMade m_onMade;
-  FdHandle m_inotify;
+  FolderEvents m_events;
   unsigned m_source = 0;
   unsigned m_retry = 0;
-  int m_watch = -1;
   std::string m_logged;
 };
 
