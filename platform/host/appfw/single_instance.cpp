@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "base/session_bus.h"
+#include "base/bus.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "system_path.h"
@@ -23,7 +23,7 @@ constexpr char kIntrospection[] =
     "</interface></node>";
 
 constexpr std::chrono::milliseconds kBusLimit(2000);
-constexpr unsigned int kInstanceLimitMs = 30000;
+constexpr std::chrono::milliseconds kInstanceLimit(30000);
 constexpr int kAttempts = 5;
 
 // Of the bus's own interface.
@@ -101,10 +101,9 @@ bool SingleInstance::Export() {
 
 std::optional<bool> SingleInstance::RequestName() {
   GErrorHandle error;
-  const GVariantHandle reply(g_dbus_connection_call_sync(
-      m_connection.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-      g_variant_new("(su)", InstanceName().c_str(), kDoNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
-      static_cast<int>(kBusLimit.count()), nullptr, error.Out()));
+  const GVariantHandle reply = CallOnBus(
+      *m_connection, {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName", "(u)"},
+      g_variant_new("(su)", InstanceName().c_str(), kDoNotQueue), kBusLimit, error);
   if (!reply) {
     m_problem = error.Message();
     return std::nullopt;
@@ -119,9 +118,9 @@ std::optional<bool> SingleInstance::RequestName() {
 
 SingleInstance::Outcome SingleInstance::Forward(const Extras& request) {
   GErrorHandle error;
-  const GVariantHandle reply(g_dbus_connection_call_sync(
-      m_connection.get(), InstanceName().c_str(), kObjectPath, kInterface, kMethod, ToDictionary(request), nullptr,
-      G_DBUS_CALL_FLAGS_NO_AUTO_START, kInstanceLimitMs, nullptr, error.Out()));
+  const std::string instance = InstanceName();
+  const GVariantHandle reply = CallOnBus(*m_connection, {instance.c_str(), kObjectPath, kInterface, kMethod, nullptr},
+                                         ToDictionary(request), kInstanceLimit, error);
   if (reply) return Outcome::kDone;
   m_problem = error.Message();
   if (error.Matches(G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) return Outcome::kNoAnswer;

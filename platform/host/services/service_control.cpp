@@ -2,19 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <memory>
 #include <regex>
 #include <thread>
 
-#include "base/glib_handle.h"
-#include "base/session_bus.h"
+#include "base/bus.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
-using MainContext = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
 
 constexpr auto kLimit = 10s;
 constexpr auto kPoll = 100ms;
@@ -37,15 +33,8 @@ bool IsServiceName(const std::string& name) {
 /// systemd's manager. Calls block until `deadline` at most.
 class Systemd {
  public:
-  explicit Systemd(Clock::time_point deadline) : m_deadline(deadline) {
-    GErrorHandle error;
-    const GText address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error.Out()));
-    const MainContext context(g_main_context_new());
-    if (address)
-      m_connection = ConnectToBus(address.get(), Left(), context.get(), m_problem);
-    else
-      m_problem = error.Message();
-  }
+  explicit Systemd(Clock::time_point deadline)
+      : m_deadline(deadline), m_connection(ConnectToBus(SystemBusAddress(), Left(), nullptr, m_problem)) {}
 
   /// What it knows of the services; nothing, with the problem, when it does not tell.
   std::vector<Unit> Units(const std::vector<std::string>& services) {
@@ -78,21 +67,21 @@ class Systemd {
     const GVariantHandle owned(g_variant_ref_sink(arguments));
     if (!m_connection) return nullptr;
     GErrorHandle error;
-    GVariantHandle result(g_dbus_connection_call_sync(
-        m_connection.get(), "org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
-        method, owned.get(), G_VARIANT_TYPE(reply), G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(Left().count()),
-        nullptr, error.Out()));
+    GVariantHandle result = CallOnBus(
+        *m_connection,
+        {"org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", method, reply},
+        owned.get(), Left(), error);
     if (!result) m_problem = error.Message();
     return result;
   }
 
   std::chrono::milliseconds Left() const {
-    return std::max(std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now()), 1ms);
+    return std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now());
   }
 
   const Clock::time_point m_deadline;
-  GObjectHandle<GDBusConnection> m_connection;
   std::string m_problem;
+  const GObjectHandle<GDBusConnection> m_connection;
 };
 
 std::string Sentence(const std::string& service, const std::string& why) {

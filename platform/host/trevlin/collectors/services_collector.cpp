@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <map>
 
+#include "base/bus.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
-#include "trevlin/collectors/system_bus.h"
 
 namespace trevlin {
 

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <set>
 
+#include "base/bus.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
-#include "trevlin/collectors/system_bus.h"
 
 namespace trevlin {
 

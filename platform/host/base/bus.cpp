@@ -1,9 +1,11 @@
-#include "base/session_bus.h"
+#include "base/bus.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 namespace {
+
+using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unref>>;
 
 /// A connection on its way.
 struct Attempt {
@@ -37,9 +39,16 @@ std::string SessionBusAddress() {
   return std::string("unix:path=") + escaped.get();
 }
 
+std::string SystemBusAddress() {
+  const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  return address && *address ? address : "unix:path=/run/dbus/system_bus_socket";
+}
+
 // GLib's waiting call takes no limit, so the other one runs here until it has ended, one way or the other.
 GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chrono::milliseconds limit,
                                             GMainContext* context, std::string& problem) {
+  const ContextHandle own(context ? nullptr : g_main_context_new());
+  if (own) context = own.get();
   g_main_context_push_thread_default(context);
   const GObjectHandle<GCancellable> cancellable(g_cancellable_new());
   GSource* const timer = g_timeout_source_new(static_cast<guint>(std::max<int64_t>(limit.count(), 0)));
@@ -62,4 +71,21 @@ GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chr
     problem = late ? "the bus does not answer" : attempt.error.Message();
   }
   return std::move(attempt.connection);
+}
+
+GVariantHandle CallOnBus(GDBusConnection& bus, const BusMethod& method, GVariant* arguments,
+                         std::chrono::milliseconds limit, GErrorHandle& error) {
+  const auto* reply = method.reply ? G_VARIANT_TYPE(method.reply) : nullptr;
+  return GVariantHandle(g_dbus_connection_call_sync(
+      &bus, method.service, method.path, method.interface, method.name, arguments, reply,
+      G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(std::max<int64_t>(limit.count(), 1)), nullptr, error.Out()));
+}
+
+GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments) {
+  constexpr std::chrono::seconds kLimit(1);
+  const GVariantHandle taken(arguments ? g_variant_ref_sink(arguments) : nullptr);
+  std::string problem;
+  const auto bus = ConnectToBus(SystemBusAddress(), kLimit, nullptr, problem);
+  GErrorHandle error;
+  return bus ? CallOnBus(*bus, method, taken.get(), kLimit, error) : nullptr;
 }

@@ -1,0 +1,41 @@
+#pragma once
+/// @file
+/// The way to the session bus, the system bus, or another, and calls on it, none without an end. No bus and no service
+/// is started.
+///
+/// Thread rule: callable from any thread; with a context, from the one that iterates it. Calls block.
+
+#include <chrono>
+#include <string>
+
+#include "base/glib_handle.h"
+
+/// Where the session bus is by this process's environment; empty when there is none.
+std::string SessionBusAddress();
+
+/// Where the system bus is by this process's environment, else where it is on every machine.
+std::string SystemBusAddress();
+
+/// A connection to the bus at `address`, or null with the reason in `problem`. Iterates `context` until it is there,
+/// for `limit` at most; the connection's signals come there, too. With null it is made in a main loop of its own, in
+/// which nothing but this happens, and signals come nowhere.
+GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chrono::milliseconds limit,
+                                            GMainContext* context, std::string& problem);
+
+/// A method of a service, with the type of its reply ("(as)"; null for any).
+struct BusMethod {
+  const char* service;
+  const char* path;
+  const char* interface;
+  const char* name;
+  const char* reply;
+};
+
+/// What the method returns, or null with `error`. Takes `arguments`, a floating tuple or null. Waits for the reply for
+/// `limit` at most, and not less than a millisecond.
+GVariantHandle CallOnBus(GDBusConnection& bus, const BusMethod& method, GVariant* arguments,
+                         std::chrono::milliseconds limit, GErrorHandle& error);
+
+/// The same on a connection of its own to the system bus; null where there is no bus, no such service, or no reply of
+/// that type. Waits for the bus for a second, and as long for the reply.
+GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments);
