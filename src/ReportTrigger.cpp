@@ -15,6 +15,7 @@
 #include "SafeFile.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -51,7 +52,7 @@ ReportOutcome Parse(const std::string& text) {
   }
   if (!result.isObject()) result = Json::objectValue;
   const auto textOf = [&](const char* key) { return result[key].isString() ? result[key].asString() : ""; };
-  ReportOutcome outcome{textOf("report"), textOf("problem")};
+  ReportOutcome outcome{textOf(kov::kReport), textOf(kov::kProblem)};
   if (!IsPlainName(outcome.report)) outcome.report.clear();
   if (outcome.report.empty() && outcome.problem.empty())
     outcome.problem = "what the log collector told in " + std::string(set_paths::kReportResults) + " is not understood";
@@ -86,7 +87,7 @@ ReportRequest LeaveReportTrigger(const char* folder, const std::string& fileName
 
 void RequestReport(const std::string& name, const std::string& detail, bool reboot) {
   LeaveReportTrigger(reboot ? set_paths::kRebootReportTriggers : set_paths::kReportTriggers,
-                     name + "-" + detail + ".log");
+                     name + "-" + detail + kov::kSuffix);
 }
 
 // The collector tells before it removes the trigger, and once more afterwards; so what is told when the trigger has

@@ -1,7 +1,5 @@
 #include "TaskManagerRequests.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -11,6 +9,7 @@
 #include "SafeFile.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -23,36 +22,18 @@ constexpr auto kTurnPatience = std::chrono::seconds(3);
 constexpr int kSizeChecks = 5;
 constexpr int kDeepCleanChecks = 10;
 
-constexpr char kKillPayload[] = "/tmp/tager/killApp";
-constexpr char kKillRequest[] = "/tmp/tager/req/killApp";
-constexpr char kClearCachePayload[] = "/tmp/tager/clearAppCache";
-constexpr char kClearCacheRequest[] = "/tmp/tager/req/clearAppCache";
-constexpr char kSizePayload[] = "/tmp/tager/calcAppDataCacheSize_";
-constexpr char kSizeRequest[] = "/tmp/tager/req/calcAppDataCacheSize_";
-constexpr char kSizeAnswer[] = "/tmp/tager/ack/appDataCacheSize_";
-constexpr char kSizeResult[] = "/tmp/tager/appDataCacheSize_";
-constexpr char kDeepCleanContent[] = "CleanUp\n";
-
-bool CreateAndLog(const char* path, const std::string& content) {
+bool CreateAndLog(const std::string& path, const std::string& content) {
   const bool created = CreateFileWithoutLinks(path, content);
   if (created)
-    VEXILO_LOGI("[TVMGR-NATIVE] file created successfully (%s)", path);
+    VEXILO_LOGI("[TVMGR-NATIVE] file created successfully (%s)", path.c_str());
   else
-    VEXILO_LOGE("[TVMGR-NATIVE] file creation failed (%s)", path);
+    VEXILO_LOGE("[TVMGR-NATIVE] file creation failed (%s)", path.c_str());
   return created;
-}
-
-/// Tells a file as it was written from a later one; empty when there is none.
-std::string WritingOf(const char* path) {
-  struct stat status;
-  if (lstat(SystemPath(path).c_str(), &status) != 0) return "";
-  return std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + " " +
-         std::to_string(status.st_mtim.tv_nsec);
 }
 
 /// Those who leave requests of one name.
 struct Turns {
-  const char* trigger;
+  const char* request;  ///< the name of those
   std::mutex mutex{};
   std::string overdue{};  ///< the request that took the place of one that nobody took in time
 };
@@ -62,14 +43,14 @@ struct Turns {
 class Turn {
  public:
   explicit Turn(Turns& turns) : m_turns(turns), m_lock(turns.mutex) {
-    const char* trigger = turns.trigger;
+    const std::string trigger = tager::TriggerPath(turns.request);
     // What a link leads to is nobody's request.
     if (!HasNoLinks(trigger)) return;
-    const std::string writing = WritingOf(trigger);
+    const std::string writing = WritingOf(SystemPath(trigger));
     m_isLate = !writing.empty() && (writing == turns.overdue || !FileWatch(trigger).WaitFor(false, kTurnPatience));
-    if (m_isLate) VEXILO_LOGE("[TVMGR-NATIVE] an earlier request is still there (%s)", trigger);
+    if (m_isLate) VEXILO_LOGE("[TVMGR-NATIVE] an earlier request is still there (%s)", trigger.c_str());
   }
-  ~Turn() { m_turns.overdue = m_isLate ? WritingOf(m_turns.trigger) : ""; }
+  ~Turn() { m_turns.overdue = m_isLate ? WritingOf(SystemPath(tager::TriggerPath(m_turns.request))) : ""; }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
@@ -98,28 +79,30 @@ void KillApp(const char* packageName) {
     return;
   }
   VEXILO_LOGI("Package Name for the app to be killed is : %s", packageName);
-  static Turns& turns = *new Turns{kKillRequest};
+  static Turns& turns = *new Turns{tager::kKill};
   const Turn turn(turns);
-  if (CreateAndLog(kKillPayload, std::string(packageName) + "\n")) CreateAndLog(kKillRequest, "");
+  if (CreateAndLog(tager::PayloadPath(tager::kKill), tager::PackageLine(packageName)))
+    CreateAndLog(tager::TriggerPath(tager::kKill), "");
 }
 
 int ClearAppCache(const std::string& packageName, const std::string& appId) {
   VEXILO_LOGI("Package Name and Varno Id of App for cache clean are %s and %s", packageName.c_str(), appId.c_str());
-  static Turns& turns = *new Turns{kClearCacheRequest};
+  static Turns& turns = *new Turns{tager::kClearCache};
   const Turn turn(turns);
-  if (!CreateFileWithoutLinks(kClearCachePayload, packageName + "|" + appId + "\n")) {
-    VEXILO_LOGE("[TVMGR-NATIVE] file creation failed (%s)", kClearCachePayload);
+  const std::string payload = tager::PayloadPath(tager::kClearCache);
+  if (!CreateFileWithoutLinks(payload, tager::ApplicationLine(packageName, appId))) {
+    VEXILO_LOGE("[TVMGR-NATIVE] file creation failed (%s)", payload.c_str());
     return -1;
   }
-  return CreateAndLog(kClearCacheRequest, "") ? 0 : -1;
+  return CreateAndLog(tager::TriggerPath(tager::kClearCache), "") ? 0 : -1;
 }
 
 bool FindDataCacheSize(const std::string& packageName, const std::string& appId, long* dataSize, long* cacheSize) {
-  const std::string line = packageName + "|" + appId + "\n";
-  const std::string payload = kSizePayload + appId;
-  const std::string request = kSizeRequest + appId;
-  const std::string answer = kSizeAnswer + appId;
-  const std::string result = kSizeResult + appId;
+  const std::string line = tager::ApplicationLine(packageName, appId);
+  const std::string payload = tager::PayloadPath(tager::kMeasurePrefix + appId);
+  const std::string request = tager::TriggerPath(tager::kMeasurePrefix + appId);
+  const std::string answer = tager::AcknowledgementPath(tager::kAnswerPrefix + appId);
+  const std::string result = tager::PayloadPath(tager::kAnswerPrefix + appId);
   if (!CreateFileWithoutLinks(payload, line)) {
     VEXILO_LOGE("[TVMGR-NATIVE] File creation failed of %s", payload.c_str());
     return false;
@@ -141,7 +124,7 @@ bool FindDataCacheSize(const std::string& packageName, const std::string& appId,
   }
   long data = 0;
   long cache = 0;
-  const bool whole = std::fscanf(file.get(), "%ld|%ld", &data, &cache) == 2;
+  const bool whole = std::fscanf(file.get(), tager::kSizesFormat, &data, &cache) == 2;
   if (whole) {
     *dataSize = data;
     *cacheSize = cache;
@@ -156,18 +139,20 @@ bool FindDataCacheSize(const std::string& packageName, const std::string& appId,
 
 // Of several that are there at once one is enough: they say nothing that another could overwrite.
 int PerformMemBoost() {
-  if (CreateFileWithoutLinks(set_paths::kMemBoostRequest, "")) return 0;
-  VEXILO_LOGE("File creation failed (%s) with error number : %d", set_paths::kMemBoostRequest, errno);
+  const std::string request = tager::TriggerPath(tager::kMemoryBoost);
+  if (CreateFileWithoutLinks(request, "")) return 0;
+  VEXILO_LOGE("File creation failed (%s) with error number : %d", request.c_str(), errno);
   return -1;
 }
 
 int PerformDeepClean() {
-  if (!CreateFileWithoutLinks(set_paths::kDeepCleanRequest, kDeepCleanContent)) {
-    VEXILO_LOGE("File creation failed (%s)", set_paths::kDeepCleanRequest);
+  const std::string request = tager::TriggerPath(tager::kDeepClean);
+  if (!CreateFileWithoutLinks(request, tager::kDeepCleanText)) {
+    VEXILO_LOGE("File creation failed (%s)", request.c_str());
     return -1;
   }
-  VEXILO_LOGI("[TVMGR] File (%s) Created Successfully", set_paths::kDeepCleanRequest);
-  FileWatch watch(set_paths::kDeepCleanRequest);
+  VEXILO_LOGI("[TVMGR] File (%s) Created Successfully", request.c_str());
+  FileWatch watch(request);
   for (int check = 0; check < kDeepCleanChecks; ++check) {
     if (!watch.Exists()) return 0;
     VEXILO_LOGI("Waiting for another 1 second to complete deep Clean Process");

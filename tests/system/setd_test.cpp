@@ -247,6 +247,8 @@ TEST(Setd, BoostEndsWhatNobodyLooksAt) {
   EXPECT_THAT(Log(), HasSubstr("the kernel was not asked to reclaim"));
 }
 
+constexpr char kDeepClean[] = "/tmp/tager/req/CleanAll.txt";
+
 TEST(Setd, DeepCleanEmptiesCachesAndOldThingsThenSaysSo) {
   Install("org.a", "org.a.app");
   const std::string report = set_paths::kReportsDir + std::string("/a.tar.zst");
@@ -256,8 +258,8 @@ TEST(Setd, DeepCleanEmptiesCachesAndOldThingsThenSaysSo) {
   }
   WriteFile(set_paths::kQGuideResult, "1\n");
   const Process daemon = StartDaemon();
-  WriteFile(set_paths::kDeepCleanRequest, "CleanUp\n");
-  EXPECT_TRUE(Goes(set_paths::kDeepCleanRequest));
+  WriteFile(kDeepClean, "CleanUp\n");
+  EXPECT_TRUE(Goes(kDeepClean));
   for (const std::string& gone : {std::string("/opt/usr/apps/org.a/cache/file"), report})
     EXPECT_FALSE(Exists(gone)) << gone;
   for (const char* kept : {"/opt/usr/apps/org.a/data/file", set_paths::kQGuideResult})
@@ -276,8 +278,8 @@ TEST(Setd, TheWebEnginesSizeIsToldAtTheStartAndWithEachAnswer) {
   AskSize(web, web);
   TakeSize(web);
   EXPECT_TRUE(isRight());
-  WriteFile(set_paths::kDeepCleanRequest, "CleanUp\n");
-  EXPECT_TRUE(Goes(set_paths::kDeepCleanRequest));
+  WriteFile(kDeepClean, "CleanUp\n");
+  EXPECT_TRUE(Goes(kDeepClean));
   EXPECT_TRUE(isRight()) << "what is stored is no cache";
   fs::remove(SystemPath(stored));
   AskAndWait("clearAppCache", web + "|" + web + "\n");

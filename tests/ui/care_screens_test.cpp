@@ -5,6 +5,7 @@
 
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
+#include "request_files.h"
 #include "trevlin/trevlin_database.h"
 #include "ui/screen_fixture.h"
 
@@ -76,7 +77,7 @@ TEST_F(Screens, TheScanShowsTheCategoriesOfTheSet) {
 
 /// Does what the task manager does of a deep clean: takes the request away. True when there was one.
 bool TakeDeepClean() {
-  return fs::remove(SystemPath(set_paths::kDeepCleanRequest));
+  return fs::remove(SystemPath(tager::TriggerPath(tager::kDeepClean)));
 }
 
 TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
@@ -120,7 +121,7 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
   EXPECT_EQ(percents.back(), "100%");
   EXPECT_TRUE(allDone);
   EXPECT_EQ(std::tuple(cleans, InLog("CleanAll.txt) Created Successfully")), std::tuple(1, 1));
-  EXPECT_TRUE(fs::exists(SystemPath(set_paths::kMemBoostRequest)));
+  EXPECT_TRUE(fs::exists(SystemPath(tager::TriggerPath(tager::kMemoryBoost))));
   EXPECT_FALSE(Utils().m_GetKeyBlock());
   EXPECT_TRUE(FocusBecomes("list"));
   EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_highcontrast_good/"));

@@ -10,6 +10,7 @@
 
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "setd/machine_path.h"
 #include "setd/report.h"
@@ -21,7 +22,6 @@ namespace setd {
 
 namespace {
 
-constexpr char kSuffix[] = ".log";
 constexpr size_t kMaxName = 100;
 constexpr size_t kMaxUnknown = 1000;
 // In kSetdState: the boot id of the kernel that this daemon last ran on, and a folder with a file for each trigger that
@@ -38,8 +38,8 @@ std::string WaitingPath(const std::string& trigger) {
 
 /// Whether the trigger's name is one that can be the name of a report.
 bool IsTriggerName(const std::string& trigger) {
-  return trigger.ends_with(kSuffix) && trigger.size() <= kMaxName && packages::IsId(trigger) &&
-         trigger.size() > std::strlen(kSuffix) && trigger.front() != '.';
+  return trigger.ends_with(kov::kSuffix) && trigger.size() <= kMaxName && packages::IsId(trigger) &&
+         trigger.size() > std::strlen(kov::kSuffix) && trigger.front() != '.';
 }
 
 bool IsRegularFile(const std::string& path) {
@@ -57,14 +57,6 @@ bool Remove(const std::string& path) {
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
   Log(DLOG_ERROR, path.substr(SystemRoot().size()) + " stays: " + std::strerror(errno));
   return false;
-}
-
-/// Tells a file from one that has come in its place or was touched since; empty when it is not there.
-std::string IdentityOf(const std::string& path) {
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return {};
-  return std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
-         std::to_string(status.st_mtim.tv_nsec);
 }
 
 }  // namespace
@@ -145,12 +137,12 @@ bool LogCollector::MakeReportOf(const std::string& folder, const std::string& tr
   const auto tell = [&](const std::string& report, const std::string& problem) {
     if (!isAfterRestart) PublishResult(trigger, report, problem);
   };
-  const std::string identity = IdentityOf(asking);
+  const std::string identity = WritingOf(asking);
   std::string report = TakeCollected(asking, identity);
   const bool isNew = report.empty();
   if (isNew) {
     std::string file, problem;
-    if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kSuffix)), file, problem)) {
+    if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kov::kSuffix)), file, problem)) {
       Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
       tell("", problem);
       return false;

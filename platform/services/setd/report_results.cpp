@@ -15,6 +15,7 @@
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "setd/folder_watch.h"
 #include "setd/setd_log.h"
@@ -31,8 +32,8 @@ std::string ResultLine(const std::string& trigger, const std::string& report, co
   Json::Value result;
   result["id"] = id.get();
   result["trigger"] = trigger;
-  if (!report.empty()) result["report"] = report;
-  if (!problem.empty()) result["problem"] = problem;
+  if (!report.empty()) result[kov::kReport] = report;
+  if (!problem.empty()) result[kov::kProblem] = problem;
   Json::StreamWriterBuilder oneLine;
   oneLine["indentation"] = "";
   return Json::writeString(oneLine, result) + "\n";

@@ -15,6 +15,7 @@
 #include "base/atomic_file.h"
 #include "c_handle.h"
 #include "packages/package_store.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "setd/folder_watch.h"
 #include "setd/setd_log.h"
@@ -24,9 +25,6 @@ namespace setd {
 
 namespace {
 
-constexpr char kMeasurePrefix[] = "calcAppDataCacheSize_";
-constexpr char kAnswerPrefix[] = "appDataCacheSize_";
-constexpr char kDeepCleanText[] = "CleanUp\n";
 constexpr off_t kMaxRequest = 4096;
 constexpr time_t kAnswerSeconds = 30;
 // No id holds this letter, so no name of the protocol does.
@@ -42,11 +40,11 @@ struct Form {
   bool hasPayload;  // in kTager
 };
 constexpr Form kForms[] = {
-    {"killApp", Kind::kKill, false, 1, true},
-    {kClearCacheRequest, Kind::kClearCache, false, 2, true},
-    {kMeasurePrefix, Kind::kMeasure, true, 2, true},
-    {"memBoost", Kind::kMemoryBoost, false, 0, false},
-    {"CleanAll.txt", Kind::kDeepClean, false, 0, false},
+    {tager::kKill, Kind::kKill, false, 1, true},
+    {tager::kClearCache, Kind::kClearCache, false, 2, true},
+    {tager::kMeasurePrefix, Kind::kMeasure, true, 2, true},
+    {tager::kMemoryBoost, Kind::kMemoryBoost, false, 0, false},
+    {tager::kDeepClean, Kind::kDeepClean, false, 0, false},
 };
 
 const Form* FormOf(std::string_view trigger) {
@@ -56,10 +54,13 @@ const Form* FormOf(std::string_view trigger) {
 }
 
 std::string TriggerPath(const std::string& name) {
-  return SystemPath(set_paths::kTagerRequests + ("/" + name));
+  return SystemPath(tager::TriggerPath(name));
 }
 std::string PayloadPath(const std::string& name) {
-  return SystemPath(set_paths::kTager + ("/" + name));
+  return SystemPath(tager::PayloadPath(name));
+}
+std::string AcknowledgementPath(const std::string& name) {
+  return SystemPath(tager::AcknowledgementPath(name));
 }
 
 /// The content of a small regular file; else false with errno.
@@ -75,15 +76,8 @@ bool ReadSmall(const std::string& path, std::string& text) {
 }
 
 /// Tells a request's trigger and payload as they were written from those of a later one.
-std::string WritingOf(const std::string& trigger) {
-  std::string writing;
-  for (const std::string& path : {TriggerPath(trigger), PayloadPath(trigger)}) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) status = {};
-    writing += std::to_string(status.st_ino) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
-               std::to_string(status.st_mtim.tv_nsec) + " ";
-  }
-  return writing;
+std::string WritingOfBoth(const std::string& trigger) {
+  return WritingOf(TriggerPath(trigger)) + "/" + WritingOf(PayloadPath(trigger));
 }
 
 /// Takes "package\n" or "package|application\n"; true when it is nothing else.
@@ -118,7 +112,7 @@ ReadState ReadLine(const Form& form, bool isFinal, const std::string& ownText, R
   if (isMeasure && request.line.empty()) ReadSmall(PayloadPath(request.trigger), request.line);
   if (!ReadIds(request.line, form.ids, request))
     return Refuse(problem, form.ids == 1 ? "its line is not \"package\"" : "its line is not \"package|application\"");
-  if (isMeasure && request.trigger != kMeasurePrefix + request.appId)
+  if (isMeasure && request.trigger != tager::kMeasurePrefix + request.appId)
     return Refuse(problem, "its name and its line name different applications");
   return ReadState::kReady;
 }
@@ -133,22 +127,22 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
   const Form* form = FormOf(trigger);
   if (!form) return ReadState::kNoRequest;
   request = {form->kind, trigger};
-  if (form->kind == Kind::kMeasure) request.writing = WritingOf(trigger);
+  if (form->kind == Kind::kMeasure) request.writing = WritingOfBoth(trigger);
   std::string text;
   if (!ReadSmall(TriggerPath(trigger), text))
     return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, std::strerror(errno));
-  if (form->kind == Kind::kDeepClean && text != kDeepCleanText)
+  if (form->kind == Kind::kDeepClean && text != tager::kDeepCleanText)
     return isFinal ? Refuse(problem, "it does not say \"CleanUp\"") : ReadState::kIncomplete;
   return form->ids == 0 ? ReadState::kReady : ReadLine(*form, isFinal, text, request, problem);
 }
 
 bool LeaveRequest(Kind kind) {
   const bool clean = kind == Kind::kDeepClean;
-  const std::string path = SystemPath(clean ? set_paths::kDeepCleanRequest : set_paths::kMemBoostRequest);
+  const std::string path = TriggerPath(clean ? tager::kDeepClean : tager::kMemoryBoost);
   const FdHandle file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (!file) return false;
-  constexpr auto kSize = static_cast<ssize_t>(sizeof kDeepCleanText - 1);
-  return !clean || write(file.get(), kDeepCleanText, kSize) == kSize;
+  constexpr auto kSize = static_cast<ssize_t>(sizeof tager::kDeepCleanText - 1);
+  return !clean || write(file.get(), tager::kDeepCleanText, kSize) == kSize;
 }
 
 bool RemoveServed(const Request& request) {
@@ -172,8 +166,7 @@ namespace {
 bool Acknowledge(const std::string& name) {
   std::string ignored;
   MakeOwnFolder(set_paths::kTagerAnswers, ignored);
-  return rename(PayloadPath(name + kReadyMark).c_str(), SystemPath(set_paths::kTagerAnswers + ("/" + name)).c_str()) ==
-         0;
+  return rename(PayloadPath(name + kReadyMark).c_str(), AcknowledgementPath(name).c_str()) == 0;
 }
 
 std::vector<std::string> NamesIn(const char* folder) {
@@ -194,20 +187,21 @@ bool IsThere(const std::string& path, struct stat& status) {
 bool LacksOnlyAcknowledgement(const std::string& name) {
   struct stat status;
   return IsThere(PayloadPath(name), status) && S_ISREG(status.st_mode) && status.st_size > 0 &&
-         !IsThere(TriggerPath(kMeasurePrefix + name.substr(std::strlen(kAnswerPrefix))), status);
+         !IsThere(TriggerPath(tager::kMeasurePrefix + name.substr(std::strlen(tager::kAnswerPrefix))), status);
 }
 
 }  // namespace
 
-bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem) {
-  const std::string name = kAnswerPrefix + request.appId;
+bool PublishAnswer(const Request& request, long data, long cache, std::string& problem) {
+  const std::string name = tager::kAnswerPrefix + request.appId;
   const std::string result = PayloadPath(name), ready = result + kReadyMark;
   if (!MakeOwnFolder(set_paths::kTager, problem) || !MakeOwnFolder(set_paths::kTagerAnswers, problem)) return false;
-  const bool written =
-      PublishFile(result, std::to_string(data) + "|" + std::to_string(cache)) && PublishFile(ready, "");
-  const bool askedAgain = written && WritingOf(request.trigger) != request.writing;
+  char sizes[64];
+  std::snprintf(sizes, sizeof sizes, tager::kSizesFormat, data, cache);
+  const bool written = PublishFile(result, sizes) && PublishFile(ready, "");
+  const bool askedAgain = written && WritingOfBoth(request.trigger) != request.writing;
   if (written && !askedAgain && RemoveServed(request) && Acknowledge(name)) return true;
-  problem = set_paths::kTager + ("/" + name) + ": " + std::strerror(errno);
+  problem = tager::PayloadPath(name) + ": " + std::strerror(errno);
   unlink(ready.c_str());
   unlink(result.c_str());
   return askedAgain;
@@ -224,12 +218,11 @@ bool RemoveOldAnswers() {
     return isOld && Unlink(path);
   };
   for (const std::string& name : NamesIn(set_paths::kTagerAnswers))
-    if (name.starts_with(kAnswerPrefix) && remove(SystemPath(set_paths::kTagerAnswers + ("/" + name))))
-      Unlink(PayloadPath(name));
+    if (name.starts_with(tager::kAnswerPrefix) && remove(AcknowledgementPath(name))) Unlink(PayloadPath(name));
   // Those whose acknowledgement alone was fetched, or never came.
   struct stat status;
   for (const std::string& name : NamesIn(set_paths::kTager))
-    if (name.starts_with(kAnswerPrefix) && !IsThere(SystemPath(set_paths::kTagerAnswers + ("/" + name)), status))
+    if (name.starts_with(tager::kAnswerPrefix) && !IsThere(AcknowledgementPath(name), status))
       remove(PayloadPath(name));
   return left;
 }
@@ -237,12 +230,12 @@ bool RemoveOldAnswers() {
 void FinishInterrupted() {
   for (const char* folder : {set_paths::kTager, set_paths::kTagerAnswers}) {
     for (const std::string& marked : NamesIn(folder)) {
-      const bool ours = marked.starts_with(kAnswerPrefix) || marked.starts_with("cobalt_size");
+      const bool ours = marked.starts_with(tager::kAnswerPrefix) || marked.starts_with("cobalt_size");
       const size_t mark = marked.find(kOurMark);
       if (!ours || mark == marked.npos) continue;
       const std::string name = marked.substr(0, mark);
-      if (folder == set_paths::kTager && marked.starts_with(kAnswerPrefix) && marked.substr(mark) == kReadyMark &&
-          LacksOnlyAcknowledgement(name) && Acknowledge(name))
+      if (folder == set_paths::kTager && marked.starts_with(tager::kAnswerPrefix) &&
+          marked.substr(mark) == kReadyMark && LacksOnlyAcknowledgement(name) && Acknowledge(name))
         continue;
       Unlink(SystemPath(folder + ("/" + marked)));
     }

@@ -11,9 +11,6 @@ namespace setd {
 
 enum class Kind { kKill, kClearCache, kMeasure, kMemoryBoost, kDeepClean };
 
-/// The trigger that asks for a cache to be emptied.
-inline constexpr char kClearCacheRequest[] = "clearAppCache";
-
 struct Request {
   Kind kind = Kind::kKill;
   std::string trigger{};  ///< name of the file in set_paths::kTagerRequests
@@ -49,7 +46,7 @@ bool RemoveRefused(const std::string& trigger);
 /// no answer and the request stands, to be served anew. One that is written after that look, while the answer is being
 /// published, may be served by it. False when there is no answer for another reason and the
 /// request still stands; `problem` tells why.
-bool PublishAnswer(const Request& request, long long data, long long cache, std::string& problem);
+bool PublishAnswer(const Request& request, long data, long cache, std::string& problem);
 
 /// Removes answers that nobody has fetched for half a minute (the askers wait five seconds), and results without an
 /// acknowledgement that are as old. True when younger ones are left.

@@ -10,6 +10,7 @@
 #include "base/atomic_file.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
+#include "request_files.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
@@ -53,7 +54,7 @@ bool EmptyCache(const packages::Package& package) {
   return true;
 }
 
-long long SizeOf(const packages::TreeResult& measured, const std::string& folder) {
+long SizeOf(const packages::TreeResult& measured, const std::string& folder) {
   if (measured.error != 0 && measured.error != ENOENT)
     Log(DLOG_WARN, folder + " could not be measured completely: " + std::strerror(measured.error));
   return measured.bytes;
@@ -66,13 +67,13 @@ void AwaitClearing(const std::string& packageId, const StopFlag& stop) {
   Request clearing;
   std::string ignored;
   while (!stop && std::chrono::steady_clock::now() < end &&
-         ReadRequest(kClearCacheRequest, true, clearing, ignored) == ReadState::kReady &&
+         ReadRequest(tager::kClearCache, true, clearing, ignored) == ReadState::kReady &&
          clearing.packageId == packageId)
     std::this_thread::sleep_for(kStep);
 }
 
 bool Answer(const Request& request, const packages::Package* package) {
-  long long data = 0, cache = 0;
+  long data = 0, cache = 0;
   if (package) {
     data = SizeOf(packages::MeasureData(*package), packages::DataFolderOf(*package));
     // Without the web engine's cache, which lies outside the package and is counted by who asks.
