@@ -13,29 +13,25 @@
 #include <memory>
 #include <mutex>
 
+#include "ContentTerms.h"
 #include "DeviceQueries.h"
 #include "SafeFile.h"
-#include "SettingsKeys.h"
 #include "TCThreadPool.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
 #include "connection.h"
+#include "set_names.h"
 #include "set_paths.h"
 #include "system_path.h"
-#include "vconf.h"
 
 namespace QUVA {
 
 namespace {
 
 constexpr int kListThreads = 20;
-constexpr int kConsentGiven = 1;
 constexpr char kYouTubeTitle[] = "YouTube";
-constexpr char kYouTubePackage[] = "9Ur5IzDKqV";
-// Applications that everyone may see, whatever the consent.
-constexpr const char* kFreeTitles[] = {"e-Manual", "WebBrowser"};
 // Applications whose data the user would not get back.
-constexpr const char* kKeptData[] = {"org.varno.primevideo", kYouTubePackage, "org.varno.netflix-app"};
+constexpr const char* kKeptData[] = {"org.varno.primevideo", set_names::kCobaltPackage, "org.varno.netflix-app"};
 
 using PackageClient = std::unique_ptr<pkgmgr_client, CRelease<&pkgmgr_client_free>>;
 using Connection = std::unique_ptr<connection_s, CRelease<&connection_destroy>>;
@@ -107,7 +103,7 @@ CGetData* CGetData::GetInstance() {
 /// One building of the list, which all its threads share.
 struct CGetData::ListBuild {
   const bool panel8K;
-  const int consent;
+  const bool hasConsent;
 
   /// Whether to ask the task manager for one more application: not when it left as many as are asked at once, and all
   /// so far, without an answer. Who asks then calls Tell(). Blocks until that many have told, or one had an answer.
@@ -149,9 +145,7 @@ void CGetData::sendAppList() {
   }
   VEXILO_LOGI("app_list = %p,  apps count: %d", static_cast<const void*>(apps.Data()), apps.Count());
   std::vector<app_list_struct> records(static_cast<size_t>(apps.Count()));
-  int consent = 0;
-  vconf_get_int(kConsentKey, &consent);
-  ListBuild build{panel8K, consent};
+  ListBuild build{panel8K, HasConsent()};
   try {
     // Its end waits for all of them.
     TCThreadPool pool(kListThreads);
@@ -192,7 +186,7 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, ListBuild& bui
   client.reset();
   const std::string icon = IconPath(app.icon_dir, build.panel8K);
   const long long webCache = WebCacheSize(app.app_id);
-  if (!IsOneOf(kFreeTitles, title) && build.consent != kConsentGiven) {
+  if (!IsShownToViewer(title, build.hasConsent)) {
     VEXILO_LOGI("T&C NOT accepted");
     return;
   }
@@ -238,7 +232,7 @@ void CGetData::sendAppData(const std::string& packageName, const std::string& ap
   long total = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_TOTAL_SIZE, &totalResult));
   VEXILO_LOGI("Total App Data size for requested app with Package name : %s and Varno ID : %s is %ld",
               packageName.c_str(), appId.c_str(), total);
-  if (packageName == kYouTubePackage) {
+  if (packageName == set_names::kCobaltPackage) {
     VEXILO_LOGI("For utube");
     total = static_cast<long>(Sum({total, getAppSizeForYoutube()}));
     VEXILO_LOGI("final value of appsize for Youtube is %ld", total);

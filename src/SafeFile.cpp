@@ -6,13 +6,13 @@
 
 #include <cerrno>
 
+#include "plain_text.h"
 #include "system_path.h"
 
 namespace QUVA {
 
 bool IsPlainName(const std::string& name) {
-  constexpr char kAllowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
-  return !name.empty() && name.front() != '.' && name.find_first_not_of(kAllowed) == std::string::npos;
+  return !name.empty() && name.front() != '.' && IsPlain(name);
 }
 
 FileHandle OpenFileWithoutLinks(const std::string& path) {

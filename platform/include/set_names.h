@@ -4,6 +4,9 @@
 
 namespace set_names {
 
+/// The package whose web engine stores in set_paths::kCobaltDir.
+inline constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
+
 /// The id of the care application; also its text domain.
 inline constexpr char kCareApplication[] = "com.tornelo.TVVexilo";
 

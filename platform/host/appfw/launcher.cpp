@@ -7,6 +7,7 @@
 #include "base/glib_handle.h"
 #include "dlog.h"
 #include "log_tags.h"
+#include "plain_text.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "vconf.h"
@@ -19,7 +20,6 @@ namespace app_framework {
 namespace {
 
 constexpr const char* kTag = log_tags::kAppfw;
-constexpr char kIdBytes[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
 
 constexpr std::string_view kEmptyFieldCodes = "fFuUdDnNvmi";  // files, which a launch has none of, and old ones
 
@@ -163,7 +163,7 @@ std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry
 }
 
 std::optional<Failure> TryLaunch(const std::string& appId, const Extras& extras) {
-  if (appId.empty() || appId.find_first_not_of(kIdBytes) != std::string::npos)
+  if (appId.empty() || !IsPlain(appId))
     return Failure{APP_CONTROL_ERROR_INVALID_PARAMETER, "an application id has letters, digits, '.', '_', '-' only"};
   DesktopEntry entry;
   if (auto failure = ReadEntry(appId, entry)) return failure;

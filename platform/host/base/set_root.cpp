@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "plain_text.h"
 #include "system_path.h"
 
 namespace {
-
-constexpr char kAllowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-";
 
 [[noreturn]] void Refuse(const std::string& root, const char* reason) {
   std::fprintf(stderr, "vexilo: VEXILO_ROOT=\"%s\" %s\n", root.c_str(), reason);
@@ -22,8 +21,7 @@ std::string ReadRoot() {
   while (!root.empty() && root.back() == '/') root.pop_back();
   if (root.empty()) return root;
   if (root.front() != '/') Refuse(root, "must be an absolute path");
-  if (root.find_first_not_of(kAllowed) != std::string::npos)
-    Refuse(root, "may hold letters, digits, '/', '.', '_' and '-' only");
+  if (!IsPlain(root, "/")) Refuse(root, "may hold letters, digits, '/', '.', '_' and '-' only");
   char resolved[PATH_MAX];
   if (!realpath(root.c_str(), resolved)) Refuse(root, "is not a folder that exists");
   if (root != resolved) Refuse(root, "must be a path without links, \".\", \"..\" and doubled slashes");

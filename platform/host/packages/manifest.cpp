@@ -3,10 +3,10 @@
 #include <glib.h>
 #include <json/json.h>
 
-#include <algorithm>
 #include <memory>
 #include <string_view>
 
+#include "plain_text.h"
 #include "set_paths.h"
 
 namespace packages {
@@ -42,11 +42,7 @@ bool ReadIconFolder(const Json::Value& value, Package& package) {
   if (!value.isString()) return false;
   std::string folder = value.asString();
   while (!folder.empty() && folder.back() == '/') folder.pop_back();
-  const auto isPlain = [](char c) {
-    return g_ascii_isalnum(c) || std::string_view("._-/").find(c) != std::string::npos;
-  };
-  if (folder.empty() || folder.front() == '/' || GoesUp(folder) || !std::all_of(folder.begin(), folder.end(), isPlain))
-    return false;
+  if (folder.empty() || folder.front() == '/' || GoesUp(folder) || !IsPlain(folder, "/")) return false;
   package.iconDir = InPackages(package.packageId) + "/" + folder + "/";
   return true;
 }

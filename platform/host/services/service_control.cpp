@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <regex>
+#include <string_view>
 #include <thread>
 
 #include "base/bus.h"
+#include "plain_text.h"
 
 namespace {
 
@@ -26,8 +27,9 @@ struct Unit {
 };
 
 bool IsServiceName(const std::string& name) {
-  static const std::regex kName("[A-Za-z0-9_][A-Za-z0-9_.@:\\-]*\\.service");
-  return name.size() <= kLongestName && std::regex_match(name, kName);
+  constexpr std::string_view kEnd = ".service";
+  return name.size() > kEnd.size() && name.size() <= kLongestName && name.ends_with(kEnd) &&
+         (IsLetterOrDigit(name.front()) || name.front() == '_') && IsPlain(name, "@:");
 }
 
 /// systemd's manager. Calls block until `deadline` at most.

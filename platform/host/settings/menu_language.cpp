@@ -1,16 +1,14 @@
 #include "settings/menu_language.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "c_handle.h"
 #include "dlog.h"
 #include "log_tags.h"
+#include "plain_text.h"
 #include "set_names.h"
 #include "vconf.h"
 
@@ -22,9 +20,7 @@ constexpr char kNeutral[] = "C.UTF-8";
 
 bool IsLocaleName(const std::string& locale) {
   const std::string language = LanguageOfLocale(locale);
-  return language.size() >= 2 && language.size() <= 3 && std::all_of(locale.begin(), locale.end(), [](char each) {
-           return g_ascii_isalnum(each) || std::strchr("_.@-", each);
-         });
+  return language.size() >= 2 && language.size() <= 3 && IsPlain(locale, "@");
 }
 
 /// "de_DE.utf8" as gettext's list of languages, "de_DE:de:en"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin:en". English

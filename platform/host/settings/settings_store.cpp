@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/atomic_file.h"
+#include "plain_text.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -19,16 +20,11 @@ constexpr size_t kMaxText = 65536;
 constexpr std::string_view kVolatilePrefix = "memory/";
 constexpr std::array<const char*, 4> kTypeNames = {"int", "bool", "double", "string"};
 
-bool StandsForItself(char byte) {
-  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') || byte == '.' ||
-         byte == '_' || byte == '-';
-}
-
 std::string FileNameOfKey(std::string_view key) {
   constexpr char kDigits[] = "0123456789ABCDEF";
   std::string name;
   for (const char byte : key) {
-    if (StandsForItself(byte)) {
+    if (IsPlain(byte)) {
       name += byte;
     } else {
       const auto code = static_cast<unsigned char>(byte);

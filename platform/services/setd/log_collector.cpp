@@ -39,7 +39,7 @@ std::string WaitingPath(const std::string& trigger) {
 /// Whether the trigger's name is one that can be the name of a report.
 bool IsTriggerName(const std::string& trigger) {
   return trigger.ends_with(kov::kSuffix) && trigger.size() <= kMaxName && packages::IsId(trigger) &&
-         trigger.size() > std::strlen(kov::kSuffix) && trigger.front() != '.';
+         trigger.size() > std::strlen(kov::kSuffix);
 }
 
 bool IsRegularFile(const std::string& path) {

@@ -11,6 +11,7 @@
 #include "packages/package_store.h"
 #include "packages/processes.h"
 #include "request_files.h"
+#include "set_names.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
@@ -27,8 +28,6 @@ constexpr unsigned kSweepMs = 31000;
 constexpr size_t kMaxUnknown = 1000;
 constexpr auto kClearingPatience = std::chrono::seconds(3);
 constexpr auto kStep = std::chrono::milliseconds(20);
-// The package whose web engine stores in set_paths::kCobaltDir.
-constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
 
 bool Removed(const Request& request) {
   if (RemoveServed(request)) return true;
@@ -96,7 +95,7 @@ bool ServePackage(const Request& request, const StopFlag& stop) {
     Log(DLOG_ERROR, request.trigger + ": " + request.appId + " is no application of " + request.packageId);
     return RemoveServed(request);
   }
-  const bool storesInCobalt = request.packageId == kCobaltPackage;
+  const bool storesInCobalt = request.packageId == set_names::kCobaltPackage;
   if (request.kind == Kind::kMeasure) {
     AwaitClearing(request.packageId, stop);
     // Who asks adds it to the answer.

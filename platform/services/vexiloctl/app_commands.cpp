@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "SettingsKeys.h"
+#include "ContentTerms.h"
 #include "appfw/launcher.h"
 #include "applications.h"
 #include "command.h"
@@ -16,11 +16,6 @@ namespace vexiloctl {
 namespace {
 
 using packages::Package;
-
-/// As the storage screen lists applications: the viewer's own, and before the consent to the content terms these alone.
-bool IsShownToViewer(const Package& package, bool consent) {
-  return package.removable && (consent || package.title == "e-Manual" || package.title == "WebBrowser");
-}
 
 std::string StateOf(const Package& package) {
   const char* reason = packages::WhyNotRemovable(package);
@@ -92,10 +87,11 @@ void CheckMeasured(bool whole) {
 void AppsList(const Arguments& arguments) {
   std::vector<Package> listed = packages::List();
   const size_t installed = listed.size();
-  int consent = 0;
-  vconf_get_int(QUVA::kConsentKey, &consent);
+  // As the storage screen lists them.
   if (!arguments.option)
-    std::erase_if(listed, [consent](const Package& package) { return !IsShownToViewer(package, consent == 1); });
+    std::erase_if(listed, [hasConsent = QUVA::HasConsent()](const Package& package) {
+      return !package.removable || !QUVA::IsShownToViewer(package.title, hasConsent);
+    });
   const size_t hidden = installed - listed.size();
   bool whole = true;
   PrintSizes(MeasureAll(std::move(listed), whole), arguments.json);
