@@ -79,8 +79,6 @@ Evas_Object* elm_flux_layout_add(Evas_Object* parent, FluxLayoutType type, FluxA
 /// The root of a window fills it and stands still when the window turns.
 void elm_flux_layout_root_set(Evas_Object* layout, bool root);
 void elm_flux_layout_pack(Evas_Object* layout, Evas_Object* child);
-/// Takes a child out without deleting it; `parent` of its making owns it again.
-void elm_flux_layout_unpack(Evas_Object* layout, Evas_Object* child);
 /// Deletes every child.
 void elm_flux_layout_clear(Evas_Object* layout);
 void elm_flux_layout_padding_set(Evas_Object* layout, double left, double top, double right, double bottom);
@@ -202,7 +200,6 @@ enum FluxProgressStyle {
 Evas_Object* elm_flux_progress_add(Evas_Object* parent, FluxProgressStyle style);
 /// 0.0 to 1.0. `unit` formats the percentage, as "%.0f%%"; null for none.
 void elm_flux_progress_value_set(Evas_Object* progress, double value);
-double elm_flux_progress_value_get(const Evas_Object* progress);
 void elm_flux_progress_unit_set(Evas_Object* progress, const char* unit);
 void elm_flux_progress_inverted_set(Evas_Object* progress, bool inverted);
 void elm_flux_progress_pulse(Evas_Object* progress, bool run);
@@ -231,7 +228,6 @@ void elm_flux_list_shadows_set(Evas_Object* list, const std::string& top, const 
 void elm_flux_list_append(Evas_Object* list, int count);
 /// Takes a row away; those after it move up by one, and the focus goes to the row that takes its place, or to the last.
 void elm_flux_list_remove(Evas_Object* list, int index);
-void elm_flux_list_clear(Evas_Object* list);
 int elm_flux_list_count(const Evas_Object* list);
 void elm_flux_list_focus_set(Evas_Object* list, int index);
 /// The row with the focus, or that had it last; -1 for none.

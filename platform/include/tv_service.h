@@ -8,9 +8,6 @@
 #include <string>
 #include <vector>
 
-/// Input sources, as far as their numbers matter here.
-enum ETVSource { TV_SOURCE_TUNER = 0, TV_SOURCE_HDMI1 = 13, TV_SOURCE_HDMI2, TV_SOURCE_HDMI3, TV_SOURCE_HDMI4 };
-
 class ISourceControl {
  public:
   virtual ~ISourceControl() = default;

@@ -175,7 +175,7 @@ TEST_F(FluxItems, RemovingARowKeepsTheFocusInPlace) {
   AddList(0);
   for (const auto& c : kCases) {
     SCOPED_TRACE(testing::Message() << c.removed << " of " << c.rows);
-    elm_flux_list_clear(m_items);
+    while (elm_flux_list_count(m_items) > 0) elm_flux_list_remove(m_items, 0);
     elm_flux_list_append(m_items, c.rows);
     m_ui.Settle();
     elm_flux_list_focus_set(m_items, c.focused);

@@ -148,10 +148,6 @@ void elm_flux_layout_pack(Evas_Object* layout, Evas_Object* child) {
   if (flux::Widget::Of<flux::Layout>(layout, __func__)) elm_box_pack_end(layout, child);
 }
 
-void elm_flux_layout_unpack(Evas_Object* layout, Evas_Object* child) {
-  if (flux::Widget::Of<flux::Layout>(layout, __func__)) elm_box_unpack(layout, child);
-}
-
 void elm_flux_layout_clear(Evas_Object* layout) {
   if (flux::Widget::Of<flux::Layout>(layout, __func__)) elm_box_clear(layout);
 }

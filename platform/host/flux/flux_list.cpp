@@ -35,7 +35,6 @@ class List : public ItemWidget {
   void SetShadows(const std::string& top, const std::string& bottom);
   void Append(int count);
   void Remove(int index);
-  void Clear();
   int Count() const override { return static_cast<int>(m_rows.size()); }
   void Update(int index);
   void ShowChecks(bool show);
@@ -206,13 +205,6 @@ void List::Remove(int index) {
   const bool wasFocused = index == Focused();
   CountChanged(index < Focused() ? Focused() - 1 : Focused());
   if (wasFocused && IsItem(Focused())) FocusItem(Focused());
-}
-
-void List::Clear() {
-  elm_genlist_clear(m_genlist);
-  m_rows.clear();
-  CountChanged(-1);
-  UpdateShadowsSoon();
 }
 
 void List::Reveal(int index) {
@@ -419,10 +411,6 @@ void elm_flux_list_append(Evas_Object* list, int count) {
 
 void elm_flux_list_remove(Evas_Object* list, int index) {
   if (auto* self = Widget::Of<List>(list, __func__)) self->Remove(index);
-}
-
-void elm_flux_list_clear(Evas_Object* list) {
-  if (auto* self = Widget::Of<List>(list, __func__)) self->Clear();
 }
 
 int elm_flux_list_count(const Evas_Object* list) {

@@ -130,11 +130,6 @@ void elm_flux_progress_value_set(Evas_Object* progress, double value) {
   if (auto* self = flux::Widget::Of<flux::Progress>(progress, __func__)) self->SetValue(value);
 }
 
-double elm_flux_progress_value_get(const Evas_Object* progress) {
-  const auto* self = flux::Widget::Of<flux::Progress>(progress, __func__);
-  return self ? self->Value() : 0.0;
-}
-
 void elm_flux_progress_unit_set(Evas_Object* progress, const char* unit) {
   if (auto* self = flux::Widget::Of<flux::Progress>(progress, __func__)) self->SetUnit(unit);
 }

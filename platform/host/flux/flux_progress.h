@@ -15,7 +15,6 @@ class Progress : public Widget {
   using Widget::Widget;
 
   void SetValue(double value);
-  double Value() const { return m_value; }
   void SetUnit(const char* unit);
   void SetInverted(bool inverted);
   void SetColour(Colour colour);
