@@ -145,7 +145,7 @@ size_t WriteFirst(Events waiting) {
   Events events = waiting;
   int reason = Store(path, events);
   // Where there is no room for all of them there may be for one.
-  if (reason != 0 && reason != EWOULDBLOCK) {
+  if (reason != 0 && reason != EWOULDBLOCK && waiting.size() > 1) {
     events = waiting.first(1);
     reason = Store(path, events);
   }
@@ -156,8 +156,9 @@ size_t WriteFirst(Events waiting) {
   }
   isLocked = false;
   last = std::chrono::steady_clock::now();
-  if (reason != 0) LogLoss(events.front(), TextOf(reason));
-  return events.size();
+  if (reason == 0) return events.size();
+  LogLoss(waiting.front(), TextOf(reason));
+  return 1;
 }
 
 /// Lives to the end of the process, whatever its static objects still do then.
