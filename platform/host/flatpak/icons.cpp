@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "c_handle.h"
 #include "flatpak/helper.h"
 #include "flatpak/layout.h"
@@ -30,10 +31,8 @@ bool IsDrawn(const Package& package, const std::string& deployment) {
 }
 
 void RemoveOthers(const std::vector<Package>& packages) {
-  std::error_code error;
-  const std::string folder = SystemPath(set_paths::kFlatpakIcons);
-  for (std::filesystem::directory_iterator each(folder, error), end; !error && each != end; each.increment(error)) {
-    const std::string id = each->path().filename();
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kFlatpakIcons))) {
+    const std::string id = each.filename();
     const bool known = std::any_of(packages.begin(), packages.end(), [&id](const Package& package) {
       return package.source == packages::Source::kFlatpak && package.packageId == id;
     });

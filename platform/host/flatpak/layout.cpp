@@ -13,6 +13,7 @@
 
 #include "base/atomic_file.h"
 #include "base/beneath.h"
+#include "base/folder.h"
 #include "base/glib_handle.h"
 #include "c_handle.h"
 #include "flatpak/title.h"
@@ -51,12 +52,10 @@ std::string UserDir() {
 /// The installations that an administrator has added: key files with a path for each.
 std::vector<std::string> MoreDirs() {
   std::vector<std::string> dirs;
-  const std::string folder = SystemPath(set_paths::kFlatpakMoreDirs);
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(folder, error), end; !error && each != end; each.increment(error)) {
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kFlatpakMoreDirs))) {
     const GKeyFileHandle file(g_key_file_new());
     std::string text;
-    if (each->path().extension() != ".conf" || !ReadWholeFile(each->path(), text) ||
+    if (each.extension() != ".conf" || !ReadWholeFile(each, text) ||
         !g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr))
       continue;
     const GTextArray groups(g_key_file_get_groups(file.get(), nullptr));
@@ -168,14 +167,12 @@ std::vector<Branch> BranchesOf(const std::string& installation, const std::strin
   namespace fs = std::filesystem;
   std::vector<Branch> branches;
   std::error_code error;
-  const fs::path application = SystemPath(ProgramFolder(installation, id));
-  for (fs::directory_iterator arch(application, error), end; !error && arch != end; arch.increment(error)) {
-    if (arch->is_symlink(error) || !arch->is_directory(error)) continue;
-    std::error_code inner;
-    for (fs::directory_iterator each(arch->path(), inner); !inner && each != end; each.increment(inner))
-      branches.push_back({std::string(NameOnSet(each->path().native())),
-                          "app/" + id + "/" + arch->path().filename().string() + "/" + each->path().filename().string(),
-                          fs::exists(each->path() / "active", inner)});
+  for (const fs::path& arch : EntriesOf(SystemPath(ProgramFolder(installation, id)))) {
+    if (fs::is_symlink(arch, error) || !fs::is_directory(arch, error)) continue;
+    for (const fs::path& each : EntriesOf(arch))
+      branches.push_back({std::string(NameOnSet(each.native())),
+                          "app/" + id + "/" + arch.filename().string() + "/" + each.filename().string(),
+                          fs::exists(each / "active", error)});
   }
   return branches;
 }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "dlog.h"
 #include "flatpak/helper.h"
 #include "flatpak/layout.h"
@@ -239,10 +240,8 @@ bool IsDue() {
 
 std::vector<std::string> Marks() {
   std::vector<std::string> ids;
-  std::error_code error;
-  const std::string folder = SystemPath(set_paths::kFlatpakRemovals);
-  for (std::filesystem::directory_iterator each(folder, error), end; !error && each != end; each.increment(error))
-    if (packages::IsId(each->path().filename())) ids.push_back(each->path().filename());
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kFlatpakRemovals)))
+    if (packages::IsId(each.filename())) ids.push_back(each.filename());
   return ids;
 }
 

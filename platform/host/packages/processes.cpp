@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "dlog.h"
 #include "flatpak/layout.h"
 #include "set_paths.h"
@@ -164,20 +165,18 @@ using Candidates = std::map<pid_t, Candidate>;
 /// This user's processes, but this one.
 Candidates AllProcesses(const std::vector<Package>& packages) {
   Candidates found;
-  std::error_code error;
   // The processes are the machine's, whatever the set root.
-  for (std::filesystem::directory_iterator each("/proc", error), end; !error && each != end; each.increment(error)) {
-    const std::string name = each->path().filename();
+  for (const std::filesystem::path& each : EntriesOf("/proc")) {
+    const std::string name = each.filename();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     Candidate one{{static_cast<pid_t>(std::stol(name))}};
     Process& process = one.process;
     struct stat status;
-    if (process.pid == getpid() || process.pid == 1 || stat(each->path().c_str(), &status) != 0 ||
-        status.st_uid != geteuid())
+    if (process.pid == getpid() || process.pid == 1 || stat(each.c_str(), &status) != 0 || status.st_uid != geteuid())
       continue;
     process.handle.reset(OpenProcess(process.pid));
     if (!process.handle) continue;
-    const std::string proc = each->path().string() + "/";
+    const std::string proc = each.string() + "/";
     process.packageId = OwnerOf(proc, packages);
     if (process.packageId.empty()) one.workingPackage = PackageAt(LinkTarget(proc + "cwd"));
     one.parent = ParentOf(proc);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "set_paths.h"
@@ -67,12 +68,9 @@ std::optional<std::string> MachineModel() {
 }
 
 std::optional<int> NumberOfTuners() {
-  std::error_code error;
-  int count = 0;
-  for (std::filesystem::directory_iterator entry(SystemPath("/dev/dvb"), error), end; !error && entry != end;
-       entry.increment(error))
-    if (entry->path().filename().string().starts_with("adapter")) ++count;
-  return count;
+  return static_cast<int>(std::ranges::count_if(EntriesOf(SystemPath("/dev/dvb")), [](const auto& entry) {
+    return entry.filename().string().starts_with("adapter");
+  }));
 }
 
 /// The size in bytes of the disk that a block device is on: that of a partition is the folder above its own
@@ -81,10 +79,7 @@ std::optional<int> NumberOfTuners() {
 std::optional<uint64_t> DiskSize(std::filesystem::path device, int mappings = 8) {
   std::error_code error;
   if (std::filesystem::exists(device / "partition", error)) device = device.parent_path();
-  std::vector<std::filesystem::path> mapped;
-  for (std::filesystem::directory_iterator entry(device / "slaves", error), end; !error && entry != end;
-       entry.increment(error))
-    mapped.push_back(entry->path());
+  const auto mapped = EntriesOf(device / "slaves");
   if (mapped.size() == 1 && mappings > 0) {
     const auto below = std::filesystem::canonical(mapped.front(), error);
     if (const auto size = error ? std::nullopt : DiskSize(below, mappings - 1)) return size;
@@ -126,11 +121,9 @@ struct Resolution {
 /// The preferred mode of the largest screen that is connected.
 std::optional<Resolution> PanelResolution() {
   Resolution largest;
-  std::error_code error;
   const std::string folder = "/sys/class/drm";
-  for (std::filesystem::directory_iterator entry(SystemPath(folder), error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string connector = folder + "/" + entry->path().filename().string();
+  for (const std::filesystem::path& entry : EntriesOf(SystemPath(folder))) {
+    const std::string connector = folder + "/" + entry.filename().string();
     if (FirstLine((connector + "/status").c_str()) != "connected") continue;
     const auto mode = FirstLine((connector + "/modes").c_str());
     Resolution panel;

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/folder.h"
 #include "base/glib_handle.h"
 #include "c_handle.h"
 #include "flatpak/layout.h"
@@ -142,14 +143,13 @@ Problem Uninstall(FlatpakInstallation* installation, const std::vector<Branch>& 
 /// A branch whose removal has begun has a folder of its deployment, but no link to it. With the link again, and one to
 /// the branch, it can be removed as any other. False when there is nothing to link to.
 bool Restore(const Branch& branch) {
-  std::error_code error;
-  for (fs::directory_iterator each(SystemPath(branch.folder), error), end; !error && each != end;
-       each.increment(error)) {
-    if (!fs::exists(each->path() / "deploy")) continue;
+  for (const fs::path& each : EntriesOf(SystemPath(branch.folder))) {
+    std::error_code error;
+    if (!fs::exists(each / "deploy", error)) continue;
     const fs::path folder = SystemPath(branch.folder), arch = folder.parent_path();
     std::error_code ignored;
     fs::create_symlink(arch.filename() / folder.filename(), arch.parent_path() / "current", ignored);
-    fs::create_symlink(each->path().filename(), folder / "active", error);
+    fs::create_symlink(each.filename(), folder / "active", error);
     return !error;
   }
   return false;
@@ -170,9 +170,8 @@ void RemoveExports(const std::string& id, const std::string& installation) {
 /// Deployments that were moved out of the way, and folders in which nothing is deployed.
 void RemoveRemains(const std::string& id, const std::string& installation) {
   const std::string removed = installation + "/.removed";
-  std::error_code error;
-  for (fs::directory_iterator each(SystemPath(removed), error), end; !error && each != end; each.increment(error)) {
-    const std::string name = each->path().filename();
+  for (const fs::path& each : EntriesOf(SystemPath(removed))) {
+    const std::string name = each.filename();
     // <id>-<commit>, whose letters are hexadecimal; an id may have '-', too.
     if (name.starts_with(id + "-") && name.find_first_not_of("0123456789abcdef", id.size() + 1) == name.npos)
       packages::RemoveTree(removed + "/" + name);

@@ -3,13 +3,11 @@
 #include <glib-unix.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 
@@ -90,13 +88,7 @@ void FolderWatch::Establish() {
 }
 
 void FolderWatch::Rescan() {
-  std::vector<std::string> names;
-  std::error_code error;
-  const std::string path = SystemPath(m_folder);
-  for (std::filesystem::directory_iterator each(path, error), end; !error && each != end; each.increment(error))
-    names.push_back(each->path().filename());
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names) m_onFile(name);
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(m_folder))) m_onFile(each.filename());
 }
 
 void FolderWatch::TakeEvents() {

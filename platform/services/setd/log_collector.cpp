@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "packages/package_store.h"
 #include "request_files.h"
 #include "set_paths.h"
@@ -75,13 +75,8 @@ void LogCollector::Start() {
   m_triggers.Start();
   m_restartTriggers.Start();
   // The folder may have been emptied by the restart.
-  std::vector<std::string> waiting;
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(StatePath(kWaitingFolder), error), end; !error && each != end;
-       each.increment(error))
-    waiting.push_back(each->path().filename());
-  for (const std::string& trigger : waiting)
-    if (IsTriggerName(trigger)) LookAfterRestart(trigger);
+  for (const std::filesystem::path& waiting : EntriesOf(StatePath(kWaitingFolder)))
+    if (IsTriggerName(waiting.filename())) LookAfterRestart(waiting.filename());
 }
 
 void LogCollector::RememberKernel() {
@@ -90,10 +85,8 @@ void LogCollector::RememberKernel() {
   if (last == m_bootId) return;
   if (!last.empty()) {
     // Came after this daemon had ended, before the restart.
-    std::error_code error;
-    for (std::filesystem::directory_iterator each(SystemPath(set_paths::kRebootReportTriggers), error), end;
-         !error && each != end; each.increment(error)) {
-      const std::string trigger = each->path().filename();
+    for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kRebootReportTriggers))) {
+      const std::string trigger = each.filename();
       if (IsTriggerName(trigger) && !IsRegularFile(WaitingPath(trigger)) && MakeFolders(StatePath(kWaitingFolder)))
         PublishFile(WaitingPath(trigger), last + "\n");
     }

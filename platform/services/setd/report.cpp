@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "setd/archive.h"
@@ -89,17 +90,15 @@ struct Stored {
 /// Oldest first.
 std::vector<Stored> StoredReports() {
   std::vector<Stored> reports;
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(SystemPath(set_paths::kReportsDir), error), end; !error && each != end;
-       each.increment(error)) {
-    const std::string name = each->path().filename();
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kReportsDir))) {
+    const std::string name = each.filename();
     struct stat status;
-    if (lstat(each->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-    if (IsReport(name)) reports.push_back({each->path(), status.st_mtime, static_cast<int64_t>(status.st_size)});
+    if (lstat(each.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (IsReport(name)) reports.push_back({each, status.st_mtime, static_cast<int64_t>(status.st_size)});
     // One that is being written has a name that is none of a report.
     const size_t mark = name.find('#');
     if (mark != name.npos && IsReport(name.substr(0, mark)) && status.st_mtime < time(nullptr) - 3600)
-      unlink(each->path().c_str());
+      unlink(each.c_str());
   }
   std::sort(reports.begin(), reports.end(), [](const Stored& one, const Stored& other) {
     return std::tie(one.time, one.path) < std::tie(other.time, other.path);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "base/glib_handle.h"
 #include "request_files.h"
 #include "set_paths.h"
@@ -42,12 +43,10 @@ std::string ResultLine(const std::string& trigger, const std::string& report, co
 /// Removes the oldest files of the folder, but `path`, until one more has its place.
 void MakeRoomFor(const std::string& path) {
   std::vector<std::tuple<time_t, std::string>> others;
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(std::filesystem::path(path).parent_path(), error), end;
-       !error && each != end; each.increment(error)) {
+  for (const std::filesystem::path& each : EntriesOf(std::filesystem::path(path).parent_path())) {
     struct stat status;
-    if (each->path() != path && lstat(each->path().c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
-      others.emplace_back(status.st_mtime, each->path());
+    if (each != path && lstat(each.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+      others.emplace_back(status.st_mtime, each);
   }
   if (others.size() < kMaxResults) return;
   std::sort(others.begin(), others.end());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "c_handle.h"
 #include "packages/package_store.h"
 #include "request_files.h"
@@ -171,10 +172,7 @@ bool Acknowledge(const std::string& name) {
 
 std::vector<std::string> NamesIn(const char* folder) {
   std::vector<std::string> names;
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(SystemPath(folder), error), end; !error && each != end;
-       each.increment(error))
-    names.push_back(each->path().filename());
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(folder))) names.push_back(each.filename());
   return names;
 }
 

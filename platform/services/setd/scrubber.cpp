@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "base/atomic_file.h"
+#include "base/folder.h"
 #include "base/glib_handle.h"
 #include "setd/machine_path.h"
 #include "setd/scrubber_rules.h"
@@ -259,10 +260,8 @@ std::string FromFileName(const std::string& stem) {
 /// The names of files in a folder of the machine.
 std::vector<std::filesystem::path> FilesIn(const char* folder) {
   std::vector<std::filesystem::path> files;
-  std::error_code error;
-  for (std::filesystem::directory_iterator each(MachinePath(folder), error), end; !error && each != end;
-       each.increment(error))
-    files.push_back(std::filesystem::path(folder) / each->path().filename());
+  for (const std::filesystem::path& each : EntriesOf(MachinePath(folder)))
+    files.push_back(std::filesystem::path(folder) / each.filename());
   return files;
 }
 

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/folder.h"
 #include "base/glib_handle.h"
 #include "c_handle.h"
 #include "log_tags.h"
@@ -178,15 +179,13 @@ std::vector<std::string> Matches(const std::string& pattern) {
   for (const std::filesystem::path& part : std::filesystem::path(pattern).relative_path()) {
     std::vector<std::string> next;
     for (const std::string& folder : found) {
-      std::error_code error;
       if (part.string().find('*') == std::string::npos) {
         next.push_back(folder + "/" + part.string());
         continue;
       }
-      for (std::filesystem::directory_iterator each(MachinePath(folder), error), end; !error && each != end;
-           each.increment(error))
-        if (fnmatch(part.c_str(), each->path().filename().c_str(), 0) == 0)
-          next.push_back(folder + "/" + each->path().filename().string());
+      for (const std::filesystem::path& each : EntriesOf(MachinePath(folder)))
+        if (fnmatch(part.c_str(), each.filename().c_str(), 0) == 0)
+          next.push_back(folder + "/" + each.filename().string());
     }
     found = std::move(next);
   }
