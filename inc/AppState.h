@@ -2,7 +2,21 @@
 
 #include <atomic>
 
+#include "set_names.h"
+
 namespace QUVA {
+
+/// What the application can be launched from, as the extra set_names::kLaunchMechanism says; the self-diagnosis has
+/// more.
+namespace launch_source {
+inline constexpr char kMenu[] = "menu";
+inline constexpr char kOrlo[] = "Orlo";
+inline constexpr char kHotelMenu[] = "HotelMenu";
+inline constexpr char kScan[] = "StartVexilo";
+inline constexpr char kErrorReport[] = "ErrorReport";
+inline constexpr char kRequestSupport[] = "request-support";
+inline constexpr auto& kBackground = set_names::kBackgroundLaunch;
+}  // namespace launch_source
 
 /// Which screen is showing.
 enum _CurrentScreen {

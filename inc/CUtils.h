@@ -16,6 +16,9 @@
 
 namespace QUVA {
 
+/// The title of the storage manager, whose header has two lines.
+inline constexpr char kStorageTitle[] = "TV_SID_DEVICE_MANAGE_STORAGE";
+
 /// A screen, or a toast, on the return stack. Both functions must be set: calling an empty one throws.
 struct _returnCBStruct {
   boost::function<void()> m_showAfterReturn;  ///< what was above it has gone

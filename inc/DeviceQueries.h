@@ -16,6 +16,12 @@ std::string GetSystemInfo(system_info_key_e key);
 int GetChannelType();
 /// The number of the input source that is showing, -1 when it cannot be read.
 int GetCurrentSourceInfo();
+// Which inputs are HDMI, by two rules that differ on purpose: 46 and 47 have an HDMI signal to check, but no issue of
+// the source "HDMI" is about them.
+/// Whether the signal check of this input is that of HDMI: 13 to 16, 38, 39, 46 and 47.
+bool IsHdmiForSignalCheck(int source);
+/// Whether issues of the source "HDMI" apply to this input: 13 to 16, 38 and 39.
+bool IsHdmiForIssues(int source);
 /// The software model, the chipset, the regional variant: empty when the set does not say.
 std::string GetSwModel();
 std::string GetChipSet();

@@ -13,6 +13,13 @@ namespace QUVA {
 /// The databases, in the order of their tables.
 enum EDBName : int { DB_INFERENCE = 0, DB_SOLUTION, DB_REMAINING, DB_TEST };
 
+/// The table of the remaining problems, and the column list of its CREATE TABLE, as shipped sets have it; SQLite takes
+/// "TEST" as a type name.
+inline constexpr char kRemainingTable[] = "remainingTBL";
+inline constexpr char kRemainingColumns[] =
+    "(idx TEXT, issue_code TEXT, is_fix TEXT, last_time TEXT, sol_type TEXT, sid_issue TEXT, sid_sol TEXT, "
+    "sid_button1 TEXT, sid_button2 TEXT, action TEXT, toast1 TEST, toast2 TEXT, source TEXT, view_authority TEXT)";
+
 /// The names of the columns.
 namespace Column {
 inline const std::string registerTime = "registerTime";

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdio>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -81,16 +80,11 @@ class QUVA_DiagResultManager {
  private:
   QUVA_DiagResultManager() = default;
 
-  void m_resolve(QUVA_Solution& solution, int& count);
-  void m_resetScratchRow();
-  bool m_isShown(const MapToDBTable& row);
-  bool m_hasCleared(const MapToDBTable& row);
+  std::vector<MapToDBTable> m_shownRows();
   void m_handOver(const RowListener& listener, std::vector<MapToDBTable> rows);
   std::vector<MapToDBTable> m_remainingRows();
-  int m_writeCodes(FILE* file, const char* path);
 
   std::vector<MapToDBTable> m_table;
-  MapToDBTable m_scratchRow;
   std::mutex m_listenerMutex;  ///< of its own: who sets one waits for no list operation
   RowListener m_scanListener;
   RowListener m_remainingListener;

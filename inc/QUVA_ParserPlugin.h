@@ -24,6 +24,9 @@ bool ProcessLaunchApp(const char* applicationId);
 
 namespace QUVA {
 
+/// What SaveResultToSolutionDB() is told of a solution that the viewer declined.
+inline constexpr char kDeclined[] = "cancel";
+
 using ParseSolutionMapEntry = decltype(&::ParseSolutionMap);
 using ApplySolutionEntry = decltype(&::RequestApplySolution);
 using SaveResultEntry = decltype(&::SaveResultToSolutionDB);

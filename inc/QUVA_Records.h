@@ -1,6 +1,7 @@
 #pragma once
 /// @file
-/// The records that carry a diagnosis from the knowledge base to the screens. All are values that own their texts.
+/// The records that carry a diagnosis from the knowledge base to the screens, and how their texts are read. All are
+/// values that own their texts. Thread rule: any thread.
 
 #include <cstdint>
 #include <string>
@@ -21,13 +22,15 @@ struct QUVA_Solution {
   std::string sid_button1;
   std::string sid_button2;
   std::string reboot;
-  std::string is_fg_bg;  ///< "bg": handled in the background and never shown
+  std::string is_fg_bg;  ///< kBackgroundSolution: handled in the background and never shown
   std::string action;    ///< which button applies the solution: "1" or "2"
   std::string toast1;
   std::string toast2;
   std::string source;          ///< "DTV", "HDMI", or anything else for everywhere
   std::string view_authority;  ///< only "USER" is shown
 };
+
+inline constexpr char kBackgroundSolution[] = "bg";
 
 /// The whole map as read.
 struct QUVA_SolutionMap {
@@ -77,5 +80,13 @@ struct QUVA_SolutionDB {
   int32_t is_apply = 0;
   std::string register_time;
 };
+
+/// The decimal number that a text begins with, in 32 bits; 0 where there is none. Issue codes are read so.
+int32_t NumberOf(const std::string& text);
+/// Whether the time `a` is later than `b`; the engine's times sort as text, byte by byte.
+bool IsLater(const std::string& a, const std::string& b);
+/// Split a comma-separated line into a record, in the order of its fields. The number of fields that the line had.
+int SplitRecord(const std::string& line, QUVA_InferenceDB& out);
+int SplitRecord(const std::string& line, QUVA_SolutionDB& out);
 
 }  // namespace QUVA

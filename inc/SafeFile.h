@@ -11,6 +11,13 @@ namespace QUVA {
 /// digits, '.', '_' and '-', no '.' at its beginning. Any thread.
 bool IsPlainName(const std::string& name);
 
+/// Whether there is something at `path` of the set, links followed. Any thread.
+bool FileExists(const std::string& path);
+
+/// Whether a symbolic link stands at `path` of the set, wherever it leads; errno is 0 when nothing or something else
+/// does, and else the reason why that cannot be told. Any thread.
+bool IsLink(const std::string& path);
+
 /// Opens a file of this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
 /// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
 /// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.

@@ -8,8 +8,9 @@ namespace QUVA {
 
 inline constexpr auto& kApplicationId = set_names::kCareApplication;
 
-/// int: where the application was launched from, see updateVConf().
+/// int: where the application was launched from, a LaunchPoint.
 inline constexpr char kLaunchPointKey[] = "memory/quva/launch_point";
+enum LaunchPoint { LAUNCH_POINT_OTHER = 0, LAUNCH_POINT_MENU = 1, LAUNCH_POINT_ORLO = 2, LAUNCH_POINT_HOTEL_MENU = 3 };
 /// bool: the remaining problems are to be cleared at the next first launch.
 inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
 inline constexpr auto& kMenuLanguageKey = set_names::kMenuLanguageKey;

@@ -43,10 +43,6 @@ bool IsOneOf(const char* const (&texts)[N], const std::string& text) {
   return false;
 }
 
-bool FileExists(const std::string& path) {
-  return access(SystemPath(path).c_str(), F_OK) == 0;
-}
-
 /// The largest or smallest number where there is no room for the sum: an answer may hold any number.
 long long Sum(std::initializer_list<long long> parts) {
   long long sum = 0;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "AppIds.h"
 #include "AppState.h"
 #include "CGetData.h"
 #include "QUVA_DiagManager.h"
@@ -69,16 +70,16 @@ struct Target {
   Extras (*extras)();
 };
 constexpr Target kTargets[] = {
-    {"org.varno.picture-test", LaunchedFromHere},
-    {"com.tornelo.video-test", LaunchedFromHere},
-    {"org.varno.sound-test", LaunchedFromHere},
-    {"org.varno.homedeck-reset", LaunchedFromHere},
-    {"org.varno.homedeck-connection-test", LaunchedFromHere},
-    {"org.varno.mled-installation-test", LaunchedFromHere},
-    {"com.tornelo.tv.hdmi-troubleshooting", HdmiTroubleshooting},
-    {"com.tornelo.tv.broadcastingmenu", SignalInformation},
-    {"org.varno.menu", NetworkStatus},
-    {"org.varno.wizard", Terms},
+    {app_ids::kPictureTest, LaunchedFromHere},
+    {app_ids::kVideoTest, LaunchedFromHere},
+    {app_ids::kSoundTest, LaunchedFromHere},
+    {app_ids::kHomedeckReset, LaunchedFromHere},
+    {app_ids::kHomedeckConnectionTest, LaunchedFromHere},
+    {app_ids::kModulesTest, LaunchedFromHere},
+    {app_ids::kHdmiTroubleshooting, HdmiTroubleshooting},
+    {app_ids::kSignalPages, SignalInformation},
+    {app_ids::kMenu, NetworkStatus},
+    {app_ids::kWizard, Terms},
 };
 
 }  // namespace
@@ -99,12 +100,12 @@ bool CGetData::ProcessLaunchApp(const char* appId) {
 }
 
 void CGetData::launch_menu_app() {
-  Launch("org.varno.menu", {{"menuitem", "tdm"}});
+  Launch(app_ids::kMenu, {{"menuitem", "tdm"}});
 }
 
 void CGetData::launch_hotel_menu() {
   VEXILO_LOGI("launch Hotel Menu");
-  Launch("org.varno.ep-hotel-factory", {});
+  Launch(app_ids::kHotelMenu, {});
 }
 
 int CGetData::CheckFlashFreespaceState() {

@@ -16,8 +16,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kTitle[] = "TV_SID_DEVICE_MANAGE_STORAGE";
-
 // Between two texts of a line, in every language.
 constexpr char kBetween[] = " · ";
 
@@ -55,7 +53,7 @@ void CManageStorage::m_CreateManageStorageScreen() {
   m_isFirstRead = true;
   CUtils& utils = CUtils::Instance();
   utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideManageStorage(); }}, false);
-  if (!m_screen.m_Build(kTitle)) return;
+  if (!m_screen.m_Build(kStorageTitle)) return;
   utils.m_SetManageStorageRootLayout(m_screen.m_pGetLayout());
   elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, kTop, kMargin, kBottom);
   m_ShowLoadingAndApplist();
@@ -102,7 +100,7 @@ void CManageStorage::m_EnlargeChangeCB() {
 
 void CManageStorage::m_SetVoiceGuideText() {
   if (!elm_config_access_get()) return;
-  std::string text = CUtils::m_GetText(kTitle) + ", ";
+  std::string text = CUtils::m_GetText(kStorageTitle) + ", ";
   if (m_IsNominal()) text += CUtils::m_GetText("COM_SID_SYSTEM") + " " + m_summary.system + ", ";
   text += CUtils::m_GetText("COM_SID_USED_KR_ING") + " " + m_summary.used + ", " +
           CUtils::m_GetText("TV_SID_AVAILABLE_EMPTY") + " " + m_summary.available + ", " +

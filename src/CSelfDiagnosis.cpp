@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "AppIds.h"
 #include "CGetData.h"
 #include "DeviceKind.h"
 #include "QUVA_KPISender.h"
@@ -43,7 +44,7 @@ constexpr Tool kTools[] = {
      "TV_SID_CARE_VIDEO_TEST",
      "quorin_videotest.svg",
      "Video Test",
-     "com.tornelo.video-test",
+     app_ids::kVideoTest,
      "VIDEO_TEST_SELECTED",
      "video-test",
      {"TV_SID_CARE_USE_VIDEO_TEST_EXPERIENCE_PROBLEM_VIDEO_QUALITY",
@@ -53,7 +54,7 @@ constexpr Tool kTools[] = {
      "SID_PICTURE_TEST",
      "quorin_picturetest.svg",
      "Picture Test",
-     "org.varno.picture-test",
+     app_ids::kPictureTest,
      "PICTURE_TEST_SELECTED",
      "picture-test",
      {"TV_SID_SUPPORT_USE_TEST_EXPERIENCE_TV_PICTURE",
@@ -63,7 +64,7 @@ constexpr Tool kTools[] = {
      "SID_SOUND_TEST",
      "quorin_soundtest.svg",
      "Sound Test",
-     "org.varno.sound-test",
+     app_ids::kSoundTest,
      "SOUND_TEST_SELECTED",
      "sound-test",
      {"TV_SID_SUPPORT_USE_TEST_EXPERIENCE_TV_SOUND", "REP.DEVICE.SCREEN_SID_SUPPORT_CCDEC_USE_TEST_EXPERIENCE_SOUND",
@@ -72,15 +73,15 @@ constexpr Tool kTools[] = {
      "TV_SID_CONNECTION_HDMI_TROUBLSHOOTING",
      "quorin_HDMIcabletest.svg",
      "HDMI Troubleshooting",
-     "com.tornelo.tv.hdmi-troubleshooting",
+     app_ids::kHdmiTroubleshooting,
      "TROUBLESHOOTING_TEST_SELECTED",
-     "com.tornelo.tv.hdmi-troubleshooting",
+     app_ids::kHdmiTroubleshooting,
      {kHdmiGuide, kHdmiGuide, kHdmiGuide}},
     {"signal-information",
      "SID_SIGNAL_INFORMATION_KR_17",
      "quorin_signalinformation.svg",
      "Signal Information",
-     "com.tornelo.tv.broadcastingmenu",
+     app_ids::kSignalPages,
      "SIGNAL_INFO_SELECTED",
      "SignalInfo",
      {kSignalGuide, kSignalGuide, kSignalGuide}},
@@ -88,9 +89,9 @@ constexpr Tool kTools[] = {
      "COM_SID_HOME_DECK_CONNECTION_TEST",
      "quorin_homedeckconnectiontest.svg",
      "Homedeck Connection Test",
-     "org.varno.homedeck-connection-test",
+     app_ids::kHomedeckConnectionTest,
      "HOMEDECK_CONNECTION_TEST_SELECTED",
-     "org.varno.homedeck-connection-test",
+     app_ids::kHomedeckConnectionTest,
      {"TV_SID_SUPPORT_USE_TEST_EXPERIENCE_TV_SERVICE_NETWORK",
       "REP.DEVICE.SCREEN_SID_SUPPORT_CCDEC_USE_TEST_EXPERIENCE_SERVICE_NETWORK",
       "PJT_SID_SUPPORT_USE_TEST_EXPERIENCE_TV_SERVICE_NETWORK"}},
@@ -98,7 +99,7 @@ constexpr Tool kTools[] = {
      "COM_TV_SID_RESET_HOME_DECK_KR_KOR",
      "quorin_resethomedeck.svg",
      "Reset Homedeck",
-     "org.varno.homedeck-reset",
+     app_ids::kHomedeckReset,
      nullptr,
      "HomedeckReset",
      {"TV_SID_MENU_RESET_HOME_DECK_TORNELO_ACCOUNT_TV",
@@ -108,9 +109,9 @@ constexpr Tool kTools[] = {
      kInstallationTest,
      "i_mled_installation_test_card.svg",
      "MLED Installation Test",
-     "org.varno.mled-installation-test",
+     app_ids::kModulesTest,
      nullptr,
-     "org.varno.mled-installation-test",
+     app_ids::kModulesTest,
      {kPanelGuide, kPanelGuide, kPanelGuide}},
 };
 constexpr size_t kToolsOfSignage = 4;  // the first of them

@@ -25,7 +25,6 @@ constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
 constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
 constexpr char kNone[] = "NULL";  // in place of an id
-constexpr char kDeclined[] = "cancel";
 
 constexpr double kMargin = 11;  // units, as all sizes here
 constexpr double kTop = 3;

@@ -13,7 +13,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kStorageTitle[] = "TV_SID_DEVICE_MANAGE_STORAGE";
 constexpr char kLoadingText[] = "COM_TV_SID_LOADING";
 
 constexpr double kSayLoadingPeriod = 5.0;  // seconds
@@ -24,8 +23,6 @@ constexpr double kTitleWidth = 171;
 constexpr double kTitleHeight = 15;
 constexpr double kTitlePadding = 11;
 constexpr int kDimAlpha = 0xB2;
-
-enum LaunchPoint { LAUNCH_POINT_MENU = 1, LAUNCH_POINT_HOTEL_MENU = 3 };
 
 bool IsTwoLineTitle(const char* titleSid) {
   return std::string(titleSid) == kStorageTitle;

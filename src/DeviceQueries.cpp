@@ -1,5 +1,7 @@
 #include "DeviceQueries.h"
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "VexiloLog.h"
@@ -14,9 +16,16 @@ constexpr int kMainScreen = 1;
 constexpr int kNoChannel = -1;
 constexpr int kNoSource = -1;
 constexpr int kSignageProduct = 4;
+constexpr int kHdmiInputs[] = {13, 14, 15, 16, 38, 39};
+constexpr int kHdmiInputsWithoutIssues[] = {46, 47};
 constexpr char kChipSetFeature[] = "com.tornelo/featureconf/product.chipset";
 constexpr char kOstravFeature[] = "com.tornelo/featureconf/the_ostrav_version";
 constexpr char kProductTypeFeature[] = "com.tornelo/featureconf/product.product_type";
+
+template <size_t N>
+bool Contains(const int (&numbers)[N], int number) {
+  return std::find(std::begin(numbers), std::end(numbers), number) != std::end(numbers);
+}
 
 // The text that a query of the set's gave in `value`, or `failure` in the log and an empty one.
 std::string Taken(int result, char* value, const char* what, const char* failure) {
@@ -62,6 +71,14 @@ int GetCurrentSourceInfo() {
   if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGI("GetCurrentSourceInfo success");
   VEXILO_LOGI("Current source : %d", source);
   return source;
+}
+
+bool IsHdmiForSignalCheck(int source) {
+  return IsHdmiForIssues(source) || Contains(kHdmiInputsWithoutIssues, source);
+}
+
+bool IsHdmiForIssues(int source) {
+  return Contains(kHdmiInputs, source);
 }
 
 std::string GetSwModel() {

@@ -1,31 +1,24 @@
 #include "QUVA_DBManager.h"
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 
 #include <cstdio>
 #include <thread>
 
+#include "SafeFile.h"
 #include "VexiloLog.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "trevlin_tables.h"
 
 namespace QUVA {
 
 namespace {
 
-constexpr const char* kTables[] = {"inferenceTBL", "solutionTBL", "remainingTBL", "testTBL"};
+constexpr char kTestTable[] = "testTBL";
+constexpr const char* kTables[] = {trevlin_tables::kInference, trevlin_tables::kSolution, kRemainingTable, kTestTable};
 constexpr const char* kPaths[] = {set_paths::kInferenceDb, set_paths::kSolutionDb, set_paths::kRemainingDb,
                                   set_paths::kTestDb};
-
-// As shipped sets have them; SQLite takes "TEST" and "INTEFER" as type names.
-constexpr char kInferenceColumns[] =
-    "(registerTime TEXT, lastUpdatedTime TEXT, issueCode TEXT, TR INTEGER, solutionCode INTEGER)";
-constexpr char kSolutionColumns[] =
-    "(registerTime TEXT, issueCode TEXT, solutionCode TEXT, type TEXT, isApply INTEFER)";
-constexpr char kRemainingColumns[] =
-    "(idx TEXT, issue_code TEXT, is_fix TEXT, last_time TEXT, sol_type TEXT, sid_issue TEXT, sid_sol TEXT, "
-    "sid_button1 TEXT, sid_button2 TEXT, action TEXT, toast1 TEST, toast2 TEXT, source TEXT, view_authority TEXT)";
 
 // Another process that looks at the database is done within this time, from its opening on.
 constexpr std::chrono::seconds kLockPatience(1);
@@ -36,11 +29,6 @@ constexpr int kSuccess = 1;
 
 bool IsKnown(EDBName db) {
   return db >= DB_INFERENCE && db <= DB_TEST;
-}
-
-bool IsLink(const std::string& path) {
-  struct stat info {};
-  return lstat(SystemPath(path).c_str(), &info) == 0 && S_ISLNK(info.st_mode);
 }
 
 std::string TextOf(sqlite3_stmt* row, int column) {
@@ -188,8 +176,8 @@ int TCDBManager::m_GetLimitForTableCnt(EDBName db) {
 
 std::string TCDBManager::m_GetQueryForCreateTable(std::string table) {
   VEXILO_LOGD("m_GetQueryForCreateTable");
-  if (table == kTables[DB_INFERENCE] || table == kTables[DB_TEST]) return kInferenceColumns;
-  if (table == kTables[DB_SOLUTION]) return kSolutionColumns;
+  if (table == kTables[DB_INFERENCE] || table == kTables[DB_TEST]) return trevlin_tables::kInferenceColumns;
+  if (table == kTables[DB_SOLUTION]) return trevlin_tables::kSolutionColumns;
   if (table == kTables[DB_REMAINING]) return kRemainingColumns;
   return "";
 }

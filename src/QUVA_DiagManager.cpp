@@ -4,9 +4,9 @@
 #include <glib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
+#include "AppIds.h"
 #include "QUVA_DiagResultManager.h"
 #include "SettingsKeys.h"
 #include "TaskManagerRequests.h"
@@ -22,9 +22,6 @@ GMainLoop* loop = nullptr;
 namespace {
 
 constexpr unsigned long kInferenceWait = 10000000;  // microseconds
-// The inputs that count as HDMI for the signal check.
-constexpr int kHdmiSources[] = {13, 14, 15, 16, 38, 39, 46, 47};
-constexpr char kNetworkSettingApp[] = "org.varno.NetworkSetting-Varno";
 
 template <typename Entry>
 void Resolve(void* library, const char* name, Entry& entry) {
@@ -156,13 +153,12 @@ std::string QUVA_DiagManager::StartSelfDiagnosis(const char* item) {
   VEXILO_LOGI("StartSelfDiagnosis!!!!!!!!!!!!!");
   if (std::strcmp(item, "NetworkSetting") == 0) {
     VEXILO_LOGI("launch Network Setting");
-    if (m_launchApp) m_launchApp(kNetworkSettingApp);
+    if (m_launchApp) m_launchApp(app_ids::kNetworkSetting);
     return "";
   }
   if (std::strcmp(item, "SignalInfo") == 0) {
     VEXILO_LOGI("launch Signal Info from QUVA Native side");
-    const int source = GetCurrentSourceInfo();
-    if (std::find(std::begin(kHdmiSources), std::end(kHdmiSources), source) != std::end(kHdmiSources)) {
+    if (IsHdmiForSignalCheck(GetCurrentSourceInfo())) {
       VEXILO_LOGI("HDMI MODE");
       return "hdmi-information";
     }

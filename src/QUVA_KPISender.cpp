@@ -1,12 +1,12 @@
 #include "QUVA_KPISender.h"
 
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
 #include <utility>
 
+#include "SafeFile.h"
 #include "VexiloLog.h"
 #include "c_handle.h"
 #include "kpi_logger.h"
@@ -28,10 +28,6 @@ constexpr int kEventStored = 1;
 
 std::string Mebibytes(unsigned long blocks, unsigned long blockSize) {
   return std::to_string(blocks * (blockSize / 1024) / 1024);
-}
-
-bool Exists(const char* path) {
-  return access(SystemPath(path).c_str(), F_OK) == 0;
 }
 
 }  // namespace
@@ -106,10 +102,10 @@ void QUVA_KPISender::m_readSeries() {
 }
 
 void QUVA_KPISender::m_readImageType() {
-  if (Exists(set_paths::kReleaseMark))
+  if (FileExists(set_paths::kReleaseMark))
     m_imageType = "release";
   else
-    m_imageType = Exists(set_paths::kDebugMark) ? "debug" : "perf";
+    m_imageType = FileExists(set_paths::kDebugMark) ? "debug" : "perf";
 }
 
 void QUVA_KPISender::m_readPlatform() {

@@ -15,6 +15,18 @@ bool IsPlainName(const std::string& name) {
   return !name.empty() && name.front() != '.' && IsPlain(name);
 }
 
+bool FileExists(const std::string& path) {
+  return access(SystemPath(path).c_str(), F_OK) == 0;
+}
+
+bool IsLink(const std::string& path) {
+  struct stat info {};
+  errno = 0;
+  if (lstat(SystemPath(path).c_str(), &info) == 0) return S_ISLNK(info.st_mode);
+  if (errno == ENOENT) errno = 0;
+  return false;
+}
+
 FileHandle OpenFileWithoutLinks(const std::string& path) {
   FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
   struct stat info {};
@@ -34,9 +46,7 @@ bool HasNoLinks(const std::string& path) {
   const std::string folder = full.substr(0, full.rfind('/'));
   const CText resolved(realpath(folder.c_str(), nullptr));
   if (!resolved) return false;
-  struct stat info {};
-  const bool isLink = lstat(full.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
-  if (!isLink && folder == resolved.get()) return true;
+  if (!IsLink(path) && folder == resolved.get()) return true;
   errno = ELOOP;
   return false;
 }

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/databases.h"
 #include "support/files.h"
-#include "support/remaining_rows.h"
 
 namespace {
 

@@ -21,9 +21,9 @@
 #include "CUtils.h"
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_Storage.h"
+#include "support/databases.h"
 #include "support/diagnosis.h"
 #include "support/files.h"
-#include "support/remaining_rows.h"
 #include "support/usage_events.h"
 
 namespace {

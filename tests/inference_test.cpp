@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "set_paths.h"
+#include "support/databases.h"
 #include "support/files.h"
-#include "support/remaining_rows.h"
 #include "trevlin/collectors/readings.h"
 #include "trevlin/inference.h"
 #include "trevlin/rule_histories.h"

@@ -11,8 +11,8 @@
 #include <csignal>
 
 #include "set_paths.h"
+#include "support/databases.h"
 #include "support/files.h"
-#include "support/remaining_rows.h"
 #include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
 

@@ -10,6 +10,11 @@ inline constexpr char kCobaltPackage[] = "9Ur5IzDKqV";
 /// The id of the care application; also its text domain.
 inline constexpr char kCareApplication[] = "com.tornelo.TVVexilo";
 
+/// The extra of a request that says where the care application is launched from, and its value for a quick diagnosis
+/// without a screen.
+inline constexpr char kLaunchMechanism[] = "launch_mech";
+inline constexpr char kBackgroundLaunch[] = "bg_inference";
+
 // int, 1 for on: high contrast, larger texts, spoken texts.
 inline constexpr char kHighContrastKey[] = "db/menu/system/accessibility/highcontrast";
 inline constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";

@@ -24,7 +24,6 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kFailed = -1;
-constexpr char kDeclined[] = "cancel";
 
 // The engine knows issues by 32-bit numbers.
 void CheckCodes(const QUVA_SolutionMap& map) {

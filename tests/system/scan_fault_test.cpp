@@ -13,6 +13,7 @@
 
 #include "support/remaining_rows.h"
 #include "support/set_with_screen.h"
+#include "trevlin_tables.h"
 #include "vconf.h"
 
 namespace {
@@ -233,14 +234,15 @@ std::string ManySolutions() {
 }
 
 constexpr char kManyTransitions[] = R"(
-  CREATE TABLE inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, issueCode TEXT, TR INTEGER, solutionCode INTEGER);
   WITH RECURSIVE issue(code) AS (SELECT 30000000 UNION ALL SELECT code + 1 FROM issue LIMIT 1000)
   INSERT INTO inferenceTBL SELECT '2026-03-07T09:05:00', '2026-03-07T09:05:00', code, 1, 0 FROM issue;)";
 
 TEST_F(ScanFault, ThousandIssues) {
   std::ofstream(SystemPath(set_paths::kSolutionMap)) << ManySolutions();
   fs::remove(SystemPath(set_paths::kRules));
-  Execute(OpenDatabase(set_paths::kInferenceDb).get(), kManyTransitions);
+  using namespace trevlin_tables;
+  const std::string table = std::string("CREATE TABLE ") + kInference + kInferenceColumns + ";";
+  Execute(OpenDatabase(set_paths::kInferenceDb).get(), table + kManyTransitions);
   const auto daemon = StartDaemon();
   {
     RunningApp app(kScanAtOnce);

@@ -65,7 +65,8 @@ struct Request {
 
 /// Whether a request is to be worked off without a screen.
 bool IsForBackground(const Extras& extras) {
-  return std::ranges::find(extras, Extras::value_type("launch_mech", "bg_inference")) != extras.end();
+  return std::ranges::find(extras, Extras::value_type(set_names::kLaunchMechanism, set_names::kBackgroundLaunch)) !=
+         extras.end();
 }
 
 void TakeForeground() {

@@ -13,6 +13,7 @@
 #include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "trevlin_tables.h"
 
 namespace trevlin {
 
@@ -129,22 +130,17 @@ bool IsTime(const std::string& text) {
 
 Database::File Database::InferenceFile() {
   return {.path = set_paths::kInferenceDb,
-          .table = "inferenceTBL",
-          .createTable =
-              "CREATE TABLE IF NOT EXISTS inferenceTBL(registerTime TEXT, lastUpdatedTime TEXT, "
-              "issueCode TEXT, TR INTEGER, solutionCode INTEGER);",
+          .table = trevlin_tables::kInference,
+          .columns = trevlin_tables::kInferenceColumns,
           .createIndex = "CREATE INDEX IF NOT EXISTS inferenceIDX ON inferenceTBL(issueCode, TR, lastUpdatedTime);",
           .selectSql = kSelectTransitions,
           .insertSql = kInsertTransition};
 }
 
-// "INTEFER" is how the column's type has always been spelt.
 Database::File Database::SolutionFile() {
   return {.path = set_paths::kSolutionDb,
-          .table = "solutionTBL",
-          .createTable =
-              "CREATE TABLE IF NOT EXISTS solutionTBL(registerTime TEXT, issueCode TEXT, "
-              "solutionCode TEXT, type TEXT, isApply INTEFER);",
+          .table = trevlin_tables::kSolution,
+          .columns = trevlin_tables::kSolutionColumns,
           .createIndex = "CREATE INDEX IF NOT EXISTS solutionIDX ON solutionTBL(issueCode, registerTime);",
           .selectSql = kSelectNewestSolution,
           .insertSql = kInsertSolution};
@@ -453,7 +449,8 @@ bool Database::PrepareTables(File& file) {
   file.hasTable = step == SQLITE_ROW;
   if (m_access == Access::kReadOnly) return true;
   if (!file.hasTable) {
-    file.hasTable = Execute(db, file.createTable);
+    file.hasTable =
+        Execute(db, std::string("CREATE TABLE IF NOT EXISTS ").append(file.table).append(file.columns).c_str());
     if (!file.hasTable) Log(file, DLOG_WARN, "its table cannot be made: " + Reason(db));
   }
   if (file.hasTable && !Execute(db, file.createIndex))

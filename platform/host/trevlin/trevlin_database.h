@@ -114,7 +114,7 @@ class Database {
   struct File {
     const char* path;
     const char* table;
-    const char* createTable;
+    const char* columns;
     const char* createIndex;
     const char* selectSql;
     const char* insertSql;

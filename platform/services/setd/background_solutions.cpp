@@ -16,8 +16,6 @@ namespace setd {
 
 namespace {
 
-constexpr char kBackground[] = "bg";
-
 QUVA::QUVA_SolutionMap ReadMap() {
   using QUVA::MapReading;
   QUVA::QUVA_SolutionMap map;
@@ -75,7 +73,7 @@ void ApplyBackgroundSolutions(trevlin::Database& database, const trevlin::Outcom
   if (there.empty()) return;
   for (const QUVA::QUVA_Solution& solution : ReadMap().solutions) {
     const int code = std::atoi(solution.issue_code.c_str());
-    if (solution.is_fg_bg != kBackground || !there.contains(code)) continue;
+    if (solution.is_fg_bg != QUVA::kBackgroundSolution || !there.contains(code)) continue;
     if (const auto since = DueSince(database, code)) Apply(database, solution, *since);
   }
 }

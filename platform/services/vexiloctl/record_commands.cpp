@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "QUVA_DBManager.h"
+#include "RemainingStore.h"
 #include "base/atomic_file.h"
 #include "base/sqlite_handle.h"
 #include "c_handle.h"
@@ -57,15 +58,6 @@ std::vector<std::string> ReadLines(const std::string& path) {
 
 using RemainingRow = std::vector<std::string>;
 
-const std::vector<std::string>& RemainingColumns() {
-  using namespace QUVA;
-  static const std::vector<std::string> columns = {
-      Column::idx,       Column::issue_code, Column::is_fix,      Column::last_time,     Column::sol_type,
-      Column::sid_issue, Column::sid_sol,    Column::sid_button1, Column::sid_button2,   Column::action,
-      Column::toast1,    Column::toast2,     Column::source,      Column::view_authority};
-  return columns;
-}
-
 SqliteDb OpenToRead(const char* path) {
   sqlite3* handle = nullptr;
   // Writable, where it can be: what a writer that died has left half-done is taken back first.
@@ -81,20 +73,22 @@ std::vector<RemainingRow> ReadRemaining() {
   const char* path = set_paths::kRemainingDb;
   if (!Look(path)) return {};
   const SqliteDb db = OpenToRead(path);
-  const SqliteStatement table = PrepareStatement(db.get(), "SELECT 1 FROM sqlite_master WHERE name = 'remainingTBL'");
+  const std::string name = QUVA::kRemainingTable;
+  const SqliteStatement table = PrepareStatement(db.get(), "SELECT 1 FROM sqlite_master WHERE name = '" + name + "'");
   const int hasTable = table ? sqlite3_step(table.get()) : SQLITE_ERROR;
   if (hasTable == SQLITE_DONE) return {};
   if (hasTable != SQLITE_ROW) Fail(path, sqlite3_errmsg(db.get()));
 
   std::string query;
-  for (const std::string& column : RemainingColumns()) query.append(query.empty() ? "SELECT " : ", ").append(column);
-  const SqliteStatement select = PrepareStatement(db.get(), query.append(" FROM remainingTBL ORDER BY rowid"));
+  for (const std::string& column : QUVA::RemainingColumnNames())
+    query.append(query.empty() ? "SELECT " : ", ").append(column);
+  const SqliteStatement select = PrepareStatement(db.get(), query.append(" FROM " + name + " ORDER BY rowid"));
   if (!select) Fail(path, sqlite3_errmsg(db.get()));
   std::vector<RemainingRow> rows;
   int step;
   while ((step = sqlite3_step(select.get())) == SQLITE_ROW) {
     RemainingRow& row = rows.emplace_back();
-    for (size_t i = 0; i < RemainingColumns().size(); ++i)
+    for (size_t i = 0; i < QUVA::RemainingColumnNames().size(); ++i)
       row.emplace_back(ColumnText(select.get(), static_cast<int>(i)));
   }
   if (step != SQLITE_DONE) Fail(path, sqlite3_errmsg(db.get()));
@@ -102,7 +96,7 @@ std::vector<RemainingRow> ReadRemaining() {
 }
 
 const std::string& Cell(const RemainingRow& row, const std::string& column) {
-  const auto& columns = RemainingColumns();
+  const auto& columns = QUVA::RemainingColumnNames();
   return row[static_cast<size_t>(std::find(columns.begin(), columns.end(), column) - columns.begin())];
 }
 
@@ -175,7 +169,7 @@ void RemainingList(const Arguments& arguments) {
     listing.Add(
         [&] {
           Json::Value object;
-          for (size_t i = 0; i < row.size(); ++i) object[RemainingColumns()[i]] = row[i];
+          for (size_t i = 0; i < row.size(); ++i) object[QUVA::RemainingColumnNames()[i]] = row[i];
           object["title"] = title;
           return object;
         },

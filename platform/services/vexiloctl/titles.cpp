@@ -2,8 +2,6 @@
 
 #include <libintl.h>
 
-#include <cstdlib>
-
 #include "SettingsKeys.h"
 #include "SolutionMap.h"
 #include "Texts.h"
@@ -15,11 +13,6 @@
 namespace vexiloctl {
 
 namespace {
-
-// As a diagnosis reads the codes of the map.
-long Number(const std::string& code) {
-  return std::strtol(code.c_str(), nullptr, 10);
-}
 
 /// What there is of the map. A complaint tells why not all.
 QUVA::QUVA_SolutionMap ReadMap() {
@@ -41,7 +34,7 @@ Titles::Titles() {
   bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
   bind_textdomain_codeset(QUVA::kApplicationId, "UTF-8");
   for (QUVA::QUVA_Solution& solution : ReadMap().solutions)
-    m_messageIds.try_emplace(Number(solution.issue_code), std::move(solution.sid_issue));
+    m_messageIds.try_emplace(QUVA::NumberOf(solution.issue_code), std::move(solution.sid_issue));
 }
 
 bool Titles::HasIssue(int code) const {
@@ -49,7 +42,7 @@ bool Titles::HasIssue(int code) const {
 }
 
 std::string Titles::OfIssue(const std::string& code) const {
-  const auto found = m_messageIds.find(Number(code));
+  const auto found = m_messageIds.find(QUVA::NumberOf(code));
   return found == m_messageIds.end() ? "" : OfMessage(found->second);
 }
 

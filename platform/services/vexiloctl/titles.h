@@ -23,7 +23,7 @@ class Titles {
   std::string OfMessage(const std::string& id) const;
 
  private:
-  std::unordered_map<long, std::string> m_messageIds;
+  std::unordered_map<int, std::string> m_messageIds;
 };
 
 }  // namespace vexiloctl

@@ -1,0 +1,25 @@
+#pragma once
+/// @file
+/// The issues that remained from the last scan, in a database of their own. Failures are lines in the log. Thread rule:
+/// the result manager calls one after the other.
+
+#include <string>
+#include <vector>
+
+#include "QUVA_Records.h"
+
+namespace QUVA {
+
+/// The names of the stored columns, in the table's order.
+const std::vector<std::string>& RemainingColumnNames();
+
+/// Replaces the stored rows.
+void SaveRemaining(const std::vector<MapToDBTable>& rows);
+/// Appends the stored rows to `rows`, in the table's order, without the solutions' names. False when a row's index is
+/// not possible: neither that row nor any that follows is there then.
+bool LoadRemaining(std::vector<MapToDBTable>& rows);
+void ClearRemaining();
+/// Deletes the rows of one issue.
+void DeleteRemaining(const std::string& issueCode);
+
+}  // namespace QUVA

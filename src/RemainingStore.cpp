@@ -1,0 +1,160 @@
+#include "RemainingStore.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <list>
+#include <variant>
+
+#include "QUVA_DBManager.h"
+#include "VexiloLog.h"
+
+namespace QUVA {
+
+namespace {
+
+// What of a row a column of the table holds; all are stored as texts.
+struct StoredField {
+  const std::string& column;
+  std::variant<std::string MapToDBTable::*, int32_t MapToDBTable::*> field;
+
+  std::string Get(const MapToDBTable& row) const {
+    if (const auto* text = std::get_if<std::string MapToDBTable::*>(&field)) return row.**text;
+    return std::to_string(row.*std::get<int32_t MapToDBTable::*>(field));
+  }
+  void Set(MapToDBTable& row, const std::string& value) const {
+    if (const auto* text = std::get_if<std::string MapToDBTable::*>(&field))
+      row.** text = value;
+    else
+      row.*std::get<int32_t MapToDBTable::*>(field) = NumberOf(value);
+  }
+};
+
+// In the table's order.
+const StoredField kFields[] = {
+    {Column::idx, &MapToDBTable::index},
+    {Column::issue_code, &MapToDBTable::issue_code},
+    {Column::is_fix, &MapToDBTable::is_fix},
+    {Column::last_time, &MapToDBTable::last_time},
+    {Column::sol_type, &MapToDBTable::sol_type},
+    {Column::sid_issue, &MapToDBTable::sid_issue},
+    {Column::sid_sol, &MapToDBTable::sid_sol},
+    {Column::sid_button1, &MapToDBTable::sid_button1},
+    {Column::sid_button2, &MapToDBTable::sid_button2},
+    {Column::action, &MapToDBTable::action},
+    {Column::toast1, &MapToDBTable::toast1},
+    {Column::toast2, &MapToDBTable::toast2},
+    {Column::source, &MapToDBTable::source},
+    {Column::view_authority, &MapToDBTable::view_authority},
+};
+constexpr size_t kFieldCount = std::size(kFields);
+
+// Opens the database for as long as it lives.
+class RemainingDb {
+ public:
+  RemainingDb() { m_manager->OpenDB(DB_REMAINING); }
+  ~RemainingDb() { m_manager->CloseDB(); }
+  RemainingDb(const RemainingDb&) = delete;
+  RemainingDb& operator=(const RemainingDb&) = delete;
+  TCDBManager* operator->() const { return m_manager; }
+
+ private:
+  TCDBManager* m_manager = TCDBManager::GetInstance();
+};
+
+std::string Doubled(const std::string& text, char quote) {
+  std::string out;
+  out.reserve(text.size());
+  for (const char c : text) out.append(c == quote ? 2 : 1, c);
+  return out;
+}
+
+// The values for an INSERT statement, which puts each between double quotes.
+std::list<std::string> ToValues(const MapToDBTable& row) {
+  std::list<std::string> values;
+  for (const StoredField& field : kFields) {
+    const std::string value = field.Get(row);
+    if (value.find('"') != std::string::npos)
+      VEXILO_LOGE("%s of issue %s holds a double quote: [%s]", field.column.c_str(), row.issue_code.c_str(),
+                  value.c_str());
+    values.push_back(Doubled(value, '"'));
+  }
+  return values;
+}
+
+// A list of the values of all rows for each column.
+using StoredColumns = std::vector<std::string>[kFieldCount];
+
+// Columns are read one by one, so another process or a damaged file can leave them of different lengths.
+bool HasRow(const StoredColumns& columns, size_t i) {
+  return std::all_of(std::begin(columns), std::end(columns), [i](const auto& column) { return i < column.size(); });
+}
+
+MapToDBTable RowAt(const StoredColumns& columns, size_t i) {
+  MapToDBTable row;
+  for (size_t c = 0; c < kFieldCount; ++c) kFields[c].Set(row, columns[c][i]);
+  return row;
+}
+
+void LogRow(const MapToDBTable& row) {
+  for (const StoredField& field : kFields)
+    VEXILO_LOGD("mdt.%s : %s", &field == kFields ? "index" : field.column.c_str(), field.Get(row).c_str());
+}
+
+void Clear(const RemainingDb& db) {
+  VEXILO_LOGI("ClearRemainingProblems");
+  db->FlushDB(DB_REMAINING);
+}
+
+}  // namespace
+
+const std::vector<std::string>& RemainingColumnNames() {
+  static const auto* names = [] {
+    auto* list = new std::vector<std::string>;
+    for (const StoredField& field : kFields) list->push_back(field.column);
+    return list;
+  }();
+  return *names;
+}
+
+void SaveRemaining(const std::vector<MapToDBTable>& rows) {
+  const RemainingDb db;
+  // The process may end in the middle: the rows of the last scan go when those of this one are there.
+  const bool begun = db->BeginChanges();
+  Clear(db);
+  for (const MapToDBTable& row : rows) {
+    if (begun && !db->IsChanging()) break;
+    db->SetDB(kRemainingTable, ToValues(row));
+  }
+  if (begun && db->IsChanging()) db->EndChanges();
+}
+
+bool LoadRemaining(std::vector<MapToDBTable>& rows) {
+  StoredColumns columns;
+  {
+    const RemainingDb db;
+    for (size_t c = 0; c < kFieldCount; ++c) db->GetDB(DB_REMAINING, kFields[c].column, columns[c]);
+  }
+  const std::vector<std::string>& indexes = columns[0];
+  for (size_t i = 0; i < indexes.size(); ++i) {
+    const long index = std::strtol(indexes[i].c_str(), nullptr, 10);
+    // An index that equals the number of rows has always been taken.
+    if (index < 0 || index > static_cast<long>(indexes.size()) || !HasRow(columns, i)) {
+      VEXILO_LOGE("remaining problem %zu of %zu has the index %s: not loaded", i + 1, indexes.size(),
+                  indexes[i].c_str());
+      return false;
+    }
+    rows.push_back(RowAt(columns, i));
+    LogRow(rows.back());
+  }
+  return true;
+}
+
+void ClearRemaining() {
+  Clear(RemainingDb());
+}
+
+void DeleteRemaining(const std::string& issueCode) {
+  RemainingDb()->DeleteDB(Doubled(issueCode, '\''));
+}
+
+}  // namespace QUVA
