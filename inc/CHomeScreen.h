@@ -7,6 +7,7 @@
 
 #include "CScreen.h"
 #include "CScreenJob.h"
+#include "ErrorReportGate.h"
 #include "QUVA_Records.h"
 #include "c_handle.h"
 
@@ -87,6 +88,8 @@ class CHomeScreen {
   bool m_IsErrorReportOffered();
   void m_PlaceFirstFocus(const char* launchFrom);
   void m_CheckErrorReportPreconditions();
+  /// Launches where the viewer can get what the error report lacks.
+  void m_LaunchWhatOpens(ErrorReportGate gate);
   void m_TakeSolved(const std::string& issueCode);
   void m_Press(Evas_Object* button, const char* kpiText);
 

@@ -5,10 +5,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <set>
 #include <string>
 
+#include "AppState.h"
 #include "CErrorReport.h"
 #include "CGetData.h"
 #include "CHomeScreen.h"
@@ -17,6 +17,7 @@
 #include "CSelfDiagnosis.h"
 #include "CStartDC.h"
 #include "CUtils.h"
+#include "ErrorReportGate.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
 #include "SettingsKeys.h"
@@ -122,18 +123,10 @@ void app_pause(void*) {
 // The error report needs the network and the viewer's consent, which may have changed meanwhile.
 void ResumeErrorReport() {
   VEXILO_LOGI("Resumed for Error Report Screen..");
-  CGetData* const data = CGetData::GetInstance();
-  const bool network = data->m_CheckNetwork();
-  VEXILO_LOGI("network falg is %d", network);
-  if (network) {
-    VEXILO_LOGI("network connected");
-    if (data->m_CheckTermsCond()) {
-      CErrorReport::Instance()->m_CreateErrorReport();
-      return;
-    }
-  } else {
-    VEXILO_LOGI("is is still not connected .. that is close press ");
-  }
+  const ErrorReportGate gate = CheckErrorReportGate();
+  VEXILO_LOGI("%s", gate == ErrorReportGate::kNoNetwork ? "is is still not connected .. that is close press "
+                                                        : "network connected");
+  if (gate == ErrorReportGate::kOpen) return CErrorReport::Instance()->m_CreateErrorReport();
   CHomeScreen::Instance()->m_ShowHomeScreenPostReturn();
 }
 
@@ -160,7 +153,7 @@ void LaunchFirst(const char* launchMech) {
 
 void LaunchAgain(const char* launchMech) {
   VEXILO_LOGI("app is running already.....%s", launchMech ? launchMech : "(null)");
-  if (!launchMech || Equals(launchMech, "menu") || Equals(launchMech, "Orlo")) return;
+  if (!launchMech || Equals(launchMech, launch_source::kMenu) || Equals(launchMech, launch_source::kOrlo)) return;
   if (CGetData::GetInstance()->m_GetCurrentScreen() == SCREEN_SELF_DIAGNOSIS) return;
   VEXILO_LOGI("if launch _mech is not orlo or menu ");
   static char empty[] = "";
@@ -180,13 +173,13 @@ void app_control(app_control_h request, void*) {
   CreateAPIInstance();
   VEXILO_LOGI("Create Trevlin API Instance");
   const CText issueId = ExtraData(request, "ISSUE_ID");
-  const CText launchMech = ExtraData(request, "launch_mech");
+  const CText launchMech = ExtraData(request, set_names::kLaunchMechanism);
   if (!g_running) {
     VEXILO_LOGI("launch_mech is %s", launchMech ? launchMech.get() : "(null)");
     updateVConf(launchMech.get());
   }
   CUtils::Instance().m_pSetLaunchFrom(KeepCopy(launchMech.get()));
-  if (Equals(launchMech.get(), "bg_inference"))
+  if (Equals(launchMech.get(), launch_source::kBackground))
     DiagnoseInBackground(launchMech.get());
   else if (!g_running)
     LaunchFirst(launchMech.get());
@@ -213,12 +206,12 @@ int RunInteractive(int argc, char** argv) {
 
 }  // namespace
 
-/// Records where the application was launched from: 0 for nothing or something unknown.
+/// Records where the application was launched from.
 void updateVConf(char* launchMech) {
-  constexpr const char* kLaunchPoints[] = {nullptr, "menu", "Orlo", "HotelMenu"};
-  int launchPoint = 0;
-  for (size_t i = 1; i < std::size(kLaunchPoints); ++i)
-    if (Equals(launchMech, kLaunchPoints[i])) launchPoint = static_cast<int>(i);
+  int launchPoint = LAUNCH_POINT_OTHER;
+  if (Equals(launchMech, launch_source::kMenu)) launchPoint = LAUNCH_POINT_MENU;
+  if (Equals(launchMech, launch_source::kOrlo)) launchPoint = LAUNCH_POINT_ORLO;
+  if (Equals(launchMech, launch_source::kHotelMenu)) launchPoint = LAUNCH_POINT_HOTEL_MENU;
   if (vconf_set_int(kLaunchPointKey, launchPoint) != 0) VEXILO_LOGE("Setting %s failed", kLaunchPointKey);
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "AppIds.h"
 #include "CErrorReport.h"
 #include "CGetData.h"
 #include "CManageStorage.h"
@@ -29,9 +30,6 @@ constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
 constexpr char kPartnerFeature[] = "com.tornelo/featureconf/product.partner.string_id";
 constexpr char kReportChipSet[] = "OSCARP";
 constexpr char kReportLocalSet[] = "KOR";
-constexpr char kMenuApp[] = "org.varno.menu";
-constexpr char kWizardApp[] = "org.varno.wizard";
-constexpr char kSupportApp[] = "org.varno.request-support";
 
 constexpr double kMargin = 11;  // units, as all sizes here
 constexpr double kStateTop = 5;
@@ -168,8 +166,7 @@ void CHomeScreen::m_BuildBottomFrame() {
 std::vector<CHomeScreen::Entry> CHomeScreen::m_EntriesOfThisSet() {
   std::vector<Entry> entries;
   if (!m_isSignage)
-    entries.push_back({m_manageStorage, "TV_SID_DEVICE_MANAGE_STORAGE", "home_storage.svg",
-                       &CHomeScreen::m_ManageStorageBtnClickCall});
+    entries.push_back({m_manageStorage, kStorageTitle, "home_storage.svg", &CHomeScreen::m_ManageStorageBtnClickCall});
   entries.push_back(
       {m_selfDiagnosis, "SID_SELF_DIAGNOSIS", "home_diagnosis.svg", &CHomeScreen::m_SelfDiagCareBtnClickCall});
   if (m_IsRequestSupportOffered())
@@ -202,26 +199,25 @@ void CHomeScreen::m_PlaceFirstFocus(const char* launchFrom) {
   const std::string source = launchFrom ? launchFrom : "";
   Evas_Object* const proposed = m_GetDCIssues().empty() ? m_startCare : m_remainingIssues;
   Evas_Object* asked = nullptr;
-  if (source == "request-support") asked = m_requestSupport;
-  if (source == "ErrorReport") asked = m_errorReport;
+  if (source == launch_source::kRequestSupport) asked = m_requestSupport;
+  if (source == launch_source::kErrorReport) asked = m_errorReport;
   m_screen.m_RememberFocus(asked ? asked : proposed);
   m_screen.m_RestoreFocus();
-  if (source == "ErrorReport") m_CheckErrorReportPreconditions();
+  if (source == launch_source::kErrorReport) m_CheckErrorReportPreconditions();
 }
 
 // The viewer wanted the error report, which could not be opened: goes to where that can be mended.
 void CHomeScreen::m_CheckErrorReportPreconditions() {
   VEXILO_LOGI("on home screen network nt connected so - launch menu ");
-  CGetData* const data = CGetData::GetInstance();
-  const bool network = data->m_CheckNetwork();
-  VEXILO_LOGI("network falg is %d", network);
-  if (!network) {
-    VEXILO_LOGI("network is not  connected currently");
-    data->ProcessLaunchApp(kMenuApp);
-  } else if (!data->m_CheckTermsCond()) {
-    VEXILO_LOGI("network is connected but terms & cond no ");
-    data->ProcessLaunchApp(kWizardApp);
-  }
+  const ErrorReportGate gate = CheckErrorReportGate();
+  if (gate == ErrorReportGate::kNoNetwork) VEXILO_LOGI("network is not  connected currently");
+  if (gate == ErrorReportGate::kNoConsent) VEXILO_LOGI("network is connected but terms & cond no ");
+  m_LaunchWhatOpens(gate);
+}
+
+void CHomeScreen::m_LaunchWhatOpens(ErrorReportGate gate) {
+  if (gate == ErrorReportGate::kNoNetwork) CGetData::GetInstance()->ProcessLaunchApp(app_ids::kMenu);
+  if (gate == ErrorReportGate::kNoConsent) CGetData::GetInstance()->ProcessLaunchApp(app_ids::kWizard);
 }
 
 void CHomeScreen::m_HideHomeScreen() {
@@ -314,20 +310,14 @@ void CHomeScreen::m_ErrorReportBtnClickCall() {
 }
 
 void CHomeScreen::m_CheckForNetworkAndTermsAgreement() {
-  CGetData* const data = CGetData::GetInstance();
-  const bool network = data->m_CheckNetwork();
-  VEXILO_LOGI("network falg is %d", network);
-  if (!network) {
-    VEXILO_LOGI("network nt connected");
-    data->ProcessLaunchApp(kMenuApp);
-  } else if (data->m_CheckTermsCond()) {
-    VEXILO_LOGI("T&C accepted & network too connected");
-    m_HideHomeScreen();
-    CErrorReport::Instance()->m_CreateErrorReport();
-  } else {
-    VEXILO_LOGI(" T&C not accepted Launch Wizard");
-    data->ProcessLaunchApp(kWizardApp);
-  }
+  const ErrorReportGate gate = CheckErrorReportGate();
+  if (gate == ErrorReportGate::kNoNetwork) VEXILO_LOGI("network nt connected");
+  if (gate == ErrorReportGate::kNoConsent) VEXILO_LOGI(" T&C not accepted Launch Wizard");
+  m_LaunchWhatOpens(gate);
+  if (gate != ErrorReportGate::kOpen) return;
+  VEXILO_LOGI("T&C accepted & network too connected");
+  m_HideHomeScreen();
+  CErrorReport::Instance()->m_CreateErrorReport();
 }
 
 void CHomeScreen::m_RequestSupportBtnClickCall() {
@@ -335,7 +325,7 @@ void CHomeScreen::m_RequestSupportBtnClickCall() {
   m_screen.m_RememberFocus(m_requestSupport);
   if (!m_isRequestSupportAvailable) return m_ShowToast();
   m_Press(m_requestSupport, "Request Support");
-  CGetData::GetInstance()->ProcessLaunchApp(kSupportApp);
+  CGetData::GetInstance()->ProcessLaunchApp(app_ids::kRequestSupport);
 }
 
 void CHomeScreen::m_HandleRSFocus() {

@@ -11,6 +11,7 @@
 #include "CMotion.h"
 #include "CSelfDiagnosis.h"
 #include "CStartDC.h"
+#include "ErrorReportGate.h"
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
@@ -126,27 +127,23 @@ void CLoadingScreen::m_End() {
 
 void CLoadingScreen::m_OpenNextScreen() {
   const std::string_view source = m_launchFrom ? m_launchFrom : "";
-  if (source == "StartVexilo")
+  if (source == launch_source::kScan)
     CStartDC::Instance()->m_StartDC();
   else if (CSelfDiagnosis::m_IsLaunchSource(source))
     CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true);
-  else if (source == "ErrorReport")
+  else if (source == launch_source::kErrorReport)
     m_OpenErrorReport();
   else
-    CHomeScreen::Instance()->m_CreateHomeScreen(source == "request-support" ? KeepCopy(m_launchFrom) : nullptr);
+    CHomeScreen::Instance()->m_CreateHomeScreen(source == launch_source::kRequestSupport ? KeepCopy(m_launchFrom)
+                                                                                         : nullptr);
 }
 
 void CLoadingScreen::m_OpenErrorReport() {
-  CGetData* const data = CGetData::GetInstance();
   CUtils::Instance().m_SetExitOnPause(true);
-  data->m_SetCurrentScreen(SCREEN_ERROR_REPORT);
-  const bool network = data->m_CheckNetwork();
-  VEXILO_LOGI("network falg while launch_mech is %d", network);
-  if (network && data->m_CheckTermsCond()) {
-    CErrorReport::Instance()->m_CreateErrorReport();
-    return;
-  }
-  if (network)
+  CGetData::GetInstance()->m_SetCurrentScreen(SCREEN_ERROR_REPORT);
+  const ErrorReportGate gate = CheckErrorReportGate("while launch_mech ");
+  if (gate == ErrorReportGate::kOpen) return CErrorReport::Instance()->m_CreateErrorReport();
+  if (gate == ErrorReportGate::kNoConsent)
     VEXILO_LOGI("T& c nt accepted so wizard is launched");
   else
     VEXILO_LOGI("since n/w nt connected so home screen launched with focus on Error Report ");
