@@ -100,6 +100,7 @@ class TCDBManager {
   int m_Select(std::string table, std::vector<std::string>& out);
   int m_Select(std::string table, std::string columns, std::vector<std::string>& out);
   int m_SqlExecute(std::string query);
+  const char* m_Problem() const;
   static int m_WaitForLock(void* self, int attempt);
 
   template <typename AppendColumn>

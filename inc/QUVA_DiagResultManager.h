@@ -55,7 +55,7 @@ class QUVA_DiagResultManager {
 
   // ---- remaining problems: 1 for success or something found, 0 otherwise
 
-  /// Replaces the stored rows by those rows of the table that are shown here and now.
+  /// Replaces the stored rows by those rows of the table that are shown here and now; all of them or, with 0, none.
   int SaveRemainingProblems();
   /// Replaces the table by the stored rows. 0 as well when a stored index is not possible.
   int LoadRemainingProblems();

@@ -13,8 +13,9 @@ namespace QUVA {
 /// The names of the stored columns, in the table's order.
 const std::vector<std::string>& RemainingColumnNames();
 
-/// Replaces the stored rows.
-void SaveRemaining(const std::vector<MapToDBTable>& rows);
+/// Replaces the stored rows, or changes nothing and returns false: when another process holds the database, or the disk
+/// is full. A row that alone cannot be stored is left out.
+bool SaveRemaining(const std::vector<MapToDBTable>& rows);
 /// Appends the stored rows to `rows`, in the table's order, without the solutions' names. False when a row's index is
 /// not possible: neither that row nor any that follows is there then.
 bool LoadRemaining(std::vector<MapToDBTable>& rows);

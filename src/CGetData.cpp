@@ -160,7 +160,7 @@ void CGetData::sendAppList() {
 }
 
 void CGetData::m_fillRecord(const was_app_info_s& app, int index, ListBuild& build, app_list_struct& record) {
-  VEXILO_LOGI("Fetching information for %d -> %s...", index, app.title);
+  VEXILO_LOGD("Fetching information for %d -> %s...", index, app.title);
   PackageClient client(pkgmgr_client_new(PC_REQUEST));
   if (!client) {
     VEXILO_LOGE("out of memory");
@@ -172,7 +172,7 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, ListBuild& bui
   long long total = getAppSize(client.get(), app.package_id, PM_GET_TOTAL_SIZE, &totalResult);
   if (title == kYouTubeTitle) {
     total = Sum({total, getAppSizeForYoutube()});
-    VEXILO_LOGI("final value of appsize for Youtube is %lld", total);
+    VEXILO_LOGD("final value of appsize for Youtube is %lld", total);
   }
   long data = 0;
   long cache = 0;
@@ -183,7 +183,7 @@ void CGetData::m_fillRecord(const was_app_info_s& app, int index, ListBuild& bui
   const std::string icon = IconPath(app.icon_dir, build.panel8K);
   const long long webCache = WebCacheSize(app.app_id);
   if (!IsShownToViewer(title, build.hasConsent)) {
-    VEXILO_LOGI("T&C NOT accepted");
+    VEXILO_LOGD("T&C NOT accepted");
     return;
   }
   if (!FileExists(icon)) {
@@ -226,15 +226,15 @@ void CGetData::sendAppData(const std::string& packageName, const std::string& ap
   int totalResult = PKGMGR_R_OK;
   int dataResult = PKGMGR_R_OK;
   long total = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_TOTAL_SIZE, &totalResult));
-  VEXILO_LOGI("Total App Data size for requested app with Package name : %s and Varno ID : %s is %ld",
+  VEXILO_LOGD("Total App Data size for requested app with Package name : %s and Varno ID : %s is %ld",
               packageName.c_str(), appId.c_str(), total);
   if (packageName == set_names::kCobaltPackage) {
-    VEXILO_LOGI("For utube");
+    VEXILO_LOGD("For utube");
     total = static_cast<long>(Sum({total, getAppSizeForYoutube()}));
-    VEXILO_LOGI("final value of appsize for Youtube is %ld", total);
+    VEXILO_LOGD("final value of appsize for Youtube is %ld", total);
   }
   const long packageData = static_cast<long>(getAppSize(client.get(), packageName, PM_GET_DATA_SIZE, &dataResult));
-  VEXILO_LOGI("App Data + App Cache size for requested app with Package name : %s and Varno ID : %s is %ld",
+  VEXILO_LOGD("App Data + App Cache size for requested app with Package name : %s and Varno ID : %s is %ld",
               packageName.c_str(), appId.c_str(), packageData);
   // The web engine's cache lies outside the package, and goes with the package's own.
   const long webCache = static_cast<long>(WebCacheSize(appId));
@@ -342,7 +342,7 @@ bool CGetData::m_GetTypeOfTV() {
 bool CGetData::m_CheckForSwModel(const std::string& prefix) {
   const size_t found = GetSwModel().rfind(prefix);
   if (found == std::string::npos) return false;
-  VEXILO_LOGI("at found index is %zu", found);
+  VEXILO_LOGD("at found index is %zu", found);
   return found == 0;
 }
 
@@ -363,10 +363,10 @@ std::string CGetData::GetStdoutFromCommand(const std::string& command) {
   const std::unique_ptr<FILE, CRelease<&pclose>> pipe(popen((command + " 2>&1").c_str(), "re"));
   char line[256];
   if (!pipe || !std::fgets(line, sizeof line, pipe.get())) return "";
-  VEXILO_LOGI("Buffer1 is : %s", line);
+  VEXILO_LOGD("Buffer1 is : %s", line);
   char word[sizeof line] = "";
   std::sscanf(line, "%255s %*s", word);
-  VEXILO_LOGI("Buffer2 is : %s", word);
+  VEXILO_LOGD("Buffer2 is : %s", word);
   return word;
 }
 

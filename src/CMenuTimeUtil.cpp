@@ -127,7 +127,7 @@ int CMenuTimeUtil::GetRegionKind() {
     VEXILO_LOGE("system_info_get_value_int(SYSTEM_INFO_KEY_REGION_KIND) returned error");
     return kUnknownRegion;
   }
-  VEXILO_LOGI("region kind : %d", kind);
+  VEXILO_LOGD("region kind : %d", kind);
   return kind;
 }
 
@@ -136,11 +136,11 @@ void CMenuTimeUtil::GetLanguageLocale(char* languageLocale, system_info_language
     VEXILO_LOGE("languageLocale == NULL");
     return;
   }
-  VEXILO_LOGI("langauge : %d", language);
+  VEXILO_LOGD("langauge : %d", language);
   const auto found = languageInfoMap.find(language);
   const char* const locale = found == languageInfoMap.end() ? kUnknownLocale : found->second.second.c_str();
   std::snprintf(languageLocale, kLocaleSize, "%s", locale);
-  VEXILO_LOGI("langauge : %d,languageLocale:%s", language, languageLocale);
+  VEXILO_LOGD("langauge : %d,languageLocale:%s", language, languageLocale);
 }
 
 int CMenuTimeUtil::GetCurrentLanguage(char** languageLocale) {
@@ -149,7 +149,7 @@ int CMenuTimeUtil::GetCurrentLanguage(char** languageLocale) {
     VEXILO_LOGE("*languageLocale==NULL");
     return -1;
   }
-  VEXILO_LOGI("languageLocale = %s", *languageLocale);
+  VEXILO_LOGD("languageLocale = %s", *languageLocale);
   return 0;
 }
 
@@ -157,14 +157,14 @@ int CMenuTimeUtil::GetTimeFormatType() {
   char* text = nullptr;
   GetCurrentLanguage(&text);
   const CText current(text);
-  VEXILO_LOGI("pCurrentLocale[%s]", current ? current.get() : "(null)");
+  VEXILO_LOGD("pCurrentLocale[%s]", current ? current.get() : "(null)");
   for (const auto& [language, timeFormat] : kLanguageFormats) {
     char locale[kLocaleSize];
     GetLanguageLocale(locale, language);
     if (current && std::strncmp(current.get(), locale, kLocaleSize) == 0) return timeFormat;
   }
   const int region = GetRegionKind();
-  VEXILO_LOGI("nRegionKind[%d]", region);
+  VEXILO_LOGD("nRegionKind[%d]", region);
   const bool known = region >= 1 && region <= static_cast<int>(std::size(kRegionFormats));
   return known ? kRegionFormats[region - 1] : kOtherRegionsFormat;
 }

@@ -329,7 +329,7 @@ void CStartDC::m_GetDiagResults() {
 void CStartDC::m_DiagResCallback(std::vector<MapToDBTable> rows) {
   VEXILO_LOGI("m_DiagResCallback triggered.. Size = %zu", rows.size());
   for (const MapToDBTable& row : rows)
-    VEXILO_LOGI("%s, %s, %s, %s, %s, %s, %s, %s, %s, %s", row.issue_code.c_str(), row.last_time.c_str(),
+    VEXILO_LOGD("%s, %s, %s, %s, %s, %s, %s, %s, %s, %s", row.issue_code.c_str(), row.last_time.c_str(),
                 row.sid_issue.c_str(), row.sid_sol.c_str(), row.sid_button1.c_str(), row.sid_button2.c_str(),
                 row.action.c_str(), row.toast1.c_str(), row.toast2.c_str(), row.sol_type.c_str());
   {

@@ -57,19 +57,19 @@ int GetChannelType() {
   criteria.FetchCurrentService();
   std::vector<TCService> services;
   if (navigation->Fetch(criteria, services) <= 0) {
-    VEXILO_LOGI("Return false");
+    VEXILO_LOGD("Return false");
     return kNoChannel;
   }
   const int type = services.empty() ? kNoChannel : services.front().channelType;
-  VEXILO_LOGI("Channel type : %d", type);
+  VEXILO_LOGD("Channel type : %d", type);
   return type;
 }
 
 int GetCurrentSourceInfo() {
   int source = kNoSource;
   const auto control = TVServiceAPI::CreateSourceControl(kMainScreen);
-  if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGI("GetCurrentSourceInfo success");
-  VEXILO_LOGI("Current source : %d", source);
+  if (control && control->GetCurrentSource(source) > 0) VEXILO_LOGD("GetCurrentSourceInfo success");
+  VEXILO_LOGD("Current source : %d", source);
   return source;
 }
 

@@ -22,13 +22,18 @@ bool IsOnDemand(const std::string& issueCode) {
   return code >= kFirstOnDemandIssue && code <= kLastOnDemandIssue;
 }
 
+void LogFailure(int code, const char* what, int result) {
+  VEXILO_LOGE("GetInferenceDB API Error : %d", result);
+  VEXILO_LOGE("issue %d: its %s cannot be read", code, what);
+}
+
 // Whether the engine could say when the issue became what `type` is, newest first.
 bool AskTransitions(int code, int type, const char* typeName, std::vector<_DTInfDBRecord>& out) {
   const int result = GetInferenceDB(code, type, &out);
   if (result == TREVLIN_NO_MATCH)
     VEXILO_LOGD("No Matching %s InferenceDB : %u", typeName, static_cast<unsigned>(code));
   else if (result != TREVLIN_OK)
-    VEXILO_LOGE("GetInferenceDB API Error : %d", result);
+    LogFailure(code, typeName, result);
   return result == TREVLIN_OK;
 }
 
@@ -58,7 +63,7 @@ std::optional<TrueIssue> FindTrueIssue(int code) {
   if (result == TREVLIN_NO_MATCH)
     VEXILO_LOGD("No Matching SolutionDB : %u", static_cast<unsigned>(code));
   else if (result != TREVLIN_OK)
-    VEXILO_LOGE("GetInferenceDB API Error : %d", result);
+    LogFailure(code, "solution", result);
 
   VEXILO_LOGD("First Inf Result : %d %d %d %s %s", inf.issueCode, inf.transitionType, inf.status, inf.detail.c_str(),
               inf.lastUpdateTime.c_str());
@@ -111,16 +116,16 @@ MapToDBTable RowOf(const QUVA_Solution& solution, const _DTInfDBRecord& inf) {
 
 bool HasCleared(const MapToDBTable& row) {
   const int code = NumberOf(row.issue_code);
-  VEXILO_LOGI("INT_ISSUE_CODE : %d", code);
+  VEXILO_LOGD("INT_ISSUE_CODE : %d", code);
   if (!IsOnDemand(row.issue_code)) return false;
-  VEXILO_LOGI("ONDEMAND ISSUE");
+  VEXILO_LOGD("ONDEMAND ISSUE");
   std::vector<_DTInfDBRecord> falses;
   if (!AskTransitions(code, DT_TRANSITION_TYPE_FALSE, "DT_TRANSITION_TYPE_FALSE", falses)) return false;
   if (falses.empty()) {
-    VEXILO_LOGI("Result is Empty");
+    VEXILO_LOGD("Result is Empty");
     return false;
   }
-  VEXILO_LOGI("INT_RESULT_TR_FALSE_TIME [%s] LAST_TIME [%s]", falses[0].lastUpdateTime.c_str(), row.last_time.c_str());
+  VEXILO_LOGD("INT_RESULT_TR_FALSE_TIME [%s] LAST_TIME [%s]", falses[0].lastUpdateTime.c_str(), row.last_time.c_str());
   return IsLater(falses[0].lastUpdateTime, row.last_time);
 }
 

@@ -64,7 +64,7 @@ TCDBManager::TCDBManager() {
 // ---- operations
 
 int TCDBManager::OpenDB(EDBName db) {
-  VEXILO_LOGI("OpenDB : %d", db);
+  VEXILO_LOGD("OpenDB : %d", db);
   sqlite3_close(m_db);
   m_db = nullptr;
   const std::string path = m_GetDBPath(db);
@@ -96,21 +96,21 @@ int TCDBManager::m_WaitForLock(void* self, int) {
 }
 
 int TCDBManager::CloseDB() {
-  VEXILO_LOGI("CloseDB");
+  VEXILO_LOGD("CloseDB");
   const int result = sqlite3_close(m_db);
   m_db = nullptr;
   return result == SQLITE_OK ? kSuccess : kFailure;
 }
 
 int TCDBManager::SetDB(std::string table, std::list<std::string> values) {
-  VEXILO_LOGI("SetDB");
+  VEXILO_LOGD("SetDB");
   std::string valueText = "(";
   for (const std::string& value : values) valueText += '"' + value + (value == values.back() ? "\")" : "\",");
   return m_Insert(table, valueText);
 }
 
 int TCDBManager::GetDB(EDBName db, std::string column, std::vector<std::string>& out) {
-  VEXILO_LOGI("GetDB");
+  VEXILO_LOGD("GetDB");
   for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) {
     const std::string table = m_GetTableName(db, i);
     if (m_IsTableExist(table) && !m_Select(table, column, out)) return kFailure;
@@ -119,7 +119,7 @@ int TCDBManager::GetDB(EDBName db, std::string column, std::vector<std::string>&
 }
 
 int TCDBManager::DeleteDB(std::string code) {
-  VEXILO_LOGI("DeleteDB");
+  VEXILO_LOGD("DeleteDB");
   const std::string query = std::string("DELETE FROM ") + kTables[DB_REMAINING] + " WHERE issue_code='" + code + "'";
   const int result = m_SqlExecute(query);
   if (!result) VEXILO_LOGE("ERROR: %s column delete is fail!!", query.c_str());
@@ -127,7 +127,7 @@ int TCDBManager::DeleteDB(std::string code) {
 }
 
 int TCDBManager::FlushDB(EDBName db) {
-  VEXILO_LOGI("FlushDB");
+  VEXILO_LOGD("FlushDB");
   std::string table;
   for (int i = 0; i < m_GetLimitForTableCnt(db); ++i) table = m_GetTableName(db, i);
   const int result = m_SqlExecute("DELETE FROM " + table);
@@ -154,7 +154,7 @@ std::string TCDBManager::m_GetDBPath(EDBName db) {
     VEXILO_LOGE("ERROR: db path is wrong!! : %d", db);
     return "";
   }
-  VEXILO_LOGI("Path : %s", kPaths[db]);
+  VEXILO_LOGD("Path : %s", kPaths[db]);
   return kPaths[db];
 }
 
@@ -203,17 +203,21 @@ int TCDBManager::m_Create(std::string table) {
 }
 
 int TCDBManager::m_Drop(std::string table) {
-  VEXILO_LOGI("m_Drop");
+  VEXILO_LOGD("m_Drop");
   const int result = m_SqlExecute("DROP TABLE IF EXISTS " + table + ";");
   if (!result) VEXILO_LOGE("ERROR: %s table delete is fail!!", table.c_str());
   return result;
 }
 
 int TCDBManager::m_Insert(std::string table, std::string valueText) {
-  VEXILO_LOGI("m_Insert");
+  VEXILO_LOGD("m_Insert");
   const int result = m_SqlExecute("INSERT INTO " + table + " VALUES " + valueText + ";");
   if (!result) VEXILO_LOGE("ERROR: %s table insert is fail!!", table.c_str());
   return result;
+}
+
+const char* TCDBManager::m_Problem() const {
+  return m_db ? sqlite3_errmsg(m_db) : "no database is open";
 }
 
 template <typename AppendColumn>
@@ -227,28 +231,32 @@ int TCDBManager::m_ReadRows(const std::string& table, const std::string& query, 
     for (int column = 0; column < sqlite3_column_count(statement); ++column) append(statement, column, temp);
     out.push_back(std::move(temp));
   }
-  if (result != SQLITE_DONE) VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
+  if (result != SQLITE_DONE) {
+    VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
+    VEXILO_LOGE("statement that failed : %s ( %s )", query.c_str(), m_Problem());
+  }
   sqlite3_reset(statement);
   sqlite3_finalize(statement);
   return result == SQLITE_DONE ? kSuccess : kFailure;
 }
 
 int TCDBManager::m_Select(std::string table, std::vector<std::string>& out) {
-  VEXILO_LOGI("m_Select");
+  VEXILO_LOGD("m_Select");
   return m_ReadRows(table, "SELECT * FROM " + table + ";", out, AppendText);
 }
 
 int TCDBManager::m_Select(std::string table, std::string columns, std::vector<std::string>& out) {
-  VEXILO_LOGI("m_Select");
+  VEXILO_LOGD("m_Select");
   const std::string query = "SELECT " + columns + " FROM " + table + ";";
-  VEXILO_LOGI("QUERY : %s", query.c_str());
+  VEXILO_LOGD("QUERY : %s", query.c_str());
   return m_ReadRows(table, query, out, AppendTextOrInteger);
 }
 
 int TCDBManager::m_SqlExecute(std::string query) {
   VEXILO_LOGD("m_SqlExecute query : %s", query.c_str());
   if (sqlite3_exec(m_db, query.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return kSuccess;
-  VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", m_db ? sqlite3_errmsg(m_db) : "no database is open");
+  VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", m_Problem());
+  VEXILO_LOGE("statement that failed : %s", query.c_str());
   return kFailure;
 }
 

@@ -21,7 +21,7 @@ namespace {
 
 // A row as those who read the log know it.
 #define VEXILO_LOG_ROW(prefix, suffix, row)                                                                            \
-  VEXILO_LOGI(prefix "%s, %s, %s, %s, %s, %s, %s, %s, %s, %s, %s" suffix, (row).issue_code.c_str(),                    \
+  VEXILO_LOGD(prefix "%s, %s, %s, %s, %s, %s, %s, %s, %s, %s, %s" suffix, (row).issue_code.c_str(),                    \
               (row).last_time.c_str(), (row).sid_issue.c_str(), (row).sid_sol.c_str(), " ", (row).sid_button1.c_str(), \
               (row).sid_button2.c_str(), (row).action.c_str(), (row).toast1.c_str(), (row).toast2.c_str(),             \
               (row).sol_type.c_str())
@@ -136,7 +136,7 @@ int QUVA_DiagResultManager::TokenString(std::string& line, QUVA_SolutionDB& out)
 int QUVA_DiagResultManager::SaveRemainingProblems() {
   std::lock_guard lock(m_TVDRMmutex);
   VEXILO_LOGI("SaveRemainingProblems");
-  SaveRemaining(m_shownRows());
+  if (!SaveRemaining(m_shownRows())) return 0;
   VEXILO_LOGI("Remaining DB is saved");
   return 1;
 }
@@ -195,7 +195,7 @@ std::vector<MapToDBTable> QUVA_DiagResultManager::m_remainingRows() {
   for (MapToDBTable& row : rows) {
     VEXILO_LOG_ROW("CREATE_ERROR_LIST : ", "", row);
     if (!AppliesToSource(row.source)) continue;
-    VEXILO_LOGI("CREATE_ERROR_LIST_BUNDLE_SEND");
+    VEXILO_LOGD("CREATE_ERROR_LIST_BUNDLE_SEND");
     VEXILO_LOG_ROW("SendDataToRemotePort Key : Result, value : {", "}", row);
     kept.push_back(std::move(row));
   }
@@ -233,8 +233,8 @@ int QUVA_DiagResultManager::CreateErrorList() {
     return 0;
   }
   VEXILO_LOGI("GetInferenceResult Success");
-  SaveRemainingProblems();
-  if (vconf_set_bool(kDbResetKey, false) != 0) VEXILO_LOGE("Setting %s failed", kDbResetKey);
+  // What was to be cleared is still there when it could not be replaced.
+  if (SaveRemainingProblems() && vconf_set_bool(kDbResetKey, false) != 0) VEXILO_LOGE("Setting %s failed", kDbResetKey);
   QUVA_KPISender::GetInstance()->SendVexiloKPI("CreateErrorList", static_cast<int>(m_table.size()));
   for (const MapToDBTable& row : m_table) VEXILO_LOG_ROW("SendDataToRemotePort Key : Result, value : {", "}", row);
   m_handOver(m_scanListener, m_shownRows());

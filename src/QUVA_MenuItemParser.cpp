@@ -186,7 +186,7 @@ void MenuItemParser::GetCheckerFnPtrs() {
 }
 
 int MenuItemParser::GetEnableCheck(std::string item) {
-  VEXILO_LOGI("Value of key : %s", item.c_str());
+  VEXILO_LOGD("Value of key : %s", item.c_str());
   if (std::find(std::begin(kAlwaysEnabled), std::end(kAlwaysEnabled), item) != std::end(kAlwaysEnabled)) return 1;
   const auto found = m_enableCheckerMap.find(item);
   if (found == m_enableCheckerMap.end()) {
@@ -194,7 +194,7 @@ int MenuItemParser::GetEnableCheck(std::string item) {
     return 0;
   }
   const int enable = Ask(item, found->second);
-  VEXILO_LOGI("Returning enable : %d for Key : %s", enable, item.c_str());
+  VEXILO_LOGD("Returning enable : %d for Key : %s", enable, item.c_str());
   return enable;
 }
 
@@ -206,14 +206,14 @@ int MenuItemParser::GetVisibleCheck(std::string item) {
   } else {
     VEXILO_LOGI("Size of visibleCheckerMap = %zu", m_visibleCheckerMap.size());
   }
-  VEXILO_LOGI("Value of key : %s", item.c_str());
+  VEXILO_LOGD("Value of key : %s", item.c_str());
   const auto found = m_visibleCheckerMap.find(item);
   if (found == m_visibleCheckerMap.end()) {
     VEXILO_LOGE("Key : %s not found in VisibleChecker Map", item.c_str());
     return 0;
   }
   const int visible = Ask(item, found->second);
-  VEXILO_LOGI("Returning visible : %d for Key : %s", visible, item.c_str());
+  VEXILO_LOGD("Returning visible : %d for Key : %s", visible, item.c_str());
   return visible;
 }
 
@@ -225,17 +225,17 @@ std::string MenuItemParser::GetEnableKey(const std::string& item) const {
 void MenuItemParser::printParsedData() {
   const auto print = [](const CheckerMap& checkers) {
     for (const auto& [item, checker] : checkers) {
-      VEXILO_LOGI("AppName : %s", item.c_str());
-      VEXILO_LOGI("CheckerSOPath : %s", checker.CheckerSOPath.c_str());
-      VEXILO_LOGI("Key : %s", checker.Key.c_str());
-      VEXILO_LOGI("Type : %s", checker.Type.c_str());
-      VEXILO_LOGI("Value : %s", checker.Value.c_str());
-      VEXILO_LOGI("FnPtrs : %p", checker.EntryFunction);
+      VEXILO_LOGD("AppName : %s", item.c_str());
+      VEXILO_LOGD("CheckerSOPath : %s", checker.CheckerSOPath.c_str());
+      VEXILO_LOGD("Key : %s", checker.Key.c_str());
+      VEXILO_LOGD("Type : %s", checker.Type.c_str());
+      VEXILO_LOGD("Value : %s", checker.Value.c_str());
+      VEXILO_LOGD("FnPtrs : %p", checker.EntryFunction);
     }
   };
-  VEXILO_LOGI("Enable checker printing..");
+  VEXILO_LOGD("Enable checker printing..");
   print(m_enableCheckerMap);
-  VEXILO_LOGI("Visible checker printing..");
+  VEXILO_LOGD("Visible checker printing..");
   print(m_visibleCheckerMap);
 }
 

@@ -34,10 +34,10 @@ void TCInformationStorage::SetSolutionInformation(unsigned int count, std::vecto
 
 void TCInformationStorage::GetSolutionInformation(unsigned int& count, std::vector<QUVA_Solution>& out) {
   std::lock_guard lock(m_QUVAmutex);
-  VEXILO_LOGI("GetSolutionInformation IN");
+  VEXILO_LOGD("GetSolutionInformation IN");
   count = m_SMCount;
   out.insert(out.end(), m_solutions.begin(), m_solutions.end());
-  VEXILO_LOGI("GetSolutionInformation Out");
+  VEXILO_LOGD("GetSolutionInformation Out");
 }
 
 void TCInformationStorage::SetSMCount(unsigned int count) {

@@ -7,6 +7,7 @@
 
 #include "QUVA_DBManager.h"
 #include "VexiloLog.h"
+#include "set_paths.h"
 
 namespace QUVA {
 
@@ -100,9 +101,20 @@ void LogRow(const MapToDBTable& row) {
     VEXILO_LOGD("mdt.%s : %s", &field == kFields ? "index" : field.column.c_str(), field.Get(row).c_str());
 }
 
-void Clear(const RemainingDb& db) {
+bool Clear(const RemainingDb& db) {
   VEXILO_LOGI("ClearRemainingProblems");
-  db->FlushDB(DB_REMAINING);
+  return db->FlushDB(DB_REMAINING);
+}
+
+// False when none of it may count.
+bool Replace(const RemainingDb& db, const std::vector<MapToDBTable>& rows) {
+  if (!Clear(db)) return false;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    if (db->SetDB(kRemainingTable, ToValues(rows[i]))) continue;
+    VEXILO_LOGE("issue %s, row %zu of %zu, is not kept", rows[i].issue_code.c_str(), i + 1, rows.size());
+    if (!db->IsChanging()) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -116,16 +128,12 @@ const std::vector<std::string>& RemainingColumnNames() {
   return *names;
 }
 
-void SaveRemaining(const std::vector<MapToDBTable>& rows) {
+bool SaveRemaining(const std::vector<MapToDBTable>& rows) {
   const RemainingDb db;
   // The process may end in the middle: the rows of the last scan go when those of this one are there.
-  const bool begun = db->BeginChanges();
-  Clear(db);
-  for (const MapToDBTable& row : rows) {
-    if (begun && !db->IsChanging()) break;
-    db->SetDB(kRemainingTable, ToValues(row));
-  }
-  if (begun && db->IsChanging()) db->EndChanges();
+  if (db->BeginChanges() && Replace(db, rows) && db->EndChanges()) return true;
+  VEXILO_LOGE("%s: the issues are not saved, those of the last scan stay", set_paths::kRemainingDb);
+  return false;
 }
 
 bool LoadRemaining(std::vector<MapToDBTable>& rows) {

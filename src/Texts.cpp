@@ -59,7 +59,7 @@ std::string GigabytesText(double gigabytes) {
 
 const char* GetDateFormat() {
   const int format = CMenuTimeUtil::GetTimeFormatType();
-  VEXILO_LOGI("m_iTimeDateFormat [%d]", format);
+  VEXILO_LOGD("m_iTimeDateFormat [%d]", format);
   switch (format) {
     case 0:
     case 3:

@@ -37,6 +37,8 @@
 
 namespace {
 
+[[maybe_unused]] const int kLogsAll = setenv("VEXILO_LOG_LEVEL", "debug", 1);  // before the first line
+
 std::function<int(was_app_info_s**, int*)> g_appList;  // stands in for the service's list when the test says so
 
 }  // namespace

@@ -258,6 +258,9 @@ TEST_F(Remaining, SavingKeepsTheOrderAndOnlyWhatIsShown) {
   ASSERT_EQ(Manager().GetInferenceResult(), 8);
   Manager().SaveRemainingProblems();
   EXPECT_THAT(StoredCodes(), ElementsAre("5", "3", "1"));
+  EXPECT_THAT(Log(), ContainsInOrder(std::vector<std::string>{
+                         " E ", R"(statement that failed : INSERT INTO remainingTBL VALUES ("1","8",)",
+                         "issue 8, row 4 of 4, is not kept"}));
   EXPECT_EQ(Table().size(), 8u) << "the table keeps what is hidden";
   Show(14);
   Manager().SaveRemainingProblems();
@@ -337,6 +340,7 @@ TEST_F(Remaining, OnDemandIssuesThatHaveClearedAreDeleted) {
   WriteFile(set_paths::kInferenceDb, "no database");
   Manager().GetInferenceResult_Remaining();
   EXPECT_EQ(StoredCodes(), kept) << "the engine fails";
+  EXPECT_THAT(Log(), HasSubstr("issue 10000006: its DT_TRANSITION_TYPE_FALSE cannot be read"));
 }
 
 TEST_F(Remaining, DeletingTakesAllRowsOfOneCodeWhateverItsText) {
@@ -356,7 +360,7 @@ TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
   {
     const SqliteDb other = OpenDatabase(set_paths::kRemainingDb);
     Execute(other.get(), "BEGIN EXCLUSIVE");
-    Manager().SaveRemainingProblems();
+    EXPECT_EQ(Manager().SaveRemainingProblems(), 0);
     Manager().DeleteRemainingDBColumn("1");
     EXPECT_EQ(Manager().LoadRemainingProblems(), 0);
     EXPECT_THAT(Table(), IsEmpty());
@@ -412,6 +416,36 @@ TEST_F(ErrorList, WhatIsShownIsHandedOverAndStored) {
   EXPECT_EQ(Manager().CreateErrorList(), 1) << "what is all hidden still counts as found";
   EXPECT_THAT(CStartDC::Instance()->m_GetRows(), IsEmpty());
   EXPECT_THAT(StoredCodes(), IsEmpty());
+}
+
+TEST_F(ErrorList, WhatCannotBeReplacedStaysAndIsStillToBeCleared) {
+  Happen({Solution("3")});
+  const SqliteDb other = OpenDatabase(set_paths::kRemainingDb);
+  for (const char* lock : {"BEGIN IMMEDIATE", "BEGIN; SELECT * FROM remainingTBL"}) {
+    SCOPED_TRACE(lock);
+    Execute(other.get(), lock);
+    EXPECT_EQ(Manager().CreateErrorList(), 1);
+    Execute(other.get(), "COMMIT");
+    EXPECT_THAT(Codes(CStartDC::Instance()->m_GetRows()), ElementsAre("3"));
+    EXPECT_THAT(StoredCodes(), ElementsAre("99"));
+    EXPECT_TRUE(DbReset());
+  }
+  EXPECT_THAT(Log(), HasSubstr("remaining.db: the issues are not saved, those of the last scan stay"));
+  EXPECT_THAT(Log(), testing::Not(HasSubstr("Remaining DB is saved")));
+}
+
+TEST_F(ErrorList, TheLogOfAListIsAsLongWhateverItsLength) {
+  const auto lines = [](int issues) {
+    std::vector<QUVA_Solution> map;
+    for (int code = 1; code <= issues; ++code) map.push_back(Solution(std::to_string(code)));
+    Happen(map);
+    const auto before = Count(Log(), "\n");
+    Manager().CreateErrorList();
+    Manager().CompareRemaining();
+    return Count(Log(), "\n") - before;
+  };
+  lines(1);  // and what is said once
+  EXPECT_EQ(lines(20), lines(2));
 }
 
 TEST_F(ErrorList, NothingFoundLeavesEverythingElseAlone) {

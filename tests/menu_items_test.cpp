@@ -13,6 +13,8 @@
 
 namespace {
 
+[[maybe_unused]] const int kLogsAll = setenv("VEXILO_LOG_LEVEL", "debug", 1);  // before the first line
+
 namespace fs = std::filesystem;
 using QUVA::MenuItemParser;
 using testing::HasSubstr;
