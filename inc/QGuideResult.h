@@ -1,7 +1,8 @@
 #pragma once
 /// @file
 /// The result file of a quick diagnosis: the codes of the issues that were found, a line each, for another application.
-/// A file is never written through a link. Failures are lines in the log. Thread rule: one caller at a time.
+/// A file is never written through a link, be it the file or its folder. Failures are lines in the log and on standard
+/// error. Thread rule: one caller at a time.
 
 #include <vector>
 
@@ -12,6 +13,10 @@ namespace QUVA {
 
 /// The path on the set of the result that was asked for from `launchFrom`, which may be null.
 const char* QGuideResultPath(const char* launchFrom);
+
+/// Says on standard error, which whoever asked for the result may see, that none is written to `path`, and why: a file
+/// that stands there is an older result, or none at all. Any thread.
+void SayNoQGuideResult(const char* path, const char* reason);
 
 /// A first look: whether the result may be written to `path` of the set.
 bool MayWriteQGuideResult(const char* path);

@@ -6,16 +6,9 @@
 
 namespace QUVA {
 
-/// How far the set's solution map could be read.
-enum class MapReading {
-  kDone,
-  kUnreadable,     ///< the file cannot be read
-  kNotWellFormed,  ///< what came before the error is in the map
-  kValueTooEarly,  ///< a sol_val stands before any solution
-};
-
-/// Reads set_paths::kSolutionMap (docs/solution-map.md) into `map`. `problem` says why a file is unreadable. Any
-/// thread.
-MapReading ReadSolutionMap(QUVA_SolutionMap& map, std::string& problem);
+/// Reads set_paths::kSolutionMap (docs/solution-map.md) into `map`. False when the file cannot be read, or when it is
+/// not well-formed: what came before the error is in the map then. `problem` says why, in English; it also says, with
+/// true, that the map has no solutions, or another number of them than it declares. Else it is empty. Any thread.
+bool ReadSolutionMap(QUVA_SolutionMap& map, std::string& problem);
 
 }  // namespace QUVA

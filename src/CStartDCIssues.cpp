@@ -213,13 +213,13 @@ void CStartDCIssues::GetDateInFormat(int index, char (&out)[1024]) {
   out[0] = '\0';
   if (!m_IsRow(index)) return;
   const std::string format = CUtils::m_GetDateFormat();
-  VEXILO_LOGI("DateFmt evaluated as %s ", format.c_str());
+  VEXILO_LOGD("DateFmt evaluated as %s ", format.c_str());
   char year[16] = "";
   char month[16] = "";
   char day[16] = "";
   // The time, which begins with a 'T' or after a blank, is dropped.
   std::sscanf(m_rows[static_cast<size_t>(index)].last_time.c_str(), "%15[^-]-%15[^-]-%15[^ T]", year, month, day);
-  VEXILO_LOGI("Year[%s], month[%s], date[%s]", year, month, day);
+  VEXILO_LOGD("Year[%s], month[%s], date[%s]", year, month, day);
   const std::string parts[] = {year, month, day};
   if (parts[0].empty() || parts[1].empty() || parts[2].empty()) return;
   if (parts[0] == "1970" && parts[1] == "01" && parts[2] == "01") return;
@@ -295,7 +295,10 @@ void CStartDCIssues::m_Choose(const char* button) {
   const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
   if (row.action == button) {
     VEXILO_LOGI("User Chose to apply solution for solution code[%s]", row.issue_code.c_str());
-    if (manager->m_pGetApplySolution()) m_Handle(m_index, true);
+    if (manager->m_pGetApplySolution())
+      m_Handle(m_index, true);
+    else
+      m_ShowToastText(CUtils::m_GetText(kNotApplied));
   } else {
     VEXILO_LOGI("User Chose to cancel solution for solution code[%s]", row.issue_code.c_str());
     if (manager->m_pGetSaveResult()) {

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <string>
 #include <string_view>
 
 #include "AppState.h"
@@ -14,40 +16,62 @@
 
 namespace QUVA {
 
+namespace {
+
+// Whether the file or its folder is a link; else errno says, as IsLink() does, why that cannot be told of the file.
+bool LeadsElsewhere(const std::string& path) {
+  return IsLink(path.substr(0, path.rfind('/'))) || IsLink(path);
+}
+
+}  // namespace
+
 const char* QGuideResultPath(const char* launchFrom) {
   const bool background = launchFrom && std::string_view(launchFrom) == launch_source::kBackground;
   return background ? set_paths::kQGuideBackgroundResult : set_paths::kQGuideResult;
 }
 
+void SayNoQGuideResult(const char* path, const char* reason) {
+  std::fprintf(stderr, "no result is written to %s: %s; what stands there is of an earlier diagnosis\n", path, reason);
+}
+
 bool MayWriteQGuideResult(const char* path) {
-  if (IsLink(path)) {
+  if (LeadsElsewhere(path)) {
     VEXILO_LOGE("symbolic link is detected\n");
+    SayNoQGuideResult(path, "symbolic link is detected");
     return false;
   }
-  if (errno == 0) return true;
-  VEXILO_LOGE("lstat error %s %d", path, errno);
+  const int error = errno;
+  if (error == 0) return true;
+  VEXILO_LOGE("lstat error %s %d", path, error);
+  SayNoQGuideResult(path, std::strerror(error));
   return false;
 }
 
 FileHandle OpenQGuideResult(const char* path) {
-  if (IsLink(path)) {
+  if (LeadsElsewhere(path)) {
     std::fputs("symbolic link is detected\n", stderr);
     return nullptr;
   }
-  if (errno != 0) {
+  if (const int error = errno) {
     VEXILO_LOGE("lstat error");
+    SayNoQGuideResult(path, std::strerror(error));
     return nullptr;
   }
   FileHandle file = OpenFileWithoutLinks(SystemPath(path));
-  if (!file) VEXILO_LOGE("Unable to open file %s %d", path, errno);
-  return file;
+  if (file) return file;
+  const int error = errno;
+  VEXILO_LOGE("Unable to open file %s %d", path, error);
+  SayNoQGuideResult(path, std::strerror(error));
+  return nullptr;
 }
 
 bool WriteQGuideResult(FILE* file, const char* path, const std::vector<MapToDBTable>& rows) {
   bool written = true;
   for (const MapToDBTable& row : rows) written = std::fprintf(file, "%s\n", row.issue_code.c_str()) >= 0 && written;
   if (std::fflush(file) == 0 && written) return true;
-  VEXILO_LOGE("Writing %s failed: error %d", path, errno);
+  const int error = errno;
+  VEXILO_LOGE("Writing %s failed: error %d", path, error);
+  SayNoQGuideResult(path, std::strerror(error));
   // Half a code could be taken for another issue, and an empty file for a set without any.
   if (ftruncate(fileno(file), 0) != 0) VEXILO_LOGE("Emptying %s failed: error %d", path, errno);
   if (unlink(SystemPath(path).c_str()) != 0) VEXILO_LOGE("Removing %s failed: error %d", path, errno);

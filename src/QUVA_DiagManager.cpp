@@ -7,6 +7,8 @@
 #include <cstring>
 
 #include "AppIds.h"
+#include "AppState.h"
+#include "QGuideResult.h"
 #include "QUVA_DiagResultManager.h"
 #include "SettingsKeys.h"
 #include "TaskManagerRequests.h"
@@ -23,9 +25,14 @@ namespace {
 
 constexpr unsigned long kInferenceWait = 10000000;  // microseconds
 
+// The reason of a failure names the symbol.
 template <typename Entry>
-void Resolve(void* library, const char* name, Entry& entry) {
+bool Resolve(void* library, const char* name, Entry& entry, const char* failure) {
+  dlerror();
   entry = reinterpret_cast<Entry>(dlsym(library, name));
+  const char* const error = dlerror();
+  if (error) VEXILO_LOGE("%s: %s", failure, error);
+  return !error;
 }
 
 // Runs in the loop itself: an answer that comes before the loop is made or runs ends it all the same.
@@ -68,16 +75,10 @@ void QUVA_DiagManager::createLibHandler() {
   }
   VEXILO_LOGI("dlopen success: handle %p", m_libHandle);
   VEXILO_LOGI("dlysm before call");
-  dlerror();
-  Resolve(m_libHandle, "ParseSolutionMap", m_parseSolutionMap);
-  if (const char* error = dlerror()) {
-    VEXILO_LOGE("dlsym failed for parse Solution Map: %s", error);
-    return;
-  }
-  Resolve(m_libHandle, "RequestApplySolution", m_applySolution);
-  Resolve(m_libHandle, "SaveResultToSolutionDB", m_saveResult);
-  Resolve(m_libHandle, "ProcessLaunchApp", m_launchApp);
-  if (const char* error = dlerror()) VEXILO_LOGE("dlsym failed: %s", error);
+  if (!Resolve(m_libHandle, "ParseSolutionMap", m_parseSolutionMap, "dlsym failed for parse Solution Map")) return;
+  Resolve(m_libHandle, "RequestApplySolution", m_applySolution, "dlsym failed");
+  Resolve(m_libHandle, "SaveResultToSolutionDB", m_saveResult, "dlsym failed");
+  Resolve(m_libHandle, "ProcessLaunchApp", m_launchApp, "dlsym failed");
 }
 
 // ---- starting a diagnosis
@@ -86,6 +87,7 @@ void QUVA_DiagManager::StartQGuideDiagnosis() {
   VEXILO_LOGI("StarQGuide Diagnosis");
   if (InferenceSubscribeOnce(kInferenceWait, QGuideCallbackFunc) != 0) {
     VEXILO_LOGE("the diagnosis engine does not answer");
+    SayNoQGuideResult(QGuideResultPath(AppState::Instance().launchFrom), "the diagnosis engine does not answer");
     g_idle_add(EndQGuideLoop, nullptr);
   }
   VEXILO_LOGI("End QGuide Diagnosis");

@@ -47,14 +47,23 @@ bool ReadText(std::string& text, std::string& problem) {
 
 }  // namespace
 
-MapReading ReadSolutionMap(QUVA_SolutionMap& map, std::string& problem) {
+bool ReadSolutionMap(QUVA_SolutionMap& map, std::string& problem) {
+  problem.clear();
   std::string text;
-  if (!ReadText(text, problem)) return MapReading::kUnreadable;
+  if (!ReadText(text, problem)) return false;
   try {
-    return TCXMLParser().Parse(text, map) ? MapReading::kDone : MapReading::kNotWellFormed;
+    if (!TCXMLParser().Parse(text, map)) problem = "it is not well-formed";
   } catch (const std::out_of_range&) {
-    return MapReading::kValueTooEarly;
+    problem = "it has a sol_val before any solution";
   }
+  if (!problem.empty()) return false;
+  const std::string count = std::to_string(map.solutions.size());
+  if (map.count != map.solutions.size())
+    problem =
+        "it declares " + std::to_string(map.count) + " solutions and has " + count + ", as one does that was cut short";
+  else if (map.solutions.empty())
+    problem = "it has no solutions";
+  return true;
 }
 
 }  // namespace QUVA

@@ -181,6 +181,13 @@ TEST_F(DiagManager, ManyDiagnosesAndTheScreensAtOnce) {
   EXPECT_EQ(Results().LoadRemainingProblems(), 1);
 }
 
+TEST(DiagManagerFault, EachEntryThatThePluginLacksIsNamed) {
+  fs::copy_file(PROBE_PARSER, kPlugin);
+  Manager();
+  for (const char* entry : {"RequestApplySolution", "SaveResultToSolutionDB", "ProcessLaunchApp"})
+    EXPECT_EQ(CountInLog(std::string("undefined symbol: ") + entry), 1u) << entry;
+}
+
 TEST(DiagManagerFault, APluginOfOtherEntriesIsLoggedAndTolerated) {
   Dl_info library{};
   ASSERT_NE(dladdr(reinterpret_cast<void*>(&sqlite3_open), &library), 0);

@@ -78,28 +78,13 @@ auto Guarded(decltype(std::declval<Operation>()()) failure, Operation operation)
   }
 }
 
-bool Read(QUVA_SolutionMap& map) {
-  std::string problem;
-  switch (ReadSolutionMap(map, problem)) {
-    case MapReading::kDone:
-      return true;
-    case MapReading::kUnreadable:
-      VEXILO_LOGE("cannot read %s: %s", set_paths::kSolutionMap, problem.c_str());
-      return false;
-    case MapReading::kValueTooEarly:
-      VEXILO_LOGE("a sol_val tag stands before any solution tag");
-      [[fallthrough]];
-    case MapReading::kNotWellFormed:
-      VEXILO_LOGE("cannot parse %s: no solution of it is used", set_paths::kSolutionMap);
-  }
-  return false;
-}
-
 int ReadAndStoreMap() {
   QUVA_SolutionMap map;
-  if (!Read(map)) return kFailed;
-  if (map.count != map.solutions.size())
-    VEXILO_LOGE("%s declares %u solutions and has %zu", set_paths::kSolutionMap, map.count, map.solutions.size());
+  std::string problem;
+  const bool read = ReadSolutionMap(map, problem);
+  if (!problem.empty())
+    VEXILO_LOGE("%s: %s%s", set_paths::kSolutionMap, problem.c_str(), read ? "" : "; no solution of it is used");
+  if (!read) return kFailed;
   CheckCodes(map);
   Store(map);
   return kDone;

@@ -102,10 +102,30 @@ const Fault kFaults[] = {
        fs::create_symlink(SystemPath("/opt/precious"), kResult);
      },
      "symbolic link is detected", "content", SystemPath("/opt/precious")},
+    {"FolderOfResultIsALink",
+     [] {
+       WriteHostFile(kResult);
+       fs::rename(kResult.parent_path(), SystemPath("/opt/elsewhere"));
+       fs::create_symlink(SystemPath("/opt/elsewhere"), kResult.parent_path());
+     },
+     "\nno result is written to /tmp/qsyslink/inference_result: symbolic link is detected; what stands there is of an "
+     "earlier diagnosis\n",
+     "content", SystemPath("/opt/elsewhere/inference_result")},
+    {"ResultHasAnotherName",
+     [] {
+       WriteHostFile(SystemPath("/opt/precious"));
+       fs::create_hard_link(SystemPath("/opt/precious"), kResult);
+     },
+     "\nno result is written to /tmp/qsyslink/inference_result: Too many links; ", "content"},
     {"ResultIsAFolder", [] { fs::create_directory(kResult); }, "Unable to open file /tmp/qsyslink/inference_result 21",
      nullptr},
     {"MalformedMap", [] { WriteHostFile(kMapFile, "<map>\n<solution issue_code=\"17\"/>\n<sm cnt=1/>"); },
      "Error while parsing xml: not well-formed (invalid token), line: 3, col: 8", "", kMapFile},
+    {"MapWithoutSolutions", [] { WriteHostFile(kMapFile, "<map><sm cnt=\"0\"/></map>"); },
+     "/usr/share/vexilo/solutionmap.xml: it has no solutions", "", kMapFile},
+    {"MapCutShort",
+     [] { WriteHostFile(kMapFile, "<map><sm cnt=\"3\"/><solution issue_code=\"17\"/><solution issue_"); },
+     "/usr/share/vexilo/solutionmap.xml: it declares 3 solutions and has 1", "17\n", kMapFile},
     {"NoPlugin", [] { fs::remove(kPlugin); }, "dlopen error: ", ""},
     {"PluginIsNoLibrary", [] { WriteHostFile(kPlugin, "#!/bin/sh\n"); }, "dlopen error: ", ""},
     {"NoDatabaseAndAnEarlierResult",

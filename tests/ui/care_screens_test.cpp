@@ -333,9 +333,9 @@ TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
   Press("XF86Back");
 }
 
-TEST_F(Screens, WithoutTheParserPlugInNothingIsChanged) {
+TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {
   Open();
-  for (const char* button : {"Return", "Right Return"}) {
+  for (const auto& [button, saysSo] : {std::pair("Right Return", false), {"Return", true}}) {
     OpenList(Rows(1));
     ASSERT_TRUE(FocusBecomes("list"));
     std::string source = "menu";
@@ -343,7 +343,7 @@ TEST_F(Screens, WithoutTheParserPlugInNothingIsChanged) {
     Press("Return");
     Press(button);
     Pass();
-    EXPECT_EQ(StackSize(), 1u);
+    EXPECT_EQ(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"), saysSo);
     EXPECT_EQ(Focus(), "list");
     EXPECT_EQ(Utils().m_pGetLaunchFrom(), nullptr);
     Drop(&List());

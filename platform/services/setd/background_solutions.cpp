@@ -17,15 +17,13 @@ namespace setd {
 namespace {
 
 QUVA::QUVA_SolutionMap ReadMap() {
-  using QUVA::MapReading;
   QUVA::QUVA_SolutionMap map;
   std::string problem;
-  const MapReading reading = ReadSolutionMap(map, problem);
-  if (reading == MapReading::kDone) return map;
-  if (reading == MapReading::kNotWellFormed) problem = "it is not well-formed";
-  if (reading == MapReading::kValueTooEarly) problem = "it has a sol_val before any solution";
-  Log(DLOG_ERROR, std::string(set_paths::kSolutionMap) + ": " + problem + "; nothing is solved in the background");
-  return {};
+  const bool read = ReadSolutionMap(map, problem);
+  if (!problem.empty())
+    Log(DLOG_ERROR,
+        std::string(set_paths::kSolutionMap) + ": " + problem + (read ? "" : "; nothing is solved in the background"));
+  return read ? map : QUVA::QUVA_SolutionMap();
 }
 
 /// When the issue became true whose solution has not been recorded since; nothing when there is none.

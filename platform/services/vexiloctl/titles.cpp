@@ -16,14 +16,10 @@ namespace {
 
 /// What there is of the map. A complaint tells why not all.
 QUVA::QUVA_SolutionMap ReadMap() {
-  using QUVA::MapReading;
   QUVA::QUVA_SolutionMap map;
   std::string problem;
-  const MapReading reading = ReadSolutionMap(map, problem);
-  if (reading == MapReading::kNotWellFormed) problem = std::string("not well-formed, see ") + set_paths::kLogFile;
-  if (reading == MapReading::kValueTooEarly) problem = "it has a sol_val before any solution";
-  if (reading != MapReading::kDone)
-    Complain(std::string(set_paths::kSolutionMap) + ": " + problem + "; titles are missing");
+  ReadSolutionMap(map, problem);
+  if (!problem.empty()) Complain(std::string(set_paths::kSolutionMap) + ": " + problem + "; titles are missing");
   return map;
 }
 
