@@ -4,12 +4,6 @@
 
 namespace QUVA {
 
-/// The colours of texts, and of those that say less.
-inline constexpr char kTextColor[] = "#FFFFFF";
-inline constexpr char kFaintTextColor[] = "#9EAEC4";
-/// The colour of what is done, used or stands out.
-inline constexpr char kAccentColor[] = "#89E413";
-
 /// What every screen has: a place in the window's root layout with a title header and a body below it, to be shown,
 /// hidden and cleaned, and the widget that the focus goes back to. A screen has it as a member.
 /// Thread rule: main loop thread.

@@ -16,6 +16,16 @@
 
 namespace QUVA {
 
+/// The colours of texts, and of those that say less.
+inline constexpr char kTextColor[] = "#FFFFFF";
+inline constexpr char kFaintTextColor[] = "#9EAEC4";
+/// The colour of what is done, used or stands out.
+inline constexpr char kAccentColor[] = "#89E413";
+/// What is free beside a screen's title and content, in layout units.
+inline constexpr double kPageMargin = 11;
+
+/// The title of the screens that have none of their own.
+inline constexpr char kProductTitle[] = "TV_SID_CARE_VEXILO";
 /// The title of the storage manager, whose header has two lines.
 inline constexpr char kStorageTitle[] = "TV_SID_DEVICE_MANAGE_STORAGE";
 

@@ -12,8 +12,7 @@ namespace {
 constexpr char kTitle[] = "TV_SID_VEXILO_CBMAY_ERROR_REPORT";
 constexpr char kSideIcon[] = "home_report.svg";
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kTop = 7;
+constexpr double kTop = 7;  // units, as all sizes here
 constexpr double kTextWidth = 218;
 constexpr double kInfoGap = 5;
 constexpr double kColumnGap = 6;
@@ -39,7 +38,7 @@ void CErrorReport::m_CreateErrorReport() {
   CUtils::Instance().m_RegisterForReturnStack(
       {[this] { m_ShowScreenPostReturn(); }, [this] { m_HideErrorReportScreen(); }}, false);
   if (!m_screen.m_Build(kTitle)) return;
-  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, kTop, kMargin, 0);
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kPageMargin, kTop, kPageMargin, 0);
   m_CreateMainBanner();
   m_CreateBannerInfo();
   Evas_Object* const row = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_TOP_LEFT, 0, 0);

@@ -26,13 +26,11 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
 constexpr char kPartnerFeature[] = "com.tornelo/featureconf/product.partner.string_id";
 constexpr char kReportChipSet[] = "OSCARP";
 constexpr char kReportLocalSet[] = "KOR";
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kStateTop = 5;
+constexpr double kStateTop = 5;  // units, as all sizes here
 constexpr double kStatePicture = 36;
 constexpr double kSentenceHeight = 11;
 constexpr double kRowTop = 4;
@@ -78,7 +76,7 @@ void CHomeScreen::m_CreateHomeScreen(CText launchFrom) {
   m_isSignage = CUtils::Instance().m_IsSignage();
   CUtils::Instance().m_RegisterForReturnStack(
       {[this] { m_ShowHomeScreenPostReturn(); }, [this] { m_HideHomeScreen(); }}, false);
-  if (!m_screen.m_Build(kTitle)) return;
+  if (!m_screen.m_Build(kProductTitle)) return;
   m_BuildStateArea();
   m_BuildUpperRow();
   m_BuildBottomFrame();
@@ -97,14 +95,14 @@ void CHomeScreen::m_BuildStateArea() {
   VEXILO_LOGI("sid device state is %s", sid.c_str());
 
   // What a higher screen has left goes above the picture and above the frame.
-  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, 0, kMargin, kFrameBottom);
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kPageMargin, 0, kPageMargin, kFrameBottom);
   Evas_Object* const area = AddLayout(m_screen.m_pGetBody(), FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_BOTTOM, 0, 0);
   elm_flux_expand_set(area, true);
   elm_flux_layout_padding_set(area, 0, kStateTop, 0, 0);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   m_stateImage =
       AddImage(area, MotionFrame(MotionOfDeviceState(m_deviceState), highContrast, 0), kStatePicture, kStatePicture);
-  Evas_Object* const sentence = AddText(area, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, "#FFFFFF",
+  Evas_Object* const sentence = AddText(area, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kTextColor,
                                         FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kSentenceHeight);
   elm_flux_expand_set(sentence, true);
 }
@@ -251,7 +249,7 @@ void CHomeScreen::m_HighContrastChangeCB() {
 void CHomeScreen::m_SetVoiceGuideText() {
   if (!elm_config_access_get()) return;
   const std::string sid = CGetData::GetInstance()->getSIDForDeviceState(m_deviceState);
-  CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kTitle) + ", " + CUtils::m_GetText(sid.c_str()));
+  CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kProductTitle) + ", " + CUtils::m_GetText(sid.c_str()));
 }
 
 void CHomeScreen::m_SetImageForDeviceState(bool highContrast) {

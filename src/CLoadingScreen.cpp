@@ -21,7 +21,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
 constexpr char kMessage[] = "TV_SID_CARE_CHECKDING_YOUR_DEVICE_DOT";
 constexpr char kCheckMark[] = "dc_icon_check_s.svg";
 
@@ -53,7 +52,7 @@ CLoadingScreen* CLoadingScreen::Instance() {
 void CLoadingScreen::m_StartLoading(Evas_Object* parent, char* launchFrom) {
   VEXILO_LOGI("Start the Loading");
   m_launchFrom = launchFrom;
-  if (!parent || !m_screen.m_Build(kTitle)) return;
+  if (!parent || !m_screen.m_Build(kProductTitle)) return;
   m_BuildBody();
   m_SetVoiceGuideText();
   VEXILO_LOGI("launched from %s", launchFrom ? launchFrom : "(null)");
@@ -85,7 +84,7 @@ void CLoadingScreen::m_SetVoiceGuideText() {
     const std::string text = CUtils::m_GetText(sid);
     return text == sid ? std::string() : text;
   };
-  const std::string text = translated(kTitle) + ", " + translated(kMessage);
+  const std::string text = translated(kProductTitle) + ", " + translated(kMessage);
   VEXILO_LOGI("%s", text.c_str());
   CUtils::m_SayVoiceGuideText(text);
 }

@@ -17,7 +17,6 @@ namespace {
 
 constexpr char kOrientationKey[] = "db/menu/onscreendisplay/display_orientation/onscreen_menu_orientation";
 constexpr char kTitle[] = "Vexilo";
-constexpr char kTitleSid[] = "TV_SID_CARE_VEXILO";
 constexpr double kPortraitZoom = 0.5625;  // the landscape page as wide as the screen is when it hangs upright
 constexpr int kPortraitDegrees = 270;
 
@@ -59,7 +58,7 @@ CMainView& CMainView::Instance() {
 bool CMainView::initUI(char* launchFrom) {
   VEXILO_LOGI("Create root layout");
   m_launchFrom = launchFrom;
-  if (CUtils::m_GetText(kTitleSid) == kTitleSid)
+  if (CUtils::m_GetText(kProductTitle) == kProductTitle)
     VEXILO_LOGE("No texts: no catalogue %s.mo in %s can be read. Message ids are shown instead.", kApplicationId,
                 set_paths::kLocaleDir);
   CUtils& utils = CUtils::Instance();

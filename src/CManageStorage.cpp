@@ -19,8 +19,7 @@ namespace {
 // Between two texts of a line, in every language.
 constexpr char kBetween[] = " · ";
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kTop = 4;
+constexpr double kTop = 4;  // units, as all sizes here
 constexpr double kBottom = 7;
 constexpr double kColumnGap = 5;
 constexpr double kPanelWidth = 82;
@@ -55,7 +54,7 @@ void CManageStorage::m_CreateManageStorageScreen() {
   utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideManageStorage(); }}, false);
   if (!m_screen.m_Build(kStorageTitle)) return;
   utils.m_SetManageStorageRootLayout(m_screen.m_pGetLayout());
-  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kMargin, kTop, kMargin, kBottom);
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kPageMargin, kTop, kPageMargin, kBottom);
   m_ShowLoadingAndApplist();
 }
 

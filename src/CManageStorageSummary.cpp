@@ -22,7 +22,7 @@ constexpr double kMarkGap = 2;
 constexpr char kUnit[] = "%.0f%%";
 
 const char* SystemColor() {
-  return CUtils::Instance().m_GetHighContrast() ? "#FFFFFF" : "#9EAEC4";
+  return CUtils::Instance().m_GetHighContrast() ? kTextColor : kFaintTextColor;
 }
 
 double Grown(int enlarge) {

@@ -129,8 +129,7 @@ constexpr char kOtherReason[] = "TV_SID_VEXILO_TOOL_NOT_AVAILABLE";
 constexpr double kLaunchPause = 1.5;  // seconds
 constexpr double kNever = -1e9;
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kTop = 7;
+constexpr double kTop = 7;  // units, as all sizes here
 constexpr double kGridHeight = 78;
 constexpr double kCardWidth = 54;
 constexpr double kOneRowHeight = 46;
@@ -251,7 +250,7 @@ void CSelfDiagnosis::m_InsertAppsNameAndIcon() {
 
 void CSelfDiagnosis::m_ShowAppsGenGrid() {
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, kMargin, kTop, kMargin, 0);
+  elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, 0);
   const int count = static_cast<int>(m_cards.size());
   const int columns = ColumnsFor(count);
   Evas_Object* const area = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_CENTER, 0, kGridHeight);

@@ -21,7 +21,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
 constexpr char kInProgress[] = "TV_SID_CARE_VEXILO_IN_PROGRESS_DOT";
 constexpr char kBroadcastCategory[] = "TV_SID_CARE_DIAGNOSE_BROADCAST_SIGNAL_CHANNEL_STATUS";
 constexpr char kRemoteCategory[] = "PJT_SID_CARE_DIAGNOSE_TV_REMOTE";
@@ -53,8 +52,7 @@ constexpr double kVoicePeriod = 3.0;  // seconds
 constexpr double kResultRound = 1.0;
 constexpr int kResultRounds = 5;
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kTop = 3;
+constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kTitleHeight = 8;
 constexpr double kPicture = 40;
 constexpr double kPercentWidth = 30;
@@ -66,9 +64,6 @@ constexpr double kRowHeight = 12;
 constexpr double kRowGap = 1.5;
 constexpr double kRowPadding = 6;
 constexpr double kStatusWidth = 46;
-
-constexpr char kWhite[] = "#FFFFFFFF";
-constexpr char kGreen[] = "#89E413FF";
 
 // The remote's category speaks of the set.
 const char* SidOfCategory(const char* sid) {
@@ -113,7 +108,7 @@ void CStartDC::m_StartDC() {
   m_isAllDone = false;
   m_percent = m_frame = m_step = 0;
   m_categories = m_VisibleCategories();
-  if (m_screen.m_Build(kTitle)) m_BuildBody();
+  if (m_screen.m_Build(kProductTitle)) m_BuildBody();
   m_job.m_Start(
       [this](const CScreenJob::Control& control) {
         m_AnimationStart(control, m_progressImage, m_percentText, kFrames);
@@ -127,8 +122,8 @@ void CStartDC::m_BuildBody() {
   Evas_Object* const body = m_screen.m_pGetBody();
   const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
   const double frameHeight = rows + 2 * kFramePadding;
-  elm_flux_layout_padding_set(body, kMargin, kTop, kMargin, kFrameAndBelow - frameHeight);
-  Evas_Object* const title = AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kWhite, FLUX_TEXT_ROW,
+  elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, kFrameAndBelow - frameHeight);
+  Evas_Object* const title = AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kTextColor, FLUX_TEXT_ROW,
                                      FLUX_ALIGN_CENTER, 0, kTitleHeight);
   elm_flux_expand_set(title, true);
 
@@ -136,8 +131,8 @@ void CStartDC::m_BuildBody() {
   elm_flux_expand_set(circle, true);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   m_progressImage = AddImage(circle, MotionFrame(MOTION_PROGRESS, highContrast, 0), kPicture, kPicture);
-  m_percentText =
-      AddText(circle, "0%", FLUX_FONT_700, kWhite, FLUX_TEXT_DISPLAY, FLUX_ALIGN_CENTER, kPercentWidth, kPercentHeight);
+  m_percentText = AddText(circle, "0%", FLUX_FONT_700, kTextColor, FLUX_TEXT_DISPLAY, FLUX_ALIGN_CENTER, kPercentWidth,
+                          kPercentHeight);
 
   Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, kFrameTop + frameHeight);
   elm_flux_expand_set(lower, true);
@@ -266,21 +261,21 @@ void CStartDC::m_AddCategoryRow(const char* sid, bool done) {
   Evas_Object* const row = AddLayout(m_categoryList, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, 0, height);
   elm_flux_expand_set(row, true);
   const char* const category = SidOfCategory(sid);
-  Evas_Object* const text = AddText(row, CUtils::m_GetText(category), FLUX_FONT_400, done ? kGreen : kWhite,
+  Evas_Object* const text = AddText(row, CUtils::m_GetText(category), FLUX_FONT_400, done ? kAccentColor : kTextColor,
                                     FLUX_TEXT_ROW, FLUX_ALIGN_LEFT, 0, height);
   elm_flux_expand_set(text, true);
   elm_flux_text_lines_set(text, 2);
   m_currentCategory = text;
   m_currentStatus = AddText(row, CUtils::m_GetText(done ? "SID_DONE" : "TV_SID_CARE_PROCESSING"), FLUX_FONT_600,
-                            done ? kWhite : kGreen, FLUX_TEXT_ROW, FLUX_ALIGN_RIGHT, status, height);
+                            done ? kTextColor : kAccentColor, FLUX_TEXT_ROW, FLUX_ALIGN_RIGHT, status, height);
 }
 
 void CStartDC::m_ShowAllDone() {
   m_StopVoiceGuide();
   m_isAllDone = true;
   if (!m_currentCategory || !m_currentStatus) return;
-  elm_flux_text_color_set(m_currentCategory, kWhite);
-  elm_flux_text_color_set(m_currentStatus, kWhite);
+  elm_flux_text_color_set(m_currentCategory, kTextColor);
+  elm_flux_text_color_set(m_currentStatus, kTextColor);
   elm_object_text_set(m_currentStatus, CUtils::m_GetText("SID_DONE").c_str());
 }
 

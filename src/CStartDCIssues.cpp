@@ -18,7 +18,6 @@ namespace QUVA {
 
 namespace {
 
-constexpr char kTitle[] = "TV_SID_CARE_VEXILO";
 constexpr char kComplete[] = "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE";
 constexpr char kNothingFound[] = "TV_SID_CHECK_SELF_DIAGNOSIS";
 constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
@@ -26,8 +25,7 @@ constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
 constexpr char kNone[] = "NULL";  // in place of an id
 
-constexpr double kMargin = 11;  // units, as all sizes here
-constexpr double kTop = 3;
+constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kCompleteHeight = 12;
 constexpr double kStateWidth = 62;
 constexpr double kStatePicture = 34;
@@ -40,8 +38,6 @@ constexpr double kFrameHeight = 17;
 constexpr double kFrameBottom = 7;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
-
-constexpr char kWhite[] = "#FFFFFFFF";
 
 bool IsGiven(const std::string& sid) {
   return !sid.empty() && sid != kNone;
@@ -68,10 +64,10 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   CUtils& utils = CUtils::Instance();
   utils.m_SetKeyBlock(false);
   utils.m_RegisterForReturnStack({[this] { m_ShowScreenPostReturn(); }, [this] { m_HideStartDCIssue(); }}, false);
-  if (!m_screen.m_Build(kTitle)) return;
+  if (!m_screen.m_Build(kProductTitle)) return;
   Evas_Object* const body = m_screen.m_pGetBody();
-  elm_flux_layout_padding_set(body, kMargin, kTop, kMargin, kFrameBottom);
-  Evas_Object* const complete = AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kWhite, FLUX_TEXT_LARGE,
+  elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, kFrameBottom);
+  Evas_Object* const complete = AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kTextColor, FLUX_TEXT_LARGE,
                                         FLUX_ALIGN_CENTER, 0, kCompleteHeight);
   elm_flux_expand_set(complete, true);
 
@@ -113,8 +109,8 @@ void CStartDCIssues::m_BuildState(Evas_Object* parent) {
       {}, {});
   elm_flux_layout_padding_set(column, 0, kStateTop, 0, 0);
   elm_flux_layout_gap_set(column, kStateGap);
-  Evas_Object* const verdict = AddText(column, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kWhite, FLUX_TEXT_LARGE,
-                                       FLUX_ALIGN_TOP, kStateWidth, kVerdictHeight);
+  Evas_Object* const verdict = AddText(column, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kTextColor,
+                                       FLUX_TEXT_LARGE, FLUX_ALIGN_TOP, kStateWidth, kVerdictHeight);
   elm_flux_text_lines_set(verdict, 0);
 }
 
@@ -176,7 +172,7 @@ void CStartDCIssues::m_CreateGenlistOrMsg() {
   elm_flux_layout_clear(m_listArea);
   if (m_rows.empty()) {
     Evas_Object* const message = AddText(m_listArea, CUtils::m_GetText(m_isAnySolved ? kAllSolved : kNothingFound),
-                                         FLUX_FONT_600, kWhite, FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, 0, 0);
+                                         FLUX_FONT_600, kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, 0, 0);
     elm_flux_text_lines_set(message, 0);
     elm_flux_expand_set(message, true);
     FocusWhenIdle(m_done);

@@ -21,7 +21,6 @@ constexpr double kHeaderHeight = 15;
 constexpr double kTwoLineHeaderHeight = 25;
 constexpr double kTitleWidth = 171;
 constexpr double kTitleHeight = 15;
-constexpr double kTitlePadding = 11;
 constexpr int kDimAlpha = 0xB2;
 
 bool IsTwoLineTitle(const char* titleSid) {
@@ -177,13 +176,13 @@ Evas_Object* CUtils::m_pTitleHeader(Evas_Object* parent, TitleHeader& out, const
   elm_flux_header_plate_set(out.header, true);
 
   out.row = elm_flux_layout_add(out.header, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_LEFT);
-  elm_flux_layout_padding_set(out.row, kTitlePadding, 0, 0, 0);
+  elm_flux_layout_padding_set(out.row, kPageMargin, 0, 0, 0);
   elm_object_content_set(out.header, out.row);
 
   out.text = elm_flux_text_add(out.row);
   elm_flux_size_set(out.text, kTitleWidth, kTitleHeight);
   elm_flux_text_font_set(out.text, FLUX_FONT_600);
-  elm_flux_text_color_set(out.text, "#FFFFFF");
+  elm_flux_text_color_set(out.text, kTextColor);
   elm_flux_text_size_set(out.text, FLUX_TEXT_TITLE);
   elm_flux_text_align_set(out.text, FLUX_ALIGN_LEFT);
   elm_object_text_set(out.text, m_GetText(titleSid).c_str());
