@@ -108,8 +108,8 @@ const Fault kFaults[] = {
        fs::rename(kResult.parent_path(), SystemPath("/opt/elsewhere"));
        fs::create_symlink(SystemPath("/opt/elsewhere"), kResult.parent_path());
      },
-     "\nno result is written to /tmp/qsyslink/inference_result: symbolic link is detected; what stands there is of an "
-     "earlier diagnosis\n",
+     "\nno result is written to /tmp/qsyslink/inference_result: symbolic link is detected; what stands there, if "
+     "anything, is of an earlier diagnosis\n",
      "content", SystemPath("/opt/elsewhere/inference_result")},
     {"ResultHasAnotherName",
      [] {
