@@ -84,7 +84,11 @@ void TextBox::SetColour(Colour colour) {
 
 void TextBox::Update() {
   m_appliedStyle.clear();
-  elm_box_recalculate(m_box);
+  // A box is dressed before it gets its text: until then there is nothing to measure, and no font to load for it.
+  if (m_markup.empty())
+    evas_object_smart_changed(m_box);
+  else
+    elm_box_recalculate(m_box);
 }
 
 void TextBox::ApplyForm(Form form) {
