@@ -9,7 +9,8 @@
 
 namespace QUVA {
 
-enum MotionSet { MOTION_PROGRESS, MOTION_GOOD, MOTION_BAD, MOTION_NORMAL };
+/// The last is the first of them, drawn as small as the loading screen shows it.
+enum MotionSet { MOTION_PROGRESS, MOTION_GOOD, MOTION_BAD, MOTION_NORMAL, MOTION_SMALL_PROGRESS };
 
 inline constexpr int kLastFrame = 59;
 

@@ -68,7 +68,7 @@ void CLoadingScreen::m_BuildBody() {
 
   Evas_Object* const circle = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER, kCircleSize, kCircleSize);
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
-  m_animation = AddImage(circle, MotionFrame(MOTION_PROGRESS, highContrast, 0), kCircleSize, kCircleSize);
+  m_animation = AddImage(circle, MotionFrame(MOTION_SMALL_PROGRESS, highContrast, 0), kCircleSize, kCircleSize);
   AddImage(circle, getResourcePath(kCheckMark), kCheckMarkWidth, kCheckMarkHeight);
 
   Evas_Object* const row = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
@@ -100,7 +100,7 @@ void CLoadingScreen::m_AnimationStart(const CScreenJob::Control& control, const 
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   VEXILO_LOGI("Path of Animation is : %s", std::string(NameOnSet(MotionPrefix(MOTION_PROGRESS, highContrast))).c_str());
   control.m_RunInMainLoop([this] { m_screen.m_Show(); });
-  if (PlayMotion(control, image, MOTION_PROGRESS, 0, lastFrame)) m_WaitForRemainingData(control);
+  if (PlayMotion(control, image, MOTION_SMALL_PROGRESS, 0, lastFrame)) m_WaitForRemainingData(control);
 }
 
 void CLoadingScreen::m_WaitForRemainingData(const CScreenJob::Control& control) {

@@ -26,6 +26,8 @@ constexpr Prefixes kPrefixes[] = {
     {"Motion/vexilo_good/vexilo_good_", "Motion/vexilo_highcontrast_good/vexilo_highcontrast_good _"},
     {"Motion/vexilo_bad/vexilo_bad_", "Motion/vexilo_highcontrast_bad/vexilo_highcontrast_bad_"},
     {"Motion/Vexilo_normal/Vexilo_normal_", "Motion/vexilo_highcontrast_normal/Vexilo_highcontrast_normal_"},
+    {"Motion/vexilo_progress/small/vexilo_progress_",
+     "Motion/vexilo_highcontrast_progress/small/vexilo_highcontrast_progress_"},
 };
 
 constexpr std::chrono::milliseconds kShowingRound{10};

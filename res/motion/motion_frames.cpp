@@ -369,18 +369,22 @@ struct Set {
 };
 
 constexpr int kProgressPixels = 320;
+constexpr int kSmallProgressPixels = 128;
 constexpr int kStatePixels = 288;
+
+constexpr Style kProgress{kAccent, kTeal, kWhite, Symbol::kNone};
+constexpr Style kHighContrastProgress{kYellowGreen, kYellowGreen, kWhite, Symbol::kNone, true};
 
 // The names are contracts with the screens, their oddities included: capitals in one set, a blank in another.
 const Set kSets[] = {
-    {"vexilo_progress", "vexilo_progress_", kProgressPixels, {kAccent, kTeal, kWhite, Symbol::kNone}, ProgressAt},
+    {"vexilo_progress", "vexilo_progress_", kProgressPixels, kProgress, ProgressAt},
+    {"vexilo_progress/small", "vexilo_progress_", kSmallProgressPixels, kProgress, ProgressAt},
     {"vexilo_good", "vexilo_good_", kStatePixels, {kAccent, kTeal, {0.87, 1, 0.70}, Symbol::kCheckMark}, StateAt},
     {"vexilo_bad", "vexilo_bad_", kStatePixels, {kAmber, kRed, {1, 0.86, 0.62}, Symbol::kExclamation}, StateAt},
     {"Vexilo_normal", "Vexilo_normal_", kStatePixels, {kSky, kDeepTeal, {0.80, 0.95, 1}, Symbol::kWave}, StateAt},
-    {"vexilo_highcontrast_progress",
-     "vexilo_highcontrast_progress_",
-     kProgressPixels,
-     {kYellowGreen, kYellowGreen, kWhite, Symbol::kNone, true},
+    {"vexilo_highcontrast_progress", "vexilo_highcontrast_progress_", kProgressPixels, kHighContrastProgress,
+     ProgressAt},
+    {"vexilo_highcontrast_progress/small", "vexilo_highcontrast_progress_", kSmallProgressPixels, kHighContrastProgress,
      ProgressAt},
     {"vexilo_highcontrast_good",
      "vexilo_highcontrast_good _",

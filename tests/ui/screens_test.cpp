@@ -437,7 +437,7 @@ TEST_F(Screens, LoadingEndsInTheScreenThatTheSourceAsksFor) {
   Profile(kReport);
   Open(kMoving, kAtLoading);
   EXPECT_TRUE(ShowsSid("TV_SID_CARE_CHECKDING_YOUR_DEVICE_DOT"));
-  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/vexilo_progress_0.png"; }));
+  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/small/vexilo_progress_0.png"; }));
   vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
   EXPECT_TRUE(Soon([&] { return Picture().starts_with("Motion/vexilo_highcontrast_progress/"); }));
   Press("XF86Back");  // nothing is on the stack: the viewer leaves
@@ -460,7 +460,7 @@ TEST_F(Screens, LoadingEndsInTheScreenThatTheSourceAsksFor) {
 
 TEST_F(Screens, LoadingMayBeCleanedUpAtAnyMoment) {
   Open(kMoving, kAtLoading);
-  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/vexilo_progress_0.png"; }));
+  EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/small/vexilo_progress_0.png"; }));
   CLoadingScreen::Instance()->m_CleanObjects();  // as a pause does
   EXPECT_TRUE(Soon([] { return InLog("Error_Funtion for loading circle called") == 1; }));
   std::string source = "Self-Diagnosis";
