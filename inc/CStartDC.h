@@ -1,7 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <boost/signals2/signal.hpp>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -17,8 +18,6 @@ namespace QUVA {
 /// Thread rule: main loop thread, but for the rows, which any thread may set and ask for.
 class CStartDC {
  public:
-  using FoundSignal = boost::signals2::signal<void(const std::vector<MapToDBTable>& rows)>;
-
   /// Created on first use, never destroyed.
   static CStartDC* Instance();
 
@@ -53,9 +52,11 @@ class CStartDC {
   bool m_IsResultReceived() const { return m_isResultReceived; }
   std::vector<MapToDBTable> m_GetRows() const;
   /// Calls on the main loop when a scan is over that found issues, however late.
-  void ConnectFoundCB(const FoundSignal::slot_type& slot) { m_found.connect(slot); }
+  void ConnectFoundCB(std::function<void(const std::vector<MapToDBTable>& rows)> slot);
 
  private:
+  struct FoundSignal;
+
   CStartDC();
 
   void m_BuildBody();
@@ -74,7 +75,7 @@ class CStartDC {
   std::atomic<bool> m_isResultReceived{false};
   mutable std::mutex m_rowsMutex;
   std::vector<MapToDBTable> m_rows;
-  FoundSignal m_found;
+  const std::unique_ptr<FoundSignal> m_found;
 
   CScreen m_screen;
   CWidget m_progressImage;

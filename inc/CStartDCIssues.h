@@ -1,7 +1,8 @@
 #pragma once
 
-#include <boost/signals2/signal.hpp>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,6 @@ namespace QUVA {
 /// Thread rule: main loop thread.
 class CStartDCIssues {
  public:
-  using SolvedSignal = boost::signals2::signal<void(const std::string& issueCode)>;
-
   /// Created on first use, never destroyed.
   static CStartDCIssues* Instance();
 
@@ -50,7 +49,7 @@ class CStartDCIssues {
   /// Takes a row away that has been handled. Nothing happens for an index that is none.
   void m_RemoveItemFromIndex(int index);
   /// Calls on the main loop when an issue has been solved.
-  void ConnectSolvedCB(const SolvedSignal::slot_type& slot) { m_solved.connect(slot); }
+  void ConnectSolvedCB(std::function<void(const std::string& issueCode)> slot);
 
   // ---- the popup and the toast
 
@@ -63,6 +62,8 @@ class CStartDCIssues {
   void m_AutoTimeOutToast();
 
  private:
+  struct SolvedSignal;
+
   CStartDCIssues();
 
   bool m_IsRow(int index) const { return index >= 0 && index < static_cast<int>(m_rows.size()); }
@@ -85,7 +86,7 @@ class CStartDCIssues {
   };
 
   std::vector<MapToDBTable> m_rows;
-  SolvedSignal m_solved;
+  const std::unique_ptr<SolvedSignal> m_solved;
   int m_index = -1;  ///< the row whose popup is, or was last, open
   CScreen m_screen;
   CWidget m_stateImage;

@@ -2,9 +2,10 @@
 
 #include <atomic>
 #include <boost/function.hpp>
-#include <boost/signals2/signal.hpp>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -48,8 +49,6 @@ struct TitleHeader {
 /// Thread rule: main thread, but for the launch source, the flags and the speech, which any thread may ask for.
 class CUtils {
  public:
-  using Signal = boost::signals2::signal<void()>;
-
   /// Created on first use, never destroyed.
   static CUtils& Instance();
 
@@ -148,9 +147,9 @@ class CUtils {
   int m_GetHighContrast() const { return m_highContrast; }
   int m_GetEnlarge() const { return m_enlarge; }
 
-  void ConnectHighContrastChangeCB(const Signal::slot_type& slot) { m_highContrastChanged.connect(slot); }
-  void ConnectEnlargeChangeCB(const Signal::slot_type& slot) { m_enlargeChanged.connect(slot); }
-  void ConnectLangChangeCB(const Signal::slot_type& slot) { m_languageChanged.connect(slot); }
+  void ConnectHighContrastChangeCB(std::function<void()> slot);
+  void ConnectEnlargeChangeCB(std::function<void()> slot);
+  void ConnectLangChangeCB(std::function<void()> slot);
   void HighContrastChangeCB();
   void EnlargeChangeCB();
   void LanguageChangeCB();
@@ -184,7 +183,9 @@ class CUtils {
   static const char* m_GetDateFormat() { return GetDateFormat(); }
 
  private:
-  CUtils() = default;
+  struct Signals;
+
+  CUtils();
 
   void m_End();
   void m_DeleteLoadingPopup();
@@ -193,9 +194,7 @@ class CUtils {
   CWidget m_loadingProgress;
   CWidget m_rootLayout;
   CWidget m_appWindow;
-  Signal m_enlargeChanged;
-  Signal m_highContrastChanged;
-  Signal m_languageChanged;
+  const std::unique_ptr<Signals> m_signals;  ///< apart, as their header takes longer to compile than all others here
   std::atomic<int> m_highContrast{0};
   int m_enlarge = 0;
   std::atomic<bool> m_keyBlock{false};

@@ -2,11 +2,11 @@
 
 #include <array>
 #include <atomic>
-#include <boost/signals2/signal.hpp>
 #include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -41,8 +41,6 @@ inline constexpr std::array<TSErrorCategory, 9> kErrorCategories = {{
 /// which belongs to the main thread.
 class ErrorReportSender {
  public:
-  using Signal = boost::signals2::signal<void()>;
-
   /// Never destroyed.
   static ErrorReportSender& Instance();
 
@@ -98,7 +96,7 @@ class ErrorReportSender {
   const std::set<int>& GetFailures() const { return m_failures; }
   void ForgetFailures(const std::set<int>& told);
   /// Calls on the main thread whenever what became of one is known.
-  void ConnectSentChangeCB(const Signal::slot_type& slot) { m_sentChanged.connect(slot); }
+  void ConnectSentChangeCB(std::function<void()> slot);
   /// The names of the categories, in the menu language, in the order of the table.
   static std::string NamesOf(const std::set<int>& rows);
 
@@ -109,7 +107,9 @@ class ErrorReportSender {
     Ticked categories;
   };
 
-  ErrorReportSender() = default;
+  struct Signal;
+
+  ErrorReportSender();
 
   std::optional<HandedOver> m_takeHandedOver();
 
@@ -121,7 +121,7 @@ class ErrorReportSender {
   int m_send = 0;
   TSSent m_sent;
   std::set<int> m_failures;
-  Signal m_sentChanged;
+  const std::unique_ptr<Signal> m_sentChanged;
 };
 
 }  // namespace QUVA

@@ -1,6 +1,7 @@
 #include "CStartDC.h"
 
 #include <algorithm>
+#include <boost/signals2/signal.hpp>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -85,15 +86,21 @@ double Enlargement() {
 
 }  // namespace
 
+struct CStartDC::FoundSignal : boost::signals2::signal<void(const std::vector<MapToDBTable>& rows)> {};
+
 CStartDC* CStartDC::Instance() {
   static auto* instance = new CStartDC;
   return instance;
 }
 
-CStartDC::CStartDC() {
+CStartDC::CStartDC() : m_found(std::make_unique<FoundSignal>()) {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
   QUVA_DiagResultManager::GetInstance()->SetScanListener(
       [this](std::vector<MapToDBTable> rows) { m_DiagResCallback(std::move(rows)); });
+}
+
+void CStartDC::ConnectFoundCB(std::function<void(const std::vector<MapToDBTable>& rows)> slot) {
+  m_found->connect(std::move(slot));
 }
 
 // ---- the screen
@@ -308,7 +315,7 @@ void CStartDC::m_OpenIssues() {
 void CStartDC::m_TellFound() {
   const std::vector<MapToDBTable> rows = m_GetRows();
   if (rows.empty()) return QUVA_DiagManager::GetInstance()->RemainingProblem();  // what is stored may have cleared
-  m_found(rows);
+  (*m_found)(rows);
 }
 
 void CStartDC::m_GetDiagResults() {

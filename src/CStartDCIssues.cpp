@@ -1,6 +1,7 @@
 #include "CStartDCIssues.h"
 
 #include <algorithm>
+#include <boost/signals2/signal.hpp>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -45,13 +46,19 @@ bool IsGiven(const std::string& sid) {
 
 }  // namespace
 
+struct CStartDCIssues::SolvedSignal : boost::signals2::signal<void(const std::string& issueCode)> {};
+
 CStartDCIssues* CStartDCIssues::Instance() {
   static auto* instance = new CStartDCIssues;
   return instance;
 }
 
-CStartDCIssues::CStartDCIssues() {
+CStartDCIssues::CStartDCIssues() : m_solved(std::make_unique<SolvedSignal>()) {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+}
+
+void CStartDCIssues::ConnectSolvedCB(std::function<void(const std::string& issueCode)> slot) {
+  m_solved->connect(std::move(slot));
 }
 
 // ---- the screen
@@ -345,7 +352,7 @@ void CStartDCIssues::m_EndHandling(bool succeeded) {
   if (decision.apply && succeeded) {
     // The toast says that it has been done, so it comes when that is known.
     if (m_screen.m_IsBuilt()) m_ShowToastMsg(m_RowOf(decision.issueCode));
-    m_solved(decision.issueCode);
+    (*m_solved)(decision.issueCode);
     m_RemoveItemFromIndex(m_RowOf(decision.issueCode));
   } else if (decision.apply && m_screen.m_IsBuilt()) {
     m_ShowToastText(CUtils::m_GetText(kNotApplied));

@@ -1,5 +1,8 @@
 #include "CUtils.h"
 
+#include <boost/signals2/signal.hpp>
+#include <utility>
+
 #include "CGetData.h"
 #include "CScreenJob.h"
 #include "QUVA_DiagManager.h"
@@ -28,6 +31,16 @@ bool IsTwoLineTitle(const char* titleSid) {
 }
 
 }  // namespace
+
+struct CUtils::Signals {
+  using Signal = boost::signals2::signal<void()>;
+
+  Signal enlargeChanged;
+  Signal highContrastChanged;
+  Signal languageChanged;
+};
+
+CUtils::CUtils() : m_signals(std::make_unique<Signals>()) {}
 
 CUtils& CUtils::Instance() {
   static auto* instance = new CUtils;
@@ -238,19 +251,31 @@ void CUtils::m_SetEnlarge() {
   elm_config_scale_set(value != 0 ? FLUX_SCALE_ENLARGED : FLUX_SCALE_NORMAL);
 }
 
+void CUtils::ConnectHighContrastChangeCB(std::function<void()> slot) {
+  m_signals->highContrastChanged.connect(std::move(slot));
+}
+
+void CUtils::ConnectEnlargeChangeCB(std::function<void()> slot) {
+  m_signals->enlargeChanged.connect(std::move(slot));
+}
+
+void CUtils::ConnectLangChangeCB(std::function<void()> slot) {
+  m_signals->languageChanged.connect(std::move(slot));
+}
+
 void CUtils::HighContrastChangeCB() {
-  VEXILO_LOGI("Total count of highcontrast callback slots: %zu", m_highContrastChanged.num_slots());
-  m_highContrastChanged();
+  VEXILO_LOGI("Total count of highcontrast callback slots: %zu", m_signals->highContrastChanged.num_slots());
+  m_signals->highContrastChanged();
 }
 
 void CUtils::EnlargeChangeCB() {
-  VEXILO_LOGI("Total count of Enlarge callback slots: %zu", m_enlargeChanged.num_slots());
-  m_enlargeChanged();
+  VEXILO_LOGI("Total count of Enlarge callback slots: %zu", m_signals->enlargeChanged.num_slots());
+  m_signals->enlargeChanged();
 }
 
 void CUtils::LanguageChangeCB() {
-  VEXILO_LOGI("Total count of language callback slots: %zu", m_languageChanged.num_slots());
-  m_languageChanged();
+  VEXILO_LOGI("Total count of language callback slots: %zu", m_signals->languageChanged.num_slots());
+  m_signals->languageChanged();
 }
 
 void CUtils::m_SayVoiceGuideText(const std::string& text) {

@@ -1,6 +1,7 @@
 #include "ErrorReportSender.h"
 
 #include <algorithm>
+#include <boost/signals2/signal.hpp>
 #include <thread>
 #include <utility>
 
@@ -19,6 +20,10 @@ constexpr std::chrono::seconds kLongestEnd{3};
 constexpr std::chrono::milliseconds kEndStep{5};
 
 }  // namespace
+
+struct ErrorReportSender::Signal : boost::signals2::signal<void()> {};
+
+ErrorReportSender::ErrorReportSender() : m_sentChanged(std::make_unique<Signal>()) {}
 
 ErrorReportSender& ErrorReportSender::Instance() {
   static auto* instance = new ErrorReportSender;
@@ -125,12 +130,16 @@ void ErrorReportSender::TakeOutcome(const Asked& asked, const ReportOutcome& out
     if (isOfLast) m_sent.failed.insert(asked.row);
     m_failures.insert(asked.row);
   }
-  m_sentChanged();
+  (*m_sentChanged)();
+}
+
+void ErrorReportSender::ConnectSentChangeCB(std::function<void()> slot) {
+  m_sentChanged->connect(std::move(slot));
 }
 
 void ErrorReportSender::SetWaiting(bool isWaiting) {
   m_sent.isWaiting = isWaiting;
-  m_sentChanged();
+  (*m_sentChanged)();
 }
 
 void ErrorReportSender::ForgetFailures(const std::set<int>& told) {
