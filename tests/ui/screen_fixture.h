@@ -208,10 +208,10 @@ class Screens : public testing::Test {
       Pass();
     }
   }
-  /// A few turns of the main loop, in which it is idle too.
+  /// Turns of the main loop in which it is idle too, for longer than a frame lasts.
   void Pass() {
     int looks = 0;
-    m_ui->PumpUntil([&] { return ++looks > 3; });
+    m_ui->PumpUntil([&] { return ++looks > 6; });
   }
   bool Soon(const std::function<bool()>& condition, double seconds = 40) { return m_ui->PumpUntil(condition, seconds); }
   bool JobsEnd() {
