@@ -179,15 +179,10 @@ bool RunningApp::Sleeps() const {
 
 void RunningApp::Settle() const {
   size_t before = 0;
-  for (int quiet = 0; quiet < 3; std::this_thread::sleep_for(200ms)) {
+  for (int quiet = 0; quiet < 3; std::this_thread::sleep_for(100ms)) {
     const size_t now = Log().size();
     quiet = std::exchange(before, now) == now && Sleeps() ? quiet + 1 : 0;
   }
-}
-
-bool RunningApp::IsHome() {
-  // The loading screen's motion has ended, and its own: nothing moves any more.
-  return Says("Create Home Screen") && Says("frames missed", 2);
 }
 
 std::vector<RunningApp::Clock::time_point> RunningApp::TimesOf(const std::string& text) const {

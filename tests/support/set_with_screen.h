@@ -51,8 +51,8 @@ class RunningApp {
 
   /// Waits until the log has `text` `times` times. False, with the log's end on standard error, when it does not come.
   bool Says(const std::string& text, int times = 1, std::chrono::milliseconds timeout = std::chrono::seconds(60));
-  /// Waits for the home screen, at rest.
-  bool IsHome();
+  /// Waits for the home screen.
+  bool IsHome() { return Says("Create Home Screen"); }
   bool HasSaid(const std::string& text) const { return Count(text) > 0; }
   int Count(const std::string& text) const;
   std::string Log() const { return m_process.Errors(); }
