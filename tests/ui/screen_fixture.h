@@ -84,6 +84,13 @@ class Screens : public testing::Test {
   ~Screens() override {
     if (HasFailure()) std::cerr << Log();
     if (!m_ui) return;
+    CleanAll();
+    Pass();  // what waits for the loop to be idle holds memory
+    EXPECT_TRUE(JobsEnd());
+  }
+
+  /// Takes all screens away.
+  static void CleanAll() {
     QUVA::CLoadingScreen::Instance()->m_CleanObjects();
     QUVA::CHomeScreen::Instance()->m_CleanObjects();
     QUVA::CStartDC::Instance()->m_CleanObjects();
@@ -92,8 +99,7 @@ class Screens : public testing::Test {
     QUVA::CSelfDiagnosis::Instance()->m_CleanObjects();
     QUVA::CErrorReport::Instance()->m_CleanObjects();
     QUVA::CErrorReportSuccess::Instance()->m_CleanObjects();
-    Pass();  // what waits for the loop to be idle holds memory
-    EXPECT_TRUE(JobsEnd());
+    while (StackSize() > 0) Utils().m_DropFromReturnStack();
   }
 
   static QUVA::CUtils& Utils() { return QUVA::CUtils::Instance(); }
