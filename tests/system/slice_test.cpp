@@ -2,10 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <thread>
 
 #include "support/files.h"
 #include "support/process.h"
@@ -63,21 +60,19 @@ class Slice : public testing::Test {
   }
 };
 
-TEST_F(Slice, QGuideWritesTheCodesInTheOrderOfTheMap) {
+TEST_F(Slice, CodesAreWrittenInTheOrderOfTheMapToWhereTheRequestWantsThem) {
   WriteHostFile(kResult, "what was there before, which is longer");
-  const std::string log = Diagnose();
+  EXPECT_THAT(Diagnose(),
+              AllOf(HasSubstr("for qguide only"), HasSubstr("SM_VERSION [3]"), HasSubstr("m_table Size is 3")));
   EXPECT_EQ(ReadHostFile(kResult), kFound);
-  EXPECT_THAT(log, AllOf(HasSubstr("for qguide only"), HasSubstr("SM_VERSION [3]"), HasSubstr("m_table Size is 3")));
-  EXPECT_FALSE(fs::exists(SystemPath(set_paths::kRemainingDb)));
-  EXPECT_FALSE(fs::exists(SystemPath(set_paths::kEventLog)));
-}
-
-TEST_F(Slice, BackgroundRequestWritesToTheDocuments) {
+  fs::remove(kResult);
   const ProcessResult result = RunProcess({VEXILO_APP, "launch_mech=bg_inference"}, kToStderr);
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(ReadHostFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
   EXPECT_FALSE(fs::exists(kResult));
   EXPECT_THAT(result.err, AllOf(HasSubstr("when QUVA is to be called in background "), HasSubstr("terminate called")));
+  for (const char* other : {set_paths::kRemainingDb, set_paths::kEventLog})
+    EXPECT_FALSE(fs::exists(SystemPath(other))) << other;
 }
 
 // Each breaks one thing; the run says so, ends well and leaves the rest alone.
@@ -127,19 +122,14 @@ const Fault kFaults[] = {
      [] { WriteHostFile(kMapFile, "<map><sm cnt=\"3\"/><solution issue_code=\"17\"/><solution issue_"); },
      "/usr/share/vexilo/solutionmap.xml: it declares 3 solutions and has 1", "17\n", kMapFile},
     {"NoPlugin", [] { fs::remove(kPlugin); }, "dlopen error: ", ""},
-    {"PluginIsNoLibrary", [] { WriteHostFile(kPlugin, "#!/bin/sh\n"); }, "dlopen error: ", ""},
     {"NoDatabaseAndAnEarlierResult",
      [] {
        fs::remove(kInference);
        WriteHostFile(kResult, kFound);
      },
      "GetInferenceResult Failed", ""},
-    {"NoDatabaseFolder", [] { fs::remove_all(kInference.parent_path()); },
-     "/home/owner/share/Trevlin/DB/inference.db: cannot be opened", ""},
     {"TruncatedDatabase", [] { fs::resize_file(kInference, fs::file_size(kInference) / 2 + 100); },
      "database disk image is malformed", "", kInference},
-    {"NotADatabase", [] { WriteHostFile(kInference, std::string(5000, 'x')); }, "file is not a database", "",
-     kInference},
     {"SolutionsNotADatabase", [] { WriteHostFile(kSolutions, std::string(5000, 'x')); },
      "/home/owner/share/Trevlin/DB/solution.db", kFound, kSolutions},
     {"LinkedDatabase",

@@ -183,51 +183,38 @@ TEST_F(Screens, DatesAreInTheOrderOfTheSet) {
     EXPECT_EQ(List().m_item_label_get(index, part), "");
 }
 
-TEST_F(Screens, TheSolutionSpeaksOfTheKindOfDevice) {
+TEST_F(Screens, ThePopupSpeaksOfTheKindOfDeviceAndCanBeClosedWhereItsTextsAreMissing) {
+  constexpr char kOffTimer[] = "TV_SID_USING_OFF_TIMER", kScreen[] = "feature product.device_sid=REP.DEVICE.SCREEN";
   const struct {
     const char *profile, *sid, *shown;
-  } cases[] = {
-      {"", "TV_SID_USING_OFF_TIMER", "TV_SID_USING_OFF_TIMER"},
-      {"feature product.device_sid=REP.DEVICE.PROJECTOR", "TV_SID_USING_OFF_TIMER", "PJT_SID_USING_OFF_TIMER"},
-      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_USING_OFF_TIMER",
-       "REP.DEVICE.SCREEN_SID_CCDEC_USING_OFF_TIMER"},
-      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO",
-       "REP.DEVICE.SCREEN_SID_CCDEC_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO"},
-      {"feature product.device_sid=REP.DEVICE.SCREEN", "TV_SID_VEXILO_BATTERY_EMPTY_MSG",
-       "TV_SID_VEXILO_BATTERY_EMPTY_MSG"}};
+  } cases[] = {{"", kOffTimer, kOffTimer},
+               {"feature product.device_sid=REP.DEVICE.PROJECTOR", kOffTimer, "PJT_SID_USING_OFF_TIMER"},
+               {kScreen, kOffTimer, "REP.DEVICE.SCREEN_SID_CCDEC_USING_OFF_TIMER"},
+               {kScreen, "TV_SID_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO",
+                "REP.DEVICE.SCREEN_SID_CCDEC_CARE_CAMAR_WHEN_APO_WILL_OFF_DO_WANT_CONTINUE_APO"},
+               {kScreen, "TV_SID_VEXILO_BATTERY_EMPTY_MSG", "TV_SID_VEXILO_BATTERY_EMPTY_MSG"},
+               {"", "", nullptr}};
   Open();
   for (const auto& each : cases) {
+    SCOPED_TRACE(each.sid);
     Profile(each.profile);
     MapToDBTable row = Row("1");
     row.sid_sol = each.sid;
+    if (!each.shown) row.sid_button1 = "", row.sid_button2 = "NULL";
     OpenList({row});
     ASSERT_TRUE(FocusBecomes("list"));
     Press("Return");
-    EXPECT_TRUE(ShowsSid(each.shown)) << each.shown;
+    EXPECT_TRUE(!each.shown || ShowsSid(each.shown));
+    for (const Shown& text : Texts()) EXPECT_THAT(text.text, testing::Not(HasSubstr("Content-Type")));
     EXPECT_EQ(StackSize(), 2u);
-    std::vector<std::string> buttons{Focus()};
+    EXPECT_EQ(Focus(), each.shown ? CUtils::m_GetText("TV_SID_VEXILO_OPEN_SETTINGS") : "close");
     Press("Right");
-    buttons.push_back(Focus());
-    EXPECT_THAT(buttons, ElementsAre(CUtils::m_GetText("TV_SID_VEXILO_OPEN_SETTINGS"), "close"));
-    Press("XF86Back");
+    EXPECT_EQ(Focus(), "close");
+    Press(each.shown ? "XF86Back" : "Return");
     EXPECT_EQ(StackSize(), 1u);
     EXPECT_TRUE(FocusBecomes("list"));
     Drop(&List());
   }
-}
-
-TEST_F(Screens, APopupCanBeClosedWhereItsTextsAreMissing) {
-  MapToDBTable row = Row("1");
-  row.sid_sol = row.sid_button1 = "";
-  row.sid_button2 = "NULL";
-  Open();
-  OpenList({row});
-  ASSERT_TRUE(FocusBecomes("list"));
-  Press("Return");
-  EXPECT_EQ(Focus(), "close");
-  for (const Shown& text : Texts()) EXPECT_THAT(text.text, testing::Not(HasSubstr("Content-Type")));
-  Press("Return");
-  EXPECT_EQ(StackSize(), 1u);
 }
 
 /// The codes of the stored remaining problems.
@@ -335,9 +322,9 @@ TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
 
 TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {
   Open();
+  OpenList(Rows(1));
+  ASSERT_TRUE(FocusBecomes("list"));
   for (const auto& [button, saysSo] : {std::pair("Right Return", false), {"Return", true}}) {
-    OpenList(Rows(1));
-    ASSERT_TRUE(FocusBecomes("list"));
     std::string source = "menu";
     Utils().m_pSetLaunchFrom(source.data());
     Press("Return");
@@ -346,31 +333,27 @@ TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {
     EXPECT_EQ(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"), saysSo);
     EXPECT_EQ(Focus(), "list");
     EXPECT_EQ(Utils().m_pGetLaunchFrom(), nullptr);
-    Drop(&List());
   }
+  EXPECT_NE(List().m_item_label_get(0, "MainText"), "");
 }
 
-TEST_F(Screens, OfALongListOnlyWhatIsSeenIsDrawnAndEachRowCanBeReached) {
+TEST_F(Screens, OfALongListOnlyWhatIsSeenIsDrawnAndTheLastOneLeavesAText) {
   Open();
-  for (const int count : {30, 1000}) {
-    OpenList(Rows(count));
-    ASSERT_TRUE(FocusBecomes("list"));
-    EXPECT_LT(InLog(" buf after fn is"), 100) << "only the rows in sight are drawn";
-    Press("End Return");
-    EXPECT_EQ(StackSize(), 2u);
-    Press("XF86Back Down");
-    EXPECT_TRUE(FocusBecomes("done"));
-    Press("Up");
-    EXPECT_TRUE(FocusBecomes("list"));
-    for (int i = 0; i < count - 1; ++i) List().m_RemoveItemFromIndex(0);
-    Pass();
-    EXPECT_EQ(Focus(), "list");
-    List().m_RemoveItemFromIndex(0);
-    EXPECT_TRUE(FocusBecomes("done")) << "the last one has gone";
-    EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_ALL_SOLVED"));
-    List().m_RemoveItemFromIndex(0);
-    Drop(&List());
-  }
+  OpenList(Rows(1000));
+  ASSERT_TRUE(FocusBecomes("list"));
+  EXPECT_LT(InLog(" buf after fn is"), 100) << "only the rows in sight are drawn";
+  Press("End Return");
+  EXPECT_EQ(StackSize(), 2u);
+  Press("XF86Back Down");
+  EXPECT_TRUE(FocusBecomes("done"));
+  Press("Up");
+  EXPECT_TRUE(FocusBecomes("list"));
+  for (int i = 0; i < 999; ++i) List().m_RemoveItemFromIndex(0);
+  Pass();
+  EXPECT_EQ(Focus(), "list");
+  for (int i = 0; i < 2; ++i) List().m_RemoveItemFromIndex(0);  // the second time nothing is there
+  EXPECT_TRUE(FocusBecomes("done"));
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_ALL_SOLVED"));
 }
 
 }  // namespace
