@@ -11,22 +11,17 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <thread>
 #include <utility>
 
 #include "c_handle.h"
-#include "set_paths.h"
-#include "system_path.h"
+#include "support/files.h"
 #include "vconf.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr char kApp[] = "/usr/apps/com.tornelo.TVVexilo/bin/vexilo";
@@ -44,19 +39,15 @@ constexpr struct {
 };
 constexpr size_t kLogTail = 6000;  // bytes that are shown
 
-void Put(const std::string& path, const std::string& text) {
-  std::ofstream(path) << text;
-}
-
 bool Unshare() {
   constexpr int kOwn = CLONE_NEWNET | CLONE_NEWNS;
   if (unshare(kOwn) == 0) return true;
   const auto uid = std::to_string(geteuid());
   const auto gid = std::to_string(getegid());
   if (unshare(kOwn | CLONE_NEWUSER) != 0) return false;
-  Put("/proc/self/setgroups", "deny");
-  Put("/proc/self/uid_map", uid + " " + uid + " 1");
-  Put("/proc/self/gid_map", gid + " " + gid + " 1");
+  WriteHostFile("/proc/self/setgroups", "deny");
+  WriteHostFile("/proc/self/uid_map", uid + " " + uid + " 1");
+  WriteHostFile("/proc/self/gid_map", gid + " " + gid + " 1");
   return true;
 }
 
@@ -66,11 +57,6 @@ bool RaiseLoopback() {
   std::strcpy(request.ifr_name, "lo");
   request.ifr_flags = IFF_UP | IFF_RUNNING;
   return ioctl(any.get(), SIOCSIFFLAGS, &request) == 0;
-}
-
-std::string Content(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 const std::map<std::string, std::string> kEnvironment{{"VEXILO_LOG_TARGET", "stderr"},
@@ -105,18 +91,10 @@ std::string LeaveTheMachine() {
   fs::create_directories(SystemPath("/healthy"));
   for (const auto& [file, content] : kHealthy) {
     const std::string healthy = SystemPath("/healthy/") + fs::path(file).filename().string();
-    Put(healthy, content);
+    WriteHostFile(healthy, content);
     if (mount(healthy.c_str(), file, nullptr, MS_BIND, nullptr) != 0) return std::strerror(errno);
   }
   return "";
-}
-
-bool HappensWithin(std::chrono::milliseconds timeout, const std::function<bool()>& condition) {
-  for (const auto end = std::chrono::steady_clock::now() + timeout; std::chrono::steady_clock::now() < end;) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return condition();
 }
 
 // ---- the screen
@@ -128,7 +106,7 @@ Screen::Screen()
   const auto runs = [] {
     return RunProcess({"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}).out.find("window id") != std::string::npos;
   };
-  if (!HappensWithin(30s, runs))
+  if (!Until(runs))
     throw std::runtime_error("no screen; scripts/setup installs what it needs: " + m_server.Errors() +
                              m_windowManager->Errors());
   // The server tells its clients of a new keyboard with the first key, which may pass them meanwhile.
@@ -156,15 +134,8 @@ RunningApp::RunningApp(const std::string& argument)
     : m_process(argument.empty() ? std::vector{SystemPath(kApp)} : std::vector{SystemPath(kApp), argument},
                 {.env = kEnvironment}) {}
 
-int RunningApp::Count(const std::string& text) const {
-  const std::string log = Log();
-  int count = 0;
-  for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; at += text.size()) ++count;
-  return count;
-}
-
-bool RunningApp::Says(const std::string& text, int times, std::chrono::milliseconds timeout) {
-  if (HappensWithin(timeout, [&] { return Count(text) >= times; })) return true;
+bool RunningApp::Says(const std::string& text, int times) {
+  if (Until([&] { return Count(text) >= times; })) return true;
   const std::string log = Log();
   std::cerr << "no \"" << text << "\" in\n" << log.substr(log.size() - std::min(log.size(), kLogTail)) << std::endl;
   return false;
@@ -172,7 +143,7 @@ bool RunningApp::Says(const std::string& text, int times, std::chrono::milliseco
 
 bool RunningApp::Sleeps() const {
   return std::ranges::all_of(fs::directory_iterator(TasksOf(m_process)), [](const fs::directory_entry& task) {
-    const std::string stat = Content(task.path() / "stat");
+    const std::string stat = ReadHostFile(task.path() / "stat");
     return stat.empty() || stat.compare(stat.rfind(')'), 3, ") S") == 0;
   });
 }
@@ -201,7 +172,7 @@ std::vector<RunningApp::Clock::time_point> RunningApp::TimesOf(const std::string
 
 pid_t RunningApp::Thread(const std::string& name) const {
   for (const auto& task : fs::directory_iterator(TasksOf(m_process)))
-    if (Content(task.path() / "comm") == name + "\n") return std::stoi(task.path().filename());
+    if (ReadHostFile(task.path() / "comm") == name + "\n") return std::stoi(task.path().filename());
   return 0;
 }
 
@@ -218,7 +189,7 @@ void InstallSet() {
 std::unique_ptr<ChildProcess> StartDaemon() {
   auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SystemPath("/usr/bin/vexilo-setd")},
                                                ProcessOptions{.env = {{"VEXILO_LOG_TARGET", "file"}}});
-  if (!HappensWithin(10s, [] { return fs::exists(SystemPath(set_paths::kDaemonLock)); }))
+  if (!Until([] { return fs::exists(SystemPath(set_paths::kDaemonLock)); }))
     throw std::runtime_error("vexilo-setd does not start");
   return daemon;
 }

@@ -8,20 +8,17 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "support/process.h"
 
 /// Puts this process, and what it starts, where there is no network, display, sound card or other hardware, and little
 /// to do. Mounts are its own from then on. Only while it has a single thread. Empty, or why it cannot be.
 std::string LeaveTheMachine();
-
-/// Waits until `condition` holds; false after `timeout`.
-bool HappensWithin(std::chrono::milliseconds timeout, const std::function<bool()>& condition);
 
 /// An Xvfb of 1280 x 720 with openbox, and its keyboard.
 class Screen {
@@ -50,11 +47,11 @@ class RunningApp {
   const ChildProcess& Process() const { return m_process; }
 
   /// Waits until the log has `text` `times` times. False, with the log's end on standard error, when it does not come.
-  bool Says(const std::string& text, int times = 1, std::chrono::milliseconds timeout = std::chrono::seconds(60));
+  bool Says(const std::string& text, int times = 1);
   /// Waits for the home screen.
   bool IsHome() { return Says("Create Home Screen"); }
   bool HasSaid(const std::string& text) const { return Count(text) > 0; }
-  int Count(const std::string& text) const;
+  int Count(const std::string& text) const { return ::Count(Log(), text); }
   std::string Log() const { return m_process.Errors(); }
 
   /// Waits until it has nothing more to say: the screen is built and drawn, and takes keys.

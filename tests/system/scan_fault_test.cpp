@@ -6,9 +6,7 @@
 #include <sys/mount.h>
 #include <sys/ptrace.h>
 
-#include <cmath>
-#include <filesystem>
-#include <fstream>
+#include <thread>
 
 #include "support/remaining_rows.h"
 #include "support/set_with_screen.h"
@@ -17,7 +15,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
@@ -101,6 +98,7 @@ TEST_F(ScanFault, WhatIsFoundIsToldHoweverLateAndThoughNothingCanBeRecorded) {
   m_screen->Press({"Escape"});
   EXPECT_TRUE(app.Says("Home screen called after return"));
   EXPECT_EQ(app.Count(kListIsOpen), 1);
+  std::this_thread::sleep_for(2s);  // home looks once a second for what comes late, and says nothing of it
   app.Settle();
   m_screen->Press({"Right", "Return"});
   ASSERT_TRUE(app.Says(kListIsOpen, 2));
@@ -115,7 +113,7 @@ TEST_F(ScanFault, WhatIsFoundIsToldHoweverLateAndThoughNothingCanBeRecorded) {
 
 TEST_F(ScanFault, WithoutPluginAndWithDamagedDatabaseItScansAndIsTerminated) {
   fs::remove(SystemPath(set_paths::kParserPlugin));
-  std::ofstream(SystemPath(set_paths::kRemainingDb)) << std::string(5000, 'x');
+  WriteFile(set_paths::kRemainingDb, std::string(5000, 'x'));
   RunningApp app(kScanAtOnce);
   ASSERT_TRUE(app.Says("m_DiagResCallback triggered.. Size = 0"));
   ASSERT_TRUE(app.Says("Counter = 5"));
@@ -159,7 +157,7 @@ constexpr char kManyTransitions[] = R"(
 
 // The first scan is killed while it stores them.
 TEST_F(ScanFault, ThousandIssues) {
-  std::ofstream(SystemPath(set_paths::kSolutionMap)) << ManySolutions();
+  WriteFile(set_paths::kSolutionMap, ManySolutions());
   fs::remove(SystemPath(set_paths::kRules));
   using namespace trevlin_tables;
   const std::string table = std::string("CREATE TABLE ") + kInference + kInferenceColumns + ";";

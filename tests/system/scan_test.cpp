@@ -7,9 +7,6 @@
 #include <sys/mount.h>
 #include <sys/statvfs.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 
 #include "support/remaining_rows.h"
@@ -18,7 +15,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -30,7 +26,6 @@ constexpr int kDemoMode = 20100001;
 
 constexpr char kOffTimerKey[] = "db/menu/system/time/off_timer";
 constexpr char kAutoPowerOffKey[] = "db/menu/system/power/auto_power_off";
-constexpr char kBattery[] = "/sys/class/power_supply/remote";
 constexpr char kCacheFile[] = "/opt/usr/apps/com.tornelo.webbrowser/cache/pages";
 constexpr char kLeft[] = "SELECT issueCode * 10 + isApply FROM solutionTBL ORDER BY rowid";
 
@@ -40,8 +35,7 @@ std::string Text(const char* key) {
 
 /// What `events.jsonl` has, in order: item, status, number of issues.
 std::vector<std::string> Events() {
-  std::ifstream file(SystemPath(set_paths::kEventLog));
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::string text = ReadFile(set_paths::kEventLog);
   const std::regex event("select_item=([^;]*);status=([^;]*);issue_count=([^;]*);");
   std::vector<std::string> events;
   for (std::sregex_iterator at(text.begin(), text.end(), event), end; at != end; ++at)
@@ -78,11 +72,11 @@ class Scan : public testing::Test {
   }
 
   static void Battery(int percent) {
-    const std::string keys = kBattery + std::string("/device/input/input9/capabilities");
-    fs::create_directories(keys);
-    std::ofstream(keys + "/key") << "100000000 0 0 0 118000000000 0\n";  // up, down, left, right and OK
-    std::ofstream(kBattery + std::string("/scope")) << "Device\n";
-    std::ofstream(kBattery + std::string("/capacity")) << percent << "\n";
+    const fs::path battery = "/sys/class/power_supply/remote";
+    WriteHostFile(battery / "device/input/input9/capabilities/key",
+                  "100000000 0 0 0 118000000000 0\n");  // up, down, left, right and OK
+    WriteHostFile(battery / "scope", "Device\n");
+    WriteHostFile(battery / "capacity", std::to_string(percent) + "\n");
   }
 
   /// Presses and waits for what the application says to it.
@@ -124,13 +118,13 @@ void Scan::ScanAndMend() {
 
   Press(app, {"Return"}, "Trying to create popup with index = 0");
   Press(app, {"Return"}, "User Chose to apply solution for solution code[10040002]");
-  EXPECT_TRUE(HappensWithin(std::chrono::seconds(15), [] { return RemainingCodes().size() == 4; }));
+  EXPECT_TRUE(Until([] { return RemainingCodes().size() == 4; }));
   EXPECT_FALSE(fs::exists(SystemPath(kCacheFile)));
   EXPECT_TRUE(app.Says("after its solution issue 10040002 is gone"));
 
   Press(app, {"Down", "Return"}, "Trying to create popup with index = 1");
   Press(app, {"Return"}, "Toast Msg Evaluated as : Off timer is now off.");
-  EXPECT_TRUE(HappensWithin(std::chrono::seconds(5), [] { return RemainingCodes().size() == 3; }));
+  EXPECT_TRUE(Until([] { return RemainingCodes().size() == 3; }));
   int minutes = -1;
   EXPECT_EQ(vconf_get_int(kOffTimerKey, &minutes), 0);
   EXPECT_EQ(minutes, 0);
@@ -140,7 +134,7 @@ void Scan::ScanAndMend() {
   Press(app, {"Return"}, "User Chose to cancel solution for solution code[20080002]");
   Press(app, {"Return"}, "Trying to create popup with index = 1", 3);
   Press(app, {"Right", "Return"}, "User Chose to apply solution for solution code[20080002]");
-  EXPECT_TRUE(HappensWithin(std::chrono::seconds(5), [] { return RemainingCodes().size() == 2; }));
+  EXPECT_TRUE(Until([] { return RemainingCodes().size() == 2; }));
   int on = 1;
   EXPECT_EQ(vconf_get_bool(kAutoPowerOffKey, &on), 0);
   EXPECT_EQ(on, 0);

@@ -34,7 +34,7 @@ std::string Solution(const std::string& code, const std::string& steps) {
 }  // namespace
 
 void StoreRemaining(const std::map<std::string, std::string>& issues) {
-  std::filesystem::copy_file(PARSER_PLUGIN, SystemPath(set_paths::kParserPlugin));
+  fs::copy_file(PARSER_PLUGIN, SystemPath(set_paths::kParserPlugin));
   CreateAPIInstance();
   std::string map;
   trevlin::Database database(trevlin::Database::Access::kReadWrite);
@@ -43,8 +43,7 @@ void StoreRemaining(const std::map<std::string, std::string>& issues) {
     database.AddTransition(
         {.time = "2024-03-07T09:05:00", .issueCode = std::stoi(code), .type = DT_TRANSITION_TYPE_TRUE});
   }
-  std::ofstream(SystemPath(set_paths::kSolutionMap))
-      << "<map><sminfo version='3'/><sm cnt='9'>" << map << "</sm></map>";
+  WriteFile(set_paths::kSolutionMap, "<map><sminfo version='3'/><sm cnt='9'>" + map + "</sm></map>");
   QUVA::QUVA_DiagManager::GetInstance();  // reads it
   auto& results = *QUVA::QUVA_DiagResultManager::GetInstance();
   results.GetInferenceResult();

@@ -2,23 +2,18 @@
 /// @file
 /// The application's window and screens on a canvas in memory, in a set that the test describes.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libintl.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CErrorReport.h"
@@ -36,9 +31,8 @@
 #include "appfw/launcher.h"
 #include "connection.h"
 #include "flux_resources.h"
-#include "set_paths.h"
 #include "settings/menu_language.h"
-#include "system_path.h"
+#include "support/files.h"
 #include "ui/ui_harness.h"
 #include "vconf.h"
 
@@ -106,10 +100,6 @@ class Screens : public testing::Test {
 
   // ---- the set
 
-  static void WriteFile(const char* path, const std::string& text) {
-    std::filesystem::create_directories(std::filesystem::path(SystemPath(path)).parent_path());
-    std::ofstream(SystemPath(path)) << text;
-  }
   /// The profile: "set local_set=KOR; feature product.chipset=OSCARP".
   static void Profile(const std::string& entries) {
     std::ostringstream text;
@@ -132,22 +122,12 @@ class Screens : public testing::Test {
     return app ? app.get() : "";
   }
   static void Language(const char* locale) { vconf_set_str(QUVA::kMenuLanguageKey, locale); }
-  static std::string Log() {
-    std::ifstream log(SystemPath(set_paths::kLogFile));
-    return {std::istreambuf_iterator<char>(log), {}};
-  }
-  static int InLog(const std::string& text) {
-    const std::string log = Log();
-    int count = 0;
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
-    return count;
-  }
+  static int InLog(const std::string& text) { return Count(Log(), text); }
 
   /// Opens the window. Without the moving pictures nothing is drawn once a screen stands.
   enum Pictures { kStill, kMoving };
   enum Begin { kAtLoading, kAfterLoading };
   void Open(Pictures pictures = kStill, Begin begin = kAfterLoading) {
-    namespace fs = std::filesystem;
     const fs::path resources = SystemPath(set_paths::kResourceDir);
     fs::create_directories(resources);
     const auto link = [&](const fs::path& folder) {

@@ -15,7 +15,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using QUVA::CDeleteApps;
 using QUVA::CGetData;
@@ -37,14 +36,13 @@ fs::path FolderOf(const std::string& id) {
 
 /// The package "The ID" with a program of so many bytes, and some data.
 void Plant(const std::string& id, size_t bytes, const std::string& more = "") {
-  fs::create_directories(FolderOf(id) / "data");
+  WriteHostFile(FolderOf(id) / "manifest.json", R"({"package_id": ")" + id + R"(", "app_id": ")" + id +
+                                                    R"(", "title": "The )" + id + "\"" + more + "}");
+  WriteHostFile(FolderOf(id) / "program", std::string(bytes, 'x'));
+  WriteHostFile(FolderOf(id) / "data/file", "data");
   fs::create_directories(FolderOf(id) / "icons");
   fs::copy_file(VEXILO_BINARY_DIR "/res/icons/home_storage.svg.png", FolderOf(id) / "icons/icon.png",
                 fs::copy_options::skip_existing);
-  std::ofstream(FolderOf(id) / "manifest.json") << R"({"package_id": ")" << id << R"(", "app_id": ")" << id
-                                                << R"(", "title": "The )" << id << "\"" << more << "}";
-  std::ofstream(FolderOf(id) / "program") << std::string(bytes, 'x');
-  std::ofstream(FolderOf(id) / "data/file") << "data";
 }
 
 bool IsInTager(const std::string& name) {

@@ -10,7 +10,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using QUVA::CErrorReport;
 using QUVA::CErrorReportSuccess;
 using QUVA::CHomeScreen;
@@ -275,7 +274,7 @@ class ReportScreens : public ToolScreens {
     if (!Soon([&] { return fs::exists(TriggerOf(category)); })) return false;
     const std::string trigger = TriggerOf(category).filename();
     const std::string result = set_paths::kReportResults + ("/" + trigger);
-    WriteFile((result + "#").c_str(), R"({"id":")" + category + R"(1","trigger":")" + trigger + R"(",)" + what + "}\n");
+    WriteFile(result + "#", R"({"id":")" + category + R"(1","trigger":")" + trigger + R"(",)" + what + "}\n");
     fs::rename(SystemPath(result + "#"), SystemPath(result));
     return fs::remove(TriggerOf(category));
   }
