@@ -687,9 +687,10 @@ TEST_F(FluxItems, AShortMessageLiesInTheHeaderAndTakesNoFocus) {
   const auto at = UiHarness::GeometryOf(toast);
   EXPECT_TRUE(at.y >= 0 && at.y + at.height <= elm_flux_unit_to_px(15)) << at << " in the header of a page";
   EXPECT_GT(at.x, 640) << "where that has no title";
-  Evas_Object* wide = elm_flux_toast_add(m_ui.Window(), std::string(2000, 'x'), 5);
+  Evas_Object* wide = elm_flux_toast_add(m_ui.Window(), std::string(2000, 'x'), 0.1);
   EXPECT_LE(UiHarness::GeometryOf(wide).width, 1280);
   EXPECT_GT(UiHarness::GeometryOf(wide).height, 2 * at.height) << "in several lines";
+  evas_object_del(wide);  // before its time
   EXPECT_TRUE(m_ui.PumpUntil([&] { return ended > 0; }));
   EXPECT_EQ(FocusedName(), "above");
 }

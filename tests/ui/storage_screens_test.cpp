@@ -275,6 +275,8 @@ TEST_F(StorageScreens, WhatCannotBeClearedLeavesTheTruth) {
   EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_APP_GONE"));
   Press("Right Right Return");
   EXPECT_EQ(StackSize(), 2u);
+  EXPECT_TRUE(Idles());
+  EXPECT_TRUE(FocusBecomes("close")) << "which the list has when it is empty";
 }
 
 TEST_F(StorageScreens, DataIsClearedOnlyAfterAQuestionAndOfSomeNever) {
@@ -304,6 +306,8 @@ TEST_F(StorageScreens, DataIsClearedOnlyAfterAQuestionAndOfSomeNever) {
   Press("Return");
   EXPECT_EQ(StackSize(), 3u) << "there is nothing to ask";
   ASSERT_TRUE(Idles());
+  Pass();
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_DATA_CLEARED"));
   EXPECT_TRUE(fs::exists(FolderOf("9Ur5IzDKqV") / "data/file"));
   EXPECT_TRUE(IsInTager("killApp"));
 }
