@@ -103,7 +103,7 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
              Picture().starts_with(motion + (StackSize() == 2 ? "good/" : "progress/"));
     });
   };
-  EXPECT_TRUE(Soon([&] { return watch() || percents.back() == "20%"; }));
+  EXPECT_TRUE(Soon([&] { return watch() || std::atoi(percents.back().c_str()) >= 20; }));
   EXPECT_THAT(Picture(), StartsWith("Motion/vexilo_progress/"));
   EXPECT_TRUE(contrastIs(1));
   for (const char* key : {"XF86Back", "Escape", "Return", "Up"}) Press(key);
@@ -134,10 +134,15 @@ TEST_F(Screens, AWholeScanEndsInTheListOfWhatWasFound) {
 TEST_F(Screens, AScanMayBeCleanedUpAtAnyMomentAndStartedAgain) {
   vconf_set_int("db/menu/system/accessibility/voiceguide", 1);
   Open();
+  const auto percent = [&] {
+    int shown = 0;
+    for (const Shown& each : Texts())
+      if (each.text.ends_with("%")) shown = std::max(shown, std::atoi(each.text.c_str()));
+    return shown;
+  };
   for (const int moment : {0, 1, 20}) {
     CStartDC::Instance()->m_StartDC();
-    const std::string percent = std::to_string(moment) + "%";
-    EXPECT_TRUE(Soon([&] { return moment == 0 || Shows(percent); }));
+    EXPECT_TRUE(Soon([&] { return percent() >= moment; }));
     CStartDC::Instance()->m_ClearStartDCScreen();
     EXPECT_FALSE(Utils().m_GetKeyBlock());
   }
@@ -146,10 +151,11 @@ TEST_F(Screens, AScanMayBeCleanedUpAtAnyMomentAndStartedAgain) {
   EXPECT_EQ(std::tuple(StackSize(), InLog("End_Function for progress circle called")), std::tuple(0u, 0));
   EXPECT_THAT(Log(), testing::Not(HasSubstr("CleanAll.txt")));
   CStartDC::Instance()->m_StartDC();
-  EXPECT_TRUE(Soon([&] { return Shows("1%"); }));
+  EXPECT_TRUE(Soon([&] { return percent() > 0; }));
   evas_object_del(Utils().m_pGetRootLayout());  // the widgets go first
   Press("XF86Back");
-  EXPECT_TRUE(Soon([] { return InLog("Counter = 1 and i = 1") > 0; })) << "it goes on unseen";
+  Soon([] { return false; }, 1);  // it goes on unseen
+  EXPECT_TRUE(Utils().m_GetKeyBlock());
   CStartDC::Instance()->m_CleanObjects();
 }
 

@@ -24,7 +24,8 @@ constexpr nanoseconds kMoment = std::chrono::microseconds(200);  // real; those 
 
 std::atomic<int64_t> g_skipped{0};  // nanoseconds
 std::mutex g_mutex;
-std::multiset<nanoseconds> g_due;  // when those who sleep are to wake up
+// When those who sleep are to wake up. Never destroyed: threads may outlive main().
+auto& g_due = *new std::multiset<nanoseconds>;
 
 nanoseconds Of(const timespec& time) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);

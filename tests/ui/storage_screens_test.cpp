@@ -202,8 +202,9 @@ TEST_F(StorageScreens, TheBarHasItsSidesAndFollowsTheSettings) {
     OpenStorage();
     for (const int on : {1, 0, 1}) {
       vconf_set_int("db/menu/system/accessibility/focuszoom", on);
+      ASSERT_TRUE(Soon([&] { return Utils().m_GetEnlarge() == on; }));
       vconf_set_int("db/menu/system/accessibility/highcontrast", on);
-      ASSERT_TRUE(Soon([&] { return Utils().m_GetEnlarge() == on && Utils().m_GetHighContrast() == on; }));
+      ASSERT_TRUE(Soon([&] { return Utils().m_GetHighContrast() == on; }));
       Pass();
       const std::string used = CUtils::convertToString(CUtils::m_ConvertToGB(CGetData::GetInstance()->m_GetUsedSize()));
       bool found = !each.usedPart && Shows(used);
@@ -370,7 +371,7 @@ TEST_F(StorageScreens, DeletesWhatWasConfirmedAndTellsWhatCameOfIt) {
   Pass();
   EXPECT_FALSE(fs::exists(FolderOf("a")) || fs::exists(FolderOf("b")));
   EXPECT_THAT(Rows(), ElementsAre("kept", "stays"));
-  EXPECT_TRUE(ShowsPart("2 apps were deleted. "));
+  EXPECT_TRUE(ShowsPart("2 apps were deleted."));
   Press("XF86Back XF86Back");
   EXPECT_EQ(StackSize(), 1u) << "the message, and the screen";
 }
