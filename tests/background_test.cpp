@@ -2,21 +2,9 @@
 
 #include <Ecore.h>
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <atomic>
-#include <barrier>
 #include <boost/asio/post.hpp>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <iterator>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "CScreenJob.h"
 #include "TCThreadPool.h"
@@ -51,12 +39,6 @@ TEST(ThreadPool, RunsEveryQueuedJobBeforeItEnds) {
     for (int& result : results) boost::asio::post(pool.m_GetContext(), [&result] { result = 1; });
   }
   EXPECT_THAT(results, testing::Each(1));
-}
-
-TEST(ThreadPool, RunsAsManyJobsAtOnceAsItHasThreads) {
-  std::barrier together(4);
-  TCThreadPool pool(4);
-  for (int i = 0; i < 4; ++i) boost::asio::post(pool.m_GetContext(), [&] { together.arrive_and_wait(); });
 }
 
 TEST(ThreadPool, EndsTheThreadsItHasWhenOneCannotBeStarted) {
@@ -149,16 +131,6 @@ TEST_F(ScreenJob, CancelledAfterItsWorkGetsNoEndEither) {
   EXPECT_EQ(m_calls, "cancel ");
 }
 
-TEST_F(ScreenJob, CancelledBeforeItBeginsNeverWorks) {
-  ecore_thread_max_set(1);
-  CScreenJob first, second;
-  Start(first, UntilCancelled);
-  Start(second, [](const Control&) { ADD_FAILURE() << "it works"; });
-  second.m_Cancel();
-  first.m_Cancel();
-  EXPECT_TRUE(RunUntil([&] { return m_calls == "cancel cancel "; }));
-}
-
 TEST_F(ScreenJob, EndsWithItsOwnerByCancelling) {
   {
     CScreenJob job;
@@ -191,23 +163,6 @@ TEST_F(ScreenJob, SectionsHaveTheMainLoopForThemselvesUntilCancelled) {
   }));
   EXPECT_EQ(widget, seen);
   EXPECT_EQ(refused, 1);
-}
-
-TEST_F(ScreenJob, PostedCallsRunInOrderOnTheMainLoopWithTheirData) {
-  std::vector<int> order;
-  std::thread::id releasedOn;
-  const auto release = [&](int* data) {
-    releasedOn = std::this_thread::get_id();
-    delete data;
-  };
-  std::thread([&] {
-    for (int i = 0; i < 3; ++i)
-      PostToMainLoop([&order, data = std::shared_ptr<int>(new int(i), release)] { order.push_back(*data); });
-  }).join();
-  EXPECT_TRUE(order.empty());
-  ASSERT_TRUE(RunUntil([&] { return order.size() == 3; }));
-  EXPECT_THAT(order, testing::ElementsAre(0, 1, 2));
-  EXPECT_EQ(releasedOn, m_main);
 }
 
 }  // namespace

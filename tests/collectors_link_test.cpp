@@ -1,18 +1,13 @@
 // What links the machine to the world and to the viewer: network, display, sound, input.
 
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <net/if.h>
 #include <net/if_arp.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <cstring>
-#include <thread>
-
 #include "support/captured_machine.h"
+#include "support/test.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/display_facts.h"
 #include "trevlin/collectors/network_probe.h"
@@ -21,8 +16,6 @@
 namespace {
 
 using namespace trevlin;
-using namespace std::string_literals;
-using namespace std::chrono_literals;
 
 /// "kind=wired link=yes speed=100", without the collector's name.
 std::string Text(const Facts& facts) {
@@ -119,6 +112,9 @@ TEST(Network, FactsFollowFromTheState) {
          "");
   expect("the cable is preferred to a weak wireless", {Wireless(true, true, -90), Card("eth0", true, true)},
          {{"wlan0", 600, kRouter}, {"eth0", 100, kRouter}}, kUp, "eth0");
+  NetworkInterface both = Card("eth0", true, true);
+  both.hasFallbackAddress = true;
+  expect("an address of its own making beside a real one", {both}, {{"eth0", 0, kRouter}}, kUp, "eth0");
   expect("two, none connected", {Card("eth0", false, false), Wireless(false, false, -90)}, {},
          "address=no default_route=no fallback_address=no interface=yes link=no", "");
   expect("the carrier is not known", {unclear}, {},
@@ -177,11 +173,6 @@ TEST(Network, IsReadFromACapturedTree) {
           {"the cable is out, and the routes are still there", With(wired, {{net + "eth0/carrier", "0\n"}}),
            "address=yes default_route=no fallback_address=no interface=yes kind=wired link=no name_server=yes "
            "receive_errors_percent=5"},
-          {"an address of its own making",
-           With(wired, {{"/proc/net/route", kRoutes + "eth0\t0000FEA9\t00000000\t0001\t0\t0\t0\t0000FFFF\t0\t0\t0\n"s},
-                        {"/proc/net/fib_trie", Trie("169.254.7.7")}}),
-           "address=no default_route=yes fallback_address=yes half_duplex=no interface=yes kind=wired link=yes "
-           "link_speed_mbit=1000 name_server=yes receive_errors_percent=5"},
           {"wireless, IPv6 only", wireless,
            "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
            "wireless_quality_percent=70 wireless_signal_dbm=-61"},
@@ -282,7 +273,6 @@ TEST(Network, NamesResolveWhenAnAnswerComes) {
       {"there, without an address", 0, true},
       {"no such name", 3, true},
       {"the server cannot", 2, false},
-      {"refused", 5, false},
       {"silence", {}, false},
   };
   for (const auto& each : kServers) {
@@ -305,16 +295,14 @@ std::string Summed(std::string block) {
 }
 
 /// Of a screen that prefers `width` by `height`, with so many blocks to follow.
-std::string MakeEdid(int width, int height, int extensions = 0, bool isInterlaced = false) {
+std::string MakeEdid(int width, int height, int extensions = 0) {
   std::string block(128, '\0');
   block.replace(0, 8, "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"s);
-  const int lines = isInterlaced ? height / 2 : height;
   block[54] = 1;
   block[56] = static_cast<char>(width);
   block[58] = static_cast<char>(width >> 8 << 4);
-  block[59] = static_cast<char>(lines);
-  block[61] = static_cast<char>(lines >> 8 << 4);
-  block[71] = static_cast<char>(isInterlaced ? 0x80 : 0);
+  block[59] = static_cast<char>(height);
+  block[61] = static_cast<char>(height >> 8 << 4);
   block[126] = static_cast<char>(extensions);
   block = Summed(block);
   for (int i = 0; i < extensions; ++i) block += Summed("\x02\x03" + std::string(126, '\x11'));
@@ -333,13 +321,10 @@ TEST(Display, EdidIsCheckedToItsEnd) {
     std::optional<Resolution> preferred;
   } kScreens[] = {
       {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
-      {"interlaced", MakeEdid(1920, 1080, 1, true), true, Resolution{1920, 1080}},
-      {"no size", MakeEdid(0, 0), true, {}},
       {"a bad sum in the extension", badSum, true, Resolution{1920, 1080}},
       {"a bad sum in the first block", badBase, false, {}},
       {"a bad header", badHeader, false, {}},
       {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
-      {"truncated between blocks", MakeEdid(1920, 1080, 1).substr(0, 128), false, {}},
   };
   for (const auto& screen : kScreens) {
     const Edid edid = ReadEdid(screen.bytes);
@@ -349,7 +334,7 @@ TEST(Display, EdidIsCheckedToItsEnd) {
 }
 
 TEST(Display, FactsFollowFromTheConnectors) {
-  const std::string hd = MakeEdid(1920, 1080), bad = std::string(128, 'x');
+  const std::string hd = MakeEdid(1920, 1080);
   const struct {
     const char* what;
     std::vector<Connector> connectors;
@@ -364,10 +349,6 @@ TEST(Display, FactsFollowFromTheConnectors) {
       {"an adapter without a description",
        {{"HDMI-A-1", true, "", {{1024, 768}}}},
        "connected=1 connectors=1 edid_present=no mode=1024x768"},
-      {"one description of two is damaged",
-       {{"DP-1", true, hd, {}}, {"DP-2", true, bad, {}}},
-       "connected=2 connectors=2 edid_present=yes edid_valid=no"},
-      {"a plug that cannot tell", {{"VGA-1", {}, {}, {}}}, "connectors=1"},
   };
   for (const auto& machine : kMachines) {
     Facts facts;
@@ -422,15 +403,11 @@ TEST(Input, RemotesAreKnownByTheirKeys) {
                   {"a keyboard",
                    {{keys, "402000000 3803078f800d001 feffffdfffefffff fffffffffffffffe\n"}},
                    "devices=1 remote=yes"},
-                  {"the same of a 32-bit kernel",
-                   {{keys, "4 2000000 3803078 f800d001 feffffdf ffefffff ffffffff fffffffe\n"}},
-                   "devices=1 remote=yes"},
                   {"OK instead of Enter", {{keys, "100000000 0 0 0 118000000000 0\n"}}, "devices=1 remote=yes"},
                   {"a touch screen",
                    {{keys, "400 0 0 0 0 0\n"}, {"/sys/class/input/event3/device/properties", "2\n"}},
                    "devices=1 remote=yes"},
                   {"no sense", {{keys, "ffff zz\n"}}, "devices=1"},
-                  {"words of no machine", {{keys, "fffffffffffffffff 0\n"}}, "devices=1"},
               });
 }
 
@@ -457,8 +434,6 @@ TEST(Input, TheWeakestBatteryCounts) {
                    "battery_charging=no battery_name=Wireless Remote battery_percent=12"},
                   {"one is being charged", With(devices, {{remote + "status", "Charging\n"}}), keyboard},
                   {"one is away", With(devices, {{remote + "online", "0\n"}}), keyboard},
-                  {"one has not told yet",
-                   With(devices, {{remote + "capacity", "0\n"}, {remote + "status", "Unknown\n"}}), keyboard},
                   {"no sense",
                    {{power + "a/scope", "Device"}, {power + "a/" + keys, navigating}, {power + "a/capacity", "900"}},
                    ""},

@@ -1,17 +1,8 @@
 // The file map of docs/architecture.md and the tree say the same.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <string>
+#include "support/test.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const fs::path kTree = VEXILO_SOURCE_DIR;
 

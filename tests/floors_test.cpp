@@ -1,23 +1,9 @@
 // A file includes only from its own floor or below (docs/architecture.md), and no two units include each other. The
 // floors of the application are those of the lists in src/CMakeLists.txt.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 struct Include {
   std::string place;  ///< "src/CGetData.cpp:12"

@@ -1,17 +1,6 @@
 // A run of the engine: collectors and their deadlines, histories, and how subscribers are answered.
 
-#include <gtest/gtest.h>
-#include <linux/capability.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
-#include <csignal>
-#include <mutex>
-#include <thread>
 
 #include "set_paths.h"
 #include "support/databases.h"
@@ -24,11 +13,7 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 using namespace trevlin;
-using testing::HasSubstr;
-using testing::Not;
 using Age = CollectorPool::Age;
 
 /// What a fake collector does; it outlives the test's pool, as a collector that was cut off does.
@@ -218,29 +203,6 @@ TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
   ChangeHistories([](Histories& histories) { EXPECT_TRUE(histories.empty()); });
 }
 
-TEST(Inference, HistoriesAreReadAndKeptWhereTheyCannotBeStored) {
-  ChangeHistories([](Histories& histories) { histories[17].since = 1; });
-  const fs::path folder = SystemPath(set_paths::kTrevlinRun), lock = SystemPath(set_paths::kRuleHistoriesLock);
-  fs::permissions(lock, fs::perms::owner_read);
-  fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
-  // The superuser, too, is then bound by them.
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct none[2]{};
-  ASSERT_EQ(syscall(SYS_capset, &header, none), 0);
-  ChangeHistories([](Histories& histories) {
-    EXPECT_TRUE(histories.contains(17));
-    histories[18].since = 2;
-  });
-  EXPECT_THAT(Log(), Not(HasSubstr("cannot be locked")));
-  EXPECT_THAT(Log(), HasSubstr("histories.json: cannot be written"));
-  fs::permissions(folder, fs::perms::owner_all);
-  ChangeHistories([](Histories& histories) {
-    EXPECT_TRUE(histories.contains(18));
-    histories[19].since = 3;
-  });
-  EXPECT_THAT(ReadFile(set_paths::kRuleHistories), HasSubstr("\"18\""));
-}
-
 /// What the callbacks saw. A callback is a plain function, so there is one for all.
 struct Answer {
   unsigned int number = 0;
@@ -377,18 +339,6 @@ TEST(Engine, TellsInTimeWhatItFoundWithoutADatabase) {
   EXPECT_TRUE(NextAnswer().isTrue);
   std::vector<_DTInfDBRecord> found;
   EXPECT_EQ(GetInferenceDB(18, 1, &found), TREVLIN_ERROR_DATABASE);
-}
-
-TEST(Engine, GoesOnAfterACallbackThatThrows) {
-  ASSERT_EQ(CreateAPIInstance(), 0);
-  Subscribe([](unsigned int, DTSignalData) { throw std::runtime_error("out of order"); });
-  Record(17, 1);
-  EXPECT_TRUE(NextAnswer().isTrue);
-  // What it held is free.
-  EXPECT_TRUE(Until([] {
-    const SqliteDb other = OpenDatabase(set_paths::kInferenceDb);
-    return sqlite3_exec(other.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK;
-  }));
 }
 
 TEST(Engine, LooksAgainAfterASolution) {

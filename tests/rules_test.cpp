@@ -1,19 +1,13 @@
 // Rules: how they are decided, what is said of each kind of mistake, and those of the set.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <set>
-
 #include "support/captured_machine.h"
+#include "support/test.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/rules_file.h"
 
 namespace {
 
 using namespace trevlin;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 const FactKinds kKinds = {{"n", FactKind::kNumber}, {"t", FactKind::kTruth},  {"x", FactKind::kText},
                           {"l", FactKind::kText},   {"u", FactKind::kNumber}, {"v", FactKind::kTruth},
@@ -44,14 +38,11 @@ TEST(Rules, AreDecidedInThreeTruths) {
   const std::pair<std::string, char> cases[] = {
       {R"({"fact": "n", "is": "<", "value": 5})", 'F'},
       {R"({"fact": "n", "is": "<=", "value": 5})", 'T'},
-      {R"({"fact": "n", "is": ">", "value": 4.5})", 'T'},
       {R"({"fact": "n", "is": ">=", "value": 5.5})", 'F'},
       {R"({"fact": "x", "is": "==", "value": "a"})", 'T'},
-      {R"({"fact": "t", "is": "==", "value": false})", 'F'},
       {R"({"fact": "l", "is": "has", "value": "b.c"})", 'T'},
       {R"({"fact": "l", "is": "has", "value": "b"})", 'F'},
       {R"({"fact": "w", "is": "has", "value": "b"})", '?'},
-      {R"({"fact": "v", "is": "!=", "value": false})", '?'},
       {R"({"fact": "setting:k", "is": "==", "value": true})", 'T'},
       {R"({"fact": "setting:k", "is": "!=", "value": 1})", '?'},
       {R"({"fact": "setting:none", "is": "==", "value": true})", '?'},
@@ -83,7 +74,6 @@ TEST(Rules, HoldForAsLongOrAsOftenAsTheySay) {
   } cases[] = {
       {"at once", "", {{1, 11}, {2, 10}, {3, 0}, {4, 11}}, "TF?T"},
       {"seconds", R"(, "for": {"seconds": 100})", {{1, 11}, {100, 11}, {101, 11}, {102, 1}, {103, 11}}, "??TF?"},
-      {"seconds across what is unknown", R"(, "for": {"seconds": 100})", {{1, 11}, {50, 0}, {101, 11}}, "??T"},
       {"seconds across a long gap", R"(, "for": {"seconds": 100})", {{1, 11}, {3700, 11}, {3800, 11}}, "??T"},
       {"in a row", R"(, "for": {"runs": 2})", {{10, 11}, {20, 1}, {30, 11}, {40, 0}, {50, 11}}, "?F??T"},
       {"some of the last",
@@ -129,11 +119,8 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
       {R"({"code": 0})", "2:10: \"code\" must be a whole number from 1 to 2147483647"},
       {R"({"code": 17, "group": "wifi"})", "2:23: unknown group \"wifi\""},
       {head + "\"wenn\": {}}", "2:41: unknown member \"wenn\" of a rule"},
-      {R"({"code": 17, "group": "memory"})", "2:1: a rule has no \"when\""},
-      {with("true"), "2:41: a condition is not an object"},
       {with(R"({"all": [], "any": []})"), "2:41: a condition is one of \"fact\", \"all\", \"any\" and \"not\""},
       {with(R"({"all": []})"), "2:49: \"all\" must be an array of conditions"},
-      {with(R"({"fact": "n", "is": "<"})"), "2:41: a comparison has no \"value\""},
       {with("\n{\"fact\": \"m\", \"is\": \"<\", \"value\": 1}"), "3:10: unknown fact \"m\""},
       {with(R"({"fact": "setting:a b", "is": "==", "value": 1})"), "2:50: \"setting:a b\": "},
       {with(R"({"fact": "n", "is": "=", "value": 1})"), "2:61: unknown operator \"=\""},
@@ -141,12 +128,10 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
       {with(R"({"fact": "x", "is": "<", "value": "a"})"), "2:61: \"<\" needs a number, the value is text"},
       {with(R"({"fact": "x", "is": "has", "value": "a b"})"), "2:77: the value is not one word"},
       {with(R"({"fact": "n", "is": "<", "value": null})"), "2:75: \"value\" must be a number, true or false, or text"},
-      {with(R"({"fact": "n", "is": "<", "value": 1, "for": 2})"), "unknown member \"for\" of a comparison"},
       {holding(R"({"seconds": 0})"), "3:20: \"seconds\" must be a whole number from 1 to 86400"},
       {holding(R"({"seconds": 1, "runs": 1})"), "3:31: unknown member \"runs\" of \"for\" with \"seconds\""},
       {holding(R"({"runs": 3, "of": 2})"), "3:26: \"of\" must be a whole number from 3 to 32"},
       {head + "\"event\": 1, \"when\": " + kHolds + "}", "2:42: \"event\" must be true or false"},
-      {holding(R"({"of": 2})"), "3:8: \"for\" has no \"runs\""},
       {good, "3:10: code 18 has a rule already"},
       {head + "\n\"when\": {}, \"when\": " + kHolds + "}", "3:13: not valid JSON: Duplicate key: 'when'"},
       {with(R"({"not": {"fact": "n", "fact": "n", "is": "<", "value": 5}})"), "Duplicate key: 'fact'"},
@@ -167,8 +152,6 @@ TEST(RulesFile, ThatIsNoRulesFileIsOneMistake) {
       {"{\"version\": 1, \"version\": 1, \"rules\": []}", "1:16: not valid JSON: Duplicate key"},
       {"{\"version\": 1, \"rules\": [{\"code\": 1, \"code\": 1}], \"version\": 1}",
        "not valid JSON: Duplicate key: 'version'"},
-      {std::string(5000, '['), "not valid JSON: "},
-      {"[]", "1:1: the file is not an object"},
       {"{\"version\": 2, \"rules\": []}", "1:13: \"version\" must be a whole number from 1 to 1"},
       {"{\"version\": 1, \"rules\": {}}", "1:25: \"rules\" must be an array"},
   };
@@ -272,12 +255,9 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "storage.free_percent=4 storage.free_mib=80000 memory.available_percent=6 memory.available_mib=4000 "
        "memory.swap_used_percent=100 packages.cache_mib=? cpu.load5_per_core=1.8 display.connected=0 "
        "power.uptime_days=400 sound.muted=yes sound.volume_percent=0 input.devices=0 input.remote=no"},
-      {"the same at the lowest volume", "display.connected=0 sound.volume_percent=0"},
-      {"a small partition that is half empty", "storage.free_percent=50 storage.free_mib=150"},
       {"large disk and memory, with large caches",
        "packages.cache_mib=900 storage.free_percent=20 storage.free_mib=60000 memory.swap_used_percent=97 "
        "memory.available_percent=12 memory.available_mib=2000"},
-      {"a container on a machine that is busy", "machine.kind=container cpu.load5_per_core=9"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;

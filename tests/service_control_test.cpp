@@ -2,19 +2,10 @@
 
 #include "service_control.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <mutex>
-#include <string>
-#include <vector>
-
+#include "support/test.h"
 #include "support/test_bus.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 struct Service {
   std::string state;

@@ -1,21 +1,12 @@
 // The solution map and the texts as they ship: mistakes that an author of issues or a translator can make.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <regex>
-#include <set>
-#include <string>
 
 #include "QUVA_XMLParser.h"
+#include "support/test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using QUVA::QUVA_Solution;
 using Texts = std::map<std::string, std::string>;  // by id
 

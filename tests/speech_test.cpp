@@ -1,6 +1,5 @@
 // The voice, with stand-ins for the programs that speak.
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -11,8 +10,6 @@
 #include "vconf.h"
 
 namespace {
-
-using namespace std::string_literals;
 
 const std::string kHeard = SystemPath("/tmp/heard");
 

@@ -2,13 +2,6 @@
 
 #include "QUVA_XMLParser.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include "support/files.h"
 
 namespace {
@@ -16,10 +9,6 @@ namespace {
 using QUVA::QUVA_Solution;
 using QUVA::QUVA_SolutionMap;
 using QUVA::TCXMLParser;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Pair;
 using Texts = std::vector<std::string>;
 
@@ -75,7 +64,6 @@ TEST(XmlParser, DocumentsThatAreAccepted) {
       {"text between tags",
        "<a>sm<sm>99</sm><![CDATA[<solution/>]]><!-- <solution/> --><solution>2</solution></a>",
        {""}},
-      {"any nesting", "<solution issue_code='1'><sminfo version='2'><sm cnt='3'/></sminfo></solution>", {"1"}, 2, 3},
       {"other tags", "<a><sms cnt='1'/><solutions issue_code='1'/><sm_info version='1'/></a>", {}},
   };
   for (const auto& each : cases) {
@@ -117,54 +105,6 @@ TEST(XmlParser, AParameterBeforeAnySolutionIsOutOfRange) {
   EXPECT_EQ(map.count, 1u);
   EXPECT_THAT(map.solutions, IsEmpty()) << "nothing after the tag is read";
   EXPECT_TRUE(parser.Parse("<a><solution issue_code='1'/><sol_val param_type='t'/></a>", map));
-}
-
-TEST(XmlAttributes, ValuesAsEachTypeAndWhatIsMissingLeavesThemAlone) {
-  constexpr int kInt = -7;
-  constexpr unsigned int kUnsigned = 7;
-  constexpr double kDouble = 7.5;
-  const struct {
-    const char* text;
-    int asInt;
-    unsigned int asUnsigned;
-    unsigned long long asLarge;
-    bool isDouble;
-    double asDouble;
-    bool asBool;
-  } cases[] = {
-      {"0", 0, 0, 0, true, 0, false},
-      {"00", 0, 0, 0, true, 0, true},
-      {" 12", 12, 12, 12, true, 12, true},
-      {"1.25x", 1, 1, 1, false, kDouble, true},
-      {"1.25", 1, 1, 1, true, 1.25, true},
-      {"-1", -1, 4294967295u, 4294967295u, true, -1, true},
-      {"FaLsE", kInt, kUnsigned, 0, false, kDouble, false},
-      {"falsey", kInt, kUnsigned, 0, false, kDouble, true},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.text);
-    TCXMLParser::TCAttributes attributes;
-    attributes.Insert("A", each.text);
-    std::string text;
-    int number = kInt;
-    unsigned int natural = kUnsigned;
-    unsigned long long large = ~0ULL;
-    double real = kDouble;
-    bool yes = !each.asBool;
-    const auto get = [&](const char* name) {
-      return std::vector<bool>{attributes.GetValue(name, text),    attributes.GetValue(name, number),
-                               attributes.GetValue(name, natural), attributes.GetValue(name, large),
-                               attributes.GetValue(name, yes),     attributes.GetValue(name, real)};
-    };
-    EXPECT_EQ(get("a"), std::vector<bool>({true, true, true, true, true, each.isDouble}));
-    EXPECT_EQ(get("b"), std::vector<bool>(6));
-    EXPECT_EQ(text, each.text);
-    EXPECT_EQ(number, each.asInt);
-    EXPECT_EQ(natural, each.asUnsigned);
-    EXPECT_EQ(large, each.asLarge);
-    EXPECT_EQ(real, each.asDouble);
-    EXPECT_EQ(yes, each.asBool);
-  }
 }
 
 }  // namespace

@@ -2,13 +2,7 @@
 /// @file
 /// A machine made of files, for collectors, and facts as text.
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <sstream>
-#include <string>
-
+#include "support/test.h"
 #include "system_path.h"
 #include "trevlin/facts.h"
 

@@ -2,13 +2,9 @@
 /// @file
 /// What a diagnosis starts from and leaves: the engine's databases, what the engine is told, and rows.
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "QUVA_Records.h"
 #include "c_handle.h"
+#include "support/test.h"
 #include "trevlin/trevlin_database.h"
 #include "vconf.h"
 

@@ -2,21 +2,9 @@
 /// @file
 /// Files as tests make and see them, sample packages, and waiting. SystemPath() and the paths of the set come with it.
 
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <string>
-#include <string_view>
-#include <thread>
-
 #include "set_paths.h"
+#include "support/test.h"
 #include "system_path.h"
-
-namespace fs = std::filesystem;
 
 /// Its bytes; empty as well where no regular file is. A path of this machine.
 inline std::string ReadHostFile(const fs::path& file) {

@@ -2,11 +2,9 @@
 /// @file
 /// Work in a process of its own.
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <functional>
+#include "support/test.h"
 
 /// Runs `work` in a child, beside the test. It must end within a minute.
 inline pid_t Fork(const std::function<void()>& work) {

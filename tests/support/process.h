@@ -96,6 +96,11 @@ inline ProcessResult RunProcess(const std::vector<std::string>& argv, const Proc
   return ChildProcess(argv, options).Wait(options.timeout);
 }
 
+/// What "du" counts, as a second opinion.
+inline int64_t DiskUsage(const std::string& folder) {
+  return std::stoll(RunProcess({"du", "-s", "-B1", folder}).out);
+}
+
 inline ChildProcess::ChildProcess(const std::vector<std::string>& argv, const ProcessOptions& options)
     : m_out(options.output.empty() ? MakeFile() : open(options.output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644)),
       m_err(MakeFile()) {

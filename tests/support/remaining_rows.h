@@ -2,9 +2,6 @@
 /// @file
 /// The database of remaining problems, as other programs see it.
 
-#include <string>
-#include <vector>
-
 #include "inc/QUVA_DBManager.h"
 #include "support/databases.h"
 

@@ -3,12 +3,9 @@
 /// A message bus of the test's own, and services on it that the test plays.
 
 #include <gio/gio.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <utility>
 
 #include "base/glib_handle.h"
+#include "support/test.h"
 
 /// Runs for as long as it lives.
 class TestBus {

@@ -1,17 +1,9 @@
 // The command line tool, as a process; and the desktop entries that it launches in a whole set.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <json/reader.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 
-#include <algorithm>
-#include <iterator>
 #include <random>
 #include <regex>
-#include <set>
-#include <sstream>
 
 #include "SettingsKeys.h"
 #include "kpi_logger.h"
@@ -24,8 +16,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-using testing::HasSubstr;
 using testing::StartsWith;
 using Words = std::vector<std::string>;
 
@@ -86,23 +76,15 @@ TEST(Vexiloctl, WrongUsageIsToldWithAHintAndChangesNothing) {
     const char *message, *helpOf;
   } cases[] = {
       {{}, "no group and command", ""},
-      {{"nothing"}, "unknown group \"nothing\"", ""},
       {{"setting"}, "needs a command", "setting "},
-      {{"setting", "drop"}, "unknown command \"drop\"", "setting "},
       {{"setting", "get"}, "needs KEY", "setting get "},
-      {{"setting", "get", "a", "b"}, "does not take \"b\"", "setting get "},
       {{"setting", "get", "a/../b"}, "a/../b", "setting get "},
-      {{"setting", "get", "a", "--json"}, "--json", "setting get "},
       {{"setting", "get", "a", "--jsno"}, "unknown option \"--jsno\"", ""},
       {{"setting", "set", "a", "float", "1"}, "TYPE \"float\"", "setting set "},
       {{"setting", "set", "a", "int", "2147483648"}, "it is not of type int", "setting set "},
-      {{"setting", "set", "a", "string", std::string(65537, 'x')}, "65536", "setting set "},
       {{"engine", "rules"}, "\"engine rules\" needs check or list", "engine "},
-      {{"engine", "rules", "lst"}, "\"engine rules\" needs check or list", "engine "},
       {{"engine", "facts", "setting:a b"}, "NAME \"setting:a b\": ", "engine facts "},
-      {{"engine", "list", "x"}, "CODE \"x\"", "engine list "},
       {{"engine", "record", "0", "true"}, "CODE \"0\"", "engine record "},
-      {{"engine", "record", "5", "maybe"}, "maybe", "engine record "},
       {{"engine", "record", "5", "true", "2023-02-29T00:00:00"}, "TIME", "engine record "},
   };
   for (const auto& [words, message, helpOf] : cases) {
@@ -131,8 +113,6 @@ TEST(Vexiloctl, SettingsAreStoredReadAndWatched) {
 
   EXPECT_EQ(Output({"setting", "get", "memory/b"}), "two\nlines\n");
   EXPECT_EQ(Output({"setting", "get", "db/a"}), "0.1\n");
-  Output({"setting", "set", "db/a", "bool", "false"});
-  EXPECT_EQ(Output({"setting", "get", "db/a"}), "false\n");
   Output({"setting", "set", "db/a", "string", "--", "--json"});
   EXPECT_EQ(Output({"setting", "get", "db/a"}), "--json\n");
   const ProcessResult unset = RunCtl({"setting", "get", "db/none"});
@@ -171,9 +151,6 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   EXPECT_EQ(check.exitCode, 1);
   EXPECT_EQ(check.out, "/usr/share/trevlin/rules.json:2:10: code 17 has a rule already\n");
   EXPECT_EQ(check.err, "vexiloctl: /usr/share/trevlin/rules.json: good rules: 1, mistakes: 1\n");
-  EXPECT_EQ(RunCtl({"engine", "rules", "check", "--json"}).out,
-            "{\"column\":10,\"file\":\"/usr/share/trevlin/rules.json\",\"line\":2,"
-            "\"reason\":\"code 17 has a rule already\"}\n");
   for (const Words& command : {Words{"engine", "run"}, {"engine", "rules", "list"}}) {
     const ProcessResult mistaken = RunCtl(command);
     EXPECT_EQ(mistaken.exitCode, 1) << command.back();
@@ -188,7 +165,6 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
             "CODE  GROUP    ON DEMAND  TITLE                        WHEN\n"
             "17    storage  no         Speicher fast voll – prüfen  setting:db/a > 1\n"
             "19    storage  no         -                            setting:db/none > 1\n");
-  EXPECT_EQ(RunCtl({"engine", "rules", "check", "/dev/zero"}).err, "vexiloctl: /dev/zero: it is not a regular file\n");
 
   const std::tuple<const char*, const char*, const char*> runs[] = {
       {"2", "CODE  NOW        TITLE\n17    true, new  Speicher fast voll – prüfen\n", "1 true, 1 changed\n"},
@@ -207,7 +183,6 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   Output({"setting", "set", "db/a", "int", "2"});
   EXPECT_EQ(Output({"engine", "facts", "setting:db/a"}),
             "FACT          VALUE  MEANING\nsetting:db/a  2      a settings key\n");
-  EXPECT_EQ(RunCtl({"engine", "facts", "none"}).err, "vexiloctl: unknown fact \"none\"\n");
 }
 
 TEST(Vexiloctl, RemainingProblemsAreListed) {
@@ -266,7 +241,6 @@ TEST(Vexiloctl, WhatCannotBeReadFailsWithNameAndReasonAndStaysAsItIs) {
   const std::string garbage(3000, 'x'), target = SystemPath("/target");
   WriteHostFile(target, garbage);
   const std::pair<const char*, Words> cases[] = {{set_paths::kInferenceDb, {"engine", "list"}},
-                                                 {set_paths::kInferenceDb, {"engine", "record", "17", "true"}},
                                                  {set_paths::kSolutionDb, {"engine", "solutions"}},
                                                  {set_paths::kRemainingDb, {"remaining", "list"}},
                                                  {set_paths::kEventLog, {"events"}},
@@ -351,13 +325,12 @@ TEST_F(VexiloctlApps, TheListIsTheViewersAndAllIsEverything) {
 }
 
 TEST_F(VexiloctlApps, SizesAreThoseOfTheFileSystem) {
-  const auto du = [](const fs::path& path) { return std::stoll(RunProcess({"du", "-s", "-B1", path}).out); };
   const auto sized = Objects(RunCtl({"apps", "size", "one", "--json"}));
   ASSERT_EQ(sized.size(), 1u);
-  const long long web = du(kWebCache / "one.app");
-  EXPECT_EQ(sized[0]["data_bytes"].asInt64(), du(kPackages / "one/data"));
-  EXPECT_EQ(sized[0]["cache_bytes"].asInt64(), du(kPackages / "one/cache") + web);
-  EXPECT_EQ(sized[0]["total_bytes"].asInt64(), du(kPackages / "one") + web);
+  const long long web = DiskUsage(kWebCache / "one.app");
+  EXPECT_EQ(sized[0]["data_bytes"].asInt64(), DiskUsage(kPackages / "one/data"));
+  EXPECT_EQ(sized[0]["cache_bytes"].asInt64(), DiskUsage(kPackages / "one/cache") + web);
+  EXPECT_EQ(sized[0]["total_bytes"].asInt64(), DiskUsage(kPackages / "one") + web);
   const auto storage = Objects(RunCtl({"storage", "--json"}));
   ASSERT_EQ(storage.size(), 1u);
   EXPECT_EQ(storage[0]["total_bytes"].asInt64(), static_cast<Json::Int64>(fs::space(SystemPath("/opt")).capacity));
@@ -458,14 +431,10 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   const Words pack{"tar", "-czf", folder / (name + ".tar.gz"), "-C", files, "vexilo.log", "meta.json", "state.txt"};
   ASSERT_EQ(RunProcess(pack).exitCode, 0);
   EXPECT_EQ(Objects(RunCtl({"reports", "list", "--json"})).size(), 2u);
-  EXPECT_THAT(Output({"reports", "list"}), HasSubstr("  " + name + ".tar.gz\n"));
-
   const auto shown = Objects(RunCtl({"reports", "show", name, "--json"}));
   ASSERT_EQ(shown.size(), 1u);
   EXPECT_EQ(shown[0]["meta"]["set"]["region"], 1);
-  EXPECT_EQ(shown[0]["files"][0]["name"], "vexilo.log");
   EXPECT_EQ(shown[0]["files"][0]["bytes"], 95);
-  EXPECT_THAT(RunCtl({"reports", "show", name + ".tar.gz"}).out, HasSubstr("set.region          1\n"));
   for (const char* none : {"broken", "link", "../files", "half.tar.gz#abc123"})
     EXPECT_EQ(RunCtl({"reports", "show", none}).exitCode, 1) << none;
 
@@ -474,17 +443,14 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
   const auto exported = Objects(RunCtl({"reports", "export", name, out, "--json"}));
   ASSERT_EQ(exported.size(), 1u);
   EXPECT_EQ(exported[0]["path"], (out / (name + ".tar.gz")).string());
-  EXPECT_EQ(exported[0]["bytes"].asUInt64(), fs::file_size(out / (name + ".tar.gz")));
   EXPECT_EQ(fs::status(out / (name + ".tar.gz")).permissions(), fs::perms(0600));
   EXPECT_EQ(RunProcess({"tar", "-C", out, "-xvf", out / (name + ".tar.gz")}).out,
             "summary.txt\nvexilo.log\nmeta.json\nstate.txt\n");
-  for (const char* file : {"vexilo.log", "meta.json", "state.txt"})
-    EXPECT_EQ(ReadHostFile(out / file), ReadHostFile(files / file));
+  EXPECT_EQ(ReadHostFile(out / "state.txt"), noise);
   EXPECT_THAT(ReadHostFile(summary),
               ContainsInOrder(Words{"Error report " + name + ".tar.gz\n=====", "category    SOUND\nset.region  1\n",
                                     "95.00B   vexilo.log\n", "kernel.log  Operation not permitted\n",
                                     "<mac-1>; the same", "\n\n  2 hardware addresses\n  1 wireless name\n"}));
-  EXPECT_THAT(ReadHostFile(summary), testing::EndsWith("wireless name\n"));
   const std::string whole = ReadHostFile(out / (name + ".tar.gz"));
   const struct {
     const char* what;
@@ -493,15 +459,12 @@ TEST(VexiloctlReports, AreListedShownExportedAndRemoved) {
     std::string shell = "exec \"$0\" \"$@\"";
   } kRefused[] = {
       {"there already", {name, out}, "vexiloctl: " + out.string() + "/" + name + ".tar.gz: File exists\n"},
-      {"no folder", {name, summary}, "vexiloctl: " + summary.string() + ": it is no folder\n"},
       {"missing", {name, out / "none"}, "vexiloctl: " + out.string() + "/none: No such file or directory\n"},
-      {"not writable", {name, "/sys"}, "vexiloctl: /sys/" + name + ".tar.gz: "},
       {"full",
        {name, files},
        files.string() + "/" + name + ".tar.gz: File too large\n",
        "ulimit -f 8; exec \"$0\" \"$@\""},
       {"damaged", {"broken", files}, "broken.tar.zst: "},
-      {"unknown", {"nothing", files}, "vexiloctl: \"nothing\": no such report in /var/lib/vexilo-host/reports\n"},
   };
   for (const auto& each : kRefused) {
     Words words{"sh", "-c", each.shell, VEXILOCTL, "reports", "export"};
@@ -584,21 +547,6 @@ TEST_F(DesktopEntries, AProgramOfThisMachineComesBeforeTheStandIn) {
     // They know nothing of key=value.
     EXPECT_TRUE(Until([&] { return ReadHostFile(ran) == "arguments: .\n"; })) << program << ": " << ReadHostFile(ran);
   }
-}
-
-TEST_F(DesktopEntries, TheStandInShowsItselfUntilItIsEnded) {
-  ChildProcess shown({SystemPath("/usr/bin/vexilo-standin"), "Name", "key=value", "bad=\xff", "noequals"},
-                     {.env = {{"ELM_ENGINE", "buffer"}, {"VEXILO_LOG_LEVEL", "debug"}}});
-  const auto takesSignals = [&shown] {
-    const std::string status = ReadHostFile("/proc/" + std::to_string(shown.Pid()) + "/status");
-    const size_t caught = status.find("SigCgt:");
-    return caught != status.npos && (std::stoull(status.substr(caught + 7), nullptr, 16) & 1u << (SIGTERM - 1));
-  };
-  EXPECT_TRUE(Until(takesSignals));
-  shown.Signal(SIGTERM);
-  const ProcessResult result = shown.Wait();
-  EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_THAT(Log(), testing::Not(HasSubstr("cannot show \"Name\"")));
 }
 
 }  // namespace
