@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -204,18 +203,6 @@ TEST(Network, LivePartsAskTheKernel) {
   EXPECT_EQ(ReadLiveNetwork(machine).interfaces->front().carrier, true);
 
   const connection::Address self{AF_INET, {127, 0, 0, 1}}, away{AF_INET, {192, 0, 2, 1}};
-  EXPECT_EQ(IsNeighbourThere(self, 1), std::nullopt);
-  const std::pair<int, std::optional<bool>> kNeighbours[] = {{ATF_COM, {}}, {ATF_PERM | ATF_COM, true}};
-  for (const auto& [flags, there] : kNeighbours) {
-    arpreq neighbour{};  // without ATF_PERM it is a stale one
-    neighbour.arp_pa.sa_family = AF_INET;
-    std::memcpy(neighbour.arp_pa.sa_data + 2, away.bytes.data(), 4);
-    neighbour.arp_ha.sa_family = ARPHRD_LOOPBACK;
-    neighbour.arp_flags = flags;
-    std::strcpy(neighbour.arp_dev, "lo");
-    ASSERT_EQ(ioctl(control.get(), SIOCSARP, &neighbour), 0) << std::strerror(errno);
-    EXPECT_EQ(IsNeighbourThere({AF_INET, {}}, 1), there) << flags;  // those of the loopback have one address, 0.0.0.0
-  }
   EXPECT_EQ(AskEcho(self, 1, 500ms), Echo::kNotPermitted);
   std::ofstream range("/proc/sys/net/ipv4/ping_group_range");
   if (!(range << "0 2147483647" << std::flush)) GTEST_SKIP() << "echoes cannot be permitted here";

@@ -316,10 +316,9 @@ TEST(Services, AskSystemdForFailedUnits) {
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {
-  const auto ata = [](const char* bus, int updated, bool isFailing) {
-    return "{'org.freedesktop.UDisks2.Drive': {'ConnectionBus': <'"s + bus +
-           "'>}, 'org.freedesktop.UDisks2.Drive.Ata': {'SmartUpdated': <uint64 " + std::to_string(updated) +
-           ">, 'SmartFailing': <" + (isFailing ? "true" : "false") + ">}}";
+  const auto ata = [](int updated, bool isFailing) {
+    return "{'org.freedesktop.UDisks2.Drive': {}, 'org.freedesktop.UDisks2.Drive.Ata': {'SmartUpdated': <uint64 " +
+           std::to_string(updated) + ">, 'SmartFailing': <" + (isFailing ? "true" : "false") + ">}}";
   };
   const auto nvme = [](const std::string& warnings) {
     return "{'org.freedesktop.UDisks2.Drive': {'ConnectionBus': <''>}, 'org.freedesktop.UDisks2.NVMe.Controller': "
@@ -330,11 +329,10 @@ TEST(Storage, AskTheDiskServiceForFailingDrives) {
     std::string one, other;
     const char* failing;
   } kDrives[] = {
-      {ata("", 9, false), ata("", 9, true), "yes"},
-      {ata("", 9, false), ata("usb", 9, true), "no"},
-      {ata("", 0, true), "{'org.freedesktop.UDisks2.Block': {}}", "?"},
-      {nvme("'temperature'"), ata("", 0, false), "no"},
-      {nvme("'temperature', 'spare'"), ata("", 9, false), "yes"},
+      {ata(9, false), ata(9, true), "yes"},
+      {ata(0, true), "{'org.freedesktop.UDisks2.Block': {}}", "?"},
+      {nvme("'temperature'"), ata(0, false), "no"},
+      {nvme("'temperature', 'spare'"), ata(9, false), "yes"},
   };
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);

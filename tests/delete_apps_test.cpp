@@ -19,22 +19,18 @@ bool IsInstalled(const std::string& id) {
   return Exists(set_paths::kPackagesDir + ("/" + id));
 }
 
-QUVA::app_list_struct Record(const std::string& id, bool selected, bool locked) {
-  QUVA::app_list_struct record;
-  record.app_name = "Title of " + id;
-  record.app_id = id;
-  record.selected = selected;
-  record.locked = locked;
-  return record;
-}
-
 /// A record of the list, with its package.
 QUVA::app_list_struct Plant(const std::string& id, bool selected = true, bool locked = false) {
   const std::string folder = set_paths::kPackagesDir + ("/" + id);
   WriteFile(folder + "/data/file", std::string(9000, 'x'));
   WriteFile(folder + "/manifest.json", R"({"package_id": ")" + id + R"(", "app_id": ")" + id + R"(", "title": "T")" +
                                            (locked ? R"(, "locked": true})" : "}"));
-  return Record(id, selected, locked);
+  QUVA::app_list_struct record;
+  record.app_name = "Title of " + id;
+  record.app_id = id;
+  record.selected = selected;
+  record.locked = locked;
+  return record;
 }
 
 class DeleteApps : public testing::Test {
@@ -51,10 +47,6 @@ class DeleteApps : public testing::Test {
     auto result = std::async(std::launch::async, work);
     while (result.wait_for(1ms) != std::future_status::ready) ecore_main_loop_iterate();
     return result.get();
-  }
-
-  void Send(const char* appId, int event, int progress = 0, int reserved = 0) {
-    CDeleteApps::uninstall_cb(appId, static_cast<was_notify_event_e>(event), progress, reserved, &m_apps);
   }
 
   CDeleteApps& m_apps = *CDeleteApps::Instance();
@@ -81,22 +73,6 @@ TEST_F(DeleteApps, DoesNotTakeTheEndOfAnotherRemovalForItsOwn) {
     m_apps.m_UninstallApp("single");
     return m_apps.m_UninstallAppThreadFn() && m_apps.m_GetState().finished == 4;
   }));
-}
-
-TEST_F(DeleteApps, TakesEachEventToTheMainLoop) {
-  m_apps.m_SetApps({Record("a", true, true)});
-  BesideMainLoop([&] {
-    Send("none", 120);
-    EXPECT_EQ(m_apps.m_GetState().appName, "");
-    Send("a", 121, 42);
-    EXPECT_EQ(m_apps.m_GetState().progress, 42);
-    for (const int event : {122, 123, 142, 143, 150}) Send("a", event, 0, -5);
-    Send(nullptr, 123);
-    return 0;
-  });
-  EXPECT_EQ(m_apps.m_GetState().finished, 3);
-  EXPECT_THAT(Log(), HasSubstr("app_id[a] uninstall failed[-5]\n"));
-  EXPECT_THAT(Log(), HasSubstr("Unhandled event from WAS caught : 150\n"));
 }
 
 TEST_F(DeleteApps, DoesNotWaitForARefusedRequest) {

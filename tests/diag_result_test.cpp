@@ -154,13 +154,6 @@ TEST_F(Resolution, RowsAreInTheOrderOfTheMapAndRepeatAsItDoes) {
   EXPECT_THAT(Table(), IsEmpty());
 }
 
-TEST_F(Resolution, ACodeIsTheNumberThatItBeginsWith) {
-  Becomes(true, 17);
-  UseMap({Solution(" 17"), Solution("17x"), Solution("x17"), Solution(""), Solution("0x11"), Solution("017")});
-  EXPECT_EQ(Manager().GetInferenceResult(), 3);
-  EXPECT_THAT(Codes(Table()), ElementsAre(" 17", "17x", "017"));
-}
-
 TEST(ResolutionOfSources, AppliesToWhatIsShowing) {
   EXPECT_FALSE(Manager().CheckSourceType("DTV") || Manager().CheckSourceType("HDMI")) << "not known yet";
   const std::set<int> hdmi = {13, 14, 15, 16, 38, 39};

@@ -131,13 +131,12 @@ TEST(CollectorPool, IsStoppedFromAnotherThread) {
   const auto script = std::make_shared<Script>();
   script->blocks = true;
   CollectorPool pool(Of(Fake("a", script, 1h)), Machine{});
-  std::thread stopper([&] {
+  const std::jthread stopper([&] {
     Until([&] { return script->calls == 1; });
     pool.Stop();
   });
   Facts facts;
   EXPECT_EQ(pool.Read({"a"}, Age::kFresh, 1h, facts)[0].state, Reading::State::kCutOff);
-  stopper.join();
   script->blocks = false;
 }
 

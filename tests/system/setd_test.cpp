@@ -432,28 +432,6 @@ TEST(SetdReport, HasNothingPrivateInAnyCategoryNorWhenItIsExported) {
   }
 }
 
-TEST(SetdReport, TellsWhatCouldNotBeSearched) {
-  // More than a pattern can be of.
-  const std::string key = "Hunter22" + std::string(70000, 'k');
-  WriteFile("/var/lib/iwd/Attic.psk", "[Security]\nPassphrase=" + key + "\n");
-  WriteFile(set_paths::kLogFile, "joined " + key + "\n");
-  WriteFile("/tmp/kov_NDF/SOUND-Hunter23.log", "");
-  ServeOnce();
-  ASSERT_EQ(Reports().size(), 1u);
-  const std::string out = SystemPath("/out"), name = fs::path(Reports()[0]).filename();
-  fs::create_directory(out);
-  ASSERT_EQ(RunProcess({VEXILOCTL, "reports", "export", name, out}).exitCode, 0);
-  Unpack(out + "/" + name);
-  EXPECT_THAT(
-      ReadFile("/tmp/unpacked/summary.txt"),
-      ContainsInOrder(std::vector<std::string>{"category  SOUND\n", "FILE ", "events.jsonl  the reason could not",
-                                               "meta.json     it could not be searched for private data\n",
-                                               "vexilo.log    it could not be searched for private data\n"}));
-  EXPECT_FALSE(Exists("/tmp/unpacked/vexilo.log"));
-  EXPECT_THAT(ReadFile("/tmp/unpacked/meta.json"), Not(HasSubstr("Hunter23"))) << "its name";
-  EXPECT_EQ(Count(Log(), "Hunter22"), 1) << "just what was planted";
-}
-
 TEST(SetdReport, IsRefusedWhenAFileInItIsNotAsItWasCollected) {
   WriteFile(set_paths::kLogFile, "what was collected: 64\n");
   WriteFile("/tmp/kov_NDF/SOUND-A.log", "");
