@@ -117,13 +117,6 @@ TEST(DbManager, GetDbAppendsOneTextForEachRowInTableOrder) {
   EXPECT_THAT(Column(DB_TEST, "issueCode"), IsEmpty()) << "no such table in what is open";
 }
 
-TEST(DbManager, TheFirstToastsColumnTurnsNumbersIntoNumbers) {
-  Manager().OpenDB(DB_REMAINING);
-  for (const char* text : {"SID_DONE", "", "007", "1.5", "7up"}) ASSERT_EQ(Store("1", text), 1) << text;
-  EXPECT_THAT(Column(DB_REMAINING, "toast1"), ElementsAre("SID_DONE", "", "7", "", "7up"));
-  EXPECT_THAT(Column(DB_REMAINING, "toast2"), ElementsAre("SID_DONE", "", "007", "1.5", "7up"));
-}
-
 TEST(DbManager, ChangesAreThereAsAWholeOrNotAtAll) {
   Manager().OpenDB(DB_REMAINING);
   for (const bool ended : {true, false}) {

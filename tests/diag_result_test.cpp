@@ -314,11 +314,12 @@ TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
 TEST_F(Remaining, RowsThatCannotAllBeStoredLeaveThoseOfTheLastScan) {
   Store("99");
   std::vector<QUVA_Solution> many;
-  for (int code = 1; code <= 100; ++code) many.push_back(Solution(std::to_string(code)));
+  for (int code = 1; code <= 20; ++code) many.push_back(Solution(std::to_string(code)));
+  for (QUVA_Solution& each : many) each.sid_sol = std::string(3000, 'x');
   Happen(many);
-  ASSERT_EQ(Manager().GetInferenceResult(), 100);
+  ASSERT_EQ(Manager().GetInferenceResult(), 20);
   signal(SIGXFSZ, SIG_IGN);
-  const rlimit full{fs::file_size(SystemPath(set_paths::kRemainingDb)), RLIM_INFINITY},
+  const rlimit full{fs::file_size(SystemPath(set_paths::kRemainingDb)) + (16 << 10), RLIM_INFINITY},
       all{RLIM_INFINITY, RLIM_INFINITY};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
   Manager().SaveRemainingProblems();

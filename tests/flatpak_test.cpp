@@ -2,7 +2,6 @@
 // from a repository made by hand, and real sandboxes.
 
 #include <grp.h>
-#include <signal.h>
 #include <sys/prctl.h>
 
 #include <regex>

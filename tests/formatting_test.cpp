@@ -1,7 +1,5 @@
 // Numbers, sizes, dates and languages as texts.
 
-#include <clocale>
-
 #include "CMenuTimeUtil.h"
 #include "CUtils.h"
 #include "StorageSummary.h"
@@ -25,15 +23,6 @@ TEST(Bytes, HaveTheUnitThatTheyReach) {
       {1536, "1.50KB"}, {kGiB * 1024, "1024.00GB"}, {-5, "-5.00B"},
   };
   for (const auto& [bytes, text] : cases) EXPECT_EQ(CUtils::m_ConvertBytes(bytes), text) << bytes;
-}
-
-TEST(Gigabytes, AreRoundedAndLeaveTheNumericLocaleAtC) {
-  ASSERT_STREQ(std::setlocale(LC_NUMERIC, "C.UTF-8"), "C.UTF-8");
-  for (const auto& [bytes, number] : {std::pair(kGiB * 3 / 2, 1.5), {kGiB / 3, 0.33}, {-kGiB, -1.0}, {int64_t(0), 0.0}})
-    EXPECT_EQ(CUtils::m_ConvertToGB(bytes), number);
-  EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
-  EXPECT_EQ(CUtils::convertToString(3.5), "3.50GB");
-  EXPECT_EQ(CUtils::convertToString(0.004), "0.00GB");
 }
 
 TEST(StorageSummary, HasTheSharesOfThePartition) {

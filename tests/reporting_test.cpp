@@ -3,7 +3,6 @@
 
 #include <json/json.h>
 #include <sys/statvfs.h>
-#include <time.h>
 
 #include "CErrorReport.h"
 #include "CUtils.h"

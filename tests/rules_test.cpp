@@ -99,12 +99,6 @@ TEST(Rules, HoldForAsLongOrAsOftenAsTheySay) {
   }
 }
 
-TEST(Rules, AreWrittenForPeople) {
-  const Rule rule = RuleOf(std::string(R"("when": {"all": [)") + kHolds + R"(, {"any": [)" + kFails +
-                           ", {\"not\": " + kUnknown + R"(}]}]}, "for": {"runs": 2, "of": 3}, "clear": )" + kFails);
-  EXPECT_EQ(ToText(rule), "n == 5 and (n != 5 or not u == 5), for 2 of 3 runs, until n != 5");
-}
-
 // The rule starts in the second line; the good one follows in the next.
 TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
   const std::string good = R"({"code": 18, "group": "cache", "when": {"fact": "t", "is": "==", "value": true}})";

@@ -10,7 +10,6 @@
 #include "setd/report.h"
 #include "setd/request.h"
 #include "setd/scrubber.h"
-#include "setd/scrubber_rules.h"
 #include "support/files.h"
 
 namespace {
