@@ -275,7 +275,10 @@ TEST(Engine, AnswersEverySubscriptionOnceInOrderOnItsOneThreadAndQueriesMeanwhil
   for (std::thread& thread : threads) thread.join();
   Subscribe([](unsigned int number, DTSignalData data) {
     Subscribe();
-    // The database is free during a callback, for other threads too.
+    // The state that is asked is held against other processes, and the database is free, for other threads too.
+    EXPECT_EQ(sqlite3_exec(OpenDatabase(set_paths::kInferenceDb).get(),
+                           "PRAGMA busy_timeout = 0; DELETE FROM inferenceTBL", nullptr, nullptr, nullptr),
+              SQLITE_BUSY);
     std::thread([] { EXPECT_EQ(SetSolutionDB({17, 9, 5, 1, kTime}), TREVLIN_OK); }).join();
     Ask(number, data);
   });
