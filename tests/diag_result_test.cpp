@@ -305,7 +305,7 @@ TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
   SqliteDb soon = OpenDatabase(set_paths::kRemainingDb);
   Execute(soon.get(), "BEGIN EXCLUSIVE");
   const std::jthread release([&soon] {
-    std::this_thread::sleep_for(150ms);
+    std::this_thread::sleep_for(100ms);
     soon.reset();
   });
   EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
