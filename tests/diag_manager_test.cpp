@@ -149,7 +149,7 @@ TEST(DiagManagerFault, EachEntryThatThePluginLacksIsNamed) {
   fs::copy_file(PROBE_PARSER, kPlugin);
   Manager();
   for (const char* entry : {"RequestApplySolution", "SaveResultToSolutionDB", "ProcessLaunchApp"})
-    EXPECT_EQ(CountInLog(std::string("undefined symbol: ") + entry), 1u) << entry;
+    EXPECT_EQ(Count(Log(), std::string("undefined symbol: ") + entry), 1) << entry;
 }
 
 TEST(DiagManagerFault, APluginOfOtherEntriesIsLoggedAndTolerated) {
