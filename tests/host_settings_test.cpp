@@ -6,6 +6,8 @@
 #include <limits>
 
 #include "c_handle.h"
+#include "flux_resources.h"
+#include "set_names.h"
 #include "settings/menu_language.h"
 #include "settings/settings_store.h"
 #include "support/files.h"
@@ -222,29 +224,37 @@ TEST(SettingsChanges, OutliveTheFolder) {
   EXPECT_FALSE(fs::exists(SystemPath(set_paths::kHostRun))) << "watching makes no folders";
 }
 
-/// A catalogue with one text.
-std::string Catalogue(const std::string& id, const std::string& text) {
-  const auto idSize = static_cast<uint32_t>(id.size());
-  const auto textSize = static_cast<uint32_t>(text.size());
-  const uint32_t head[] = {0x950412de, 0, 1, 28, 36, 0, 0, idSize, 44, textSize, 44 + idSize + 1};
-  return std::string(reinterpret_cast<const char*>(head), sizeof head) + id + '\0' + text + '\0';
+/// A catalogue that has nothing but its header, with its language.
+std::string Catalogue(const std::string& language) {
+  const std::string text = "Language: " + language + "\n";
+  const uint32_t head[] = {0x950412de, 0, 1, 28, 36, 0, 0, 0, 44, static_cast<uint32_t>(text.size()), 45};
+  return std::string(reinterpret_cast<const char*>(head), sizeof head) + '\0' + text + '\0';
 }
 
-TEST(MenuLanguage, FindsTextsWithoutTheLocale) {
+TEST(MenuLanguage, FindsTextsWithoutTheLocaleAndRunsAsTheTextsDo) {
   const fs::path folder = SystemPath("/locale");
-  for (const char* language : {"de", "en", "sr@latin"})
-    WriteHostFile(folder / language / "LC_MESSAGES/test.mo", Catalogue("ID", std::string("text in ") + language));
-  bindtextdomain("test", folder.c_str());
+  bindtextdomain(set_names::kCareApplication, folder.c_str());
+  EXPECT_EQ(LanguageOfTexts(), "en") << "no catalogue";
+  for (const char* language :
+       {"de", "en", "sr@latin", "ar", "ks", "pa", "pa_PK", "sd", "sd@devanagari", "pt_BR", "zh_CN", "zh_TW"})
+    WriteHostFile(folder / language / "LC_MESSAGES" / (std::string(set_names::kCareApplication) + ".mo"),
+                  Catalogue(language));
   ApplyMenuLanguage();
-  EXPECT_STREQ(dgettext("test", "ID"), "text in en") << "not set";
-  const std::pair<const char*, const char*> cases[] = {
-      {"de_DE.utf8", "text in de"}, {"sr_RS.utf8@latin", "text in sr@latin"},
-      {"xx_XX.utf8", "text in en"}, {"de", "text in de"},
-      {"../de", "text in en"},      {"", "text in en"}};
-  for (const auto& [setting, text] : cases) {
+  EXPECT_EQ(LanguageOfTexts(), "en") << "not set";
+  const struct {
+    const char *setting, *texts;
+    int orientation;
+  } cases[] = {{"de_DE.utf8", "de", 0},    {"de", "de", 0},           {"sr_RS.utf8@latin", "sr@latin", 0},
+               {"xx_XX.utf8", "en", 0},    {"../de", "en", 0},        {"", "en", 0},
+               {"ar_AE.utf8", "ar", 1},    {"ks_IN.utf8", "ks", 1},   {"pa_PK.utf8", "pa_PK", 1},
+               {"pa_IN.utf8", "pa", 0},    {"sd_IN.utf8", "sd", 1},   {"sd_IN@devanagari", "sd@devanagari", 0},
+               {"fa_IR.utf8", "en", 0},    {"he_IL.utf8", "en", 0},   {"pt_PT.utf8", "pt_BR", 0},
+               {"zh_HK.utf8", "zh_TW", 0}, {"zh_CN.utf8", "zh_CN", 0}};
+  for (const auto& [setting, texts, orientation] : cases) {
     ASSERT_EQ(vconf_set_str("db/menu_widget/language", setting), 0);
     ApplyMenuLanguage();
-    EXPECT_STREQ(dgettext("test", "ID"), text) << setting;
+    EXPECT_EQ(LanguageOfTexts(), texts) << setting;
+    EXPECT_EQ(ua_UI_orientation_get(), orientation) << setting;
   }
 }
 

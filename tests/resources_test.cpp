@@ -1,10 +1,9 @@
-// Where images come from, which way texts run, and which fonts they are in.
+// Where images come from, which fonts texts are in, and how they are put together.
 
 #include <fontconfig/fontconfig.h>
 
 #include "flux_resources.h"
 #include "support/files.h"
-#include "vconf.h"
 
 namespace {
 
@@ -22,18 +21,6 @@ TEST(Resources, EditionForTheScreenIsTakenWhereItHasTheFile) {
   }
   EXPECT_EQ(getCommonResourcePath("default.9"), SystemPath("/usr/share/vexilo-flux/images/default.9.png"));
   EXPECT_EQ(getCommonResourcePath("a.svg"), SystemPath("/usr/share/vexilo-flux/images/a.svg"));
-}
-
-TEST(Resources, OrientationFollowsTheMenuLanguage) {
-  EXPECT_EQ(ua_UI_orientation_get(), 0) << "not set";
-  const auto expect = [](int orientation, const std::vector<const char*>& languages) {
-    for (const char* language : languages) {
-      ASSERT_EQ(vconf_set_str("db/menu_widget/language", language), 0);
-      EXPECT_EQ(ua_UI_orientation_get(), orientation) << language;
-    }
-  };
-  expect(1, {"ar_AE.utf8", "he_IL", "fa", "ur_PK.UTF-8", "ckb_IQ.utf8"});
-  expect(0, {"en_US.utf8", "arn_CL.utf8", "sd_IN@devanagari", "sr_RS.utf8@latin", "ar AE", ""});
 }
 
 TEST(Resources, FontRulesGiveWeightsAndTheMenuLanguagesCharacters) {

@@ -16,7 +16,8 @@ std::string getCommonResourcePath(const std::string& file);
 /// Says how many lines the screen has, on which the edition depends. The widget set calls it; 1080 until then.
 void setResourceScreenHeight(int lines);
 
-/// 1 when the menu language is written from right to left, else 0.
+/// 1 when the texts that are shown are written from right to left, else 0; where there are none in the menu language,
+/// others are shown.
 int ua_UI_orientation_get();
 
 class CStringUtil {

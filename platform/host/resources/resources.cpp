@@ -21,9 +21,9 @@ bool Exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
-/// The languages whose usual script runs from right to left.
-constexpr std::array<std::string_view, 11> kRightToLeft = {"ar", "ckb", "dv", "fa", "he", "iw",
-                                                           "ps", "sd",  "ug", "ur", "yi"};
+/// The languages whose usual script runs from right to left; Punjabi's does in Pakistan.
+constexpr std::array<std::string_view, 13> kRightToLeft = {"ar",    "ckb", "dv", "fa", "he", "iw", "ks",
+                                                           "pa_PK", "ps",  "sd", "ug", "ur", "yi"};
 
 /// Where `text` begins to be longer than `limit` bytes, moved back to a character's beginning.
 size_t CutAt(const std::string& text, size_t limit) {
@@ -54,10 +54,13 @@ void setResourceScreenHeight(int lines) {
 }
 
 int ua_UI_orientation_get() {
-  const std::string locale = MenuLocale();
-  // Some of these languages are written in Latin letters or Devanagari too; the locale then says so.
-  if (locale.ends_with("@latin") || locale.ends_with("@devanagari")) return 0;
-  return std::count(kRightToLeft.begin(), kRightToLeft.end(), LanguageOfLocale(locale)) > 0;
+  // Some of these languages are written in Latin letters or Devanagari too; the catalogue's language then says so.
+  const std::string language = LanguageOfTexts();
+  if (language.ends_with("@latin") || language.ends_with("@devanagari")) return 0;
+  const auto isRightToLeft = [](const std::string& name) {
+    return std::count(kRightToLeft.begin(), kRightToLeft.end(), name) > 0;
+  };
+  return isRightToLeft(language) || isRightToLeft(LanguageOfLocale(language));
 }
 
 std::string CStringUtil::CombinateStrings(const std::string& format, const std::string& value, size_t limit) {

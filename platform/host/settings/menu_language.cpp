@@ -1,9 +1,12 @@
 #include "settings/menu_language.h"
 
+#include <libintl.h>
+
 #include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "c_handle.h"
 #include "dlog.h"
@@ -23,6 +26,11 @@ bool IsLocaleName(const std::string& locale) {
   return language.size() >= 2 && language.size() <= 3 && IsPlain(locale, "@");
 }
 
+/// Whose texts are read more easily than another region's or English ones, the closest first.
+constexpr struct {
+  std::string_view name, relatives;
+} kRelatives[] = {{"pt_PT", ":pt_BR"}, {"zh_HK", ":zh_TW:zh_CN"}, {"zh_TW", ":zh_HK:zh_CN"}};
+
 /// "de_DE.utf8" as gettext's list of languages, "de_DE:de:en"; "sr_RS.utf8@latin" as "sr_RS@latin:sr@latin:en". English
 /// stands in for texts that a catalogue has not.
 std::string LanguagesOf(const std::string& locale) {
@@ -30,7 +38,10 @@ std::string LanguagesOf(const std::string& locale) {
   const std::string modifier = locale.substr(modifierAt);
   const std::string name = locale.substr(0, std::min(locale.find('.'), modifierAt));
   const std::string language = LanguageOfLocale(locale);
-  return (name == language ? "" : name + modifier + ":") + language + modifier + (language == "en" ? "" : ":en");
+  std::string languages = (name == language ? "" : name + modifier + ":") + language + modifier;
+  for (const auto& [of, relatives] : kRelatives)
+    if (name == of) languages += relatives;
+  return languages + (language == "en" ? "" : ":en");
 }
 
 }  // namespace
@@ -46,6 +57,16 @@ std::string MenuLocale() {
   __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: \"%s\" is no locale; taking English", set_names::kMenuLanguageKey,
                stored.get());
   return kEnglish;
+}
+
+std::string LanguageOfTexts() {
+  // The catalogue that is found first has its header as the translation of the empty text.
+  constexpr std::string_view kField = "\nLanguage: ";
+  const std::string header = std::string("\n") + dgettext(set_names::kCareApplication, "");
+  const size_t at = header.find(kField);
+  if (at == std::string::npos) return "en";
+  const size_t from = at + kField.size();
+  return header.substr(from, header.find('\n', from) - from);
 }
 
 void ApplyMenuLanguage() {

@@ -9,6 +9,9 @@
 std::string MenuLocale();
 /// The language of a locale's name: "de", "zh". Any thread.
 std::string LanguageOfLocale(const std::string& locale);
+/// The language of the texts that are shown: "de", "pt_BR", "sr@latin". Another than the menu language where the
+/// application has no catalogue of it, and "en" where it has none at all. After bindtextdomain(). Any thread.
+std::string LanguageOfTexts();
 
 /// Sets the process's locale to the menu language. Catalogues are found for a language whose locale this machine does
 /// not have, too. Main thread, before other threads start.
