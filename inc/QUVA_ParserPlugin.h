@@ -3,15 +3,20 @@
 /// The entries of the solution-map parser plug-in, set_paths::kParserPlugin. No argument may be null; none throws.
 /// Thread rule: callable from any thread, on which they then run.
 
+/// What came of a solution. SOLUTION_OPENED: it has opened another application, in which the viewer may solve the
+/// issue; SOLUTION_NOT_ON_DEVICE: the device has no such application, and a stand-in was shown.
+enum { SOLUTION_FAILED = -1, SOLUTION_DONE = 0, SOLUTION_OPENED = 1, SOLUTION_NOT_ON_DEVICE = 2 };
+
 extern "C" {
 
 /// Reads the solution map into the information storage. 0, or -1 after a log line that names the file and the reason;
 /// what the storage held before then stays.
 int ParseSolutionMap(void);
 
-/// Does what the issue's solution says and records it as applied. 0, or -1 when the issue is unknown, a step failed
-/// (the later ones are then not done) or it could not be recorded. Waits for what a step waits for: ten seconds at most
-/// for each deep clean, so not on the main thread.
+/// Does what the issue's solution says and records it: as applied when it is done, as not applied when it opened
+/// another application, so that the issue stays until it is gone. SOLUTION_FAILED when the issue is unknown, a step
+/// failed (the later ones are then not done) or it could not be recorded. Waits for what a step waits for: ten seconds
+/// at most for each deep clean, so not on the main thread.
 int RequestApplySolution(const char* issueCode);
 
 /// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as

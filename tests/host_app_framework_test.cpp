@@ -142,6 +142,25 @@ TEST_F(HostLauncher, RefusesAndSaysWhy) {
   }
 }
 
+TEST_F(HostLauncher, TellsAStandInFromAnApplication) {
+  WriteHostFile(SystemPath("/opt/bin/has"),
+                "#!/bin/sh\n[ \"$1 $2\" != '--has this' ] || exit 0\n[ \"$1\" != --has ] || exit 1\n");
+  fs::permissions(SystemPath("/opt/bin/has"), fs::perms(0755));
+  const std::pair<const char*, bool> cases[] = {{"Exec=/opt/bin/has", false},
+                                                {"Exec=/opt/bin/has\nX-Vexilo-StandIn=true", true},
+                                                {"Exec=/opt/bin/has this\nX-Vexilo-StandIn=ask", false},
+                                                {"Exec=/opt/bin/has that\nX-Vexilo-StandIn=ask", true}};
+  app_control_h request = nullptr;
+  app_control_create(&request);
+  app_control_set_app_id(request, "org.example.has");
+  for (const auto& [keys, isStandIn] : cases) {
+    WriteEntry("org.example.has", keys);
+    EXPECT_EQ(app_control_send_launch_request(request, nullptr, nullptr), APP_CONTROL_ERROR_NONE) << keys;
+    EXPECT_EQ(app_control_started_stand_in(request), isStandIn) << keys;
+  }
+  app_control_destroy(request);
+}
+
 TEST_F(HostLauncher, KeepsTheToolkitsEnvironmentFromLaunchedApplications) {
   WriteEntry("org.example.show", "Exec=/opt/bin/show");
   ChildProcess probe = Start({"do=launch"});

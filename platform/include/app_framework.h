@@ -41,6 +41,10 @@ int app_control_get_extra_data(app_control_h control, const char* key, char** va
 /// reason is in the platform log.
 int app_control_send_launch_request(app_control_h control, app_control_reply_cb callback, void* user_data);
 
+/// Whether what the last successful launch with this request started is a stand-in, which only tells that the device
+/// does not have the application.
+bool app_control_started_stand_in(app_control_h control);
+
 typedef bool (*app_create_cb)(void* user_data);
 typedef void (*app_terminate_cb)(void* user_data);
 typedef void (*app_pause_cb)(void* user_data);

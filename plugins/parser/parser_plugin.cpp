@@ -93,15 +93,19 @@ int ReadAndStoreMap() {
 int Apply(const char* issueCode) {
   const auto solution = FindSolution(issueCode);
   if (!solution) return kFailed;
+  int outcome = SOLUTION_DONE;
   for (const auto& [type, value] : solution->sol_values) {
-    if (solution_actions::Perform(type, value)) continue;
-    VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
-    return kFailed;
+    const int step = solution_actions::Perform(type, value);
+    if (step == SOLUTION_FAILED) {
+      VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
+      return SOLUTION_FAILED;
+    }
+    outcome = std::max(outcome, step);
   }
-  const int result = Record(*solution, true);
+  const int recorded = Record(*solution, outcome == SOLUTION_DONE);
   // Whether it helped shows later.
   RecheckIssue(std::atoi(issueCode));
-  return result;
+  return recorded == kDone ? outcome : SOLUTION_FAILED;
 }
 
 }  // namespace
@@ -111,7 +115,7 @@ int ParseSolutionMap() {
 }
 
 int RequestApplySolution(const char* issueCode) {
-  return Guarded(kFailed, [issueCode] { return Apply(issueCode); });
+  return Guarded(int{SOLUTION_FAILED}, [issueCode] { return Apply(issueCode); });
 }
 
 int SaveResultToSolutionDB(const char* issueCode, const char* result) {
@@ -122,5 +126,5 @@ int SaveResultToSolutionDB(const char* issueCode, const char* result) {
 }
 
 bool ProcessLaunchApp(const char* applicationId) {
-  return Guarded(false, [applicationId] { return solution_actions::Launch(applicationId); });
+  return Guarded(false, [applicationId] { return solution_actions::Launch(applicationId) != SOLUTION_FAILED; });
 }

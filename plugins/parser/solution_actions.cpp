@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "QUVA_ParserPlugin.h"
 #include "TaskManagerRequests.h"
 #include "VexiloLog.h"
 #include "app_framework.h"
@@ -84,10 +85,10 @@ bool RestartServices(const std::string& services) {
 
 }  // namespace
 
-bool Launch(const std::string& request) {
+int Launch(const std::string& request) {
   const std::vector<std::string> words = Words(request);
   app_control_h handle = nullptr;
-  if (app_control_create(&handle) != APP_CONTROL_ERROR_NONE) return false;
+  if (app_control_create(&handle) != APP_CONTROL_ERROR_NONE) return SOLUTION_FAILED;
   const AppControl control(handle);
   app_control_set_operation(handle, APP_CONTROL_OPERATION_DEFAULT);
   app_control_set_app_id(handle, words[0].c_str());
@@ -95,24 +96,28 @@ bool Launch(const std::string& request) {
     const size_t equals = words[i].find('=');
     if (equals == std::string::npos || equals == 0) {
       VEXILO_LOGE("cannot launch [%s]: \"%s\" is not key=value", request.c_str(), words[i].c_str());
-      return false;
+      return SOLUTION_FAILED;
     }
     app_control_add_extra_data(handle, Decoded(words[i].substr(0, equals)).c_str(),
                                Decoded(words[i].substr(equals + 1)).c_str());
   }
   const int result = app_control_send_launch_request(handle, nullptr, nullptr);
-  if (result != APP_CONTROL_ERROR_NONE) VEXILO_LOGE("cannot launch [%s]: error %d", request.c_str(), result);
-  return result == APP_CONTROL_ERROR_NONE;
+  if (result != APP_CONTROL_ERROR_NONE) {
+    VEXILO_LOGE("cannot launch [%s]: error %d", request.c_str(), result);
+    return SOLUTION_FAILED;
+  }
+  return app_control_started_stand_in(handle) ? SOLUTION_NOT_ON_DEVICE : SOLUTION_OPENED;
 }
 
-bool Perform(const std::string& type, const std::string& value) {
+int Perform(const std::string& type, const std::string& value) {
   if (type == "launch") return Launch(value);
-  if (type == "setting") return SetSetting(value);
-  if (type == "memboost") return QUVA::PerformMemBoost() == 0;
-  if (type == "deepclean") return QUVA::PerformDeepClean() == 0;
-  if (type == "restart_service") return RestartServices(value);
+  const auto outcome = [](bool done) { return done ? SOLUTION_DONE : SOLUTION_FAILED; };
+  if (type == "setting") return outcome(SetSetting(value));
+  if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
+  if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
+  if (type == "restart_service") return outcome(RestartServices(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
-  return false;
+  return SOLUTION_FAILED;
 }
 
 }  // namespace solution_actions

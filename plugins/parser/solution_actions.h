@@ -6,10 +6,11 @@ namespace solution_actions {
 
 /// Launches the application that `request` names: its id and then key=value words for its extra data, separated by
 /// single blanks; %20 and %25 stand for a blank and a percent sign inside a value.
-/// Each function here returns whether it was done, after a log line that says why not. Main thread or a worker.
-bool Launch(const std::string& request);
+/// Each function here returns one of the values of QUVA_ParserPlugin.h; SOLUTION_FAILED after a log line that says why.
+/// Main thread or a worker.
+int Launch(const std::string& request);
 
 /// Does what one parameter of a solution says (docs/solution-map.md).
-bool Perform(const std::string& type, const std::string& value);
+int Perform(const std::string& type, const std::string& value);
 
 }  // namespace solution_actions

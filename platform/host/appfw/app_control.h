@@ -26,4 +26,5 @@ struct app_control_s {
   std::string operation = APP_CONTROL_OPERATION_DEFAULT;
   std::string appId;
   app_framework::Extras extras;
+  bool startedStandIn = false;
 };

@@ -23,6 +23,10 @@ constexpr const char* kTag = log_tags::kAppfw;
 
 constexpr std::string_view kEmptyFieldCodes = "fFuUdDnNvmi";  // files, which a launch has none of, and old ones
 
+/// Whether the program stands in for an application that is missing: "true", or "ask": run with "--has" before its
+/// arguments, it ends with 0 when this machine has one. Else it does not.
+constexpr char kStandInKey[] = "X-Vexilo-StandIn";
+
 /// Why a launch fails.
 struct Failure {
   int code;
@@ -42,6 +46,7 @@ struct DesktopEntry {
   std::string exec;
   std::string tryExec;
   std::string folder;
+  std::string standIn;
 };
 
 std::optional<Failure> ReadEntry(const std::string& appId, DesktopEntry& entry) {
@@ -69,6 +74,7 @@ std::optional<Failure> ReadEntry(const std::string& appId, DesktopEntry& entry) 
   entry.exec = text(G_KEY_FILE_DESKTOP_KEY_EXEC);
   entry.tryExec = text(G_KEY_FILE_DESKTOP_KEY_TRY_EXEC);
   entry.folder = text(G_KEY_FILE_DESKTOP_KEY_PATH);
+  entry.standIn = text(kStandInKey);
   if (entry.exec.empty()) return Failure{APP_CONTROL_ERROR_LAUNCH_REJECTED, setPath + " has no Exec"};
   return std::nullopt;
 }
@@ -142,12 +148,24 @@ std::optional<Failure> BuildCommand(const DesktopEntry& entry, const Extras& ext
   return std::nullopt;
 }
 
-std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry, std::vector<std::string>& arguments) {
+std::vector<char*> Argv(std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
+  return argv;
+}
 
+bool IsStandIn(const DesktopEntry& entry, std::vector<std::string> arguments) {
+  if (entry.standIn != "ask") return entry.standIn == "true";
+  arguments.insert(arguments.begin() + 1, "--has");
+  int status = 0;
+  return !g_spawn_sync(nullptr, Argv(arguments).data(), KeptEnvironment().get(), G_SPAWN_DEFAULT, nullptr, nullptr,
+                       nullptr, nullptr, &status, nullptr) ||
+         !g_spawn_check_wait_status(status, nullptr);
+}
+
+std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry, std::vector<std::string>& arguments) {
   // By the id the task manager knows the processes of the application.
   char** const kept = KeptEnvironment() ? g_strdupv(KeptEnvironment().get()) : g_get_environ();
   const GTextArray environment(g_environ_setenv(kept, "VEXILO_APP_ID", appId.c_str(), TRUE));
@@ -156,19 +174,20 @@ std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry
   GErrorHandle error;
   // Without G_SPAWN_DO_NOT_REAP_CHILD the program is the child of a child that has ended: nothing is left to reap.
   const auto flags = static_cast<GSpawnFlags>(G_SPAWN_STDIN_FROM_DEV_NULL | G_SPAWN_STDOUT_TO_DEV_NULL);
-  if (!g_spawn_async(entry.folder.empty() ? nullptr : folder.c_str(), argv.data(), environment.get(), flags, nullptr,
-                     nullptr, nullptr, error.Out()))
+  if (!g_spawn_async(entry.folder.empty() ? nullptr : folder.c_str(), Argv(arguments).data(), environment.get(), flags,
+                     nullptr, nullptr, nullptr, error.Out()))
     return Failure{APP_CONTROL_ERROR_LAUNCH_REJECTED, error.Message()};
   return std::nullopt;
 }
 
-std::optional<Failure> TryLaunch(const std::string& appId, const Extras& extras) {
+std::optional<Failure> TryLaunch(const std::string& appId, const Extras& extras, bool& isStandIn) {
   if (appId.empty() || !IsPlain(appId))
     return Failure{APP_CONTROL_ERROR_INVALID_PARAMETER, "an application id has letters, digits, '.', '_', '-' only"};
   DesktopEntry entry;
   if (auto failure = ReadEntry(appId, entry)) return failure;
   std::vector<std::string> arguments;
   if (auto failure = BuildCommand(entry, extras, arguments)) return failure;
+  isStandIn = IsStandIn(entry, arguments);
   return Spawn(appId, entry, arguments);
 }
 
@@ -178,21 +197,27 @@ void KeepLaunchEnvironment() {
   KeptEnvironment().reset(g_get_environ());
 }
 
-int Launch(const std::string& appId, const Extras& extras, std::string* problem) {
+LaunchResult Launch(const std::string& appId, const Extras& extras) {
   const GText printable(g_strescape(appId.c_str(), nullptr));
-  if (const auto failure = TryLaunch(appId, extras)) {
+  bool isStandIn = false;
+  if (const auto failure = TryLaunch(appId, extras, isStandIn)) {
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "cannot launch \"%s\": %s", printable.get(), failure->reason.c_str());
-    if (problem) *problem = failure->reason;
-    return failure->code;
+    return {failure->code, failure->reason, false};
   }
   vconf_set_str(kForegroundAppKey, appId.c_str());
   __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "launched \"%s\"", printable.get());
-  return APP_CONTROL_ERROR_NONE;
+  return {APP_CONTROL_ERROR_NONE, "", isStandIn};
 }
 
 }  // namespace app_framework
 
 int app_control_send_launch_request(app_control_h control, app_control_reply_cb, void*) {
   if (!control) return APP_CONTROL_ERROR_INVALID_PARAMETER;
-  return app_framework::Launch(control->appId, control->extras);
+  const app_framework::LaunchResult result = app_framework::Launch(control->appId, control->extras);
+  control->startedStandIn = result.isStandIn;
+  return result.error;
+}
+
+bool app_control_started_stand_in(app_control_h control) {
+  return control && control->startedStandIn;
 }

@@ -148,9 +148,9 @@ void Launch(const Arguments& arguments) {
     app_framework::SetExtra(extras, text.substr(0, equals), text.substr(equals + 1));
   }
   ApplyMenuLanguage();  // the entry's name is handed on in it
-  std::string problem;
-  if (app_framework::Launch(appId, extras, &problem) != APP_CONTROL_ERROR_NONE)
-    throw Failure("cannot launch \"" + Visible(appId) + "\": " + problem);
+  const app_framework::LaunchResult result = app_framework::Launch(appId, extras);
+  if (result.error != APP_CONTROL_ERROR_NONE)
+    throw Failure("cannot launch \"" + Visible(appId) + "\": " + result.problem);
   if (!arguments.json) return;
   Json::Value object;
   object["app_id"] = appId;
