@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "c_handle.h"
+#include "set_names.h"
 #include "support/files.h"
 #include "support/process.h"
 #include "support/remaining_rows.h"
@@ -70,6 +72,7 @@ TEST_F(Slice, CodesAreWrittenInTheOrderOfTheMapToWhereTheRequestWantsThem) {
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(ReadHostFile(SystemPath(set_paths::kQGuideBackgroundResult)), kFound);
   EXPECT_FALSE(fs::exists(kResult));
+  EXPECT_EQ(CText(vconf_get_str(set_names::kForegroundAppKey)), nullptr) << "it has no screen to be in front with";
   EXPECT_THAT(result.err, AllOf(HasSubstr("when QUVA is to be called in background "), HasSubstr("terminate called")));
   for (const char* other : {set_paths::kRemainingDb, set_paths::kEventLog})
     EXPECT_FALSE(fs::exists(SystemPath(other))) << other;

@@ -646,6 +646,23 @@ TEST_F(FluxPopup, KeepsTheFocusAndGivesItBack) {
   EXPECT_EQ(FocusedName(), "above");
 }
 
+TEST(FluxPopups, AskNothingOfAWindowThatGoes) {
+  static int problems = 0;
+  eina_log_print_cb_set([](const Eina_Log_Domain*, Eina_Log_Level level, const char*, const char*, int, const char*,
+                           void*, va_list) { problems += level <= EINA_LOG_LEVEL_ERR; },
+                        nullptr);
+  {
+    UiHarness ui(960, 540);
+    Evas_Object* button = AddButton(ui.Root(), "Below");
+    elm_object_focus_set(button, EINA_TRUE);
+    Evas_Object* popup = elm_flux_popup_add(ui.Window());
+    elm_flux_popup_button_add(popup, "OK");
+    ui.Settle();
+    problems = 0;
+  }
+  EXPECT_EQ(problems, 0);
+}
+
 TEST_F(FluxPopup, LiesWithinTheScreenHoweverLongItsTextAndItsContentIsReplaceable) {
   std::string text = "Several <words> & more. ";
   for (int i = 0; i < 9; ++i) text += text;

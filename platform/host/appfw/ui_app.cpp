@@ -147,7 +147,7 @@ int Application::RunInstance(Extras firstRequest) {
 }
 
 void Application::RunMainLoop() {
-  TakeForeground();
+  if (!IsForBackground(m_requests.front().extras)) TakeForeground();
   ScheduleDelivery();
   m_inLoop = true;
   if (!m_exiting) elm_run();

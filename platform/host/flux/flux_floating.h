@@ -23,6 +23,7 @@ class Floating {
   ~Floating();
 
   void Place() const;
+  bool HasParent() const { return m_parent != nullptr; }
   /// It is being deleted, and what floats will be with it.
   void ForgetParent() { m_parent = nullptr; }
 

@@ -192,8 +192,9 @@ void Popup::OnHidden() {
   const bool wasTopmost = !Shown().empty() && Shown().back() == this;
   if (std::erase(Shown(), this) == 0) return;
   if (m_focusJob) ecore_job_del(std::exchange(m_focusJob, nullptr));
-  Evas_Object* focused = elm_object_focused_object_get(Object());
   Evas_Object* back = ForgetReturn();
+  if (!m_floating.HasParent()) return;  // a window that is being deleted has no focus to give
+  Evas_Object* focused = elm_object_focused_object_get(Object());
   if (back && (wasTopmost || !focused || IsWithin(focused, Object()))) elm_object_focus_set(back, true);
 }
 
