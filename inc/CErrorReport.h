@@ -65,7 +65,7 @@ class CErrorReport {
   void m_AwaitNext();
 
   ErrorReportSender& m_sender = ErrorReportSender::Instance();
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   std::array<CWidget, kErrorCategories.size()> m_boxes;
   CWidget m_sendButton;
   CWidget m_cancelButton;

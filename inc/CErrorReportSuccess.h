@@ -33,7 +33,7 @@ class CErrorReportSuccess {
   void m_CreateDummyLayout();
   void m_ShowSent();
 
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_checkMark;
   CWidget m_sentPlace;
   CWidget m_sentNames;

@@ -80,6 +80,8 @@ class CHomeScreen {
 
   CHomeScreen();
 
+  std::string m_AskDeviceState();
+  void m_ShowDeviceStateAnew();
   void m_BuildStateArea();
   void m_BuildUpperRow();
   void m_BuildBottomFrame();
@@ -90,6 +92,8 @@ class CHomeScreen {
   void m_CheckErrorReportPreconditions();
   /// Launches where the viewer can get what the error report lacks.
   void m_LaunchWhatOpens(ErrorReportGate gate);
+  void m_TellScanFailed();
+  void m_ShowToastAnywhere(const std::string& text);
   void m_TakeSolved(const std::string& issueCode);
   void m_Press(Evas_Object* button, const char* kpiText);
 
@@ -97,8 +101,9 @@ class CHomeScreen {
   CScreenJob m_animationJob;
   CScreenJob m_remainingJob;
   CScreenJob m_reportJob;
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_stateImage;
+  CWidget m_stateSentence;
   CWidget m_startCare;
   CWidget m_remainingIssues;
   CWidget m_manageStorage;

@@ -35,7 +35,7 @@ class CLoadingScreen {
   void m_OpenNextScreen();
   void m_OpenErrorReport();
 
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_animation;
   char* m_launchFrom = nullptr;
   CScreenJob m_job;

@@ -25,6 +25,7 @@ class CMainView {
   /// The user's setting has changed.
   static Eina_Bool m_HighContrastCallback(void* data, int type, void* event);
   static Eina_Bool m_EnlargeCallback(void* data, int type, void* event);
+  static Eina_Bool m_ScreenReaderCallback(void* data, int type, void* event);
   static void m_MenuLanguageCallback(keynode_t* node, void* data);
   static void m_RotationCallback(keynode_t* node, void* data);
 

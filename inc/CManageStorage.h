@@ -118,7 +118,7 @@ class CManageStorage {
   bool m_isFirstRead = false;  ///< the screen reader has not yet said what there is
   std::string m_localSet;
   StorageSummary m_summary;
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_barArea;
   CWidget m_bar;
   CWidget m_usedText;

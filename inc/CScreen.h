@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "CUtils.h"
 
 namespace QUVA {
@@ -9,7 +11,9 @@ namespace QUVA {
 /// Thread rule: main loop thread.
 class CScreen {
  public:
-  CScreen() = default;
+  /// `announce` is called when the screen reader is switched on while the screen is shown: it says what the screen says
+  /// when it opens.
+  explicit CScreen(std::function<void()> announce);
   CScreen(const CScreen&) = delete;
   CScreen& operator=(const CScreen&) = delete;
 

@@ -87,7 +87,7 @@ class CSelfDiagnosis {
   int m_selectedIndex = 0;
   bool m_isSignage = false;
   double m_launchTime = 0;  ///< when a tool was launched last, of the main loop's clock
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_grid;
   CWidget m_guide;
   CWidget m_reason;

@@ -32,6 +32,7 @@ class CStartDC {
   /// The same, and forgets the rows.
   void m_ClearStartDCScreen();
   void m_HighContrastChangeCB();
+  void m_EnlargeChangeCB();
   /// A timer's callback: speaks how far the scan is.
   static Eina_Bool m_SetVoiceGuideText(void* self);
 
@@ -53,13 +54,17 @@ class CStartDC {
   std::vector<MapToDBTable> m_GetRows() const;
   /// Calls on the main loop when a scan is over that found issues, however late.
   void ConnectFoundCB(std::function<void(const std::vector<MapToDBTable>& rows)> slot);
+  /// Calls on the main loop when a scan could not be started; its widgets are gone then.
+  void ConnectFailedCB(std::function<void()> slot);
 
  private:
-  struct FoundSignal;
+  struct Signals;
 
   CStartDC();
 
   void m_BuildBody();
+  void m_FitFrame();
+  void m_ShowCategoriesAnew();
   void m_StartVoiceGuide();
   void m_StopVoiceGuide();
   std::vector<const char*> m_VisibleCategories();
@@ -75,11 +80,13 @@ class CStartDC {
   std::atomic<bool> m_isResultReceived{false};
   mutable std::mutex m_rowsMutex;
   std::vector<MapToDBTable> m_rows;
-  const std::unique_ptr<FoundSignal> m_found;
+  const std::unique_ptr<Signals> m_signals;
 
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_StartVoiceGuide(); }};
   CWidget m_progressImage;
   CWidget m_percentText;
+  CWidget m_lower;  ///< the place of the frame that the categories are in
+  CWidget m_frame;
   CWidget m_categoryList;
   CWidget m_currentCategory;  ///< the texts of the last row
   CWidget m_currentStatus;
@@ -89,7 +96,7 @@ class CStartDC {
   int m_waitRounds = 0;
   std::vector<const char*> m_categories;  ///< of the steps
   int m_step = 0;
-  int m_frame = 0;
+  int m_framesShown = 0;
   bool m_isAllDone = false;  ///< the last category, too
   std::atomic<int> m_percent{0};
   bool m_isOptimized = false;  ///< the worker's

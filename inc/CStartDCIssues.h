@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,8 @@
 namespace QUVA {
 
 /// The outcome of a scan, or the remaining issues: the device's state and the list of issues, each of which opens a
-/// popup with its solution. An issue that is solved leaves the list and the stored remaining problems.
-/// Thread rule: main loop thread.
+/// popup with its solution. An issue that is solved leaves the list and the stored remaining problems; one whose
+/// solution has opened another application stays, marked, until it is found to be gone. Thread rule: main loop thread.
 class CStartDCIssues {
  public:
   /// Created on first use, never destroyed.
@@ -74,7 +75,13 @@ class CStartDCIssues {
   void m_Choose(const char* button);
   void m_Handle(int index, bool apply);
   void m_HandleNext();
-  void m_EndHandling(bool succeeded);
+  void m_EndHandling(int outcome);
+  void m_TellOutcome(const std::string& issueCode, int outcome);
+  std::string m_Heading() const;
+  void m_TakeAway(const std::string& issueCode);
+  void m_LookForGoneNowAndThen();
+  void m_StopLookingForGone();
+  void m_LookForGone();
   int m_RowOf(const std::string& issueCode) const;
   bool m_IsBeingHandled(const std::string& issueCode) const;
   void m_ShowToastText(const std::string& text);
@@ -88,7 +95,8 @@ class CStartDCIssues {
   std::vector<MapToDBTable> m_rows;
   const std::unique_ptr<SolvedSignal> m_solved;
   int m_index = -1;  ///< the row whose popup is, or was last, open
-  CScreen m_screen;
+  CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
+  CWidget m_heading;
   CWidget m_stateImage;
   CWidget m_listArea;
   CWidget m_list;
@@ -99,7 +107,10 @@ class CStartDCIssues {
   bool m_isToastGone = false;  ///< by Back, just now
   CScreenJob m_animationJob;
   CScreenJob m_job;
+  CScreenJob m_lookJob;
+  Ecore_Timer* m_lookTimer = nullptr;
   std::deque<Decision> m_decisions;  ///< the first one is being carried out
+  std::set<std::string> m_opened;    ///< the issues whose solution has opened another application
 };
 
 }  // namespace QUVA

@@ -108,6 +108,8 @@ class CUtils {
   void m_ExecuteReturn();
   /// Takes the top entry away without calling its functions.
   void m_DropFromReturnStack();
+  /// Ends the application, as Back on the first screen does: back to the menu that it was launched from.
+  void m_Leave();
   size_t m_GetReturnStackSize() const { return m_returnStack.size(); }
 
   /// While set, Back does nothing.
@@ -150,9 +152,11 @@ class CUtils {
   void ConnectHighContrastChangeCB(std::function<void()> slot);
   void ConnectEnlargeChangeCB(std::function<void()> slot);
   void ConnectLangChangeCB(std::function<void()> slot);
+  void ConnectScreenReaderChangeCB(std::function<void()> slot);
   void HighContrastChangeCB();
   void EnlargeChangeCB();
   void LanguageChangeCB();
+  void ScreenReaderChangeCB();
 
   /// Has the screen reader speak, where it is on; on the main loop, later. Any thread.
   static void m_SayVoiceGuideText(const std::string& text);
@@ -187,8 +191,8 @@ class CUtils {
 
   CUtils();
 
-  void m_End();
   void m_DeleteLoadingPopup();
+  void m_SpeakOfLoading();
   static Eina_Bool m_SayLoading(void* self);
 
   CWidget m_loadingProgress;

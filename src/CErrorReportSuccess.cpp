@@ -23,7 +23,6 @@ constexpr double kTop = 4;
 constexpr double kBottom = 6;
 constexpr double kCheckMarkSize = 9;
 constexpr double kBannerHeight = 12;
-constexpr double kTextWidth = 196;
 constexpr double kGap = 2;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
@@ -71,7 +70,8 @@ void CErrorReportSuccess::m_CreateMainBanner() {
 
 void CErrorReportSuccess::m_CreateBannerInfo() {
   Evas_Object* const info = AddText(m_screen.m_pGetBody(), CUtils::m_GetText(kInfo), FLUX_FONT_400, kReportTextColor,
-                                    FLUX_TEXT_BODY, FLUX_ALIGN_TOP, kTextWidth, 0);
+                                    FLUX_TEXT_BODY, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_expand_set(info, true);
   elm_flux_text_lines_set(info, 2);
 }
 
@@ -81,12 +81,14 @@ void CErrorReportSuccess::m_CreateDummyLayout() {
   elm_flux_expand_set(area, true);
   elm_flux_layout_gap_set(area, kGap);
   elm_flux_layout_padding_set(area, 0, kGap, 0, 0);
-  m_sentPlace = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
-  m_sentNames = AddText(area, "", FLUX_FONT_600, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP, kTextWidth, 0);
-  m_sentRest = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, kTextWidth, 0);
+  m_sentPlace = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, 0, 0);
+  m_sentNames = AddText(area, "", FLUX_FONT_600, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP, 0, 0);
+  m_sentRest = AddText(area, "", FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_TOP, 0, 0);
   for (Evas_Object* const text : {static_cast<Evas_Object*>(m_sentPlace), static_cast<Evas_Object*>(m_sentNames),
-                                  static_cast<Evas_Object*>(m_sentRest)})
+                                  static_cast<Evas_Object*>(m_sentRest)}) {
+    elm_flux_expand_set(text, true);
     elm_flux_text_lines_set(text, 0);
+  }
 }
 
 void CErrorReportSuccess::m_ShowSent() {

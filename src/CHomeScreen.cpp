@@ -66,6 +66,7 @@ CHomeScreen::CHomeScreen() {
     m_SetDCIssues(rows);
     m_ShowRemainingIssues();
   });
+  CStartDC::Instance()->ConnectFailedCB([this] { m_TellScanFailed(); });
   CStartDCIssues::Instance()->ConnectSolvedCB([this](const std::string& issueCode) { m_TakeSolved(issueCode); });
 }
 
@@ -88,11 +89,24 @@ void CHomeScreen::m_CreateHomeScreen(CText launchFrom) {
   WhenLater([this] { return m_isRemainingDataArrived.load(); }, [this] { m_ShowRemainingIssues(); });
 }
 
-void CHomeScreen::m_BuildStateArea() {
+// Returns the sentence.
+std::string CHomeScreen::m_AskDeviceState() {
   m_deviceState = CGetData::GetInstance()->CheckDeviceState();
   VEXILO_LOGI("device_state is %d", m_deviceState);
   const std::string sid = CGetData::GetInstance()->getSIDForDeviceState(m_deviceState);
   VEXILO_LOGI("sid device state is %s", sid.c_str());
+  return CUtils::m_GetText(sid.c_str());
+}
+
+void CHomeScreen::m_ShowDeviceStateAnew() {
+  if (!m_stateSentence) return;
+  const int before = m_deviceState;
+  elm_object_text_set(m_stateSentence, m_AskDeviceState().c_str());
+  if (m_deviceState != before) m_SetImageForDeviceState(CUtils::Instance().m_GetHighContrast() != 0);
+}
+
+void CHomeScreen::m_BuildStateArea() {
+  const std::string text = m_AskDeviceState();
 
   // What a higher screen has left goes above the picture and above the frame.
   elm_flux_layout_padding_set(m_screen.m_pGetBody(), kPageMargin, 0, kPageMargin, kFrameBottom);
@@ -102,9 +116,9 @@ void CHomeScreen::m_BuildStateArea() {
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   m_stateImage =
       AddImage(area, MotionFrame(MotionOfDeviceState(m_deviceState), highContrast, 0), kStatePicture, kStatePicture);
-  Evas_Object* const sentence = AddText(area, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kTextColor,
-                                        FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kSentenceHeight);
-  elm_flux_expand_set(sentence, true);
+  m_stateSentence =
+      AddText(area, text, FLUX_FONT_700, kTextColor, FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kSentenceHeight);
+  elm_flux_expand_set(m_stateSentence, true);
 }
 
 void CHomeScreen::m_BuildUpperRow() {
@@ -117,7 +131,8 @@ void CHomeScreen::m_BuildUpperRow() {
   elm_object_text_set(m_startCare, CUtils::m_GetText("TV_SID_CARE_START_VEXILO").c_str());
   for (Evas_Object* const button :
        {static_cast<Evas_Object*>(m_startCare), static_cast<Evas_Object*>(m_remainingIssues)}) {
-    elm_flux_size_set(button, kButtonWidth, kButtonHeight);
+    elm_flux_size_set(button, 0, kButtonHeight);
+    elm_flux_min_size_set(button, kButtonWidth, kButtonHeight);  // wider where the text is
     elm_flux_access_info_set(button, [button] { return std::string(elm_object_text_get(button)); });
     elm_flux_layout_pack(row, button);
   }
@@ -229,6 +244,7 @@ void CHomeScreen::m_HideHomeScreen() {
 void CHomeScreen::m_ShowHomeScreenPostReturn() {
   VEXILO_LOGI("Home screen called after return ");
   CGetData::GetInstance()->m_SetCurrentScreen(SCREEN_HOME);
+  if (!m_screen.m_IsShown()) m_ShowDeviceStateAnew();
   m_ShowRemainingIssues();
   m_screen.m_Show();
   Evas_Object* const remembered = m_screen.m_pGetRememberedFocus();
@@ -349,15 +365,7 @@ void CHomeScreen::m_TellReportFailures() {
   // All of them at once, when no more is to be heard.
   const std::set<int> failures = sender.GetFailures();
   if (failures.empty() || CErrorReport::Instance()->m_IsWaiting() || !m_screen.m_IsShown()) return;
-  const auto hide = [this] {
-    VEXILO_LOGI("hide 4 toast called ");
-    // The focus stays where the viewer has taken it meanwhile.
-    if (Evas_Object* const focused = elm_object_focused_object_get(m_screen.m_pGetLayout()))
-      m_screen.m_RememberFocus(focused);
-    m_screen.m_DeleteToast();
-  };
-  m_screen.m_ShowToast(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(failures)),
-                       {[this] { m_ShowScreenPostToastReturn(); }, hide}, [this] { m_AutoTimeOut(); });
+  m_ShowToastAnywhere(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(failures)));
   sender.ForgetFailures(failures);
 }
 
@@ -374,6 +382,25 @@ void CHomeScreen::m_ShowScreenPostToastReturn() {
 void CHomeScreen::m_AutoTimeOut() {
   VEXILO_LOGI("Auto TimeOut");
   m_screen.m_DismissToast();  // the focus stays where the viewer has taken it meanwhile
+}
+
+void CHomeScreen::m_TellScanFailed() {
+  if (m_screen.m_IsBuilt())
+    m_ShowHomeScreenPostReturn();
+  else
+    m_CreateHomeScreen(nullptr);
+  m_ShowToastAnywhere(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+}
+
+// A toast that leaves the focus where the viewer has taken it meanwhile.
+void CHomeScreen::m_ShowToastAnywhere(const std::string& text) {
+  const auto hide = [this] {
+    VEXILO_LOGI("hide 4 toast called ");
+    if (Evas_Object* const focused = elm_object_focused_object_get(m_screen.m_pGetLayout()))
+      m_screen.m_RememberFocus(focused);
+    m_screen.m_DeleteToast();
+  };
+  m_screen.m_ShowToast(text, {[this] { m_ShowScreenPostToastReturn(); }, hide}, [this] { m_AutoTimeOut(); });
 }
 
 // ---- the remaining issues

@@ -56,10 +56,12 @@ void CLoadingScreen::m_StartLoading(Evas_Object* parent, char* launchFrom) {
   m_BuildBody();
   m_SetVoiceGuideText();
   VEXILO_LOGI("launched from %s", launchFrom ? launchFrom : "(null)");
-  m_job.m_Start([this](const CScreenJob::Control& control) { m_AnimationStart(control, m_animation, kLastFrame); },
-                [this] { m_End(); }, [] { VEXILO_LOGI("Error_Funtion for loading circle called"); });
+  const bool started =
+      m_job.m_Start([this](const CScreenJob::Control& control) { m_AnimationStart(control, m_animation, kLastFrame); },
+                    [this] { m_End(); }, [] { VEXILO_LOGI("Error_Funtion for loading circle called"); });
   SetEngineScenario("GetRemainingData");
   CHomeScreen::Instance()->m_GetRemainingData();
+  if (!started) m_End();
 }
 
 void CLoadingScreen::m_BuildBody() {

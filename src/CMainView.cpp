@@ -38,7 +38,7 @@ void GoBack() {
   CUtils& utils = CUtils::Instance();
   const bool leaves = utils.m_GetReturnStackSize() == 0;
   utils.m_ExecuteReturn();
-  if (leaves) elm_exit();
+  if (leaves) utils.m_Leave();
 }
 
 void Turn() {
@@ -143,6 +143,7 @@ Eina_Bool ApplyRotation(void* data) {
 void CMainView::m_FollowSettings() {
   ecore_event_handler_add(FLUX_EVENT_HIGH_CONTRAST_CHANGED, m_HighContrastCallback, this);
   ecore_event_handler_add(FLUX_EVENT_ENLARGE_CHANGED, m_EnlargeCallback, this);
+  ecore_event_handler_add(FLUX_EVENT_SCREEN_READER_CHANGED, m_ScreenReaderCallback, this);
   if (vconf_notify_key_changed(kMenuLanguageKey, m_MenuLanguageCallback, this) != 0)
     VEXILO_LOGE("Failed to register the language callback");
 }
@@ -158,6 +159,11 @@ Eina_Bool CMainView::m_EnlargeCallback(void*, int, void*) {
   VEXILO_LOGI("enlarge change callback triggered ");
   CUtils::Instance().m_SetEnlarge();
   CUtils::Instance().EnlargeChangeCB();
+  return ECORE_CALLBACK_PASS_ON;
+}
+
+Eina_Bool CMainView::m_ScreenReaderCallback(void*, int, void*) {
+  CUtils::Instance().ScreenReaderChangeCB();
   return ECORE_CALLBACK_PASS_ON;
 }
 

@@ -18,6 +18,12 @@ constexpr double kToastTime = 3.0;  // seconds
 
 // ---- CScreen
 
+CScreen::CScreen(std::function<void()> announce) {
+  CUtils::Instance().ConnectScreenReaderChangeCB([this, announce = std::move(announce)] {
+    if (m_IsShown() && elm_config_access_get()) announce();
+  });
+}
+
 bool CScreen::m_Build(const char* titleSid) {
   m_Clean();
   CUtils& utils = CUtils::Instance();

@@ -86,21 +86,29 @@ double Enlargement() {
 
 }  // namespace
 
-struct CStartDC::FoundSignal : boost::signals2::signal<void(const std::vector<MapToDBTable>& rows)> {};
+struct CStartDC::Signals {
+  boost::signals2::signal<void(const std::vector<MapToDBTable>& rows)> found;
+  boost::signals2::signal<void()> failed;
+};
 
 CStartDC* CStartDC::Instance() {
   static auto* instance = new CStartDC;
   return instance;
 }
 
-CStartDC::CStartDC() : m_found(std::make_unique<FoundSignal>()) {
+CStartDC::CStartDC() : m_signals(std::make_unique<Signals>()) {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
+  CUtils::Instance().ConnectEnlargeChangeCB([this] { m_EnlargeChangeCB(); });
   QUVA_DiagResultManager::GetInstance()->SetScanListener(
       [this](std::vector<MapToDBTable> rows) { m_DiagResCallback(std::move(rows)); });
 }
 
 void CStartDC::ConnectFoundCB(std::function<void(const std::vector<MapToDBTable>& rows)> slot) {
-  m_found->connect(std::move(slot));
+  m_signals->found.connect(std::move(slot));
+}
+
+void CStartDC::ConnectFailedCB(std::function<void()> slot) {
+  m_signals->failed.connect(std::move(slot));
 }
 
 // ---- the screen
@@ -113,23 +121,24 @@ void CStartDC::m_StartDC() {
   CUtils::Instance().m_SetKeyBlock(true);  // until the clean-up
   m_isOptimized = false;
   m_isAllDone = false;
-  m_percent = m_frame = m_step = 0;
+  m_percent = m_framesShown = m_step = 0;
   m_categories = m_VisibleCategories();
   if (m_screen.m_Build(kProductTitle)) m_BuildBody();
-  m_job.m_Start(
+  const bool started = m_job.m_Start(
       [this](const CScreenJob::Control& control) {
         m_AnimationStart(control, m_progressImage, m_percentText, kFrames);
       },
       [this] { m_WaitForResults(); }, [] { VEXILO_LOGI("Error_Funtion for loading circle called"); });
+  if (!started) {
+    m_CleanObjects();
+    return m_signals->failed();
+  }
   m_StartVoiceGuide();
   m_GetDiagResults();
 }
 
 void CStartDC::m_BuildBody() {
   Evas_Object* const body = m_screen.m_pGetBody();
-  const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
-  const double frameHeight = rows + 2 * kFramePadding;
-  elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, kFrameAndBelow - frameHeight);
   Evas_Object* const title = AddText(body, CUtils::m_GetText(kInProgress), FLUX_FONT_600, kTextColor, FLUX_TEXT_ROW,
                                      FLUX_ALIGN_CENTER, 0, kTitleHeight);
   elm_flux_expand_set(title, true);
@@ -141,15 +150,26 @@ void CStartDC::m_BuildBody() {
   m_percentText = AddText(circle, "0%", FLUX_FONT_700, kTextColor, FLUX_TEXT_DISPLAY, FLUX_ALIGN_CENTER, kPercentWidth,
                           kPercentHeight);
 
-  Evas_Object* const lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, kFrameTop + frameHeight);
-  elm_flux_expand_set(lower, true);
-  elm_flux_layout_padding_set(lower, 0, kFrameTop, 0, 0);
+  m_lower = AddLayout(body, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_expand_set(m_lower, true);
+  elm_flux_layout_padding_set(m_lower, 0, kFrameTop, 0, 0);
   Evas_Object* frame = nullptr;
-  CUtils::Instance().m_CreateBottomFrame(frame, lower, 0, frameHeight);
+  CUtils::Instance().m_CreateBottomFrame(frame, m_lower, 0, 0);
+  m_frame = frame;
   m_categoryList = elm_flux_layout_add(frame, FLUX_LAYOUT_VERTICAL, FLUX_ALIGN_TOP);
   elm_flux_layout_padding_set(m_categoryList, kRowPadding, kFramePadding, kRowPadding, kFramePadding);
   elm_flux_layout_gap_set(m_categoryList, kRowGap);
   elm_object_content_set(frame, m_categoryList);
+  m_FitFrame();
+}
+
+// The frame takes the rows at the size that their texts have.
+void CStartDC::m_FitFrame() {
+  const double rows = kRowsShown * kRowHeight * Enlargement() + (kRowsShown - 1) * kRowGap;
+  const double height = rows + 2 * kFramePadding;
+  elm_flux_layout_padding_set(m_screen.m_pGetBody(), kPageMargin, kTop, kPageMargin, kFrameAndBelow - height);
+  elm_flux_size_set(m_lower, 0, kFrameTop + height);
+  elm_flux_size_set(m_frame, 0, height);
 }
 
 void CStartDC::m_CleanObjects() {
@@ -169,7 +189,17 @@ void CStartDC::m_ClearStartDCScreen() {
 
 void CStartDC::m_HighContrastChangeCB() {
   if (!m_categoryList) return;
-  m_ShowFrame(m_progressImage, m_percentText, m_frame, m_percent);
+  m_ShowFrame(m_progressImage, m_percentText, m_framesShown, m_percent);
+  m_ShowCategoriesAnew();
+}
+
+void CStartDC::m_EnlargeChangeCB() {
+  if (!m_categoryList) return;
+  m_FitFrame();
+  m_ShowCategoriesAnew();
+}
+
+void CStartDC::m_ShowCategoriesAnew() {
   m_AddInDCItemGenList(m_step);
   if (m_isAllDone) m_ShowAllDone();
 }
@@ -179,12 +209,17 @@ void CStartDC::m_HighContrastChangeCB() {
 void CStartDC::m_StartVoiceGuide() {
   if (!elm_config_access_get()) return;
   CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kInProgress));
-  m_voiceTimer = ecore_timer_add(kVoicePeriod, m_SetVoiceGuideText, this);
+  if (!m_isAllDone && !m_voiceTimer) m_voiceTimer = ecore_timer_add(kVoicePeriod, m_SetVoiceGuideText, this);
   VEXILO_LOGI("%s", m_voiceTimer ? "Timer is running" : "Timer not running");
 }
 
 Eina_Bool CStartDC::m_SetVoiceGuideText(void* self) {
-  const int percent = static_cast<CStartDC*>(self)->m_percent;
+  auto* const screen = static_cast<CStartDC*>(self);
+  if (!elm_config_access_get()) {
+    screen->m_voiceTimer = nullptr;
+    return ECORE_CALLBACK_CANCEL;
+  }
+  const int percent = screen->m_percent;
   CUtils::m_SayVoiceGuideText(
       CStringUtil::CombinateStrings(CUtils::m_GetText("TV_SID_VEXILO_VOICE_MIX_PERCENT"), std::to_string(percent)));
   return ECORE_CALLBACK_RENEW;
@@ -224,7 +259,7 @@ void CStartDC::m_OptimizeOnce() {
 }
 
 void CStartDC::m_ShowFrame(const CWidget& image, const CWidget& text, int frame, int percent) {
-  m_frame = frame;
+  m_framesShown = frame;
   m_percent = percent;
   const bool highContrast = CUtils::Instance().m_GetHighContrast() != 0;
   if (image) elm_flux_image_file_set(image, MotionFrame(MOTION_PROGRESS, highContrast, frame));
@@ -315,7 +350,7 @@ void CStartDC::m_OpenIssues() {
 void CStartDC::m_TellFound() {
   const std::vector<MapToDBTable> rows = m_GetRows();
   if (rows.empty()) return QUVA_DiagManager::GetInstance()->RemainingProblem();  // what is stored may have cleared
-  (*m_found)(rows);
+  m_signals->found(rows);
 }
 
 void CStartDC::m_GetDiagResults() {

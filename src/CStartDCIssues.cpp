@@ -3,14 +3,17 @@
 #include <algorithm>
 #include <boost/signals2/signal.hpp>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <utility>
 
 #include "CGetData.h"
 #include "CMotion.h"
 #include "DeviceKind.h"
+#include "IssueResolution.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
+#include "QUVA_ParserPlugin.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
 #include "system_path.h"
@@ -24,15 +27,20 @@ constexpr char kNothingFound[] = "TV_SID_CHECK_SELF_DIAGNOSIS";
 constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
 constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
+constexpr char kOpened[] = "TV_SID_VEXILO_OPENED";
+constexpr char kOpenedMessage[] = "TV_SID_VEXILO_OPENED_MSG";
+constexpr char kNoSuchApp[] = "TV_SID_VEXILO_NO_SUCH_APP";
 constexpr char kNone[] = "NULL";  // in place of an id
+
+constexpr double kLookPeriod = 3.0;  // seconds
 
 constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kCompleteHeight = 12;
 constexpr double kStateWidth = 62;
-constexpr double kStatePicture = 34;
+constexpr double kStatePicture = 30;
 constexpr double kStateTop = 4;
 constexpr double kStateGap = 2;
-constexpr double kVerdictHeight = 20;
+constexpr double kVerdictHeight = 27;
 constexpr double kColumnGap = 8;
 constexpr double kFrameTop = 3;
 constexpr double kFrameHeight = 17;
@@ -74,9 +82,8 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   if (!m_screen.m_Build(kProductTitle)) return;
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, kFrameBottom);
-  Evas_Object* const complete = AddText(body, CUtils::m_GetText(kComplete), FLUX_FONT_600, kTextColor, FLUX_TEXT_LARGE,
-                                        FLUX_ALIGN_CENTER, 0, kCompleteHeight);
-  elm_flux_expand_set(complete, true);
+  m_heading = AddText(body, m_Heading(), FLUX_FONT_600, kTextColor, FLUX_TEXT_LARGE, FLUX_ALIGN_CENTER, 0, kCompleteHeight);
+  elm_flux_expand_set(m_heading, true);
 
   Evas_Object* const middle = AddLayout(body, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, 0, 0);
   elm_flux_expand_set(middle, true);
@@ -96,7 +103,14 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   elm_flux_layout_pack(content, m_done);
   m_BuildDone();
   m_CreateGenlistOrMsg();
+  m_LookForGoneNowAndThen();
   m_SetVoiceGuideText();
+}
+
+std::string CStartDCIssues::m_Heading() const {
+  const std::string text = CUtils::m_GetText(kComplete);
+  if (m_rows.empty()) return text;
+  return text + " " + CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ISSUES", std::to_string(m_rows.size()));
 }
 
 void CStartDCIssues::m_BuildState(Evas_Object* parent) {
@@ -142,6 +156,7 @@ void CStartDCIssues::m_ShowScreenPostReturn() {
 
 void CStartDCIssues::m_CleanObjects() {
   m_animationJob.m_Cancel();
+  m_StopLookingForGone();
   m_ClosePopup();
   m_screen.m_Clean();
 }
@@ -154,7 +169,7 @@ void CStartDCIssues::m_HighContrastChangeCB() {
 
 void CStartDCIssues::m_SetVoiceGuideText() {
   if (!elm_config_access_get()) return;
-  std::string text = CUtils::m_GetText(kComplete);
+  std::string text = m_Heading();
   if (m_rows.empty()) text += ", " + CUtils::m_GetText(kNothingFound);
   CUtils::m_SayVoiceGuideText(text);
 }
@@ -205,7 +220,9 @@ std::string CStartDCIssues::m_item_label_get(int index, const std::string& part)
   if (!m_IsRow(index)) return "";
   if (part == "MainText") return CUtils::m_GetText(m_rows[static_cast<size_t>(index)].sid_issue.c_str());
   if (part != "SubText1") return "";
-  if (m_IsBeingHandled(m_rows[static_cast<size_t>(index)].issue_code)) return CUtils::m_GetText(kWorking);
+  const std::string& code = m_rows[static_cast<size_t>(index)].issue_code;
+  if (m_IsBeingHandled(code)) return CUtils::m_GetText(kWorking);
+  if (m_opened.count(code) > 0) return CUtils::m_GetText(kOpened);
   char date[1024] = "";
   GetDateInFormat(index, date);
   VEXILO_LOGI(" buf after fn is %s", date);
@@ -240,6 +257,7 @@ void CStartDCIssues::m_RemoveItemFromIndex(int index) {
   m_isAnySolved = true;
   if (index < m_index) --m_index;
   if (m_list) elm_flux_list_remove(m_list, index);
+  if (m_heading) elm_object_text_set(m_heading, m_Heading().c_str());
   if (m_rows.empty() && m_listArea) m_CreateGenlistOrMsg();
 }
 
@@ -333,31 +351,91 @@ int CStartDCIssues::m_RowOf(const std::string& issueCode) const {
 }
 
 void CStartDCIssues::m_HandleNext() {
-  const auto succeeded = std::make_shared<bool>(false);
+  const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
   m_job.m_Start(
-      [succeeded, decision = m_decisions.front()](const CScreenJob::Control&) {
+      [outcome, decision = m_decisions.front()](const CScreenJob::Control&) {
         const char* const code = decision.issueCode.c_str();
         const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
-        *succeeded =
-            (decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined)) == 0;
-        if (*succeeded && decision.apply) QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
+        *outcome = decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined);
+        if (decision.apply && *outcome == SOLUTION_DONE)
+          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
       },
-      [this, succeeded] { m_EndHandling(*succeeded); }, [this] { m_EndHandling(false); });
+      [this, outcome] { m_EndHandling(*outcome); }, [this] { m_EndHandling(SOLUTION_FAILED); });
 }
 
-void CStartDCIssues::m_EndHandling(bool succeeded) {
+void CStartDCIssues::m_EndHandling(int outcome) {
   const Decision decision = m_decisions.front();
   m_decisions.pop_front();
+  if (decision.apply) m_TellOutcome(decision.issueCode, outcome);
   if (m_list) elm_flux_list_update(m_list, m_RowOf(decision.issueCode));
-  if (decision.apply && succeeded) {
-    // The toast says that it has been done, so it comes when that is known.
-    if (m_screen.m_IsBuilt()) m_ShowToastMsg(m_RowOf(decision.issueCode));
-    (*m_solved)(decision.issueCode);
-    m_RemoveItemFromIndex(m_RowOf(decision.issueCode));
-  } else if (decision.apply && m_screen.m_IsBuilt()) {
-    m_ShowToastText(CUtils::m_GetText(kNotApplied));
-  }
   if (!m_decisions.empty()) m_HandleNext();
+}
+
+void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
+  const int row = m_RowOf(issueCode);
+  switch (outcome) {
+    case SOLUTION_DONE:
+      // The toast says that it has been done, so it comes when that is known.
+      if (m_screen.m_IsBuilt()) m_ShowToastMsg(row);
+      return m_TakeAway(issueCode);
+    case SOLUTION_OPENED:  // what is opened there does not have to help
+      m_opened.insert(issueCode);
+      m_LookForGoneNowAndThen();
+      break;
+    default:
+      break;
+  }
+  if (m_screen.m_IsBuilt())
+    m_ShowToastText(CUtils::m_GetText(outcome == SOLUTION_OPENED          ? kOpenedMessage
+                                      : outcome == SOLUTION_NOT_ON_DEVICE ? kNoSuchApp
+                                                                          : kNotApplied));
+}
+
+// ---- what was opened elsewhere
+
+// The engine looks again a while after the solution; the viewer may need longer than that.
+void CStartDCIssues::m_LookForGoneNowAndThen() {
+  const bool isAnyShown = std::any_of(m_rows.begin(), m_rows.end(),
+                                      [this](const MapToDBTable& row) { return m_opened.count(row.issue_code) > 0; });
+  if (!isAnyShown || !m_screen.m_IsBuilt() || m_lookTimer) return;
+  const auto look = [](void* self) {
+    static_cast<CStartDCIssues*>(self)->m_LookForGone();
+    return ECORE_CALLBACK_RENEW;
+  };
+  m_lookTimer = ecore_timer_add(kLookPeriod, look, this);
+}
+
+void CStartDCIssues::m_StopLookingForGone() {
+  m_lookJob.m_Cancel();
+  if (m_lookTimer) ecore_timer_del(m_lookTimer);
+  m_lookTimer = nullptr;
+}
+
+void CStartDCIssues::m_LookForGone() {
+  if (m_lookJob.m_IsRunning()) return;
+  std::vector<MapToDBTable> opened;
+  std::copy_if(m_rows.begin(), m_rows.end(), std::back_inserter(opened),
+               [this](const MapToDBTable& row) { return m_opened.count(row.issue_code) > 0; });
+  if (opened.empty()) return m_StopLookingForGone();
+  const auto gone = std::make_shared<std::vector<std::string>>();
+  m_lookJob.m_Start(
+      [opened, gone](const CScreenJob::Control&) {
+        for (const MapToDBTable& row : opened) {
+          if (!HasBecomeFalse(row)) continue;
+          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(row.issue_code);
+          gone->push_back(row.issue_code);
+        }
+      },
+      [this, gone] {
+        for (const std::string& code : *gone) m_TakeAway(code);
+      },
+      {});
+}
+
+void CStartDCIssues::m_TakeAway(const std::string& issueCode) {
+  m_opened.erase(issueCode);
+  (*m_solved)(issueCode);
+  m_RemoveItemFromIndex(m_RowOf(issueCode));
 }
 
 // ---- the toast

@@ -38,6 +38,7 @@ struct CUtils::Signals {
   Signal enlargeChanged;
   Signal highContrastChanged;
   Signal languageChanged;
+  Signal screenReaderChanged;
 };
 
 CUtils::CUtils() : m_signals(std::make_unique<Signals>()) {}
@@ -82,7 +83,7 @@ void CUtils::m_DropFromReturnStack() {
 }
 
 void CUtils::m_ExecuteReturn() {
-  if (m_returnStack.size() == 1) return m_End();
+  if (m_returnStack.size() == 1) return m_Leave();
   VEXILO_LOGI("Executing Return sequence..");
   if (m_returnStack.empty()) {
     VEXILO_LOGI("Return Stack Empty..");
@@ -100,8 +101,7 @@ void CUtils::m_ExecuteReturn() {
   showAfterReturn();
 }
 
-// Back on the first screen.
-void CUtils::m_End() {
+void CUtils::m_Leave() {
   int launchPoint = 0;
   // The line says the opposite of what happened; whoever reads the log knows it so.
   if (vconf_get_int(kLaunchPointKey, &launchPoint) == 0) VEXILO_LOGE("Failed to read vconf %s", kLaunchPointKey);
@@ -145,10 +145,7 @@ void CUtils::m_HideDimBackground() {
 
 void CUtils::m_CreateLoadingPopup(Evas_Object* parent) {
   VEXILO_LOGI("create loading.....");
-  if (elm_config_access_get() && !m_loadingTimer) {
-    m_SayVoiceGuideText(m_GetText(kLoadingText));
-    m_loadingTimer = ecore_timer_add(kSayLoadingPeriod, m_SayLoading, this);
-  }
+  m_SpeakOfLoading();
   m_SetKeyBlock(true);
   m_loadingLayout.m_Delete();
   m_loadingLayout = elm_flux_layout_add(parent, FLUX_LAYOUT_STACK, FLUX_ALIGN_CENTER);
@@ -160,7 +157,17 @@ void CUtils::m_CreateLoadingPopup(Evas_Object* parent) {
   elm_flux_progress_pulse(m_loadingProgress, true);
 }
 
-Eina_Bool CUtils::m_SayLoading(void*) {
+void CUtils::m_SpeakOfLoading() {
+  if (!elm_config_access_get() || m_loadingTimer) return;
+  m_SayVoiceGuideText(m_GetText(kLoadingText));
+  m_loadingTimer = ecore_timer_add(kSayLoadingPeriod, m_SayLoading, this);
+}
+
+Eina_Bool CUtils::m_SayLoading(void* self) {
+  if (!elm_config_access_get()) {
+    static_cast<CUtils*>(self)->m_loadingTimer = nullptr;
+    return ECORE_CALLBACK_CANCEL;
+  }
   VEXILO_LOGI("say loading");
   m_SayVoiceGuideText(m_GetText(kLoadingText));
   return ECORE_CALLBACK_RENEW;
@@ -263,6 +270,10 @@ void CUtils::ConnectLangChangeCB(std::function<void()> slot) {
   m_signals->languageChanged.connect(std::move(slot));
 }
 
+void CUtils::ConnectScreenReaderChangeCB(std::function<void()> slot) {
+  m_signals->screenReaderChanged.connect(std::move(slot));
+}
+
 void CUtils::HighContrastChangeCB() {
   VEXILO_LOGI("Total count of highcontrast callback slots: %zu", m_signals->highContrastChanged.num_slots());
   m_signals->highContrastChanged();
@@ -276,6 +287,11 @@ void CUtils::EnlargeChangeCB() {
 void CUtils::LanguageChangeCB() {
   VEXILO_LOGI("Total count of language callback slots: %zu", m_signals->languageChanged.num_slots());
   m_signals->languageChanged();
+}
+
+void CUtils::ScreenReaderChangeCB() {
+  if (m_loadingLayout) m_SpeakOfLoading();
+  m_signals->screenReaderChanged();
 }
 
 void CUtils::m_SayVoiceGuideText(const std::string& text) {

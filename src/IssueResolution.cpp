@@ -114,6 +114,12 @@ MapToDBTable RowOf(const QUVA_Solution& solution, const _DTInfDBRecord& inf) {
           .view_authority = solution.view_authority};
 }
 
+bool HasBecomeFalse(const MapToDBTable& row) {
+  std::vector<_DTInfDBRecord> falses;
+  return AskTransitions(NumberOf(row.issue_code), DT_TRANSITION_TYPE_FALSE, "DT_TRANSITION_TYPE_FALSE", falses) &&
+         !falses.empty() && IsLater(falses[0].lastUpdateTime, row.last_time);
+}
+
 bool HasCleared(const MapToDBTable& row) {
   const int code = NumberOf(row.issue_code);
   VEXILO_LOGD("INT_ISSUE_CODE : %d", code);

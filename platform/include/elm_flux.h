@@ -33,10 +33,11 @@ void elm_flux_rotation_handling_set(Evas_Object* window, bool enabled);
 /// The grid that a new window shows behind its content.
 void elm_flux_background_grid_hide(Evas_Object* window);
 
-/// Ecore events, without data: the user's high-contrast or enlarge setting has changed. The widgets have changed
-/// already or will with the next elm_config_scale_set().
+/// Ecore events, without data: the user's high-contrast, enlarge or screen-reader setting has changed. The widgets have
+/// changed already or will with the next elm_config_scale_set(); the one that has the focus is spoken after the event.
 extern int FLUX_EVENT_HIGH_CONTRAST_CHANGED;
 extern int FLUX_EVENT_ENLARGE_CHANGED;
+extern int FLUX_EVENT_SCREEN_READER_CHANGED;
 
 /// The scale (elm_config_scale_set()) at which texts have their plain size.
 inline constexpr double FLUX_SCALE_NORMAL = 2.0;

@@ -165,13 +165,14 @@ void Scan::ComeBack() {
 
 TEST_F(Scan, FindsMendsAndRemembers) {
   ASSERT_NO_FATAL_FAILURE(ScanAndMend());
+  // Home asks again when it is shown again.
   EXPECT_THAT(Events(), ElementsAre("DeviceState, Normal, NULL", "Start Vexilo, Normal, NULL",
-                                    "CreateErrorList, Normal, 5", "DeviceState, Good, 5"));
+                                    "CreateErrorList, Normal, 5", "DeviceState, Good, 5", "DeviceState, Good, 5"));
   fs::remove(SystemPath(set_paths::kEventLog));
   Battery(90);
   ASSERT_NO_FATAL_FAILURE(ComeBack());
-  EXPECT_THAT(Events(),
-              ElementsAre("DeviceState, Good, NULL", "Remaining Issues, Good, NULL", "DeviceState, Good, NULL"));
+  EXPECT_THAT(Events(), ElementsAre("DeviceState, Good, NULL", "Remaining Issues, Good, NULL",
+                                    "DeviceState, Good, NULL", "DeviceState, Good, NULL"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
 #include "request_files.h"
+#include "support/remaining_rows.h"
 #include "trevlin/trevlin_database.h"
 #include "ui/screen_fixture.h"
 
@@ -322,6 +323,36 @@ TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
   ASSERT_TRUE(FocusBecomes("list"));
   EXPECT_EQ(List().m_item_label_get(1, "MainText"), "");
   Press("XF86Back");
+}
+
+TEST_F(Screens, AnIssueWhoseSolutionOpensAnApplicationStaysUntilItIsGone) {
+  Install("there");
+  Install("missing", "X-Vexilo-StandIn=true\n");
+  StoreRemaining({{"1", Step("launch", "there")}, {"2", Step("launch", "missing")}});
+  Open();
+  OpenList({Row("1"), Row("2")});
+  ASSERT_TRUE(FocusBecomes("list"));
+  const auto heading = [](int count) {
+    return CUtils::m_GetText("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE") + " " +
+           CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ISSUES", std::to_string(count));
+  };
+  const std::string opened = CUtils::m_GetText("TV_SID_VEXILO_OPENED");
+  for (const auto& [keys, message] :
+       {std::pair("Return Return", "TV_SID_VEXILO_OPENED_MSG"), {"Down Return Return", "TV_SID_VEXILO_NO_SUCH_APP"}}) {
+    Press(keys);
+    EXPECT_TRUE(Soon([&, sid = message] { return ShowsSid(sid); })) << message;
+  }
+  EXPECT_EQ(List().m_item_label_get(0, "SubText1"), opened);
+  EXPECT_NE(List().m_item_label_get(1, "SubText1"), opened);
+  EXPECT_THAT(RemainingCodes(), ElementsAre(1, 2));
+  EXPECT_TRUE(Shows(heading(2)));
+  _DTSolDBRecord record;
+  ASSERT_EQ(GetSolutionDB(1, &record), TREVLIN_OK);
+  EXPECT_EQ(record.isApply, 0) << "a scan still finds it";
+  trevlin::Database(trevlin::Database::Access::kReadWrite)
+      .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = 1, .type = DT_TRANSITION_TYPE_FALSE});
+  EXPECT_TRUE(Soon([&] { return Shows(heading(1)); }));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(2));
 }
 
 TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {

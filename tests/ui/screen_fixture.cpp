@@ -1,5 +1,7 @@
 #include "ui/screen_fixture.h"
 
+#include <dlfcn.h>
+
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
 #include "speech/voice.h"
@@ -19,6 +21,13 @@ void ui_app_exit() {
 int connection_is_gateway_reachable(connection_h, bool* reachable) {
   *reachable = g_network;
   return CONNECTION_ERROR_NONE;
+}
+
+Ecore_Thread* ecore_thread_run(Ecore_Thread_Cb work, Ecore_Thread_Cb end, Ecore_Thread_Cb cancel, const void* data) {
+  static const auto real = reinterpret_cast<decltype(&ecore_thread_run)>(dlsym(RTLD_NEXT, "ecore_thread_run"));
+  if (!g_noThreads) return real(work, end, cancel, data);
+  cancel(const_cast<void*>(data), nullptr);
+  return nullptr;
 }
 
 int InferenceSubscribeOnce(unsigned long, InferenceCallback) {

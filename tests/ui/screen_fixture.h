@@ -41,7 +41,8 @@
 inline std::vector<std::string> g_said;  ///< "focus: " before what has it, "" where all speech is ended
 inline int g_loopEnds = 0;               ///< how often the application left its main loop
 inline int g_applicationExits = 0;
-inline bool g_network = false;  ///< whether the set has a gateway
+inline bool g_network = false;    ///< whether the set has a gateway
+inline bool g_noThreads = false;  ///< whether jobs find no thread
 
 /// A step of a solution, for StoreRemaining().
 inline std::string Step(const std::string& type, const std::string& value = "") {
@@ -96,6 +97,24 @@ class Screens : public testing::Test {
     while (StackSize() > 0) Utils().m_DropFromReturnStack();
   }
 
+  struct OpenScreen {
+    const char* name;
+    std::function<void()> open;
+    double frameHeight = 0, frameBottom = 0;  // units, of those that have a frame at the lower edge
+    bool moves = false;
+  };
+  /// Most screens; the list with so many issues.
+  static std::vector<OpenScreen> AllScreens(int issues = 30) {
+    return {{"home", [] { OpenHome(); }, 36, 11},
+            {"list", [issues] { OpenList(Rows(issues)); }, 17, 7},
+            {"popup", [] { OpenList(Rows(1)), QUVA::CStartDCIssues::Instance()->m_CreateIssueDetailsPopUp(0); }},
+            {"empty list", [] { OpenList({}); }},
+            {"cards", [] { QUVA::CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true); }},
+            {"report", [] { QUVA::CErrorReport::Instance()->m_CreateErrorReport(); }},
+            {"report sent", [] { QUVA::CErrorReportSuccess::Instance()->m_CreateSuccessErrorReport(); }},
+            {"scan", [] { QUVA::CStartDC::Instance()->m_StartDC(); }, 46, 19, true}};
+  }
+
   static QUVA::CUtils& Utils() { return QUVA::CUtils::Instance(); }
 
   // ---- the set
@@ -111,15 +130,20 @@ class Screens : public testing::Test {
     WriteFile(set_paths::kSetProfile, text.str());
   }
   /// An entry for an application that can be launched.
-  static void Install(const std::string& app) {
+  static void Install(const std::string& app, const std::string& more = "") {
     WriteFile((set_paths::kDesktopEntries + ("/" + app) + ".desktop").c_str(),
-              "[Desktop Entry]\nType=Application\nName=x\nExec=true\n");
+              "[Desktop Entry]\nType=Application\nName=x\nExec=true\n" + more);
   }
   /// The application that was launched since the last call; "" for none.
   static std::string Launched() {
     const CText app(vconf_get_str(app_framework::kForegroundAppKey));
     vconf_set_str(app_framework::kForegroundAppKey, "");
     return app ? app.get() : "";
+  }
+  void SwitchVoiceGuide(bool on) {
+    vconf_set_int("db/menu/system/accessibility/voiceguide", on);
+    EXPECT_TRUE(Soon([on] { return elm_config_access_get() == on; }));
+    Pass();
   }
   static void Language(const char* locale) { vconf_set_str(QUVA::kMenuLanguageKey, locale); }
   static int InLog(const std::string& text) { return Count(Log(), text); }
@@ -239,6 +263,17 @@ class Screens : public testing::Test {
       if (!text.empty()) found.push_back({text, UiHarness::GeometryOf(object), object});
     });
     return found;
+  }
+  /// Whether a text object shows less than its whole text: its last character is nowhere.
+  static bool IsCut(Evas_Object* block) {
+    if (std::string(evas_object_type_get(block)) != "textblock") return false;
+    Evas_Textblock_Cursor* const last = evas_object_textblock_cursor_new(block);
+    evas_textblock_cursor_paragraph_last(last);
+    evas_textblock_cursor_paragraph_char_last(last);
+    evas_textblock_cursor_char_prev(last);
+    const int line = evas_textblock_cursor_char_geometry_get(last, nullptr, nullptr, nullptr, nullptr);
+    evas_textblock_cursor_free(last);
+    return line < 0;
   }
   bool Shows(const std::string& text) const {
     return std::ranges::any_of(Texts(), [&](const Shown& each) { return each.text == text; });

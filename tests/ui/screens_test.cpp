@@ -29,6 +29,8 @@ constexpr char kReport[] =
     "set local_set=KOR; feature product.chipset=OSCARP; feature product.partner.string_id=0; home "
     "disclaimer_items=service_request";
 
+constexpr char kHotel[] = "org.varno.ep-hotel-factory";
+
 struct HomeCase {
   const char* name;
   std::string profile;
@@ -107,25 +109,11 @@ TEST_P(ScreensInLanguage, HomeHasTheEntriesOfTheSet) {
 /// The header is across the upper edge, the frame across the lower one, no text is wider than its box, and none is
 /// outside the window.
 TEST_P(ScreensInLanguage, EachScreenFitsTheWindowWhateverItsShapeAndHoweverLargeItsTexts) {
-  const struct {
-    const char* name;
-    std::function<void()> open;
-    double frameHeight = 0, frameBottom = 0;  // units; those that have one are looked at in every shape
-  } screens[] = {
-      {"home", [] { OpenHome(); }, 36, 11},
-      {"list", [] { OpenList(Rows(30)); }, 17, 7},
-      {"popup", [] { OpenList(Rows(1)), CStartDCIssues::Instance()->m_CreateIssueDetailsPopUp(0); }},
-      {"empty list", [] { OpenList({}); }},
-      {"cards", [] { QUVA::CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true); }},
-      {"report", [] { QUVA::CErrorReport::Instance()->m_CreateErrorReport(); }},
-      {"report sent", [] { QUVA::CErrorReportSuccess::Instance()->m_CreateSuccessErrorReport(); }},
-      {"scan", [] { CStartDC::Instance()->m_StartDC(); }, 46, 19},
-  };
   Profile(kReport);
   vconf_set_int("db/menu/system/accessibility/focuszoom", 1);
   Open();
   CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
-  const auto check = [&](const auto& screen, int width, int height) {
+  const auto check = [&](const OpenScreen& screen, int width, int height) {
     SCOPED_TRACE(testing::Message() << screen.name << " " << width << "x" << height);
     m_ui->Resize(width, height);
     EXPECT_TRUE(Soon([&] {
@@ -156,7 +144,7 @@ TEST_P(ScreensInLanguage, EachScreenFitsTheWindowWhateverItsShapeAndHoweverLarge
     if (!enlarged && GetParam() != "en_US.utf8"s) break;
     vconf_set_int("db/menu/system/accessibility/focuszoom", enlarged);
     ASSERT_TRUE(Soon([&] { return elm_config_scale_get() == (enlarged ? FLUX_SCALE_ENLARGED : FLUX_SCALE_NORMAL); }));
-    for (const auto& screen : screens) {
+    for (const OpenScreen& screen : AllScreens()) {
       screen.open();
       check(screen, 960, 540);
       if (!enlarged && screen.frameHeight > 0)
@@ -165,6 +153,102 @@ TEST_P(ScreensInLanguage, EachScreenFitsTheWindowWhateverItsShapeAndHoweverLarge
       CleanAll();
     }
   }
+}
+
+// A screen that was there while a setting changed looks as one that is opened under it.
+TEST_F(Screens, EachFollowsASettingHoweverOftenItChanges) {
+  const auto set = [](const char* key) { return [key](int on) { vconf_set_int(key, on); }; };
+  const std::pair<const char*, std::function<void(int)>> settings[] = {
+      {"contrast", set("db/menu/system/accessibility/highcontrast")},
+      {"enlarge", set("db/menu/system/accessibility/focuszoom")},
+      {"direction", [](int on) { elm_config_mirrored_set(on); }},
+      {"size", [this](int on) { m_ui->Resize(on ? 640 : 960, on ? 512 : 540); }},
+  };
+  Profile(kReport);
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues(Rows(2));
+  const auto atRest = [this] {
+    std::vector<uint32_t> last;
+    int same = 0;
+    Soon([&] {
+      std::vector<uint32_t> now = m_ui->Pixels();
+      same = now == last ? same + 1 : 0;
+      last = std::move(now);
+      return same > 30;  // a third of a second
+    });
+    return last;
+  };
+  for (const OpenScreen& screen : AllScreens()) {
+    if (screen.moves) continue;
+    for (const auto& [setting, change] : settings) {
+      SCOPED_TRACE(screen.name + " and "s + setting);
+      std::vector<uint32_t> fresh[2];
+      for (const int on : {1, 0}) {
+        change(on);
+        m_ui->Settle();
+        screen.open();
+        fresh[on] = atRest();
+        if (on) CleanAll();
+      }
+      for (const int on : {1, 0, 1, 0}) {
+        change(on);
+        EXPECT_TRUE(atRest() == fresh[on]) << on;
+      }
+      CleanAll();
+    }
+  }
+}
+
+TEST_F(Screens, TheScansFrameTakesItsRowsWhenTextsGrow) {
+  Open();
+  CStartDC::Instance()->m_StartDC();
+  m_ui->Settle();
+  for (const auto& [enlarged, height] : {std::pair(1, 53.2), {0, 46.0}, {1, 53.2}}) {
+    vconf_set_int("db/menu/system/accessibility/focuszoom", enlarged);
+    EXPECT_TRUE(Soon([&, units = height] {
+      bool found = false;
+      EachVisible([&](Evas_Object* object) {
+        const UiHarness::Geometry at = UiHarness::GeometryOf(object);
+        found |= at.x == elm_flux_unit_to_px(11) && at.height == elm_flux_unit_to_px(units);
+      });
+      return found;
+    })) << enlarged;
+  }
+}
+
+// No text ends in an ellipsis, however many issues there are.
+TEST_F(Screens, NoTextIsCutInAnyLanguage) {
+  Profile(kReport);
+  Open();
+  for (const char* language :
+       {"en_US", "ar_AE", "de_DE", "es_ES", "fr_FR", "hi_IN", "ja_JP", "ko_KR", "pt_BR", "zh_CN"})
+    for (const int enlarged : {0, 1}) {
+      Language((language + ".utf8"s).c_str());
+      ApplyMenuLanguage();
+      elm_config_mirrored_set(ua_UI_orientation_get() == 1);
+      vconf_set_int("db/menu/system/accessibility/focuszoom", enlarged);
+      m_ui->Settle();
+      for (const int issues : {0, 11, 100}) {
+        CHomeScreen::Instance()->m_SetDCIssues(Rows(issues));
+        for (const OpenScreen& screen : AllScreens(issues)) {
+          if (issues > 0 && screen.name != "home"s && screen.name != "list"s) continue;
+          screen.open();
+          m_ui->Settle();
+          // The scan's rows are laid out anew at each step.
+          std::string cut;
+          EXPECT_TRUE(Soon(
+              [&] {
+                cut.clear();
+                for (const Shown& shown : Texts())
+                  if (!elm_object_widget_check(shown.object) && IsCut(shown.object)) cut += shown.text + "|";
+                return cut.empty();
+              },
+              screen.moves ? 3 : 0))
+              << language << enlarged << " " << screen.name << ": " << cut;
+          CleanAll();
+        }
+      }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(In, ScreensInLanguage, testing::Values("en_US.utf8", "ar_AE.utf8", "de_DE.utf8"),
@@ -208,8 +292,8 @@ TEST_F(Screens, BackLeadsFromEachScreenToItsEntryAndThenOut) {
   m_ui->Settle();
   const struct {
     const char *entry, *focus, *title, *leave;
-  } cases[] = {{"remaining", "list", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "XF86Back"},
-               {"remaining", "list", "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE", "Down Down Return"},
+  } cases[] = {{"remaining", "list", "TV_SID_VEXILO_OFF_TIMER_ON", "XF86Back"},
+               {"remaining", "list", "TV_SID_VEXILO_OFF_TIMER_ON", "Down Down Return"},
                {"storage", "close", "TV_SID_DEVICE_MANAGE_STORAGE", "Escape"},
                {"diagnosis", "(no text)", "SID_SELF_DIAGNOSIS", "BackSpace"},
                {"report", "Screen", "TV_SID_VEXILO_CBMAY_ERROR_REPORT", "Down Down Down Return"}};
@@ -269,7 +353,6 @@ TEST_F(Screens, AShortMessageOfHomeGoesByItselfByBackAndWithItsScreen) {
 // ---- what screens share
 
 TEST_F(Screens, TheViewerLeavesToWhereTheSetWasLaunchedFrom) {
-  constexpr char kHotel[] = "org.varno.ep-hotel-factory";
   Install(kHotel);
   Utils().m_ExecuteReturn();
   EXPECT_EQ(InLog("Return Stack Empty.."), 1);
@@ -340,7 +423,8 @@ TEST_F(Screens, AScreenEndsWhatWasSpokenAndSaysItsSentenceBeforeWhatHasTheFocus)
   Press("Return");
   ASSERT_TRUE(FocusBecomes("list"));
   const std::string complete = text("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE");
-  EXPECT_THAT(said(), ElementsAre("", complete, StartsWith("focus: " + text("TV_SID_VEXILO_OFF_TIMER_ON"))));
+  EXPECT_THAT(said(),
+              ElementsAre("", StartsWith(complete), StartsWith("focus: " + text("TV_SID_VEXILO_OFF_TIMER_ON"))));
   Press("XF86Back");
   ASSERT_TRUE(FocusBecomes("remaining"));
   const std::vector<std::string> back = said();
@@ -353,8 +437,51 @@ TEST_F(Screens, AScreenEndsWhatWasSpokenAndSaysItsSentenceBeforeWhatHasTheFocus)
   said();
   OpenList({});
   ASSERT_TRUE(FocusBecomes("done"));
-  EXPECT_THAT(said(), ElementsAre(complete + ", " + text("TV_SID_CHECK_SELF_DIAGNOSIS"),
-                                  StartsWith("focus: " + text("SID_DONE"))));
+  const auto all =
+      ElementsAre(complete + ", " + text("TV_SID_CHECK_SELF_DIAGNOSIS"), StartsWith("focus: " + text("SID_DONE")));
+  EXPECT_THAT(said(), all);
+  SwitchVoiceGuide(false);
+  EXPECT_THAT(said(), ElementsAre("")) << "what was spoken ends";
+  SwitchVoiceGuide(true);
+  EXPECT_THAT(said(), all) << "in the middle of a screen, too";
+}
+
+TEST_F(Screens, TheScanSpeaksWhileTheVoiceGuideIsOn) {
+  Open();
+  CStartDC::Instance()->m_StartDC();
+  Pass();
+  EXPECT_THAT(g_said, IsEmpty());
+  SwitchVoiceGuide(true);
+  const auto speaks = [] {
+    return std::ranges::any_of(g_said,
+                               [](const std::string& text) { return text.find_first_of("0123456789") != text.npos; });
+  };
+  EXPECT_TRUE(Soon([&] { return speaks(); }, 10));
+  EXPECT_EQ(g_said.front(), CUtils::m_GetText("TV_SID_CARE_VEXILO_IN_PROGRESS_DOT"));
+  SwitchVoiceGuide(false);
+  g_said.clear();
+  EXPECT_FALSE(Soon([&] { return speaks(); }, 7));
+}
+
+TEST_F(Screens, AScanThatCannotBeginLeadsHomeWithAMessage) {
+  Open();
+  OpenHome();
+  ASSERT_TRUE(FocusBecomes("start"));
+  g_noThreads = true;
+  Press("Return");
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+  EXPECT_TRUE(FocusBecomes("start"));
+  EXPECT_FALSE(Utils().m_GetKeyBlock());
+  EXPECT_EQ(StackSize(), 2u) << "home and the message";
+  CleanAll();
+  for (const auto& [source, stack] : {std::pair("StartVexilo"s, 2u), {"menu"s, 1u}}) {
+    std::string from = source;  // from where there is no home to go back to
+    CLoadingScreen::Instance()->m_StartLoading(Utils().m_pGetRootLayout(), from.data());
+    EXPECT_TRUE(FocusBecomes("start")) << source;
+    EXPECT_EQ(StackSize(), stack) << source;
+    CleanAll();
+  }
+  g_noThreads = false;
 }
 
 TEST_F(Screens, ASignageSetTurnsWithItsMenus) {
@@ -396,8 +523,10 @@ TEST_F(Screens, LoadingEndsInTheScreenThatTheSourceAsksForUnlessItIsCleanedUp) {
   EXPECT_TRUE(Soon([&] { return Picture() > "Motion/vexilo_progress/small/vexilo_progress_0.png"; }));
   vconf_set_int("db/menu/system/accessibility/highcontrast", 1);
   EXPECT_TRUE(Soon([&] { return Picture().starts_with("Motion/vexilo_highcontrast_progress/"); }));
+  Install(kHotel);
+  vconf_set_int(QUVA::kLaunchPointKey, 3);
   Press("XF86Back");  // nothing is on the stack: the viewer leaves
-  EXPECT_EQ(std::exchange(g_loopEnds, 0), 1);
+  EXPECT_EQ(std::tuple(std::exchange(g_loopEnds, 0), Launched()), std::tuple(1, kHotel));
   EXPECT_TRUE(Soon([] { return StackSize() == 1; }));
   EXPECT_TRUE(FocusBecomes("start"));
   EXPECT_TRUE(Soon([&] { return Picture() == "Motion/vexilo_highcontrast_good/vexilo_highcontrast_good _59.png"; }));

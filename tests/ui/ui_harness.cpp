@@ -206,6 +206,13 @@ uint32_t UiHarness::Pixel(int x, int y) {
   return pixels ? pixels[y * width + x] : 0;
 }
 
+std::vector<uint32_t> UiHarness::Pixels() {
+  int width = 0, height = 0;
+  ecore_evas_geometry_get(Engine(), nullptr, nullptr, &width, &height);
+  const auto* pixels = static_cast<const uint32_t*>(ecore_evas_buffer_pixels_get(Engine()));
+  return pixels ? std::vector(pixels, pixels + width * height) : std::vector<uint32_t>();
+}
+
 bool UiHarness::SavePicture(const std::string& file) {
   int width = 0, height = 0;
   ecore_evas_geometry_get(Engine(), nullptr, nullptr, &width, &height);

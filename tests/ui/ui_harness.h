@@ -60,6 +60,8 @@ class UiHarness {
   static void CountEvents(Evas_Object* widget, const char* event, int& count);
   /// Of what was drawn last: 0xAARRGGBB; 0 outside.
   uint32_t Pixel(int x, int y);
+  /// All of them, row by row.
+  std::vector<uint32_t> Pixels();
   bool SavePicture(const std::string& file);
 
  private:

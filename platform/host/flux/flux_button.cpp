@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "dlog.h"
 #include "flux/flux_image.h"
 #include "flux/flux_keys.h"
@@ -6,6 +8,9 @@
 namespace flux {
 
 namespace {
+
+/// In units; the theme's, on both sides of the text.
+constexpr double kTextPadding = 24.0 / 9.0;
 
 const char* StyleOf(FluxButtonStyle style) {
   switch (style) {
@@ -53,6 +58,14 @@ class Button : public Widget {
     ShowCheck();  // the theme may have been loaded anew
   }
 
+  /// A button without a width of its own takes its text; tiles and check boxes stand in columns.
+  Size ContentSize() const override {
+    Size content = Widget::ContentSize();
+    if (m_text && (m_style == FLUX_BUTTON_PLAIN || m_style == FLUX_BUTTON_ACCENT))
+      content.width = std::max(content.width, m_text->NeededSize().width + Px(2 * kTextPadding));
+    return content;
+  }
+
   bool IsChecked() const { return m_isChecked; }
   void SetChecked(bool checked) {
     m_isChecked = checked;
@@ -87,6 +100,9 @@ class Button : public Widget {
       text.isWhole = true;
     }
     m_text->SetStyle(text);
+    m_text->OnNeededSizeChanged([layout = Object()] {
+      if (const Widget* button = Of(layout)) button->InvalidateParent();
+    });
     if (elm_layout_content_set(Object(), "flux.swallow.text", m_text->Object())) {
       FollowText(Object(), m_text);
     } else {  // the toolkit's own look draws the text by itself

@@ -16,6 +16,7 @@
 
 int FLUX_EVENT_HIGH_CONTRAST_CHANGED = 0;
 int FLUX_EVENT_ENLARGE_CHANGED = 0;
+int FLUX_EVENT_SCREEN_READER_CHANGED = 0;
 
 namespace flux {
 
@@ -41,8 +42,11 @@ void OnEnlarge(keynode_t*, void*) {
 }
 
 void OnScreenReader(keynode_t*, void*) {
-  if (!IsOn(set_names::kScreenReaderKey)) elm_flux_access_say("");
-  elm_config_access_set(IsOn(set_names::kScreenReaderKey));
+  const bool on = IsOn(set_names::kScreenReaderKey);
+  if (!on) elm_flux_access_say("");
+  elm_config_access_set(on);
+  ecore_event_add(FLUX_EVENT_SCREEN_READER_CHANGED, nullptr, nullptr, nullptr);
+  if (Widget* const focused = Widget::Of(elm_object_focused_object_get(g_window)); on && focused) focused->SpeakSoon();
 }
 
 struct FollowedKey {
@@ -139,6 +143,7 @@ bool elm_flux_init(Evas_Object* window) {
   if (!FLUX_EVENT_HIGH_CONTRAST_CHANGED) {
     FLUX_EVENT_HIGH_CONTRAST_CHANGED = ecore_event_type_new();
     FLUX_EVENT_ENLARGE_CHANGED = ecore_event_type_new();
+    FLUX_EVENT_SCREEN_READER_CHANGED = ecore_event_type_new();
     FollowKeys();
   }
   elm_config_cache_image_cache_size_set(kImageCacheSize);
