@@ -255,6 +255,7 @@ void CStartDCIssues::m_RemoveItemFromIndex(int index) {
   if (!m_IsRow(index)) return;
   m_rows.erase(m_rows.begin() + index);
   m_isAnySolved = true;
+  if (index == m_index) m_index = -1;  // its popup may be open: there is nothing to choose any more
   if (index < m_index) --m_index;
   if (m_list) elm_flux_list_remove(m_list, index);
   if (m_heading) elm_object_text_set(m_heading, m_Heading().c_str());

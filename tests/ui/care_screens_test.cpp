@@ -328,31 +328,48 @@ TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
 TEST_F(Screens, AnIssueWhoseSolutionOpensAnApplicationStaysUntilItIsGone) {
   Install("there");
   Install("missing", "X-Vexilo-StandIn=true\n");
-  StoreRemaining({{"1", Step("launch", "there")}, {"2", Step("launch", "missing")}});
+  StoreRemaining({{"1", Step("launch", "there")},
+                  {"2", Step("launch", "there")},
+                  {"3", Step("launch", "missing")},
+                  {"4", Step("setting", "int db/four 4")}});
   Open();
-  OpenList({Row("1"), Row("2")});
+  OpenList({Row("1"), Row("2"), Row("3"), Row("4")});
   ASSERT_TRUE(FocusBecomes("list"));
-  const auto heading = [](int count) {
-    return CUtils::m_GetText("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE") + " " +
-           CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ISSUES", std::to_string(count));
+  const auto lists = [this](int count) {
+    return Soon([&] {
+      return Shows(CUtils::m_GetText("TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE") + " " +
+                   CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ISSUES", std::to_string(count)));
+    });
+  };
+  const auto goes = [](int code) {
+    trevlin::Database(trevlin::Database::Access::kReadWrite)
+        .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = code, .type = DT_TRANSITION_TYPE_FALSE});
   };
   const std::string opened = CUtils::m_GetText("TV_SID_VEXILO_OPENED");
-  for (const auto& [keys, message] :
-       {std::pair("Return Return", "TV_SID_VEXILO_OPENED_MSG"), {"Down Return Return", "TV_SID_VEXILO_NO_SUCH_APP"}}) {
+  for (const auto& [keys, message] : {std::pair("Return Return", "TV_SID_VEXILO_OPENED_MSG"),
+                                      {"Down Return Return", "TV_SID_VEXILO_OPENED_MSG"},
+                                      {"Down Return Return", "TV_SID_VEXILO_NO_SUCH_APP"}}) {
     Press(keys);
     EXPECT_TRUE(Soon([&, sid = message] { return ShowsSid(sid); })) << message;
+    Press("XF86Back");
   }
-  EXPECT_EQ(List().m_item_label_get(0, "SubText1"), opened);
-  EXPECT_NE(List().m_item_label_get(1, "SubText1"), opened);
-  EXPECT_THAT(RemainingCodes(), ElementsAre(1, 2));
-  EXPECT_TRUE(Shows(heading(2)));
+  for (int row = 0; row < 4; ++row) EXPECT_EQ(List().m_item_label_get(row, "SubText1") == opened, row < 2) << row;
+  EXPECT_THAT(RemainingCodes(), ElementsAre(1, 2, 3, 4));
+  EXPECT_TRUE(lists(4));
   _DTSolDBRecord record;
   ASSERT_EQ(GetSolutionDB(1, &record), TREVLIN_OK);
   EXPECT_EQ(record.isApply, 0) << "a scan still finds it";
-  trevlin::Database(trevlin::Database::Access::kReadWrite)
-      .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = 1, .type = DT_TRANSITION_TYPE_FALSE});
-  EXPECT_TRUE(Soon([&] { return Shows(heading(1)); }));
-  EXPECT_THAT(RemainingCodes(), ElementsAre(2));
+  Press("Down Return");
+  goes(1);
+  EXPECT_TRUE(lists(3)) << "while the popup of the last one is open";
+  Press("Return");
+  EXPECT_TRUE(lists(2));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(2, 3));
+  Press("Up Return");
+  goes(2);
+  EXPECT_TRUE(lists(1)) << "while its own popup is open";
+  Press("Return");
+  EXPECT_FALSE(Soon([&] { return ShowsSid("TV_SID_VEXILO_NO_SUCH_APP"); }, 2)) << "it is not another one's";
 }
 
 TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {
