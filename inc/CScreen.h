@@ -47,6 +47,7 @@ class CScreen {
   /// stack; its hide function deletes the toast. One that shows gives way.
   void m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout);
   void m_DeleteToast() { m_toast.m_Delete(); }
+  bool m_HasToast() const { return m_toast != nullptr; }
   /// Takes the toast away, if one shows, and its entry off the return stack, on which nothing may be above it.
   void m_DismissToast();
 

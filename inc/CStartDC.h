@@ -32,7 +32,6 @@ class CStartDC {
   /// The same, and forgets the rows.
   void m_ClearStartDCScreen();
   void m_HighContrastChangeCB();
-  void m_EnlargeChangeCB();
   /// A timer's callback: speaks how far the scan is.
   static Eina_Bool m_SetVoiceGuideText(void* self);
 
@@ -63,6 +62,7 @@ class CStartDC {
   CStartDC();
 
   void m_BuildBody();
+  void m_EnlargeChangeCB();
   void m_FitFrame();
   void m_ShowCategoriesAnew();
   void m_StartVoiceGuide();
@@ -93,6 +93,7 @@ class CStartDC {
   CScreenJob m_job;
   Ecore_Timer* m_voiceTimer = nullptr;
   Ecore_Timer* m_resultTimer = nullptr;
+  Ecore_Event_Handler* m_enlargeHandler = nullptr;
   int m_waitRounds = 0;
   std::vector<const char*> m_categories;  ///< of the steps
   int m_step = 0;

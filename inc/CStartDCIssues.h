@@ -2,8 +2,8 @@
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -82,6 +82,7 @@ class CStartDCIssues {
   void m_LookForGoneNowAndThen();
   void m_StopLookingForGone();
   void m_LookForGone();
+  bool m_IsOpened(const MapToDBTable& row) const;
   int m_RowOf(const std::string& issueCode) const;
   bool m_IsBeingHandled(const std::string& issueCode) const;
   void m_ShowToastText(const std::string& text);
@@ -110,7 +111,8 @@ class CStartDCIssues {
   CScreenJob m_lookJob;
   Ecore_Timer* m_lookTimer = nullptr;
   std::deque<Decision> m_decisions;  ///< the first one is being carried out
-  std::set<std::string> m_opened;    ///< the issues whose solution has opened another application
+  /// The issues whose solution has opened another application, and when each was found.
+  std::map<std::string, std::string> m_opened;
 };
 
 }  // namespace QUVA

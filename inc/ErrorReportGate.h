@@ -6,7 +6,7 @@ namespace QUVA {
 enum class ErrorReportGate { kOpen, kNoNetwork, kNoConsent };
 
 /// Asks the set anew each time, for the consent only with the network there; the log has the answers. `occasion` goes
-/// into the line about the network. Any thread.
-ErrorReportGate CheckErrorReportGate(const char* occasion = "");
+/// into the line about the network, `connected` is a line of its own after it when there is one. Any thread.
+ErrorReportGate CheckErrorReportGate(const char* occasion = "", const char* connected = nullptr);
 
 }  // namespace QUVA

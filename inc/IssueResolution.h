@@ -27,8 +27,8 @@ bool IsUnsolved(const QUVA_Solution& solution, const _DTInfDBRecord& inf, const 
 /// The row of an issue that was found.
 MapToDBTable RowOf(const QUVA_Solution& solution, const _DTInfDBRecord& inf);
 
-/// Whether the issue of a row became false after the row was found; not when that cannot be asked.
-bool HasBecomeFalse(const MapToDBTable& row);
+/// Whether an issue that was true has become false since; not when that cannot be asked.
+bool IsFalseNow(int code);
 
 /// Whether the issue of a stored row is an on-demand one and became false after the row was found.
 bool HasCleared(const MapToDBTable& row);

@@ -16,9 +16,12 @@ const std::vector<std::string>& RemainingColumnNames();
 /// Replaces the stored rows, or changes nothing and returns false: when another process holds the database, or the disk
 /// is full. A row that alone cannot be stored is left out.
 bool SaveRemaining(const std::vector<MapToDBTable>& rows);
-/// Appends the stored rows to `rows`, in the table's order, without the solutions' names. False when a row's index is
-/// not possible: neither that row nor any that follows is there then.
-bool LoadRemaining(std::vector<MapToDBTable>& rows);
+/// What is stored, column by column, in the order of RemainingColumnNames().
+using RemainingColumns = std::vector<std::vector<std::string>>;
+RemainingColumns ReadRemaining();
+/// Appends the stored rows to `rows`, without the solutions' names. False when a row's index is not possible: neither
+/// that row nor any that follows is there then.
+bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows);
 void ClearRemaining();
 /// Deletes the rows of one issue.
 void DeleteRemaining(const std::string& issueCode);

@@ -123,9 +123,8 @@ void app_pause(void*) {
 // The error report needs the network and the viewer's consent, which may have changed meanwhile.
 void ResumeErrorReport() {
   VEXILO_LOGI("Resumed for Error Report Screen..");
-  const ErrorReportGate gate = CheckErrorReportGate();
-  VEXILO_LOGI("%s", gate == ErrorReportGate::kNoNetwork ? "is is still not connected .. that is close press "
-                                                        : "network connected");
+  const ErrorReportGate gate = CheckErrorReportGate("", "network connected");
+  if (gate == ErrorReportGate::kNoNetwork) VEXILO_LOGI("is is still not connected .. that is close press ");
   if (gate == ErrorReportGate::kOpen) return CErrorReport::Instance()->m_CreateErrorReport();
   CHomeScreen::Instance()->m_ShowHomeScreenPostReturn();
 }

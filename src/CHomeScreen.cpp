@@ -365,6 +365,7 @@ void CHomeScreen::m_TellReportFailures() {
   // All of them at once, when no more is to be heard.
   const std::set<int> failures = sender.GetFailures();
   if (failures.empty() || CErrorReport::Instance()->m_IsWaiting() || !m_screen.m_IsShown()) return;
+  if (m_screen.m_HasToast()) return;  // after it
   m_ShowToastAnywhere(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(failures)));
   sender.ForgetFailures(failures);
 }
@@ -382,14 +383,13 @@ void CHomeScreen::m_ShowScreenPostToastReturn() {
 void CHomeScreen::m_AutoTimeOut() {
   VEXILO_LOGI("Auto TimeOut");
   m_screen.m_DismissToast();  // the focus stays where the viewer has taken it meanwhile
+  m_TellReportFailures();
 }
 
 void CHomeScreen::m_TellScanFailed() {
-  if (m_screen.m_IsBuilt())
-    m_ShowHomeScreenPostReturn();
-  else
-    m_CreateHomeScreen(nullptr);
+  if (!m_screen.m_IsBuilt()) m_CreateHomeScreen(nullptr);
   m_ShowToastAnywhere(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+  m_ShowHomeScreenPostReturn();
 }
 
 // A toast that leaves the focus where the viewer has taken it meanwhile.

@@ -243,7 +243,7 @@ void CSelfDiagnosis::m_InsertAppsNameAndIcon() {
       card.enabled = checkers->GetEnableCheck(tool.checkerKey) != 0;
       if (!card.enabled) card.reason = ReasonOf(tool);
     }
-    VEXILO_LOGI("Self Diag Array :%s", card.labelSid.c_str());
+    VEXILO_LOGD("Self Diag Array :%s", card.labelSid.c_str());
     m_cards.push_back(card);
   }
 }

@@ -98,7 +98,6 @@ CStartDC* CStartDC::Instance() {
 
 CStartDC::CStartDC() : m_signals(std::make_unique<Signals>()) {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
-  CUtils::Instance().ConnectEnlargeChangeCB([this] { m_EnlargeChangeCB(); });
   QUVA_DiagResultManager::GetInstance()->SetScanListener(
       [this](std::vector<MapToDBTable> rows) { m_DiagResCallback(std::move(rows)); });
 }
@@ -161,6 +160,11 @@ void CStartDC::m_BuildBody() {
   elm_flux_layout_gap_set(m_categoryList, kRowGap);
   elm_object_content_set(frame, m_categoryList);
   m_FitFrame();
+  const auto enlarged = [](void* self, int, void*) -> Eina_Bool {
+    static_cast<CStartDC*>(self)->m_EnlargeChangeCB();
+    return ECORE_CALLBACK_PASS_ON;
+  };
+  if (!m_enlargeHandler) m_enlargeHandler = ecore_event_handler_add(FLUX_EVENT_ENLARGE_CHANGED, enlarged, this);
 }
 
 // The frame takes the rows at the size that their texts have.
@@ -177,6 +181,8 @@ void CStartDC::m_CleanObjects() {
   m_StopVoiceGuide();
   if (m_resultTimer) ecore_timer_del(m_resultTimer);
   m_resultTimer = nullptr;
+  if (m_enlargeHandler) ecore_event_handler_del(m_enlargeHandler);
+  m_enlargeHandler = nullptr;
   m_screen.m_Clean();
   CUtils::Instance().m_SetKeyBlock(false);
 }
@@ -292,7 +298,7 @@ void CStartDC::m_AddInDCItemGenList(int step) {
   categories.erase(std::unique(categories.begin(), categories.end()), categories.end());
   const size_t current = categories.size() - 1;
   for (size_t i = current - std::min<size_t>(current, kRowsShown - 1); i <= current; ++i) {
-    VEXILO_LOGI("Counter = %d and i = %d", step, static_cast<int>(i));
+    VEXILO_LOGD("Counter = %d and i = %d", step, static_cast<int>(i));
     m_AddCategoryRow(categories[i], i < current);
   }
 }

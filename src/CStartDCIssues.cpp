@@ -82,7 +82,8 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   if (!m_screen.m_Build(kProductTitle)) return;
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, kPageMargin, kTop, kPageMargin, kFrameBottom);
-  m_heading = AddText(body, m_Heading(), FLUX_FONT_600, kTextColor, FLUX_TEXT_LARGE, FLUX_ALIGN_CENTER, 0, kCompleteHeight);
+  m_heading =
+      AddText(body, m_Heading(), FLUX_FONT_600, kTextColor, FLUX_TEXT_LARGE, FLUX_ALIGN_CENTER, 0, kCompleteHeight);
   elm_flux_expand_set(m_heading, true);
 
   Evas_Object* const middle = AddLayout(body, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_CENTER, 0, 0);
@@ -222,10 +223,10 @@ std::string CStartDCIssues::m_item_label_get(int index, const std::string& part)
   if (part != "SubText1") return "";
   const std::string& code = m_rows[static_cast<size_t>(index)].issue_code;
   if (m_IsBeingHandled(code)) return CUtils::m_GetText(kWorking);
-  if (m_opened.count(code) > 0) return CUtils::m_GetText(kOpened);
+  if (m_IsOpened(m_rows[static_cast<size_t>(index)])) return CUtils::m_GetText(kOpened);
   char date[1024] = "";
   GetDateInFormat(index, date);
-  VEXILO_LOGI(" buf after fn is %s", date);
+  VEXILO_LOGD(" buf after fn is %s", date);
   return date;
 }
 
@@ -380,7 +381,7 @@ void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
       if (m_screen.m_IsBuilt()) m_ShowToastMsg(row);
       return m_TakeAway(issueCode);
     case SOLUTION_OPENED:  // what is opened there does not have to help
-      m_opened.insert(issueCode);
+      if (row >= 0) m_opened[issueCode] = m_rows[static_cast<size_t>(row)].last_time;
       m_LookForGoneNowAndThen();
       break;
     default:
@@ -396,8 +397,8 @@ void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
 
 // The engine looks again a while after the solution; the viewer may need longer than that.
 void CStartDCIssues::m_LookForGoneNowAndThen() {
-  const bool isAnyShown = std::any_of(m_rows.begin(), m_rows.end(),
-                                      [this](const MapToDBTable& row) { return m_opened.count(row.issue_code) > 0; });
+  const bool isAnyShown =
+      std::any_of(m_rows.begin(), m_rows.end(), [this](const MapToDBTable& row) { return m_IsOpened(row); });
   if (!isAnyShown || !m_screen.m_IsBuilt() || m_lookTimer) return;
   const auto look = [](void* self) {
     static_cast<CStartDCIssues*>(self)->m_LookForGone();
@@ -414,23 +415,30 @@ void CStartDCIssues::m_StopLookingForGone() {
 
 void CStartDCIssues::m_LookForGone() {
   if (m_lookJob.m_IsRunning()) return;
-  std::vector<MapToDBTable> opened;
-  std::copy_if(m_rows.begin(), m_rows.end(), std::back_inserter(opened),
-               [this](const MapToDBTable& row) { return m_opened.count(row.issue_code) > 0; });
+  std::vector<std::string> opened;
+  for (const MapToDBTable& row : m_rows)
+    if (m_IsOpened(row)) opened.push_back(row.issue_code);
   if (opened.empty()) return m_StopLookingForGone();
   const auto gone = std::make_shared<std::vector<std::string>>();
+  const auto takeAway = [this, gone] {
+    for (const std::string& code : *gone)
+      if (!m_IsBeingHandled(code)) m_TakeAway(code);
+  };
   m_lookJob.m_Start(
       [opened, gone](const CScreenJob::Control&) {
-        for (const MapToDBTable& row : opened) {
-          if (!HasBecomeFalse(row)) continue;
-          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(row.issue_code);
-          gone->push_back(row.issue_code);
+        for (const std::string& code : opened) {
+          if (!IsFalseNow(NumberOf(code))) continue;
+          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
+          gone->push_back(code);
         }
       },
-      [this, gone] {
-        for (const std::string& code : *gone) m_TakeAway(code);
-      },
-      {});
+      takeAway, takeAway);
+}
+
+// The same issue found anew is another one.
+bool CStartDCIssues::m_IsOpened(const MapToDBTable& row) const {
+  const auto at = m_opened.find(row.issue_code);
+  return at != m_opened.end() && at->second == row.last_time;
 }
 
 void CStartDCIssues::m_TakeAway(const std::string& issueCode) {

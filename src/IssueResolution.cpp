@@ -114,10 +114,11 @@ MapToDBTable RowOf(const QUVA_Solution& solution, const _DTInfDBRecord& inf) {
           .view_authority = solution.view_authority};
 }
 
-bool HasBecomeFalse(const MapToDBTable& row) {
-  std::vector<_DTInfDBRecord> falses;
-  return AskTransitions(NumberOf(row.issue_code), DT_TRANSITION_TYPE_FALSE, "DT_TRANSITION_TYPE_FALSE", falses) &&
-         !falses.empty() && IsLater(falses[0].lastUpdateTime, row.last_time);
+bool IsFalseNow(int code) {
+  std::vector<_DTInfDBRecord> trues, falses;
+  return AskTransitions(code, DT_TRANSITION_TYPE_TRUE, "DT_TRANSITION_TYPE_TRUE", trues) &&
+         AskTransitions(code, DT_TRANSITION_TYPE_FALSE, "DT_TRANSITION_TYPE_FALSE", falses) && !trues.empty() &&
+         !falses.empty() && IsLater(falses[0].lastUpdateTime, trues[0].lastUpdateTime);
 }
 
 bool HasCleared(const MapToDBTable& row) {

@@ -31,7 +31,8 @@ const char* QGuideResultPath(const char* launchFrom) {
 }
 
 void SayNoQGuideResult(const char* path, const char* reason) {
-  std::fprintf(stderr, "no result is written to %s: %s; what stands there, if anything, is of an earlier diagnosis\n", path, reason);
+  std::fprintf(stderr, "no result is written to %s: %s; what stands there, if anything, is of an earlier diagnosis\n",
+               path, reason);
 }
 
 bool MayWriteQGuideResult(const char* path) {

@@ -144,11 +144,9 @@ int QUVA_DiagResultManager::SaveRemainingProblems() {
 int QUVA_DiagResultManager::LoadRemainingProblems() {
   std::lock_guard lock(m_TVDRMmutex);
   VEXILO_LOGI("LoadRemainingProblems");
-  std::vector<MapToDBTable> rows;
-  const bool whole = LoadRemaining(rows);
+  const RemainingColumns columns = ReadRemaining();
   CleanDiagResult();
-  m_table = std::move(rows);
-  if (!whole) return 0;
+  if (!ToRows(columns, m_table)) return 0;
   if (m_table.empty()) {
     VEXILO_LOGI("Remain Problem is empty : %zu", m_table.size());
     return 0;

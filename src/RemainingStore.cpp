@@ -82,15 +82,12 @@ std::list<std::string> ToValues(const MapToDBTable& row) {
   return values;
 }
 
-// A list of the values of all rows for each column.
-using StoredColumns = std::vector<std::string>[kFieldCount];
-
 // Columns are read one by one, so another process or a damaged file can leave them of different lengths.
-bool HasRow(const StoredColumns& columns, size_t i) {
+bool HasRow(const RemainingColumns& columns, size_t i) {
   return std::all_of(std::begin(columns), std::end(columns), [i](const auto& column) { return i < column.size(); });
 }
 
-MapToDBTable RowAt(const StoredColumns& columns, size_t i) {
+MapToDBTable RowAt(const RemainingColumns& columns, size_t i) {
   MapToDBTable row;
   for (size_t c = 0; c < kFieldCount; ++c) kFields[c].Set(row, columns[c][i]);
   return row;
@@ -136,12 +133,14 @@ bool SaveRemaining(const std::vector<MapToDBTable>& rows) {
   return false;
 }
 
-bool LoadRemaining(std::vector<MapToDBTable>& rows) {
-  StoredColumns columns;
-  {
-    const RemainingDb db;
-    for (size_t c = 0; c < kFieldCount; ++c) db->GetDB(DB_REMAINING, kFields[c].column, columns[c]);
-  }
+RemainingColumns ReadRemaining() {
+  RemainingColumns columns(kFieldCount);
+  const RemainingDb db;
+  for (size_t c = 0; c < kFieldCount; ++c) db->GetDB(DB_REMAINING, kFields[c].column, columns[c]);
+  return columns;
+}
+
+bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows) {
   const std::vector<std::string>& indexes = columns[0];
   for (size_t i = 0; i < indexes.size(); ++i) {
     const long index = std::strtol(indexes[i].c_str(), nullptr, 10);

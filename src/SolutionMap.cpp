@@ -59,8 +59,8 @@ bool ReadSolutionMap(QUVA_SolutionMap& map, std::string& problem) {
   if (!problem.empty()) return false;
   const std::string count = std::to_string(map.solutions.size());
   if (map.count != map.solutions.size())
-    problem =
-        "it declares " + std::to_string(map.count) + " solutions and has " + count + ", as one does that was cut short";
+    problem = "it declares " + std::to_string(map.count) + " solutions and has " + count +
+              (map.solutions.size() < map.count ? ", as one does that was cut short" : "");
   else if (map.solutions.empty())
     problem = "it has no solutions";
   return true;

@@ -100,7 +100,7 @@ int Apply(const char* issueCode) {
       VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
       return SOLUTION_FAILED;
     }
-    outcome = std::max(outcome, step);
+    if (outcome != SOLUTION_OPENED && step != SOLUTION_DONE) outcome = step;
   }
   const int recorded = Record(*solution, outcome == SOLUTION_DONE);
   // Whether it helped shows later.

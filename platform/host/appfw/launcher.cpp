@@ -24,7 +24,7 @@ constexpr const char* kTag = log_tags::kAppfw;
 constexpr std::string_view kEmptyFieldCodes = "fFuUdDnNvmi";  // files, which a launch has none of, and old ones
 
 /// Whether the program stands in for an application that is missing: "true", or "ask": run with "--has" before its
-/// arguments, it ends with 0 when this machine has one. Else it does not.
+/// arguments, it names the program that it would start on its standard output, or nothing. Else it does not.
 constexpr char kStandInKey[] = "X-Vexilo-StandIn";
 
 /// Why a launch fails.
@@ -159,10 +159,12 @@ std::vector<char*> Argv(std::vector<std::string>& arguments) {
 bool IsStandIn(const DesktopEntry& entry, std::vector<std::string> arguments) {
   if (entry.standIn != "ask") return entry.standIn == "true";
   arguments.insert(arguments.begin() + 1, "--has");
-  int status = 0;
-  return !g_spawn_sync(nullptr, Argv(arguments).data(), KeptEnvironment().get(), G_SPAWN_DEFAULT, nullptr, nullptr,
-                       nullptr, nullptr, &status, nullptr) ||
-         !g_spawn_check_wait_status(status, nullptr);
+  // Its exit status may go to the toolkit, which collects ended children as well.
+  char* text = nullptr;
+  g_spawn_sync(nullptr, Argv(arguments).data(), KeptEnvironment().get(), G_SPAWN_DEFAULT, nullptr, nullptr, &text,
+               nullptr, nullptr, nullptr);
+  const GText program(text);
+  return !program || !*program.get();
 }
 
 std::optional<Failure> Spawn(const std::string& appId, const DesktopEntry& entry, std::vector<std::string>& arguments) {

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 #include <span>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -34,13 +35,14 @@ class WriterThread {
   WriterThread(const WriterThread&) = delete;
   WriterThread& operator=(const WriterThread&) = delete;
 
-  /// Takes the item; false when the bound is reached. Never waits for the writing.
+  /// Takes the item; false when the bound is reached. Never waits for the writing. Where no thread can be had the item
+  /// waits for the next call, which tries again.
   bool Add(Item item) {
     const std::lock_guard guard(m_lock);
     if (m_added - m_done >= m_bound) return false;
     m_incoming.push_back(std::move(item));
     ++m_added;
-    if (!m_thread.joinable()) m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+    if (!m_thread.joinable()) Start();
     m_changed.notify_all();
     return true;
   }
@@ -54,6 +56,14 @@ class WriterThread {
   }
 
  private:
+  void Start() {
+    try {
+      m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+    } catch (const std::system_error&) {
+      return;  // later, perhaps
+    }
+  }
+
   void Run(const std::stop_token& stop) {
     std::vector<Item> waiting;
     while (!stop.stop_requested()) {

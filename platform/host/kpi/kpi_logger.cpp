@@ -165,7 +165,11 @@ size_t WriteFirst(Events waiting) {
 WriterThread<Event>& Writer() {
   static auto& writer = *new WriterThread<Event>(kMaxWaiting, WriteFirst);
   static const struct FlushAtEnd {
-    ~FlushAtEnd() { CLogger::GetInstance()->Flush(); }
+    ~FlushAtEnd() {
+      if (!CLogger::GetInstance()->Flush())
+        __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the process ends, and what waits for %s is lost",
+                     set_paths::kEventLog);
+    }
   } atEnd;
   return writer;
 }
