@@ -46,7 +46,7 @@ int main() {
     trevlin::Inference inference(trevlin::MakeCollectors());
     if (!inference.HasRules()) return EXIT_FAILURE;
     const double before = ProcessorTime();
-    const trevlin::Outcome outcome = inference.Run(trevlin::kLongestRun);
+    trevlin::Outcome outcome = inference.Run(trevlin::kLongestRun);
     trevlin::Database database(trevlin::Database::Access::kReadWrite);
     std::vector<trevlin::Transition> changes;
     if (trevlin::RecordOutcome(database, outcome, changes) != TREVLIN_OK) return EXIT_FAILURE;

@@ -174,6 +174,38 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   late->blocks = false;
 }
 
+// 17 explains 18, and 18 explains 19: one cause is told once, whether this run decided it or an earlier one.
+TEST(Inference, TellsOneCauseOnce) {
+  WriteRules(RuleFor(17, "a", ", \"explains\": [18]") + "," + RuleFor(18, kSettingFact, ", \"explains\": [19]") + "," +
+             RuleFor(19, kSettingFact));
+  const auto script = std::make_shared<Script>();
+  Inference inference(Of(Fake("a", script, 20ms)));
+  ASSERT_TRUE(inference.HasRules());
+  Database database(Database::Access::kReadWrite);
+  const auto standing = [&] {
+    Outcome outcome = inference.Run(10s);
+    std::vector<Transition> changes;
+    EXPECT_EQ(RecordOutcome(database, outcome, changes), TREVLIN_OK);
+    std::vector<int> there;
+    EXPECT_NE(database.StandingIssues(there), TREVLIN_ERROR_DATABASE);
+    return there;
+  };
+  const auto trouble = [&](double value) { vconf_set_dbl(kSettingKey, value); };
+  using Codes = std::vector<int>;
+  trouble(1);
+  script->value = 2;
+  EXPECT_EQ(standing(), (Codes{18}));
+  script->value = 1;
+  EXPECT_EQ(standing(), (Codes{17})) << "what explains 18 explains 19, too";
+  script->blocks = true;
+  EXPECT_EQ(standing(), (Codes{17})) << "it stands, and nobody could decide it";
+  script->blocks = false;
+  script->value = 2;
+  ASSERT_TRUE(Until([&] { return standing() == Codes{18}; }));
+  trouble(2);
+  EXPECT_EQ(standing(), Codes{});
+}
+
 TEST(Inference, HistoriesAreSharedByProcessesAndOfThisStartOnly) {
   WriteRules(RuleFor(17, kSettingFact, ", \"for\": {\"seconds\": 60}"));
   vconf_set_int(kSettingKey, 1);

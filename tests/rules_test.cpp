@@ -9,11 +9,11 @@ namespace {
 
 using namespace trevlin;
 
-const FactKinds kKinds = {{"n", FactKind::kNumber}, {"t", FactKind::kTruth},  {"x", FactKind::kText},
-                          {"l", FactKind::kText},   {"u", FactKind::kNumber}, {"v", FactKind::kTruth},
-                          {"w", FactKind::kText}};
+const FactKinds kKinds = {{"n", FactKind::kNumber}, {"t", FactKind::kTruth},   {"x", FactKind::kText},
+                          {"l", FactKind::kText},   {"u", FactKind::kNumber},  {"v", FactKind::kTruth},
+                          {"w", FactKind::kText},   {"gone", FactKind::kTruth}};
 const Facts kFacts = {{"n", 5.0}, {"t", true},        {"x", std::string("a")}, {"l", std::string("a b.c d")},
-                      {"u", {}},  {"setting:k", true}};
+                      {"u", {}},  {"gone", Absent{}}, {"setting:k", true}};
 
 std::string FileOf(const std::string& rules) {
   return "{\"version\": 1, \"rules\": [\n" + rules + "\n]}";
@@ -46,6 +46,10 @@ TEST(Rules, AreDecidedInThreeTruths) {
       {R"({"fact": "setting:k", "is": "==", "value": true})", 'T'},
       {R"({"fact": "setting:k", "is": "!=", "value": 1})", '?'},
       {R"({"fact": "setting:none", "is": "==", "value": true})", '?'},
+      {R"({"fact": "gone", "is": "==", "value": true})", '?'},
+      {R"({"fact": "gone", "is": "absent"})", 'T'},
+      {R"({"fact": "n", "is": "absent"})", 'F'},
+      {R"({"fact": "u", "is": "absent"})", '?'},
       {unknown, '?'},
       {"{\"not\": " + holds + "}", 'F'},
       {"{\"not\": " + fails + "}", 'T'},
@@ -107,6 +111,9 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
   const auto holding = [&](const std::string& hold) {
     return head + "\"when\": " + kHolds + ",\n\"for\": " + hold + "}";
   };
+  const auto explaining = [&](const std::string& codes) {
+    return head + "\"when\": " + kHolds + ",\n\"explains\": " + codes + "}";
+  };
   const std::pair<std::string, std::string> cases[] = {
       {"7", "2:1: a rule is not an object"},
       {R"({"group": "memory", "when": {}})", "2:1: a rule has no \"code\""},
@@ -126,6 +133,10 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
       {holding(R"({"seconds": 1, "runs": 1})"), "3:31: unknown member \"runs\" of \"for\" with \"seconds\""},
       {holding(R"({"runs": 3, "of": 2})"), "3:26: \"of\" must be a whole number from 3 to 32"},
       {head + "\"event\": 1, \"when\": " + kHolds + "}", "2:42: \"event\" must be true or false"},
+      {with(R"({"fact": "n", "is": "absent", "value": 1})"), "2:80: \"absent\" compares with no value"},
+      {explaining("18"), "3:13: \"explains\" must be an array of codes"},
+      {explaining("[18, 0]"), "3:18: \"explains\" must be a whole number from 1 to 2147483647"},
+      {explaining("[18, 17]"), "3:13: code 17 would explain itself"},
       {good, "3:10: code 18 has a rule already"},
       {head + "\n\"when\": {}, \"when\": " + kHolds + "}", "3:13: not valid JSON: Duplicate key: 'when'"},
       {with(R"({"not": {"fact": "n", "fact": "n", "is": "<", "value": 5}})"), "Duplicate key: 'fact'"},

@@ -283,7 +283,8 @@ TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
     ASSERT_EQ(RecordTruth(++code, true, CurrentTime(each.found)), TREVLIN_OK);
     ASSERT_EQ(database.AddSolution({code, 1001, 2, each.isApply, applied}), TREVLIN_OK);
     std::vector<Transition> changes;
-    ASSERT_EQ(RecordOutcome(database, {.issues = {{code, true}}, .remaining = {code}}, changes), TREVLIN_OK);
+    Outcome outcome{.issues = {{code, true}}, .remaining = {code}};
+    ASSERT_EQ(RecordOutcome(database, outcome, changes), TREVLIN_OK);
     _DTSolDBRecord newest;
     ASSERT_EQ(database.NewestSolution(code, newest), TREVLIN_OK);
     EXPECT_EQ(newest.isApply, each.expected);

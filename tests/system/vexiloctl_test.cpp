@@ -180,6 +180,10 @@ TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   EXPECT_EQ(told[0]["issues"].toStyledString(),
             Parsed(R"([{"code": 17, "title": "Speicher fast voll – prüfen", "true": false, "changed": false}])"));
   EXPECT_EQ(told[0]["undecided"].toStyledString(), Parsed("[19]"));
+  Output({"engine", "record", "19", "true"});
+  EXPECT_THAT(Output({"engine", "run"}), HasSubstr("19    true, not decided now  -\n"));
+  EXPECT_EQ(Objects(RunCtl({"engine", "run", "--json"}))[0]["there"].toStyledString(),
+            Parsed(R"([{"code": 19, "title": ""}])"));
   Output({"setting", "set", "db/a", "int", "2"});
   EXPECT_EQ(Output({"engine", "facts", "setting:db/a"}),
             "FACT          VALUE  MEANING\nsetting:db/a  2      a settings key\n");

@@ -91,7 +91,9 @@ std::vector<Reading> CollectorPool::Read(const Names& wanted, Age age, std::chro
     if (!done) readings[i].state = Reading::State::kCutOff;
     if (slot.failed) readings[i].state = Reading::State::kFailed;
     readings[i].took = slot.Took(Clock::now());
-    if (done && !slot.failed) facts.insert(slot.facts.begin(), slot.facts.end());
+    if (!done || slot.failed) continue;
+    facts.insert(slot.facts.begin(), slot.facts.end());
+    for (const std::string& name : slot.gives) facts.try_emplace(name, Absent{});
   }
   return readings;
 }

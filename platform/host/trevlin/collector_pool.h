@@ -50,7 +50,8 @@ class CollectorPool {
   const std::vector<Described>& Facts() const { return m_facts; }
 
   /// Calls the collectors that give any of the facts `wanted`, with kWithinPeriod only those whose facts are no longer
-  /// good, and adds what they know to `facts`. Returns after `wait` at the latest.
+  /// good, and adds what they know to `facts`; what one that is done has left out is Absent. Returns after `wait` at
+  /// the latest.
   std::vector<Reading> Read(const Names& wanted, Age age, std::chrono::microseconds wait, trevlin::Facts& facts);
 
   /// Has Read() return at once from now on, and a running one too.

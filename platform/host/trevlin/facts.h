@@ -6,6 +6,7 @@
 /// and meanings are those of docs/facts.md; a rule refers to facts by name.
 
 #include <chrono>
+#include <compare>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,8 +15,14 @@
 
 namespace trevlin {
 
-/// monostate: unknown. No rule is decided on an unknown fact.
-using FactValue = std::variant<std::monostate, bool, double, std::string>;
+/// The machine has nothing that this fact could tell of.
+struct Absent {
+  auto operator<=>(const Absent&) const = default;
+};
+
+/// monostate: unknown, it could not be found out this time. No rule is decided on an unknown fact, and on one that is
+/// absent only by asking whether it is.
+using FactValue = std::variant<std::monostate, bool, double, std::string, Absent>;
 using Facts = std::map<std::string, FactValue, std::less<>>;
 
 enum class FactKind { kTruth, kNumber, kText };
@@ -48,7 +55,8 @@ class Collector {
   /// How long a value stays good: within it, a run takes the last one.
   virtual std::chrono::milliseconds Period() const = 0;
   virtual std::chrono::milliseconds Deadline() const = 0;
-  /// Adds what it knows to `facts`; what it leaves out is unknown. It does not throw.
+  /// Adds what it knows to `facts`: std::monostate where it asked and had no answer; what it leaves out is absent. It
+  /// does not throw.
   virtual void Collect(const Machine& machine, Facts& facts) = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "base/atomic_file.h"
 #include "dlog.h"
@@ -35,6 +36,7 @@ FactValue ReadSetting(std::string_view key) {
   std::string error;
   const settings::ReadResult result = settings::Read(key, value, error);
   if (result == settings::ReadResult::kFailed) __dlog_print(LOG_ID_APPS, DLOG_WARN, kTag, "%s", error.c_str());
+  if (result == settings::ReadResult::kNotSet) return Absent{};
   if (result != settings::ReadResult::kOk) return {};
   if (const int* number = std::get_if<int>(&value)) return static_cast<double>(*number);
   if (const bool* truth = std::get_if<bool>(&value)) return *truth;
@@ -88,9 +90,15 @@ Outcome Inference::Run(std::chrono::microseconds wait) {
   Facts facts;
   outcome.readings = ReadFacts(names, CollectorPool::Age::kWithinPeriod, wait, facts);
   outcome.waitUntil = Clock::now() + kLongestLocks;
+  AddExplanations(outcome);
   DecideAll(facts, outcome);
   outcome.took = Since(start);
   return outcome;
+}
+
+void Inference::AddExplanations(Outcome& outcome) const {
+  for (const Rule& rule : m_rules)
+    if (!rule.explains.empty()) outcome.explanations[rule.code] = rule.explains;
 }
 
 void Inference::Add(const Rule& rule, Truth truth, Outcome& outcome) {
@@ -135,6 +143,7 @@ Outcome Inference::Recheck(int issueCode, std::chrono::microseconds wait) {
   Facts facts;
   outcome.readings = ReadFacts(names, CollectorPool::Age::kFresh, wait, facts);
   outcome.waitUntil = Clock::now() + kLongestLocks;
+  AddExplanations(outcome);
   const Truth truth = DecideNow(*rule, facts);
   Add(*rule, truth, outcome);
   // What held before the solution was applied says nothing about what comes.
@@ -154,13 +163,40 @@ std::vector<Reading> Inference::ReadFacts(const CollectorPool::Names& names, Col
   return readings;
 }
 
-int RecordOutcome(Database& database, const Outcome& outcome, std::vector<Transition>& changes,
+namespace {
+
+bool IsDecided(const Outcome& outcome, int code) {
+  return std::any_of(outcome.issues.begin(), outcome.issues.end(),
+                     [code](const IssueTruth& issue) { return issue.issueCode == code; });
+}
+
+/// One cause is told once. An issue that this run could not decide stands, and explains, as the database has it.
+void TakeBackExplained(Database& database, Outcome& outcome) {
+  if (outcome.explanations.empty()) return;
+  std::vector<int> there;
+  for (const IssueTruth& issue : outcome.issues)
+    if (issue.isTrue) there.push_back(issue.issueCode);
+  std::vector<int> standing;
+  database.StandingIssues(standing);
+  std::copy_if(standing.begin(), standing.end(), std::back_inserter(there),
+               [&](int code) { return !IsDecided(outcome, code); });
+  for (const int code : Explained(there, outcome.explanations)) {
+    std::erase_if(outcome.issues, [code](const IssueTruth& issue) { return issue.issueCode == code; });
+    std::erase(outcome.remaining, code);
+    outcome.issues.push_back({code, false});
+  }
+}
+
+}  // namespace
+
+int RecordOutcome(Database& database, Outcome& outcome, std::vector<Transition>& changes,
                   std::chrono::seconds settled) {
   struct Limit {
     Database& database;
     ~Limit() { database.WaitForLocksUntil(Clock::time_point::max()); }
   } const limit{database};
   database.WaitForLocksUntil(outcome.waitUntil);
+  TakeBackExplained(database, outcome);
   const int result = database.RecordTruths(outcome.issues, CurrentTime(), kHistory, changes);
   if (result != TREVLIN_OK) return result;
   for (const Transition& change : changes)

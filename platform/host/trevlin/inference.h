@@ -20,6 +20,7 @@ namespace trevlin {
 struct Outcome {
   std::vector<IssueTruth> issues{};  ///< of the rules that could be decided
   std::vector<int> remaining{};      ///< of those that are true, the ones that a solution should have ended
+  Explanations explanations{};       ///< of the rules
   std::vector<Reading> readings{};
   std::chrono::microseconds took{0};
   /// No lock is waited for any longer while what was found is recorded.
@@ -58,6 +59,7 @@ class Inference {
 
  private:
   void DecideAll(const Facts& facts, Outcome& outcome) const;
+  void AddExplanations(Outcome& outcome) const;
   static void Add(const Rule& rule, Truth truth, Outcome& outcome);
 
   CollectorPool m_pool;
@@ -76,11 +78,12 @@ inline constexpr std::chrono::microseconds kLongestLocks{2000000};
 /// After this an applied solution has had its time, and all facts have been read anew.
 inline constexpr std::chrono::seconds kSolutionTime{120};
 
-/// Records what has changed, in one transaction, and says so in the log; `changes` gets it. TREVLIN_OK, or
-/// TREVLIN_ERROR_DATABASE with the reason in the log and nothing else recorded. Solutions that were applied `settled`
+/// Records what has changed, in one transaction, and says so in the log; `changes` gets it. Issues that others explain,
+/// found now or standing from before, become false in `outcome` first. TREVLIN_OK, or TREVLIN_ERROR_DATABASE with the
+/// reason in the log and nothing else recorded. Solutions that were applied `settled`
 /// ago or earlier, of issues that have remained since, are recorded as of no effect; what fails there is in the log
 /// only.
-int RecordOutcome(Database& database, const Outcome& outcome, std::vector<Transition>& changes,
+int RecordOutcome(Database& database, Outcome& outcome, std::vector<Transition>& changes,
                   std::chrono::seconds settled = kSolutionTime);
 
 }  // namespace trevlin

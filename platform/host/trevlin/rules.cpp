@@ -9,7 +9,7 @@ namespace trevlin {
 
 namespace {
 
-constexpr std::string_view kOperators[] = {"<", "<=", ">", ">=", "==", "!=", "has"};
+constexpr std::string_view kOperators[] = {"<", "<=", ">", ">=", "==", "!=", "has", "absent"};
 
 Truth Of(bool truth) {
   return truth ? Truth::kTrue : Truth::kFalse;
@@ -26,6 +26,10 @@ bool HasWord(const std::string& words, const std::string& word) {
 
 Truth Compare(const Condition& condition, const Facts& facts) {
   const auto found = facts.find(condition.fact);
+  if (condition.comparison == Operator::kAbsent) {
+    if (found == facts.end() || std::holds_alternative<std::monostate>(found->second)) return Truth::kUnknown;
+    return Of(std::holds_alternative<Absent>(found->second));
+  }
   if (found == facts.end() || found->second.index() != condition.value.index()) return Truth::kUnknown;
   const FactValue& fact = found->second;
   const FactValue& value = condition.value;
@@ -44,6 +48,8 @@ Truth Compare(const Condition& condition, const Facts& facts) {
       return Of(fact != value);
     case Operator::kHas:
       return Of(HasWord(std::get<std::string>(fact), std::get<std::string>(value)));
+    case Operator::kAbsent:
+      break;  // compares with no value
   }
   return Truth::kUnknown;
 }
@@ -132,7 +138,21 @@ void AddFactNames(const Rule& rule, std::set<std::string, std::less<>>& names) {
   if (rule.clear) AddNames(*rule.clear, names);
 }
 
+std::set<int> Explained(const std::vector<int>& there, const Explanations& explanations) {
+  std::set<int> explained;
+  std::vector<int> left = there;
+  while (!left.empty()) {
+    const auto found = explanations.find(left.back());
+    left.pop_back();
+    if (found == explanations.end()) continue;
+    for (const int code : found->second)
+      if (explained.insert(code).second) left.push_back(code);
+  }
+  return explained;
+}
+
 std::string ToText(const FactValue& value) {
+  if (std::holds_alternative<Absent>(value)) return "none";
   if (const bool* truth = std::get_if<bool>(&value)) return *truth ? "true" : "false";
   if (const std::string* text = std::get_if<std::string>(&value)) return "\"" + *text + "\"";
   const double* number = std::get_if<double>(&value);
@@ -144,7 +164,8 @@ std::string ToText(const FactValue& value) {
 
 std::string ToText(const Condition& condition) {
   if (condition.kind == Condition::Kind::kFact)
-    return condition.fact + " " + std::string(NameOf(condition.comparison)) + " " + ToText(condition.value);
+    return condition.fact + " " + std::string(NameOf(condition.comparison)) +
+           (condition.comparison == Operator::kAbsent ? "" : " " + ToText(condition.value));
   std::string text;
   for (const Condition& part : condition.parts) {
     if (!text.empty()) text += condition.kind == Condition::Kind::kAll ? " and " : " or ";
@@ -163,6 +184,8 @@ std::string ToText(const Rule& rule) {
   std::string text = ToText(rule.when);
   if (rule.hold.IsSet()) text += ", for " + ToText(rule.hold);
   if (rule.clear) text += ", until " + ToText(*rule.clear);
+  for (const int code : rule.explains)
+    text += (code == rule.explains.front() ? ", explains " : ", ") + std::to_string(code);
   return text;
 }
 

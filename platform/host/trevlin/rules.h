@@ -5,6 +5,7 @@
 /// Thread rule: callable from any thread; an object belongs to one thread at a time.
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -17,7 +18,7 @@ namespace trevlin {
 
 enum class Truth { kFalse, kTrue, kUnknown };
 
-enum class Operator { kLess, kLessOrEqual, kGreater, kGreaterOrEqual, kEqual, kNotEqual, kHas };
+enum class Operator { kLess, kLessOrEqual, kGreater, kGreaterOrEqual, kEqual, kNotEqual, kHas, kAbsent };
 
 /// "<", "==" and so on.
 std::string_view NameOf(Operator comparison);
@@ -28,7 +29,7 @@ struct Condition {
   Kind kind = Kind::kFact;
   std::string fact{};  ///< kFact: its name; "setting:KEY" for a settings key
   Operator comparison = Operator::kEqual;
-  FactValue value{};
+  FactValue value{};               ///< none for kAbsent
   std::vector<Condition> parts{};  ///< the others: what is joined, one part for kNot
 };
 
@@ -47,8 +48,15 @@ struct Rule {
   Condition when{};
   Hold hold{};
   std::optional<Condition> clear{};
-  bool isEvent = false;  ///< what has happened: no solution makes it untrue
+  bool isEvent = false;         ///< what has happened: no solution makes it untrue
+  std::vector<int> explains{};  ///< issues that are not told while this one is there: they come of it
 };
+
+/// Which issues each one explains, by its code.
+using Explanations = std::map<int, std::vector<int>>;
+
+/// All that the issues `there` explain, and what these would explain in turn.
+std::set<int> Explained(const std::vector<int>& there, const Explanations& explanations);
 
 /// How often and how long a rule's condition has held so far; all 0 when it has not held of late.
 struct History {
@@ -90,7 +98,7 @@ void AddFactNames(const Rule& rule, std::set<std::string, std::less<>>& names);
 std::string ToText(const Condition& condition);
 /// "120 s", "3 of 5 runs"; empty for none.
 std::string ToText(const Hold& hold);
-/// The condition, how long it has to hold, and when the issue is gone again.
+/// The condition, how long it has to hold, when the issue is gone again, and what it explains.
 std::string ToText(const Rule& rule);
 std::string ToText(const FactValue& value);
 

@@ -25,7 +25,7 @@ constexpr int kDeepest = 100;
 
 constexpr Operator kOperators[] = {
     Operator::kLess,  Operator::kLessOrEqual, Operator::kGreater, Operator::kGreaterOrEqual,
-    Operator::kEqual, Operator::kNotEqual,    Operator::kHas};
+    Operator::kEqual, Operator::kNotEqual,    Operator::kHas,     Operator::kAbsent};
 
 // In the order of the kinds, which is that of a value's alternatives after the unknown one.
 std::string NameOf(FactKind kind) {
@@ -81,8 +81,11 @@ class Parser {
   const Json::Value& Rules(const Json::Value& document) const;
   Rule ReadRule(const Json::Value& value) const;
   Hold ReadHold(const Json::Value& value) const;
+  static std::vector<int> ReadExplained(const Json::Value& value);
+  static void CheckCircle(const Rule& rule, const Json::Value& value, const Explanations& explanations);
   Condition ReadCondition(const Json::Value& value) const;
   Condition ReadComparison(const Json::Value& value) const;
+  void CheckFact(const Json::Value& value, const std::string& fact, std::optional<FactKind> kind) const;
   RuleMistake MistakeAt(const Wrong& wrong) const;
 
   const std::string_view m_text;
@@ -92,6 +95,7 @@ class Parser {
 
 RuleFile Parser::Read() {
   RuleFile file;
+  Explanations explanations;
   try {
     const Json::Value document = ReadJson();
     for (const Json::Value& each : Rules(document)) {
@@ -105,6 +109,10 @@ RuleFile Parser::Read() {
         if (std::any_of(file.rules.begin(), file.rules.end(),
                         [&](const Rule& other) { return other.code == rule.code; }))
           Refuse(each["code"], "code " + std::to_string(rule.code) + " has a rule already");
+        if (!rule.explains.empty()) {
+          CheckCircle(rule, each["explains"], explanations);
+          explanations[rule.code] = rule.explains;
+        }
         file.rules.push_back(std::move(rule));
       } catch (const Wrong& wrong) {
         file.mistakes.push_back(MistakeAt(wrong));
@@ -176,7 +184,7 @@ const Json::Value& Parser::Rules(const Json::Value& document) const {
 }
 
 Rule Parser::ReadRule(const Json::Value& value) const {
-  CheckMembers(value, "a rule", {"code", "group", "when", "for", "clear", "event"});
+  CheckMembers(value, "a rule", {"code", "group", "when", "for", "clear", "event", "explains"});
   Rule rule;
   rule.code = Integer(Member(value, "a rule", "code"), "code", 1, INT32_MAX);
   const Json::Value& group = Member(value, "a rule", "group");
@@ -190,7 +198,22 @@ Rule Parser::ReadRule(const Json::Value& value) const {
     if (!value["event"].isBool()) Refuse(value["event"], "\"event\" must be true or false");
     rule.isEvent = value["event"].asBool();
   }
+  if (value.isMember("explains")) rule.explains = ReadExplained(value["explains"]);
   return rule;
+}
+
+std::vector<int> Parser::ReadExplained(const Json::Value& value) {
+  if (!value.isArray() || value.empty()) Refuse(value, "\"explains\" must be an array of codes");
+  std::vector<int> codes;
+  for (const Json::Value& each : value) codes.push_back(Integer(each, "explains", 1, INT32_MAX));
+  return codes;
+}
+
+/// Issues that explain each other would hide each other.
+void Parser::CheckCircle(const Rule& rule, const Json::Value& value, const Explanations& explanations) {
+  const bool explainsItself = std::find(rule.explains.begin(), rule.explains.end(), rule.code) != rule.explains.end();
+  if (explainsItself || Explained(rule.explains, explanations).contains(rule.code))
+    Refuse(value, "code " + std::to_string(rule.code) + " would explain itself");
 }
 
 Hold Parser::ReadHold(const Json::Value& value) const {
@@ -255,24 +278,33 @@ Condition Parser::ReadComparison(const Json::Value& value) const {
   Condition condition;
   condition.fact = value["fact"].asString();
   condition.comparison = ReadOperator(Member(value, kWhat, "is"));
+  if (condition.comparison == Operator::kAbsent) {
+    if (value.isMember("value")) Refuse(value["value"], "\"absent\" compares with no value");
+    CheckFact(value, condition.fact, std::nullopt);
+    return condition;
+  }
   condition.value = ReadValue(Member(value, kWhat, "value"));
   const auto kind = static_cast<FactKind>(condition.value.index() - 1);
-  if (condition.fact.starts_with(kSettingPrefix)) {
-    if (const char* problem = settings::KeyProblem(std::string_view(condition.fact).substr(kSettingPrefix.size())))
-      Refuse(value["fact"], Quoted(condition.fact) + ": " + problem);
-  } else {
-    const auto known = m_facts.find(condition.fact);
-    if (known == m_facts.end()) Refuse(value["fact"], "unknown fact " + Quoted(condition.fact));
-    if (known->second != kind)
-      Refuse(value["value"],
-             Quoted(condition.fact) + " is " + NameOf(known->second) + ", the value is " + NameOf(kind));
-  }
+  CheckFact(value, condition.fact, kind);
   if (const auto needed = KindFor(condition.comparison).value_or(kind); needed != kind)
     Refuse(value["is"],
            Quoted(NameOf(condition.comparison)) + " needs " + NameOf(needed) + ", the value is " + NameOf(kind));
   if (condition.comparison == Operator::kHas && !IsWord(std::get<std::string>(condition.value)))
     Refuse(value["value"], "the value is not one word");
   return condition;
+}
+
+/// `kind`: of the value that it is compared with.
+void Parser::CheckFact(const Json::Value& value, const std::string& fact, std::optional<FactKind> kind) const {
+  if (fact.starts_with(kSettingPrefix)) {
+    if (const char* problem = settings::KeyProblem(std::string_view(fact).substr(kSettingPrefix.size())))
+      Refuse(value["fact"], Quoted(fact) + ": " + problem);
+    return;
+  }
+  const auto known = m_facts.find(fact);
+  if (known == m_facts.end()) Refuse(value["fact"], "unknown fact " + Quoted(fact));
+  if (kind && known->second != *kind)
+    Refuse(value["value"], Quoted(fact) + " is " + NameOf(known->second) + ", the value is " + NameOf(*kind));
 }
 
 RuleMistake Parser::MistakeAt(const Wrong& wrong) const {

@@ -34,10 +34,13 @@ constexpr char kInsertTransition[] =
     "INSERT INTO inferenceTBL (registerTime, lastUpdatedTime, issueCode, TR, solutionCode) VALUES "
     "(coalesce(nullif(?1, ''), (SELECT min(registerTime) FROM inferenceTBL WHERE issueCode = ?3), ?2), ?2, ?3, ?4, ?5)";
 // A row whose time is none could be newer than every other for ever.
+#define VEXILO_HAS_TIME \
+  "lastUpdatedTime GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]' "
 constexpr char kSelectNewestTransition[] =
-    "SELECT lastUpdatedTime, TR FROM inferenceTBL WHERE issueCode = ?1 AND "
-    "lastUpdatedTime GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]' "
+    "SELECT lastUpdatedTime, TR FROM inferenceTBL WHERE issueCode = ?1 AND " VEXILO_HAS_TIME
     "ORDER BY lastUpdatedTime DESC, TR DESC LIMIT 1";
+constexpr char kSelectStanding[] = "SELECT CAST(issueCode AS INTEGER) FROM inferenceTBL WHERE " VEXILO_HAS_TIME
+                                   "GROUP BY issueCode HAVING max(lastUpdatedTime || TR) LIKE '%1' ORDER BY 1";
 constexpr char kPruneTransitions[] =
     "DELETE FROM inferenceTBL WHERE issueCode = ?1 AND rowid NOT IN (SELECT rowid FROM inferenceTBL "
     "WHERE issueCode = ?1 ORDER BY lastUpdatedTime DESC, rowid DESC LIMIT ?2)";
@@ -173,6 +176,16 @@ int Database::NewestSolution(int issueCode, _DTSolDBRecord& out) {
       [&](sqlite3_stmt* statement) { BindText(statement, 1, code); },
       [&](sqlite3_stmt* row) { found = SolutionOfRow(row); });
   if (result == TREVLIN_OK) out = std::move(found);
+  return result;
+}
+
+int Database::StandingIssues(std::vector<int>& out) {
+  out.clear();
+  SqliteStatement statement;
+  const int result = Query(
+      m_inference, statement, kSelectStanding, [](sqlite3_stmt*) {},
+      [&](sqlite3_stmt* row) { out.push_back(sqlite3_column_int(row, 0)); });
+  if (result != TREVLIN_OK) out.clear();
   return result;
 }
 

@@ -72,6 +72,10 @@ class Database {
   /// `out` is untouched unless the result is TREVLIN_OK.
   int NewestSolution(int issueCode, _DTSolDBRecord& out);
 
+  /// The codes of the issues whose newest row, of equal times one that is true, says that they are there, in their
+  /// order. `out` is replaced, by nothing when the result is not TREVLIN_OK.
+  int StandingIssues(std::vector<int>& out);
+
   /// Every row, oldest first. `out` is replaced, by nothing when the result is not TREVLIN_OK.
   int AllTransitions(std::vector<Transition>& out);
   int AllSolutions(std::vector<_DTSolDBRecord>& out);

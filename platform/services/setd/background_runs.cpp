@@ -85,7 +85,7 @@ bool BackgroundRuns::WaitForNext(std::chrono::seconds most) {
 void BackgroundRuns::RunOnce() {
   if (!m_inference.HasRules()) return;
   std::vector<trevlin::Transition> changes;
-  const trevlin::Outcome outcome = m_inference.Run(trevlin::kLongestRun);
+  trevlin::Outcome outcome = m_inference.Run(trevlin::kLongestRun);
   if (trevlin::RecordOutcome(m_database, outcome, changes) == TREVLIN_OK) ApplyBackgroundSolutions(m_database, outcome);
 }
 

@@ -67,6 +67,7 @@ struct Run {
   const std::vector<trevlin::Rule>& rules;
   const trevlin::Outcome& outcome;
   const std::vector<trevlin::Transition>& changes;
+  const std::vector<int>& standing;  ///< the issues that are there, whoever found them, and when
   const Titles& titles;
 
   bool HasChanged(int code) const {
@@ -95,6 +96,12 @@ Json::Value ToJson(const Run& told) {
     issue["title"] = told.titles.OfIssue(each.issueCode);
     issue["true"] = each.isTrue;
     issue["changed"] = told.HasChanged(each.issueCode);
+  }
+  run["there"] = Json::arrayValue;
+  for (const int code : told.standing) {
+    Json::Value& issue = run["there"].append(Json::objectValue);
+    issue["code"] = code;
+    issue["title"] = told.titles.OfIssue(code);
   }
   run["undecided"] = Json::arrayValue;
   for (const trevlin::Rule& rule : told.rules)
@@ -138,6 +145,11 @@ void PrintIssues(const Run& run) {
     any = true;
     const char* now = !each.isTrue ? "cleared" : changed ? "true, new" : "true";
     table.Add({std::to_string(each.issueCode), now, run.titles.OfIssue(each.issueCode)});
+  }
+  for (const int code : run.standing) {
+    if (run.IsDecided(code)) continue;
+    any = true;
+    table.Add({std::to_string(code), "true, not decided now", run.titles.OfIssue(code)});
   }
   if (!any) return;
   table.Print();
@@ -200,12 +212,14 @@ void AddFact(Listing& listing, const trevlin::FactDescription& fact, std::string
 void EngineRun(const Arguments& arguments) {
   Inference inference(trevlin::MakeCollectors());
   LoadRules(inference);
-  const trevlin::Outcome outcome = inference.Run(trevlin::kLongestRun);
+  trevlin::Outcome outcome = inference.Run(trevlin::kLongestRun);
   trevlin::Database database(trevlin::Database::Access::kReadWrite);
   std::vector<trevlin::Transition> changes;
   const int result = RecordOutcome(database, outcome, changes);
+  std::vector<int> standing;
+  database.StandingIssues(standing);
   const Titles titles;
-  const Run run{inference.Rules(), outcome, changes, titles};
+  const Run run{inference.Rules(), outcome, changes, standing, titles};
   if (arguments.json)
     Print(JsonLine(ToJson(run)));
   else
@@ -264,6 +278,8 @@ void EngineRulesList(const Arguments& arguments) {
           object["when"] = ToText(rule.when);
           object["for"] = ToText(rule.hold);
           object["clear"] = rule.clear ? ToText(*rule.clear) : "";
+          object["explains"] = Json::arrayValue;
+          for (const int code : rule.explains) object["explains"].append(code);
           object["title"] = title;
           return object;
         },

@@ -70,10 +70,15 @@ std::optional<double> SecondsSinceStart(const Machine& machine);
 std::optional<double> RiseWithin(const Machine& machine, const std::string& counter, double value,
                                  std::chrono::seconds window);
 
-/// Adds a fact when it is known.
+/// Adds a fact when there is something to tell.
 template <typename Value>
 void AddFact(Facts& facts, std::string_view name, const std::optional<Value>& value) {
   if (value) facts.insert_or_assign(std::string(name), FactValue(*value));
+}
+
+/// Says that a fact was asked for and could not be told this time, as when a service does not answer.
+inline void AddUnknown(Facts& facts, std::string_view name) {
+  facts.insert_or_assign(std::string(name), FactValue());
 }
 
 }  // namespace trevlin
