@@ -329,13 +329,15 @@ TEST(Display, FactsFollowFromTheConnectors) {
   } kMachines[] = {
       {"below what the screen prefers",
        {{"HDMI-A-1", true, hd, {{1280, 720}}}},
-       "connected=1 connectors=1 edid_present=yes edid_valid=yes mode=1280x720 mode_below_preferred=yes"},
+       "connected=1 connectors=1 edid_present=yes edid_valid=yes mode=1280x720 mode_below_preferred=yes "
+       "mode_pixels=921600"},
       {"one of two shows less",
        {{"DP-1", true, hd, {{3840, 2160}}}, {"DP-2", true, hd, {{800, 600}}}},
-       "connected=2 connectors=2 edid_present=yes edid_valid=yes mode=3840x2160 mode_below_preferred=yes"},
+       "connected=2 connectors=2 edid_present=yes edid_valid=yes mode=3840x2160 mode_below_preferred=yes "
+       "mode_pixels=8.2944e+06"},
       {"an adapter without a description",
        {{"HDMI-A-1", true, "", {{1024, 768}}}},
-       "connected=1 connectors=1 edid_present=no mode=1024x768"},
+       "connected=1 connectors=1 edid_present=no mode=1024x768 mode_pixels=786432"},
   };
   for (const auto& machine : kMachines) {
     Facts facts;

@@ -121,10 +121,13 @@ TEST(Collectors, TellWhatEachMachineGives) {
        "cpu.throttled=no storage.read_only=no storage.system_read_only_error=no storage.fs_errors=? "
        "storage.wear_percent=? storage.pre_eol=? power.watchdog_reset=no power.on_battery_low=? clock.zone=no"},
       {"board with too little voltage, on a battery", kBoard,
-       "cpu.temperature=83 cpu.throttled=no power.undervoltage=yes power.on_battery_low=yes "
+       "cpu.temperature=83 cpu.throttled=no power.undervoltage=yes power.undervoltage_since_start=yes "
+       "power.on_battery_low=yes "
        "clock.synchronised=yes clock.zone=no power.uptime_days=? storage.read_only=?"},
-      {"virtual machine",
-       {{"/proc/loadavg", "0.50 0.40 0.30 1/80 99\n"},
+      {"virtual machine made of a container's image",
+       {{"/.dockerenv", ""},
+        {"/proc/self/mounts", "proc /proc proc rw 0 0\n/dev/vda / ext4 rw,relatime 0 0\n"},
+        {"/proc/loadavg", "0.50 0.40 0.30 1/80 99\n"},
         {"/proc/stat", "cpu  1\ncpu0 1\ncpu1 1\n"},
         {"/proc/cpuinfo", "processor\t: 0\nflags\t\t: fpu hypervisor\n"}},
        "machine.kind=vm cpu.load_per_core=0.25 cpu.temperature=? cpu.throttled=? power.undervoltage=? "
@@ -146,10 +149,11 @@ TEST(Collectors, TellWhatEachMachineGives) {
        "storage.pre_eol=yes storage.wear_percent=40 storage.fs_errors=2"},
       {"container, whose machine ran out of memory",
        {{"/.dockerenv", ""},
+        {"/proc/self/mounts", "overlay / overlay rw,relatime 0 0\n/dev/vda /etc/hosts ext4 rw 0 0\n"},
         {"/proc/uptime", "3600 1"},
         {"/proc/vmstat", "oom_kill 2\n"},
         {"/sys/fs/cgroup/memory.events", "oom 1\noom_kill 0\n"}},
-       "memory.oom_kills_recent=0"},
+       "machine.kind=container memory.oom_kills_recent=0"},
       {"container without a service manager",
        {{"/proc/1/environ", "PATH=/bin\0container=podman\0"s}},
        "machine.kind=container"},

@@ -183,11 +183,11 @@ const Facts kWell = FactsOf(R"(
   network.interface=yes network.link=yes network.kind=wired network.address=yes network.fallback_address=no
   network.default_route=yes network.gateway_reachable=yes network.name_server=yes network.name_resolution=yes
   network.receive_errors_percent=0 network.link_speed_mbit=100 network.half_duplex=no
-  display.connected=1 display.mode=1920x1080 display.mode_below_preferred=no display.edid_present=yes
-  display.edid_valid=yes
+  display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
+  display.edid_present=yes display.edid_valid=yes
   sound.cards=1 sound.muted=no sound.volume_percent=40
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
-  power.undervoltage=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
+  power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
   clock.set=yes clock.synchronised=yes clock.zone=yes
   services.failed=0 services.failed_names= services.crashes_week=0
@@ -326,7 +326,9 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10070002, "input.devices=0 input.remote=no"},
       {10080001, "cpu.temperature=97 cpu.temperature_margin=3"},
       {10080005, "power.uptime_days=200"},
-      {10100001, "display.mode_below_preferred=yes display.mode=1280x720"},
+      {10100001, "display.mode_below_preferred=yes display.mode=1360x768 display.mode_pixels=1044480"},
+      {10080003, "power.undervoltage=yes power.undervoltage_since_start=yes"},
+      {20080005, "power.undervoltage_since_start=yes"},
       {10100002, "display.edid_present=no display.edid_valid=? display.mode=800x600"},
       {10100003, "display.edid_valid=no"},
       {20040001, "storage.wear_percent=90"},

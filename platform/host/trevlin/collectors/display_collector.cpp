@@ -91,6 +91,7 @@ class DisplayCollector final : public Collector {
         {"display.connectors", kNumber, "", "plugs for screens, built-in panels included"},
         {"display.connected", kNumber, "", "of these, the ones with a screen"},
         {"display.mode", kText, "", "what the largest screen shows, as 1920x1080"},
+        {"display.mode_pixels", kNumber, "", "of that: 2073600 are Full HD"},
         {"display.mode_below_preferred", kTruth, "", "a screen shows fewer pixels than it prefers"},
         {"display.edid_present", kTruth, "", "all screens with a plug (DP, DVI, HDMI, VGA) describe themselves"},
         {"display.edid_valid", kTruth, "", "header, checksum and length of all descriptions are right"},

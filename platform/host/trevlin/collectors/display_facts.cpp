@@ -98,8 +98,10 @@ void AddDisplayFacts(const std::vector<Connector>& connectors, Facts& facts) {
   if (connected > 0 || allTell) AddFact<double>(facts, "display.connected", connected);
   AddFact(facts, "display.edid_present", present.Get());
   AddFact(facts, "display.edid_valid", valid.Get());
-  if (largest)
-    AddFact<std::string>(facts, "display.mode", std::to_string(largest->width) + "x" + std::to_string(largest->height));
+  if (largest) {
+    facts["display.mode"] = std::to_string(largest->width) + "x" + std::to_string(largest->height);
+    facts["display.mode_pixels"] = static_cast<double>(largest->Area());
+  }
   if (const auto isFull = fullSize.Get()) AddFact<bool>(facts, "display.mode_below_preferred", !*isFull);
 }
 

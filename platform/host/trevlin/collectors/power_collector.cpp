@@ -15,6 +15,7 @@ using namespace std::chrono_literals;
 constexpr double kLowPercent = 10;
 constexpr unsigned kResetByWatchdog = 0x20;  // WDIOF_CARDRESET of <linux/watchdog.h>
 constexpr uint64_t kBoardUndervoltage = 0x1;
+constexpr int kSinceStart = 16;  // bits higher
 
 class PowerCollector : public Collector {
  public:
@@ -24,6 +25,7 @@ class PowerCollector : public Collector {
   std::vector<FactDescription> Describe() const override {
     return {
         {"power.undervoltage", FactKind::kTruth, "", "the board gets too little voltage right now"},
+        {"power.undervoltage_since_start", FactKind::kTruth, "", "it has got too little since it was started"},
         {"power.unclean_shutdown", FactKind::kTruth, "", "the set lost its power or hung before this start"},
         {"power.uptime_days", FactKind::kNumber, "days", "time since the machine was started"},
         {"power.watchdog_reset", FactKind::kTruth, "", "the last start was forced because the machine hung"},
@@ -32,7 +34,9 @@ class PowerCollector : public Collector {
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
-    AddFact(facts, "power.undervoltage", HasUndervoltage(machine));
+    const auto board = ReadBoardThrottling(machine);
+    AddFact(facts, "power.undervoltage", HasUndervoltage(machine, board));
+    if (board) facts["power.undervoltage_since_start"] = (*board >> kSinceStart & kBoardUndervoltage) != 0;
     AddFact(facts, "power.unclean_shutdown", WasUnclean(machine));
     if (const auto seconds = SecondsSinceStart(machine)) facts["power.uptime_days"] = *seconds / 86400;
     AddFact(facts, "power.watchdog_reset", WasReset(machine));
@@ -40,9 +44,9 @@ class PowerCollector : public Collector {
   }
 
  private:
-  static std::optional<bool> HasUndervoltage(const Machine& machine) {
+  static std::optional<bool> HasUndervoltage(const Machine& machine, std::optional<uint64_t> board) {
     std::optional<bool> low;
-    if (const auto bits = ReadBoardThrottling(machine)) low = (*bits & kBoardUndervoltage) != 0;
+    if (board) low = (*board & kBoardUndervoltage) != 0;
     const std::string folder = "/sys/class/hwmon/";
     for (const std::string& name : ListNames(machine, folder)) {
       if (ReadLine(machine, folder + name + "/name") != "rpi_volt") continue;

@@ -111,6 +111,14 @@ FdHandle LockReadings() {
   return lock;
 }
 
+/// Whether the root folder is a disk's: "/dev/vda / ext4 rw,relatime 0 0".
+bool IsOnDisk(const Machine& machine) {
+  const std::string mounts = ReadText(machine, "/proc/self/mounts").value_or("");
+  for (const std::string_view line : SplitLines(mounts))
+    if (const auto words = SplitWords(line); words.size() > 2 && words[1] == "/") return words[0].starts_with("/dev/");
+  return false;
+}
+
 }  // namespace
 
 std::optional<std::string> ReadText(const Machine& machine, std::string_view path) {
@@ -208,10 +216,11 @@ std::optional<double> FindNumber(std::string_view list, std::string_view key) {
 }
 
 bool IsContainer(const Machine& machine) {
-  // systemd's interface for containers, and what those who make them leave in the root folder.
-  constexpr std::string_view kSigns[] = {"/run/systemd/container", "/run/host/container-manager", "/.dockerenv",
-                                         "/run/.containerenv"};
+  // systemd's interface for containers, and what those who make them leave.
+  constexpr std::string_view kSigns[] = {"/run/systemd/container", "/run/host/container-manager", "/run/.containerenv"};
   if (std::any_of(std::begin(kSigns), std::end(kSigns), [&](auto sign) { return Exists(machine, sign); })) return true;
+  // In a virtual machine whose disk was made of a container's image it is left over.
+  if (Exists(machine, "/.dockerenv") && !IsOnDisk(machine)) return true;
   const std::string environment = ReadText(machine, "/proc/1/environ").value_or("");
   return environment.starts_with("container=") || environment.find("\0container="s) != environment.npos;
 }
