@@ -3,8 +3,10 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
+#include "base/netlink.h"
 #include "support/captured_machine.h"
 #include "support/test.h"
 #include "trevlin/collectors/collectors.h"
@@ -32,6 +34,72 @@ struct Row {
 
 void ExpectFacts(std::unique_ptr<Collector> (*make)(), const std::vector<Row>& rows) {
   for (const Row& row : rows) EXPECT_EQ(Text(CapturedMachine(row.files).Collect(*make())), row.facts) << row.what;
+}
+
+// --- The kernel's answers --------------------------------------------------------------------------------------------
+
+/// A message with so many zeros behind its header, without padding.
+std::string Message(uint16_t type, uint32_t question, size_t body, uint32_t claimed = 0) {
+  nlmsghdr header{};
+  header.nlmsg_len = claimed ? claimed : static_cast<uint32_t>(sizeof header + body);
+  header.nlmsg_type = type;
+  header.nlmsg_seq = question;
+  return std::string(reinterpret_cast<const char*>(&header), sizeof header) + std::string(body, '\0');
+}
+
+TEST(Netlink, NoDatagramIsReadBeyondItsEnd) {
+  const std::string whole = Message(RTM_NEWLINK, 7, 16), done = Message(NLMSG_DONE, 7, 4);
+  const struct {
+    const char* what;
+    std::string bytes;
+    int visited;
+    std::optional<int> result;
+  } kRows[] = {
+      {"two messages and the end", whole + whole + done, 2, 0},
+      {"more to come", whole, 1, std::nullopt},
+      {"an answer to somebody else's question", Message(RTM_NEWLINK, 6, 16) + done, 0, 0},
+      {"no padding at the end", whole + Message(RTM_NEWLINK, 7, 1), 2, std::nullopt},
+      {"longer than the datagram", whole + Message(RTM_NEWLINK, 7, 4, 4096), 1, std::nullopt},
+      {"longer than any number", Message(RTM_NEWLINK, 7, 4, UINT32_MAX), 0, std::nullopt},
+      {"shorter than its header", Message(RTM_NEWLINK, 7, 4, 15) + done, 0, std::nullopt},
+      {"half a header", whole + std::string(8, '\1'), 1, std::nullopt},
+      {"an error without its number", Message(NLMSG_ERROR, 7, 2), 0, EPROTO},
+      {"nothing", "", 0, std::nullopt},
+  };
+  // Behind the last byte, but for padding, is a page that ends who reads it.
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto* const pages =
+      static_cast<std::byte*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
+  for (const auto& [what, bytes, visited, result] : kRows) {
+    std::byte* const from = pages + page - NLMSG_ALIGN(bytes.size());
+    std::memcpy(from, bytes.data(), bytes.size());
+    int count = 0;
+    const auto visit = [&](const nlmsghdr&) { ++count; };
+    EXPECT_EQ(netlink::VisitMessages({from, bytes.size()}, 7, visit), result) << what;
+    EXPECT_EQ(count, visited) << what;
+  }
+  munmap(pages, 2 * page);
+}
+
+TEST(Netlink, WhatIsNotTheKernelsIsNoAnswer) {
+  netlink::Socket socket(NETLINK_ROUTE);
+  int links = 0;
+  const auto count = [&](const nlmsghdr&) { ++links; };
+  ASSERT_EQ(socket.Dump(RTM_GETLINK, ifinfomsg{}, count), 0);
+  const int all = std::exchange(links, 0);
+  ASSERT_GT(all, 0);
+  // The first socket of a process has its id.
+  const FdHandle stranger(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+  sockaddr_nl to{};
+  to.nl_family = AF_NETLINK;
+  to.nl_pid = static_cast<uint32_t>(getpid());
+  const std::string end = Message(NLMSG_DONE, 2, 4);
+  if (sendto(stranger.get(), end.data(), end.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to) < 0 &&
+      errno == EPERM)
+    GTEST_SKIP() << "only who administers the network may send to the sockets of others";
+  EXPECT_EQ(socket.Dump(RTM_GETLINK, ifinfomsg{}, count), 0);
+  EXPECT_EQ(links, all);
 }
 
 // --- Network ---------------------------------------------------------------------------------------------------------

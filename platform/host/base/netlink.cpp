@@ -34,6 +34,19 @@ int ErrorIn(const nlmsghdr& message) {
 
 }  // namespace
 
+std::optional<int> VisitMessages(std::span<const std::byte> datagram, uint32_t question, const Visitor& visit) {
+  // Signed: the last message's padding may be missing, and then less than nothing is left.
+  auto left = static_cast<int>(datagram.size());
+  for (const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data()); NLMSG_OK(message, left);
+       message = NLMSG_NEXT(message, left)) {
+    if (message->nlmsg_seq != question) continue;
+    if (message->nlmsg_type == NLMSG_DONE) return 0;
+    if (message->nlmsg_type == NLMSG_ERROR) return ErrorIn(*message);
+    visit(*message);
+  }
+  return std::nullopt;
+}
+
 Socket::Socket(int protocol) : m_fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol)) {}
 
 bool Socket::Send(uint16_t type, std::span<const std::byte> body) {
@@ -49,24 +62,36 @@ bool Socket::Send(uint16_t type, std::span<const std::byte> body) {
   return sendmsg(m_fd.get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(header.nlmsg_len);
 }
 
+// What somebody else sent is an empty datagram.
+int Socket::Receive(std::span<std::byte> buffer, std::span<const std::byte>& datagram) {
+  sockaddr_nl sender{};
+  iovec part{buffer.data(), buffer.size()};
+  msghdr message{};
+  message.msg_name = &sender;
+  message.msg_namelen = sizeof sender;
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  datagram = {};
+  const ssize_t got = recvmsg(m_fd.get(), &message, 0);
+  if (got < 0 && (errno == EINTR || errno == EAGAIN)) return 0;
+  if (got <= 0) return got < 0 ? errno : EPROTO;
+  // Any process may send to this socket; the kernel is number 0.
+  if (message.msg_namelen != sizeof sender || sender.nl_pid != 0) return 0;
+  if (message.msg_flags & MSG_TRUNC) return EMSGSIZE;
+  datagram = buffer.first(static_cast<size_t>(got));
+  return 0;
+}
+
 int Socket::DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit) {
   if (!m_fd) return EBADF;
   const Clock::time_point end = Clock::now() + kPatience;
   if (!Send(type, body)) return errno;
-  alignas(nlmsghdr) char buffer[32768];
+  alignas(nlmsghdr) std::byte buffer[32768];
   for (;;) {
+    std::span<const std::byte> datagram;
     if (const int error = AwaitPart(m_fd.get(), end)) return error;
-    const ssize_t got = recv(m_fd.get(), buffer, sizeof buffer, 0);
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (got <= 0) return got < 0 ? errno : EPROTO;
-    auto left = static_cast<unsigned int>(got);
-    for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
-         message = NLMSG_NEXT(message, left)) {
-      if (message->nlmsg_seq != m_question) continue;
-      if (message->nlmsg_type == NLMSG_DONE) return 0;
-      if (message->nlmsg_type == NLMSG_ERROR) return ErrorIn(*message);
-      visit(*message);
-    }
+    if (const int error = Receive(buffer, datagram)) return error;
+    if (const std::optional<int> result = VisitMessages(datagram, m_question, visit)) return *result;
   }
 }
 

@@ -19,6 +19,11 @@ namespace netlink {
 
 using Visitor = std::function<void(const nlmsghdr& message)>;
 
+/// One datagram of an answer: each whole message in it that answers `question` goes to `visit`, up to the answer's end.
+/// Then 0, or the errno that the kernel tells; nothing when more datagrams follow. Any bytes may be in it: what claims
+/// to be longer than the datagram, and all behind it, is left out. `datagram` is aligned for a header.
+std::optional<int> VisitMessages(std::span<const std::byte> datagram, uint32_t question, const Visitor& visit);
+
 /// One conversation with the kernel. For one thread at a time.
 class Socket {
  public:
@@ -27,8 +32,9 @@ class Socket {
   explicit operator bool() const { return static_cast<bool>(m_fd); }
 
   /// Asks for all of a kind: `type` as in the header (RTM_GETLINK), `body` what follows the header, attributes
-  /// included. Each message of the answer, at least a header long, goes to `visit`. 0 or an errno: ETIME when the
-  /// answer did not end within a second; what was visited until then may be part of the whole.
+  /// included. Each message of the answer, at least a header long, goes to `visit`; what others than the kernel send is
+  /// not looked at. 0 or an errno: ETIME when the answer did not end within a second, EMSGSIZE when a part of it was
+  /// cut off; what was visited until then may be part of the whole.
   template <typename Body>
   int Dump(uint16_t type, const Body& body, const Visitor& visit) {
     return DumpBytes(type, std::as_bytes(std::span(&body, 1)), visit);
@@ -36,6 +42,7 @@ class Socket {
 
  private:
   int DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit);
+  int Receive(std::span<std::byte> buffer, std::span<const std::byte>& datagram);
   bool Send(uint16_t type, std::span<const std::byte> body);
 
   FdHandle m_fd;
