@@ -9,6 +9,7 @@
 
 #include <regex>
 
+#include "base/atomic_file.h"
 #include "c_handle.h"
 #include "connection.h"
 #include "dlog.h"
@@ -61,6 +62,26 @@ void PlantLink(const fs::path& file) {
 
 void WriteProfile(const std::string& text) {
   WriteHostFile(SystemPath(set_paths::kSetProfile), text);
+}
+
+// --- Files -----------------------------------------------------------------------------------------------------------
+
+TEST(Files, AreReadUpToALimit) {
+  const std::string path = SystemPath("/tmp/file");
+  for (const size_t size : {0, 9, 10, 11, 5000}) {
+    WriteHostFile(path, std::string(size, 'x'));
+    std::string content = "untouched";
+    errno = 0;
+    EXPECT_EQ(ReadWholeFile(path, content, Links::kFollow, 10), size <= 10) << size;
+    EXPECT_EQ(errno, size <= 10 ? 0 : EFBIG);
+    EXPECT_EQ(content, size <= 10 ? std::string(size, 'x') : "untouched");
+  }
+  std::string content = "untouched";
+  EXPECT_FALSE(ReadWholeFile("/proc/self/maps", content, Links::kFollow, 100)) << "which tells no size";
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(content, "untouched");
+  EXPECT_EQ(WhyUnread(EFBIG, 100) + WhyUnread(EFBIG) + WhyUnread(ENOENT),
+            "it is larger than 100 bytesit is larger than 16 MiBNo such file or directory");
 }
 
 // --- Log -------------------------------------------------------------------------------------------------------------
@@ -370,6 +391,10 @@ TEST(SystemInformation, IsTheProfilesAndElseTheMachines) {
   WriteProfile("[set]\nmodel_name=Z\nregion kind 5\n");
   ExpectFactsOfTheMachine();
   EXPECT_EQ(Count(Log(), "/etc/vexilo/set.conf is malformed and not used: line 3: "), 1) << Log();
+
+  fs::resize_file(SystemPath(set_paths::kSetProfile), 8ULL << 40);
+  ExpectFactsOfTheMachine();
+  EXPECT_THAT(Log(), HasSubstr("no profile of the set: /etc/vexilo/set.conf: it is larger than 1 MiB\n"));
 }
 
 // --- What the profile and settings keys stand in for -----------------------------------------------------------------

@@ -263,6 +263,12 @@ TEST(Vexiloctl, WhatCannotBeReadFailsWithNameAndReasonAndStaysAsItIs) {
       EXPECT_EQ(ReadHostFile(file), garbage);
       fs::remove(file);
     }
+    if (path == set_paths::kEventLog) {
+      WriteHostFile(file);
+      fs::resize_file(file, 8ULL << 40);
+      expectFailure("it is larger than 16 MiB");
+      fs::remove(file);
+    }
     fs::create_symlink(target, file);
     expectFailure("symbolic link");
     EXPECT_EQ(ReadHostFile(target), garbage);

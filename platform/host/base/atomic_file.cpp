@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 namespace {
@@ -74,7 +76,7 @@ bool SyncFolderOf(const std::string& path) {
   return fsync(handle.get()) == 0 || errno == EINVAL || errno == ENOTSUP;
 }
 
-bool ReadWholeFile(const std::string& path, std::string& content, Links links) {
+bool ReadWholeFile(const std::string& path, std::string& content, Links links, size_t limit) {
   // Without O_NONBLOCK a planted pipe would hold the caller for ever.
   const int noFollow = links == Links::kRefuse ? O_NOFOLLOW : 0;
   const FdHandle file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow));
@@ -84,20 +86,35 @@ bool ReadWholeFile(const std::string& path, std::string& content, Links links) {
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return false;
   }
+  if (static_cast<size_t>(status.st_size) > limit) {
+    errno = EFBIG;
+    return false;
+  }
   std::string read(static_cast<size_t>(status.st_size), '\0');
   size_t size = 0;
-  while (true) {
+  while (size <= limit) {
     // Files of the kernel have no size, and others may grow.
-    if (size == read.size()) read.resize(size + 4096);
+    if (size == read.size()) read.resize(std::min(size + 4096, limit + 1));
     const ssize_t got = ::read(file.get(), read.data() + size, read.size() - size);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return false;
-    if (got == 0) break;
+    if (got == 0) {
+      read.resize(size);
+      content = std::move(read);
+      return true;
+    }
     size += static_cast<size_t>(got);
   }
-  read.resize(size);
-  content = std::move(read);
-  return true;
+  errno = EFBIG;
+  return false;
+}
+
+std::string WhyUnread(int reason, size_t limit) {
+  if (reason != EFBIG) return std::strerror(reason);
+  const char* const units[] = {" bytes", " KiB", " MiB"};
+  size_t unit = 0;
+  for (; unit < 2 && limit % 1024 == 0; ++unit) limit /= 1024;
+  return "it is larger than " + std::to_string(limit) + units[unit];
 }
 
 FdHandle OpenToAppend(const std::string& path) {

@@ -28,9 +28,19 @@ bool SyncFolderOf(const std::string& path);
 /// What to do with a symbolic link at the end of a path.
 enum class Links { kFollow, kRefuse };
 
+/// What a file has at most, in bytes, where its reader does not say otherwise: more than any honest one, and no more
+/// than every process can hold.
+inline constexpr size_t kMostRead = 16 << 20;
+/// That of files that are a line or a few: marks, ids, records, numbers of the kernel.
+inline constexpr size_t kMostNoted = 64 << 10;
+
 /// The whole file, or false with errno, `content` untouched. Regular files only (EINVAL for others), so it never waits
-/// for a writer. A refused link is ELOOP.
-bool ReadWholeFile(const std::string& path, std::string& content, Links links = Links::kFollow);
+/// for a writer. A refused link is ELOOP. A file of more than `limit` bytes is EFBIG, and is not read in.
+bool ReadWholeFile(const std::string& path, std::string& content, Links links = Links::kFollow,
+                   size_t limit = kMostRead);
+
+/// The reason, for people, of a failure of ReadWholeFile() with that limit: "it is larger than 64 KiB" for EFBIG.
+std::string WhyUnread(int reason, size_t limit = kMostRead);
 
 /// Opens a file that grows by appending, for reading too; makes it and its folder where they are not. Without a handle,
 /// errno tells why: ELOOP for a symbolic link, which is not followed, EINVAL for what is no regular file.

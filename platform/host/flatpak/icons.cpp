@@ -27,7 +27,7 @@ constexpr std::chrono::minutes kLimit{1};
 
 bool IsDrawn(const Package& package, const std::string& deployment) {
   std::string drawn;
-  return ReadWholeFile(SystemPath(package.iconDir + "drawn"), drawn, Links::kRefuse) && drawn == deployment;
+  return ReadWholeFile(SystemPath(package.iconDir + "drawn"), drawn, Links::kRefuse, kMostNoted) && drawn == deployment;
 }
 
 void RemoveOthers(const std::vector<Package>& packages) {

@@ -55,7 +55,7 @@ std::vector<std::string> MoreDirs() {
   for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kFlatpakMoreDirs))) {
     const GKeyFileHandle file(g_key_file_new());
     std::string text;
-    if (each.extension() != ".conf" || !ReadWholeFile(each, text) ||
+    if (each.extension() != ".conf" || !ReadWholeFile(each, text, Links::kFollow, kMostNoted) ||
         !g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr))
       continue;
     const GTextArray groups(g_key_file_get_groups(file.get(), nullptr));

@@ -35,7 +35,7 @@ constexpr const char* kTag = log_tags::kPackages;
 constexpr std::string_view kRemoving = ".removing-";
 constexpr char kHiddenNumber = '~';  // no letter of an id
 constexpr int kMaxHidden = 1000;
-constexpr off_t kMaxManifestBytes = 65536;
+constexpr size_t kMaxManifestBytes = 65536;
 
 using DirHandle = std::unique_ptr<DIR, CRelease<&closedir>>;
 
@@ -46,10 +46,8 @@ std::optional<std::string> ReadManifest(const std::string& folder, std::string& 
   std::string text;
   if (lstat(folder.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
     problem = "is no folder";
-  else if (lstat(file.c_str(), &status) == 0 && status.st_size > kMaxManifestBytes)
-    problem = "manifest.json: is larger than 64 KiB";
-  else if (!ReadWholeFile(file, text, Links::kRefuse))
-    problem = std::string("manifest.json: ") + std::strerror(errno);
+  else if (!ReadWholeFile(file, text, Links::kRefuse, kMaxManifestBytes))
+    problem = "manifest.json: " + WhyUnread(errno, kMaxManifestBytes);
   else
     return text;
   return std::nullopt;

@@ -17,6 +17,7 @@ namespace {
 constexpr size_t kMaxKey = 150;
 constexpr size_t kMaxFileName = 248;  // seven bytes short of the file system's limit, for the name while it is written
 constexpr size_t kMaxText = 65536;
+constexpr size_t kMaxContent = 2 * kMaxText;  // a text, with its type
 constexpr std::string_view kVolatilePrefix = "memory/";
 constexpr std::array<const char*, 4> kTypeNames = {"int", "bool", "double", "string"};
 
@@ -43,8 +44,9 @@ std::string Message(std::string_view key, const std::string& problem) {
 }
 
 std::string FileMessage(std::string_view key, const char* action, int reason) {
-  return Message(key, std::string("cannot ") + action + " " + FileOfKey(key) + ": " +
-                          (reason == ELOOP ? "it is a symbolic link, which is not followed" : std::strerror(reason)));
+  return Message(
+      key, std::string("cannot ") + action + " " + FileOfKey(key) + ": " +
+               (reason == ELOOP ? "it is a symbolic link, which is not followed" : WhyUnread(reason, kMaxContent)));
 }
 
 template <typename Number>
@@ -113,7 +115,7 @@ ReadResult Read(std::string_view key, Value& value, std::string& error) {
     return ReadResult::kFailed;
   }
   std::string content;
-  if (!ReadWholeFile(SystemPath(FileOfKey(key)), content, Links::kRefuse)) {
+  if (!ReadWholeFile(SystemPath(FileOfKey(key)), content, Links::kRefuse, kMaxContent)) {
     if (errno == ENOENT) return ReadResult::kNotSet;
     error = FileMessage(key, "read", errno);
     return ReadResult::kFailed;
@@ -148,7 +150,7 @@ bool Write(std::string_view key, const Value& value, std::string& error) {
   const std::string content = std::string(TypeName(value)) + "\n" + text;
   const std::string path = SystemPath(FileOfKey(key));
   std::string present;
-  if (ReadWholeFile(path, present, Links::kRefuse) && present == content) return true;
+  if (ReadWholeFile(path, present, Links::kRefuse, kMaxContent) && present == content) return true;
   if (PublishFile(path, content)) return true;
   if (errno == ENOENT && MakeFolders(SystemPath(FolderOfKey(key))) && PublishFile(path, content)) return true;
   error = FileMessage(key, "write", errno);

@@ -18,6 +18,8 @@ namespace set_profile {
 
 namespace {
 
+// Bytes; a profile has some hundred.
+constexpr size_t kLargest = 1 << 20;
 constexpr const char* kTag = log_tags::kSystemInfo;
 
 class Profile {
@@ -56,10 +58,10 @@ class Profile {
     m_state = now;
     m_entries.reset();
     std::string text;
-    if (!ReadWholeFile(path, text)) {
+    if (!ReadWholeFile(path, text, Links::kFollow, kLargest)) {
       const bool absent = errno == ENOENT;
       __dlog_print(LOG_ID_APPS, absent ? DLOG_INFO : DLOG_ERROR, kTag, "no profile of the set: %s: %s",
-                   set_paths::kSetProfile, std::strerror(errno));
+                   set_paths::kSetProfile, WhyUnread(errno, kLargest).c_str());
       return;
     }
     GKeyFileHandle entries(g_key_file_new());

@@ -46,7 +46,7 @@ std::optional<std::string> FirstLine(const char* path) {
                                            "Not Applicable",
                                            "0"};
   std::string text;
-  if (!ReadWholeFile(SystemPath(path), text)) return std::nullopt;
+  if (!ReadWholeFile(SystemPath(path), text, Links::kFollow, kMostNoted)) return std::nullopt;
   text.resize(std::min(text.size(), text.find_first_of(std::string_view("\n\0", 2))));
   text.erase(0, text.find_first_not_of(" \t"));
   text.resize(text.find_last_not_of(" \t\r") + 1);
@@ -87,7 +87,8 @@ std::optional<uint64_t> DiskSize(std::filesystem::path device, int mappings = 8)
   constexpr uint64_t kSector = 512;  // whatever the disk's own are
   uint64_t sectors = 0;
   std::string text;
-  if (!ReadWholeFile(device / "size", text) || std::sscanf(text.c_str(), "%" SCNu64, &sectors) != 1 || sectors == 0)
+  if (!ReadWholeFile(device / "size", text, Links::kFollow, kMostNoted) ||
+      std::sscanf(text.c_str(), "%" SCNu64, &sectors) != 1 || sectors == 0)
     return std::nullopt;
   return sectors * kSector;
 }

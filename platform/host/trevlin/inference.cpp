@@ -66,7 +66,8 @@ bool Inference::HasRules() {
     m_mistakes.clear();
     m_rulesText.reset();
     if (reason != ENOENT)
-      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s; %s", set_paths::kRules, std::strerror(reason), kRulesStay);
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: %s; %s", set_paths::kRules, WhyUnread(reason).c_str(),
+                   kRulesStay);
     return !m_rules.empty();
   }
   if (text == m_rulesText) return true;

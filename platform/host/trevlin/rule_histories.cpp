@@ -53,7 +53,7 @@ FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
 
 std::string BootId() {
   std::string text;
-  ReadWholeFile("/proc/sys/kernel/random/boot_id", text);
+  ReadWholeFile("/proc/sys/kernel/random/boot_id", text, Links::kFollow, kMostNoted);
   return text.substr(0, text.find('\n'));
 }
 

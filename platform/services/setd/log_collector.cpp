@@ -49,7 +49,7 @@ bool IsRegularFile(const std::string& path) {
 
 std::string FirstLineOf(const std::string& path) {
   std::string text;
-  ReadWholeFile(path, text, Links::kRefuse);
+  ReadWholeFile(path, text, Links::kRefuse, kMostNoted);
   return text.substr(0, text.find('\n'));
 }
 

@@ -26,7 +26,7 @@ namespace setd {
 
 namespace {
 
-constexpr off_t kMaxRequest = 4096;
+constexpr size_t kMaxRequest = 4096;
 constexpr time_t kAnswerSeconds = 30;
 // No id holds this letter, so no name of the protocol does.
 constexpr char kOurMark = '#';
@@ -66,14 +66,7 @@ std::string AcknowledgementPath(const std::string& name) {
 
 /// The content of a small regular file; else false with errno.
 bool ReadSmall(const std::string& path, std::string& text) {
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return false;
-  if (S_ISREG(status.st_mode) && status.st_size > kMaxRequest) {
-    errno = EFBIG;
-    return false;
-  }
-  text.clear();
-  return ReadWholeFile(path, text, Links::kRefuse);
+  return ReadWholeFile(path, text, Links::kRefuse, kMaxRequest);
 }
 
 /// Tells a request's trigger and payload as they were written from those of a later one.
@@ -106,7 +99,7 @@ ReadState ReadLine(const Form& form, bool isFinal, const std::string& ownText, R
   const bool isMeasure = form.kind == Kind::kMeasure;
   if (!isMeasure && !ReadSmall(PayloadPath(request.trigger), request.line)) {
     if (errno == ENOENT && !isFinal) return ReadState::kIncomplete;
-    return Refuse(problem, std::string("its payload: ") + std::strerror(errno));
+    return Refuse(problem, "its payload: " + WhyUnread(errno, kMaxRequest));
   }
   if ((request.line.empty() || request.line.back() != '\n') && !isFinal) return ReadState::kIncomplete;
   // A writer that ended between the two left the line in the payload at least.
@@ -131,7 +124,7 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
   if (form->kind == Kind::kMeasure) request.writing = WritingOfBoth(trigger);
   std::string text;
   if (!ReadSmall(TriggerPath(trigger), text))
-    return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, std::strerror(errno));
+    return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, WhyUnread(errno, kMaxRequest));
   if (form->kind == Kind::kDeepClean && text != tager::kDeepCleanText)
     return isFinal ? Refuse(problem, "it does not say \"CleanUp\"") : ReadState::kIncomplete;
   return form->ids == 0 ? ReadState::kReady : ReadLine(*form, isFinal, text, request, problem);

@@ -17,7 +17,7 @@ namespace {
 
 std::string FirstLineOf(const std::string& path) {
   std::string text;
-  ReadWholeFile(path, text);
+  ReadWholeFile(path, text, Links::kFollow, kMostNoted);
   return text.substr(0, text.find('\n'));
 }
 

@@ -120,7 +120,7 @@ bool PublishCobaltSize() {
   const std::string text = std::to_string(SizeOf(packages::MeasureTree(set_paths::kCobaltDir), set_paths::kCobaltDir));
   const std::string path = SystemPath(set_paths::kCobaltSize);
   std::string published, problem;
-  if (ReadWholeFile(path, published, Links::kRefuse) && published == text) return true;
+  if (ReadWholeFile(path, published, Links::kRefuse, kMostNoted) && published == text) return true;
   if (!MakeOwnFolder(set_paths::kTager, problem))
     Log(DLOG_ERROR, problem);
   else if (PublishFile(path, text))

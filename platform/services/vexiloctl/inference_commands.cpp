@@ -25,7 +25,7 @@ using trevlin::Inference;
 std::string ReadRules(const std::string& path, const std::string& name) {
   std::string text;
   if (!ReadWholeFile(path, text))
-    throw Failure(name + ": " + (errno == EINVAL ? "it is not a regular file" : std::strerror(errno)));
+    throw Failure(name + ": " + (errno == EINVAL ? "it is not a regular file" : WhyUnread(errno)));
   return text;
 }
 

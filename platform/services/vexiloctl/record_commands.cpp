@@ -46,7 +46,7 @@ std::optional<struct stat> Look(const std::string& path) {
 std::vector<std::string> ReadLines(const std::string& path) {
   std::string content;
   if (!Look(path)) return {};
-  if (!ReadWholeFile(SystemPath(path), content, Links::kRefuse)) Fail(path, std::strerror(errno));
+  if (!ReadWholeFile(SystemPath(path), content, Links::kRefuse)) Fail(path, WhyUnread(errno));
   std::vector<std::string> lines;
   size_t start = 0;
   for (size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1)

@@ -60,7 +60,8 @@ class PowerCollector : public Collector {
   static std::optional<bool> WasUnclean(const Machine& machine) {
     const auto boot = ReadLine(machine, "/proc/sys/kernel/random/boot_id");
     std::string text;
-    if (!boot || !ReadWholeFile(SystemPath(set_paths::kLastShutdown), text, Links::kRefuse)) return std::nullopt;
+    if (!boot || !ReadWholeFile(SystemPath(set_paths::kLastShutdown), text, Links::kRefuse, kMostNoted))
+      return std::nullopt;
     if (text == *boot + " unclean\n") return true;
     return text == *boot + " clean\n" ? std::optional(false) : std::nullopt;
   }
