@@ -18,6 +18,11 @@ bool FileExists(const std::string& path);
 /// does, and else the reason why that cannot be told. Any thread.
 bool IsLink(const std::string& path);
 
+/// Reads a whole file of the set, of at most `limit` bytes. Regular files only; never waits for a writer. A symbolic
+/// link as the last part of its path is followed where `mayBeLink` only. False with the reason in `problem` ("it is
+/// larger than 4096 bytes"), `text` untouched. Any thread.
+bool ReadRegularFile(const std::string& path, size_t limit, bool mayBeLink, std::string& text, std::string& problem);
+
 /// Opens a file of this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
 /// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
 /// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.

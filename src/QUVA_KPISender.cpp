@@ -19,6 +19,7 @@ namespace QUVA {
 
 namespace {
 
+constexpr size_t kLargestChipId = 4096;  // bytes; its four words take 50
 constexpr char kUnknown[] = "NULL";
 constexpr char kService[] = "23_vexilo";
 constexpr char kEventName[] = "VEXILO";
@@ -64,13 +65,13 @@ void QUVA_KPISender::m_initialize() {
 }
 
 void QUVA_KPISender::m_readChipId() {
-  const FileHandle file(std::fopen(SystemPath(set_paths::kChipId).c_str(), "rt"));
-  if (!file) {
+  std::string id, problem;
+  if (!ReadRegularFile(set_paths::kChipId, kLargestChipId, true, id, problem)) {
     VEXILO_LOGE("ERROR: failed to open chipID!!");
     return;
   }
   unsigned int words[4] = {};
-  if (std::fscanf(file.get(), "0x%x 0x%x 0x%x 0x%x\n", &words[0], &words[1], &words[2], &words[3]) < 1) {
+  if (std::sscanf(id.c_str(), "0x%x 0x%x 0x%x 0x%x\n", &words[0], &words[1], &words[2], &words[3]) < 1) {
     VEXILO_LOGE("ERROR: failed to read chipID!!");
     return;
   }

@@ -8,10 +8,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 
+#include "SafeFile.h"
 #include "VexiloLog.h"
 #include "menu_checker.h"
 #include "set_paths.h"
@@ -21,6 +22,7 @@ namespace QUVA {
 
 namespace {
 
+constexpr size_t kLargestConfiguration = 1 << 20;  // bytes
 constexpr const char* kItems[] = {"video-test",         "sound-test",     "hdmi-troubleshooting",  "sct",
                                   "signal-information", "homedeck_reset", "mled-installation-test"};
 // Can be chosen whatever a checker says.
@@ -97,9 +99,10 @@ MenuItemChecker ReadChecker(const Json::Value& item, const std::string& question
 }
 
 /// False, with the reason, for what is no JSON object.
-bool ReadObject(std::istream& from, Json::Value& object, std::string& reason) {
+bool ParseObject(const std::string& text, Json::Value& object, std::string& reason) {
   try {
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), from, &object, &reason)) return false;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    if (!reader->parse(text.data(), text.data() + text.size(), &object, &reason)) return false;
   } catch (const std::exception& error) {  // nested too deeply
     reason = error.what();
     return false;
@@ -157,15 +160,15 @@ MenuItemParser* MenuItemParser::GetInstance() {
 
 void MenuItemParser::ParseJson(std::string path) {
   VEXILO_LOGI("Attempting to parse json at path : %s", path.c_str());
-  std::ifstream file(SystemPath(path));
-  if (!file) {
+  std::string text, reason;
+  if (!ReadRegularFile(path, kLargestConfiguration, true, text, reason)) {
     VEXILO_LOGE(" Failed to open providers json file..");
+    VEXILO_LOGE("%s: %s", path.c_str(), reason.c_str());
     return;
   }
   VEXILO_LOGI("parsing Begins..");
   Json::Value root;
-  std::string reason;
-  if (!ReadObject(file, root, reason)) {
+  if (!ParseObject(text, root, reason)) {
     VEXILO_LOGE("Json parsing failed...");
     VEXILO_LOGE("%s: %s", path.c_str(), reason.c_str());
     return;

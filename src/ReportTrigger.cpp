@@ -1,8 +1,6 @@
 #include "ReportTrigger.h"
 
-#include <fcntl.h>
 #include <json/json.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,7 +12,6 @@
 #include "FileWatch.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
-#include "c_handle.h"
 #include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -33,13 +30,8 @@ constexpr size_t kMaxResult = 4096;   // bytes; names have up to 100, and a reas
 
 /// What the log collector has told last of a trigger of that path; empty when that is nothing, or cannot be read.
 std::string ResultOf(const std::string& path) {
-  const std::string result = SystemPath(set_paths::kReportResults + path.substr(path.rfind('/')));
-  const FdHandle file(open(result.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  struct stat status;
-  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  std::string text(kMaxResult, '\0');
-  const ssize_t size = read(file.get(), text.data(), text.size());
-  text.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  std::string text, ignored;
+  ReadRegularFile(set_paths::kReportResults + path.substr(path.rfind('/')), kMaxResult, false, text, ignored);
   return text;
 }
 

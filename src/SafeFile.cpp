@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "plain_text.h"
 #include "system_path.h"
@@ -25,6 +28,29 @@ bool IsLink(const std::string& path) {
   if (lstat(SystemPath(path).c_str(), &info) == 0) return S_ISLNK(info.st_mode);
   if (errno == ENOENT) errno = 0;
   return false;
+}
+
+bool ReadRegularFile(const std::string& path, size_t limit, bool mayBeLink, std::string& text, std::string& problem) {
+  const FdHandle fd(
+      open(SystemPath(path).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | (mayBeLink ? 0 : O_NOFOLLOW)));
+  struct stat info {};
+  const auto refuse = [&](const std::string& reason) {
+    problem = reason;
+    return false;
+  };
+  if (!fd || fstat(fd.get(), &info) != 0) return refuse(std::strerror(errno));
+  if (S_ISDIR(info.st_mode)) return refuse(std::strerror(EISDIR));
+  if (!S_ISREG(info.st_mode)) return refuse("it is not a regular file");
+  std::string content;
+  char block[1 << 14];
+  ssize_t size = 0;
+  // A size is no promise: it may grow, and one with holes has any.
+  while (content.size() <= limit && (size = read(fd.get(), block, std::min(sizeof block, limit + 1))) > 0)
+    content.append(block, static_cast<size_t>(size));
+  if (size < 0) return refuse(std::strerror(errno));
+  if (content.size() > limit) return refuse("it is larger than " + std::to_string(limit) + " bytes");
+  text = std::move(content);
+  return true;
 }
 
 FileHandle OpenFileWithoutLinks(const std::string& path) {

@@ -8,7 +8,6 @@
 #include "FileWatch.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
-#include "c_handle.h"
 #include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -19,6 +18,7 @@ namespace {
 
 constexpr auto kPause = std::chrono::seconds(1);
 constexpr auto kTurnPatience = std::chrono::seconds(3);
+constexpr size_t kLargestAnswer = 64;  // bytes: two numbers
 constexpr int kSizeChecks = 5;
 constexpr int kDeepCleanChecks = 10;
 
@@ -64,6 +64,15 @@ bool AwaitAnswer(const std::string& answer) {
   FileWatch watch(answer);
   for (int check = 0; check < kSizeChecks; ++check)
     if (watch.WaitFor(true, kPause)) return true;
+  return false;
+}
+
+/// What the task manager has written there; false when it cannot be read, which is in the log.
+bool ReadAnswer(const std::string& path, std::string& text) {
+  std::string problem;
+  if (ReadRegularFile(path, kLargestAnswer, false, text, problem)) return true;
+  VEXILO_LOGE("[TAGER-NATIVE] Unable to open file %s", path.c_str());
+  VEXILO_LOGE("%s: %s", path.c_str(), problem.c_str());
   return false;
 }
 
@@ -117,21 +126,17 @@ bool FindDataCacheSize(const std::string& packageName, const std::string& appId,
     return false;
   }
   if (!AwaitAnswer(answer)) return false;
-  FileHandle file(std::fopen(SystemPath(result).c_str(), "re"));
-  if (!file) {
-    VEXILO_LOGE("[TAGER-NATIVE] Unable to open file %s", result.c_str());
-    return false;
-  }
+  std::string sizes;
+  if (!ReadAnswer(result, sizes)) return false;
   long data = 0;
   long cache = 0;
-  const bool whole = std::fscanf(file.get(), tager::kSizesFormat, &data, &cache) == 2;
+  const bool whole = std::sscanf(sizes.c_str(), tager::kSizesFormat, &data, &cache) == 2;
   if (whole) {
     *dataSize = data;
     *cacheSize = cache;
   } else {
     VEXILO_LOGE("%s does not hold two numbers", result.c_str());
   }
-  file.reset();
   RemoveFile(answer);
   RemoveFile(result);
   return whole;
@@ -165,12 +170,9 @@ int PerformDeepClean() {
 long long getAppSizeForYoutube() {
   VEXILO_LOGI("request size 4 YouTube");
   long long size = 0;
-  const FileHandle file(std::fopen(SystemPath(set_paths::kCobaltSize).c_str(), "re"));
-  if (!file) {
-    VEXILO_LOGE("[TAGER-NATIVE] Unable to open file %s", set_paths::kCobaltSize);
-    return 0;
-  }
-  if (std::fscanf(file.get(), "%lld", &size) != 1) size = 0;
+  std::string text;
+  if (!ReadAnswer(set_paths::kCobaltSize, text)) return 0;
+  if (std::sscanf(text.c_str(), "%lld", &size) != 1) size = 0;
   VEXILO_LOGI("size obtained for cobalt = %lld", size);
   return size;
 }

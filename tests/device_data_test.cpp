@@ -8,6 +8,7 @@
 #include "CGetData.h"
 #include "CUtils.h"
 #include "SettingsKeys.h"
+#include "TaskManagerRequests.h"
 #include "pkgmgr_client.h"
 #include "support/files.h"
 #include "support/task_manager.h"
@@ -421,6 +422,43 @@ TEST(Request, TakesTheAnswerOnASizeAway) {
     fs::remove(SystemPath(trigger));
   }
   EXPECT_LT(seconds, 2.9) << "it wakes when the answer comes, and does not look each second only";
+}
+
+TEST(Request, AnswersAreSmallRegularFiles) {
+  const std::string trigger = kTager + "req/calcAppDataCacheSize_a";
+  const struct {
+    std::function<void(const std::string&)> plant;  // at a path of this machine
+    const char* reason;
+  } rows[] = {
+      {[](const std::string& path) { mkfifo(path.c_str(), 0600); }, "it is not a regular file"},
+      {[](const std::string& path) { fs::create_symlink(SystemPath("/tmp/numbers"), path); }, "Too many levels"},
+      {[](const std::string& path) {
+         WriteHostFile(path, "1|2");
+         fs::resize_file(path, 8ULL << 40);
+       },
+       "it is larger than 64 bytes"}};
+  WriteFile("/tmp/numbers", "1|2");
+  for (const auto& [plant, reason] : rows) {
+    for (const std::string& path : {kTager + "appDataCacheSize_a", std::string(set_paths::kCobaltSize)}) {
+      fs::create_directories(SystemPath(kTager + "req"));
+      std::thread taskManager([&, plant = plant] {
+        EXPECT_TRUE(path == set_paths::kCobaltSize || Until([&] { return Exists(trigger); }));
+        plant(SystemPath(path));
+        AnswerOnce(nullptr);
+      });
+      long data = -7, cache = -7;
+      if (path == set_paths::kCobaltSize) taskManager.join();
+      // Who waits for a writer waits for ever.
+      const auto asked = std::async(std::launch::async, [&] {
+        if (path == set_paths::kCobaltSize) return QUVA::getAppSizeForYoutube() == 0;
+        return !g_data.findDataCacheSize("p", "a", &data, &cache) && data + cache == -14;
+      });
+      if (asked.wait_for(20s) != std::future_status::ready) std::abort();
+      if (taskManager.joinable()) taskManager.join();
+      EXPECT_THAT(Log(), HasSubstr(path + ": " + reason)) << path;
+      for (const std::string& each : {trigger, path, kTager + "ack/appDataCacheSize_a"}) fs::remove(SystemPath(each));
+    }
+  }
 }
 
 /// Requests of one kind, of several threads and when nobody takes them.
