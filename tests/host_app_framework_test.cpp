@@ -7,6 +7,7 @@
 #include "app_framework.h"
 #include "c_handle.h"
 #include "support/files.h"
+#include "support/growth.h"
 #include "support/process.h"
 #include "support/test_bus.h"
 
@@ -233,6 +234,17 @@ std::string InstanceName() {
   char text[64];
   std::snprintf(text, sizeof text, "com.tornelo.TVVexilo.root_%016lx", hash);
   return text;
+}
+
+TEST(AppControl, TakesAnyNumberOfExtras) {
+  const auto add = [](size_t count) {
+    app_control_h request = nullptr;
+    ASSERT_EQ(app_control_create(&request), APP_CONTROL_ERROR_NONE);
+    for (size_t i = 0; i < count; ++i)
+      app_control_add_extra_data(request, ("name" + std::to_string(i)).c_str(), "text");
+    app_control_destroy(request);
+  };
+  EXPECT_LT(GrowthOf(add, 3000), kLinear);
 }
 
 TEST_F(HostAppFramework, BecomesTheInstanceWhenTheOldOneDoesNotTakeTheRequest) {

@@ -19,6 +19,7 @@
 #include "settings_api.h"
 #include "support/files.h"
 #include "support/fork.h"
+#include "support/growth.h"
 #include "support/test_bus.h"
 #include "support/usage_events.h"
 #include "system_info.h"
@@ -391,6 +392,15 @@ TEST(SystemInformation, IsTheProfilesAndElseTheMachines) {
   WriteProfile("[set]\nmodel_name=Z\nregion kind 5\n");
   ExpectFactsOfTheMachine();
   EXPECT_EQ(Count(Log(), "/etc/vexilo/set.conf is malformed and not used: line 3: "), 1) << Log();
+
+  const auto readMalformed = [](size_t lines) {
+    std::string profile = "[set]\n";
+    for (size_t i = 0; i < lines; ++i) profile += "key" + std::to_string(i) + "=1\n";
+    WriteProfile(profile + "none\n");
+    EXPECT_EQ(NumberOf(SYSTEM_INFO_KEY_REGION_KIND), kNoData);
+    EXPECT_THAT(Log(), HasSubstr("not used: line " + std::to_string(lines + 2) + ": "));
+  };
+  EXPECT_LT(GrowthOf(readMalformed, 1000), kLinear);
 
   fs::resize_file(SystemPath(set_paths::kSetProfile), 8ULL << 40);
   ExpectFactsOfTheMachine();

@@ -1,6 +1,7 @@
 // Rules: how they are decided, what is said of each kind of mistake, and those of the set.
 
 #include "support/captured_machine.h"
+#include "support/growth.h"
 #include "support/test.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/rules_file.h"
@@ -148,6 +149,21 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
     ASSERT_EQ(file.rules.size(), 1u) << rule;
     EXPECT_EQ(file.rules[0].code, 18);
   }
+}
+
+TEST(RulesFile, OfAnyNumberOfRulesIsReadInProportionToIt) {
+  // What may be wrong with a rule; each has a code of its own.
+  for (const std::string rest : {R"("group": "cache", "when": {"fact": "t", "is": "==", "value": true})",
+                                 R"("group": "none")", R"("group": "cache", "group": "cache")"})
+    for (const char* end : {",\n", ","}) {
+      const auto read = [&](size_t count) {
+        std::string rules;
+        for (size_t i = 1; i <= count; ++i) rules += "{\"code\": " + std::to_string(i) + ", " + rest + "}" + end;
+        const RuleFile file = ParseRules(FileOf(rules + "7"), kKinds);
+        EXPECT_EQ(file.rules.size() + file.mistakes.size(), count + 1);
+      };
+      EXPECT_LT(GrowthOf(read, 1000), kLinear) << rest << end;
+    }
 }
 
 TEST(RulesFile, ThatIsNoRulesFileIsOneMistake) {

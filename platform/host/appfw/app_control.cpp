@@ -1,6 +1,5 @@
 #include "appfw/app_control.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -11,22 +10,23 @@ int Assign(std::string* target, const char* text) {
   return APP_CONTROL_ERROR_NONE;
 }
 
-auto Find(app_framework::Extras& extras, std::string_view key) {
-  return std::find_if(extras.begin(), extras.end(), [key](const auto& extra) { return extra.first == key; });
-}
-
 }  // namespace
 
 bool app_framework::IsExtraKey(std::string_view key) {
   return !key.empty() && key.find('=') == std::string_view::npos;
 }
 
-void app_framework::SetExtra(Extras& extras, std::string key, std::string value) {
-  const auto known = Find(extras, key);
-  if (known == extras.end())
-    extras.emplace_back(std::move(key), std::move(value));
+void app_framework::Extras::Set(std::string key, std::string value) {
+  const auto [place, isNew] = m_places.try_emplace(key, m_texts.size());
+  if (isNew)
+    m_texts.emplace_back(std::move(key), std::move(value));
   else
-    known->second = std::move(value);
+    m_texts[place->second].second = std::move(value);
+}
+
+const std::string* app_framework::Extras::Find(const std::string& key) const {
+  const auto place = m_places.find(key);
+  return place == m_places.end() ? nullptr : &m_texts[place->second].second;
 }
 
 int app_control_create(app_control_h* control) {
@@ -51,14 +51,14 @@ int app_control_set_app_id(app_control_h control, const char* app_id) {
 
 int app_control_add_extra_data(app_control_h control, const char* key, const char* value) {
   if (!control || !key || !value || !app_framework::IsExtraKey(key)) return APP_CONTROL_ERROR_INVALID_PARAMETER;
-  app_framework::SetExtra(control->extras, key, value);
+  control->extras.Set(key, value);
   return APP_CONTROL_ERROR_NONE;
 }
 
 int app_control_get_extra_data(app_control_h control, const char* key, char** value) {
   if (!control || !key || !value) return APP_CONTROL_ERROR_INVALID_PARAMETER;
-  const auto extra = Find(control->extras, key);
-  if (extra == control->extras.end()) return APP_CONTROL_ERROR_KEY_NOT_FOUND;
-  *value = strdup(extra->second.c_str());
+  const std::string* const text = control->extras.Find(key);
+  if (!text) return APP_CONTROL_ERROR_KEY_NOT_FOUND;
+  *value = strdup(text->c_str());
   return APP_CONTROL_ERROR_NONE;
 }

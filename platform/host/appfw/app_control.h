@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -11,14 +12,25 @@
 
 namespace app_framework {
 
-/// A request's named texts, in the order in which they were added; names are unique.
-using Extras = std::vector<std::pair<std::string, std::string>>;
+/// A request's named texts, in the order in which they were added; names are unique. Another process may send any
+/// number of them.
+class Extras {
+ public:
+  /// Adds the text, or replaces it in its place.
+  void Set(std::string key, std::string value);
+  /// Null for a name that none has.
+  const std::string* Find(const std::string& key) const;
+
+  auto begin() const { return m_texts.begin(); }
+  auto end() const { return m_texts.end(); }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> m_texts;
+  std::unordered_map<std::string, size_t> m_places;
+};
 
 /// Whether it can be the name of one: not empty, and without '=', as extras travel as arguments "key=value".
 bool IsExtraKey(std::string_view key);
-
-/// Adds the text, or replaces it in its place.
-void SetExtra(Extras& extras, std::string key, std::string value);
 
 }  // namespace app_framework
 

@@ -1,9 +1,11 @@
 #include "appfw/launcher.h"
 
+#include <cerrno>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "base/atomic_file.h"
 #include "base/glib_handle.h"
 #include "dlog.h"
 #include "log_tags.h"
@@ -52,13 +54,16 @@ struct DesktopEntry {
 std::optional<Failure> ReadEntry(const std::string& appId, DesktopEntry& entry) {
   const std::string setPath = std::string(set_paths::kDesktopEntries) + "/" + appId + ".desktop";
   entry.path = SystemPath(setPath);
+  std::string content;
+  if (!ReadWholeFile(entry.path, content, Links::kFollow, kMostNoted)) {
+    const int reason = errno;
+    if (reason == ENOENT) return Failure{APP_CONTROL_ERROR_APP_NOT_FOUND, "there is no " + setPath};
+    return Failure{APP_CONTROL_ERROR_LAUNCH_REJECTED, setPath + ": " + WhyUnread(reason, kMostNoted)};
+  }
   const GKeyFileHandle file(g_key_file_new());
   GErrorHandle error;
-  if (!g_key_file_load_from_file(file.get(), entry.path.c_str(), G_KEY_FILE_NONE, error.Out())) {
-    if (error.Matches(G_FILE_ERROR, G_FILE_ERROR_NOENT))
-      return Failure{APP_CONTROL_ERROR_APP_NOT_FOUND, "there is no " + setPath};
+  if (!g_key_file_load_from_data(file.get(), content.data(), content.size(), G_KEY_FILE_NONE, error.Out()))
     return Failure{APP_CONTROL_ERROR_LAUNCH_REJECTED, setPath + ": " + error.Message()};
-  }
   const auto text = [&file](const char* key) {
     const GText value(g_key_file_get_string(file.get(), G_KEY_FILE_DESKTOP_GROUP, key, nullptr));
     return std::string(value ? value.get() : "");

@@ -161,7 +161,7 @@ void SingleInstance::OnMethodCall(GDBusConnection*, const char*, const char*, co
   const char* key = nullptr;
   const char* value = nullptr;
   while (g_variant_iter_next(&iterator, "{&s&s}", &key, &value))
-    if (IsExtraKey(key)) SetExtra(extras, key, value);
+    if (IsExtraKey(key)) extras.Set(key, value);
   static_cast<SingleInstance*>(self)->m_handler(std::move(extras), [invocation](bool delivered) {
     if (delivered)
       g_dbus_method_invocation_return_value(invocation, nullptr);

@@ -3,7 +3,6 @@
 #include <Elementary.h>
 #include <glib-unix.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <deque>
@@ -52,7 +51,7 @@ Extras ParseArguments(int argc, char** argv) {
                    printable.get());
       continue;
     }
-    SetExtra(extras, std::string(key), std::string(argument.substr(key.size() + 1)));
+    extras.Set(std::string(key), std::string(argument.substr(key.size() + 1)));
   }
   return extras;
 }
@@ -65,8 +64,8 @@ struct Request {
 
 /// Whether a request is to be worked off without a screen.
 bool IsForBackground(const Extras& extras) {
-  return std::ranges::find(extras, Extras::value_type(set_names::kLaunchMechanism, set_names::kBackgroundLaunch)) !=
-         extras.end();
+  const std::string* const mechanism = extras.Find(set_names::kLaunchMechanism);
+  return mechanism && *mechanism == set_names::kBackgroundLaunch;
 }
 
 void TakeForeground() {

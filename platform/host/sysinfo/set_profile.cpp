@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
@@ -79,17 +80,17 @@ class Profile {
            one.st_ctim.tv_sec == other.st_ctim.tv_sec && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
   }
 
-  /// The parser does not tell, so it is asked for ever more lines until it refuses.
+  /// The parser does not tell, so it is asked how many lines it takes.
   static int FirstBadLine(const std::string& text) {
-    int line = 0;
-    for (size_t end = 0; end < text.size();) {
-      ++line;
+    std::vector<size_t> ends;
+    for (size_t end = 0; end < text.size(); ends.push_back(end))
       end = std::min(text.find('\n', end), text.size() - 1) + 1;
+    const auto isTaken = [&text](size_t end) {
       const GKeyFileHandle entries(g_key_file_new());
       GErrorHandle error;
-      if (!g_key_file_load_from_data(entries.get(), text.data(), end, G_KEY_FILE_NONE, error.Out())) break;
-    }
-    return line;
+      return g_key_file_load_from_data(entries.get(), text.data(), end, G_KEY_FILE_NONE, error.Out()) != FALSE;
+    };
+    return 1 + static_cast<int>(std::partition_point(ends.begin(), ends.end(), isTaken) - ends.begin());
   }
 
   std::mutex m_lock;

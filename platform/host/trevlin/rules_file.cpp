@@ -7,10 +7,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <unordered_set>
+#include <vector>
 
 #include "settings/settings_store.h"
 
@@ -72,7 +75,7 @@ void Blank(std::string& text, size_t from, size_t size) {
 
 class Parser {
  public:
-  Parser(std::string_view text, const FactKinds& facts) : m_text(text), m_facts(facts) {}
+  Parser(std::string_view text, const FactKinds& facts);
   RuleFile Read();
 
  private:
@@ -86,16 +89,22 @@ class Parser {
   Condition ReadCondition(const Json::Value& value) const;
   Condition ReadComparison(const Json::Value& value) const;
   void CheckFact(const Json::Value& value, const std::string& fact, std::optional<FactKind> kind) const;
-  RuleMistake MistakeAt(const Wrong& wrong) const;
+  RuleMistake MistakeAt(ptrdiff_t offset, const std::string& reason) const;
 
   const std::string_view m_text;
+  std::vector<size_t> m_lines;  // where each begins
   const FactKinds& m_facts;
   std::map<ptrdiff_t, RuleMistake> m_takenOut;  // by where the rule begins
 };
 
+Parser::Parser(std::string_view text, const FactKinds& facts) : m_text(text), m_lines{0}, m_facts(facts) {
+  for (size_t at = 0; (at = text.find('\n', at)) != text.npos;) m_lines.push_back(++at);
+}
+
 RuleFile Parser::Read() {
   RuleFile file;
   Explanations explanations;
+  std::unordered_set<int> codes;
   try {
     const Json::Value document = ReadJson();
     for (const Json::Value& each : Rules(document)) {
@@ -106,21 +115,21 @@ RuleFile Parser::Read() {
       }
       try {
         Rule rule = ReadRule(each);
-        if (std::any_of(file.rules.begin(), file.rules.end(),
-                        [&](const Rule& other) { return other.code == rule.code; }))
+        if (codes.contains(rule.code))
           Refuse(each["code"], "code " + std::to_string(rule.code) + " has a rule already");
         if (!rule.explains.empty()) {
           CheckCircle(rule, each["explains"], explanations);
           explanations[rule.code] = rule.explains;
         }
+        codes.insert(rule.code);
         file.rules.push_back(std::move(rule));
       } catch (const Wrong& wrong) {
-        file.mistakes.push_back(MistakeAt(wrong));
+        file.mistakes.push_back(MistakeAt(wrong.offset, wrong.reason));
       }
     }
     file.isRulesFile = true;
   } catch (const Wrong& wrong) {
-    file.mistakes.push_back(MistakeAt(wrong));
+    file.mistakes.push_back(MistakeAt(wrong.offset, wrong.reason));
   } catch (const RuleMistake& mistake) {
     file.mistakes.push_back(mistake);
   }
@@ -138,12 +147,13 @@ Json::Value Parser::ReadJson() {
     for (const Json::Value& rule : document["rules"]) {
       const auto start = static_cast<size_t>(rule.getOffsetStart());
       const auto size = static_cast<size_t>(rule.getOffsetLimit()) - start;
-      std::string alone(m_text.substr(0, start + size));
-      Blank(alone, 0, start);
       try {
-        ParseJson(alone, true);
+        ParseJson(std::string(m_text.substr(start, size)), true);
       } catch (const RuleMistake& mistake) {
-        m_takenOut.emplace(rule.getOffsetStart(), mistake);
+        RuleMistake inFile = MistakeAt(rule.getOffsetStart(), mistake.reason);
+        inFile.column = mistake.column + (mistake.line == 1 ? inFile.column - 1 : 0);
+        inFile.line += mistake.line - 1;
+        m_takenOut.emplace(rule.getOffsetStart(), inFile);
         Blank(text, start, size);
         text[start] = '0';
       }
@@ -307,12 +317,12 @@ void Parser::CheckFact(const Json::Value& value, const std::string& fact, std::o
     Refuse(value["value"], Quoted(fact) + " is " + NameOf(known->second) + ", the value is " + NameOf(*kind));
 }
 
-RuleMistake Parser::MistakeAt(const Wrong& wrong) const {
-  const std::string_view before = m_text.substr(0, static_cast<size_t>(std::max<ptrdiff_t>(wrong.offset, 0)));
-  const size_t lineFeed = before.rfind('\n');
-  return {.line = 1 + static_cast<int>(std::count(before.begin(), before.end(), '\n')),
-          .column = static_cast<int>(before.size() - (lineFeed == before.npos ? 0 : lineFeed + 1)) + 1,
-          .reason = wrong.reason};
+RuleMistake Parser::MistakeAt(ptrdiff_t offset, const std::string& reason) const {
+  const auto at = static_cast<size_t>(std::max<ptrdiff_t>(offset, 0));
+  const auto next = std::upper_bound(m_lines.begin(), m_lines.end(), at);
+  return {.line = static_cast<int>(next - m_lines.begin()),
+          .column = static_cast<int>(at - *std::prev(next)) + 1,
+          .reason = reason};
 }
 
 }  // namespace

@@ -145,7 +145,7 @@ void Launch(const Arguments& arguments) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0)
       throw UsageError("KEY=VALUE \"" + Visible(text) + "\": it has no key and '=' before a value");
-    app_framework::SetExtra(extras, text.substr(0, equals), text.substr(equals + 1));
+    extras.Set(text.substr(0, equals), text.substr(equals + 1));
   }
   ApplyMenuLanguage();  // the entry's name is handed on in it
   const app_framework::LaunchResult result = app_framework::Launch(appId, extras);
