@@ -46,6 +46,10 @@ inline const std::string source = "source";
 inline const std::string view_authority = "view_authority";
 }  // namespace Column
 
+/// What of a table is looked at: so many rows, with texts of so many bytes each. No scan finds that many issues.
+inline constexpr size_t kMostRows = 500;
+inline constexpr int kMostTextBytes = 4096;
+
 /// The application's SQLite layer: one database open at a time, on one connection.
 /// Thread rule: no lock of its own; its one user serialises the calls. They block on the disk, and for a second
 /// at most from OpenDB() on for a lock of another process.
@@ -68,11 +72,16 @@ class TCDBManager {
   /// makes the statement fail.
   int SetDB(std::string table, std::list<std::string> values);
   /// Appends the column's value of every row of the database's table to `out`. The open database is read, whatever
-  /// `db` says; a table that it has not is no failure.
+  /// `db` says; a table that it has not is no failure. Values of more than kMostTextBytes are.
   int GetDB(EDBName db, std::string column, std::vector<std::string>& out);
+  /// Appends several columns' values to the vectors of `out`, which has one for each; as GetDB(), but at once, and of
+  /// the first kMostRows rows those whose texts all have kMostTextBytes at most. The log has what is left out.
+  int GetRows(EDBName db, const std::vector<std::string>& columns, std::vector<std::vector<std::string>>& out);
   /// Deletes the rows of an issue from the remaining-problems table. `code` is not escaped (a single quote must come
   /// doubled).
   int DeleteDB(std::string code);
+  /// The same for several, among the rows that GetRows() looks at.
+  int DeleteDB(const std::vector<std::string>& codes);
   /// Empties the database's table.
   int FlushDB(EDBName db);
 
@@ -103,6 +112,7 @@ class TCDBManager {
   const char* m_Problem() const;
   static int m_WaitForLock(void* self, int attempt);
 
+  int m_ReadFrom(size_t first, const std::string& query, std::vector<std::vector<std::string>>& out, size_t& next);
   template <typename AppendColumn>
   int m_ReadRows(const std::string& table, const std::string& query, std::vector<std::string>& out,
                  AppendColumn append);

@@ -16,7 +16,7 @@ const std::vector<std::string>& RemainingColumnNames();
 /// Replaces the stored rows, or changes nothing and returns false: when another process holds the database, or the disk
 /// is full. A row that alone cannot be stored is left out.
 bool SaveRemaining(const std::vector<MapToDBTable>& rows);
-/// What is stored, column by column, in the order of RemainingColumnNames().
+/// What is stored, column by column, in the order of RemainingColumnNames(): of the first kMostRows rows.
 using RemainingColumns = std::vector<std::vector<std::string>>;
 RemainingColumns ReadRemaining();
 /// Appends the stored rows to `rows`, without the solutions' names. False when a row's index is not possible: neither
@@ -25,5 +25,7 @@ bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows);
 void ClearRemaining();
 /// Deletes the rows of one issue.
 void DeleteRemaining(const std::string& issueCode);
+/// The same for several issues at once, among the rows that ReadRemaining() has.
+void DeleteRemaining(const std::vector<std::string>& issueCodes);
 
 }  // namespace QUVA

@@ -13,6 +13,7 @@
 #include "CStartDC.h"
 #include "CStartDCIssues.h"
 #include "ErrorReportSender.h"
+#include "QUVA_DBManager.h"
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
 #include "QUVA_KPISender.h"
@@ -144,8 +145,9 @@ void CHomeScreen::m_BuildUpperRow() {
 void CHomeScreen::m_ShowRemainingIssues() {
   if (!m_remainingIssues) return;
   const size_t count = m_GetDCIssues().size();
-  const std::string text =
-      CStringUtil::CombinateStrings(CUtils::m_GetText("TV_SID_CARE_MIX_REMAINING_ISSUES"), std::to_string(count));
+  // There may be more than are looked at.
+  const std::string number = std::to_string(count) + (count < kMostRows ? "" : "+");
+  const std::string text = CStringUtil::CombinateStrings(CUtils::m_GetText("TV_SID_CARE_MIX_REMAINING_ISSUES"), number);
   elm_object_text_set(m_remainingIssues, text.c_str());
   if (count > 0) {
     evas_object_show(m_remainingIssues);

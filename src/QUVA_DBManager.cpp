@@ -75,6 +75,7 @@ int TCDBManager::OpenDB(EDBName db) {
     sqlite3_close(m_db);
     m_db = nullptr;
   } else {
+    sqlite3_limit(m_db, SQLITE_LIMIT_LENGTH, kMostTextBytes);
     // Rows are inserted as double-quoted texts, which some builds of the library no longer take for strings.
     sqlite3_db_config(m_db, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
     m_lockDeadline = std::chrono::steady_clock::now() + kLockPatience;
@@ -118,12 +119,43 @@ int TCDBManager::GetDB(EDBName db, std::string column, std::vector<std::string>&
   return kSuccess;
 }
 
+int TCDBManager::GetRows(EDBName db, const std::vector<std::string>& columns,
+                         std::vector<std::vector<std::string>>& out) {
+  const std::string table = m_GetTableName(db, 0);
+  if (!m_IsTableExist(table)) return kSuccess;
+  std::string query;
+  for (const std::string& column : columns) query += (query.empty() ? "SELECT " : ", ") + column;
+  query += " FROM " + table;
+  VEXILO_LOGD("QUERY : %s", query.c_str());
+  size_t next = 0, tooLarge = 0;
+  int result = m_ReadFrom(0, query, out, next);
+  for (; result == SQLITE_TOOBIG && next < kMostRows; ++tooLarge) result = m_ReadFrom(next + 1, query, out, next);
+  if (tooLarge > 0)
+    VEXILO_LOGE("%s: %zu rows with texts of more than %d bytes are left out", table.c_str(), tooLarge, kMostTextBytes);
+  if (next >= kMostRows && (result == SQLITE_ROW || result == SQLITE_TOOBIG)) {
+    VEXILO_LOGE("%s: it has more than %zu rows, the others are left out", table.c_str(), kMostRows);
+    return kSuccess;
+  }
+  if (result == SQLITE_DONE) return kSuccess;
+  VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
+  VEXILO_LOGE("statement that failed : %s ( %s )", query.c_str(), m_Problem());
+  return kFailure;
+}
+
 int TCDBManager::DeleteDB(std::string code) {
   VEXILO_LOGD("DeleteDB");
   const std::string query = std::string("DELETE FROM ") + kTables[DB_REMAINING] + " WHERE issue_code='" + code + "'";
   const int result = m_SqlExecute(query);
   if (!result) VEXILO_LOGE("ERROR: %s column delete is fail!!", query.c_str());
   return result;
+}
+
+int TCDBManager::DeleteDB(const std::vector<std::string>& codes) {
+  std::string list;
+  for (const std::string& code : codes) list += (list.empty() ? "'" : ",'") + code + "'";
+  const std::string table = kTables[DB_REMAINING];
+  return m_SqlExecute("DELETE FROM " + table + " WHERE rowid IN (SELECT rowid FROM " + table + " LIMIT " +
+                      std::to_string(kMostRows) + ") AND issue_code IN (" + list + ")");
 }
 
 int TCDBManager::FlushDB(EDBName db) {
@@ -218,6 +250,22 @@ int TCDBManager::m_Insert(std::string table, std::string valueText) {
 
 const char* TCDBManager::m_Problem() const {
   return m_db ? sqlite3_errmsg(m_db) : "no database is open";
+}
+
+/// Rows from the one of that number on; `next` becomes the number of the one behind the last that was taken. SQLITE_ROW
+/// when there are more than are looked at, else as sqlite3_step() ends: SQLITE_TOOBIG at a row with too long a text.
+int TCDBManager::m_ReadFrom(size_t first, const std::string& query, std::vector<std::vector<std::string>>& out,
+                            size_t& next) {
+  sqlite3_stmt* statement = nullptr;
+  // What is skipped is not read in.
+  const std::string rest = query + " LIMIT -1 OFFSET " + std::to_string(first);
+  sqlite3_prepare_v2(m_db, rest.c_str(), -1, &statement, nullptr);
+  int result;
+  for (next = first; (result = sqlite3_step(statement)) == SQLITE_ROW && next < kMostRows; ++next)
+    for (size_t column = 0; column < out.size(); ++column)
+      AppendTextOrInteger(statement, static_cast<int>(column), out[column].emplace_back());
+  sqlite3_finalize(statement);
+  return result;
 }
 
 template <typename AppendColumn>

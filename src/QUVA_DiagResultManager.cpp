@@ -172,8 +172,11 @@ int QUVA_DiagResultManager::GetInferenceResult_Remaining() {
   if (!LoadRemainingProblems()) return 0;
   std::vector<MapToDBTable> rows;
   if (!GetRemainingTable(rows)) return 0;
+  std::vector<std::string> cleared;
   for (const MapToDBTable& row : rows)
-    if (HasCleared(row)) DeleteRemainingDBColumn(row.issue_code);
+    if (HasCleared(row)) cleared.push_back(row.issue_code);
+  if (cleared.size() == 1) DeleteRemainingDBColumn(cleared[0]);
+  if (cleared.size() > 1) DeleteRemaining(cleared);
   return 1;
 }
 

@@ -1,6 +1,6 @@
 #include "RemainingStore.h"
 
-#include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <list>
 #include <variant>
@@ -82,11 +82,6 @@ std::list<std::string> ToValues(const MapToDBTable& row) {
   return values;
 }
 
-// Columns are read one by one, so another process or a damaged file can leave them of different lengths.
-bool HasRow(const RemainingColumns& columns, size_t i) {
-  return std::all_of(std::begin(columns), std::end(columns), [i](const auto& column) { return i < column.size(); });
-}
-
 MapToDBTable RowAt(const RemainingColumns& columns, size_t i) {
   MapToDBTable row;
   for (size_t c = 0; c < kFieldCount; ++c) kFields[c].Set(row, columns[c][i]);
@@ -136,16 +131,18 @@ bool SaveRemaining(const std::vector<MapToDBTable>& rows) {
 RemainingColumns ReadRemaining() {
   RemainingColumns columns(kFieldCount);
   const RemainingDb db;
-  for (size_t c = 0; c < kFieldCount; ++c) db->GetDB(DB_REMAINING, kFields[c].column, columns[c]);
+  db->GetRows(DB_REMAINING, RemainingColumnNames(), columns);
   return columns;
 }
 
 bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows) {
   const std::vector<std::string>& indexes = columns[0];
+  // Where not all are looked at, how many there are is not known.
+  const long most = indexes.size() < kMostRows ? static_cast<long>(indexes.size()) : LONG_MAX;
   for (size_t i = 0; i < indexes.size(); ++i) {
     const long index = std::strtol(indexes[i].c_str(), nullptr, 10);
     // An index that equals the number of rows has always been taken.
-    if (index < 0 || index > static_cast<long>(indexes.size()) || !HasRow(columns, i)) {
+    if (index < 0 || index > most) {
       VEXILO_LOGE("remaining problem %zu of %zu has the index %s: not loaded", i + 1, indexes.size(),
                   indexes[i].c_str());
       return false;
@@ -162,6 +159,12 @@ void ClearRemaining() {
 
 void DeleteRemaining(const std::string& issueCode) {
   RemainingDb()->DeleteDB(Doubled(issueCode, '\''));
+}
+
+void DeleteRemaining(const std::vector<std::string>& issueCodes) {
+  std::vector<std::string> codes;
+  for (const std::string& code : issueCodes) codes.push_back(Doubled(code, '\''));
+  RemainingDb()->DeleteDB(codes);
 }
 
 }  // namespace QUVA

@@ -8,6 +8,7 @@
 #include "support/databases.h"
 #include "support/diagnosis.h"
 #include "support/files.h"
+#include "support/fork.h"
 #include "support/usage_events.h"
 
 namespace {
@@ -248,6 +249,32 @@ TEST_F(Remaining, AnIndexIsPossibleUpToTheNumberOfRows) {
     EXPECT_EQ(Manager().LoadRemainingProblems(), each.result);
     EXPECT_EQ(Table().size(), each.loaded);
   }
+}
+
+TEST_F(Remaining, OfATableThatNoScanLeftIsReadWhatIsSensible) {
+  ExpectEndsWell(Fork([] {
+    Store("1");
+    Execute(OpenDatabase(set_paths::kRemainingDb).get(),
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 40) INSERT INTO remainingTBL(idx, "
+            "issue_code, sid_issue) SELECT '1', i, hex(zeroblob(2000000)) FROM n;"
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 300000) INSERT INTO remainingTBL(idx,"
+            " issue_code, last_time, sid_issue, source, view_authority) SELECT i, 19990000 + i % 10000, "
+            "'2024-03-07T09:05:00', 'SID_ISSUE', '', 'USER' FROM n");
+  }));
+  for (int code = 19990000; code < 19990200; ++code) Becomes(false, code, kLate);
+  const auto peak = [] {
+    rusage used{};
+    getrusage(RUSAGE_SELF, &used);
+    return used.ru_maxrss;
+  };
+  const long before = peak();
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
+  EXPECT_EQ(Table().size(), 460U) << "of the first 500 rows those of a sensible size";
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 300ms);
+  EXPECT_LT(peak() - before, 30000) << "KiB";
+  EXPECT_THAT(Log(), HasSubstr("remainingTBL: 40 rows with texts of more than 4096 bytes are left out\n"));
+  EXPECT_THAT(Log(), HasSubstr("remainingTBL: it has more than 500 rows, the others are left out\n"));
 }
 
 TEST_F(Remaining, OnDemandIssuesThatHaveClearedAreDeleted) {

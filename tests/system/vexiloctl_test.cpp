@@ -141,6 +141,24 @@ TEST(Vexiloctl, TransitionsAndSolutionsAreListedOldestFirst) {
             "2024-03-09T00:00:00  18    1001      5     yes      SID_UNTRANSLATED\n");
 }
 
+TEST(Vexiloctl, OfMoreRowsThanAnyEngineHasTheNewestAreListed) {
+  MakeTitles();
+  Output({"engine", "record", "17", "true", "2024-03-08T00:00:00"});
+  StoreRemaining({17});
+  const std::string rows = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 30000) ";
+  Execute(OpenDatabase(set_paths::kInferenceDb).get(),
+          rows + "INSERT INTO inferenceTBL SELECT '', printf('2024-04-01T%08d', i), i, 1, 0 FROM n");
+  Execute(OpenDatabase(set_paths::kRemainingDb).get(), rows + "INSERT INTO remainingTBL(issue_code) SELECT i FROM n");
+  const ProcessResult history = RunCtl({"engine", "list"}), remaining = RunCtl({"remaining", "list"});
+  EXPECT_EQ(Count(history.out, "\n"), 20001);
+  EXPECT_THAT(history.out, AllOf(HasSubstr("\n2024-04-01T00010001 "), HasSubstr("\n2024-04-01T00030000 ")));
+  EXPECT_EQ(history.err, "vexiloctl: " + std::string(set_paths::kInferenceDb) +
+                             ": the newest 20000 rows are looked at, older ones are not\n");
+  EXPECT_EQ(Count(remaining.out, "\n"), 501);
+  EXPECT_EQ(remaining.err,
+            "vexiloctl: " + std::string(set_paths::kRemainingDb) + ": the first 500 rows are listed, there are more\n");
+}
+
 TEST(Vexiloctl, RunsOfTheEngineAndItsRulesAreShown) {
   MakeTitles();
   EXPECT_EQ(RunCtl({"engine", "run"}).err, "vexiloctl: /usr/share/trevlin/rules.json: No such file or directory\n");

@@ -20,14 +20,16 @@ namespace trevlin {
 namespace {
 
 constexpr const char* kTag = log_tags::kTrevlin;
+constexpr int kMostRowBytes = 64 << 10;
 constexpr std::chrono::milliseconds kLockBudget{2000};
 constexpr std::chrono::milliseconds kLockPause{10};
 
 constexpr char kSelectAllTransitions[] =
-    "SELECT registerTime, lastUpdatedTime, issueCode, TR, solutionCode FROM inferenceTBL "
-    "ORDER BY lastUpdatedTime, rowid";
+    "SELECT * FROM (SELECT registerTime, lastUpdatedTime AS time, issueCode, TR, solutionCode, rowid AS row "
+    "FROM inferenceTBL ORDER BY time DESC, row DESC LIMIT ?1) ORDER BY time, row";
 constexpr char kSelectAllSolutions[] =
-    "SELECT registerTime, issueCode, solutionCode, type, isApply FROM solutionTBL ORDER BY registerTime, rowid";
+    "SELECT * FROM (SELECT registerTime AS time, issueCode, solutionCode, type, isApply, rowid AS row "
+    "FROM solutionTBL ORDER BY time DESC, row DESC LIMIT ?1) ORDER BY time, row";
 
 // The register time of an issue is that of its first row.
 constexpr char kInsertTransition[] =
@@ -96,6 +98,10 @@ std::string SecondAfter(const std::string& time) {
   const time_t after = timegm(&fields);
   gmtime_r(&after, &fields);
   return Written(fields);
+}
+
+void BindMostRows(sqlite3_stmt* statement) {
+  sqlite3_bind_int64(statement, 1, kMostRows);
 }
 
 _DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
@@ -192,15 +198,13 @@ int Database::StandingIssues(std::vector<int>& out) {
 int Database::AllTransitions(std::vector<Transition>& out) {
   out.clear();
   SqliteStatement statement;
-  const int result = Query(
-      m_inference, statement, kSelectAllTransitions, [](sqlite3_stmt*) {},
-      [&](sqlite3_stmt* row) {
-        out.push_back({.registerTime = std::string(ColumnText(row, 0)),
-                       .time = std::string(ColumnText(row, 1)),
-                       .issueCode = sqlite3_column_int(row, 2),
-                       .type = sqlite3_column_int(row, 3),
-                       .solutionCode = sqlite3_column_int(row, 4)});
-      });
+  const int result = Query(m_inference, statement, kSelectAllTransitions, BindMostRows, [&](sqlite3_stmt* row) {
+    out.push_back({.registerTime = std::string(ColumnText(row, 0)),
+                   .time = std::string(ColumnText(row, 1)),
+                   .issueCode = sqlite3_column_int(row, 2),
+                   .type = sqlite3_column_int(row, 3),
+                   .solutionCode = sqlite3_column_int(row, 4)});
+  });
   if (result != TREVLIN_OK) out.clear();
   return result;
 }
@@ -208,9 +212,8 @@ int Database::AllTransitions(std::vector<Transition>& out) {
 int Database::AllSolutions(std::vector<_DTSolDBRecord>& out) {
   out.clear();
   SqliteStatement statement;
-  const int result = Query(
-      m_solution, statement, kSelectAllSolutions, [](sqlite3_stmt*) {},
-      [&](sqlite3_stmt* row) { out.push_back(SolutionOfRow(row)); });
+  const int result = Query(m_solution, statement, kSelectAllSolutions, BindMostRows,
+                           [&](sqlite3_stmt* row) { out.push_back(SolutionOfRow(row)); });
   if (result != TREVLIN_OK) out.clear();
   return result;
 }
@@ -442,6 +445,7 @@ Database::State Database::OpenFile(File& file) {
     lstat(path.c_str(), &status);
     file.device = status.st_dev;
     file.inode = status.st_ino;
+    sqlite3_limit(db, SQLITE_LIMIT_LENGTH, kMostRowBytes);
     sqlite3_busy_handler(db, WaitForLock, &file);
   }
   if (!PrepareTables(file)) return State::kFailed;

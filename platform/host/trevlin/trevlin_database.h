@@ -11,6 +11,7 @@
 /// operation on it that went through; after two seconds without an operation anew. WaitForLocksUntil() ends it earlier.
 ///
 /// A file that is replaced or deleted meanwhile is noticed at the next operation outside BeginRead() and EndRead().
+/// A row of more than 64 KiB is an error for each query that comes to it.
 /// A file that is no database is never written to, and a link in place of a file is refused.
 
 #include <sys/types.h>
@@ -46,11 +47,14 @@ std::string CurrentTime(std::chrono::seconds offset = {});
 /// Whether `text` is a time as the databases write it ("2024-03-07T09:05:00"), of a day that the calendar has.
 bool IsTime(const std::string& text);
 
+/// What is looked at where all rows are asked for: the newest. An engine's databases have a hundred of each issue.
+inline constexpr size_t kMostRows = 20000;
+
 /// The queries that a diagnosis makes for every issue; ?1 is the issue code as text, ?2 the type of transition.
 /// Each is answered from the index that a kReadWrite object makes.
 inline constexpr char kSelectTransitions[] =
     "SELECT lastUpdatedTime FROM inferenceTBL WHERE issueCode = ?1 AND TR = ?2 "
-    "ORDER BY lastUpdatedTime DESC, rowid DESC";
+    "ORDER BY lastUpdatedTime DESC, rowid DESC LIMIT 1000";
 inline constexpr char kSelectNewestSolution[] =
     "SELECT registerTime, issueCode, solutionCode, type, isApply FROM solutionTBL WHERE issueCode = ?1 "
     "ORDER BY registerTime DESC, rowid DESC LIMIT 1";
@@ -67,7 +71,7 @@ class Database {
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
-  /// Newest first. `out` is replaced, by nothing when the result is not TREVLIN_OK.
+  /// Newest first, 1000 at most. `out` is replaced, by nothing when the result is not TREVLIN_OK.
   int Transitions(int issueCode, int type, std::vector<_DTInfDBRecord>& out);
   /// `out` is untouched unless the result is TREVLIN_OK.
   int NewestSolution(int issueCode, _DTSolDBRecord& out);
@@ -76,7 +80,8 @@ class Database {
   /// order. `out` is replaced, by nothing when the result is not TREVLIN_OK.
   int StandingIssues(std::vector<int>& out);
 
-  /// Every row, oldest first. `out` is replaced, by nothing when the result is not TREVLIN_OK.
+  /// Every row, or the newest kMostRows of more, oldest first. `out` is replaced, by nothing when the result is not
+  /// TREVLIN_OK.
   int AllTransitions(std::vector<Transition>& out);
   int AllSolutions(std::vector<_DTSolDBRecord>& out);
 

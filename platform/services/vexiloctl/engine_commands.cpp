@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "command.h"
+#include "set_paths.h"
 #include "titles.h"
 #include "trevlin/trevlin_database.h"
 
@@ -25,6 +26,11 @@ bool ReadTruth(const std::string& text) {
   return text == "true";
 }
 
+void TellOfMore(size_t count, const char* path) {
+  if (count >= trevlin::kMostRows)
+    Complain(std::string(path) + ": the newest " + std::to_string(count) + " rows are looked at, older ones are not");
+}
+
 void Check(int result, const Database& database) {
   if (result != TREVLIN_OK && result != TREVLIN_NO_MATCH) throw Failure(database.LastError());
 }
@@ -37,6 +43,7 @@ void EngineList(const Arguments& arguments) {
   Database database(Database::Access::kReadOnly);
   std::vector<trevlin::Transition> transitions;
   Check(database.AllTransitions(transitions), database);
+  TellOfMore(transitions.size(), set_paths::kInferenceDb);
 
   const Titles titles;
   Listing listing(arguments.json, {"TIME", "CODE", "TRUE", "TITLE"});
@@ -77,6 +84,7 @@ void EngineSolutions(const Arguments& arguments) {
   Database database(Database::Access::kReadOnly);
   std::vector<_DTSolDBRecord> solutions;
   Check(database.AllSolutions(solutions), database);
+  TellOfMore(solutions.size(), set_paths::kSolutionDb);
 
   const Titles titles;
   Listing listing(arguments.json, {"TIME", "CODE", "SOLUTION", "TYPE", "APPLIED", "TITLE"});

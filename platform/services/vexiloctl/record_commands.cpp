@@ -65,6 +65,7 @@ SqliteDb OpenToRead(const char* path) {
       sqlite3_open_v2(SystemPath(path).c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
   SqliteDb db(handle);
   if (result != SQLITE_OK) Fail(path, handle ? sqlite3_errmsg(handle) : sqlite3_errstr(result));
+  sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, QUVA::kMostTextBytes);
   sqlite3_busy_timeout(handle, kLockWaitMilliseconds);
   return db;
 }
@@ -87,6 +88,10 @@ std::vector<RemainingRow> ReadRemaining() {
   std::vector<RemainingRow> rows;
   int step;
   while ((step = sqlite3_step(select.get())) == SQLITE_ROW) {
+    if (rows.size() == QUVA::kMostRows) {
+      Complain(std::string(path) + ": the first " + std::to_string(rows.size()) + " rows are listed, there are more");
+      return rows;
+    }
     RemainingRow& row = rows.emplace_back();
     for (size_t i = 0; i < QUVA::RemainingColumnNames().size(); ++i)
       row.emplace_back(ColumnText(select.get(), static_cast<int>(i)));
