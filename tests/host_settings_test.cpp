@@ -10,6 +10,7 @@
 #include "set_names.h"
 #include "settings/menu_language.h"
 #include "settings/settings_store.h"
+#include "settings/text_catalogue.h"
 #include "support/files.h"
 #include "support/fork.h"
 #include "vconf.h"
@@ -229,6 +230,82 @@ std::string Catalogue(const std::string& language) {
   const std::string text = "Language: " + language + "\n";
   const uint32_t head[] = {0x950412de, 0, 1, 28, 36, 0, 0, 0, 44, static_cast<uint32_t>(text.size()), 45};
   return std::string(reinterpret_cast<const char*>(head), sizeof head) + '\0' + text + '\0';
+}
+
+/// A whole one with `count` texts, and a hash table of `hash` places.
+std::string WholeCatalogue(uint32_t count, uint32_t hash) {
+  const uint32_t texts = 28 + 16 * count + 4 * hash;
+  std::vector<uint32_t> words = {0x950412de, 0, count, 28, 28 + 8 * count, hash, 28 + 16 * count};
+  for (const uint32_t half : {0U, 4 * count})
+    for (uint32_t i = 0; i < count; ++i) words.insert(words.end(), {3, texts + half + 4 * i});
+  for (uint32_t i = 0; i < hash; ++i) words.push_back(i < count ? i + 1 : 0);
+  std::string bytes(reinterpret_cast<const char*>(words.data()), 4 * words.size());
+  for (const char* kind : {"id", "tx"})
+    for (uint32_t i = 0; i < count; ++i) bytes += kind + std::string(1, static_cast<char>('a' + i)) + '\0';
+  return bytes;
+}
+
+TEST(TextCatalogue, IsReadByTheLibraryWhenItIsWhole) {
+  const std::string whole = WholeCatalogue(3, 5);
+  const auto with = [&](size_t word, uint32_t value) {
+    std::string bytes = whole;
+    std::memcpy(bytes.data() + 4 * word, &value, sizeof value);
+    return bytes;
+  };
+  std::string swapped = whole;
+  for (size_t at = 0; at < 28 + 3 * 16 + 5 * 4; at += 4) std::reverse(swapped.begin() + at, swapped.begin() + at + 4);
+  const std::pair<std::string, const char*> cases[] = {
+      {whole, ""},
+      {swapped, ""},
+      {Catalogue("de"), ""},
+      {WholeCatalogue(0, 0), ""},
+      {"", "shorter than its head"},
+      {whole.substr(0, 27), "shorter than its head"},
+      {with(0, 1), "no catalogue"},
+      {with(1, 1), "revision 1"},
+      {with(2, 1000), "table of its texts"},
+      {with(2, UINT32_MAX), "table of its texts"},
+      {with(3, UINT32_MAX - 3), "table of its texts"},
+      {with(4, 30), "table of its texts"},
+      {with(7, UINT32_MAX), "text 1 does not end"},
+      {with(10, UINT32_MAX), "text 2 does not end"},
+      {with(15, 2), "text 2 does not end"},
+      {whole.substr(0, whole.size() - 1), "text 3 does not end"},
+      {with(8, 28 + 3 * 16 + 5 * 4 + 8), "text 2 is not in order"},
+      {with(5, 1000003), "hash table does not end"},
+      {with(5, 4), "no prime"},
+      {with(19, 4), "leads to a text"},
+      {WholeCatalogue(5, 5), "no empty place"},
+  };
+  for (const auto& [bytes, problem] : cases) {
+    EXPECT_THAT(CatalogueProblem(bytes), HasSubstr(problem)) << testing::PrintToString(bytes);
+    EXPECT_EQ(CatalogueProblem(bytes).empty(), *problem == '\0') << problem;
+  }
+}
+
+TEST(MenuLanguage, IsEnglishWhereACatalogueIsDamaged) {
+  bindtextdomain(set_names::kCareApplication, SystemPath(set_paths::kLocaleDir).c_str());
+  const auto path = [](const std::string& language) {
+    return set_paths::kLocaleDir + ("/" + language) + "/LC_MESSAGES/" + set_names::kCareApplication + ".mo";
+  };
+  WriteFile(path("en"), Catalogue("en"));
+  // Where the library would look for what is searched for lies far beyond the end.
+  std::string damaged = Catalogue("de");
+  damaged[15] = '\x7f';
+  WriteFile(path("de"), damaged);
+  fs::create_directories(fs::path(SystemPath(path("fr"))).parent_path());
+  ASSERT_EQ(mkfifo(SystemPath(path("fr")).c_str(), 0644), 0);
+  for (const char* language : {"de", "fr"}) {
+    ASSERT_EQ(vconf_set_str("db/menu_widget/language", (language + "_XX.utf8"s).c_str()), 0);
+    ExpectEndsWell(Fork([] {
+      ApplyMenuLanguage();
+      EXPECT_EQ(LanguageOfTexts(), "en");
+    }));
+    EXPECT_THAT(Log(), HasSubstr("the texts are not in \"" + std::string(language) + "\": " + path(language) + ": "));
+  }
+  WriteFile(path("en"), "");
+  ApplyMenuLanguage();
+  EXPECT_STREQ(dgettext(set_names::kCareApplication, "SID"), "SID");
 }
 
 TEST(MenuLanguage, FindsTextsWithoutTheLocaleAndRunsAsTheTextsDo) {

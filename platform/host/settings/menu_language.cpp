@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <clocale>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@
 #include "log_tags.h"
 #include "plain_text.h"
 #include "set_names.h"
+#include "settings/text_catalogue.h"
 #include "vconf.h"
 
 namespace {
@@ -44,6 +46,20 @@ std::string LanguagesOf(const std::string& locale) {
   return languages + (language == "en" ? "" : ":en");
 }
 
+/// Of a list of languages those whose catalogues are sound, or have none; "C", which has no catalogue, where none is.
+std::string Sound(const std::string& languages) {
+  std::string sound;
+  std::istringstream each(languages);
+  for (std::string language; std::getline(each, language, ':');) {
+    const std::string problem = CatalogueProblemOf(language);
+    if (problem.empty())
+      sound.append(sound.empty() ? "" : ":").append(language);
+    else
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "the texts are not in \"%s\": %s", language.c_str(), problem.c_str());
+  }
+  return sound.empty() ? "C" : sound;
+}
+
 }  // namespace
 
 std::string LanguageOfLocale(const std::string& locale) {
@@ -71,7 +87,7 @@ std::string LanguageOfTexts() {
 
 void ApplyMenuLanguage() {
   std::string locale = MenuLocale();
-  setenv("LANGUAGE", LanguagesOf(locale).c_str(), 1);
+  setenv("LANGUAGE", Sound(LanguagesOf(locale)).c_str(), 1);
   // The C library forgets the texts that it has found only when the locale changes.
   std::setlocale(LC_ALL, "C");
   // Without the locale, numbers and dates are neutral, and the texts come by LANGUAGE, which the locale "C" alone would
