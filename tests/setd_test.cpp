@@ -11,6 +11,7 @@
 #include "setd/request.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
+#include "support/growth.h"
 
 namespace {
 
@@ -353,6 +354,18 @@ TEST(SetdScrubber, TakesNoTimeOverLinesThatAreMadeToTakeLong) {
       EXPECT_NE(Cleaned(line + end), "") << part << end;
       EXPECT_LT(now() - before, kLongestMs) << part << end;
     }
+}
+
+TEST(SetdScrubber, ReplacesWhatIsPrivateOfAnyLengthInProportionToIt) {
+  for (const char* kind : {"user", "ssid", "serial"}) {
+    const auto clean = [&](size_t size) {
+      std::string text;
+      while (text.size() < size) text += "a b-";
+      EXPECT_EQ(Scrubber({{kind, text}}).Clean("x " + text + " y\nz"), "x <"s + kind + "-1>\nz");
+      EXPECT_EQ(Scrubber({{kind, text + "c"}}).Clean("x:" + text.substr(0, 200)), "x:" + text.substr(0, 200));
+    };
+    EXPECT_LT(GrowthOf(clean, 30000), kLinear) << kind;
+  }
 }
 
 TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {

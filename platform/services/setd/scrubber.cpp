@@ -36,6 +36,8 @@ namespace {
 constexpr size_t kShortestSecret = 3, kShortestLearned = 4, kLongestLearned = 64, kMaxSecrets = 200;
 // From this length on a serial number is found within a word, too.
 constexpr size_t kUniqueSerial = 8;
+// Longer ones would be patterns that are too large, or take as long as they and the text are.
+constexpr size_t kLongestSearched = 256;
 constexpr size_t kAddressDigits = 12;
 
 /// Words that logs put where a name is expected; to replace them everywhere would spoil the report.
@@ -110,9 +112,10 @@ std::string KeyOf(const std::string& kind, const std::string& value) {
 }
 
 /// A pattern for the text as a word, in the ways in which URLs and logs write it; wireless names also in hexadecimal.
+/// Of a very long text it is that of its beginning and of all that follows in the line.
 std::string PatternOf(const Scrubber::Secret& secret) {
   std::string plain, hex;
-  for (const char each : secret.text) {
+  for (const char each : secret.text.substr(0, kLongestSearched)) {
     const auto byte = static_cast<unsigned char>(each);
     hex += Hex(byte);
     if (std::isalnum(byte))
@@ -121,9 +124,10 @@ std::string PatternOf(const Scrubber::Secret& secret) {
       plain += "(?:\\x" + Hex(byte) + "|%" + Hex(byte) + "|\\\\x" + Hex(byte) + (each == ' ' ? "|\\+" : "") + ")";
   }
   if (secret.kind == "ssid") plain += "|" + hex;
-  if (secret.kind == "serial" && secret.text.size() >= kUniqueSerial) return "(?i)" + plain;
-  return "(?i)(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))(?!" + PlaceholderKindsPattern() + "-\\d++>)(?:" + plain +
-         ")(?![0-9a-z])";
+  const std::string end = secret.text.size() > kLongestSearched ? R"([^\n]*+)" : "(?![0-9a-z])";
+  if (secret.kind == "serial" && secret.text.size() >= kUniqueSerial)
+    return "(?i)" + plain + (secret.text.size() > kLongestSearched ? end : "");
+  return "(?i)(?:(?<![0-9a-z])|(?<=%[0-9a-f]{2}))(?!" + PlaceholderKindsPattern() + "-\\d++>)(?:" + plain + ")" + end;
 }
 
 /// The character, and the end of the escape, that begins at the place: those of JSON and of programs (any number of
