@@ -312,7 +312,7 @@ void Unpack(const std::string& report) {
 TEST(SetdReport, HasWholeLinesOfTheJournalWhereTheLogGoesThere) {
   WriteFile("/bin/journalctl",
             "#!/bin/sh\ncase \"$*\" in *'-t TVVexilo '*'-t FLUX '*'-t SPEECH '*) ;; *) exit 1 ;; esac\n"
-            "yes 'start of a line of which many make more than is kept' | head -n 30000\n");
+            "yes 'start of a line of which many make more than is kept' | head -n 3000000\n");
   fs::permissions(SystemPath("/bin/journalctl"), fs::perms::owner_all);
   WriteFile("/tmp/kov_NDF/OTHER-A.log", "");
   ServeOnce({.env = {{"VEXILO_LOG_TARGET", "stderr"}, {"PATH", SystemPath("/bin") + ":" + getenv("PATH")}}});
@@ -322,6 +322,9 @@ TEST(SetdReport, HasWholeLinesOfTheJournalWhereTheLogGoesThere) {
   EXPECT_TRUE(log.starts_with("start of a line")) << log.substr(0, 200);
   EXPECT_GT(log.size(), 1000000u);
   EXPECT_LE(log.size(), size_t{1024 * 1024});
+  rusage used{};
+  getrusage(RUSAGE_CHILDREN, &used);
+  EXPECT_LT(used.ru_maxrss, 250000) << "KiB; the journal has 180 MB";
 }
 
 /// What must be in no report, in small letters, and a text that has it; how it is spelled is the scrubber's matter.

@@ -123,6 +123,18 @@ void TakeKernelLog(const TakeSource& take) {
   take("kernel.log", Newest(std::move(text)), "");
 }
 
+/// All that comes, or rather more than kMaxLog bytes of its end; false with the reason.
+bool ReadEnd(GInputStream* stream, std::string& text, GErrorHandle& error) {
+  char buffer[65536];
+  gssize got;
+  while ((got = g_input_stream_read(stream, buffer, sizeof buffer, nullptr, error.Out())) > 0) {
+    text.append(buffer, static_cast<size_t>(got));
+    // Lines may be of any length.
+    if (text.size() > 2 * kMaxLog) text.erase(0, text.size() - kMaxLog - 1);
+  }
+  return got == 0;
+}
+
 /// The newest lines of the journal that any of the matches ("-u", unit) select; else false with the reason.
 bool ReadJournal(const char* option, const std::vector<const char*>& names, std::string& text, std::string& problem) {
   const GText program(g_find_program_in_path("journalctl"));
@@ -138,19 +150,17 @@ bool ReadJournal(const char* option, const std::vector<const char*>& names, std:
   const GObjectHandle<GSubprocess> process(g_subprocess_newv(
       arguments.data(),
       static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE), error.Out()));
-  GBytes* bytes = nullptr;
-  if (!process || !g_subprocess_communicate(process.get(), nullptr, nullptr, &bytes, nullptr, error.Out())) {
+  std::string output;
+  if (!process || !ReadEnd(g_subprocess_get_stdout_pipe(process.get()), output, error) ||
+      !g_subprocess_wait(process.get(), nullptr, error.Out())) {
     problem = error.Message();
     return false;
   }
-  const std::unique_ptr<GBytes, CRelease<&g_bytes_unref>> output(bytes);
   if (!g_subprocess_get_successful(process.get())) {
     problem = "journalctl failed";
     return false;
   }
-  size_t size = 0;
-  const auto* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
-  text = Newest(std::string(data, size));
+  text = Newest(std::move(output));
   return true;
 }
 
