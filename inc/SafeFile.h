@@ -23,17 +23,20 @@ bool IsLink(const std::string& path);
 /// larger than 4096 bytes"), `text` untouched. Any thread.
 bool ReadRegularFile(const std::string& path, size_t limit, bool mayBeLink, std::string& text, std::string& problem);
 
-/// Opens a file of this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
+/// Opens a file that is of no exchange folder, by its path on this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
 /// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
 /// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.
 FileHandle OpenFileWithoutLinks(const std::string& path);
 
-/// Whether no symbolic link stands anywhere on the way to `path` (absolute, of the set). The file need not be there;
-/// its folder must. False otherwise, with the reason in errno (ELOOP for a link). Any thread.
-bool HasNoLinks(const std::string& path);
+/// The same of a file in an exchange folder (a path of the set), as exchange::OpenFile() opens it.
+FileHandle OpenExchangeFile(const std::string& path);
 
-/// Creates or empties the file at `path` (of the set) and writes `content`, unless a symbolic link stands anywhere on
-/// the way to it. The folder must be there. False on refusal or failure, with the reason in errno; a file that could
+/// Whether an exchange folder and what stands in it at `path` (of the set), if anything, are in order, as
+/// exchange::OpenFile() has it. False otherwise, with the reason in errno. Any thread.
+bool IsExchangeInOrder(const std::string& path);
+
+/// Creates or empties the file at `path` (of the set) in an exchange folder and writes `content`, as OpenExchangeFile()
+/// opens it. The folder must be there. False on refusal or failure, with the reason in errno; a file that could
 /// not be written whole is removed. Any thread.
 bool CreateFileWithoutLinks(const std::string& path, std::string_view content);
 

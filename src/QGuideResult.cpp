@@ -11,6 +11,7 @@
 #include "AppState.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
+#include "ownership.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -58,11 +59,12 @@ FileHandle OpenQGuideResult(const char* path) {
     SayNoQGuideResult(path, std::strerror(error));
     return nullptr;
   }
-  FileHandle file = OpenFileWithoutLinks(SystemPath(path));
+  const bool isExchanged = std::string_view(path) == set_paths::kQGuideResult;
+  FileHandle file = isExchanged ? OpenExchangeFile(path) : OpenFileWithoutLinks(SystemPath(path));
   if (file) return file;
   const int error = errno;
   VEXILO_LOGE("Unable to open file %s %d", path, error);
-  SayNoQGuideResult(path, std::strerror(error));
+  SayNoQGuideResult(path, exchange::WhyNot(error));
   return nullptr;
 }
 

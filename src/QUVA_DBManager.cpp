@@ -7,6 +7,7 @@
 
 #include "SafeFile.h"
 #include "VexiloLog.h"
+#include "ownership.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "trevlin_tables.h"
@@ -68,6 +69,7 @@ int TCDBManager::OpenDB(EDBName db) {
   sqlite3_close(m_db);
   m_db = nullptr;
   const std::string path = m_GetDBPath(db);
+  if (!path.empty()) KeepPrivate(path);
   if (IsLink(path)) {
     VEXILO_LOGE("ERROR: %s open is fail!! ( %s )", path.c_str(), "it is a symbolic link");
   } else if (sqlite3_open(SystemPath(path).c_str(), &m_db) != SQLITE_OK) {

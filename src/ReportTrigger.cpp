@@ -12,6 +12,7 @@
 #include "FileWatch.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
+#include "ownership.h"
 #include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -62,8 +63,8 @@ ReportRequest LeaveReportTrigger(const char* folder, const std::string& fileName
     return request;
   }
   const std::string& path = request.path;
-  if (!HasNoLinks(path)) {
-    request.problem = path + ": " + std::strerror(errno);
+  if (!IsExchangeInOrder(path)) {
+    request.problem = path + ": " + exchange::WhyNot(errno);
     VEXILO_LOGE("no report is asked for with %s", request.problem.c_str());
     return request;
   }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "ownership.h"
 #include "plain_text.h"
 #include "system_path.h"
 
@@ -53,6 +54,18 @@ bool ReadRegularFile(const std::string& path, size_t limit, bool mayBeLink, std:
   return true;
 }
 
+namespace {
+
+/// Empties it, for writing and reading.
+FileHandle ToStream(FdHandle fd) {
+  if (!fd || ftruncate(fd.get(), 0) != 0) return nullptr;
+  FileHandle file(fdopen(fd.get(), "w+"));
+  if (file) fd.release();
+  return file;
+}
+
+}  // namespace
+
 FileHandle OpenFileWithoutLinks(const std::string& path) {
   FdHandle fd(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666));
   struct stat info {};
@@ -61,26 +74,23 @@ FileHandle OpenFileWithoutLinks(const std::string& path) {
     errno = S_ISREG(info.st_mode) ? EMLINK : EINVAL;
     return nullptr;
   }
-  if (ftruncate(fd.get(), 0) != 0) return nullptr;
-  FileHandle file(fdopen(fd.get(), "w+"));
-  if (file) fd.release();
-  return file;
+  return ToStream(std::move(fd));
 }
 
-bool HasNoLinks(const std::string& path) {
-  const std::string full = SystemPath(path);
-  const std::string folder = full.substr(0, full.rfind('/'));
-  const CText resolved(realpath(folder.c_str(), nullptr));
-  if (!resolved) return false;
-  if (!IsLink(path) && folder == resolved.get()) return true;
-  errno = ELOOP;
-  return false;
+FileHandle OpenExchangeFile(const std::string& path) {
+  return ToStream(exchange::OpenFile(path, O_RDWR | O_CREAT));
+}
+
+bool IsExchangeInOrder(const std::string& path) {
+  if (exchange::OpenFile(path, O_PATH)) return true;
+  const int reason = errno;
+  std::string ignored;
+  return reason == ENOENT && exchange::OpenFolder(path.substr(0, path.rfind('/')), ignored);
 }
 
 bool CreateFileWithoutLinks(const std::string& path, std::string_view content) {
-  if (!HasNoLinks(path)) return false;
   const std::string full = SystemPath(path);
-  FileHandle file = OpenFileWithoutLinks(full);
+  FileHandle file = OpenExchangeFile(path);
   if (!file) return false;
   const bool written = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
   if (std::fclose(file.release()) == 0 && written) return true;

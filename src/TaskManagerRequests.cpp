@@ -8,6 +8,7 @@
 #include "FileWatch.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
+#include "ownership.h"
 #include "request_files.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -45,7 +46,7 @@ class Turn {
   explicit Turn(Turns& turns) : m_turns(turns), m_lock(turns.mutex) {
     const std::string trigger = tager::TriggerPath(turns.request);
     // What a link leads to is nobody's request.
-    if (!HasNoLinks(trigger)) return;
+    if (!IsExchangeInOrder(trigger)) return;
     const std::string writing = WritingOf(SystemPath(trigger));
     m_isLate = !writing.empty() && (writing == turns.overdue || !FileWatch(trigger).WaitFor(false, kTurnPatience));
     if (m_isLate) VEXILO_LOGE("[TVMGR-NATIVE] an earlier request is still there (%s)", trigger.c_str());
@@ -70,7 +71,10 @@ bool AwaitAnswer(const std::string& answer) {
 /// What the task manager has written there; false when it cannot be read, which is in the log.
 bool ReadAnswer(const std::string& path, std::string& text) {
   std::string problem;
-  if (ReadRegularFile(path, kLargestAnswer, false, text, problem)) return true;
+  if (!IsExchangeInOrder(path))
+    problem = exchange::WhyNot(errno);
+  else if (ReadRegularFile(path, kLargestAnswer, false, text, problem))
+    return true;
   VEXILO_LOGE("[TAGER-NATIVE] Unable to open file %s", path.c_str());
   VEXILO_LOGE("%s: %s", path.c_str(), problem.c_str());
   return false;

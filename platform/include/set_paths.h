@@ -19,6 +19,7 @@ inline constexpr char kCheckerDir[] = "/usr/share/menu/providers/";
 inline constexpr char kCommonImagesDir[] = "/usr/share/vexilo-flux/images";
 
 // Databases.
+inline constexpr char kTrevlinDatabases[] = "/home/owner/share/Trevlin/DB";
 inline constexpr char kInferenceDb[] = "/home/owner/share/Trevlin/DB/inference.db";
 inline constexpr char kSolutionDb[] = "/home/owner/share/Trevlin/DB/solution.db";
 inline constexpr char kRemainingDb[] = "/opt/usr/home/owner/share/remaining.db";
@@ -64,6 +65,7 @@ inline constexpr char kDaemonLock[] = "/run/vexilo-host/setd.lock";
 inline constexpr char kTrevlinRun[] = "/run/vexilo-host/trevlin";
 inline constexpr char kRuleHistories[] = "/run/vexilo-host/trevlin/histories.json";
 inline constexpr char kRuleHistoriesLock[] = "/run/vexilo-host/trevlin/lock";
+inline constexpr char kRemovalLock[] = "/run/vexilo-host/removals.lock";
 inline constexpr char kReportResults[] = "/run/vexilo-host/report_results";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";

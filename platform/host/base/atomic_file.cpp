@@ -1,6 +1,7 @@
 #include "base/atomic_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,6 +9,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+
+#include "base/state.h"
+#include "ownership.h"
+#include "system_path.h"
 
 namespace {
 
@@ -37,10 +42,26 @@ int RenameToFree(const char* from, const char* to) {
   return -1;
 }
 
+/// Makes a file beside `path` and locks it: TidyState() removes those that nobody holds. Should it come in between,
+/// there is another one.
+FdHandle MakeTemporary(const std::string& path, std::string& temporary) {
+  while (true) {
+    temporary = path + "#XXXXXX";
+    FdHandle file(mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file) return file;
+    const bool isTaken = flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    struct stat status;
+    if (!isTaken && (fstat(file.get(), &status) != 0 || status.st_nlink > 0)) return file;
+  }
+}
+
 bool Publish(const std::string& path, std::string_view content, mode_t mode, int (*move)(const char*, const char*)) {
-  std::string temporary = path + "#XXXXXX";
-  FdHandle file(mkostemp(temporary.data(), O_CLOEXEC));
+  std::string temporary;
+  FdHandle file = MakeTemporary(path, temporary);
   if (!file) return false;
+  // The lock is the file's until it has its name.
+  const FdHandle lock(fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
+  if (IsState(path)) GiveToSetOwner(file.get());
   if (WriteFully(file.get(), content) && fchmod(file.get(), mode) == 0 && fsync(file.get()) == 0 && Close(file) &&
       move(temporary.c_str(), path.c_str()) == 0)
     return SyncFolderOf(path);
@@ -50,19 +71,34 @@ bool Publish(const std::string& path, std::string_view content, mode_t mode, int
   return false;
 }
 
+/// True when it is there afterwards, also where it is a link to one.
+bool MakeOneFolder(const std::string& path) {
+  if (mkdir(path.c_str(), ModeOfFolder(path)) == 0) {
+    const FdHandle made(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (made && IsState(path)) GiveToSetOwner(made.get());
+    return made && fchmod(made.get(), ModeOfFolder(path)) == 0;
+  }
+  struct stat status;
+  if (errno != EEXIST && errno != EROFS && errno != EACCES) return false;
+  const int reason = errno;
+  const bool isThere = stat(path.c_str(), &status) == 0;
+  if (isThere && S_ISDIR(status.st_mode)) return true;
+  errno = isThere ? ENOTDIR : reason;
+  return false;
+}
+
 }  // namespace
 
 bool MakeFolders(const std::string& path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (!error && !std::filesystem::is_directory(path, error) && !error)
-    error = std::make_error_code(std::errc::not_a_directory);
-  if (error) errno = error.value();
-  return !error;
+  for (size_t end = path.find_first_not_of('/'); end < path.size(); ++end) {
+    end = std::min(path.find('/', end), path.size());
+    if (!MakeOneFolder(path.substr(0, end))) return false;
+  }
+  return true;
 }
 
-bool PublishFile(const std::string& path, std::string_view content) {
-  return Publish(path, content, 0644, rename);
+bool PublishFile(const std::string& path, std::string_view content, Readers readers) {
+  return Publish(path, content, readers == Readers::kOwner ? 0600 : 0644, rename);
 }
 
 bool PublishPrivateFile(const std::string& path, std::string_view content) {
@@ -119,13 +155,17 @@ std::string WhyUnread(int reason, size_t limit) {
 
 FdHandle OpenToAppend(const std::string& path) {
   const int flags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  FdHandle file(open(path.c_str(), flags, 0644));
+  FdHandle file(open(path.c_str(), flags, 0600));
   if (!file && errno == ENOENT && MakeFolders(std::filesystem::path(path).parent_path()))
-    file.reset(open(path.c_str(), flags, 0644));
+    file.reset(open(path.c_str(), flags, 0600));
+  if (!file) return file;
   struct stat status;
-  if (file && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     file.reset();
     errno = EINVAL;
+    return file;
   }
+  if (status.st_size == 0 && IsState(path)) GiveToSetOwner(file.get());
+  Narrow(file.get(), status, 0600);
   return file;
 }

@@ -9,16 +9,20 @@
 
 #include "c_handle.h"
 
-/// Makes the folder and those above it. True when it is there afterwards; errno tells why not.
+/// Makes the folder and those above it; what is the platform's state for its owner alone (base/state.h). True when it is
+/// there afterwards; errno tells why not.
 bool MakeFolders(const std::string& path);
 
-/// Writes `content` beside `path`, flushes it to the disk and renames it to `path`, readable for everybody. A symbolic
-/// link at `path` is replaced, never followed. While it is written the file is called as `path` with '#' and six
-/// characters appended. On failure `path` is as it was, nothing is left beside it, and errno tells why; only when the
-/// folder itself cannot be flushed is the new content there although this fails.
-bool PublishFile(const std::string& path, std::string_view content);
+/// Who may read a file.
+enum class Readers { kOwner, kEverybody };
 
-/// As PublishFile(), but for the owner's eyes only (0600), and never in another file's place: then false with EEXIST.
+/// Writes `content` beside `path`, flushes it to the disk and renames it to `path`, 0600 or 0644. A symbolic
+/// link at `path` is replaced, never followed. While it is written the file is called as `path` with '#' and six
+/// characters appended, and its writer holds its lock (flock). On failure `path` is as it was, nothing is left beside it, and errno tells why; only when the
+/// folder itself cannot be flushed is the new content there although this fails.
+bool PublishFile(const std::string& path, std::string_view content, Readers readers = Readers::kOwner);
+
+/// As PublishFile() for the owner, but never in another file's place: then false with EEXIST.
 bool PublishPrivateFile(const std::string& path, std::string_view content);
 
 /// Flushes the folder that holds `path`, so that a file that was made, renamed or removed in it outlives a power cut.
@@ -42,6 +46,7 @@ bool ReadWholeFile(const std::string& path, std::string& content, Links links = 
 /// The reason, for people, of a failure of ReadWholeFile() with that limit: "it is larger than 64 KiB" for EFBIG.
 std::string WhyUnread(int reason, size_t limit = kMostRead);
 
-/// Opens a file that grows by appending, for reading too; makes it and its folder where they are not. Without a handle,
+/// Opens a file that grows by appending, for reading too; makes it and its folder where they are not, for its owner
+/// alone (0600), and takes away what more an earlier version permitted. Without a handle,
 /// errno tells why: ELOOP for a symbolic link, which is not followed, EINVAL for what is no regular file.
 FdHandle OpenToAppend(const std::string& path);

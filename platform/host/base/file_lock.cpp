@@ -5,11 +5,17 @@
 #include <cerrno>
 #include <thread>
 
+#include "base/atomic_file.h"
+
 namespace {
 
 constexpr std::chrono::milliseconds kPause(2);
 
 }  // namespace
+
+FdHandle OpenLockFile(const std::string& path) {
+  return OpenToAppend(path);
+}
 
 bool LockFile(int fd, std::chrono::steady_clock::time_point end) {
   while (flock(fd, LOCK_EX | LOCK_NB) != 0) {

@@ -106,7 +106,7 @@ bool WriteRecord(const std::string& id, const std::string& installation, bool da
 FdHandle LockMark(const std::string& id) {
   FdHandle lock = packages::LockForRemoval(MarkOf(id));
   struct stat status;
-  if (!lock || (fstat(lock.get(), &status) == 0 && status.st_uid == geteuid())) return lock;
+  if (!lock || (lstat(SystemPath(MarkOf(id)).c_str(), &status) == 0 && status.st_uid == geteuid())) return lock;
   lock.reset();
   errno = EACCES;
   return lock;
@@ -115,7 +115,10 @@ FdHandle LockMark(const std::string& id) {
 /// Makes the mark of a removal and locks it. Without a handle, errno tells why.
 FdHandle Mark(const std::string& id) {
   const std::string mark = MarkOf(id);
+  const bool isNew = !packages::IsThere(mark);
   if (!MakeFolders(SystemPath(mark))) return {};
+  // Root gives all other state to the set's owner; whose this is tells who has begun.
+  if (isNew && lchown(SystemPath(mark).c_str(), geteuid(), getegid()) != 0) return {};
   SyncFolderOf(SystemPath(mark));
   return LockMark(id);
 }

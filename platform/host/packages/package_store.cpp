@@ -349,7 +349,12 @@ int Remove(const Package& package, const std::function<void(int)>& onProgress) {
   if (IsFlatpak(package)) return flatpak::Remove(package, onProgress);
   const std::string folder = FolderOf(package);
   const FdHandle lock = LockForRemoval(folder);
-  if (!lock) return errno == ENOENT ? static_cast<int>(PKGMGR_R_ENOPKG) : ResultOf(errno);
+  if (!lock) {
+    const int reason = errno;
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not removed: %s", folder.c_str(),
+                 reason == EAGAIN ? "it is being removed already" : std::strerror(reason));
+    return reason == ENOENT ? static_cast<int>(PKGMGR_R_ENOPKG) : ResultOf(reason);
+  }
   const TreeResult whole = PrepareTree(folder);
   if (whole.error != 0) {
     const std::string reason =

@@ -1,17 +1,19 @@
 #include "packages/removal.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <mutex>
 
+#include "base/file_lock.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "pkgmgr_client.h"
+#include "set_paths.h"
 #include "system_path.h"
 
 namespace packages {
@@ -52,16 +54,23 @@ int ResultOf(int error) {
 
 FdHandle LockForRemoval(const std::string& folder) {
   const std::string path = SystemPath(folder);
-  FdHandle lock(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!lock) return lock;
-  struct stat locked, there;
-  int error = 0;
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || fstat(lock.get(), &locked) != 0 || lstat(path.c_str(), &there) != 0)
-    error = errno;
-  else if (locked.st_dev != there.st_dev || locked.st_ino != there.st_ino)
-    error = ENOENT;
-  if (error != 0) lock.reset();
-  errno = error;
+  struct stat there;
+  if (lstat(path.c_str(), &there) != 0) return {};
+  if (!S_ISDIR(there.st_mode)) {
+    errno = S_ISLNK(there.st_mode) ? ELOOP : ENOTDIR;
+    return {};
+  }
+  FdHandle lock = OpenLockFile(SystemPath(set_paths::kRemovalLock));
+  struct flock range {};
+  range.l_type = F_WRLCK;
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(std::hash<std::string>()(folder) >> 2);
+  range.l_len = 1;
+  if (lock && (fcntl(lock.get(), F_OFD_SETLK, &range) != 0 || lstat(path.c_str(), &there) != 0)) {
+    const int reason = errno;
+    lock.reset();
+    errno = reason;
+  }
   return lock;
 }
 

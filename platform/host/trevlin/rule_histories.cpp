@@ -1,6 +1,5 @@
 #include "trevlin/rule_histories.h"
 
-#include <fcntl.h>
 #include <json/reader.h>
 #include <json/value.h>
 #include <json/writer.h>
@@ -39,11 +38,8 @@ void Complain(const char* path, const char* doing) {
 std::mutex g_mutex;
 std::optional<Histories> g_unstored;
 
-// To lock it takes no more than to read it, whoever has made it.
 FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
-  MakeFolders(SystemPath(set_paths::kTrevlinRun));
-  FdHandle lock(
-      open(SystemPath(set_paths::kRuleHistoriesLock).c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  FdHandle lock = OpenLockFile(SystemPath(set_paths::kRuleHistoriesLock));
   const auto end =
       std::min<std::chrono::steady_clock::time_point>(std::chrono::steady_clock::now() + kLongestLock, waitUntil);
   if (lock && LockFile(lock.get(), end)) return lock;

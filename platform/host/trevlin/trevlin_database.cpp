@@ -11,6 +11,7 @@
 
 #include "dlog.h"
 #include "log_tags.h"
+#include "ownership.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "trevlin_tables.h"
@@ -433,6 +434,7 @@ Database::State Database::OpenFile(File& file) {
     // To read it, too, takes a writable file: what a writer that died has left half-done is taken back first.
     const int create = m_access == Access::kReadOnly ? 0 : SQLITE_OPEN_CREATE;
     sqlite3* db = nullptr;
+    if (create != 0) KeepPrivate(file.path);
     const int result =
         sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | create, nullptr);
     file.db.reset(db);

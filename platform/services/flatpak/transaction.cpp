@@ -39,7 +39,7 @@ constexpr std::chrono::seconds kPatience{5};
 bool WaitForOthers(const std::string& installation, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (true) {
-    const FdHandle lock(open(SystemPath(installation + "/lock").c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    const FdHandle lock(open(SystemPath(installation + "/lock").c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct flock wanted {};
     wanted.l_type = F_WRLCK;
     wanted.l_whence = SEEK_SET;

@@ -1,13 +1,14 @@
 #include "setd/folder_watch.h"
 
 #include <glib-unix.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "base/atomic_file.h"
 #include "base/folder.h"
+#include "base/state.h"
+#include "ownership.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 
@@ -21,20 +22,11 @@ constexpr uint32_t kEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF | IN_
 }  // namespace
 
 bool MakeOwnFolder(const std::string& folder, std::string& problem) {
-  const std::string path = SystemPath(folder);
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0 && (!MakeFolders(path) || lstat(path.c_str(), &status) != 0))
-    problem = std::strerror(errno);
-  else if (S_ISLNK(status.st_mode))
-    problem = "it is a symbolic link, which is not followed";
-  else if (!S_ISDIR(status.st_mode))
-    problem = "it is no folder";
-  else if (status.st_uid != geteuid())
-    problem = "it belongs to another user";
-  else
-    return true;
-  problem.insert(0, folder + ": ");
-  return false;
+  // State is made for its owner alone; what cannot be made is told below.
+  if (IsState(SystemPath(folder))) MakeFolders(SystemPath(folder));
+  const bool isThere = static_cast<bool>(exchange::MakeFolder(folder, problem));
+  if (isThere && !problem.empty()) Log(DLOG_WARN, problem);
+  return isThere;
 }
 
 unsigned AddTimer(unsigned milliseconds, std::function<void()> action) {

@@ -11,8 +11,9 @@
 
 namespace setd {
 
-/// Makes the folder (a path of the set) where it is missing. False with a reason when it is then no folder of this
-/// daemon's user: a link or somebody else's folder could lead its work astray. Any thread.
+/// Makes the folder (a path of the set) where it is missing. False with a reason when it is not to be used then, as
+/// exchange::MakeFolder() has it: a link or somebody else's folder could lead the daemon's work astray. The log has what
+/// got another name. Any thread.
 bool MakeOwnFolder(const std::string& folder, std::string& problem);
 
 /// Adds a one-shot timer; returns its GLib source id.

@@ -1,5 +1,6 @@
 #include "setd/log_collector.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 
 #include "base/atomic_file.h"
 #include "base/folder.h"
+#include "ownership.h"
 #include "packages/package_store.h"
 #include "request_files.h"
 #include "set_paths.h"
@@ -97,9 +99,9 @@ void LogCollector::RememberKernel() {
 
 void LogCollector::Look(const std::string& folder, const std::string& trigger) {
   const std::string path = folder + "/" + trigger;
-  struct stat status;
-  if (lstat(SystemPath(path).c_str(), &status) != 0) return;
-  if (!IsTriggerName(trigger) || !S_ISREG(status.st_mode)) {
+  const bool isOurs = static_cast<bool>(exchange::OpenFile(path, O_PATH));
+  if (!isOurs && errno == ENOENT) return;
+  if (!IsTriggerName(trigger) || !isOurs) {
     if (m_unknown.size() < kMaxUnknown && m_unknown.insert(path).second)
       Log(DLOG_WARN, path + " is no trigger of a report; it is left alone");
     return;

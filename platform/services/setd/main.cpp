@@ -20,6 +20,7 @@
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
+#include "base/state.h"
 #include "set_paths.h"
 #include "setd/background_runs.h"
 #include "setd/jobs.h"
@@ -71,6 +72,7 @@ bool TakePlace(FdHandle& place, std::string& problem) {
     problem = name + ": " + reason;
     return false;
   };
+  TidyState();
   if (!MakeFolders(SystemPath(set_paths::kHostRun))) return fail(std::strerror(errno));
   place.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (!place) return fail(std::strerror(errno));

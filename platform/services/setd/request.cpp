@@ -15,6 +15,7 @@
 #include "base/atomic_file.h"
 #include "base/folder.h"
 #include "c_handle.h"
+#include "ownership.h"
 #include "packages/package_store.h"
 #include "request_files.h"
 #include "set_paths.h"
@@ -66,7 +67,8 @@ std::string AcknowledgementPath(const std::string& name) {
 
 /// The content of a small regular file; else false with errno.
 bool ReadSmall(const std::string& path, std::string& text) {
-  return ReadWholeFile(path, text, Links::kRefuse, kMaxRequest);
+  return exchange::OpenFile(std::string(NameOnSet(path)), O_PATH) &&
+         ReadWholeFile(path, text, Links::kRefuse, kMaxRequest);
 }
 
 /// Tells a request's trigger and payload as they were written from those of a later one.
@@ -132,8 +134,8 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
 
 bool LeaveRequest(Kind kind) {
   const bool clean = kind == Kind::kDeepClean;
-  const std::string path = TriggerPath(clean ? tager::kDeepClean : tager::kMemoryBoost);
-  const FdHandle file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  const FdHandle file =
+      exchange::OpenFile(tager::TriggerPath(clean ? tager::kDeepClean : tager::kMemoryBoost), O_WRONLY | O_CREAT);
   if (!file) return false;
   constexpr auto kSize = static_cast<ssize_t>(sizeof tager::kDeepCleanText - 1);
   return !clean || write(file.get(), tager::kDeepCleanText, kSize) == kSize;
@@ -189,7 +191,7 @@ bool PublishAnswer(const Request& request, long data, long cache, std::string& p
   if (!MakeOwnFolder(set_paths::kTager, problem) || !MakeOwnFolder(set_paths::kTagerAnswers, problem)) return false;
   char sizes[64];
   std::snprintf(sizes, sizeof sizes, tager::kSizesFormat, data, cache);
-  const bool written = PublishFile(result, sizes) && PublishFile(ready, "");
+  const bool written = PublishFile(result, sizes, Readers::kEverybody) && PublishFile(ready, "", Readers::kEverybody);
   const bool askedAgain = written && WritingOfBoth(request.trigger) != request.writing;
   if (written && !askedAgain && RemoveServed(request) && Acknowledge(name)) return true;
   problem = tager::PayloadPath(name) + ": " + std::strerror(errno);

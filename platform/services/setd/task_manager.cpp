@@ -123,7 +123,7 @@ bool PublishCobaltSize() {
   if (ReadWholeFile(path, published, Links::kRefuse, kMostNoted) && published == text) return true;
   if (!MakeOwnFolder(set_paths::kTager, problem))
     Log(DLOG_ERROR, problem);
-  else if (PublishFile(path, text))
+  else if (PublishFile(path, text, Readers::kEverybody))
     return true;
   else
     Log(DLOG_ERROR, std::string(set_paths::kCobaltSize) + ": " + std::strerror(errno));

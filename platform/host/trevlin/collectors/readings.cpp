@@ -105,8 +105,7 @@ void KeepReadings(const std::string& counter, const std::string& start, const st
 
 /// For reading, changing and keeping readings, among all processes and threads. Without a handle they are not kept.
 FdHandle LockReadings() {
-  MakeFolders(SystemPath(set_paths::kHostRun) + "/trevlin");
-  FdHandle lock(open(ReadingsPath("readings.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  FdHandle lock = OpenLockFile(ReadingsPath("readings.lock"));
   if (!lock || !LockFile(lock.get(), std::chrono::steady_clock::now() + kLongestLock)) return {};
   return lock;
 }
