@@ -23,9 +23,10 @@ bool IsLink(const std::string& path);
 /// larger than 4096 bytes"), `text` untouched. Any thread.
 bool ReadRegularFile(const std::string& path, size_t limit, bool mayBeLink, std::string& text, std::string& problem);
 
-/// Opens a file that is of no exchange folder, by its path on this machine (after SystemPath()) for writing and reading, created or emptied. Null with the reason
-/// in errno when a symbolic link stands in its place (ELOOP), when it is no regular file (EINVAL), when it has another
-/// name as well (EMLINK), or when it cannot be opened. Never waits. Any thread.
+/// Opens a file that is of no exchange folder, by its path on this machine (after SystemPath()) for writing and
+/// reading, created or emptied. Null with the reason in errno when a symbolic link stands in its place (ELOOP), when it
+/// is no regular file (EINVAL), when it has another name as well (EMLINK), or when it cannot be opened. Never waits.
+/// Any thread.
 FileHandle OpenFileWithoutLinks(const std::string& path);
 
 /// The same of a file in an exchange folder (a path of the set), as exchange::OpenFile() opens it.

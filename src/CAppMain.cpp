@@ -25,6 +25,7 @@
 #include "app_framework.h"
 #include "c_handle.h"
 #include "kpi_logger.h"
+#include "ownership.h"
 #include "screen_saver.h"
 #include "set_paths.h"
 #include "settings_api.h"
@@ -188,6 +189,10 @@ void app_control(app_control_h request, void*) {
 
 int RunHeadless() {
   VEXILO_LOGE("for qguide only");
+  // The daemon, which makes the others too, need not run.
+  std::string problem;
+  exchange::MakeFolder(set_paths::kQGuideFolder, problem);
+  if (!problem.empty()) VEXILO_LOGE("%s", problem.c_str());
   CreateAPIInstance();
   VEXILO_LOGI("Create Trevlin API Instance for Qguide");
   RunQGuideDiagnosis();

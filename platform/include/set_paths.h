@@ -26,6 +26,7 @@ inline constexpr char kRemainingDb[] = "/opt/usr/home/owner/share/remaining.db";
 inline constexpr char kTestDb[] = "/opt/usr/home/owner/share/test.db";
 
 // Exchange with other applications and services.
+inline constexpr char kQGuideFolder[] = "/tmp/qsyslink";
 inline constexpr char kQGuideResult[] = "/tmp/qsyslink/inference_result";
 inline constexpr char kQGuideBackgroundResult[] = "/opt/usr/home/owner/content/Documents/inference_result";
 inline constexpr char kTager[] = "/tmp/tager";

@@ -41,7 +41,8 @@ int CheckModes() {
     for (const auto& each : fs::recursive_directory_iterator(SystemPath(folder))) {
       const std::string path = each.path().string().substr(SystemRoot().size());
       const bool isPublic = path.starts_with(set_paths::kReportResults);
-      EXPECT_EQ(ModeOf(each), (each.is_directory() ? 0700u : 0600u) | (isPublic ? each.is_directory() ? 055u : 044u : 0))
+      EXPECT_EQ(ModeOf(each),
+                (each.is_directory() ? 0700u : 0600u) | (isPublic ? each.is_directory() ? 055u : 044u : 0))
           << path;
       files += each.is_regular_file();
     }
@@ -101,14 +102,14 @@ TEST(Ownership, AFileThatIsBeingWrittenSurvivesEveryStart) {
 }
 
 TEST(Ownership, FoldersThatAreMissingOrWronglyMadeAreMadeRight) {
-  const std::string kFolders[] = {set_paths::kTager, set_paths::kTagerRequests, set_paths::kTagerAnswers,
-                                  set_paths::kReportTriggers, set_paths::kRebootReportTriggers,
-                                  set_paths::kQGuideFolder};
+  const std::string kFolders[] = {
+      set_paths::kTager,          set_paths::kTagerRequests,        set_paths::kTagerAnswers,
+      set_paths::kReportTriggers, set_paths::kRebootReportTriggers, set_paths::kQGuideFolder};
   const auto areRight = [&] {
     return std::all_of(std::begin(kFolders), std::end(kFolders), [](const std::string& folder) {
       struct stat status;
-      return lstat(SystemPath(folder).c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-             status.st_uid == geteuid() && (status.st_mode & 07777u) == 0755;
+      return lstat(SystemPath(folder).c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
+             (status.st_mode & 07777u) == 0755;
     });
   };
   const std::pair<const char*, std::function<void()>> kStarts[] = {
@@ -147,7 +148,8 @@ TEST(Ownership, AnOwnersFolderThatLeadsElsewhereIsToldAndWatchedUntilItIsRight) 
   fs::create_directory(SystemPath("/opt/elsewhere"));
   fs::create_directory_symlink(SystemPath("/opt/elsewhere"), SystemPath("/tmp/tager"));
   const Process daemon = StartDaemon();
-  EXPECT_TRUE(Until([] { return Count(Log(), "/tmp/tager: it is a symbolic link, which is not followed; trying again"); }));
+  EXPECT_TRUE(
+      Until([] { return Count(Log(), "/tmp/tager: it is a symbolic link, which is not followed; trying again"); }));
   EXPECT_TRUE(fs::is_empty(SystemPath("/opt/elsewhere")));
   fs::remove(SystemPath("/tmp/tager"));
   EXPECT_TRUE(Until([] { return Exists(set_paths::kTagerRequests); }));
@@ -172,7 +174,8 @@ TEST(Ownership, ADaemonOfRootAndAnApplicationOfTheSetsOwnerShareTheSet) {
   EXPECT_THAT(asOwner({VEXILOCTL, "setting", "get", "db/a"}).out, HasSubstr("1"));
   EXPECT_EQ(asOwner({VEXILOCTL, "setting", "set", "db/a", "int", "2"}).exitCode, 0);
   EXPECT_THAT(RunProcess({VEXILOCTL, "setting", "get", "db/a"}).out, HasSubstr("2"));
-  EXPECT_EQ(asOwner({"touch", SystemPath("/tmp/tager/req/memBoost"), SystemPath("/tmp/kov_NDF/SOUND-A.log")}).exitCode, 0);
+  EXPECT_EQ(asOwner({"touch", SystemPath("/tmp/tager/req/memBoost"), SystemPath("/tmp/kov_NDF/SOUND-A.log")}).exitCode,
+            0);
   EXPECT_TRUE(Until([] { return !Exists("/tmp/tager/req/memBoost") && !Exists("/tmp/kov_NDF/SOUND-A.log"); }));
   EXPECT_THAT(asOwner({"cat", SystemPath("/run/vexilo-host/report_results/SOUND-A.log")}).out, HasSubstr("SOUND-A"));
   // Of anybody else's there is nothing to be read but what became of a report.

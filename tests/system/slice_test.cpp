@@ -92,8 +92,19 @@ void PrintTo(const Fault& fault, std::ostream* out) {
 }
 
 const Fault kFaults[] = {
-    {"NoResultFolder", [] { fs::remove_all(kResult.parent_path()); },
-     "Unable to open file /tmp/qsyslink/inference_result 2", nullptr},
+    {"ResultFolderIsAFile",
+     [] {
+       fs::remove_all(kResult.parent_path());
+       WriteHostFile(kResult.parent_path());
+     },
+     "/tmp/qsyslink: it is no folder", nullptr},
+    {"ResultFolderIsOpenToOthers",
+     [] {
+       fs::remove_all(SystemPath("/tmp"));
+       fs::create_directories(kResult.parent_path());
+       fs::permissions(SystemPath("/tmp"), fs::perms(0777));
+     },
+     "/tmp: other users may put anything into it", nullptr},
     {"ResultIsALink",
      [] {
        WriteHostFile(SystemPath("/opt/precious"));
@@ -157,6 +168,12 @@ TEST_P(SliceFault, IsSaidAndHarmsNothingElse) {
 
 INSTANTIATE_TEST_SUITE_P(, SliceFault, testing::ValuesIn(kFaults),
                          [](const auto& fault) { return std::string(fault.param.name); });
+
+TEST_F(Slice, TheFolderOfTheResultIsMadeWhereItIsMissing) {
+  fs::remove_all(SystemPath("/tmp"));
+  Diagnose();
+  EXPECT_EQ(ReadHostFile(kResult), kFound);
+}
 
 TEST_F(Slice, LockedDatabaseIsNotWaitedForLong) {
   const SqliteDb db = OpenDatabase(set_paths::kInferenceDb);

@@ -15,6 +15,7 @@
 #include "appfw/toolkit.h"
 #include "base/bus.h"
 #include "base/glib_handle.h"
+#include "base/state.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "settings/menu_language.h"
@@ -237,6 +238,7 @@ void ResumeApplication() {
 int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callbacks, void* user_data) {
   using namespace app_framework;
   if (!callbacks || !argv || g_application) return APP_CONTROL_ERROR_INVALID_PARAMETER;
+  TidyState();
   ApplyMenuLanguage();
   KeepLaunchEnvironment();
   Application application(argc, argv, *callbacks, user_data);

@@ -9,8 +9,8 @@
 
 #include "c_handle.h"
 
-/// Makes the folder and those above it; what is the platform's state for its owner alone (base/state.h). True when it is
-/// there afterwards; errno tells why not.
+/// Makes the folder and those above it; what is the platform's state for its owner alone (base/state.h). True when it
+/// is there afterwards; errno tells why not.
 bool MakeFolders(const std::string& path);
 
 /// Who may read a file.
@@ -18,8 +18,8 @@ enum class Readers { kOwner, kEverybody };
 
 /// Writes `content` beside `path`, flushes it to the disk and renames it to `path`, 0600 or 0644. A symbolic
 /// link at `path` is replaced, never followed. While it is written the file is called as `path` with '#' and six
-/// characters appended, and its writer holds its lock (flock). On failure `path` is as it was, nothing is left beside it, and errno tells why; only when the
-/// folder itself cannot be flushed is the new content there although this fails.
+/// characters appended, and its writer holds its lock (flock). On failure `path` is as it was, nothing is left beside
+/// it, and errno tells why; only when the folder itself cannot be flushed is the new content there although this fails.
 bool PublishFile(const std::string& path, std::string_view content, Readers readers = Readers::kOwner);
 
 /// As PublishFile() for the owner, but never in another file's place: then false with EEXIST.

@@ -174,8 +174,6 @@ const char* WhyNot(int error) {
       return "it is no regular file";
     case EPERM:
       return "it, or a folder on the way to it, belongs to another user or is open to others";
-    case EMLINK:
-      return "it has a second name";
     default:
       return std::strerror(error);
   }

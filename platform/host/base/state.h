@@ -1,7 +1,7 @@
 #pragma once
 /// @file
-/// The platform's own state, in set_paths::kHostState and set_paths::kHostRun: its owner's alone, but for what every user
-/// may read. docs/architecture.md has who may read what.
+/// The platform's own state, in set_paths::kHostState and set_paths::kHostRun: its owner's alone, but for what every
+/// user may read. docs/architecture.md has who may read what.
 ///
 /// Thread rule: callable from any thread.
 

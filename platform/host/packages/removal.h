@@ -26,8 +26,8 @@ int ResultOf(int error);
 
 /// Held by who removes the folder, for as long as that takes; gone with its process. It is a lock on a byte of
 /// set_paths::kRemovalLock, which nobody but the set's owner can open, and never waits. Without one, errno tells why:
-/// EAGAIN while somebody else removes it, ENOTDIR or ELOOP for what is no folder, ENOENT also when the folder went while
-/// it was locked.
+/// EAGAIN while somebody else removes it, ENOTDIR or ELOOP for what is no folder, ENOENT also when the folder went
+/// while it was locked.
 FdHandle LockForRemoval(const std::string& folder);
 
 /// Bytes removed as percents, each told once.

@@ -74,7 +74,7 @@ bool TakePlace(FdHandle& place, std::string& problem) {
   };
   TidyState();
   if (!MakeFolders(SystemPath(set_paths::kHostRun))) return fail(std::strerror(errno));
-  place.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  place.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!place) return fail(std::strerror(errno));
   if (flock(place.get(), LOCK_EX | LOCK_NB) != 0) {
     std::string pid;

@@ -64,7 +64,8 @@ void PublishResult(const std::string& trigger, const std::string& report, const 
   if (MakeOwnFolder(set_paths::kReportResults, reason)) {
     const std::string folder = SystemPath(set_paths::kReportResults), path = folder + "/" + trigger;
     MakeRoomFor(path);
-    if (chmod(folder.c_str(), 0755) == 0 && PublishFile(path, ResultLine(trigger, report, problem), Readers::kEverybody))
+    if (chmod(folder.c_str(), 0755) == 0 &&
+        PublishFile(path, ResultLine(trigger, report, problem), Readers::kEverybody))
       return;
     reason = set_paths::kReportResults + ("/" + trigger) + ": " + std::strerror(errno);
     unlink(path.c_str());

@@ -140,7 +140,8 @@ TaskManager::TaskManager(Jobs& jobs)
             m_requests.Start();
             m_answers.Start();
           }),
-      m_answers(set_paths::kTagerAnswers, [](const std::string&) {}) {}
+      m_answers(set_paths::kTagerAnswers, [](const std::string&) {}),
+      m_results(set_paths::kQGuideFolder, [](const std::string&) {}) {}
 
 TaskManager::~TaskManager() {
   if (m_cobaltTimer) g_source_remove(m_cobaltTimer);
@@ -151,6 +152,7 @@ void TaskManager::Start() {
   FinishInterrupted();
   if (RemoveOldAnswers()) SweepLater();
   m_folder.Start();
+  m_results.Start();
   KeepCobaltSize();
 }
 
