@@ -10,6 +10,7 @@
 #include "ReportTrigger.h"
 #include "SolutionMap.h"
 #include "TaskManagerRequests.h"
+#include "app_framework.h"
 #include "c_handle.h"
 #include "kpi_logger.h"
 #include "packages/package_store.h"
@@ -106,6 +107,15 @@ std::vector<User> UsersOfTheSet() {
          QUVA::QUVA_SolutionMap map;
          std::string problem;
          return QUVA::ReadSolutionMap(map, problem);
+       }},
+      {"desktop entry", "/usr/share/applications/org.a.desktop",
+       [] {
+         app_control_h request = nullptr;
+         app_control_create(&request);
+         app_control_set_app_id(request, "org.a");
+         const int result = app_control_send_launch_request(request, nullptr, nullptr);
+         app_control_destroy(request);
+         return result == APP_CONTROL_ERROR_NONE;
        }},
       {"profile", set_paths::kSetProfile,
        [] {

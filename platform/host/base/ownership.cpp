@@ -171,7 +171,7 @@ const char* WhyNot(int error) {
     case ELOOP:
       return kLink;
     case EINVAL:
-      return "it is no regular file";
+      return "it is not a regular file";
     case EPERM:
       return "it, or a folder on the way to it, belongs to another user or is open to others";
     default:
