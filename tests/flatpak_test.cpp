@@ -9,6 +9,7 @@
 #include "c_handle.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
+#include "packages/removal.h"
 #include "pkgmgr_client.h"
 #include "set_names.h"
 #include "setd/deep_clean.h"
@@ -383,11 +384,7 @@ void RemoveHalfOf(const Package& package) {
   int status = 0;
   waitpid(Fork([&] { Remove(package); }), &status, 0);
   ASSERT_TRUE(WIFSIGNALED(status) && !fs::exists(app + "/current")) << Log();
-  ASSERT_TRUE(Until([] {
-    const std::string mark = SystemPath(set_paths::kFlatpakRemovals) + "/" + kOne;
-    const FdHandle lock(open(mark.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
-  }));
+  ASSERT_TRUE(Until([] { return LockForRemoval(set_paths::kFlatpakRemovals + ("/" + kOne)).get() >= 0; }));
   RestoreHelper();
 }
 
@@ -477,10 +474,10 @@ TEST_F(Flatpaks, StayWithAClearReasonWhenTheyCannotBeRemoved) {
 
   const fs::path mark = SystemPath(set_paths::kFlatpakRemovals) + "/" + kOne;
   fs::create_directories(mark);
-  const FdHandle other(open(mark.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+  FdHandle other = LockForRemoval(set_paths::kFlatpakRemovals + ("/" + kOne));
+  ASSERT_TRUE(other);
   EXPECT_EQ(Remove(one), -EWOULDBLOCK) << "somebody else removes it";
-  ASSERT_EQ(flock(other.get(), LOCK_UN), 0);
+  other.reset();
 
   Tool({"flatpak", "--user", "uninstall", "-y", "--noninteractive", kOne});
   EXPECT_EQ(Remove(one), PKGMGR_R_ENOPKG);

@@ -117,7 +117,7 @@ TEST(SettingsFiles, WhatIsThereIsNotWrittenAgainAndFailureLeavesNothing) {
   ASSERT_EQ(vconf_set_str("db/same", "x"), 0);
   EXPECT_EQ(fs::status(file).permissions(), fs::perms(0640)) << "it is the same file";
   ASSERT_EQ(vconf_set_str("db/same", "y"), 0);
-  EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
 
   fs::create_directory(kSettings / "db%2Fblocked");
   EXPECT_EQ(vconf_set_int("db/blocked", 1), -1);

@@ -304,6 +304,7 @@ TEST_F(PackageStore, RemovesNothingOfAPackageThatHoldsSomebodyElsesAlsoWhereItIs
   for (const char* id : {"foreign", "own"}) fs::permissions(kPackages / id / "data", fs::perms(0));
   fs::permissions(kPackages / "own/cache", fs::perms(0500));
   fs::permissions(SystemPath("/var/lib/vexilo-host"), fs::perms(0777));  // for the log
+  fs::permissions(SystemPath("/run/vexilo-host"), fs::perms(0777));      // for the lock
   ASSERT_EQ(setresuid(4711, 4711, 4711), 0);
   EXPECT_EQ(MeasureTree("/opt/usr/apps/own").error, EACCES);
   EXPECT_EQ(Remove(*FindByPackageId("foreign")), -EACCES);

@@ -23,6 +23,16 @@ namespace {
 constexpr const char* kTag = log_tags::kPackages;
 constexpr size_t kMaxTold = 1000;
 
+/// The byte of the file that stands for a name.
+bool LockByte(int fd, const std::string& name) {
+  struct flock range {};
+  range.l_type = F_WRLCK;
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(std::hash<std::string>()(name) >> 2);
+  range.l_len = 1;
+  return fcntl(fd, F_OFD_SETLK, &range) == 0;
+}
+
 }  // namespace
 
 bool IsThere(const std::string& path) {
@@ -54,23 +64,23 @@ int ResultOf(int error) {
 
 FdHandle LockForRemoval(const std::string& folder) {
   const std::string path = SystemPath(folder);
-  struct stat there;
-  if (lstat(path.c_str(), &there) != 0) return {};
-  if (!S_ISDIR(there.st_mode)) {
-    errno = S_ISLNK(there.st_mode) ? ELOOP : ENOTDIR;
+  struct stat found, there;
+  if (lstat(path.c_str(), &found) != 0) return {};
+  if (!S_ISDIR(found.st_mode)) {
+    errno = S_ISLNK(found.st_mode) ? ELOOP : ENOTDIR;
     return {};
   }
   FdHandle lock = OpenLockFile(SystemPath(set_paths::kRemovalLock));
-  struct flock range {};
-  range.l_type = F_WRLCK;
-  range.l_whence = SEEK_SET;
-  range.l_start = static_cast<off_t>(std::hash<std::string>()(folder) >> 2);
-  range.l_len = 1;
-  if (lock && (fcntl(lock.get(), F_OFD_SETLK, &range) != 0 || lstat(path.c_str(), &there) != 0)) {
-    const int reason = errno;
-    lock.reset();
-    errno = reason;
-  }
+  if (!lock) return lock;
+  int error = 0;
+  // By its number, as it gets another name while it is removed.
+  if (!LockByte(lock.get(), std::to_string(found.st_dev) + ":" + std::to_string(found.st_ino)) ||
+      lstat(path.c_str(), &there) != 0)
+    error = errno;
+  else if (found.st_dev != there.st_dev || found.st_ino != there.st_ino)
+    error = ENOENT;
+  if (error != 0) lock.reset();
+  errno = error;
   return lock;
 }
 
