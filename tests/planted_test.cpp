@@ -168,26 +168,6 @@ void ExpectUntouched(const User& user, const Thing& thing, bool trustsStrangers)
 TEST(Planted, NothingInAnExchangeFolderIsWaitedForFollowedOrBelieved) {
   for (const User& user : UsersOfExchange())
     for (const Thing& thing : kThings) ExpectUntouched(user, thing, false);
-  for (const Thing& thing : kThings) {
-    WriteFile("/tmp/tager/appDataCacheSize_a", "1|2");
-    const std::string ack = SystemPath("/tmp/tager/appDataCacheSize_a");
-    SCOPED_TRACE(thing.what);
-    const pid_t planter = Fork([&] {
-      Until([] { return Exists("/tmp/tager/req/calcAppDataCacheSize_a"); });
-      fs::remove_all(ack);
-      WriteFile(kPrecious, "3|4");
-      thing.plant(ack);
-      WriteFile("/tmp/tager/ack/appDataCacheSize_a", "");
-    });
-    ExpectEndsWell(Fork([] {
-      long data = -1, cache = -1;
-      EXPECT_FALSE(QUVA::FindDataCacheSize("p", "a", &data, &cache));
-    }));
-    ExpectEndsWell(planter);
-    fs::remove_all(ack);
-    fs::remove(SystemPath("/tmp/tager/req/calcAppDataCacheSize_a"));
-    fs::remove(SystemPath("/tmp/tager/ack/appDataCacheSize_a"));
-  }
 }
 
 TEST(Planted, NothingInTheSetIsWaitedFor) {

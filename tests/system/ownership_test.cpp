@@ -1,8 +1,10 @@
 // Whose the files are that a set's programs leave behind, and what becomes of what others put in their place.
 
 #include "ReportTrigger.h"
+#include "base/state.h"
 #include "c_handle.h"
 #include "set_paths.h"
+#include "support/daemon.h"
 #include "support/files.h"
 #include "support/process.h"
 #include "vconf.h"
@@ -11,16 +13,6 @@ namespace {
 
 constexpr uid_t kStranger = 4711;
 const std::string kPrivate[] = {set_paths::kHostState, set_paths::kHostRun, set_paths::kTrevlinDatabases};
-
-using Process = std::unique_ptr<ChildProcess>;
-
-Process StartDaemon() {
-  const auto starts = [] { return Count(Log(), "serves this set"); };
-  const int before = starts();
-  auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD});
-  EXPECT_TRUE(Until([&] { return starts() > before; }));
-  return daemon;
-}
 
 void End(const Process& daemon) {
   daemon->Signal(SIGTERM);
@@ -94,11 +86,11 @@ TEST(Ownership, WhatAKillLeftHalfWrittenGoesAtTheNextStartAndWhatIsBeingWrittenS
   for (const std::string& name : kCases) EXPECT_EQ(Exists(settings + name), name != kCases[0]) << name;
 }
 
-TEST(Ownership, AFileThatIsBeingWrittenSurvivesEveryStart) {
-  ChildProcess starts({"sh", "-c", "while " SETD " --once; do :; done"});
-  const auto end = std::chrono::steady_clock::now() + 2s;
-  while (std::chrono::steady_clock::now() < end) ASSERT_EQ(vconf_set_int("db/a", rand()), 0);
-  starts.Signal(SIGTERM);
+TEST(Ownership, WhatIsBeingWrittenSurvivesThatOthersTidyMeanwhile) {
+  const std::jthread tidying([](const std::stop_token& stop) {
+    while (!stop.stop_requested()) TidyState();
+  });
+  for (int i = 0; i < 60; ++i) ASSERT_EQ(vconf_set_int("db/a", i), 0) << Log();
 }
 
 TEST(Ownership, FoldersThatAreMissingOrWronglyMadeAreMadeRight) {

@@ -7,6 +7,7 @@
 
 #include "ReportTrigger.h"
 #include "set_paths.h"
+#include "support/daemon.h"
 #include "support/files.h"
 #include "support/process.h"
 #include "trevlin/trevlin_database.h"
@@ -20,16 +21,6 @@ constexpr char kBootId[] = "/proc/sys/kernel/random/boot_id";
 
 bool Goes(const std::string& setPath) {
   return Until([&] { return !Exists(setPath); });
-}
-
-using Process = std::unique_ptr<ChildProcess>;
-
-Process StartDaemon() {
-  const auto starts = [] { return Count(Log(), "serves this set"); };
-  const int before = starts();
-  auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD});
-  EXPECT_TRUE(Until([&] { return starts() > before; }));
-  return daemon;
 }
 
 void Install(const std::string& package, const std::string& app, const std::string& more = "") {
