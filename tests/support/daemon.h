@@ -8,10 +8,10 @@
 using Process = std::unique_ptr<ChildProcess>;
 
 /// Returns when it serves the set.
-inline Process StartDaemon() {
+inline Process StartDaemon(const ProcessOptions& options = {}) {
   const auto starts = [] { return Count(Log(), "serves this set"); };
   const int before = starts();
-  auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD});
+  auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SETD}, options);
   EXPECT_TRUE(Until([&] { return starts() > before; }));
   return daemon;
 }

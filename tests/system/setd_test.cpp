@@ -2,13 +2,17 @@
 
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <cctype>
 
 #include "ReportTrigger.h"
+#include "base/daemon_lock.h"
 #include "set_paths.h"
 #include "support/daemon.h"
 #include "support/files.h"
+#include "support/fork.h"
 #include "support/process.h"
 #include "trevlin/trevlin_database.h"
 #include "vconf.h"
@@ -92,16 +96,111 @@ std::string SizeOf(const std::string& setPath) {
 }
 
 TEST(Setd, TellsItsUseAndRunsOncePerRoot) {
-  EXPECT_THAT(RunProcess({SETD, "--help"}).out, HasSubstr("Usage: vexilo-setd [--once]"));
+  EXPECT_THAT(RunProcess({SETD, "--help"}).out, HasSubstr("Usage: vexilo-setd [--once | --pid]"));
   EXPECT_EQ(RunProcess({SETD, "--twice"}).exitCode, 2);
+  EXPECT_EQ(RunProcess({SETD, "--pid"}).exitCode, 1);
   const Process daemon = StartDaemon();
+  const std::string pid = std::to_string(daemon->Pid());
   const ProcessResult second = RunProcess({SETD});
   EXPECT_EQ(second.exitCode, 1);
-  EXPECT_THAT(second.err, HasSubstr("runs already, process " + std::to_string(daemon->Pid())));
+  EXPECT_THAT(second.err, HasSubstr("runs already, process " + pid));
   fs::remove_all(SystemPath(set_paths::kHostRun));
   EXPECT_EQ(RunProcess({SETD}).exitCode, 1) << "its lock file is gone";
+  EXPECT_EQ(RunProcess({SETD, "--pid"}).out, pid + "\n");
   daemon->Signal(SIGTERM);
   EXPECT_EQ(daemon->Wait().exitCode, 0);
+}
+
+/// For a daemon whose questions to the journal are not answered: their program stays, whatever SIGTERM says.
+ProcessOptions WithStuckJournal() {
+  WriteFile("/bin/journalctl", "#!/bin/sh\ntrap '' TERM\n: >\"$0.$$\"\nwhile :; do sleep 1; done\n");
+  fs::permissions(SystemPath("/bin/journalctl"), fs::perms::owner_all);
+  return {.env = {{"PATH", SystemPath("/bin") + ":" + getenv("PATH")}}};
+}
+
+/// The processes that were started in its place.
+std::vector<pid_t> StuckJournals() {
+  std::vector<pid_t> started;
+  for (const auto& each : fs::directory_iterator(SystemPath("/bin")))
+    if (each.path().extension() != "") started.push_back(std::stoi(each.path().extension().string().substr(1)));
+  return started;
+}
+
+TEST(SetdPlace, IsHadAtEachStartHoweverOneEndedAndWhoeverAsks) {
+  const ProcessOptions options = WithStuckJournal();
+  std::atomic<bool> done = false;
+  const auto ask = [&](const std::vector<std::string>& program) {
+    while (!done) {
+      DaemonProcess();
+      RunProcess(program);
+    }
+  };
+  std::thread ours(ask, std::vector<std::string>{SETD, "--pid"});
+  std::thread others(ask, std::vector<std::string>{"flock", "-ns", SystemPath(set_paths::kDaemonLock), "true"});
+  Process before;
+  for (size_t round = 1; round <= 24; ++round) {
+    WriteFile("/tmp/kov_NDF/SCREEN-A.log", "");
+    // The one before was killed, and not waited for.
+    auto daemon = StartDaemon(options);
+    EXPECT_EQ(DaemonProcess(), daemon->Pid());
+    EXPECT_TRUE(Until([&] { return StuckJournals().size() >= round; }));
+    daemon->Signal(SIGKILL);
+    before = std::move(daemon);
+  }
+  before->Wait();
+  done = true;
+  ours.join();
+  others.join();
+  EXPECT_EQ(DaemonProcess(), std::nullopt);
+}
+
+TEST(SetdPlace, NoOtherUserTakesItOrPretendsToHaveItAndAllMayAsk) {
+  if (geteuid() != 0) GTEST_SKIP() << "being another user takes root";
+  const auto asNobody = [](const std::function<void()>& work) {
+    return Fork([&] {
+      ASSERT_EQ(setresuid(65534, 65534, 65534), 0);
+      work();
+    });
+  };
+  const std::string root(SystemRoot());
+  const std::string name =
+      "vexilo-setd-" + RunProcess({"sh", "-c", "printf %s " + root + " | sha256sum"}).out.substr(0, 64);
+  WriteFile(set_paths::kDaemonLock, "");
+  fs::create_directory(SystemPath("/tmp/open"));
+  fs::permissions(SystemPath("/tmp/open"), fs::perms::all);
+  StartDaemon()->Signal(SIGTERM);
+  EXPECT_TRUE(Until([] { return !DaemonRuns(); }));
+  const pid_t stranger = asNobody([&] {
+    std::vector<FdHandle> held;
+    for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      name.copy(address.sun_path + 1, name.size());
+      const auto size = static_cast<socklen_t>(sizeof address.sun_family + 1 + name.size());
+      held.emplace_back(socket(AF_UNIX, type, 0));
+      ASSERT_EQ(bind(held.back().get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+      listen(held.back().get(), 5);
+    }
+    held.emplace_back(open(SystemPath(set_paths::kDaemonLock).c_str(), O_RDONLY));
+    flock(held.back().get(), LOCK_SH);
+    struct flock whole {};
+    whole.l_type = F_RDLCK;
+    fcntl(held.back().get(), F_SETLK, &whole);
+    WriteFile("/tmp/open/ready", "");
+    pause();
+  });
+  ASSERT_TRUE(Until([] { return Exists("/tmp/open/ready"); }));
+  EXPECT_EQ(DaemonProcess(), std::nullopt);
+  Process daemon = StartDaemon();
+  EXPECT_EQ(DaemonProcess(), daemon->Pid());
+  kill(stranger, SIGKILL);
+  waitpid(stranger, nullptr, 0);
+  daemon->Signal(SIGTERM);
+  daemon->Wait();
+
+  daemon = StartDaemon();
+  fs::permissions(SystemPath(set_paths::kHostRun), fs::perms::owner_all);
+  ExpectEndsWell(asNobody([&] { EXPECT_EQ(DaemonProcess(), daemon->Pid()); }));
 }
 
 TEST(Setd, PublishesTheResultBeforeTheAcknowledgement) {

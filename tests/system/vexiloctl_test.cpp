@@ -6,6 +6,7 @@
 #include <regex>
 
 #include "SettingsKeys.h"
+#include "base/daemon_lock.h"
 #include "kpi_logger.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -379,17 +380,10 @@ TEST_F(VexiloctlApps, ClearingEmptiesWhatItSaysAndNoMore) {
   EXPECT_FALSE(fs::is_empty(kPackages / "web/data"));
 }
 
-/// Held as the task manager holds it while it runs.
-FdHandle TakePlaceOfTheTaskManager() {
-  const fs::path lockPath = SystemPath(set_paths::kHostRun) + "/setd.lock";
-  WriteHostFile(lockPath, "1\n");
-  FdHandle lock(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_EQ(flock(lock.get(), LOCK_EX), 0);
-  return lock;
-}
-
 TEST_F(VexiloctlApps, ARunningTaskManagerIsAskedForEachCacheInTurn) {
-  const FdHandle lock = TakePlaceOfTheTaskManager();
+  DaemonPlace place;
+  std::string problem;
+  ASSERT_TRUE(place.Take(problem)) << problem;
   ChildProcess ctl(Ctl({"apps", "clear-cache", "one", "web", "--json"}));
   const fs::path request = SystemPath(set_paths::kTagerRequests) + "/clearAppCache";
   for (const std::string id : {"one", "web"}) {
