@@ -395,11 +395,12 @@ TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {
 TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
   std::vector<std::string> files(4);
   {
+    const StopFlag goesOn{false};
     std::vector<std::jthread> threads;
     for (std::string& file : files)
       threads.emplace_back([&] {
         std::string problem;
-        EXPECT_TRUE(MakeReport("SOUND-A", file, problem)) << problem;
+        EXPECT_TRUE(MakeReport("SOUND-A", goesOn, file, problem)) << problem;
       });
   }
   EXPECT_EQ(std::set<std::string>(files.begin(), files.end()).size(), files.size());

@@ -111,9 +111,13 @@ TEST(Setd, TellsItsUseAndRunsOncePerRoot) {
   EXPECT_EQ(daemon->Wait().exitCode, 0);
 }
 
-/// For a daemon whose questions to the journal are not answered: their program stays, whatever SIGTERM says.
+/// For a daemon whose questions to the journal are not answered: the five processes of each stay, whatever SIGTERM
+/// says.
 ProcessOptions WithStuckJournal() {
-  WriteFile("/bin/journalctl", "#!/bin/sh\ntrap '' TERM\n: >\"$0.$$\"\nwhile :; do sleep 1; done\n");
+  WriteFile("/bin/journalctl",
+            "#!/bin/sh\ntrap '' TERM\n"
+            "for i in 1 2 3 4; do sh -c ': >\"$0.$$\"; while :; do sleep 1; done' \"$0\" & done\n"
+            ": >\"$0.$$\"\nwhile :; do sleep 1; done\n");
   fs::permissions(SystemPath("/bin/journalctl"), fs::perms::owner_all);
   return {.env = {{"PATH", SystemPath("/bin") + ":" + getenv("PATH")}}};
 }
@@ -140,11 +144,11 @@ TEST(SetdPlace, IsHadAtEachStartHoweverOneEndedAndWhoeverAsks) {
   Process before;
   for (size_t round = 1; round <= 24; ++round) {
     WriteFile("/tmp/kov_NDF/SCREEN-A.log", "");
-    // The one before was killed, and not waited for.
+    // The one before has been sent a signal, and not been waited for.
     auto daemon = StartDaemon(options);
     EXPECT_EQ(DaemonProcess(), daemon->Pid());
-    EXPECT_TRUE(Until([&] { return StuckJournals().size() >= round; }));
-    daemon->Signal(SIGKILL);
+    EXPECT_TRUE(Until([&] { return StuckJournals().size() >= 5 * round; }));
+    daemon->Signal(round % 6 == 0 ? SIGTERM : SIGKILL);
     before = std::move(daemon);
   }
   before->Wait();
@@ -376,6 +380,32 @@ TEST(Setd, GoesOnAfterHavingBeenKilledInTheMiddle) {
   EXPECT_FALSE(Exists("/tmp/tager/req/killApp"));
   EXPECT_FALSE(Exists(Result("x") + "#abcdef"));
   EXPECT_TRUE(Exists(Ack("org.a.app")));
+}
+
+TEST(Setd, StuckHelpersDelayNeitherAnAnswerNorTheEnd) {
+  using Clock = std::chrono::steady_clock;
+  for (int i = 0; i < 1000; ++i) WriteFile("/tmp/kov_NDF/SCREEN-" + std::to_string(i) + ".log", "");
+  // A request for which an interrupted removal is to be finished: that one is not broken off.
+  WriteFile(set_paths::kFlatpakRemovals + std::string("/org.x/record"), "\n"s + set_paths::kFlatpakUserDir + "\n");
+  WriteFile(set_paths::kFlatpakUserDir + std::string("/repo/config"), "");
+  WriteFile(set_paths::kFlatpakHelper, "#!/bin/sh\n: >\"$0.started\"\nexec sleep 15\n");
+  fs::permissions(SystemPath(set_paths::kFlatpakHelper), fs::perms::owner_all);
+  Ask("killApp", "org.gone\n");
+  const Process daemon = StartDaemon(WithStuckJournal());
+  EXPECT_TRUE(Until([] { return StuckJournals().size() >= 8; }));
+  EXPECT_TRUE(Until([] { return Exists(set_paths::kFlatpakHelper + ".started"s); }));
+  Clock::time_point start = Clock::now();
+  AskSize("org.gone", "app");
+  EXPECT_EQ(TakeSize("app"), "0|0");
+  EXPECT_LT(Clock::now() - start, 1s);
+  const std::vector<pid_t> stuck = StuckJournals();
+  start = Clock::now();
+  daemon->Signal(SIGTERM);
+  EXPECT_EQ(daemon->Wait().exitCode, 0);
+  EXPECT_LT(Clock::now() - start, 2s);
+  for (const pid_t each : stuck) EXPECT_FALSE(Runs(each));
+  for (const char* left : {"/tmp/kov_NDF/SCREEN-999.log", "/tmp/tager/req/killApp"})
+    EXPECT_TRUE(Exists(left)) << "for the next start";
 }
 
 // --- Reports ---------------------------------------------------------------------------------------------------------

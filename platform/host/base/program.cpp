@@ -1,7 +1,9 @@
 #include "base/program.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 // The header of glibc 2.36 does not say itself that it declares C functions.
@@ -9,6 +11,7 @@ extern "C" {
 #include <sys/pidfd.h>
 }
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 
@@ -17,7 +20,7 @@ namespace {
 /// What a program gets that is started from a thread.
 class SpawnRules {
  public:
-  SpawnRules(int input, int output) {
+  SpawnRules(int input, int output, bool ownGroup) {
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
     if (output >= 0)
@@ -34,7 +37,8 @@ class SpawnRules {
     for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGCHLD}) sigaddset(&usual, number);
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &usual);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    const int group = ownGroup ? POSIX_SPAWN_SETPGROUP : 0;  // number 0 in the attributes: that of the process
+    posix_spawnattr_setflags(&attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group));
   }
   SpawnRules(const SpawnRules&) = delete;
   SpawnRules& operator=(const SpawnRules&) = delete;
@@ -47,15 +51,86 @@ class SpawnRules {
   posix_spawnattr_t attributes;
 };
 
-}  // namespace
+struct Started {
+  FdHandle handle{};  // none, with errno, when it was not started
+  pid_t pid = -1;
+};
 
-FdHandle StartProgram(std::vector<std::string> argv, int input, int output) {
-  const SpawnRules rules(input, output);
+Started Start(std::vector<std::string> argv, int input, int output, bool ownGroup) {
+  const SpawnRules rules(input, output, ownGroup);
   std::vector<char*> arguments;
   for (std::string& argument : argv) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
-  pid_t pid = -1;
-  const int error = posix_spawnp(&pid, arguments[0], &rules.files, &rules.attributes, arguments.data(), environ);
+  Started started;
+  const int error =
+      posix_spawnp(&started.pid, arguments[0], &rules.files, &rules.attributes, arguments.data(), environ);
   errno = error;
-  return FdHandle(error == 0 ? pidfd_open(pid, 0) : -1);
+  if (error != 0) return started;
+  started.handle.reset(pidfd_open(started.pid, 0));
+  // What nobody can end or wait for must not go on.
+  if (!started.handle) kill(started.pid, SIGKILL);
+  return started;
+}
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kLook{50}, kGrace{200}, kLastPatience{300};
+
+bool HasEnded(const Started& program, std::chrono::milliseconds patience) {
+  pollfd ended{program.handle.get(), POLLIN, 0};
+  return poll(&ended, 1, static_cast<int>(patience.count())) > 0;
+}
+
+/// Hands over what is there, but no more than a pipe holds: its writer may be as fast. False at the end of the output.
+bool Read(int from, const std::function<void(std::string_view)>& onOutput) {
+  constexpr int kReads = 16;
+  char bytes[4096];
+  ssize_t size = 0;
+  for (int i = 0; i < kReads && (size = read(from, bytes, sizeof bytes)) > 0; ++i)
+    onOutput({bytes, static_cast<size_t>(size)});
+  return size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+/// Until it has ended (kDone) or has to.
+ProgramEnd Await(const Started& program, int output, Clock::time_point deadline, const std::function<bool()>& stop,
+                 const std::function<void(std::string_view)>& onOutput) {
+  pollfd fds[] = {{output, POLLIN, 0}, {program.handle.get(), POLLIN, 0}};
+  for (;;) {
+    if (stop()) return ProgramEnd::kStopped;
+    if (Clock::now() >= deadline) return ProgramEnd::kLate;
+    poll(fds, 2, static_cast<int>(kLook.count()));
+    // In this order: what it wrote before its end is there by then.
+    const bool hasEnded = fds[1].revents != 0;
+    if (fds[0].fd >= 0 && !Read(output, onOutput)) fds[0].fd = -1;
+    if (hasEnded) return ProgramEnd::kDone;
+  }
+}
+
+}  // namespace
+
+FdHandle StartProgram(std::vector<std::string> argv, int input, int output) {
+  return Start(std::move(argv), input, output, false).handle;
+}
+
+ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds limit, const std::function<bool()>& stop,
+                      const std::function<void(std::string_view)>& onOutput) {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) return ProgramEnd::kNotStarted;
+  const FdHandle output(ends[0]), nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  FdHandle input(ends[1]);
+  fcntl(output.get(), F_SETFL, O_NONBLOCK);
+  const Started program = Start(std::move(argv), nothing.get(), input.get(), true);
+  input.reset();
+  if (!program.handle) return ProgramEnd::kNotStarted;
+  const ProgramEnd end = Await(program, output.get(), Clock::now() + limit, stop, onOutput);
+  if (end != ProgramEnd::kDone) {
+    kill(-program.pid, SIGTERM);
+    HasEnded(program, kGrace);
+  }
+  // It has its number, and so its group, until it is waited for.
+  kill(-program.pid, SIGKILL);
+  if (!HasEnded(program, kLastPatience)) return end;
+  siginfo_t info{};
+  waitid(P_PID, static_cast<id_t>(program.pid), &info, WEXITED);
+  if (end != ProgramEnd::kDone) return end;
+  return info.si_code == CLD_EXITED && info.si_status == 0 ? ProgramEnd::kDone : ProgramEnd::kFailed;
 }

@@ -2,7 +2,12 @@
 /// @file
 /// Other programs, started from any thread.
 
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "c_handle.h"
@@ -14,3 +19,18 @@
 /// Thread rule: callable from any thread. The toolkit takes away the status of every child that it sees end, so nobody
 /// should depend on one.
 FdHandle StartProgram(std::vector<std::string> argv, int input, int output = -1);
+
+enum class ProgramEnd {
+  kDone,        ///< with exit code 0
+  kFailed,      ///< with another, or by a signal
+  kNotStarted,  ///< errno tells why
+  kLate,        ///< it was made to end after the limit
+  kStopped,     ///< it was made to end because of `stop`
+};
+
+/// Runs a program as StartProgram() does, without input, and hands over what it writes. It is made to end after
+/// `limit`, or when `stop` (asked twenty times a second) is true: with SIGTERM, 200 ms later with SIGKILL, which all
+/// the programs that it has started, in its process group, get after its own end too. Returns half a second later at
+/// the latest, also when the kernel cannot end it then. Callable from any thread of a process without the toolkit.
+ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds limit, const std::function<bool()>& stop,
+                      const std::function<void(std::string_view)>& onOutput);

@@ -32,13 +32,16 @@ BackgroundRuns::BackgroundRuns() : m_inference(trevlin::MakeCollectors()) {
 
 BackgroundRuns::~BackgroundRuns() {
   vconf_ignore_key_changed(kPeriodKey, PeriodChanged);
-  {
-    const std::lock_guard guard(m_lock);
-    m_end = true;
-    m_changed.notify_all();
-  }
-  m_inference.Stop();
+  Stop(std::chrono::steady_clock::now());
   m_thread.join();
+}
+
+bool BackgroundRuns::Stop(std::chrono::steady_clock::time_point until) {
+  m_inference.Stop();
+  std::unique_lock guard(m_lock);
+  m_end = true;
+  m_changed.notify_all();
+  return m_changed.wait_until(guard, until, [this] { return m_hasEnded; });
 }
 
 void BackgroundRuns::PeriodChanged(keynode_t*, void* self) {
@@ -64,6 +67,9 @@ void BackgroundRuns::Work() {
       Log(DLOG_ERROR, std::string("diagnosis in the background: ") + error.what());
     }
   }
+  const std::lock_guard guard(m_lock);
+  m_hasEnded = true;
+  m_changed.notify_all();
 }
 
 // After the period, and `most` at most. False when there is no next.

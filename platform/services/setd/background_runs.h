@@ -21,10 +21,13 @@ namespace setd {
 class BackgroundRuns {
  public:
   BackgroundRuns();
-  /// Ends a run that waits for facts. One that records is waited for.
+  /// Ends a run that waits for facts. One that records is waited for, without an end: see Stop().
   ~BackgroundRuns();
   BackgroundRuns(const BackgroundRuns&) = delete;
   BackgroundRuns& operator=(const BackgroundRuns&) = delete;
+
+  /// Begins no other run, and ends one that waits for facts. False when one that records still does at `until`.
+  bool Stop(std::chrono::steady_clock::time_point until);
 
  private:
   static void PeriodChanged(keynode_t* key, void* self);
@@ -38,7 +41,7 @@ class BackgroundRuns {
   std::mutex m_lock;
   std::condition_variable m_changed;
   std::chrono::seconds m_period{0};  // guarded by m_lock, as is:
-  bool m_end = false;
+  bool m_end = false, m_hasEnded = false;
   std::thread m_thread;
 };
 

@@ -2,6 +2,7 @@
 
 #include <glib-unix.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
@@ -16,13 +17,14 @@ namespace setd {
 
 namespace {
 
-// Of the long jobs (boost, deep clean, reports …) only a few can run at once; the rest is for measuring.
-constexpr unsigned kThreads = 8;
+// Of the long jobs (boost, deep clean …) only a few can run at once; the rest is for measuring.
+constexpr unsigned kRequestThreads = 8, kReportThreads = 2;
+constexpr int kReportNiceness = 10;
 constexpr unsigned kFirstPauseMs = 1000, kLongestPauseMs = 60000;
 
 }  // namespace
 
-Jobs::Jobs() : m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_pool(kThreads) {
+Jobs::Jobs() : m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_requests(kRequestThreads), m_reports(kReportThreads) {
   if (!m_wake) throw std::system_error(errno, std::generic_category(), "eventfd");
   m_source = g_unix_fd_add(
       m_wake.get(), G_IO_IN,
@@ -35,19 +37,32 @@ Jobs::Jobs() : m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_pool(kThreads) 
 
 Jobs::~Jobs() {
   m_stop = true;
-  m_pool.join();
+  m_requests.join();
+  m_reports.join();
   g_source_remove(m_source);
   for (const auto& [key, entry] : m_entries)
     if (entry.timer) g_source_remove(entry.timer);
 }
 
-void Jobs::Run(const std::string& key, Work work, Look look) {
+bool Jobs::Stop(std::chrono::steady_clock::time_point until) {
+  m_stop = true;
+  std::unique_lock guard(m_lock);
+  return m_changes.wait_until(guard, until, [this] { return m_given == 0; });
+}
+
+void Jobs::Run(Lane lane, const std::string& key, Work work, Look look) {
   Entry& entry = m_entries[key];
   if (entry.running) return;
   if (entry.timer) g_source_remove(entry.timer);
   entry.timer = 0;
   entry.running = true;
-  boost::asio::post(m_pool, [this, key, work = std::move(work), look = std::move(look)] {
+  {
+    const std::lock_guard guard(m_lock);
+    ++m_given;
+  }
+  boost::asio::post(lane == Lane::kReports ? m_reports : m_requests, [=, this] {
+    // Of this thread, and the programs that it starts.
+    if (lane == Lane::kReports) setpriority(PRIO_PROCESS, 0, kReportNiceness);
     bool done = false;
     try {
       done = !m_stop && work(m_stop);
@@ -56,6 +71,8 @@ void Jobs::Run(const std::string& key, Work work, Look look) {
     }
     const std::lock_guard guard(m_lock);
     m_ended.push_back({key, done, look});
+    --m_given;
+    m_changes.notify_all();
     eventfd_write(m_wake.get(), 1);
   });
 }

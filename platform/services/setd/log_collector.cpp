@@ -123,7 +123,7 @@ void LogCollector::LookAfterRestart(const std::string& trigger) {
     Log(DLOG_INFO, "the report of " + trigger + " is due after a restart of the set");
 }
 
-bool LogCollector::MakeReportOf(const std::string& folder, const std::string& trigger) {
+bool LogCollector::MakeReportOf(const std::string& folder, const std::string& trigger, const StopFlag& stop) {
   const bool isAfterRestart = folder == set_paths::kRebootReportTriggers;
   const std::string path = SystemPath(folder + "/" + trigger);
   // After a restart the note asks, with or without its trigger.
@@ -137,7 +137,7 @@ bool LogCollector::MakeReportOf(const std::string& folder, const std::string& tr
   const bool isNew = report.empty();
   if (isNew) {
     std::string file, problem;
-    if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kov::kSuffix)), file, problem)) {
+    if (!MakeReport(trigger.substr(0, trigger.size() - std::strlen(kov::kSuffix)), stop, file, problem)) {
       Log(DLOG_ERROR, "no report of " + folder + "/" + trigger + ": " + problem);
       tell("", problem);
       return false;
@@ -171,7 +171,8 @@ std::string LogCollector::TakeCollected(const std::string& path, const std::stri
 
 void LogCollector::Collect(const std::string& folder, const std::string& trigger) {
   m_jobs.Run(
-      "report " + folder + "/" + trigger, [=, this](const StopFlag&) { return MakeReportOf(folder, trigger); },
+      Lane::kReports, "report " + folder + "/" + trigger,
+      [=, this](const StopFlag& stop) { return MakeReportOf(folder, trigger, stop); },
       [this, folder, trigger] {
         Look(folder, trigger);
         // A due one may have no trigger any more.

@@ -28,7 +28,7 @@ class LogCollector {
   void LookAfterRestart(const std::string& trigger);
   void RememberKernel();
   void Collect(const std::string& folder, const std::string& trigger);
-  bool MakeReportOf(const std::string& folder, const std::string& trigger);
+  bool MakeReportOf(const std::string& folder, const std::string& trigger, const StopFlag& stop);
 
   /// A report that was made and whose request could not be removed then.
   struct Collected {

@@ -1,16 +1,21 @@
 // vexilo-setd: the set's task manager and log collector. docs/setd.md is its manual.
 
 #include <glib-unix.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "base/daemon_lock.h"
 #include "base/state.h"
@@ -60,14 +65,47 @@ void AnswerAt(DaemonPlace& place) {
       &place);
 }
 
+// Who asks for the end waits two seconds. An end in order has the first of them.
+constexpr std::chrono::milliseconds kOrderlyEnd{1000}, kLongestEnd{1700};
+
+sigset_t EndSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  return signals;
+}
+
+/// Has these signals end the main loop, and, since a disk or a program may hold any other thread, the process a while
+/// later. They are blocked in all threads.
+void EndOnSignal(GMainLoop* loop, ExitCode unfinished) {
+  std::thread([loop, unfinished, signals = EndSignals()] {
+    int number = 0;
+    sigwait(&signals, &number);
+    g_idle_add_full(
+        G_PRIORITY_HIGH,
+        [](void* held) -> gboolean {
+          g_main_loop_quit(static_cast<GMainLoop*>(held));
+          return G_SOURCE_REMOVE;
+        },
+        loop, nullptr);
+    std::this_thread::sleep_for(kLongestEnd);
+    _exit(unfinished);
+  }).detach();
+}
+
+/// Whether all work has ended, told to stop, within the time for that.
+bool EndWork(Jobs& jobs, std::optional<BackgroundRuns>& diagnoses) {
+  const auto now = std::chrono::steady_clock::now();
+  if (diagnoses) diagnoses->Stop(now);
+  const bool ended = jobs.Stop(now + kOrderlyEnd);
+  return (!diagnoses || diagnoses->Stop(now + kOrderlyEnd)) && ended;
+}
+
 int Serve(bool once) {
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-  const auto quit = [](void* held) -> gboolean {
-    g_main_loop_quit(static_cast<GMainLoop*>(held));
-    return G_SOURCE_CONTINUE;
-  };
-  g_unix_signal_add(SIGTERM, quit, loop);
-  g_unix_signal_add(SIGINT, quit, loop);
+  const ExitCode unfinished = once ? kFailed : kDone;
+  EndOnSignal(loop, unfinished);
   size_t failures = 0;
   std::optional<StartMark> mark;
   if (!once) mark.emplace();
@@ -86,10 +124,15 @@ int Serve(bool once) {
         if (jobs->IsSettled()) g_main_loop_quit(loop);
       });
     if (!once || !jobs->IsSettled()) g_main_loop_run(loop);
+    mark.reset();
+    if (!EndWork(*jobs, diagnoses)) {
+      Log(DLOG_WARN, "vexilo-setd ends with work under way, which its next start does again");
+      // The threads that are at it cannot be waited for; what else there is to write is written.
+      std::exit(unfinished);
+    }
     failures = jobs->Failures();
     jobs.reset();
   }
-  g_main_loop_unref(loop);
   Log(DLOG_INFO, "vexilo-setd has ended");
   if (!once || failures == 0) return kDone;
   return Complain(kFailed, std::to_string(failures) + " requests could not be served; the log tells why");
@@ -108,6 +151,8 @@ int Main(int argc, char** argv) {
       return Complain(kUsage, "unknown argument \"" + std::string(word) + "\"\nTry 'vexilo-setd --help'.");
     once = true;
   }
+  const sigset_t ends = EndSignals();
+  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   // A file that may not grow is a failure like a full disk, no reason to end.
   std::signal(SIGXFSZ, SIG_IGN);

@@ -156,7 +156,7 @@ std::string CategoryOf(const std::string& name) {
   return IsCategory(first) ? first : "OTHER";
 }
 
-bool MakeReport(const std::string& name, std::string& file, std::string& problem) {
+bool MakeReport(const std::string& name, const StopFlag& stop, std::string& file, std::string& problem) {
   const time_t now = time(nullptr);
   Scrubber scrubber(KnownSecrets());
   Archive archive;
@@ -168,14 +168,18 @@ bool MakeReport(const std::string& name, std::string& file, std::string& problem
   meta["set"] = SetFacts();
   meta["missing"] = Json::objectValue;
   std::vector<std::pair<std::string, std::string>> files;
-  Collect(CategoryOf(name), [&](const std::string& source, const std::string& text, const std::string& reason) {
+  Collect(CategoryOf(name), stop, [&](const std::string& source, const std::string& text, const std::string& reason) {
     if (!reason.empty()) meta["missing"][source] = reason;
     if (reason.empty() || !text.empty()) files.emplace_back(source, text);
   });
-  for (const auto& [source, text] : files) scrubber.Learn(text);
+  for (const auto& [source, text] : files)
+    if (!stop) scrubber.Learn(text);
   Json::Value sums;
   for (const auto& [source, text] : files)
-    if (const auto clean = scrubber.Clean(text)) {
+    if (stop) {
+      problem = "the collector was ended; its next start makes the report";
+      return false;
+    } else if (const auto clean = scrubber.Clean(text)) {
       archive.Add(source, *clean, now);
       sums[source]["bytes"] = Json::UInt64(clean->size());
       sums[source]["sha256"] = Sha256(*clean);

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <string>
 
+#include "setd/jobs.h"
+
 namespace setd {
 
 /// "SCREEN" for "SCREEN-QUVAKOV"; a name of no category is "OTHER".
@@ -18,8 +20,8 @@ inline constexpr char kMetaFile[] = "meta.json";
 
 /// Collects and publishes a report of the name (letters, digits, '.', '_', '-'). `file` is set to the path, of the set,
 /// of the archive, which only this user can read (0600) and never takes another's place. False when it is not there;
-/// `problem` tells why.
-bool MakeReport(const std::string& name, std::string& file, std::string& problem);
+/// `problem` tells why, also that it was to stop.
+bool MakeReport(const std::string& name, const StopFlag& stop, std::string& file, std::string& problem);
 
 inline constexpr time_t kMaxReportAge = 30 * 24 * 60 * 60;
 

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <fnmatch.h>
-#include <gio/gio.h>
+#include <glib.h>
 #include <json/json.h>
 #include <sys/klog.h>
 #include <sys/stat.h>
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -18,6 +19,7 @@
 
 #include "base/folder.h"
 #include "base/glib_handle.h"
+#include "base/program.h"
 #include "c_handle.h"
 #include "log_tags.h"
 #include "set_paths.h"
@@ -32,6 +34,7 @@ namespace {
 constexpr size_t kMaxLog = 1024 * 1024;
 constexpr size_t kMaxStateFile = 64 * 1024;
 constexpr size_t kMaxRecords = 500;
+constexpr std::chrono::seconds kJournalLimit{10};
 constexpr int kKernelAll = 3, kKernelSize = 10;  // actions of klogctl()
 
 /// What reports of a category have besides the platform log, the kernel's log and the records that all have.
@@ -136,15 +139,18 @@ bool ReadEnd(GInputStream* stream, std::string& text, GErrorHandle& error) {
 }
 
 /// The newest lines of the journal that any of the matches ("-u", unit) select; else false with the reason.
-bool ReadJournal(const char* option, const std::vector<const char*>& names, std::string& text, std::string& problem) {
+bool ReadJournal(const char* option, const std::vector<const char*>& names, const StopFlag& stop, std::string& text,
+                 std::string& problem) {
   const GText program(g_find_program_in_path("journalctl"));
   if (!program) {
     problem = "there is no journalctl";
     return false;
   }
-  std::vector<const char*> arguments{"timeout", "10",        program.get(), "--no-pager", "-q",
-                                     "-o",      "short-iso", "-n",          "2000"};
+  // It is ended in time by this process, and by "timeout" when this one was killed meanwhile.
+  std::vector<std::string> arguments{"timeout",    "--foreground", "-k", "1",         "15", program.get(),
+                                     "--no-pager", "-q",           "-o", "short-iso", "-n", "2000"};
   for (const char* name : names) arguments.insert(arguments.end(), {option, name});
+<<<<<<< HEAD
   arguments.push_back(nullptr);
   GErrorHandle error;
   const GObjectHandle<GSubprocess> process(g_subprocess_newv(
@@ -162,22 +168,38 @@ bool ReadJournal(const char* option, const std::vector<const char*>& names, std:
   }
   text = Newest(std::move(output));
   return true;
+=======
+  text.clear();
+  const ProgramEnd end = RunProgram(
+      std::move(arguments), kJournalLimit, [&stop] { return stop.load(); },
+      [&text](std::string_view more) {
+        text.append(more);
+        // The cut goes through a line, which Newest() sees by the size.
+        if (text.size() > 3 * kMaxLog) text.erase(0, text.size() - 2 * kMaxLog);
+      });
+  text = end == ProgramEnd::kDone ? Newest(std::move(text)) : "";
+  if (end == ProgramEnd::kNotStarted) problem = std::string("timeout: ") + std::strerror(errno);
+  if (end == ProgramEnd::kFailed) problem = "journalctl failed";
+  if (end == ProgramEnd::kLate) problem = "journalctl did not end in time";
+  if (end == ProgramEnd::kStopped) problem = "the collector was ended";
+  return end == ProgramEnd::kDone;
+>>>>>>> bfff75d (Stuck helpers hold up neither an answer nor the end of the daemon)
 }
 
-void TakeJournal(const std::vector<const char*>& units, const TakeSource& take) {
+void TakeJournal(const std::vector<const char*>& units, const StopFlag& stop, const TakeSource& take) {
   const GText program(g_find_program_in_path("journalctl"));
   if (units.empty() || !program) return;
   std::string text, problem;
-  ReadJournal("-u", units, text, problem);
+  ReadJournal("-u", units, stop, text, problem);
   take("journal.log", text, problem);
 }
 
 /// The platform log may go to the journal alone (docs/log.md): then there is no file.
-void TakePlatformLog(const TakeSource& take) {
+void TakePlatformLog(const StopFlag& stop, const TakeSource& take) {
   struct stat status;
   std::string text, problem;
   const bool hasFile = lstat(SystemPath(set_paths::kLogFile).c_str(), &status) == 0;
-  if (!hasFile && ReadJournal("-t", {std::begin(log_tags::kAll), std::end(log_tags::kAll)}, text, problem) &&
+  if (!hasFile && ReadJournal("-t", {std::begin(log_tags::kAll), std::end(log_tags::kAll)}, stop, text, problem) &&
       !text.empty())
     return take("vexilo.log", text, "");
   TakeLog("vexilo.log", set_paths::kLogFile, take);
@@ -254,16 +276,16 @@ bool IsCategory(const std::string& category) {
   return std::any_of(Categories().begin(), Categories().end(), [&](const auto& each) { return each.name == category; });
 }
 
-void Collect(const std::string& category, const TakeSource& take) {
+void Collect(const std::string& category, const StopFlag& stop, const TakeSource& take) {
   const auto entry = std::find_if(Categories().begin(), Categories().end(),
                                   [&](const Category& each) { return each.name == category; });
-  TakePlatformLog(take);
+  TakePlatformLog(stop, take);
   TakeLog("events.jsonl", set_paths::kEventLog, take);
   TakeHistory(take);
   TakeKernelLog(take);
-  if (entry == Categories().end()) return;
+  if (entry == Categories().end() || stop) return;
   TakeState(*entry, take);
-  TakeJournal(entry->units, take);
+  TakeJournal(entry->units, stop, take);
 }
 
 }  // namespace setd

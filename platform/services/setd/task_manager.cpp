@@ -158,7 +158,7 @@ void TaskManager::Start() {
 
 void TaskManager::KeepCobaltSize() {
   m_jobs.Run(
-      "cobalt size", [](const StopFlag&) { return PublishCobaltSize(); }, [] {});
+      Lane::kRequests, "cobalt size", [](const StopFlag&) { return PublishCobaltSize(); }, [] {});
   m_cobaltTimer = AddTimer(kCobaltPeriodMs, [this] { KeepCobaltSize(); });
 }
 
@@ -194,7 +194,7 @@ void TaskManager::Refuse(const std::string& trigger, const std::string& problem)
 void TaskManager::Serve(const Request& request) {
   const bool ofPackage = !request.packageId.empty();
   m_jobs.Run(
-      request.trigger + " " + request.line,
+      Lane::kRequests, request.trigger + " " + request.line,
       [=](const StopFlag& stop) { return ofPackage ? ServePackage(request, stop) : ServeSet(request, stop); },
       [this, trigger = request.trigger] { Look(trigger); });
   if (request.kind == Kind::kMeasure) SweepLater();
