@@ -1,5 +1,7 @@
 // The parts of the set's daemon that need no process: reading requests, private data, limits of what is kept.
 
+#include <sys/syscall.h>
+
 #include <ctime>
 
 #include "c_handle.h"
@@ -7,11 +9,14 @@
 #include "set_paths.h"
 #include "setd/deep_clean.h"
 #include "setd/leftovers.h"
+#include "setd/privileges.h"
 #include "setd/report.h"
 #include "setd/request.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
 #include "support/growth.h"
+#include "support/fork.h"
+#include "support/process.h"
 
 namespace {
 
@@ -406,6 +411,34 @@ TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
   EXPECT_EQ(std::set<std::string>(files.begin(), files.end()).size(), files.size());
   for (const std::string& file : files) EXPECT_EQ(fs::status(SystemPath(file)).permissions(), fs::perms(0600)) << file;
   EXPECT_EQ(fs::status(SystemPath(set_paths::kReportsDir)).permissions(), fs::perms(0700));
+}
+
+TEST(SetdPrivileges, AreGoneForAProcessAndItsProgramsThatMayStillMakeSandboxes) {
+  const struct {
+    const char* name;
+    long number;
+    long argument;
+  } kCalls[] = {{"keyctl", SYS_keyctl, 9999},
+                {"io_uring_setup", SYS_io_uring_setup, 0},
+                {"userfaultfd", SYS_userfaultfd, -1},
+                {"perf_event_open", SYS_perf_event_open, 0},
+                {"process_vm_readv", SYS_process_vm_readv, getpid()}};
+  const auto isDenied = [](const auto& call) {
+    return syscall(call.number, call.argument, 0, 0, 0, 0, 0) == -1 && errno == EPERM;
+  };
+  const auto sandbox = [] {
+    return RunProcess({"bwrap", "--unshare-all", "--ro-bind", "/", "/", "--proc", "/proc", "true"}).exitCode;
+  };
+  ExpectEndsWell(Fork([&] {
+    // A sandbox of root's would take more.
+    ASSERT_TRUE(geteuid() != 0 || setresuid(65534, 65534, 65534) == 0);
+    for (const auto& call : kCalls) EXPECT_FALSE(isDenied(call)) << call.name;
+    const int before = sandbox();
+    DropPrivileges();
+    for (const auto& call : kCalls) EXPECT_TRUE(isDenied(call)) << call.name;
+    EXPECT_EQ(sandbox(), before);
+    EXPECT_EQ(RunProcess({"grep", "-c", "^NoNewPrivs:.1$\\|^Seccomp:.2$", "/proc/self/status"}).out, "2\n");
+  }));
 }
 
 TEST(SetdDeepClean, RemovesOldFilesOnlyAndNeverThroughALink) {

@@ -382,6 +382,32 @@ TEST(Setd, GoesOnAfterHavingBeenKilledInTheMiddle) {
   EXPECT_TRUE(Exists(Ack("org.a.app")));
 }
 
+TEST(Setd, KeepsOnlyThePrivilegesThatItsWorkTakes) {
+  Install("org.a", "org.a.app");
+  const fs::path cache = SystemPath("/opt/usr/apps/org.a/cache");
+  const bool isRoot = geteuid() == 0;
+  const std::string owner = isRoot ? "65534" : std::to_string(geteuid());
+  ASSERT_EQ(RunProcess({"chown", "-R", owner, SystemPath(set_paths::kPackagesDir)}).exitCode, 0);
+  fs::permissions(cache, fs::perms::owner_all | fs::perms::sticky_bit);
+  const auto capabilities = [](const std::string& process, const std::string& set) {
+    std::ifstream status("/proc/" + process + "/status");
+    for (std::string line; std::getline(status, line);)
+      if (line.starts_with(set + ":")) return std::stoull(line.substr(set.size() + 1), nullptr, 16);
+    return ~0ull;
+  };
+  const Process daemon = StartDaemon();
+  const std::string process = std::to_string(daemon->Pid());
+  // CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_SYS_PTRACE, CAP_SYSLOG, as far as there are any.
+  const auto kept = (1ull << 1 | 1ull << 3 | 1ull << 19 | 1ull << 34) & capabilities("self", "CapPrm");
+  EXPECT_EQ(capabilities(process, "CapEff"), kept);
+  EXPECT_EQ(capabilities(process, "CapPrm"), kept);
+  EXPECT_TRUE(!isRoot || capabilities(process, "CapBnd") == kept);
+  EXPECT_EQ(capabilities(process, "NoNewPrivs"), 1u);
+  EXPECT_EQ(capabilities(process, "Seccomp"), 2u);
+  AskAndWait("clearAppCache", "org.a|org.a.app\n");
+  EXPECT_FALSE(fs::exists(cache / "file"));
+}
+
 TEST(Setd, StuckHelpersDelayNeitherAnAnswerNorTheEnd) {
   using Clock = std::chrono::steady_clock;
   for (int i = 0; i < 1000; ++i) WriteFile("/tmp/kov_NDF/SCREEN-" + std::to_string(i) + ".log", "");

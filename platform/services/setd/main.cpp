@@ -22,6 +22,7 @@
 #include "setd/background_runs.h"
 #include "setd/jobs.h"
 #include "setd/log_collector.h"
+#include "setd/privileges.h"
 #include "setd/setd_log.h"
 #include "setd/start_mark.h"
 #include "setd/task_manager.h"
@@ -161,6 +162,7 @@ int Main(int argc, char** argv) {
     std::string problem;
     TidyState();
     if (!place.Take(problem)) return Complain(kFailed, problem);
+    DropPrivileges();
     AnswerAt(place);
     return Serve(once);
   } catch (const std::exception& error) {
