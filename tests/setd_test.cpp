@@ -4,6 +4,7 @@
 
 #include <ctime>
 
+#include "base/program.h"
 #include "c_handle.h"
 #include "packages/package_store.h"
 #include "set_paths.h"
@@ -411,6 +412,39 @@ TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
   EXPECT_EQ(std::set<std::string>(files.begin(), files.end()).size(), files.size());
   for (const std::string& file : files) EXPECT_EQ(fs::status(SystemPath(file)).permissions(), fs::perms(0600)) << file;
   EXPECT_EQ(fs::status(SystemPath(set_paths::kReportsDir)).permissions(), fs::perms(0700));
+}
+
+TEST(SetdPrograms, EndInTimeWithAllThatTheyHaveStarted) {
+  const struct {
+    const char* script;
+    std::chrono::milliseconds limit, longest;
+    ProgramEnd end;
+    const char* output;
+  } kCases[] = {
+      {"printf all; exit 0", 30s, 20s, ProgramEnd::kDone, "all"},
+      {"printf part; exit 3", 30s, 20s, ProgramEnd::kFailed, "part"},
+      {"trap '' TERM; printf stuck; while :; do sleep 1; done", 500ms, 5s, ProgramEnd::kLate, "stuck"},
+      {"while :; do echo flood; done", 500ms, 5s, ProgramEnd::kLate, nullptr},
+      {"sleep 60 & printf left", 30s, 20s, ProgramEnd::kDone, "left"},
+      {"printf told; kill -USR1 $PPID; sleep 60", 30s, 20s, ProgramEnd::kStopped, "told"},
+  };
+  static std::atomic<bool> stop;
+  const auto before = std::signal(SIGUSR1, [](int) { stop = true; });
+  for (const auto& each : kCases) {
+    stop = false;
+    std::string output;
+    const auto start = std::chrono::steady_clock::now();
+    const ProgramEnd end = RunProgram(
+        {"sh", "-c", each.script}, each.limit, [] { return stop.load(); },
+        [&](std::string_view more) { output += more; });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, each.longest) << each.script;
+    EXPECT_EQ(end, each.end) << each.script;
+    EXPECT_TRUE(!each.output || output == each.output) << each.script;
+  }
+  std::signal(SIGUSR1, before);
+  const auto missing = RunProgram(
+      {"/no/program"}, 1s, [] { return false; }, [](std::string_view) {});
+  EXPECT_EQ(missing, ProgramEnd::kNotStarted);
 }
 
 TEST(SetdPrivileges, AreGoneForAProcessAndItsProgramsThatMayStillMakeSandboxes) {

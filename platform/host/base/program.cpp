@@ -20,7 +20,7 @@ namespace {
 /// What a program gets that is started from a thread.
 class SpawnRules {
  public:
-  SpawnRules(int input, int output, bool ownGroup) {
+  SpawnRules(int input, int output) {
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
     if (output >= 0)
@@ -37,8 +37,8 @@ class SpawnRules {
     for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGCHLD}) sigaddset(&usual, number);
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &usual);
-    const int group = ownGroup ? POSIX_SPAWN_SETPGROUP : 0;  // number 0 in the attributes: that of the process
-    posix_spawnattr_setflags(&attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group));
+    // The number of its group is 0 in new attributes, which stands for its own.
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   }
   SpawnRules(const SpawnRules&) = delete;
   SpawnRules& operator=(const SpawnRules&) = delete;
@@ -51,34 +51,8 @@ class SpawnRules {
   posix_spawnattr_t attributes;
 };
 
-struct Started {
-  FdHandle handle{};  // none, with errno, when it was not started
-  pid_t pid = -1;
-};
-
-Started Start(std::vector<std::string> argv, int input, int output, bool ownGroup) {
-  const SpawnRules rules(input, output, ownGroup);
-  std::vector<char*> arguments;
-  for (std::string& argument : argv) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
-  Started started;
-  const int error =
-      posix_spawnp(&started.pid, arguments[0], &rules.files, &rules.attributes, arguments.data(), environ);
-  errno = error;
-  if (error != 0) return started;
-  started.handle.reset(pidfd_open(started.pid, 0));
-  // What nobody can end or wait for must not go on.
-  if (!started.handle) kill(started.pid, SIGKILL);
-  return started;
-}
-
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLook{50}, kGrace{200}, kLastPatience{300};
-
-bool HasEnded(const Started& program, std::chrono::milliseconds patience) {
-  pollfd ended{program.handle.get(), POLLIN, 0};
-  return poll(&ended, 1, static_cast<int>(patience.count())) > 0;
-}
 
 /// Hands over what is there, but no more than a pipe holds: its writer may be as fast. False at the end of the output.
 bool Read(int from, const std::function<void(std::string_view)>& onOutput) {
@@ -91,7 +65,7 @@ bool Read(int from, const std::function<void(std::string_view)>& onOutput) {
 }
 
 /// Until it has ended (kDone) or has to.
-ProgramEnd Await(const Started& program, int output, Clock::time_point deadline, const std::function<bool()>& stop,
+ProgramEnd Await(const Program& program, int output, Clock::time_point deadline, const std::function<bool()>& stop,
                  const std::function<void(std::string_view)>& onOutput) {
   pollfd fds[] = {{output, POLLIN, 0}, {program.handle.get(), POLLIN, 0}};
   for (;;) {
@@ -107,8 +81,33 @@ ProgramEnd Await(const Started& program, int output, Clock::time_point deadline,
 
 }  // namespace
 
-FdHandle StartProgram(std::vector<std::string> argv, int input, int output) {
-  return Start(std::move(argv), input, output, false).handle;
+Program StartProgram(std::vector<std::string> argv, int input, int output) {
+  const SpawnRules rules(input, output);
+  std::vector<char*> arguments;
+  for (std::string& argument : argv) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  Program program;
+  errno = posix_spawnp(&program.pid, arguments[0], &rules.files, &rules.attributes, arguments.data(), environ);
+  if (errno != 0) return program;
+  program.handle.reset(pidfd_open(program.pid, 0));
+  // What nobody can end or wait for must not go on.
+  if (!program.handle) kill(program.pid, SIGKILL);
+  return program;
+}
+
+bool HasEnded(const Program& program, std::chrono::milliseconds patience) {
+  pollfd ended{program.handle.get(), POLLIN, 0};
+  return poll(&ended, 1, static_cast<int>(patience.count())) > 0;
+}
+
+int EndProgram(const Program& program) {
+  // Until its status is taken away it has its number, and so its group.
+  if (pidfd_send_signal(program.handle.get(), SIGKILL, nullptr, 0) == 0) kill(-program.pid, SIGKILL);
+  siginfo_t info{};
+  if (!HasEnded(program, kLastPatience) ||
+      waitid(P_PIDFD, static_cast<id_t>(program.handle.get()), &info, WEXITED) != 0)
+    return -1;
+  return info.si_code == CLD_EXITED ? info.si_status : -1;
 }
 
 ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds limit, const std::function<bool()>& stop,
@@ -118,7 +117,7 @@ ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds l
   const FdHandle output(ends[0]), nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   FdHandle input(ends[1]);
   fcntl(output.get(), F_SETFL, O_NONBLOCK);
-  const Started program = Start(std::move(argv), nothing.get(), input.get(), true);
+  const Program program = StartProgram(std::move(argv), nothing.get(), input.get());
   input.reset();
   if (!program.handle) return ProgramEnd::kNotStarted;
   const ProgramEnd end = Await(program, output.get(), Clock::now() + limit, stop, onOutput);
@@ -126,11 +125,6 @@ ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds l
     kill(-program.pid, SIGTERM);
     HasEnded(program, kGrace);
   }
-  // It has its number, and so its group, until it is waited for.
-  kill(-program.pid, SIGKILL);
-  if (!HasEnded(program, kLastPatience)) return end;
-  siginfo_t info{};
-  waitid(P_PID, static_cast<id_t>(program.pid), &info, WEXITED);
-  if (end != ProgramEnd::kDone) return end;
-  return info.si_code == CLD_EXITED && info.si_status == 0 ? ProgramEnd::kDone : ProgramEnd::kFailed;
+  const int exitCode = EndProgram(program);
+  return end == ProgramEnd::kDone && exitCode != 0 ? ProgramEnd::kFailed : end;
 }

@@ -2,17 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-// The header of glibc 2.36 does not say itself that it declares C functions.
-extern "C" {
-#include <sys/pidfd.h>
-}
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -29,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kProgress = "progress ", kDone = "done", kFailed = "failed ";
-constexpr int kEndMilliseconds = 2000;
+constexpr std::chrono::seconds kEndPatience{2};
 constexpr size_t kMaxLine = 4096;
 constexpr long kMaxErrno = 4095;
 
@@ -72,12 +65,6 @@ Problem ReadFailure(const std::string& words) {
   return {rest + 1, static_cast<int>(error)};
 }
 
-void End(const FdHandle& process, bool atOnce) {
-  pollfd ended{process.get(), POLLIN, 0};
-  if (atOnce || poll(&ended, 1, kEndMilliseconds) == 0) pidfd_send_signal(process.get(), SIGKILL, nullptr, 0);
-  waitid(P_PIDFD, static_cast<id_t>(process.get()), nullptr, WEXITED);
-}
-
 }  // namespace
 
 HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::milliseconds limit,
@@ -85,12 +72,12 @@ HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::
   const auto deadline = Clock::now() + limit;
   arguments.insert(arguments.begin(), SystemPath(set_paths::kFlatpakHelper));
   int ends[2] = {-1, -1};
-  FdHandle process;
+  Program process;
   if (pipe2(ends, O_CLOEXEC) == 0) process = StartProgram(std::move(arguments), input, ends[1]);
   const FdHandle output(ends[0]);
   const int reason = errno;
   FdHandle(ends[1]).reset();
-  if (!process) {
+  if (!process.handle) {
     problem.text = std::string(set_paths::kFlatpakHelper) + ": " + std::strerror(reason);
     return HelperEnd::kNotStarted;
   }
@@ -98,13 +85,14 @@ HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::
   for (std::string line; lines.Next(line, deadline);) {
     if (line.starts_with(kProgress) && onProgress) onProgress(std::atoi(line.c_str() + kProgress.size()));
     if (line != kDone && !line.starts_with(kFailed)) continue;
-    End(process, false);
+    HasEnded(process, kEndPatience);
+    EndProgram(process);
     if (line == kDone) return HelperEnd::kDone;
     problem = ReadFailure(line.substr(kFailed.size()));
     return HelperEnd::kFailed;
   }
   const bool late = Clock::now() >= deadline;
-  End(process, true);
+  EndProgram(process);
   problem.text =
       std::string(set_paths::kFlatpakHelper) +
       (late ? " was ended: it took longer than " +

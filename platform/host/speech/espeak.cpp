@@ -56,7 +56,7 @@ bool Espeak::Say(const std::string& text, const std::string& locale) {
   Cancel();
   const FdHandle input = FileOf(text);
   if (!input) return false;
-  m_process = StartProgram({kProgram, "-v", VoiceOf(locale), "--stdin"}, input.get());
+  m_process = StartProgram({kProgram, "-v", VoiceOf(locale), "--stdin"}, input.get()).handle;
   return static_cast<bool>(m_process);
 }
 
