@@ -150,6 +150,5 @@ bool DaemonPlace::Take(std::string& problem) {
 }
 
 void DaemonPlace::Answer() {
-  while (FdHandle(accept4(m_name.get(), nullptr, nullptr, SOCK_CLOEXEC))) {
-  }
+  const FdHandle asker(accept4(m_name.get(), nullptr, nullptr, SOCK_CLOEXEC));
 }

@@ -34,7 +34,7 @@ class DaemonPlace {
   /// Readable when Answer() is to be called. -1 when a stranger has the name, or none is to be had: then just the lock
   /// guards the place.
   int Fd() const { return m_name.get(); }
-  /// Lets go those who have asked the name, for whom the kernel has answered.
+  /// Lets go one who has asked the name, for whom the kernel has answered.
   void Answer();
 
  private:

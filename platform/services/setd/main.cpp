@@ -57,13 +57,14 @@ int TellProcess() {
 
 void AnswerAt(DaemonPlace& place) {
   if (place.Fd() < 0) return Log(DLOG_WARN, "other users cannot ask whether vexilo-setd runs: its name is taken");
-  g_unix_fd_add(
-      place.Fd(), G_IO_IN,
+  // Whoever asks as fast as they can gets in nobody's way.
+  g_unix_fd_add_full(
+      G_PRIORITY_LOW, place.Fd(), G_IO_IN,
       [](int, GIOCondition, void* held) -> gboolean {
         static_cast<DaemonPlace*>(held)->Answer();
         return G_SOURCE_CONTINUE;
       },
-      &place);
+      &place, nullptr);
 }
 
 // Who asks for the end waits two seconds. An end in order has the first of them.
