@@ -15,8 +15,8 @@
 #include "setd/request.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
-#include "support/growth.h"
 #include "support/fork.h"
+#include "support/growth.h"
 #include "support/process.h"
 
 namespace {
