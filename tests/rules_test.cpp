@@ -153,12 +153,16 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
 
 TEST(RulesFile, OfAnyNumberOfRulesIsReadInProportionToIt) {
   // What may be wrong with a rule; each has a code of its own.
-  for (const std::string rest : {R"("group": "cache", "when": {"fact": "t", "is": "==", "value": true})",
-                                 R"("group": "none")", R"("group": "cache", "group": "cache")"})
+  for (const std::string rest :
+       {R"("group": "cache", "when": {"fact": "t", "is": "==", "value": true})", R"("group": "none")",
+        R"("group": "cache", "group": "cache")",
+        R"("group": "cache", "when": {"fact": "t", "is": "==", "value": true}, "explains": [)"})
     for (const char* end : {",\n", ","}) {
       const auto read = [&](size_t count) {
         std::string rules;
-        for (size_t i = 1; i <= count; ++i) rules += "{\"code\": " + std::to_string(i) + ", " + rest + "}" + end;
+        for (size_t i = 2; i <= count + 1; ++i)
+          rules += "{\"code\": " + std::to_string(i) + ", " + rest +
+                   (rest.ends_with('[') ? std::to_string(i - 1) + "]" : "") + "}" + end;
         const RuleFile file = ParseRules(FileOf(rules + "7"), kKinds);
         EXPECT_EQ(file.rules.size() + file.mistakes.size(), count + 1);
       };

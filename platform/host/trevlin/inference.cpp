@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <set>
+#include <unordered_set>
 
 #include "base/atomic_file.h"
 #include "dlog.h"
@@ -166,26 +168,23 @@ std::vector<Reading> Inference::ReadFacts(const CollectorPool::Names& names, Col
 
 namespace {
 
-bool IsDecided(const Outcome& outcome, int code) {
-  return std::any_of(outcome.issues.begin(), outcome.issues.end(),
-                     [code](const IssueTruth& issue) { return issue.issueCode == code; });
-}
-
 /// One cause is told once. An issue that this run could not decide stands, and explains, as the database has it.
 void TakeBackExplained(Database& database, Outcome& outcome) {
   if (outcome.explanations.empty()) return;
   std::vector<int> there;
-  for (const IssueTruth& issue : outcome.issues)
+  std::unordered_set<int> decided;
+  for (const IssueTruth& issue : outcome.issues) {
+    decided.insert(issue.issueCode);
     if (issue.isTrue) there.push_back(issue.issueCode);
+  }
   std::vector<int> standing;
   database.StandingIssues(standing);
   std::copy_if(standing.begin(), standing.end(), std::back_inserter(there),
-               [&](int code) { return !IsDecided(outcome, code); });
-  for (const int code : Explained(there, outcome.explanations)) {
-    std::erase_if(outcome.issues, [code](const IssueTruth& issue) { return issue.issueCode == code; });
-    std::erase(outcome.remaining, code);
-    outcome.issues.push_back({code, false});
-  }
+               [&](int code) { return !decided.contains(code); });
+  const std::set<int> explained = Explained(there, outcome.explanations);
+  std::erase_if(outcome.issues, [&](const IssueTruth& issue) { return explained.contains(issue.issueCode); });
+  std::erase_if(outcome.remaining, [&](int code) { return explained.contains(code); });
+  for (const int code : explained) outcome.issues.push_back({code, false});
 }
 
 }  // namespace

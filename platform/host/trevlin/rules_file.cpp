@@ -104,7 +104,7 @@ Parser::Parser(std::string_view text, const FactKinds& facts) : m_text(text), m_
 RuleFile Parser::Read() {
   RuleFile file;
   Explanations explanations;
-  std::unordered_set<int> codes;
+  std::unordered_set<int> codes, explained;
   try {
     const Json::Value document = ReadJson();
     for (const Json::Value& each : Rules(document)) {
@@ -118,7 +118,9 @@ RuleFile Parser::Read() {
         if (codes.contains(rule.code))
           Refuse(each["code"], "code " + std::to_string(rule.code) + " has a rule already");
         if (!rule.explains.empty()) {
-          CheckCircle(rule, each["explains"], explanations);
+          // A circle is closed by a code that another rule explains.
+          explained.insert(rule.explains.begin(), rule.explains.end());
+          if (explained.contains(rule.code)) CheckCircle(rule, each["explains"], explanations);
           explanations[rule.code] = rule.explains;
         }
         codes.insert(rule.code);
