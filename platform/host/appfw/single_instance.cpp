@@ -50,6 +50,18 @@ GVariant* ToDictionary(const Extras& extras) {
 
 }  // namespace
 
+Extras ReadExtras(GVariant& parameters) {
+  Extras extras;
+  const GVariantHandle dictionary(g_variant_get_child_value(&parameters, 0));
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, dictionary.get());
+  const char* key = nullptr;
+  const char* value = nullptr;
+  while (g_variant_iter_next(&iterator, "{&s&s}", &key, &value))
+    if (IsExtraKey(key)) extras.Set(key, value);
+  return extras;
+}
+
 SingleInstance::~SingleInstance() {
   Disconnect();
 }
@@ -154,15 +166,7 @@ void SingleInstance::Disconnect() {
 
 void SingleInstance::OnMethodCall(GDBusConnection*, const char*, const char*, const char*, const char*,
                                   GVariant* parameters, GDBusMethodInvocation* invocation, void* self) {
-  Extras extras;
-  const GVariantHandle dictionary(g_variant_get_child_value(parameters, 0));
-  GVariantIter iterator;
-  g_variant_iter_init(&iterator, dictionary.get());
-  const char* key = nullptr;
-  const char* value = nullptr;
-  while (g_variant_iter_next(&iterator, "{&s&s}", &key, &value))
-    if (IsExtraKey(key)) extras.Set(key, value);
-  static_cast<SingleInstance*>(self)->m_handler(std::move(extras), [invocation](bool delivered) {
+  static_cast<SingleInstance*>(self)->m_handler(ReadExtras(*parameters), [invocation](bool delivered) {
     if (delivered)
       g_dbus_method_invocation_return_value(invocation, nullptr);
     else

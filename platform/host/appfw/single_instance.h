@@ -22,6 +22,10 @@ namespace app_framework {
 /// Of the application that this framework runs.
 inline constexpr auto& kApplicationId = set_names::kCareApplication;
 
+/// The extras that another start sends: the arguments of the method, a dictionary of texts. A name that cannot be one
+/// is left out; of two that are the same the last counts.
+Extras ReadExtras(GVariant& parameters);
+
 class SingleInstance {
  public:
   enum class Role {

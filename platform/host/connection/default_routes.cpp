@@ -48,7 +48,9 @@ void AddWays(const rtattr& ways, int family, const DefaultRoute& common, std::ve
   }
 }
 
-void AddRoute(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
+}  // namespace
+
+void AddDefaultRoutes(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
   const auto* body = netlink::BodyOf<rtmsg>(message);
   if (message.nlmsg_type != RTM_NEWROUTE || !body || (body->rtm_family != AF_INET && body->rtm_family != AF_INET6) ||
       body->rtm_dst_len != 0 || body->rtm_type != RTN_UNICAST || body->rtm_table != RT_TABLE_MAIN)
@@ -67,10 +69,8 @@ void AddRoute(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
     routes.push_back(route);
 }
 
-}  // namespace
-
 int ReadDefaultRoutes(netlink::Socket& socket, std::vector<DefaultRoute>& routes) {
-  return socket.Dump(RTM_GETROUTE, rtmsg{}, [&routes](const nlmsghdr& message) { AddRoute(message, routes); });
+  return socket.Dump(RTM_GETROUTE, rtmsg{}, [&routes](const nlmsghdr& message) { AddDefaultRoutes(message, routes); });
 }
 
 }  // namespace connection

@@ -25,6 +25,9 @@ struct DefaultRoute {
   Address gateway;      ///< none where the interface leads to one other end only, a tunnel say
 };
 
+/// Adds what one message of an answer says, as ReadDefaultRoutes() takes it.
+void AddDefaultRoutes(const nlmsghdr& message, std::vector<DefaultRoute>& routes);
+
 /// Adds the default routes of the main table that packets can take, one for each way of those that have several. The
 /// kernel keeps those of an interface that lost its cable, and marks them: these are left out. 0 or an errno.
 int ReadDefaultRoutes(netlink::Socket& socket, std::vector<DefaultRoute>& routes);
