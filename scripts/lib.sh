@@ -34,13 +34,19 @@ follow() {
   done
 }
 
-# build PRESET [WHAT]: configures it where that has not been done since the presets changed, and builds what is not up to
-# date of what the build preset WHAT, by default the one of the same name, says.
-build() {
-  local ninja=build/$1/build.ninja what=${2-$1}
+# configure PRESET: where that has not been done since the presets changed.
+configure() {
+  local ninja=build/$1/build.ninja
   if [ ! -e "$ninja" ] || [ CMakePresets.json -nt "$ninja" ]; then
     step "Configuring $1" "configure-$1" cmake --preset "$1"
   fi
+}
+
+# build PRESET [WHAT]: configures it, and builds what is not up to date of what the build preset WHAT, by default the one of
+# the same name, says.
+build() {
+  local what=${2-$1}
+  configure "$1"
   step "Building $1" "build-$what" cmake --build --preset "$what"
 }
 

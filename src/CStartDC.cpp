@@ -103,11 +103,11 @@ CStartDC::CStartDC() : m_signals(std::make_unique<Signals>()) {
 }
 
 void CStartDC::ConnectFoundCB(std::function<void(const std::vector<MapToDBTable>& rows)> slot) {
-  m_signals->found.connect(std::move(slot));
+  m_signals->found.connect(slot);
 }
 
 void CStartDC::ConnectFailedCB(std::function<void()> slot) {
-  m_signals->failed.connect(std::move(slot));
+  m_signals->failed.connect(slot);
 }
 
 // ---- the screen

@@ -134,7 +134,7 @@ void ErrorReportSender::TakeOutcome(const Asked& asked, const ReportOutcome& out
 }
 
 void ErrorReportSender::ConnectSentChangeCB(std::function<void()> slot) {
-  m_sentChanged->connect(std::move(slot));
+  m_sentChanged->connect(slot);
 }
 
 void ErrorReportSender::SetWaiting(bool isWaiting) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
@@ -56,7 +57,7 @@ const Drawing* DrawingOf(Evas* canvas, const std::string& file, int side) {
   const auto* const pixels = static_cast<const uint32_t*>(
       error == EVAS_LOAD_ERROR_NONE ? evas_object_image_data_get(image, EINA_FALSE) : nullptr);
   if (pixels) {
-    const int stride = evas_object_image_stride_get(image) / static_cast<int>(sizeof *pixels);
+    const ptrdiff_t stride = evas_object_image_stride_get(image) / static_cast<int>(sizeof *pixels);
     for (int y = 0; y < drawing.height; ++y)
       drawing.pixels.insert(drawing.pixels.end(), pixels + y * stride, pixels + y * stride + drawing.width);
   }
@@ -156,10 +157,10 @@ class Image : public Widget {
     evas_object_image_size_set(m_picture, drawing->width, drawing->height);
     auto* const pixels = static_cast<uint32_t*>(evas_object_image_data_get(m_picture, EINA_TRUE));
     if (!pixels) return false;
-    const int stride = evas_object_image_stride_get(m_picture) / static_cast<int>(sizeof *pixels);
+    const ptrdiff_t stride = evas_object_image_stride_get(m_picture) / static_cast<int>(sizeof *pixels);
     for (int y = 0; y < drawing->height; ++y) {
       uint32_t* const line = pixels + y * stride;
-      std::copy_n(drawing->pixels.data() + y * drawing->width, drawing->width, line);
+      std::copy_n(drawing->pixels.data() + ptrdiff_t{y} * drawing->width, drawing->width, line);
       if (m_tint) Tint(line, drawing->width, TintHere());
     }
     evas_object_image_data_set(m_picture, pixels);
@@ -194,7 +195,7 @@ class Image : public Widget {
   void TintPicture(int width, int height) {
     auto* pixels = static_cast<uint32_t*>(evas_object_image_data_get(m_picture, EINA_TRUE));
     if (!pixels) return;
-    const int stride = evas_object_image_stride_get(m_picture) / static_cast<int>(sizeof *pixels);
+    const ptrdiff_t stride = evas_object_image_stride_get(m_picture) / static_cast<int>(sizeof *pixels);
     for (int y = 0; y < height; ++y) Tint(pixels + y * stride, width, TintHere());
     evas_object_image_data_set(m_picture, pixels);
     evas_object_image_alpha_set(m_picture, EINA_TRUE);

@@ -68,8 +68,9 @@ int Within(int room, int size, double where) {
 
 Alignment AlignmentOf(FluxAlign align) {
   const int index = std::clamp(static_cast<int>(align), 1, 9) - 1;
-  const double across = (index % 3) / 2.0;
-  return {Mirrored() ? 1.0 - across : across, (index / 3) / 2.0};
+  const int row = index / 3, column = index % 3;
+  const double across = column / 2.0;
+  return {Mirrored() ? 1.0 - across : across, row / 2.0};
 }
 
 Layout::Layout(Evas_Object* box, FluxLayoutType type, FluxAlign align) : Widget(box), m_type(type), m_align(align) {

@@ -249,9 +249,7 @@ void Walk::Visit(Level& level, const char* name) {
     level.folders.emplace_back(name);
   } else if (OnlyMeasures()) {
     Count(status);
-  } else if (IsToStay(status, name)) {
-    level.kept = true;
-  } else if (IsStopped()) {
+  } else if (IsToStay(status, name) || IsStopped()) {
     level.kept = true;
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
     Removed(status);
