@@ -5,11 +5,13 @@
 #include <net/if.h>
 #include <net/route.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include <regex>
 
 #include "base/atomic_file.h"
+#include "base/background_writing.h"
 #include "c_handle.h"
 #include "connection.h"
 #include "dlog.h"
@@ -28,13 +30,13 @@
 
 namespace {
 
-std::atomic<bool> g_slowDisk = false;
+std::atomic<std::chrono::milliseconds> g_slowDisk;
 
 }  // namespace
 
 // In the place of the C library's: a disk that takes its time.
 extern "C" int fdatasync(int file) {
-  if (g_slowDisk) std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  std::this_thread::sleep_for(g_slowDisk.load());
   return static_cast<int>(syscall(SYS_fdatasync, file));
 }
 
@@ -186,6 +188,86 @@ TEST(Log, RotatesWholeWithSeveralProcesses) {
     }
   }
   for (const int last : next) EXPECT_EQ(last, kLines + 1);
+
+  // A reader may hold the file for as long as he likes.
+  const FdHandle reader(open(kLog.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(reader.get(), LOCK_SH), 0);
+  for (int i = 0; i < 12000; ++i) LogLine(DLOG_INFO, text(1, i));
+  EXPECT_LT(fs::file_size(kLog), 5u << 20);
+}
+
+/// The process's files may have that many bytes; what is beyond is as on a full disk.
+void LimitFiles(rlim_t size) {
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = size;
+  EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+TEST(Log, GoesOnWhenThereIsRoomAgainWithoutATornLine) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const bool inBackground : {false, true}) {
+    SCOPED_TRACE(inBackground);
+    fs::remove(kLog);
+    const std::string errors = LogInNewProcess("info", "file", [&] {
+      if (inBackground) BeginBackgroundWriting();
+      const auto write = [](const std::string& text) {
+        LogLine(DLOG_ERROR, text);  // an error's is waited for
+      };
+      write(std::string(3000, '.') + "first");  // standard error stays far from the limit
+      LimitFiles(fs::file_size(kLog) + 20);
+      write("one that does not fit");
+      write("another one");
+      LimitFiles(RLIM_INFINITY);
+      write("next");
+      EndBackgroundWriting();
+    });
+    const Lines lines = ReadLines(kLog);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_TRUE(lines[0].ends_with(".first"));
+    EXPECT_TRUE(lines[1].ends_with("WRITER: 2 lines are missing here: No space left on device"));
+    EXPECT_TRUE(lines[2].ends_with("Test: next"));
+    EXPECT_EQ(Count(errors, "cannot write " + std::string(set_paths::kLogFile)), 1) << errors;
+    EXPECT_EQ(Count(errors, "Test: "), 2) << "standard error stands in: " << errors;
+  }
+}
+
+/// What a process that writes in the background and ends as `end` says has left in the log.
+Lines LinesOfBackground(int count, const std::function<void()>& end) {
+  fs::remove(kLog);
+  const pid_t child = Fork([&] {
+    setenv("VEXILO_LOG_TARGET", "file", 1);
+    BeginBackgroundWriting();
+    for (int i = 0; i < count; ++i) EXPECT_GT(LogLine(DLOG_INFO, std::to_string(i)), 0);
+    end();
+  });
+  waitpid(child, nullptr, 0);
+  return ReadLines(kLog);
+}
+
+TEST(Log, OfTheBackgroundLosesNothingAtAnEnd) {
+  const std::pair<const char*, std::function<void()>> ends[] = {{"by exit()", [] { std::exit(0); }},
+                                                                {"by _exit()",
+                                                                 [] {
+                                                                   EndBackgroundWriting();
+                                                                   LogLine(DLOG_INFO, "1000");
+                                                                   _exit(0);
+                                                                 }},
+                                                                {"after an error's line",
+                                                                 [] {
+                                                                   LogLine(DLOG_ERROR, "1000");
+                                                                   std::raise(SIGKILL);
+                                                                 }},
+                                                                {"half a second later", [] {
+                                                                   std::this_thread::sleep_for(500ms);
+                                                                   std::raise(SIGKILL);
+                                                                 }}};
+  for (const auto& [what, end] : ends) {
+    SCOPED_TRACE(what);
+    const Lines lines = LinesOfBackground(1000, end);
+    EXPECT_GE(lines.size(), 1000u);
+    for (size_t i = 0; i < lines.size(); ++i) ASSERT_TRUE(lines[i].ends_with("Test: " + std::to_string(i))) << lines[i];
+  }
 }
 
 TEST(Log, GoesOnWhereTheFileCannotBeWritten) {
@@ -199,8 +281,7 @@ TEST(Log, GoesOnWhereTheFileCannotBeWritten) {
   EXPECT_EQ(Count(errors, "\n"), 3) << errors;
 }
 
-TEST(Log, ForkedChildrenNeverHang) {
-  setenv("VEXILO_LOG_TARGET", "file", 1);
+void LogInForkedChildren() {
   std::atomic<bool> done{false};
   static char text[4000];  // no allocation: that of a sanitizer may hang after a fork
   std::fill_n(text, sizeof text - 1, 'x');
@@ -209,12 +290,19 @@ TEST(Log, ForkedChildrenNeverHang) {
     threads.emplace_back([&done] {
       while (!done) __dlog_print(LOG_ID_APPS, DLOG_INFO, "Test", "%s", text);
     });
-  for (int i = 0; i < 60 && !HasFailure(); ++i)
+  for (int i = 0; i < 60 && !testing::Test::HasFailure(); ++i)
     ExpectEndsWell(Fork([] {
       for (int line = 0; line < 20; ++line) __dlog_print(LOG_ID_APPS, DLOG_INFO, "Test", "%s", text);
     }));
   done = true;
   for (std::thread& thread : threads) thread.join();
+}
+
+TEST(Log, ForkedChildrenNeverHang) {
+  setenv("VEXILO_LOG_TARGET", "file", 1);
+  LogInForkedChildren();
+  BeginBackgroundWriting();
+  LogInForkedChildren();
 }
 
 // --- Usage events ----------------------------------------------------------------------------------------------------
@@ -278,9 +366,9 @@ TEST(UsageEvents, AreKeptWholeThroughRotationCrashesAndLinks) {
   EXPECT_EQ(EventLines().size(), 1u) << "makes its folder";
 }
 
-/// The event log locked by somebody else.
+/// The event log while another writer has its turn, for ever.
 FdHandle LockEvents() {
-  FdHandle file(open(kEvents.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  FdHandle file(open((kEvents.string() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
   return file;
 }
@@ -299,6 +387,7 @@ int StoreAtOnce(int from, int to) {
 }
 
 TEST(UsageEvents, NobodyWaitsForTheLockOrTheDiskAndNothingIsLost) {
+  fs::create_directories(kEvents.parent_path());
   FdHandle lock = LockEvents();
   EXPECT_EQ(StoreAtOnce(0, 1000), 0);
   EXPECT_EQ(StoreAtOnce(1000, 1002), 2);
@@ -308,11 +397,24 @@ TEST(UsageEvents, NobodyWaitsForTheLockOrTheDiskAndNothingIsLost) {
   EXPECT_EQ(Count(Log(), "events wait: somebody holds the lock of " + std::string(set_paths::kEventLog)), 1);
   EXPECT_THAT(Log(), HasSubstr("is not in " + std::string(set_paths::kEventLog) + ": 1000 wait already; 2 dropped"));
 
-  g_slowDisk = true;
+  const FdHandle reader(open(kEvents.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(reader.get(), LOCK_SH | LOCK_NB), 0) << "no writer locks the file itself";
+  g_slowDisk = 600ms;
   EXPECT_EQ(StoreAtOnce(1000, 1010), 0);
   const Lines lines = EventLines();
   ASSERT_EQ(lines.size(), 1010u);
   for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(Parse(lines[i])["description"], std::to_string(i));
+}
+
+TEST(UsageEvents, OutliveAKillHalfASecondLaterOnASlowDisk) {
+  const pid_t child = Fork([] {
+    g_slowDisk = 4s;
+    for (int event = 0; event < 4; ++event, std::this_thread::sleep_for(100ms)) Store(std::to_string(event));
+    std::this_thread::sleep_for(400ms);
+    std::raise(SIGKILL);
+  });
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(ReadLines(kEvents).size(), 4u);
 }
 
 TEST(UsageEvents, AreStoredBeforeAProcessEndsWhichWaitsForNobodyForLong) {

@@ -24,10 +24,11 @@ inline constexpr char kTrevlin[] = "TREVLIN";
 inline constexpr char kTvService[] = "TV_SERVICE";
 inline constexpr char kVconf[] = "VCONF";
 inline constexpr char kWas[] = "WAS";
+inline constexpr char kWriter[] = "WRITER";
 
-inline constexpr const char* kAll[] = {kApplication, kAppfw,       kConnection,   kFlatpak,  kFlux,
-                                       kKpi,         kMenuChecker, kMenuLanguage, kPackages, kPkgmgr,
-                                       kScreenSaver, kSetd,        kSettingsApi,  kSpeech,   kStandin,
-                                       kSystemInfo,  kTrevlin,     kTvService,    kVconf,    kWas};
+inline constexpr const char* kAll[] = {kApplication, kAppfw,        kConnection, kFlatpak,    kFlux,        kKpi,
+                                       kMenuChecker, kMenuLanguage, kPackages,   kPkgmgr,     kScreenSaver, kSetd,
+                                       kSettingsApi, kSpeech,       kStandin,    kSystemInfo, kTrevlin,     kTvService,
+                                       kVconf,       kWas,          kWriter};
 
 }  // namespace log_tags

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "base/state.h"
 #include "ownership.h"
@@ -56,19 +57,8 @@ FdHandle MakeTemporary(const std::string& path, std::string& temporary) {
 }
 
 bool Publish(const std::string& path, std::string_view content, mode_t mode, int (*move)(const char*, const char*)) {
-  std::string temporary;
-  FdHandle file = MakeTemporary(path, temporary);
-  if (!file) return false;
-  // The lock is the file's until it has its name.
-  const FdHandle lock(fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
-  if (IsState(path)) GiveToSetOwner(file.get());
-  if (WriteFully(file.get(), content) && fchmod(file.get(), mode) == 0 && fsync(file.get()) == 0 && Close(file) &&
-      move(temporary.c_str(), path.c_str()) == 0)
-    return SyncFolderOf(path);
-  const int reason = errno;
-  unlink(temporary.c_str());
-  errno = reason;
-  return false;
+  StagedFile file;
+  return file.Write(path, content, mode) && fsync(file.Fd()) == 0 && file.Publish(move) && SyncFolderOf(path);
 }
 
 /// True when it is there afterwards, also where it is a link to one.
@@ -103,6 +93,31 @@ bool PublishFile(const std::string& path, std::string_view content, Readers read
 
 bool PublishPrivateFile(const std::string& path, std::string_view content) {
   return Publish(path, content, 0600, RenameToFree);
+}
+
+bool StagedFile::Write(const std::string& path, std::string_view content, mode_t mode) {
+  m_path = path;
+  m_file = MakeTemporary(path, m_temporary);
+  if (!m_file) return false;
+  m_lock.reset(fcntl(m_file.get(), F_DUPFD_CLOEXEC, 0));
+  if (IsState(path)) GiveToSetOwner(m_file.get());
+  return WriteFully(m_file.get(), content) && fchmod(m_file.get(), mode) == 0;
+}
+
+bool StagedFile::Publish(int (*move)(const char*, const char*)) {
+  const FdHandle lock = std::move(m_lock);
+  if (Close(m_file) && move(m_temporary.c_str(), m_path.c_str()) == 0) return true;
+  const int reason = errno;
+  unlink(m_temporary.c_str());
+  errno = reason;
+  return false;
+}
+
+StagedFile::~StagedFile() {
+  if (!m_file) return;
+  const int reason = errno;
+  unlink(m_temporary.c_str());
+  errno = reason;
 }
 
 bool SyncFolderOf(const std::string& path) {

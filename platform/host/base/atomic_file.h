@@ -4,6 +4,9 @@
 ///
 /// Thread rule: callable from any thread. Paths are of this machine (after SystemPath()).
 
+#include <sys/types.h>
+
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -21,6 +24,27 @@ enum class Readers { kOwner, kEverybody };
 /// characters appended, and its writer holds its lock (flock). On failure `path` is as it was, nothing is left beside
 /// it, and errno tells why; only when the folder itself cannot be flushed is the new content there although this fails.
 bool PublishFile(const std::string& path, std::string_view content, Readers readers = Readers::kOwner);
+
+/// PublishFile() in steps, for those who have the disk waited for elsewhere.
+class StagedFile {
+ public:
+  /// Writes `content` beside `path`; false with errno.
+  bool Write(const std::string& path, std::string_view content, mode_t mode = 0600);
+  /// Puts it in its place by `move`; false with errno. What is not published is removed.
+  bool Publish(int (*move)(const char*, const char*) = std::rename);
+  int Fd() const { return m_file.get(); }
+
+  StagedFile() = default;
+  StagedFile(StagedFile&& other) noexcept = default;
+  StagedFile& operator=(StagedFile&&) = delete;
+  ~StagedFile();
+
+ private:
+  std::string m_path;
+  std::string m_temporary;
+  FdHandle m_lock;  ///< the file's until it has its name
+  FdHandle m_file;  ///< none when there is nothing to be published
+};
 
 /// As PublishFile() for the owner, but never in another file's place: then false with EEXIST.
 bool PublishPrivateFile(const std::string& path, std::string_view content);

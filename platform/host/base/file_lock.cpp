@@ -1,9 +1,11 @@
 #include "base/file_lock.h"
 
+#include <fcntl.h>
 #include <sys/file.h>
 
 #include <cerrno>
 #include <thread>
+#include <utility>
 
 #include "base/atomic_file.h"
 
@@ -27,4 +29,9 @@ bool LockFile(int fd, std::chrono::steady_clock::time_point end) {
     std::this_thread::sleep_for(kPause);
   }
   return true;
+}
+
+FdHandle LockBeside(const std::string& path, std::chrono::steady_clock::time_point end) {
+  FdHandle file = OpenLockFile(path + ".lock");
+  return file && LockFile(file.get(), end) ? std::move(file) : FdHandle();
 }

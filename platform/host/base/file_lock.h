@@ -15,3 +15,8 @@ FdHandle OpenLockFile(const std::string& path);
 /// some milliseconds. False with errno: EWOULDBLOCK while somebody else holds it. Closing the file unlocks it. Any
 /// thread.
 bool LockFile(int fd, std::chrono::steady_clock::time_point end);
+
+/// Locks what `path` names against all who call this, waiting until `end` at the latest: by a file of its own beside
+/// it, `path` with ".lock" appended (OpenLockFile()), so that no lock of a reader is in the way. Closing the handle
+/// unlocks it. Without one errno tells why. Any thread.
+FdHandle LockBeside(const std::string& path, std::chrono::steady_clock::time_point end);

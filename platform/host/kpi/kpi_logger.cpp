@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/atomic_file.h"
+#include "base/disk_sync.h"
 #include "base/file_lock.h"
 #include "base/time_text.h"
 #include "base/writer_thread.h"
@@ -29,7 +30,7 @@ namespace {
 constexpr const char* kTag = log_tags::kKpi;
 constexpr off_t kMaxFileSize = 1 << 20;
 constexpr size_t kMaxWaiting = 1000;
-constexpr std::chrono::milliseconds kLockPatience(500);
+constexpr std::chrono::milliseconds kLockPatience(100);
 constexpr std::chrono::milliseconds kTurn(5);  // longer than the step in which others ask for the lock
 
 /// The text with every byte that is part of no UTF-8 character taken as the Latin-1 character of that number.
@@ -71,20 +72,6 @@ struct Event {
 };
 using Events = std::span<const Event>;
 
-/// The event log, locked against all other writers, with `status`; with none, errno tells why, EWOULDBLOCK that
-/// somebody else holds it.
-FdHandle OpenLocked(const std::string& path, struct stat& status) {
-  const auto end = std::chrono::steady_clock::now() + kLockPatience;
-  while (true) {
-    FdHandle file = OpenToAppend(path);
-    if (!file || !LockFile(file.get(), end)) return FdHandle();
-    struct stat named;
-    if (fstat(file.get(), &status) != 0) return FdHandle();
-    // Another writer may have renamed it while this one waited.
-    if (lstat(path.c_str(), &named) == 0 && named.st_dev == status.st_dev && named.st_ino == status.st_ino) return file;
-  }
-}
-
 /// The first of the events, as many as a log of that size takes: an empty one takes any.
 Events FirstThatFit(Events events, off_t size) {
   size_t count = 0;
@@ -102,25 +89,29 @@ bool EndsWithinLine(int fd, off_t size) {
   return size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n';
 }
 
-/// Appends as many of the first events as the log takes, `events` afterwards, and flushes them; 0 or an error number,
-/// and then the log is as it was.
+/// Appends as many of the first events as the log takes, `events` afterwards; 0 or an error number, EWOULDBLOCK while
+/// another writer has its turn, and then the log is as it was.
 int Store(const std::string& path, Events& events) {
+  const FdHandle lock = LockBeside(path, std::chrono::steady_clock::now() + kLockPatience);
   struct stat status;
-  FdHandle file = OpenLocked(path, status);
-  if (!file) return errno;
+  FdHandle file = lock ? OpenToAppend(path) : FdHandle();
+  if (!file || fstat(file.get(), &status) != 0) return errno;
   if (FirstThatFit(events, status.st_size).empty()) {
     if (rename(path.c_str(), (path + ".1").c_str()) != 0) return errno;
-    file = OpenLocked(path, status);
-    if (!file) return errno;
+    DiskSync::OfProcess().Add(path + ".1", file.get());
+    file = OpenToAppend(path);
+    if (!file || fstat(file.get(), &status) != 0) return errno;
   }
   events = FirstThatFit(events, status.st_size);
   std::string lines(EndsWithinLine(file.get(), status.st_size), '\n');
   for (const Event& event : events) lines += event.line;
   const ssize_t written = write(file.get(), lines.data(), lines.size());
-  if (written == static_cast<ssize_t>(lines.size()) && fdatasync(file.get()) == 0 &&
-      (status.st_size > 0 || SyncFolderOf(path)))
+  if (written == static_cast<ssize_t>(lines.size())) {
+    DiskSync::OfProcess().Add(path, file.get());
+    if (status.st_size == 0) DiskSync::OfProcess().AddFolderOf(path);
     return 0;
-  const int reason = written >= 0 && written < static_cast<ssize_t>(lines.size()) ? ENOSPC : errno;
+  }
+  const int reason = written >= 0 ? ENOSPC : errno;
   if (written > 0 && ftruncate(file.get(), status.st_size) != 0)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s ends within a line: %s", set_paths::kEventLog,
                  std::strerror(errno));
@@ -162,8 +153,8 @@ size_t WriteFirst(Events waiting) {
 }
 
 /// Lives to the end of the process, whatever its static objects still do then.
-WriterThread<Event>& Writer() {
-  static auto& writer = *new WriterThread<Event>(kMaxWaiting, WriteFirst);
+WriteQueue<Event>& Writer() {
+  static auto& writer = *new WriteQueue<Event>(WriterThread::OfProcess(), kMaxWaiting, WriteFirst);
   static const struct FlushAtEnd {
     ~FlushAtEnd() {
       if (!CLogger::GetInstance()->Flush())
@@ -206,10 +197,13 @@ int CLogger::AddEventLogSync(const std::string& service, const std::string& even
 }
 
 bool CLogger::Flush(std::chrono::milliseconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   const size_t waiting = Writer().Flush(limit);
   if (waiting > 0)
     __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%zu events wait for %s for more than %lld ms", waiting,
                  set_paths::kEventLog, static_cast<long long>(limit.count()));
+  else
+    DiskSync::OfProcess().Flush(std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()));
   return waiting == 0;
 }
 

@@ -16,23 +16,33 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "base/atomic_file.h"
+#include "base/background_writing.h"
+#include "base/file_lock.h"
 #include "base/time_text.h"
+#include "base/writer_thread.h"
 #include "c_handle.h"
+#include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
 
 // Everything here is constant-initialised and never destroyed, so that lines of static constructors and destructors
-// arrive. Lines are written without a lock; the one lock guards set-up, rotation and the look at the time zone, and is
-// held over a fork, so that the child never inherits it taken.
+// arrive. Lines are written without a lock. One lock guards set-up and the look at the time zone, and is held over a
+// fork, so that the child never inherits it taken. Another one guards which file is the log's; whoever forks does not
+// wait for it, as it is held while the disk is asked: the child has a new one.
 
 namespace {
 
 constexpr size_t kMaxLine = 4096;  // also what Linux writes to a pipe in one piece
 constexpr off_t kMaxFileSize = 4 << 20;
+constexpr size_t kMaxWaiting = 4096;                 // lines
+constexpr std::chrono::seconds kOpenPause(1);        // until a file that cannot be opened is tried again
+constexpr std::chrono::milliseconds kErrorWait(20);  // for an error's line: the process may end with the next step
 constexpr char kCutMark[] = " [cut]";
 constexpr char kLetters[] = "VDIWEF";
 
@@ -42,10 +52,19 @@ constinit std::atomic<int> g_level{-1};  // below every priority until the envir
 constinit std::atomic<unsigned> g_targets{0};
 constinit std::atomic<int> g_fileFd{-1};  // once open, the number stays: rotation puts another file under it
 constinit std::mutex g_lock;
+constinit std::mutex g_fileLock;
+constinit std::atomic<bool> g_fileFails{false};  // and standard error has it
+constinit std::atomic<int> g_fileReason{0};
+constinit std::atomic<size_t> g_missing{0};  // lines that the file has not
+constinit std::atomic<int64_t> g_opened{0};  // when that was tried last, in nanoseconds
 
 [[gnu::constructor]] void HoldLockOverFork() {
   const auto unlock = [] { g_lock.unlock(); };
-  pthread_atfork([] { g_lock.lock(); }, unlock, unlock);
+  pthread_atfork([] { g_lock.lock(); }, unlock,
+                 [] {
+                   g_lock.unlock();
+                   new (&g_fileLock) std::mutex;
+                 });
 }
 
 bool WriteLine(int fd, std::string_view line) {
@@ -107,28 +126,19 @@ FdHandle OpenLogFile() {
   return OpenToAppend(SystemPath(set_paths::kLogFile));
 }
 
-/// Goes on without a target; standard error stands in for the last one.
-void GiveUp(Target target, const std::string& why) {
-  const unsigned before = g_targets.fetch_and(~static_cast<unsigned>(target));
-  if ((before & target) == 0) return;
-  if (before == target) g_targets.fetch_or(kStderr);
-  Complain(why);
+/// Goes on without a line in the file; what is wrong is said once, until one can be written again.
+void MissLine(int reason) {
+  g_fileReason = reason;
+  ++g_missing;
+  if (!g_fileFails.exchange(true))
+    Complain(std::string("cannot write ") + set_paths::kLogFile + ": " + std::strerror(reason) + "; going on without");
 }
 
-void GiveUpFile(int reason) {
-  GiveUp(kFile,
-         std::string("cannot write ") + set_paths::kLogFile + ": " + std::strerror(reason) + "; going on without");
-}
-
-/// Reads the environment and opens the file, once.
+/// Reads the environment, once.
 void SetUp() {
   const std::lock_guard guard(g_lock);
   if (g_level.load(std::memory_order_relaxed) >= 0) return;
   g_targets = ReadTargets();
-  if (g_targets & kFile) {
-    g_fileFd = OpenLogFile().release();
-    if (g_fileFd < 0) GiveUpFile(errno);
-  }
   g_level.store(ReadLevel(), std::memory_order_release);
 }
 
@@ -248,30 +258,76 @@ bool SameFile(const struct stat& one, const struct stat& other) {
 }
 
 /// Puts a fresh file under the log's descriptor. Of all processes that find the file full one renames it: the one that
-/// holds the file's lock while the path still names it. The others, and whoever comes later, take the new one. The lock
-/// is taken on a descriptor of our own, because forked processes share the log's.
+/// holds the lock while the path still names it. The others, and whoever comes later, take the new one.
 void Rotate() {
-  const std::lock_guard guard(g_lock);
+  const std::lock_guard guard(g_fileLock);
   const std::string path = SystemPath(set_paths::kLogFile);
   struct stat ours;
   struct stat named;
   FdHandle file = OpenLogFile();
   if (!file || fstat(g_fileFd, &ours) != 0 || fstat(file.get(), &named) != 0) return;
   if (SameFile(ours, named)) {
-    if (ours.st_size < kMaxFileSize || flock(file.get(), LOCK_EX | LOCK_NB) != 0) return;
-    if (lstat(path.c_str(), &named) != 0 || !SameFile(ours, named)) return;
+    if (ours.st_size < kMaxFileSize) return;
+    const FdHandle lock = LockBeside(path, std::chrono::steady_clock::now());
+    if (!lock || lstat(path.c_str(), &named) != 0 || !SameFile(ours, named)) return;
     if (rename(path.c_str(), (path + ".1").c_str()) != 0) return;
     file = OpenLogFile();
   }
   if (file) dup3(file.get(), g_fileFd, O_CLOEXEC);
 }
 
+/// Opens the file where it is not; what cannot be opened is left alone for a while. False with errno.
+bool OpenIfNot() {
+  if (g_fileFd.load(std::memory_order_relaxed) >= 0) return true;
+  const std::lock_guard guard(g_fileLock);
+  if (g_fileFd >= 0) return true;
+  const int64_t now = std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+  errno = g_fileReason;
+  if (g_fileFails && now - g_opened < std::chrono::nanoseconds(kOpenPause).count()) return false;
+  g_opened = now;
+  g_fileFd = OpenLogFile().release();
+  return g_fileFd >= 0;
+}
+
+/// Writes the line whole or not at all: a part of it, at a full disk, is taken back unless something follows it
+/// already.
+bool WriteWhole(int fd, std::string_view line) {
+  ssize_t written;
+  do {
+    written = write(fd, line.data(), line.size());
+  } while (written < 0 && errno == EINTR);
+  if (written == static_cast<ssize_t>(line.size())) return true;
+  if (written < 0) return false;
+  const std::string_view part = line.substr(0, static_cast<size_t>(written));
+  std::array<char, kMaxLine> end;
+  struct stat status;
+  if (fstat(fd, &status) == 0 && status.st_size >= written &&
+      pread(fd, end.data(), part.size(), status.st_size - written) == written &&
+      std::string_view(end.data(), part.size()) == part)
+    static_cast<void>(ftruncate(fd, status.st_size - written));
+  errno = ENOSPC;
+  return false;
+}
+
+/// A line that says how many there should be in its place, where there are any.
+bool WriteMissing(int fd) {
+  const size_t missing = g_missing.exchange(0);
+  if (missing == 0) return true;
+  char text[128];
+  std::snprintf(text, sizeof text, "%zu lines are missing here: %s", missing, std::strerror(g_fileReason));
+  Line line;
+  if (WriteWhole(fd, Format(line, DLOG_WARN, log_tags::kWriter, text))) return true;
+  g_missing += missing;
+  return false;
+}
+
 bool WriteToFile(std::string_view line) {
-  const int fd = g_fileFd.load(std::memory_order_relaxed);
-  if (!WriteLine(fd, line)) {
-    GiveUpFile(errno);
+  if (!OpenIfNot() || !WriteMissing(g_fileFd) || !WriteWhole(g_fileFd, line)) {
+    MissLine(errno);
     return false;
   }
+  g_fileFails = false;
+  const int fd = g_fileFd;
   struct stat status;
   if (fstat(fd, &status) == 0 && (status.st_size >= kMaxFileSize || status.st_nlink == 0)) Rotate();
   return true;
@@ -283,8 +339,48 @@ bool WriteToJournal(int priority, const char* tag, const char* message) {
       {"MESSAGE", message, -1}, {"PRIORITY", kSyslog[priority - DLOG_VERBOSE], -1}, {"SYSLOG_IDENTIFIER", tag, -1}};
   if (g_log_writer_journald(G_LOG_LEVEL_MESSAGE, fields, std::size(fields), nullptr) == G_LOG_WRITER_HANDLED)
     return true;
-  GiveUp(kJournal, "the journal of this machine cannot be reached; going on without");
+  if (g_targets.fetch_and(~static_cast<unsigned>(kJournal)) & kJournal)
+    Complain("the journal of this machine cannot be reached; going on without");
   return false;
+}
+
+/// A line as it goes to the targets that may have to be waited for; `tag` and `message` are the journal's.
+struct LineToWrite {
+  int priority;
+  std::string tag, message, bytes;
+};
+
+/// Writes it to the file and the journal. Where standard error is no target it stands in for the others.
+bool WriteOut(int priority, const char* tag, const char* message, std::string_view bytes) {
+  const unsigned targets = g_targets.load(std::memory_order_relaxed);
+  bool taken = false;
+  if (targets & kJournal) taken |= WriteToJournal(priority, tag, message);
+  if (targets & kFile) taken |= WriteToFile(bytes);
+  return taken || ((targets & kStderr) == 0 && WriteLine(STDERR_FILENO, bytes));
+}
+
+constinit std::atomic<bool> g_isLate{false};  // an error's line did not get written in its time
+
+WriteQueue<LineToWrite>& Queue() {
+  static auto& queue =
+      *new WriteQueue<LineToWrite>(WriterThread::OfProcess(), kMaxWaiting, [](std::span<const LineToWrite> waiting) {
+        for (const auto& [priority, tag, message, bytes] : waiting)
+          WriteOut(priority, tag.c_str(), message.c_str(), bytes);
+        g_isLate = false;
+        return waiting.size();
+      });
+  return queue;
+}
+
+bool WriteInBackground(int priority, const char* tag, const char* message, std::string_view bytes) {
+  LineToWrite line{priority, "", "", std::string(bytes)};
+  if (g_targets & kJournal) line.tag = tag, line.message = message;
+  if (!Queue().Add(std::move(line))) {
+    MissLine(ENOBUFS);
+    return false;
+  }
+  if (priority >= DLOG_ERROR && !g_isLate) g_isLate = Queue().Flush(kErrorWait) > 0;
+  return true;
 }
 
 int Write(int priority, const char* tag, const char* message) {
@@ -294,10 +390,10 @@ int Write(int priority, const char* tag, const char* message) {
   const std::string_view bytes = Format(line, priority, tag, text);
   const unsigned targets = g_targets.load(std::memory_order_acquire);
   bool taken = false;
-  if (targets & kJournal) taken |= WriteToJournal(priority, tag, message);
-  if (targets & kFile) taken |= WriteToFile(bytes);
-  // A target that was just given up may have made standard error one.
-  if (g_targets.load(std::memory_order_acquire) & kStderr) taken |= WriteLine(STDERR_FILENO, bytes);
+  if (targets != kStderr)
+    taken = IsWritingInBackground() ? WriteInBackground(priority, tag, message, bytes)
+                                    : WriteOut(priority, tag, message, bytes);
+  if (targets & kStderr) taken |= WriteLine(STDERR_FILENO, bytes);
   return taken ? static_cast<int>(bytes.size()) : -1;
 }
 
