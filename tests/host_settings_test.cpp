@@ -3,8 +3,12 @@
 #include <glib.h>
 #include <libintl.h>
 
+#include <sys/resource.h>
+#include <sys/syscall.h>
+
 #include <limits>
 
+#include "base/background_writing.h"
 #include "c_handle.h"
 #include "flux_resources.h"
 #include "set_names.h"
@@ -14,6 +18,22 @@
 #include "support/files.h"
 #include "support/fork.h"
 #include "vconf.h"
+
+namespace {
+
+std::atomic<std::chrono::milliseconds> g_slowDisk;
+
+}  // namespace
+
+// In the place of the C library's: a disk that takes its time.
+extern "C" int fdatasync(int file) {
+  std::this_thread::sleep_for(g_slowDisk.load());
+  return static_cast<int>(syscall(SYS_fdatasync, file));
+}
+extern "C" int fsync(int file) {
+  std::this_thread::sleep_for(g_slowDisk.load());
+  return static_cast<int>(syscall(SYS_fsync, file));
+}
 
 namespace {
 
@@ -146,6 +166,52 @@ TEST(SettingsFiles, ConcurrentWritersNeverGiveATornValue) {
   for (std::thread& thread : threads) thread.join();
   for (const pid_t child : children) ExpectEndsWell(child);
   EXPECT_EQ(std::distance(fs::directory_iterator(SystemPath(set_paths::kVolatileSettingsDir)), {}), 1);
+}
+
+TEST(SettingsInTheBackground, AreReadBackAtOnceAndWaitForNoDisk) {
+  ASSERT_EQ(vconf_set_int("db/number", 1), 0);
+  BeginBackgroundWriting();
+  g_slowDisk = 4s;
+  const auto start = std::chrono::steady_clock::now();
+  for (int number = 2; number <= 500; ++number) {
+    ASSERT_EQ(vconf_set_int("db/number", number), 0);
+    ASSERT_TRUE(IsStored("db/number", number));
+  }
+  EXPECT_EQ(vconf_set_str("db/long", std::string(65537, 'x').c_str()), -1);
+  fs::create_directory(kSettings / "db%2Fblocked");
+  EXPECT_EQ(vconf_set_int("db/blocked", 1), -1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms);
+  EXPECT_TRUE(Until([] { return ReadHostFile(kSettings / "db%2Fnumber") == "int\n500"; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 3s) << "others do not wait for the disk either";
+
+  g_slowDisk = 0ms;
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, std::array{rlimit{4000, limit.rlim_max}}.data()), 0);
+  EXPECT_EQ(vconf_set_str("db/number", std::string(5000, 'x').c_str()), 0);
+  EXPECT_TRUE(Until([] { return IsStored("db/number", 500); })) << "what could not be stored is not read for long";
+  setrlimit(RLIMIT_FSIZE, &limit);
+  ASSERT_EQ(vconf_set_int("db/number", 1), 0);
+  EndBackgroundWriting();
+  EXPECT_EQ(ReadHostFile(kSettings / "db%2Fnumber"), "int\n1");
+  EXPECT_THAT(Log(), HasSubstr("settings key \"db/number\": cannot write "));
+}
+
+TEST(SettingsInTheBackground, AreStoredAtAnEndAndHalfASecondBeforeAKill) {
+  for (const bool isKilled : {false, true}) {
+    SCOPED_TRACE(isKilled);
+    const pid_t child = Fork([&] {
+      BeginBackgroundWriting();
+      if (isKilled) g_slowDisk = 4s;
+      for (int key = 0; key < 100; ++key) vconf_set_int(("db/key" + std::to_string(key)).c_str(), key + isKilled);
+      if (!isKilled) std::exit(0);
+      std::this_thread::sleep_for(500ms);
+      std::raise(SIGKILL);
+    });
+    waitpid(child, nullptr, 0);
+    for (int key = 0; key < 100; ++key) ASSERT_TRUE(IsStored(("db/key" + std::to_string(key)).c_str(), key + isKilled));
+  }
 }
 
 /// Turns the main context until it holds; false after a minute.

@@ -13,6 +13,7 @@
 #include "appfw/launcher.h"
 #include "appfw/single_instance.h"
 #include "appfw/toolkit.h"
+#include "base/background_writing.h"
 #include "base/bus.h"
 #include "base/glib_handle.h"
 #include "base/state.h"
@@ -215,7 +216,9 @@ gboolean Application::OnSignal(void* self) {
 void Application::Terminate() {
   if (m_terminated) return;
   m_terminated = true;
-  m_environment.RemovePrivateFolder();  // now, as the callback may end the process
+  // Now, as the callback may end the process.
+  m_environment.RemovePrivateFolder();
+  EndBackgroundWriting();
   if (m_callbacks.terminate) m_callbacks.terminate(m_userData);
 }
 
@@ -241,10 +244,12 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callbacks, v
   TidyState();
   ApplyMenuLanguage();
   KeepLaunchEnvironment();
+  BeginBackgroundWriting();
   Application application(argc, argv, *callbacks, user_data);
   g_application = &application;
   const int result = application.Run();
   g_application = nullptr;
+  EndBackgroundWriting();
   return result;
 }
 

@@ -1,13 +1,26 @@
 #include "settings/settings_store.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <span>
+#include <vector>
 
 #include "base/atomic_file.h"
+#include "base/background_writing.h"
+#include "base/disk_sync.h"
+#include "base/writer_thread.h"
 #include "plain_text.h"
 #include "set_paths.h"
+#include "settings/settings_log.h"
 #include "system_path.h"
 
 namespace settings {
@@ -20,6 +33,10 @@ constexpr size_t kMaxText = 65536;
 constexpr size_t kMaxContent = 2 * kMaxText;  // a text, with its type
 constexpr std::string_view kVolatilePrefix = "memory/";
 constexpr std::array<const char*, 4> kTypeNames = {"int", "bool", "double", "string"};
+
+bool IsVolatile(std::string_view key) {
+  return key.starts_with(kVolatilePrefix);
+}
 
 std::string FileNameOfKey(std::string_view key) {
   constexpr char kDigits[] = "0123456789ABCDEF";
@@ -65,6 +82,114 @@ std::optional<Value> NumberFromText(std::string_view text) {
   return number;
 }
 
+/// Why the value cannot be the key's; empty when it can.
+std::string ProblemOf(std::string_view key, const Value& value) {
+  if (const char* problem = KeyProblem(key)) return problem;
+  return FromText(TypeName(value), ToText(value)) ? "" : "a text is at most 65536 bytes without null bytes";
+}
+
+std::string ContentOf(const Value& value) {
+  return std::string(TypeName(value)) + "\n" + ToText(value);
+}
+
+bool Holds(const std::string& path, std::string_view content) {
+  std::string present;
+  return ReadWholeFile(path, present, Links::kRefuse, kMaxContent) && present == content;
+}
+
+// --- In the background -----------------------------------------------------------------------------------------------
+
+constexpr size_t kMaxWaiting = 1000;
+constexpr std::chrono::milliseconds kSyncPatience(200);
+
+/// The values that were taken and are not stored yet. Lives to the end of the process.
+class WaitingValues {
+ public:
+  struct Entry {
+    Value value;
+    uint64_t number;  ///< of the call that gave it
+  };
+
+  void Put(const std::string& key, const Value& value) {
+    const std::lock_guard guard(m_lock);
+    m_entries[key] = {value, ++m_calls};
+  }
+  std::optional<Entry> Find(std::string_view key) {
+    const std::lock_guard guard(m_lock);
+    const auto found = m_entries.find(key);
+    if (found == m_entries.end()) return std::nullopt;
+    return found->second;
+  }
+  /// Unless another value was taken meanwhile.
+  void Forget(const std::string& key, uint64_t number) {
+    const std::lock_guard guard(m_lock);
+    const auto found = m_entries.find(key);
+    if (found != m_entries.end() && found->second.number == number) m_entries.erase(found);
+  }
+
+ private:
+  std::mutex m_lock;
+  std::map<std::string, Entry, std::less<>> m_entries;
+  uint64_t m_calls = 0;
+};
+
+WaitingValues& Waiting() {
+  static auto& values = *new WaitingValues;
+  return values;
+}
+
+/// One that is written beside its file.
+struct StagedValue {
+  std::string key;
+  uint64_t number;
+  StagedFile file;
+};
+
+/// Where there is something to be stored, adds it to `staged`.
+void Stage(const std::string& key, std::vector<StagedValue>& staged) {
+  const auto entry = Waiting().Find(key);
+  if (!entry) return;
+  const std::string path = SystemPath(FileOfKey(key));
+  const std::string content = ContentOf(entry->value);
+  StagedFile file;
+  if (!Holds(path, content)) {
+    if (file.Write(path, content) ||
+        (errno == ENOENT && MakeFolders(SystemPath(FolderOfKey(key))) && file.Write(path, content))) {
+      staged.push_back({key, entry->number, std::move(file)});
+      return;
+    }
+    LogError(FileMessage(key, "write", errno));
+  }
+  Waiting().Forget(key, entry->number);
+}
+
+/// Stores the last value of each key, in the order in which these were given. The disk is waited for so long that a
+/// power cut leaves the old value or the new one; one that takes longer is not, so that others see the value.
+size_t Store(std::span<const std::string> keys) {
+  std::vector<StagedValue> staged;
+  for (auto key = keys.begin(); key != keys.end(); ++key)
+    if (std::find(key + 1, keys.end(), *key) == keys.end()) Stage(*key, staged);
+  DiskSync& disk = DiskSync::OfProcess();
+  const auto lasts = [](const StagedValue& each) { return !IsVolatile(each.key); };
+  const bool isWaitedFor = std::ranges::any_of(staged, lasts);
+  for (const StagedValue& each : staged)
+    if (lasts(each)) disk.Add(SystemPath(FileOfKey(each.key)), each.file.Fd());
+  if (isWaitedFor) disk.Flush(kSyncPatience);
+  for (StagedValue& each : staged) {
+    if (!each.file.Publish()) LogError(FileMessage(each.key, "write", errno));
+    Waiting().Forget(each.key, each.number);
+  }
+  if (isWaitedFor) disk.AddFolderOf(SystemPath(set_paths::kSettingsDir) + "/");
+  return keys.size();
+}
+
+/// What a look can tell, which waits for nobody; 0 or an error number.
+int RefusalOf(std::string_view key) {
+  struct stat status;
+  if (lstat(SystemPath(FileOfKey(key)).c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return EISDIR;
+  return access(SystemPath(FolderOfKey(key)).c_str(), W_OK | X_OK) == 0 || errno == ENOENT ? 0 : errno;
+}
+
 }  // namespace
 
 const char* KeyProblem(std::string_view key) {
@@ -106,13 +231,17 @@ std::optional<Value> FromText(std::string_view type, std::string_view text) {
 }
 
 const char* FolderOfKey(std::string_view key) {
-  return key.starts_with(kVolatilePrefix) ? set_paths::kVolatileSettingsDir : set_paths::kSettingsDir;
+  return IsVolatile(key) ? set_paths::kVolatileSettingsDir : set_paths::kSettingsDir;
 }
 
 ReadResult Read(std::string_view key, Value& value, std::string& error) {
   if (const char* problem = KeyProblem(key)) {
     error = Message(key, problem);
     return ReadResult::kFailed;
+  }
+  if (auto entry = Waiting().Find(key)) {
+    value = std::move(entry->value);
+    return ReadResult::kOk;
   }
   std::string content;
   if (!ReadWholeFile(SystemPath(FileOfKey(key)), content, Links::kRefuse, kMaxContent)) {
@@ -138,23 +267,35 @@ ReadResult Read(std::string_view key, Value& value, std::string& error) {
 }
 
 bool Write(std::string_view key, const Value& value, std::string& error) {
-  if (const char* problem = KeyProblem(key)) {
+  if (const std::string problem = ProblemOf(key, value); !problem.empty()) {
     error = Message(key, problem);
     return false;
   }
-  const std::string text = ToText(value);
-  if (!FromText(TypeName(value), text)) {
-    error = Message(key, "a text is at most 65536 bytes without null bytes");
-    return false;
-  }
-  const std::string content = std::string(TypeName(value)) + "\n" + text;
+  const std::string content = ContentOf(value);
   const std::string path = SystemPath(FileOfKey(key));
-  std::string present;
-  if (ReadWholeFile(path, present, Links::kRefuse, kMaxContent) && present == content) return true;
+  if (Holds(path, content)) return true;
   if (PublishFile(path, content)) return true;
   if (errno == ENOENT && MakeFolders(SystemPath(FolderOfKey(key))) && PublishFile(path, content)) return true;
   error = FileMessage(key, "write", errno);
   return false;
+}
+
+bool WriteSoon(std::string_view key, const Value& value, std::string& error) {
+  if (!IsWritingInBackground() || !ProblemOf(key, value).empty()) return Write(key, value, error);
+  if (const int reason = RefusalOf(key)) {
+    error = FileMessage(key, "write", reason);
+    return false;
+  }
+  static auto& queue = *new WriteQueue<std::string>(WriterThread::OfProcess(), kMaxWaiting, Store);
+  static std::mutex lock;
+  const std::lock_guard guard(lock);  // the queue's order is that of the values, and only the thread changes its room
+  if (queue.IsFull()) {
+    error = Message(key, std::to_string(kMaxWaiting) + " values wait already");
+    return false;
+  }
+  const std::string name(key);
+  Waiting().Put(name, value);
+  return queue.Add(name);
 }
 
 std::string KeyOfFileName(std::string_view fileName) {

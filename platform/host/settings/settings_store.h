@@ -35,8 +35,12 @@ enum class ReadResult { kOk, kNotSet, kFailed };
 /// A symbolic link in the place of a key's file is not followed but a failure.
 ReadResult Read(std::string_view key, Value& value, std::string& error);
 /// Stores the value; false sets `error` to a message that names the key and the reason. What already lies there is not
-/// written again; a damaged file or a symbolic link is replaced.
+/// written again; a damaged file or a symbolic link is replaced. The value is on the disk when it returns.
 bool Write(std::string_view key, const Value& value, std::string& error);
+/// As Write(); but while the process writes in the background (background_writing.h) it takes the value and stores it
+/// there, other processes see it a little later, and what only the disk can tell is told in the log. Read() of this
+/// process gives the value that was taken last.
+bool WriteSoon(std::string_view key, const Value& value, std::string& error);
 
 /// The folder, a path of the set, of a key's file.
 const char* FolderOfKey(std::string_view key);

@@ -52,7 +52,7 @@ int GetNumber(const char* key, Output* output) {
 
 int Set(const char* key, const settings::Value& value) {
   std::string error;
-  if (key && settings::Write(key, value, error)) return 0;
+  if (key && settings::WriteSoon(key, value, error)) return 0;
   LogError(key ? error : "set: no key");
   return -1;
 }
