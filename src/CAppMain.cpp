@@ -14,6 +14,7 @@
 #include "CHomeScreen.h"
 #include "CLoadingScreen.h"
 #include "CMainView.h"
+#include "CScreenJob.h"
 #include "CSelfDiagnosis.h"
 #include "CStartDC.h"
 #include "CUtils.h"
@@ -86,8 +87,14 @@ void ClearRemainingProblemsIfAsked() {
     VEXILO_LOGI("VCONF_KEY_DB_RESET_FALSE : %d", reset);
     return;
   }
-  QUVA_DiagResultManager::GetInstance()->ClearRemainingProblems();
-  VEXILO_LOGI("VCONF_KEY_DB_RESET_TRUE : %d", reset);
+  // Not by the main loop, which would wait for the disk. Whoever reads them waits for the manager, which is busy.
+  static auto& job = *new CScreenJob;
+  job.m_Start(
+      [manager = QUVA_DiagResultManager::GetInstance(), reset](const CScreenJob::Control&) {
+        manager->ClearRemainingProblems();
+        VEXILO_LOGI("VCONF_KEY_DB_RESET_TRUE : %d", reset);
+      },
+      {}, {});
 }
 
 // ---- lifecycle
