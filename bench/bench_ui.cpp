@@ -1,9 +1,10 @@
-// bench_ui PROGRAM BARE [starts|storage]: starts the application of the set root on the display, works it with keys and
-// prints how long it takes to be seen, also as a multiple of what BARE takes, a program that shows no more than a
-// window; what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels of the screen,
-// lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it prints the time to
-// the first frame alone, with "storage" what a list of a thousand applications takes. It answers the requests of the
-// task manager itself.
+// bench_ui PROGRAM BARE [starts|storage|turns]: starts the application of the set root on the display, works it with
+// keys and prints how long it takes to be seen, also as a multiple of what BARE takes, a program that shows no more
+// than a window; what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels of the
+// screen, lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it prints the
+// time to the first frame alone, with "storage" what a list of a thousand applications takes. It answers the requests
+// of the task manager itself. "turns" works the program with slow_disk.so before its libraries (its path is in the
+// environment variable VEXILO_BENCH_PRELOAD), and prints the longest turn of its main loop.
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -45,6 +46,7 @@ using std::chrono::seconds;
 constexpr int kStarts = 21;
 constexpr int kHomes = 3;
 constexpr int kLaps = 200;
+constexpr int kTurnLaps = 3;
 constexpr milliseconds kKeyTime{60};      // a hurried thumb
 constexpr milliseconds kScreenTime{120};  // a glance at a screen
 constexpr milliseconds kEmptyTime{300};
@@ -184,11 +186,17 @@ class Program {
 
   /// The numbers behind each `text` of the log, added up.
   int Sum(std::string_view text) {
-    ReadLog();
     int sum = 0;
-    for (size_t at = m_text.find(text); at != std::string::npos; at = m_text.find(text, at + 1))
-      sum += std::atoi(m_text.c_str() + at + text.size());
+    EachAfter(text, [&](const char* after) { sum += std::atoi(after); });
     return sum;
+  }
+
+  /// Calls `see` with what stands behind each `text` of the log.
+  template <typename See>
+  void EachAfter(std::string_view text, See see) {
+    ReadLog();
+    for (size_t at = m_text.find(text); at != std::string::npos; at = m_text.find(text, at + 1))
+      see(m_text.c_str() + at + text.size());
   }
 
   /// Meanwhile the log is read, as a pipe holds little.
@@ -478,15 +486,67 @@ void MeasureWholeUse(const char* file, const SeenScreen& screen) {
   MeasureScan(program, screen);
 }
 
+/// What slow_disk.so has said up to now.
+struct Turns {
+  double longest = 0;      ///< ms
+  double undisturbed = 0;  ///< the longest without the time in which others had the processor
+  size_t flushes = 0;      ///< on the main thread
+};
+
+/// All screens, on a disk that takes `flush` milliseconds for each flush, while every answer of the machine is there.
+Turns WorkAllScreens(const char* file, const SeenScreen& screen, const char* flush) {
+  setenv("VEXILO_BENCH_SYNC", flush, 1);
+  const char* const library = std::getenv("VEXILO_BENCH_PRELOAD");
+  if (!library) Fail("VEXILO_BENCH_PRELOAD is not set");
+  setenv("LD_PRELOAD", library, 1);
+  Program program(file);
+  unsetenv("LD_PRELOAD");
+  program.AwaitLog(kHomeLine);
+  program.Rest(kHomeAnimation);
+  for (const KeySym key : {XK_Down, XK_Left, XK_Left}) {
+    screen.Press(key);
+    program.Rest(2 * kScreenTime);
+  }
+  for (int lap = 0; lap < kTurnLaps; ++lap) GoRound(program, screen);
+  screen.Press(XK_Up);
+  program.Rest(kScreenTime);
+  screen.Press(XK_Return);
+  program.AwaitLog("Start Vexilo Issue screen...");
+  program.Rest(kHomeAnimation);
+  Turns turns;
+  turns.flushes = program.Count("on the main thread: f");
+  program.EachAfter("turn of the main loop: ", [&](const char* text) {
+    double length = 0, waited = 0;
+    std::sscanf(text, "%lf ms, %lf", &length, &waited);
+    turns.longest = std::max(turns.longest, length);
+    turns.undisturbed = std::max(turns.undisturbed, length - waited);
+  });
+  return turns;
+}
+
+void MeasureTurns(const char* file, const SeenScreen& screen) {
+  for (const char* flush : {"0", "4000"}) {
+    const Turns turns = WorkAllScreens(file, screen, flush);
+    std::printf("%-46s %7.1f ms; %.1f without waits for a processor; %zu flushes\n",
+                (std::string("longest turn, a flush takes ") + flush + " ms").c_str(), turns.longest, turns.undisturbed,
+                turns.flushes);
+    std::fflush(stdout);
+    AwaitEmptyScreen(screen);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string_view only = argc == 4 ? argv[3] : "";
-  if (argc < 3 || argc > 4 || (argc == 4 && only != "starts" && only != "storage")) return EXIT_FAILURE;
+  if (argc < 3 || argc > 4 || (argc == 4 && only != "starts" && only != "storage" && only != "turns"))
+    return EXIT_FAILURE;
   setenv("VEXILO_LOG_TARGET", "stderr", 1);
   setenv("VEXILO_LOG_LEVEL", "debug", 1);
   const SeenScreen screen;
   const TaskManagerStandIn taskManager(kAnswerTime, "300000|20000");
+  if (only.empty() || only == "turns") MeasureTurns(argv[1], screen);
+  if (only == "turns") return EXIT_SUCCESS;
   if (only != "storage") MeasureStarts(argv[1], argv[2], screen);
   if (only.empty()) MeasureWholeUse(argv[1], screen);
   if (only != "starts") {
