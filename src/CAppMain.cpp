@@ -71,9 +71,36 @@ void RunQGuideDiagnosis() {
   loop = nullptr;
 }
 
-void StartScreenSaver() {
-  const int result = activateScreenSaver(kScreenSaver, 0, 60, 2, 2);
-  VEXILO_LOGI("activateScreenSaver ret value = %d", result);
+/// Asks for the desktop's screen saver or withdraws it on a thread, as its service may take its time; of wishes that
+/// come meanwhile the last one counts.
+class ScreenSaverWish {
+ public:
+  void m_Set(bool active) {
+    m_isWanted = active;
+    if (!m_job.m_IsRunning()) m_Ask(active);
+  }
+
+ private:
+  void m_Ask(bool active) {
+    m_job.m_Start([active](const CScreenJob::Control&) { m_Call(active); },
+                  [this, active] {
+                    if (m_isWanted != active) m_Ask(m_isWanted);
+                  },
+                  {});
+  }
+
+  static void m_Call(bool active) {
+    const int result = active ? activateScreenSaver(kScreenSaver, 0, 60, 2, 2) : deactivateScreenSaver();
+    VEXILO_LOGI("%s ret value = %d", active ? "activateScreenSaver" : "deactivateScreenSaver", result);
+  }
+
+  CScreenJob m_job;
+  bool m_isWanted = false;
+};
+
+ScreenSaverWish& ScreenSaver() {
+  static auto& wish = *new ScreenSaverWish;
+  return wish;
 }
 
 void ClearRemainingProblemsIfAsked() {
@@ -114,8 +141,7 @@ void app_pause(void*) {
   const bool multitasking = CUtils::Instance().m_GetMultitaskingStatus();
   VEXILO_LOGI("pause called %d", multitasking);
   SettingsAPI::Get().EnableItem(kZoomItem, kApplicationId);
-  const int result = deactivateScreenSaver();
-  VEXILO_LOGI("deactivateScreenSaver ret value = %d", result);
+  ScreenSaver().m_Set(false);
   if (!multitasking || CUtils::Instance().m_GetExitOnPause()) {
     CLoadingScreen::Instance()->m_CleanObjects();
     CStartDC::Instance()->m_CleanObjects();
@@ -140,7 +166,7 @@ void ResumeErrorReport() {
 void app_resume(void*) {
   VEXILO_LOGI("resume called");
   SettingsAPI::Get().DisableItem(kZoomItem, kApplicationId);
-  StartScreenSaver();
+  ScreenSaver().m_Set(true);
   const _CurrentScreen screen = CGetData::GetInstance()->m_GetCurrentScreen();
   if (screen == SCREEN_SELF_DIAGNOSIS) {
     VEXILO_LOGI("Resumed on Self Diag Screen.. Updating the screen...");
@@ -152,7 +178,7 @@ void app_resume(void*) {
 
 void LaunchFirst(const char* launchMech) {
   VEXILO_LOGI(" app  not running.. Launching for the first time..");
-  StartScreenSaver();
+  ScreenSaver().m_Set(true);
   ClearRemainingProblemsIfAsked();
   if (!CMainView::Instance().initUI(KeepCopy(launchMech))) CUtils::Instance().m_SetExitFlag(EXIT_FAILURE);
   g_running = true;

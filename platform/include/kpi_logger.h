@@ -21,8 +21,8 @@ class CLogger {
                       const std::string& description);
 
   /// Waits until what was handed over is stored or given up, for `limit` at most; false, with a line in the platform
-  /// log, when some still waits then. Within that time it waits for the disk, too. An end by exit() or from main() waits for two seconds by itself; who ends with
-  /// _exit() calls it before.
+  /// log, when some still waits then. Within that time it waits for the disk, too. An end by exit() or from main()
+  /// waits for two seconds by itself; who ends with _exit() calls it before.
   bool Flush(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
  private:

@@ -6,8 +6,8 @@
 /// desktop's settings. There is no asking it for a certain picture or time: `id`, `type`, `timeout`, `priority` and
 /// `mode` change nothing there. What can be asked is that it does not come.
 ///
-/// Thread rule: main thread. A call waits at most half a second for the service, and starts neither a bus nor a
-/// service.
+/// Thread rule: any thread, one call at a time. A call waits at most half a second for the service, and starts neither
+/// a bus nor a service.
 
 extern "C" {
 
