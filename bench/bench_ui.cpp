@@ -134,6 +134,7 @@ class Program {
   explicit Program(const char* file) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) Fail("no pipe");
+    fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);  // no line is lost between two looks
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
@@ -490,6 +491,7 @@ void MeasureWholeUse(const char* file, const SeenScreen& screen) {
 struct Turns {
   double longest = 0;      ///< ms
   double undisturbed = 0;  ///< the longest without the time in which others had the processor
+  double blocked = 0;      ///< the most that one waited for anything but a processor
   size_t flushes = 0;      ///< on the main thread
 };
 
@@ -516,8 +518,9 @@ Turns WorkAllScreens(const char* file, const SeenScreen& screen, const char* flu
   Turns turns;
   turns.flushes = program.Count("on the main thread: f");
   program.EachAfter("turn of the main loop: ", [&](const char* text) {
-    double length = 0, waited = 0;
-    std::sscanf(text, "%lf ms, %lf", &length, &waited);
+    double length = 0, waited = 0, blocked = 0;
+    std::sscanf(text, "%lf ms, %lf ms of it waiting for a processor, %lf", &length, &waited, &blocked);
+    turns.blocked = std::max(turns.blocked, blocked);
     turns.longest = std::max(turns.longest, length);
     turns.undisturbed = std::max(turns.undisturbed, length - waited);
   });
@@ -527,9 +530,9 @@ Turns WorkAllScreens(const char* file, const SeenScreen& screen, const char* flu
 void MeasureTurns(const char* file, const SeenScreen& screen) {
   for (const char* flush : {"0", "4000"}) {
     const Turns turns = WorkAllScreens(file, screen, flush);
-    std::printf("%-46s %7.1f ms; %.1f without waits for a processor; %zu flushes\n",
+    std::printf("%-46s %7.1f ms; %.1f without waits for a processor, %.1f of waits for something else; %zu flushes\n",
                 (std::string("longest turn, a flush takes ") + flush + " ms").c_str(), turns.longest, turns.undisturbed,
-                turns.flushes);
+                turns.blocked, turns.flushes);
     std::fflush(stdout);
     AwaitEmptyScreen(screen);
   }

@@ -2,7 +2,7 @@
 // VEXILO_BENCH_SYNC says how many milliseconds each flush to the disk takes. On standard error, a line for each turn of
 // ten milliseconds or more, from the return of one wait for events to the next wait:
 //
-//     turn of the main loop: 37.2 ms, 1.3 ms of it waiting for a processor
+//     turn of the main loop: 37.2 ms, 1.3 ms of it waiting for a processor, 0.4 ms for something else
 //
 // and one for each flush on the main thread, which is what must not be.
 
@@ -28,36 +28,44 @@ double Now() {
   return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
 }
 
-/// How long the main thread could have run while others did, in milliseconds.
-double WaitForProcessor() {
+/// How long the main thread has been on a processor, and could have been while others were, in milliseconds.
+struct Times {
+  double busy = 0;
+  double waited = 0;
+};
+
+Times TimesNow() {
   static const int file = open("/proc/thread-self/schedstat", O_RDONLY | O_CLOEXEC);
   char text[64] = "";
-  unsigned long long waited = 0;
-  if (pread(file, text, sizeof text - 1, 0) > 0) std::sscanf(text, "%*u %llu", &waited);
-  return static_cast<double>(waited) / 1e6;
+  Times times;
+  if (pread(file, text, sizeof text - 1, 0) > 0) std::sscanf(text, "%lf %lf", &times.busy, &times.waited);
+  return {times.busy / 1e6, times.waited / 1e6};
 }
 
 bool IsMainThread() {
   return getpid() == gettid();
 }
 
-double g_start = 0;   // of the turn; 0 before the first
-double g_waited = 0;  // then
+double g_start = 0;  // of the turn; 0 before the first
+Times g_before;      // then
 
 void EndTurn() {
   if (g_start == 0) return;
   const double length = Now() - g_start;
   if (length < kToldFrom) return;
-  char text[128];
-  const int size =
-      std::snprintf(text, sizeof text, "turn of the main loop: %.1f ms, %.1f ms of it waiting for a processor\n",
-                    length, WaitForProcessor() - g_waited);
+  const Times now = TimesNow();
+  const double waited = now.waited - g_before.waited;
+  char text[160];
+  const int size = std::snprintf(
+      text, sizeof text,
+      "turn of the main loop: %.1f ms, %.1f ms of it waiting for a processor, %.1f ms for something else\n", length,
+      waited, length - waited - (now.busy - g_before.busy));
   static_cast<void>(!write(STDERR_FILENO, text, static_cast<size_t>(size)));
 }
 
 void StartTurn() {
   g_start = Now();
-  g_waited = WaitForProcessor();
+  g_before = TimesNow();
 }
 
 /// GLib's own waits are in the middle of a turn: an answer on a bus, say.
