@@ -79,9 +79,11 @@ TEST(TrevlinDatabase, RowsAreOfTheIssueAndTypeNewestFirst) {
   ASSERT_EQ(Record(17, 0, "2024-03-08T00:00:00"), TREVLIN_OK);
   ASSERT_EQ(Record(170, 1, "2025-01-01T00:00:00"), TREVLIN_OK);
   Database writer(Access::kReadWrite);
-  for (const auto& [solution, time] : {std::pair(1, kTime), std::pair(2, "2024-03-09T00:00:00"),
-                                       std::pair(3, "2024-03-09T00:00:00"), std::pair(4, "2024-03-08T00:00:00")})
+  for (const auto& [solution, time] :
+       {std::pair(1, kTime), std::pair(2, "2024-03-09T00:00:00"), std::pair(3, "2024-03-09T00:00:00")})
     ASSERT_EQ(writer.AddSolution({17, solution, 5, solution % 2, time}), TREVLIN_OK);
+  // Of another program, whose clock was another.
+  Change(set_paths::kSolutionDb, "INSERT INTO solutionTBL VALUES ('2024-03-08T00:00:00', '17', '4', '5', 0)");
   for (const auto access : {Access::kReadOnly, Access::kReadWrite}) {
     Database database(access);
     std::vector<_DTInfDBRecord> found(4);
@@ -264,38 +266,93 @@ TEST(Recording, KeepsTheNewestSolutionsOfEachIssue) {
       ElementsAre("2|100", "7|1"));
 }
 
+/// As if the machine had run for so long since solutions were applied, and been started anew since where `boot` says
+/// so.
+void Settle(std::chrono::seconds passed, const std::string& boot = "boot") {
+  Change(set_paths::kSolutionDb,
+         "UPDATE settlingTBL SET seconds = seconds - " + std::to_string(passed.count()) + ", boot = " + boot);
+}
+
 TEST(Recording, SaysWhichSolutionsWereOfNoEffect) {
   const struct {
     const char* name;
-    std::chrono::seconds found, applied;  // from now
-    int isApply, expected;
+    std::chrono::seconds passed;
+    int isApply;
+    bool returns;  // the issue, after the solution
+    int expected;
   } cases[] = {
-      {"found and applied long ago", -600s, -300s, 1, 0},
-      {"applied just now", -600s, -60s, 1, 1},
-      {"found anew since", -200s, -300s, 1, 1},
-      {"declined", -600s, -300s, 0, 0},
+      {"found and applied long ago", 300s, 1, false, 0},
+      {"applied just now", 60s, 1, false, 1},
+      {"found anew since", 300s, 1, true, 1},
+      {"declined", 300s, 0, false, 0},
   };
   int code = 1;
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     Database database(Access::kReadWrite);
-    const std::string applied = CurrentTime(each.applied);
-    ASSERT_EQ(RecordTruth(++code, true, CurrentTime(each.found)), TREVLIN_OK);
+    const std::string applied = CurrentTime();
+    ASSERT_EQ(RecordTruth(++code, true, CurrentTime(-600s)), TREVLIN_OK);
     ASSERT_EQ(database.AddSolution({code, 1001, 2, each.isApply, applied}), TREVLIN_OK);
+    Settle(each.passed);
+    if (each.returns) {
+      ASSERT_EQ(RecordTruth(code, false, applied), TREVLIN_OK);
+      ASSERT_EQ(RecordTruth(code, true, applied), TREVLIN_OK);
+    }
     std::vector<Transition> changes;
     Outcome outcome{.issues = {{code, true}}, .remaining = {code}};
     ASSERT_EQ(RecordOutcome(database, outcome, changes), TREVLIN_OK);
     _DTSolDBRecord newest;
     ASSERT_EQ(database.NewestSolution(code, newest), TREVLIN_OK);
     EXPECT_EQ(newest.isApply, each.expected);
-    EXPECT_EQ(newest.registerTime > applied, each.isApply != each.expected);
+    EXPECT_EQ(
+        Rows(set_paths::kSolutionDb, "SELECT 1 FROM solutionTBL WHERE issueCode = " + std::to_string(code)).size(),
+        each.isApply == each.expected ? 1u : 2u);
   }
+}
+
+TEST(Recording, WhatWasAppliedStaysSoWhateverTheClockSaysMeanwhile) {
+  const std::string now = "2026-06-01T12:00:00", tenYearsOn = "2036-06-01T12:00:00",
+                    tenYearsBack = "2016-06-01T12:00:00";
+  Database database(Access::kReadWrite);
+  _DTSolDBRecord newest;
+  for (const auto& [found, applied, later] :
+       {std::tuple{now, now, tenYearsOn}, {tenYearsOn, now, now}, {now, tenYearsOn, now}, {now, tenYearsBack, now}}) {
+    SCOPED_TRACE(found + " " + applied + " " + later);
+    fs::remove(kInference);
+    fs::remove(SystemPath(set_paths::kSolutionDb));
+    ASSERT_EQ(RecordTruth(17, true, found), TREVLIN_OK);
+    ASSERT_EQ(database.AddSolution({17, 1001, 2, 1, applied}), TREVLIN_OK);
+    EXPECT_EQ(database.RecordNoEffect(17, 120s, later), TREVLIN_NO_MATCH) << "it has not had its time";
+    ASSERT_EQ(database.NewestSolution(17, newest), TREVLIN_OK);
+    EXPECT_EQ(newest.isApply, 1);
+    EXPECT_GE(newest.registerTime, found) << "it is of that finding";
+    // It clears and comes back, which no time of a solution hides.
+    for (const bool truth : {false, true}) ASSERT_EQ(RecordTruth(17, truth, later), TREVLIN_OK);
+    std::vector<_DTInfDBRecord> trues;
+    ASSERT_EQ(database.Transitions(17, 1, trues), TREVLIN_OK);
+    EXPECT_GT(trues.front().lastUpdateTime, newest.registerTime);
+  }
+}
+
+TEST(Recording, ASolutionHasItsTimeAlsoAfterARestartAndWhenAnotherProgramAppliedIt) {
+  Database database(Access::kReadWrite);
+  for (const int code : {17, 18}) ASSERT_EQ(RecordTruth(code, true, kTime), TREVLIN_OK);
+  ASSERT_EQ(database.AddSolution({17, 1001, 2, 1, kTime}), TREVLIN_OK);
+  Change(set_paths::kSolutionDb, "INSERT INTO solutionTBL VALUES ('2024-03-07T09:05:01', '18', '1001', '2', 1)");
+  EXPECT_EQ(database.RecordNoEffect(18, 120s, kTime), TREVLIN_NO_MATCH) << "it may have been applied just now";
+  Settle(0s, "'another'");
+  EXPECT_EQ(database.RecordNoEffect(17, std::chrono::hours(24 * 3650), kTime), TREVLIN_NO_MATCH);
+  EXPECT_EQ(database.RecordNoEffect(17, 1s, kTime), TREVLIN_OK) << "the machine has run for longer than that";
+  Settle(120s);
+  EXPECT_EQ(database.RecordNoEffect(18, 120s, kTime), TREVLIN_OK);
 }
 
 TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
   ASSERT_EQ(RecordTruth(17, true, kTime), TREVLIN_OK);
-  for (int code = 100; code < 140; ++code)
+  for (int code = 100; code < 140; ++code) {
+    ASSERT_EQ(RecordTruth(code, true, "2024-06-01T12:00:00"), TREVLIN_OK);
     ASSERT_EQ(Database(Access::kReadWrite).AddSolution({code, 1001, 2, 1, "2024-06-01T12:00:01"}), TREVLIN_OK);
+  }
   std::vector<pid_t> children;
   for (int i = 0; i < 8; ++i) {
     children.push_back(fork());
@@ -307,7 +364,7 @@ TEST(Recording, OfProcessesAtOnceOnlyOneAddsARow) {
       for (int code = 100; code < 140; ++code) result |= RecordTruth(code, true, "2024-06-01T12:00:00");
       Database database(Access::kReadWrite);
       for (int code = 100; code < 140; ++code)
-        result |= database.RecordNoEffect(code, "2024-06-01T12:00:01", "2024-06-01T12:05:00") & ~TREVLIN_NO_MATCH;
+        result |= database.RecordNoEffect(code, 0s, "2024-06-01T12:05:00") & ~TREVLIN_NO_MATCH;
     }
     _exit(result);
   }

@@ -203,7 +203,7 @@ int RecordOutcome(Database& database, Outcome& outcome, std::vector<Transition>&
     __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "issue %d %s", change.issueCode,
                  change.type == DT_TRANSITION_TYPE_TRUE ? "is there" : "has cleared");
   for (const int code : outcome.remaining)
-    if (database.RecordNoEffect(code, CurrentTime(-settled), CurrentTime()) == TREVLIN_OK)
+    if (database.RecordNoEffect(code, settled, CurrentTime()) == TREVLIN_OK)
       __dlog_print(LOG_ID_APPS, DLOG_INFO, kTag, "the solution of issue %d was of no effect", code);
   return TREVLIN_OK;
 }

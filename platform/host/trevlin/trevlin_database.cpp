@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "base/atomic_file.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "ownership.h"
@@ -51,6 +52,12 @@ constexpr char kPruneSolutions[] =
     "DELETE FROM solutionTBL WHERE issueCode = ?1 AND rowid NOT IN (SELECT rowid FROM solutionTBL "
     "WHERE issueCode = ?1 ORDER BY registerTime DESC, rowid DESC LIMIT ?2)";
 constexpr size_t kSolutionsKept = 100;
+// When an issue's newest solution was recorded: the start of the machine, and its running seconds then. The clock may
+// have been set since.
+constexpr char kCreateMarks[] =
+    "CREATE TABLE IF NOT EXISTS settlingTBL(issueCode TEXT PRIMARY KEY, registerTime TEXT, boot TEXT, seconds INTEGER)";
+constexpr char kInsertMark[] = "INSERT OR REPLACE INTO settlingTBL VALUES (?1, ?2, ?3, ?4)";
+constexpr char kSelectMark[] = "SELECT boot, seconds FROM settlingTBL WHERE issueCode = ?1 AND registerTime = ?2";
 constexpr char kInsertSolution[] =
     "INSERT INTO solutionTBL (registerTime, issueCode, solutionCode, type, isApply) VALUES (?1, ?2, ?3, ?4, ?5)";
 
@@ -103,6 +110,23 @@ std::string SecondAfter(const std::string& time) {
 
 void BindMostRows(sqlite3_stmt* statement) {
   sqlite3_bind_int64(statement, 1, kMostRows);
+}
+
+const std::string& BootId() {
+  static const std::string* const id = [] {
+    auto* text = new std::string;
+    ReadWholeFile("/proc/sys/kernel/random/boot_id", *text);
+    text->resize(std::min(text->find('\n'), text->size()));
+    return text;
+  }();
+  return *id;
+}
+
+// Of this start of the machine, those in which it slept included.
+int64_t RunningSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return now.tv_sec;
 }
 
 _DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
@@ -268,6 +292,7 @@ int Database::FindChanges(const std::vector<IssueTruth>& issues, const std::stri
         });
     if (result != TREVLIN_OK && result != TREVLIN_NO_MATCH) return result;
     if (issue.isTrue == wasTrue) continue;
+    newest = std::max(newest, LatestTime(issue.issueCode));
     changes.push_back({.time = newest < time ? time : SecondAfter(newest),
                        .issueCode = issue.issueCode,
                        .type = issue.isTrue ? DT_TRANSITION_TYPE_TRUE : DT_TRANSITION_TYPE_FALSE});
@@ -299,7 +324,25 @@ int Database::Prune(File& file, const char* sql, int issueCode, size_t keep) {
 
 int Database::AddSolution(const _DTSolDBRecord& record) {
   if (record.issueCode < 1 || !IsTime(record.registerTime)) return TREVLIN_ERROR_INVALID;
-  return InTransaction(m_solution, [&] { return AddRow(record); });
+  return InTransaction(m_solution, [&] {
+    _DTSolDBRecord added = record;
+    added.registerTime = std::max(record.registerTime, LatestTime(record.issueCode));
+    return AddRow(added);
+  });
+}
+
+// Of what is known of the issue; empty where there is nothing that is a time, or it cannot be read.
+std::string Database::LatestTime(int issueCode) {
+  std::string latest;
+  _DTSolDBRecord solution;
+  if (NewestSolution(issueCode, solution) == TREVLIN_OK && IsTime(solution.registerTime))
+    latest = solution.registerTime;
+  const std::string code = std::to_string(issueCode);
+  SqliteStatement statement;
+  Query(
+      m_inference, statement, kSelectNewestTransition, [&](sqlite3_stmt* query) { BindText(query, 1, code); },
+      [&](sqlite3_stmt* row) { latest = std::max(latest, std::string(ColumnText(row, 0))); });
+  return latest;
 }
 
 int Database::AddRow(const _DTSolDBRecord& record) {
@@ -313,31 +356,74 @@ int Database::AddRow(const _DTSolDBRecord& record) {
     BindText(statement, 4, type);
     sqlite3_bind_int(statement, 5, record.isApply);
   });
+  if (result == TREVLIN_OK && record.isApply) MarkSolution(record);
   return result == TREVLIN_OK ? Prune(m_solution, kPruneSolutions, record.issueCode, kSolutionsKept) : result;
 }
 
-// A look first, as in RecordTruths().
-int Database::RecordNoEffect(int issueCode, const std::string& until, const std::string& time) {
-  _DTSolDBRecord record;
-  const int result = FindWithoutEffect(issueCode, until, record);
-  if (result != TREVLIN_OK) return result;
-  return InTransaction(m_solution, [&] {
-    const int found = FindWithoutEffect(issueCode, until, record);
-    if (found != TREVLIN_OK) return found;
-    record.isApply = 0;
-    record.registerTime = std::max(record.registerTime, time);
-    return AddRow(record);
-  });
+int Database::MarkSolution(const _DTSolDBRecord& solution) {
+  const std::string code = std::to_string(solution.issueCode);
+  if (!Execute(m_solution.db.get(), kCreateMarks)) return Fail(m_solution, "cannot be written");
+  SqliteStatement insert;
+  const int result = Query(
+      m_solution, insert, kInsertMark,
+      [&](sqlite3_stmt* statement) {
+        BindText(statement, 1, code);
+        BindText(statement, 2, solution.registerTime);
+        BindText(statement, 3, BootId());
+        sqlite3_bind_int64(statement, 4, RunningSeconds());
+      },
+      [](sqlite3_stmt*) {});
+  return result == TREVLIN_NO_MATCH ? TREVLIN_OK : result;
 }
 
-int Database::FindWithoutEffect(int issueCode, const std::string& until, _DTSolDBRecord& out) {
+// A look first, as in RecordTruths().
+int Database::RecordNoEffect(int issueCode, std::chrono::seconds settled, const std::string& time) {
+  _DTSolDBRecord record;
+  const int result = FindWithoutEffect(issueCode, record);
+  if (result != TREVLIN_OK) return result;
+  bool isAdded = false;
+  const int recorded = InTransaction(m_solution, [&] {
+    int found = FindWithoutEffect(issueCode, record);
+    if (found == TREVLIN_OK) found = FindSettled(record, settled);
+    // The mark that has been made is kept.
+    if (found != TREVLIN_OK) return found == TREVLIN_NO_MATCH ? TREVLIN_OK : found;
+    record.isApply = 0;
+    record.registerTime = std::max(record.registerTime, time);
+    isAdded = true;
+    return AddRow(record);
+  });
+  return recorded == TREVLIN_OK && !isAdded ? TREVLIN_NO_MATCH : recorded;
+}
+
+int Database::FindWithoutEffect(int issueCode, _DTSolDBRecord& out) {
   int result = NewestSolution(issueCode, out);
   if (result != TREVLIN_OK) return result;
-  if (!out.isApply || out.registerTime > until) return TREVLIN_NO_MATCH;
+  if (!out.isApply) return TREVLIN_NO_MATCH;
   std::vector<_DTInfDBRecord> trues;
   result = Transitions(issueCode, DT_TRANSITION_TYPE_TRUE, trues);
   if (result != TREVLIN_OK) return result;
   return trues.front().lastUpdateTime > out.registerTime ? TREVLIN_NO_MATCH : TREVLIN_OK;
+}
+
+// Of what was recorded before a restart of the machine it is known that it is as old as that.
+int Database::FindSettled(const _DTSolDBRecord& solution, std::chrono::seconds settled) {
+  if (settled.count() <= 0) return TREVLIN_OK;
+  const std::string code = std::to_string(solution.issueCode);
+  if (!Execute(m_solution.db.get(), kCreateMarks)) return Fail(m_solution, "cannot be written");
+  int64_t age = -1;
+  SqliteStatement select;
+  const int result = Query(
+      m_solution, select, kSelectMark,
+      [&](sqlite3_stmt* statement) {
+        BindText(statement, 1, code);
+        BindText(statement, 2, solution.registerTime);
+      },
+      [&](sqlite3_stmt* row) {
+        age = RunningSeconds() - (ColumnText(row, 0) == BootId() ? sqlite3_column_int64(row, 1) : 0);
+      });
+  if (result == TREVLIN_OK) return age >= settled.count() ? TREVLIN_OK : TREVLIN_NO_MATCH;
+  const int marked = result == TREVLIN_NO_MATCH ? MarkSolution(solution) : result;
+  return marked == TREVLIN_OK ? TREVLIN_NO_MATCH : marked;
 }
 
 void Database::BeginRead() {

@@ -85,7 +85,8 @@ class Database {
   int AllTransitions(std::vector<Transition>& out);
   int AllSolutions(std::vector<_DTSolDBRecord>& out);
 
-  /// Add a row. It is on the disk when they return TREVLIN_OK. Of an issue's solutions the newest 100 are kept.
+  /// Add a row. It is on the disk when they return TREVLIN_OK. Of an issue's solutions the newest 100 are kept. A
+  /// solution is as late as the issue's newest transition and solution, whatever the clock said of them, or later.
   /// TREVLIN_ERROR_INVALID for an issue code below 1, a type that is none, or a time that IsTime() refuses.
   int AddTransition(const Transition& transition);
   int AddSolution(const _DTSolDBRecord& record);
@@ -95,20 +96,21 @@ class Database {
 
   /// Adds a transition at `time` for each issue whose truth is another than that of its newest row (without rows:
   /// false; of rows of equal times, true counts), and keeps the newest `keep` rows of those issues, all in one
-  /// transaction or not at all. Where a row of the issue is as late as `time` or later, the transition is a second
-  /// later than that. What another process adds meanwhile is seen, so that of two only one adds a transition. `added`
-  /// is replaced by the transitions that were added, without register times. TREVLIN_OK also when there was nothing to
-  /// add. Not between BeginRead() and EndRead().
+  /// transaction or not at all. Where a row or the newest solution of the issue is as late as `time` or later, the
+  /// transition is a second later than that. What another process adds meanwhile is seen, so that of two only one adds
+  /// a transition. `added` is replaced by the transitions that were added, without register times. TREVLIN_OK also when
+  /// there was nothing to add. Not between BeginRead() and EndRead().
   int RecordTruths(const std::vector<IssueTruth>& issues, const std::string& time, size_t keep,
                    std::vector<Transition>& added);
 
   /// Replaces `changes` by the transitions that RecordTruths() would add, as far as it can be read what there is.
   int FindChanges(const std::vector<IssueTruth>& issues, const std::string& time, std::vector<Transition>& changes);
 
-  /// Where the newest solution of the issue was applied at `until` or earlier, and the issue has not become true since,
-  /// adds the solution once more at `time`, as not applied. TREVLIN_NO_MATCH when there is no such solution. Of several
-  /// processes one adds it.
-  int RecordNoEffect(int issueCode, const std::string& until, const std::string& time);
+  /// Where the newest solution of the issue was applied at least `settled` of the machine's running time ago, whatever
+  /// the clock has been since, and the issue has not become true since, adds the solution once more at `time`, as not
+  /// applied. TREVLIN_NO_MATCH when there is no such solution. One that another program has added counts from the first
+  /// question on. Of several processes one adds it.
+  int RecordNoEffect(int issueCode, std::chrono::seconds settled, const std::string& time);
 
   /// Holds one state of the databases from here to EndRead(), so that many queries see the same and cost less. Failing
   /// to do so is no error: the queries then each see the newest state. What this object adds meanwhile is seen.
@@ -160,7 +162,10 @@ class Database {
   int AddChanges(const std::vector<Transition>& changes, size_t keep);
   int AddRow(const Transition& transition);
   int AddRow(const _DTSolDBRecord& record);
-  int FindWithoutEffect(int issueCode, const std::string& until, _DTSolDBRecord& out);
+  int FindWithoutEffect(int issueCode, _DTSolDBRecord& out);
+  int FindSettled(const _DTSolDBRecord& solution, std::chrono::seconds settled);
+  int MarkSolution(const _DTSolDBRecord& solution);
+  std::string LatestTime(int issueCode);
 
   int Fail(File& file, const char* doing);
   int Fail(File& file, const char* doing, const std::string& reason);
