@@ -12,7 +12,9 @@
 #include "setd/leftovers.h"
 #include "setd/privileges.h"
 #include "setd/report.h"
+#include "setd/report_results.h"
 #include "setd/request.h"
+#include "setd/running_time.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
 #include "support/fork.h"
@@ -26,6 +28,15 @@ using namespace setd;
 void SetAge(const std::string& setPath, time_t seconds) {
   const timespec times[2] = {{time(nullptr) - seconds, 0}, {time(nullptr) - seconds, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, SystemPath(setPath).c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << setPath;
+}
+
+/// As if the daemon had watched the set run for so long, with the clock in step.
+void HasRunFor(time_t seconds) {
+  const time_t now = time(nullptr);
+  std::string text = "another 0 " + std::to_string(seconds) + "\n";
+  for (time_t at = 0; at <= seconds; at += 3600)
+    text += std::to_string(at) + " " + std::to_string(now - seconds + at) + "\n";
+  WriteFile(set_paths::kSetdState + std::string("/running_time"), text);
 }
 
 TEST(SetdRequest, IsReadOrRefusedAndGoes) {
@@ -109,13 +120,12 @@ TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
   const struct {
     std::string app;
     bool hasResult, isRequested;
-    time_t age;
-    bool isFinished, stays;
+    time_t age;  // by the clock, which says nothing
+    bool isFinished;
   } kCases[] = {
-      {"lacksAck", true, false, 5, true, true},
-      {"late", true, false, 60, true, false},
-      {"requested", true, true, 5, false, true},
-      {"noResult", false, false, 5, false, false},
+      {"lacksAck", true, false, 5, true},        {"of1970", true, false, time(nullptr) - 60, true},
+      {"ofTomorrow", true, false, -86400, true}, {"requested", true, true, 5, false},
+      {"noResult", false, false, 5, false},
   };
   for (const auto& each : kCases) {
     WriteFile(answer + each.app + "#ack", "");
@@ -132,15 +142,19 @@ TEST(SetdRequest, AnswersOutliveAnInterruptionButNotTheirTime) {
     EXPECT_EQ(Exists(ack + each.app), each.isFinished) << each.app;
     EXPECT_FALSE(Exists(answer + each.app + "#ack")) << each.app;
   }
-  EXPECT_TRUE(RemoveOldAnswers()) << "some are young";
+  const auto start = std::chrono::steady_clock::now();
+  for (const int seconds : {0, 29}) EXPECT_TRUE(RemoveOldAnswers(start + std::chrono::seconds(seconds)));
   for (const auto& each : kCases) {
-    EXPECT_EQ(Exists(answer + each.app), each.stays) << each.app;
-    EXPECT_EQ(Exists(ack + each.app), each.stays && each.isFinished) << each.app;
+    EXPECT_EQ(Exists(answer + each.app), each.hasResult) << each.app;
+    EXPECT_EQ(Exists(ack + each.app), each.isFinished) << each.app;
   }
-  SetAge(answer + "lacksAck", 60);
-  SetAge(answer + "requested", 60);
+  WriteFile(answer + "requested", "3|4");
+  SetAge(answer + "requested", 7);
   fs::remove(SystemPath(ack + "lacksAck"));
-  EXPECT_FALSE(RemoveOldAnswers());
+  EXPECT_TRUE(RemoveOldAnswers(start + std::chrono::seconds(30))) << "some are new";
+  for (const char* young : {"lacksAck", "requested"}) EXPECT_TRUE(Exists(answer + young)) << young;
+  EXPECT_FALSE(Exists(answer + "of1970") || Exists(ack + "of1970") || Exists(answer + "ofTomorrow"));
+  EXPECT_FALSE(RemoveOldAnswers(start + std::chrono::seconds(61)));
   for (const auto& each : kCases) EXPECT_FALSE(Exists(answer + each.app)) << each.app;
 }
 
@@ -374,28 +388,88 @@ TEST(SetdScrubber, ReplacesWhatIsPrivateOfAnyLengthInProportionToIt) {
   }
 }
 
-TEST(SetdReports, AreKeptWithinNumberSizeAndAge) {
+TEST(SetdReports, AreKeptWithinNumberSizeAndAgeWhateverTheClockSays) {
   const std::string folder = set_paths::kReportsDir + std::string("/");
+  const auto pathOf = [&](int number) { return folder + "report-" + std::to_string(number) + ".tar.zst"; };
   const auto add = [&](int number, size_t bytes, time_t age) {
-    const std::string path = folder + "report-" + std::to_string(number) + ".tar.zst";
-    WriteFile(path, "");
-    fs::resize_file(SystemPath(path), bytes);
-    SetAge(path, age);
-    return path;
+    WriteFile(pathOf(number), "");
+    fs::resize_file(SystemPath(pathOf(number)), bytes);
+    SetAge(pathOf(number), age);
   };
   WriteFile(folder + "notes.txt", "");
   SetAge(folder + "notes.txt", kMaxReportAge * 2);
-  const std::string tooOld = add(1, 10, kMaxReportAge + 60);
-  for (int number = 2; number <= 23; ++number) add(number, 10, 1000 - number);
-  EXPECT_EQ(PruneReports(), 3);
-  EXPECT_FALSE(Exists(tooOld));
-  EXPECT_FALSE(Exists(folder + "report-3.tar.zst"));
-  EXPECT_TRUE(Exists(folder + "report-4.tar.zst"));
+  WriteFile(folder + "report-9.tar.zst#abcdef", "what a kill has left");
+  SetAge(folder + "report-9.tar.zst#abcdef", -kMaxReportAge);
+  HasRunFor(kMaxReportAge * 2);
+  add(2, 10, 500);
+  add(1, 10, time(nullptr) - 10);  // of 1970
+  EXPECT_EQ(PruneReports(), 0) << "they have come just now";
+  EXPECT_FALSE(Exists(folder + "report-9.tar.zst#abcdef"));
+  // The clock has gone back since; what comes later is later all the same.
+  for (int number = 3; number <= 23; ++number) {
+    add(number, 10, kMaxReportAge + 60 * number);
+    EXPECT_EQ(PruneReports(), number > 20 ? 1 : 0) << number;
+  }
+  EXPECT_FALSE(Exists(pathOf(1)) || Exists(pathOf(2)) || Exists(pathOf(3)));
+  EXPECT_TRUE(Exists(pathOf(4)) && Exists(pathOf(23)));
   add(24, 20 << 20, 100);
-  add(25, 20 << 20, 50);
-  EXPECT_EQ(PruneReports(), 21);
-  EXPECT_TRUE(Exists(folder + "report-25.tar.zst"));
+  EXPECT_EQ(PruneReports(), 1);
+  add(25, 20 << 20, 5000);
+  EXPECT_EQ(PruneReports(), 20);
+  EXPECT_TRUE(Exists(pathOf(25)) && !Exists(pathOf(24)));
   EXPECT_TRUE(Exists(folder + "notes.txt"));
+  const auto running = RunningSeconds();
+  for (const auto& [since, goes] :
+       {std::pair(running - kMaxReportAge + 60, false), {running - kMaxReportAge - 60, true}}) {
+    WriteFile(set_paths::kSetdState + std::string("/reports"), std::to_string(since) + " report-25.tar.zst\n");
+    EXPECT_EQ(PruneReports(), goes ? 1 : 0) << since;
+  }
+}
+
+TEST(SetdReports, WhatWasToldLastStaysWhateverTheClockSays) {
+  const std::string folder = set_paths::kReportResults + std::string("/");
+  for (int number = 1; number <= 102; ++number) {
+    const std::string trigger = "SOUND-" + std::to_string(number) + ".log";
+    PublishResult(trigger, "", "a problem");
+    if (number <= 100) SetAge(folder + trigger, -86400 - number);
+    EXPECT_TRUE(Exists(folder + "SOUND-101.log") || number < 101);
+  }
+  EXPECT_FALSE(Exists(folder + "SOUND-1.log") || Exists(folder + "SOUND-2.log"));
+  EXPECT_TRUE(Exists(folder + "SOUND-3.log"));
+}
+
+TEST(SetdRunningTime, GoesOnFromStartToStartAndKnowsTheLowestOfTheClock) {
+  const std::string file = set_paths::kSetdState + std::string("/running_time");
+  constexpr time_t kHours = 3600;
+  const time_t now = time(nullptr);
+  EXPECT_EQ(ChangedWithin(24 * kHours), std::nullopt) << "it is known of no such time";
+  const auto first = RunningSeconds();
+  WriteFile("/proc/sys/kernel/random/boot_id", "another\n");
+  EXPECT_GE(RunningSeconds(), first + first) << "the seconds of this start come on top";
+  EXPECT_LE(RunningSeconds(), 2 * first + 60);
+  const auto at = [](time_t seconds, time_t clock) {
+    return std::to_string(seconds) + " " + std::to_string(clock) + "\n";
+  };
+  const struct {
+    const char* name;
+    std::string spans;
+    std::optional<time_t> changed;
+  } cases[] = {
+      {"in step", at(0, now - 200 * kHours) + at(170 * kHours, now - 30 * kHours) + at(180 * kHours, now - 20 * kHours),
+       now - 30 * kHours},
+      {"of 1970 in between", at(0, now - 200 * kHours) + at(170 * kHours, now - 30 * kHours) + at(180 * kHours, 60),
+       60},
+      {"of 1970 long ago", at(0, 60) + at(170 * kHours, now - 30 * kHours) + at(180 * kHours, now - 20 * kHours),
+       now - 30 * kHours},
+      {"started 31 days ahead",
+       at(0, now - 950 * kHours) + at(170 * kHours, now - 774 * kHours) + at(180 * kHours, now), now - 774 * kHours},
+      {"not for so long", at(180 * kHours, now), std::nullopt},
+      {"not to be read", "x", std::nullopt},
+  };
+  for (const auto& each : cases) {
+    WriteFile(file, "another 0 " + std::to_string(200 * kHours) + "\n" + each.spans);
+    EXPECT_EQ(ChangedWithin(24 * kHours), each.changed) << each.name;
+  }
 }
 
 TEST(SetdReports, OfOneNameAtOnceAreAllKeptAndPrivate) {
@@ -539,6 +613,7 @@ bool Never() {
 }
 
 TEST(SetdLeftovers, ThumbnailsThatNobodyLooksAtGo) {
+  HasRunFor(40 * kDay);
   const std::string precious = "/home/owner/share/" + kHash + "0.png";
   const std::vector<Leftover> rows = {
       {kThumbnails + "normal/" + kHash + "1.png", 31 * kDay, true},
@@ -583,6 +658,7 @@ TEST(SetdLeftovers, DownloadedArchivesGoUnlessTheirToolIsAtWork) {
 }
 
 TEST(SetdLeftovers, OfFlatpakGoWhenNobodyUsesThem) {
+  HasRunFor(40 * kDay);
   for (const std::string installation : {"/var/lib/flatpak", "/opt/usr/home/owner/.local/share/flatpak"}) {
     SCOPED_TRACE(installation);
     const std::string temporary = installation + "/repo/tmp/", catalogue = installation + "/appstream/hub/x86_64/";
@@ -633,6 +709,7 @@ TEST(SetdLeftovers, OfOtherUsersStay) {
                                       {"/opt/usr/home/owner/.local/share/flatpak/.removed/x/y", 0, false},
                                       {"/var/tmp/flatpak-cache-AAAAAA/file", 2 * kDay, false}};
   Plant(rows);
+  HasRunFor(40 * kDay);
   for (const std::string& path :
        {rows[0].path, rows[2].path, rows[4].path, std::string("/opt/usr/home/owner/.local/share/flatpak"),
         std::string("/var/tmp/flatpak-cache-AAAAAA")})
@@ -643,6 +720,7 @@ TEST(SetdLeftovers, OfOtherUsersStay) {
 }
 
 TEST(SetdDeepClean, DoesWhatTheProfileHasWithinItsTime) {
+  HasRunFor(40 * kDay);
   const std::vector<Leftover> rows = {{kThumbnails + "normal/" + kHash + "1.png", 31 * kDay, true},
                                       {kThumbnails + "normal/" + kHash + "2.png", 31 * kDay, true},
                                       {kArchives + "a.deb", 0, true},
@@ -653,7 +731,7 @@ TEST(SetdDeepClean, DoesWhatTheProfileHasWithinItsTime) {
   SetAge("/tmp/vexilo-apps/org.a/old", 2 * kDay);
   const std::string report = set_paths::kReportsDir + std::string("/a.tar.zst");
   WriteFile(report, "x");
-  SetAge(report, 8 * kDay);
+  WriteFile(set_paths::kSetdState + std::string("/reports"), std::to_string(32 * kDay) + " a.tar.zst\n");
   const std::string cache = "/opt/usr/apps/org.a/cache/";
   const StopFlag stop{false};
   int asked = 0;

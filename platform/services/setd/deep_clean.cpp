@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <set>
 
 #include "packages/package_store.h"
@@ -15,6 +16,7 @@
 #include "set_paths.h"
 #include "setd/leftovers.h"
 #include "setd/report.h"
+#include "setd/running_time.h"
 #include "setd/setd_log.h"
 #include "sysinfo/set_profile.h"
 #include "system_path.h"
@@ -86,7 +88,7 @@ struct Cleaned {
 };
 
 Cleaned CleanPackages(const packages::TreeStop& stop) {
-  const time_t cutoff = time(nullptr) - kDay;
+  const std::optional<time_t> cutoff = ChangedWithin(kDay);
   Cleaned cleaned;
   for (const packages::Package& package : packages::List()) {
     const bool runs = package.source == packages::Source::kFlatpak && !packages::ProcessesOf({package}).empty();
@@ -97,7 +99,7 @@ Cleaned CleanPackages(const packages::TreeStop& stop) {
       Log(DLOG_INFO, "deep clean: the cache of " + package.packageId + " stays: it is running");
     else if (result != -ECANCELED)
       Log(DLOG_WARN, "deep clean: the cache of " + package.packageId + " could not be emptied completely");
-    cleaned.files += RemoveTemporaryFiles(package.packageId, cutoff, stop);
+    if (cutoff) cleaned.files += RemoveTemporaryFiles(package.packageId, *cutoff, stop);
     if (!stop()) continue;
     Log(DLOG_INFO, std::string("deep clean: the packages' caches: ") + kTimeIsUp);
     break;

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "c_handle.h"
 #include "flatpak/layout.h"
 #include "set_paths.h"
+#include "setd/running_time.h"
 #include "system_path.h"
 
 namespace setd {
@@ -72,7 +74,6 @@ struct Entry {
   std::string path;  // of the set
   bool isFolder;
   time_t changed;  // seconds since 1970
-  bool IsOld() const { return changed < time(nullptr) - kDay; }
 };
 
 /// What lies in it; nothing where it cannot be read.
@@ -139,8 +140,11 @@ class Leftovers {
                      const std::function<bool(const Entry&)>& isLeftover);
   void RemoveFiles(const std::string& folder, const std::string& within, bool (*names)(int, std::string_view));
 
+  bool IsOld(const Entry& entry) const { return m_dayOld && entry.changed < *m_dayOld; }
+
   TreeResult& m_sum;
   const TreeStop& m_stop;
+  const std::optional<time_t> m_dayOld = ChangedWithin(kDay);
 };
 
 void Leftovers::RemoveFolders(const std::string& folder, const std::string& within,
@@ -152,7 +156,8 @@ void Leftovers::RemoveFolders(const std::string& folder, const std::string& with
 
 void Leftovers::RemoveFiles(const std::string& folder, const std::string& within,
                             bool (*names)(int, std::string_view)) {
-  Add(m_sum, packages::EmptyTree(folder, {}, within, {.before = time(nullptr) - kDay, .names = names, .stop = m_stop}));
+  if (m_dayOld)
+    Add(m_sum, packages::EmptyTree(folder, {}, within, {.before = m_dayOld, .names = names, .stop = m_stop}));
 }
 
 void Leftovers::RemoveOf(const std::string& installation) {
@@ -163,8 +168,8 @@ void Leftovers::RemoveOf(const std::string& installation) {
   const std::string repository = installation + "/repo", temporary = repository + "/tmp";
   // While anything is fetched or written its files may have any age: they have that of their origin.
   if (!IsHeld(repository + "/.lock")) {
-    RemoveFolders(temporary, installation, [](const Entry& entry) {
-      return entry.name != "cache" && entry.IsOld() && !IsHeld(entry.path + std::string(kLockEnd));
+    RemoveFolders(temporary, installation, [this](const Entry& entry) {
+      return entry.name != "cache" && IsOld(entry) && !IsHeld(entry.path + std::string(kLockEnd));
     });
     RemoveFiles(temporary, installation, IsTemporaryFile);
   }
@@ -173,16 +178,16 @@ void Leftovers::RemoveOf(const std::string& installation) {
     for (const Entry& architecture : remote.isFolder ? EntriesOf(remote.path) : std::vector<Entry>())
       if (architecture.isFolder)
         RemoveFolders(architecture.path, installation,
-                      [](const Entry& entry) { return IsCatalogueFolder(entry.name) && entry.IsOld(); });
+                      [this](const Entry& entry) { return IsCatalogueFolder(entry.name) && IsOld(entry); });
   RemoveFiles(catalogues, installation, IsCatalogueLink);
 }
 
 void Leftovers::RemoveDownloads() {
-  RemoveFolders(set_paths::kLastingTemporary, "", [](const Entry& folder) {
-    if (!folder.name.starts_with("flatpak-cache-") || !folder.IsOld() || !IsOurs(folder.path)) return false;
+  RemoveFolders(set_paths::kLastingTemporary, "", [this](const Entry& folder) {
+    if (!folder.name.starts_with("flatpak-cache-") || !IsOld(folder) || !IsOurs(folder.path)) return false;
     const std::vector<Entry> inside = EntriesOf(folder.path);
-    return std::all_of(inside.begin(), inside.end(), [](const Entry& entry) {
-      return entry.IsOld() && !(entry.name.ends_with(kLockEnd) && IsHeld(entry.path));
+    return std::all_of(inside.begin(), inside.end(), [this](const Entry& entry) {
+      return IsOld(entry) && !(entry.name.ends_with(kLockEnd) && IsHeld(entry.path));
     });
   });
 }
@@ -192,10 +197,10 @@ void Leftovers::RemoveDownloads() {
 TreeResult RemoveOldThumbnails(const TreeStop& stop) {
   const std::string caches = UserCaches();
   TreeResult sum;
-  if (IsOurs(caches))
-    Add(sum, packages::EmptyTree(
-                 caches + "/thumbnails", {}, caches,
-                 {.before = time(nullptr) - kThumbnailAge, .countsUse = true, .names = IsThumbnail, .stop = stop}));
+  const std::optional<time_t> cutoff = ChangedWithin(kThumbnailAge);
+  if (cutoff && IsOurs(caches))
+    Add(sum, packages::EmptyTree(caches + "/thumbnails", {}, caches,
+                                 {.before = cutoff, .countsUse = true, .names = IsThumbnail, .stop = stop}));
   return sum;
 }
 

@@ -1,6 +1,7 @@
 #include "setd/log_collector.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +27,7 @@ namespace {
 
 constexpr size_t kMaxName = 100;
 constexpr size_t kMaxUnknown = 1000;
+constexpr unsigned int kPruneSeconds = 60 * 60;
 // In kSetdState: the boot id of the kernel that this daemon last ran on, and a folder with a file for each trigger that
 // waits for a restart, holding the boot id of the kernel that saw it come.
 constexpr char kKernelFile[] = "/boot_id";
@@ -71,8 +73,18 @@ LogCollector::LogCollector(Jobs& jobs)
       m_restartTriggers(set_paths::kRebootReportTriggers,
                         [this](const std::string& name) { Look(set_paths::kRebootReportTriggers, name); }) {}
 
+LogCollector::~LogCollector() {
+  if (m_timer) g_source_remove(m_timer);
+}
+
 void LogCollector::Start() {
   PruneReports();
+  // So that the time that the set runs is known although it may lose its power.
+  const auto prune = [](void*) -> gboolean {
+    PruneReports();
+    return G_SOURCE_CONTINUE;
+  };
+  m_timer = g_timeout_add_seconds(kPruneSeconds, prune, nullptr);
   RememberKernel();
   m_triggers.Start();
   m_restartTriggers.Start();

@@ -18,6 +18,9 @@ class LogCollector {
  public:
   /// `jobs` ends before this does.
   explicit LogCollector(Jobs& jobs);
+  ~LogCollector();
+  LogCollector(const LogCollector&) = delete;
+  LogCollector& operator=(const LogCollector&) = delete;
 
   /// Collects for the triggers that are there, and for those that come. Those in the folder for after a restart are
   /// remembered in set_paths::kSetdState, and are due when this kernel is another than the one that saw them come.
@@ -41,6 +44,7 @@ class LogCollector {
   std::string m_bootId;
   FolderWatch m_triggers;
   FolderWatch m_restartTriggers;
+  unsigned int m_timer = 0;
   std::set<std::string> m_unknown;  // names that the log has
   std::mutex m_lock;
   std::map<std::string, Collected> m_collected;  // by what asked; guarded by m_lock

@@ -12,8 +12,10 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <vector>
 
 #include "base/atomic_file.h"
@@ -22,6 +24,7 @@
 #include "set_paths.h"
 #include "setd/archive.h"
 #include "setd/folder_watch.h"
+#include "setd/running_time.h"
 #include "setd/scrubber.h"
 #include "setd/setd_log.h"
 #include "setd/sources.h"
@@ -81,27 +84,68 @@ bool IsReport(const std::string& name) {
   return name.ends_with(".tar.zst") || name.ends_with(".tar.gz");
 }
 
+/// Whether it can stand in a line of the list.
+bool IsPlainName(const std::string& name) {
+  return std::none_of(name.begin(), name.end(), [](unsigned char c) { return c <= ' '; });
+}
+
 struct Stored {
-  std::string path;
-  time_t time;
-  int64_t bytes;
+  std::string name;
+  int64_t since;  // running seconds
+  int64_t bytes = 0;
+  time_t time = 0;  // as the file system tells
 };
 
-/// Oldest first.
+/// In the daemon's state: a line "SINCE NAME" for each report, in the order of their coming. The clock may have been
+/// anything.
+std::string PathOfList() {
+  return std::string(set_paths::kSetdState) + "/reports";
+}
+
+std::vector<Stored> ReadList(int64_t now) {
+  std::string text;
+  ReadWholeFile(SystemPath(PathOfList()), text, Links::kRefuse);
+  std::istringstream lines(text);
+  std::vector<Stored> list;
+  for (Stored each{}; lines >> each.since >> each.name;) {
+    each.since = std::min(each.since, now);
+    list.push_back(each);
+  }
+  return list;
+}
+
+void WriteList(const std::vector<Stored>& reports) {
+  std::string text, before;
+  for (const Stored& each : reports) text += std::to_string(each.since) + " " + each.name + "\n";
+  ReadWholeFile(SystemPath(PathOfList()), before, Links::kRefuse);
+  if (text == before) return;
+  if (!MakeFolders(SystemPath(set_paths::kSetdState)) || !PublishFile(SystemPath(PathOfList()), text))
+    Log(DLOG_ERROR, PathOfList() + ": " + std::strerror(errno));
+}
+
+/// What is there, in the order of its coming; what the list has not yet has come now.
 std::vector<Stored> StoredReports() {
-  std::vector<Stored> reports;
+  const int64_t now = RunningSeconds();
+  std::map<std::string, Stored> there;
   for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kReportsDir))) {
     const std::string name = each.filename();
     struct stat status;
     if (lstat(each.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-    if (IsReport(name)) reports.push_back({each, status.st_mtime, static_cast<int64_t>(status.st_size)});
-    // One that is being written has a name that is none of a report.
+    if (IsReport(name) && IsPlainName(name)) there[name] = {name, now, status.st_size, status.st_mtime};
+    // One that was being written when the daemon was killed has a name that is none of a report.
     const size_t mark = name.find('#');
-    if (mark != name.npos && IsReport(name.substr(0, mark)) && status.st_mtime < time(nullptr) - 3600)
-      unlink(each.c_str());
+    if (mark != name.npos && IsReport(name.substr(0, mark))) unlink(each.c_str());
   }
-  std::sort(reports.begin(), reports.end(), [](const Stored& one, const Stored& other) {
-    return std::tie(one.time, one.path) < std::tie(other.time, other.path);
+  std::vector<Stored> reports;
+  for (const Stored& listed : ReadList(now))
+    if (const auto found = there.extract(listed.name)) {
+      reports.push_back(found.mapped());
+      reports.back().since = listed.since;
+    }
+  const auto listed = static_cast<ptrdiff_t>(reports.size());
+  for (const auto& [name, report] : there) reports.push_back(report);
+  std::sort(reports.begin() + listed, reports.end(), [](const Stored& one, const Stored& other) {
+    return std::tie(one.time, one.name) < std::tie(other.time, other.name);
   });
   return reports;
 }
@@ -149,6 +193,33 @@ bool PublishPrivate(const std::string& path, const std::string& bytes) {
   return chmod(folder.c_str(), 0700) == 0 && PublishPrivateFile(path, bytes);
 }
 
+/// One at a time: what another is writing looks like something that was left.
+std::mutex g_publishing;
+
+int Prune(time_t age) {
+  std::vector<Stored> reports = StoredReports();
+  const int64_t now = RunningSeconds();
+  size_t count = reports.size();
+  int64_t bytes = 0;
+  for (const Stored& each : reports) bytes += each.bytes;
+  std::vector<Stored> kept;
+  for (const Stored& each : reports) {
+    const bool goes = now - each.since > age || count > kMaxReports || bytes > kMaxBytes;
+    const std::string path = set_paths::kReportsDir + ("/" + each.name);
+    if (!goes) {
+      kept.push_back(each);
+    } else if (unlink(SystemPath(path).c_str()) != 0 && errno != ENOENT) {
+      Log(DLOG_ERROR, "an old report stays: " + path + ": " + std::strerror(errno));
+      kept.push_back(each);
+    } else {
+      --count;
+      bytes -= each.bytes;
+    }
+  }
+  WriteList(kept);
+  return static_cast<int>(reports.size() - kept.size());
+}
+
 }  // namespace
 
 std::string CategoryOf(const std::string& name) {
@@ -192,35 +263,19 @@ bool MakeReport(const std::string& name, const StopFlag& stop, std::string& file
   archive.Add(kMetaFile, MetaText(meta), now);
   std::string bytes;
   if (!archive.Finish(bytes, problem) || !MakeOwnFolder(set_paths::kReportsDir, problem)) return false;
-  static std::mutex publishing;
-  const std::lock_guard guard(publishing);
+  const std::lock_guard guard(g_publishing);
   file = FreePath(name, now, archive.Suffix());
   if (!PublishPrivate(SystemPath(file), bytes)) {
     problem = file + ": " + std::strerror(errno);
     return false;
   }
-  PruneReports();
+  Prune(kMaxReportAge);
   return true;
 }
 
 int PruneReports(time_t age) {
-  const std::vector<Stored> reports = StoredReports();
-  const time_t now = time(nullptr);
-  size_t count = reports.size();
-  int64_t bytes = 0;
-  int removed = 0;
-  for (const Stored& each : reports) bytes += each.bytes;
-  for (const Stored& each : reports) {
-    if (each.time >= now - age && count <= kMaxReports && bytes <= kMaxBytes) break;
-    if (unlink(each.path.c_str()) != 0 && errno != ENOENT) {
-      Log(DLOG_ERROR, "an old report stays: " + each.path.substr(SystemRoot().size()) + ": " + std::strerror(errno));
-      continue;
-    }
-    --count;
-    bytes -= each.bytes;
-    ++removed;
-  }
-  return removed;
+  const std::lock_guard guard(g_publishing);
+  return Prune(age);
 }
 
 }  // namespace setd

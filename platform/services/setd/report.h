@@ -25,8 +25,9 @@ bool MakeReport(const std::string& name, const StopFlag& stop, std::string& file
 
 inline constexpr time_t kMaxReportAge = 30 * 24 * 60 * 60;
 
-/// Removes reports that are older than `age` seconds, and the oldest while there are more than 20 or they take more
-/// than 32 MiB in all; also what an interrupted MakeReport() left. Returns how many.
+/// Removes reports that came more than `age` seconds of running time (running_time.h) ago, and those that came first
+/// while there are more than 20 or they take more than 32 MiB in all; also what an interrupted MakeReport() left. One
+/// that is seen for the first time has come then. Returns how many.
 int PruneReports(time_t age = kMaxReportAge);
 
 }  // namespace setd

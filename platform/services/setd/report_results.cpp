@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <tuple>
 #include <vector>
@@ -40,18 +42,25 @@ std::string ResultLine(const std::string& trigger, const std::string& report, co
   return Json::writeString(oneLine, result) + "\n";
 }
 
-/// Removes the oldest files of the folder, but `path`, until one more has its place.
+/// Removes the oldest files of the folder, but `path`, until one more has its place: those of an earlier daemon first,
+/// by their times, then those of this one as they came, whatever the clock was.
 void MakeRoomFor(const std::string& path) {
-  std::vector<std::tuple<time_t, std::string>> others;
+  static std::map<std::string, uint64_t> published;
+  static uint64_t number = 0;
+  published[path] = ++number;
+  std::vector<std::tuple<uint64_t, time_t, std::string>> others;
   for (const std::filesystem::path& each : EntriesOf(std::filesystem::path(path).parent_path())) {
     struct stat status;
     if (each != path && lstat(each.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
-      others.emplace_back(status.st_mtime, each);
+      others.emplace_back(published.contains(each) ? published[each] : 0, status.st_mtime, each);
   }
   if (others.size() < kMaxResults) return;
   std::sort(others.begin(), others.end());
   others.resize(others.size() - kMaxResults + 1);
-  for (const auto& [time, oldest] : others) unlink(oldest.c_str());
+  for (const auto& [order, time, oldest] : others) {
+    unlink(oldest.c_str());
+    published.erase(oldest);
+  }
 }
 
 }  // namespace

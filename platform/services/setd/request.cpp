@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
+#include <map>
 #include <string_view>
 #include <vector>
 
@@ -28,7 +28,7 @@ namespace setd {
 namespace {
 
 constexpr size_t kMaxRequest = 4096;
-constexpr time_t kAnswerSeconds = 30;
+constexpr std::chrono::seconds kAnswerTime{30};
 // No id holds this letter, so no name of the protocol does.
 constexpr char kOurMark = '#';
 // An acknowledgement that waits, beside its result, for the request to be removed.
@@ -200,15 +200,19 @@ bool PublishAnswer(const Request& request, long data, long cache, std::string& p
   return askedAgain;
 }
 
-bool RemoveOldAnswers() {
-  bool left = false;
-  const time_t now = time(nullptr);
+bool RemoveOldAnswers(std::chrono::steady_clock::time_point now) {
+  // When each writing was first seen: what the clock says of a file may be of any time.
+  static std::map<std::string, std::chrono::steady_clock::time_point> seen;
+  std::map<std::string, std::chrono::steady_clock::time_point> left;
   const auto remove = [&](const std::string& path) {
     struct stat status;
     if (!IsThere(path, status)) return false;
-    const bool isOld = status.st_mtime <= now - kAnswerSeconds || status.st_mtime > now;
-    left = left || !isOld;
-    return isOld && Unlink(path);
+    const std::string writing = path + " " + WritingOf(path);
+    const auto found = seen.find(writing);
+    const auto since = found == seen.end() ? now : found->second;
+    if (now - since >= kAnswerTime && Unlink(path)) return true;
+    left[writing] = since;
+    return false;
   };
   for (const std::string& name : NamesIn(set_paths::kTagerAnswers))
     if (name.starts_with(tager::kAnswerPrefix) && remove(AcknowledgementPath(name))) Unlink(PayloadPath(name));
@@ -217,7 +221,8 @@ bool RemoveOldAnswers() {
   for (const std::string& name : NamesIn(set_paths::kTager))
     if (name.starts_with(tager::kAnswerPrefix) && !IsThere(AcknowledgementPath(name), status))
       remove(PayloadPath(name));
-  return left;
+  seen = std::move(left);
+  return !seen.empty();
 }
 
 void FinishInterrupted() {

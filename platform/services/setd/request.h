@@ -5,6 +5,7 @@
 ///
 /// Thread rule: callable from any thread.
 
+#include <chrono>
 #include <string>
 
 namespace setd {
@@ -48,9 +49,9 @@ bool RemoveRefused(const std::string& trigger);
 /// request still stands; `problem` tells why.
 bool PublishAnswer(const Request& request, long data, long cache, std::string& problem);
 
-/// Removes answers that nobody has fetched for half a minute (the askers wait five seconds), and results without an
-/// acknowledgement that are as old. True when younger ones are left.
-bool RemoveOldAnswers();
+/// Removes answers that nobody has fetched for half a minute since this first saw them (the askers wait five seconds),
+/// and results without an acknowledgement that are as old. True when some are left. Main thread.
+bool RemoveOldAnswers(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
 /// Acknowledges the answers of a daemon that was interrupted just before that, and removes what it left half written.
 /// Only while no answer is being published.
