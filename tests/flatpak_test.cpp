@@ -193,7 +193,12 @@ TEST_F(Flatpaks, AreListedOnceWithTheTitleInTheMenuLanguage) {
   EXPECT_EQ(FindByAppId("org.test.A")->installation, set_paths::kFlatpakUserDir);
   EXPECT_EQ(FindByAppId("org.test.E")->packageId, "folder");
   EXPECT_EQ(Count(Log(), "app/org.test.E: is not listed: /opt/usr/apps/folder has its id"), 1);
-  EXPECT_EQ(Count(Log(), "\n"), 1) << Log();
+  WriteFile("/opt/usr/apps/late/manifest.json",
+            R"({"package_id": "late", "app_id": "org.test.A", "title": "Later than the Flatpak"})");
+  PlantPackage("org.test.B", "Of a Flatpak's name");
+  for (const char* id : {"org.test.A", "org.test.B"}) EXPECT_EQ(FindByAppId(id)->source, Source::kFlatpak) << id;
+  EXPECT_EQ(Count(Log(), "apps/late: manifest.json: \"app_id\" org.test.A is that of the Flatpak org.test.A\n"), 1);
+  EXPECT_EQ(Count(Log(), "\n"), 3) << Log();
 }
 
 TEST_F(Flatpaks, AreMeasuredAndLockedForWhoIsNoAdministrator) {

@@ -227,6 +227,53 @@ TEST_F(PackageStore, ReadsWholeManifestsOnlyAndTellsOnceWhatIsWrong) {
     EXPECT_EQ(FindByPackageId(id), std::nullopt) << id;
 }
 
+TEST_F(PackageStore, AnIdStaysWithThePackageThatHadItFirst) {
+  const auto plant = [](const std::string& id, const std::string& appId) {
+    WriteHostFile(kPackages / id / "manifest.json",
+                  R"({"package_id": ")" + id + R"(", "app_id": ")" + appId + R"(", "title": ")" + id + "\"}");
+  };
+  WriteFile(set_paths::kShippedPackages, "shipped\n");
+  PlantPackage("right", "Right");
+  plant("shipped", "common");
+  plant("rival", "common");
+  EXPECT_EQ(Ids(), "right shipped") << "of those that come at once the set's own";
+  plant("first", "right.app");  // by name before it
+  plant("right.app", "other");  // a folder of that name
+  plant("menu", "org.set.menu");
+  WriteFile(set_paths::kDesktopEntries + std::string("/org.set.menu.desktop"), "");
+  for (int twice = 0; twice < 2; ++twice) {
+    EXPECT_EQ(Ids(), "right shipped");
+    EXPECT_EQ(FindByAppId("right.app")->packageId, "right");
+  }
+  for (const char* problem : {"apps/first: manifest.json: \"app_id\" right.app is that of right\n",
+                              "apps/right.app: is not used: its package id is that of right\n",
+                              "apps/menu: is not used: org.set.menu is the id of an application of the set\n"})
+    EXPECT_EQ(TimesLogged(problem), 1) << problem;
+  WriteHostFile(kPackages / "right/manifest.json", "");
+  EXPECT_EQ(Ids(), "shipped") << "as long as it is there, in whatever state";
+  plant("right", "right.app");
+  fs::remove_all(kPackages / "right.app");
+  EXPECT_EQ(Ids(), "right shipped");
+  EXPECT_EQ(Remove(*FindByPackageId("right")), PKGMGR_R_OK);
+  EXPECT_EQ(Ids(), "first shipped") << "then the next one has it";
+  EXPECT_EQ(fs::status(SystemPath(set_paths::kPackageOwners)).permissions(), fs::perms(0600));
+}
+
+TEST_F(PackageStore, OnlyWhatTheSetShippedSoCannotBeRemoved) {
+  PlantPackage("fixed", "Fixed", R"(, "removable": false)");
+  PlantPackage("shipped", "Shipped");
+  PlantPackage("stranger", "Stranger");
+  WriteFile(set_paths::kShippedPackages, "fixed fixed\nshipped\n");
+  for (const char* id : {"shipped", "stranger"})
+    WriteHostFile(kPackages / id / "manifest.json", Manifest(id, "x", R"(, "removable": false)"));
+  for (int twice = 0; twice < 2; ++twice)
+    for (const char* id : {"fixed", "shipped", "stranger"}) {
+      EXPECT_EQ(FindByPackageId(id)->removable, id != "fixed"s) << id;
+      EXPECT_EQ(ReadPackage(id)->removable, id != "fixed"s) << id;
+    }
+  EXPECT_EQ(TimesLogged("apps/stranger/manifest.json: \"removable\" can be false for what the set shipped so only"), 1);
+}
+
 TEST_F(PackageStore, RemovesAPackageWithItsWebCacheAndTellsHowFarItIs) {
   PlantPackage("gone", "G");
   fs::create_directory_symlink(kOutside, kPackages / "gone/data/link");

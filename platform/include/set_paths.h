@@ -38,6 +38,7 @@ inline constexpr char kRebootReportTriggers[] = "/tmp/kov_NDF_reboot";
 
 // Packages.
 inline constexpr char kPackagesDir[] = "/opt/usr/apps";
+inline constexpr char kShippedPackages[] = "/usr/share/vexilo/packages";
 inline constexpr char kCobaltDir[] = "/opt/usr/home/owner/.cache/Apps/Cobalt";
 inline constexpr char kWebCacheDir[] = "/opt/usr/home/owner/.cache/Apps/WebAppsCache";
 inline constexpr char kFlatpakSystemDir[] = "/var/lib/flatpak";
@@ -71,6 +72,7 @@ inline constexpr char kReportResults[] = "/run/vexilo-host/report_results";
 inline constexpr char kSettingsDir[] = "/var/lib/vexilo-host/settings";
 inline constexpr char kVolatileSettingsDir[] = "/run/vexilo-host/settings";
 inline constexpr char kEventLog[] = "/var/lib/vexilo-host/events.jsonl";
+inline constexpr char kPackageOwners[] = "/var/lib/vexilo-host/packages/owners";
 inline constexpr char kFlatpakIcons[] = "/var/lib/vexilo-host/flatpak/icons";
 inline constexpr char kFlatpakRemovals[] = "/var/lib/vexilo-host/flatpak/removals";
 inline constexpr char kReportsDir[] = "/var/lib/vexilo-host/reports";

@@ -74,10 +74,13 @@ inline std::string Manifest(const std::string& id, const std::string& title, con
   return R"({"package_id": ")" + id + R"(", "app_id": ")" + id + R"(.app", "title": ")" + title + "\"" + more + "}";
 }
 
-/// Installs that package, with 20 files of 20,000 bytes in each of its data and cache, and one in its web cache.
+/// Installs that package, with 20 files of 20,000 bytes in each of its data and cache, and one in its web cache. What
+/// `more` says is not removable is the set's.
 inline void PlantPackage(const std::string& id, const std::string& title, const std::string& more = "") {
   const fs::path folder = SystemPath(set_paths::kPackagesDir) + "/" + id;
   const std::string bytes(20000, 'x');
+  if (more.find("\"removable\": false") != more.npos)
+    WriteFile(set_paths::kShippedPackages, ReadFile(set_paths::kShippedPackages) + id + " fixed\n");
   WriteHostFile(folder / "manifest.json", Manifest(id, title, more));
   for (int i = 0; i < 20; ++i)
     for (const char* kind : {"data", "cache"}) WriteHostFile(folder / kind / std::to_string(i), bytes);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string_view>
 #include <tuple>
@@ -20,6 +19,7 @@
 #include "flatpak/layout.h"
 #include "flatpak/removal.h"
 #include "log_tags.h"
+#include "packages/identity.h"
 #include "packages/manifest.h"
 #include "packages/processes.h"
 #include "packages/removal.h"
@@ -60,6 +60,11 @@ std::optional<Package> Load(const std::string& packageId) {
   if (const auto text = ReadManifest(folder, problem)) {
     package = ParseManifest(packageId, *text, problem);
     if (!package) problem.insert(0, "manifest.json: ");
+  }
+  if (package && !package->removable && !IsFixed(packageId)) {
+    package->removable = true;
+    Complain(InPackages(packageId) + "/manifest.json",
+             "\"removable\" can be false for what the set shipped so only; it can be removed");
   }
   // A package may go at any moment, which is no error.
   if (!package && IsThere(InPackages(packageId))) Complain(InPackages(packageId), problem);
@@ -132,40 +137,8 @@ bool ReadNames(std::vector<std::string>& packageIds, std::vector<std::string>& r
   return true;
 }
 
-/// Packages that would answer to another one's id, whose data might then be taken for theirs. A folder has its name as
-/// package id, also while its manifest has an error.
-void SkipDoubles(std::vector<Package>& packages, const std::vector<std::string>& packageIds) {
-  std::sort(packages.begin(), packages.end(),
-            [](const Package& one, const Package& other) { return one.packageId < other.packageId; });
-  std::map<std::string, std::string> owners;
-  std::erase_if(packages, [&](const Package& package) {
-    std::string problem;
-    if (package.appId != package.packageId &&
-        std::find(packageIds.begin(), packageIds.end(), package.appId) != packageIds.end())
-      problem = " is the package id of another";
-    else if (const auto [owner, isNew] = owners.emplace(package.appId, package.packageId); !isNew)
-      problem = " is that of " + owner->second;
-    if (!problem.empty()) problem.insert(0, "manifest.json: \"app_id\" " + package.appId);
-    Complain(InPackages(package.packageId), problem);
-    return !problem.empty();
-  });
-}
-
 bool IsFlatpak(const Package& package) {
   return package.source == Source::kFlatpak;
-}
-
-/// Those whose ids no folder has.
-void AddFlatpaks(std::vector<Package>& packages) {
-  const size_t folders = packages.size();
-  for (Package& one : flatpak::List()) {
-    const auto end = packages.begin() + static_cast<ptrdiff_t>(folders);
-    const auto owner = std::find_if(packages.begin(), end, [&one](const Package& folder) {
-      return folder.appId == one.appId || folder.packageId == one.packageId;
-    });
-    Complain(FolderOf(one), owner == end ? "" : "is not listed: " + FolderOf(*owner) + " has its id");
-    if (owner == end) packages.push_back(std::move(one));
-  }
 }
 
 /// As people look for a title: whatever the case of its letters.
@@ -228,10 +201,10 @@ std::vector<Package> List() {
   std::vector<Package> packages;
   for (const std::string& packageId : packageIds)
     if (auto package = Load(packageId)) packages.push_back(std::move(*package));
-  SkipDoubles(packages, packageIds);
-  for (const std::string& name : removals) FinishRemoval(name, packages);
   flatpak::FinishRemovals();
-  AddFlatpaks(packages);
+  for (Package& one : flatpak::List()) packages.push_back(std::move(one));
+  KeepRightful(packages, packageIds);
+  for (const std::string& name : removals) FinishRemoval(name, packages);
   std::vector<std::tuple<std::string, std::string, size_t>> order;
   for (size_t i = 0; i < packages.size(); ++i) order.emplace_back(SortKey(packages[i].title), packages[i].packageId, i);
   std::sort(order.begin(), order.end());

@@ -25,8 +25,8 @@
 namespace packages {
 
 /// All packages by title, then package id. A removal that was interrupted is finished first; one that is going on, in
-/// any process, is left to it. Where two packages claim an application id, a folder has it before a Flatpak, else the
-/// first by package id, and the other is skipped; so is one whose application id is the name of another folder.
+/// any process, is left to it. Of packages that claim an id the first that was installed has it (identity.h), and the
+/// others are skipped.
 std::vector<Package> List();
 /// The package by its own manifest alone, whatever application id another one claims: to measure it, not to change it.
 /// Reads one manifest, or one Flatpak's title.
