@@ -57,6 +57,7 @@ class CHomeScreen {
   void m_ShowToast();
   /// The one that says of which categories no report could be made; only while the screen is shown and there are some.
   void m_TellReportFailures();
+  void m_TellDatabaseRenewed();
   void m_HandleReturnOnToast();
   void m_ShowScreenPostToastReturn();
   void m_AutoTimeOut();

@@ -92,6 +92,9 @@ class TCDBManager {
   bool IsChanging() const;
   int EndChanges();
 
+  /// Whether what was opened last has shown itself to be no database, or a malformed one. Until the next OpenDB().
+  bool IsDamaged() const { return m_isDamaged; }
+
  private:
   static constexpr int kTableNameSize = 20;
   static constexpr int kDatabaseCount = 4;
@@ -110,6 +113,7 @@ class TCDBManager {
   int m_Select(std::string table, std::string columns, std::vector<std::string>& out);
   int m_SqlExecute(std::string query);
   const char* m_Problem() const;
+  void m_NoteDamage();
   static int m_WaitForLock(void* self, int attempt);
 
   int m_ReadFrom(size_t first, const std::string& query, std::vector<std::vector<std::string>>& out, size_t& next);
@@ -119,6 +123,7 @@ class TCDBManager {
 
   char m_tableNames[kDatabaseCount][kTableNameSize] = {};
   sqlite3* m_db = nullptr;
+  bool m_isDamaged = false;
   std::chrono::steady_clock::time_point m_lockDeadline;
   static TCDBManager* m_instance;
 };

@@ -1,7 +1,8 @@
 #pragma once
 /// @file
-/// The issues that remained from the last scan, in a database of their own. Failures are lines in the log. Thread rule:
-/// the result manager calls one after the other.
+/// The issues that remained from the last scan, in a database of their own. Failures are lines in the log. One that is
+/// damaged (database_rescue.h) is made anew with what can be read, and set_names::kDatabaseRenewedKey set. Thread rule:
+/// callable from any thread.
 
 #include <string>
 #include <vector>
@@ -14,7 +15,8 @@ namespace QUVA {
 const std::vector<std::string>& RemainingColumnNames();
 
 /// Replaces the stored rows, or changes nothing and returns false: when another process holds the database, or the disk
-/// is full. A row that alone cannot be stored is left out.
+/// is full. Then the rows are kept in memory, count as those that are stored, and are stored as soon as that can be
+/// done in the life of this process: tried every two seconds. A row that alone cannot be stored is left out.
 bool SaveRemaining(const std::vector<MapToDBTable>& rows);
 /// What is stored, column by column, in the order of RemainingColumnNames(): of the first kMostRows rows.
 using RemainingColumns = std::vector<std::vector<std::string>>;

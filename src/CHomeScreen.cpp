@@ -20,8 +20,10 @@
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
+#include "set_names.h"
 #include "system_info.h"
 #include "system_path.h"
+#include "vconf.h"
 
 namespace QUVA {
 
@@ -63,6 +65,9 @@ CHomeScreen::CHomeScreen() {
   ErrorReportSender::Instance().ConnectSentChangeCB([this] { m_TellReportFailures(); });
   QUVA_DiagResultManager::GetInstance()->SetRemainingListener(
       [this](std::vector<MapToDBTable> issues) { m_DiagResCallback(std::move(issues)); });
+  const auto renewed = [](keynode_t*, void* self) { static_cast<CHomeScreen*>(self)->m_TellDatabaseRenewed(); };
+  if (vconf_notify_key_changed(set_names::kDatabaseRenewedKey, renewed, this) != 0)
+    VEXILO_LOGE("Failed to register the callback of %s", set_names::kDatabaseRenewedKey);
   CStartDC::Instance()->ConnectFoundCB([this](const std::vector<MapToDBTable>& rows) {
     m_SetDCIssues(rows);
     m_ShowRemainingIssues();
@@ -88,6 +93,7 @@ void CHomeScreen::m_CreateHomeScreen(CText launchFrom) {
   m_animationJob.m_Start(
       [this](const CScreenJob::Control& control) { m_AnimationStart(control, m_stateImage, 0, kLastFrame); }, {}, {});
   WhenLater([this] { return m_isRemainingDataArrived.load(); }, [this] { m_ShowRemainingIssues(); });
+  m_TellDatabaseRenewed();
 }
 
 // Returns the sentence.
@@ -253,6 +259,7 @@ void CHomeScreen::m_ShowHomeScreenPostReturn() {
   if (!remembered || !evas_object_visible_get(remembered)) m_screen.m_RememberFocus(m_startCare);
   m_screen.m_RestoreFocus();
   m_TellReportFailures();
+  m_TellDatabaseRenewed();
 }
 
 void CHomeScreen::m_CleanObjects() {
@@ -372,6 +379,16 @@ void CHomeScreen::m_TellReportFailures() {
   sender.ForgetFailures(failures);
 }
 
+// Whichever process has found the damage.
+void CHomeScreen::m_TellDatabaseRenewed() {
+  int isToBeTold = 0;
+  if (vconf_get_bool(set_names::kDatabaseRenewedKey, &isToBeTold) != 0 || !isToBeTold) return;
+  if (!m_screen.m_IsShown() || m_screen.m_HasToast()) return;  // later
+  if (vconf_set_bool(set_names::kDatabaseRenewedKey, false) != 0)
+    VEXILO_LOGE("Setting %s failed", set_names::kDatabaseRenewedKey);
+  m_ShowToastAnywhere(CUtils::m_GetText("TV_SID_VEXILO_DATABASE_RENEWED"));
+}
+
 void CHomeScreen::m_HandleReturnOnToast() {
   VEXILO_LOGI("hide 4 toast called ");
   m_screen.m_DeleteToast();
@@ -386,6 +403,7 @@ void CHomeScreen::m_AutoTimeOut() {
   VEXILO_LOGI("Auto TimeOut");
   m_screen.m_DismissToast();  // the focus stays where the viewer has taken it meanwhile
   m_TellReportFailures();
+  m_TellDatabaseRenewed();
 }
 
 void CHomeScreen::m_TellScanFailed() {

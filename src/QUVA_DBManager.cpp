@@ -7,6 +7,7 @@
 
 #include "SafeFile.h"
 #include "VexiloLog.h"
+#include "database_rescue.h"
 #include "ownership.h"
 #include "set_paths.h"
 #include "system_path.h"
@@ -68,6 +69,7 @@ int TCDBManager::OpenDB(EDBName db) {
   VEXILO_LOGD("OpenDB : %d", db);
   sqlite3_close(m_db);
   m_db = nullptr;
+  m_isDamaged = false;
   const std::string path = m_GetDBPath(db);
   if (!path.empty()) KeepPrivate(path);
   if (IsLink(path)) {
@@ -223,6 +225,7 @@ bool TCDBManager::m_IsTableExist(std::string table) {
   const std::string query = "SELECT name FROM sqlite_master WHERE type='table' AND name='" + table + "';";
   sqlite3_stmt* statement = nullptr;
   sqlite3_prepare_v2(m_db, query.c_str(), static_cast<int>(query.size()), &statement, nullptr);
+  if (!statement) m_NoteDamage();
   const bool exists = sqlite3_step(statement) == SQLITE_ROW;
   sqlite3_reset(statement);
   sqlite3_finalize(statement);
@@ -248,6 +251,10 @@ int TCDBManager::m_Insert(std::string table, std::string valueText) {
   const int result = m_SqlExecute("INSERT INTO " + table + " VALUES " + valueText + ";");
   if (!result) VEXILO_LOGE("ERROR: %s table insert is fail!!", table.c_str());
   return result;
+}
+
+void TCDBManager::m_NoteDamage() {
+  if (m_db && IsDatabaseDamage(sqlite3_errcode(m_db))) m_isDamaged = true;
 }
 
 const char* TCDBManager::m_Problem() const {
@@ -282,6 +289,7 @@ int TCDBManager::m_ReadRows(const std::string& table, const std::string& query, 
     out.push_back(std::move(temp));
   }
   if (result != SQLITE_DONE) {
+    m_NoteDamage();
     VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
     VEXILO_LOGE("statement that failed : %s ( %s )", query.c_str(), m_Problem());
   }
@@ -305,6 +313,7 @@ int TCDBManager::m_Select(std::string table, std::string columns, std::vector<st
 int TCDBManager::m_SqlExecute(std::string query) {
   VEXILO_LOGD("m_SqlExecute query : %s", query.c_str());
   if (sqlite3_exec(m_db, query.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return kSuccess;
+  m_NoteDamage();
   VEXILO_LOGE("ERROR: sql execute is fail!! ( %s )", m_Problem());
   VEXILO_LOGE("statement that failed : %s", query.c_str());
   return kFailure;

@@ -1,13 +1,22 @@
 #include "RemainingStore.h"
 
+#include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <list>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
 #include <variant>
 
 #include "QUVA_DBManager.h"
 #include "VexiloLog.h"
+#include "database_rescue.h"
+#include "set_names.h"
 #include "set_paths.h"
+#include "vconf.h"
 
 namespace QUVA {
 
@@ -49,6 +58,17 @@ const StoredField kFields[] = {
 };
 constexpr size_t kFieldCount = std::size(kFields);
 
+constexpr std::chrono::seconds kRetryPause(2);
+
+// Guards all below and the one connection.
+std::mutex& Mutex() {
+  static auto* mutex = new std::mutex;
+  return *mutex;
+}
+// What is to be stored, and cannot be yet. Until then it counts instead of what is stored.
+std::optional<std::vector<MapToDBTable>> g_unsaved;
+bool g_isRetrying = false;
+
 // Opens the database for as long as it lives.
 class RemainingDb {
  public:
@@ -61,6 +81,23 @@ class RemainingDb {
  private:
   TCDBManager* m_manager = TCDBManager::GetInstance();
 };
+
+// False where it stays as it is.
+bool Renew() {
+  std::string report;
+  const DatabaseRescue rescue = RescueDatabase(set_paths::kRemainingDb, kRemainingTable, kRemainingColumns, report);
+  if (!report.empty()) VEXILO_LOGE("%s", report.c_str());
+  if (rescue == DatabaseRescue::kRenewed && vconf_set_bool(set_names::kDatabaseRenewedKey, true) != 0)
+    VEXILO_LOGE("Setting %s failed", set_names::kDatabaseRenewedKey);
+  return rescue != DatabaseRescue::kFailed;
+}
+
+// What `operation` gives with the database, or with the new one where it is found to be damaged.
+template <typename Operation>
+auto WithDb(Operation operation) {
+  auto result = operation(RemainingDb());
+  return TCDBManager::GetInstance()->IsDamaged() && Renew() ? operation(RemainingDb()) : result;
+}
 
 std::string Doubled(const std::string& text, char quote) {
   std::string out;
@@ -88,6 +125,13 @@ MapToDBTable RowAt(const RemainingColumns& columns, size_t i) {
   return row;
 }
 
+RemainingColumns ToColumns(const std::vector<MapToDBTable>& rows) {
+  RemainingColumns columns(kFieldCount);
+  for (const MapToDBTable& row : rows)
+    for (size_t c = 0; c < kFieldCount; ++c) columns[c].push_back(kFields[c].Get(row));
+  return columns;
+}
+
 void LogRow(const MapToDBTable& row) {
   for (const StoredField& field : kFields)
     VEXILO_LOGD("mdt.%s : %s", &field == kFields ? "index" : field.column.c_str(), field.Get(row).c_str());
@@ -109,6 +153,31 @@ bool Replace(const RemainingDb& db, const std::vector<MapToDBTable>& rows) {
   return true;
 }
 
+bool Store(const std::vector<MapToDBTable>& rows) {
+  // The process may end in the middle: the rows of the last scan go when those of this one are there.
+  const bool isStored =
+      WithDb([&](const RemainingDb& db) { return db->BeginChanges() && Replace(db, rows) && db->EndChanges(); });
+  if (isStored) g_unsaved.reset();
+  return isStored;
+}
+
+// Tries again and again, as long as the process lives: who reads the database may go.
+void StoreLater() {
+  for (bool isUnsaved = true; isUnsaved;) {
+    std::this_thread::sleep_for(kRetryPause);
+    const std::lock_guard lock(Mutex());
+    if (g_unsaved && Store(*g_unsaved))
+      VEXILO_LOGI("%s: the issues that were kept in memory are saved", set_paths::kRemainingDb);
+    g_isRetrying = isUnsaved = g_unsaved.has_value();
+  }
+}
+
+void KeepUnsaved(const std::vector<MapToDBTable>& rows) {
+  g_unsaved = rows;
+  if (std::exchange(g_isRetrying, true)) return;
+  std::thread(StoreLater).detach();
+}
+
 }  // namespace
 
 const std::vector<std::string>& RemainingColumnNames() {
@@ -121,18 +190,23 @@ const std::vector<std::string>& RemainingColumnNames() {
 }
 
 bool SaveRemaining(const std::vector<MapToDBTable>& rows) {
-  const RemainingDb db;
-  // The process may end in the middle: the rows of the last scan go when those of this one are there.
-  if (db->BeginChanges() && Replace(db, rows) && db->EndChanges()) return true;
-  VEXILO_LOGE("%s: the issues are not saved, those of the last scan stay", set_paths::kRemainingDb);
+  const std::lock_guard lock(Mutex());
+  if (Store(rows)) return true;
+  VEXILO_LOGE(
+      "%s: the issues are not saved, those of the last scan stay; they are kept in memory until they can be saved",
+      set_paths::kRemainingDb);
+  KeepUnsaved(rows);
   return false;
 }
 
 RemainingColumns ReadRemaining() {
-  RemainingColumns columns(kFieldCount);
-  const RemainingDb db;
-  db->GetRows(DB_REMAINING, RemainingColumnNames(), columns);
-  return columns;
+  const std::lock_guard lock(Mutex());
+  if (g_unsaved) return ToColumns(*g_unsaved);
+  return WithDb([](const RemainingDb& db) {
+    RemainingColumns columns(kFieldCount);
+    db->GetRows(DB_REMAINING, RemainingColumnNames(), columns);
+    return columns;
+  });
 }
 
 bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows) {
@@ -154,17 +228,26 @@ bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows) {
 }
 
 void ClearRemaining() {
-  Clear(RemainingDb());
+  const std::lock_guard lock(Mutex());
+  if (g_unsaved) g_unsaved->clear();
+  WithDb(Clear);
 }
 
 void DeleteRemaining(const std::string& issueCode) {
-  RemainingDb()->DeleteDB(Doubled(issueCode, '\''));
+  const std::lock_guard lock(Mutex());
+  if (g_unsaved) std::erase_if(*g_unsaved, [&](const MapToDBTable& row) { return row.issue_code == issueCode; });
+  WithDb([&](const RemainingDb& db) { return db->DeleteDB(Doubled(issueCode, '\'')); });
 }
 
 void DeleteRemaining(const std::vector<std::string>& issueCodes) {
   std::vector<std::string> codes;
   for (const std::string& code : issueCodes) codes.push_back(Doubled(code, '\''));
-  RemainingDb()->DeleteDB(codes);
+  const std::lock_guard lock(Mutex());
+  if (g_unsaved)
+    std::erase_if(*g_unsaved, [&](const MapToDBTable& row) {
+      return std::find(issueCodes.begin(), issueCodes.end(), row.issue_code) != issueCodes.end();
+    });
+  WithDb([&](const RemainingDb& db) { return db->DeleteDB(codes); });
 }
 
 }  // namespace QUVA

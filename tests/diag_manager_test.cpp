@@ -313,7 +313,8 @@ TEST_F(ParserPlugin, WhatHasNoSolutionOrCannotBeRecordedFails) {
   ASSERT_EQ(Parse(), 0);
   for (const char* code : {"", "1", "170", "17 ", "text"}) EXPECT_EQ(Apply(code) + Save(code, "cancel"), -2) << code;
   EXPECT_THAT(Records(), IsEmpty());
-  WriteFile(set_paths::kSolutionDb, "no database");
+  fs::remove(SystemPath(set_paths::kSolutionDb));
+  fs::create_directories(SystemPath(set_paths::kSolutionDb));
   EXPECT_EQ(Apply("17") + Save("17", "cancel"), -2);
 }
 

@@ -299,7 +299,7 @@ TEST_F(Remaining, OnDemandIssuesThatHaveClearedAreDeleted) {
 
   Becomes(false, 10000006, kLate);
   fs::remove(SystemPath(set_paths::kInferenceDb));
-  WriteFile(set_paths::kInferenceDb, "no database");
+  fs::create_directory(SystemPath(set_paths::kInferenceDb));
   Manager().GetInferenceResult_Remaining();
   EXPECT_EQ(StoredCodes(), kept) << "the engine fails";
   EXPECT_THAT(Log(), HasSubstr("issue 10000006: its DT_TRANSITION_TYPE_FALSE cannot be read"));
@@ -317,12 +317,9 @@ TEST_F(Remaining, DeletingTakesAllRowsOfOneCodeWhateverItsText) {
 
 TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
   Store("1");
-  Happen({Solution("2")});
-  ASSERT_EQ(Manager().GetInferenceResult(), 1);
   {
     const SqliteDb other = OpenDatabase(set_paths::kRemainingDb);
     Execute(other.get(), "BEGIN EXCLUSIVE");
-    EXPECT_EQ(Manager().SaveRemainingProblems(), 0);
     EXPECT_EQ(Manager().LoadRemainingProblems(), 0);
     EXPECT_THAT(Table(), IsEmpty());
     Manager().DeleteRemainingDBColumn("1");
@@ -336,6 +333,46 @@ TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
     soon.reset();
   });
   EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
+}
+
+TEST_F(Remaining, WhatAReaderKeepsFromBeingStoredIsStoredWhenHeHasGone) {
+  Store("1");
+  Happen({Solution("2"), Solution("3")});
+  ASSERT_EQ(Manager().GetInferenceResult(), 2);
+  {
+    const SqliteDb reader = OpenDatabase(set_paths::kRemainingDb);
+    Execute(reader.get(), "BEGIN; SELECT * FROM remainingTBL");
+    EXPECT_EQ(Manager().SaveRemainingProblems(), 0);
+    Manager().DeleteRemainingDBColumn("2");
+    EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
+    ASSERT_EQ(Table().size(), 1u);
+    EXPECT_EQ(Table()[0].issue_code + " " + Table()[0].sid_issue, "3 " + Solution("3").sid_issue);
+    EXPECT_THAT(StoredCodes(), ElementsAre("1"));
+  }
+  EXPECT_TRUE(Until([] { return StoredCodes() == std::vector<std::string>{"3"}; }));
+}
+
+TEST_F(Remaining, ADamagedDatabaseIsSetAsideWithWhatCanBeRead) {
+  const auto damage = [](const std::function<void(std::string&)>& change) {
+    std::string bytes = ReadFile(set_paths::kRemainingDb);
+    change(bytes);
+    WriteFile(set_paths::kRemainingDb, bytes);
+  };
+  Store("1");
+  damage([](std::string& bytes) { bytes.replace(0, 100, 100, 'x'); });
+  EXPECT_EQ(Manager().LoadRemainingProblems(), 0);
+  std::vector<QUVA_Solution> many;
+  for (int code = 1; code <= 100; ++code) many.push_back(Solution(std::to_string(code)));
+  Happen(many);
+  ASSERT_EQ(Manager().GetInferenceResult(), 100);
+  ASSERT_EQ(Manager().SaveRemainingProblems(), 1) << "in the new one";
+  damage([](std::string& bytes) { bytes.replace(bytes.size() - 4096, 4096, 4096, 'x'); });
+  EXPECT_EQ(Manager().LoadRemainingProblems(), 1);
+  EXPECT_THAT(Table().size(), testing::AllOf(testing::Ge(30u), testing::Lt(100u)));
+  EXPECT_EQ(StoredCodes().size(), Table().size());
+  EXPECT_EQ(Count(Log(), "remaining.db: was damaged ("), 2) << Log();
+  int isToBeTold = 0;
+  EXPECT_TRUE(vconf_get_bool(set_names::kDatabaseRenewedKey, &isToBeTold) == 0 && isToBeTold);
 }
 
 TEST_F(Remaining, RowsThatCannotAllBeStoredLeaveThoseOfTheLastScan) {

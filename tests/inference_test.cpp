@@ -369,7 +369,7 @@ TEST(Engine, TellsInTimeWhatItFoundWithoutADatabase) {
   EXPECT_EQ(RowsOf(17).size(), 2u);
   WriteRules(RuleFor(17, kSettingFact));
   fs::remove(SystemPath(set_paths::kInferenceDb));
-  WriteFile(set_paths::kInferenceDb, std::string(5000, 'x'));
+  fs::create_directory(SystemPath(set_paths::kInferenceDb));
   EXPECT_TRUE(NextAnswer().isTrue);
   std::vector<_DTInfDBRecord> found;
   EXPECT_EQ(GetInferenceDB(18, 1, &found), TREVLIN_ERROR_DATABASE);

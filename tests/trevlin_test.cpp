@@ -2,11 +2,14 @@
 
 #include <sys/wait.h>
 
+#include "database_rescue.h"
+#include "set_names.h"
 #include "set_paths.h"
 #include "support/databases.h"
 #include "support/files.h"
 #include "trevlin/inference.h"
 #include "trevlin/trevlin_database.h"
+#include "vconf.h"
 
 namespace {
 
@@ -141,14 +144,15 @@ void Truncate(size_t size) {
   fs::resize_file(kInference, size);
 }
 
-TEST(TrevlinDatabase, DamageIsAnErrorWithOneLogLineAndStaysAsItIs) {
+TEST(TrevlinDatabase, WhatCannotBeUsedIsAnErrorWithOneLogLineAndStaysAsItIs) {
   const struct {
     const char* reason;
     void (*make)();
+    bool isDamaged = true;
   } kBroken[] = {
       {"cannot be read: database disk image is malformed", [] { Truncate(9000); }},
       {"cannot be read: no such column",
-       [] { Change(set_paths::kInferenceDb, "CREATE TABLE inferenceTBL(issueCode TEXT, TR TEXT)"); }},
+       [] { Change(set_paths::kInferenceDb, "CREATE TABLE inferenceTBL(issueCode TEXT, TR TEXT)"); }, false},
   };
   for (const auto& broken : kBroken) {
     fs::remove(kInference);
@@ -157,6 +161,7 @@ TEST(TrevlinDatabase, DamageIsAnErrorWithOneLogLineAndStaysAsItIs) {
                       reason = set_paths::kInferenceDb + (": " + std::string(broken.reason));
     int lines = 0;
     for (const auto access : {Access::kReadOnly, Access::kReadWrite}) {
+      if (broken.isDamaged && access == Access::kReadWrite) continue;
       Database database(access);
       database.BeginRead();
       for (int i = 0; i < 50; ++i) ASSERT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
@@ -169,8 +174,122 @@ TEST(TrevlinDatabase, DamageIsAnErrorWithOneLogLineAndStaysAsItIs) {
   }
 }
 
+/// 600 issues that are there, and what the file is then made of.
+void Damage(const std::function<void(std::string&)>& change) {
+  fs::remove(kInference);
+  std::vector<IssueTruth> issues;
+  for (int code = 1; code <= 600; ++code) issues.push_back({code, true});
+  std::vector<Transition> added;
+  ASSERT_EQ(Database(Access::kReadWrite).RecordTruths(issues, kTime, 100, added), TREVLIN_OK);
+  std::string bytes = ReadFile(set_paths::kInferenceDb);
+  change(bytes);
+  WriteFile(set_paths::kInferenceDb, bytes);
+}
+
+/// The files beside the database that have this in their names.
+Texts Beside(const std::string& part) {
+  Texts names;
+  for (const auto& each : fs::directory_iterator(kFolder))
+    if (each.path().filename().string().find(part) != std::string::npos) names.push_back(each.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST(TrevlinDatabase, DamageIsSetAsideWithWhatCanBeReadCarriedOver) {
+  const struct {
+    const char* name;
+    std::function<void(std::string&)> change;
+    size_t least, most;  // rows that are left
+  } cases[] = {
+      {"no database at all", [](std::string& bytes) { bytes = "not a database at all"; }, 0, 0},
+      {"header", [](std::string& bytes) { bytes.replace(0, 16, 16, 'x'); }, 0, 0},
+      {"cut short", [](std::string& bytes) { bytes.resize(bytes.size() / 2); }, 50, 550},
+      {"a page of rows",
+       [](std::string& bytes) {
+         size_t page = 8192;
+         while (bytes[page] != 0x0d) page += 4096;  // a leaf of a table
+         bytes.replace(page, 4096, 4096, 'x');
+       },
+       300, 599},
+      {"all but the first pages", [](std::string& bytes) { std::fill(bytes.begin() + 8192, bytes.end(), 'x'); }, 0,
+       300},
+  };
+  int number = 0;
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    ASSERT_NO_FATAL_FAILURE(Damage(each.change));
+    const std::string damaged = ReadFile(set_paths::kInferenceDb);
+    WriteHostFile(kInference + "-journal", "no journal");
+    ASSERT_EQ(vconf_set_bool(set_names::kDatabaseRenewedKey, false), 0);
+    std::vector<Transition> rows;
+    Database reader(Access::kReadOnly);
+    if (reader.AllTransitions(rows) == TREVLIN_OK) ADD_FAILURE() << "it can be read after all";
+    EXPECT_EQ(ReadFile(set_paths::kInferenceDb), damaged) << "who only reads leaves it alone";
+    Database database(Access::kReadWrite);
+    // Some damage is only found by who reads all.
+    for (int twice = 0; twice < 2; ++twice) {
+      std::vector<Transition> added;
+      EXPECT_EQ(
+          database.RecordTruths({{1, true}, {300, true}, {600, true}, {601, true}}, "2024-06-01T12:00:00", 100, added),
+          TREVLIN_OK)
+          << database.LastError();
+      EXPECT_EQ(database.AllTransitions(rows), TREVLIN_OK);
+    }
+    const auto carried =
+        static_cast<size_t>(std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.time == kTime; }));
+    EXPECT_GE(carried, each.least);
+    EXPECT_LE(carried, each.most);
+    std::set<int> codes;
+    for (const Transition& row : rows)
+      EXPECT_TRUE(codes.insert(row.issueCode).second && row.type == 1) << row.issueCode;
+    for (const int code : {1, 300, 600, 601}) EXPECT_TRUE(codes.contains(code)) << code;
+    const std::string aside = "inference.db.damaged-" + std::to_string(++number) + "-20";
+    ASSERT_THAT(Beside(aside), Contains(testing::Not(testing::EndsWith("-journal"))));
+    EXPECT_EQ(ReadHostFile(kFolder / Beside(aside).front()).size(), damaged.size());
+    EXPECT_THAT(Beside("inference.db-"), IsEmpty()) << "its journals go along";
+    EXPECT_THAT(Beside("#"), IsEmpty());
+    EXPECT_EQ(Count(Log(), "set aside as " + aside), 1);
+    EXPECT_THAT(Log(), testing::ContainsRegex(aside + "[^ ]* and made anew with the [0-9]+ rows"));
+    int isToBeTold = 0;
+    EXPECT_TRUE(vconf_get_bool(set_names::kDatabaseRenewedKey, &isToBeTold) == 0 && isToBeTold);
+  }
+  EXPECT_THAT(Beside(".damaged-2-"), IsEmpty()) << "three are kept";
+  EXPECT_THAT(Beside(".damaged-3-"), testing::Not(IsEmpty()));
+}
+
+TEST(TrevlinDatabase, OfProcessesThatFindDamageOneSetsItAside) {
+  ASSERT_NO_FATAL_FAILURE(Damage([](std::string& bytes) { bytes.replace(0, 16, 16, 'x'); }));
+  std::vector<pid_t> children;
+  for (int i = 1; i <= 8; ++i) {
+    children.push_back(fork());
+    if (children.back() == 0) _exit(RecordTruth(i, true, kTime));
+  }
+  for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
+  EXPECT_THAT(Rows(set_paths::kInferenceDb, "SELECT count(*) FROM inferenceTBL"), ElementsAre("8"));
+  EXPECT_EQ(Beside(".damaged-").size(), 1u);
+}
+
+TEST(TrevlinDatabase, WhatIsLockedOrFullOrEmptyIsNotDamaged) {
+  std::string report;
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+  const auto rescue = [&] { return RescueDatabase(set_paths::kInferenceDb, "inferenceTBL", "(a TEXT)", report); };
+  EXPECT_EQ(rescue(), DatabaseRescue::kSound);
+  {
+    const SqliteDb other = OpenDatabase(set_paths::kInferenceDb);
+    Execute(other.get(), "BEGIN EXCLUSIVE");
+    EXPECT_EQ(rescue(), DatabaseRescue::kFailed);
+    EXPECT_THAT(report, HasSubstr("cannot be set aside: database is locked"));
+    EXPECT_EQ(rescue(), DatabaseRescue::kFailed);
+    EXPECT_EQ(report, "") << "not tried again at once";
+  }
+  WriteFile(set_paths::kSolutionDb, "");
+  EXPECT_EQ(RescueDatabase(set_paths::kSolutionDb, "solutionTBL", "(a TEXT)", report), DatabaseRescue::kSound);
+  EXPECT_THAT(Beside(".damaged-"), IsEmpty());
+  EXPECT_THAT(RowsOf(17), ElementsAre(std::string(kTime) + "|1"));
+}
+
 TEST(TrevlinDatabase, AFileThatIsReplacedOrRepairedIsReadAnew) {
-  Database database(Access::kReadWrite);
+  Database database(Access::kReadOnly);
   WriteFile(set_paths::kInferenceDb, "not a database at all");
   EXPECT_EQ(Ask(database), TREVLIN_ERROR_DATABASE);
   const std::string old = kInference + ".old";

@@ -21,6 +21,8 @@ inline constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";
 inline constexpr char kScreenReaderKey[] = "db/menu/system/accessibility/voiceguide";
 /// text: the locale of the menus, "de_DE.utf8".
 inline constexpr char kMenuLanguageKey[] = "db/menu_widget/language";
+/// bool: a database was damaged and has been made anew, and the viewer has not been told yet.
+inline constexpr char kDatabaseRenewedKey[] = "db/vexilo/database_renewed";
 /// text: the id of the application that is in front.
 inline constexpr char kForegroundAppKey[] = "memory/setd/foreground_app";
 

@@ -143,9 +143,9 @@ const Fault kFaults[] = {
      },
      "GetInferenceResult Failed", ""},
     {"TruncatedDatabase", [] { fs::resize_file(kInference, fs::file_size(kInference) / 2 + 100); },
-     "database disk image is malformed", "", kInference},
+     "inference.db: was damaged (database disk image is malformed); it is set aside as ", ""},
     {"SolutionsNotADatabase", [] { WriteHostFile(kSolutions, std::string(5000, 'x')); },
-     "/home/owner/share/Trevlin/DB/solution.db", kFound, kSolutions},
+     "solution.db: was damaged (file is not a database); it is set aside as ", kFound},
     {"LinkedDatabase",
      [] {
        fs::rename(kInference, SystemPath("/opt/elsewhere.db"));

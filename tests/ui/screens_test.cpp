@@ -350,6 +350,26 @@ TEST_F(Screens, AShortMessageOfHomeGoesByItselfByBackAndWithItsScreen) {
   EXPECT_TRUE(FocusBecomes("diagnosis"));
 }
 
+TEST_F(Screens, ADatabaseThatWasMadeAnewIsToldOnceWhoeverHasFoundIt) {
+  constexpr char kToast[] = "TV_SID_VEXILO_DATABASE_RENEWED";
+  Open();
+  for (const bool before : {true, false}) {
+    SCOPED_TRACE(before ? "found before the screen is there" : "found while it shows");
+    vconf_set_bool(set_names::kDatabaseRenewedKey, before);
+    OpenHome();
+    EXPECT_EQ(ShowsSid(kToast), before);
+    vconf_set_bool(set_names::kDatabaseRenewedKey, true);
+    EXPECT_TRUE(Soon([&] { return ShowsSid(kToast); }));
+    EXPECT_TRUE(Soon([&] { return !ShowsSid(kToast); }));
+    EXPECT_EQ(StackSize(), 1u);
+    int isToBeTold = 1;
+    EXPECT_TRUE(vconf_get_bool(set_names::kDatabaseRenewedKey, &isToBeTold) == 0 && !isToBeTold);
+    CleanAll();
+  }
+  OpenHome();
+  EXPECT_FALSE(ShowsSid(kToast));
+}
+
 // ---- what screens share
 
 TEST_F(Screens, TheViewerLeavesToWhereTheSetWasLaunchedFrom) {

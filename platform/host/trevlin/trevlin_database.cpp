@@ -10,12 +10,15 @@
 #include <thread>
 
 #include "base/atomic_file.h"
+#include "database_rescue.h"
 #include "dlog.h"
 #include "log_tags.h"
 #include "ownership.h"
+#include "set_names.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "trevlin_tables.h"
+#include "vconf.h"
 
 namespace trevlin {
 
@@ -449,10 +452,21 @@ template <typename Bind, typename Row>
 int Database::Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row) {
   const State state = Open(file);
   if (state != State::kReady) return state == State::kEmpty ? TREVLIN_NO_MATCH : TREVLIN_ERROR_DATABASE;
+  bool found = false;
+  int result = Step(file, statement, sql, bind, row, found);
+  const bool isOwn = file.reading || sqlite3_get_autocommit(file.db.get());
+  if (result == TREVLIN_ERROR_DATABASE && file.isDamaged && !found && isOwn) {
+    statement.reset();
+    if (Renew(file) && Open(file) == State::kReady) result = Step(file, statement, sql, bind, row, found);
+  }
+  return result;
+}
+
+template <typename Bind, typename Row>
+int Database::Step(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row, bool& found) {
   if (!Prepare(file, statement, sql)) return TREVLIN_ERROR_DATABASE;
   const ResetAtEnd reset{statement.get()};
   bind(statement.get());
-  bool found = false;
   int step = SQLITE_DONE;
   while ((step = sqlite3_step(statement.get())) == SQLITE_ROW) {
     row(statement.get());
@@ -480,6 +494,15 @@ int Database::InTransaction(File& file, Operation operation) {
   const State state = Open(file);
   if (state == State::kFailed) return TREVLIN_ERROR_DATABASE;
   if (state == State::kEmpty) return Fail(file, "cannot be written", "it has no table " + std::string(file.table));
+  int result = Transact(file, operation);
+  if (result != TREVLIN_OK && file.isDamaged && Renew(file) && Open(file) == State::kReady)
+    result = Transact(file, operation);
+  if (wasReading) BeginRead(file);
+  return result;
+}
+
+template <typename Operation>
+int Database::Transact(File& file, Operation operation) {
   if (!Execute(file.db.get(), "BEGIN IMMEDIATE")) return Fail(file, "cannot be written");
   int result = operation();
   if (result == TREVLIN_OK && !Execute(file.db.get(), "COMMIT")) result = Fail(file, "cannot be written");
@@ -487,8 +510,19 @@ int Database::InTransaction(File& file, Operation operation) {
     Succeeded(file);
   else
     Execute(file.db.get(), "ROLLBACK");
-  if (wasReading) BeginRead(file);
   return result;
+}
+
+// False where it stays as it is.
+bool Database::Renew(File& file) {
+  if (m_access == Access::kReadOnly) return false;
+  file.Close();
+  std::string report;
+  const DatabaseRescue rescue = RescueDatabase(file.path, file.table, file.columns, report);
+  if (!report.empty()) __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s", report.c_str());
+  if (rescue == DatabaseRescue::kRenewed && vconf_set_bool(set_names::kDatabaseRenewedKey, true) != 0)
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s is not set", set_names::kDatabaseRenewedKey);
+  return rescue != DatabaseRescue::kFailed;
 }
 
 bool Database::Prepare(File& file, SqliteStatement& statement, const char* sql) {
@@ -511,7 +545,8 @@ Database::State Database::Open(File& file) {
     Fail(file, "cannot be opened", S_ISLNK(status.st_mode) ? "it is a symbolic link" : "it is not a regular file");
     return State::kFailed;
   }
-  return OpenFile(file);
+  const State state = OpenFile(file);
+  return state == State::kFailed && file.isDamaged && Renew(file) ? OpenFile(file) : state;
 }
 
 Database::State Database::OpenFile(File& file) {
@@ -569,9 +604,11 @@ void Database::File::Close() {
   db.reset();
   hasTable = false;
   reading = false;
+  isDamaged = false;
 }
 
 int Database::Fail(File& file, const char* doing) {
+  if (file.db && IsDatabaseDamage(sqlite3_errcode(file.db.get()))) file.isDamaged = true;
   return Fail(file, doing, file.db ? Reason(file.db.get()) : std::strerror(errno));
 }
 

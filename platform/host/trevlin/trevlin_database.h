@@ -12,7 +12,9 @@
 ///
 /// A file that is replaced or deleted meanwhile is noticed at the next operation outside BeginRead() and EndRead().
 /// A row of more than 64 KiB is an error for each query that comes to it.
-/// A file that is no database is never written to, and a link in place of a file is refused.
+/// A link in place of a file is refused. A file that is damaged (database_rescue.h) is an error to a kReadOnly object,
+/// and stays as it is. A kReadWrite object has it set aside and made anew with what can be read, says so in the log,
+/// sets set_names::kDatabaseRenewedKey, and goes on with that; where this is not possible it is an error.
 
 #include <sys/types.h>
 
@@ -137,6 +139,7 @@ class Database {
     ino_t inode = 0;
     bool hasTable = false;
     bool reading = false;
+    bool isDamaged = false;
     std::optional<std::chrono::steady_clock::time_point> lockedSince{};  // no operation has gone through since
     std::chrono::steady_clock::time_point lockSeen{};
     std::chrono::steady_clock::time_point lockEnd = std::chrono::steady_clock::time_point::max();
@@ -154,10 +157,14 @@ class Database {
   bool Prepare(File& file, SqliteStatement& statement, const char* sql);
   template <typename Bind, typename Row>
   int Query(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row);
+  template <typename Bind, typename Row>
+  int Step(File& file, SqliteStatement& statement, const char* sql, Bind bind, Row row, bool& found);
   template <typename Bind>
   int Insert(File& file, Bind bind);
   template <typename Operation>
   int InTransaction(File& file, Operation operation);
+  template <typename Operation>
+  int Transact(File& file, Operation operation);
   int Prune(File& file, const char* sql, int issueCode, size_t keep);
   int AddChanges(const std::vector<Transition>& changes, size_t keep);
   int AddRow(const Transition& transition);
@@ -166,6 +173,8 @@ class Database {
   int FindSettled(const _DTSolDBRecord& solution, std::chrono::seconds settled);
   int MarkSolution(const _DTSolDBRecord& solution);
   std::string LatestTime(int issueCode);
+
+  bool Renew(File& file);
 
   int Fail(File& file, const char* doing);
   int Fail(File& file, const char* doing, const std::string& reason);
