@@ -244,7 +244,7 @@ TEST(AppControl, TakesAnyNumberOfExtras) {
       app_control_add_extra_data(request, ("name" + std::to_string(i)).c_str(), "text");
     app_control_destroy(request);
   };
-  EXPECT_LT(GrowthOf(add, 3000), kLinear);
+  EXPECT_LT(GrowthOf(add, 1000), kLinear);
 }
 
 TEST_F(HostAppFramework, BecomesTheInstanceWhenTheOldOneDoesNotTakeTheRequest) {

@@ -166,7 +166,7 @@ TEST(RulesFile, OfAnyNumberOfRulesIsReadInProportionToIt) {
         const RuleFile file = ParseRules(FileOf(rules + "7"), kKinds);
         EXPECT_EQ(file.rules.size() + file.mistakes.size(), count + 1);
       };
-      EXPECT_LT(GrowthOf(read, 1000), kLinear) << rest << end;
+      EXPECT_LT(GrowthOf(read, 500), kLinear) << rest << end;
     }
 }
 

@@ -21,7 +21,7 @@ inline double GrowthOf(const std::function<void(size_t)>& work, size_t size) {
     return now() - start;
   };
   double one = 1e9, four = 1e9;
-  for (int run = 0; run < 3; ++run) {
+  for (int run = 0; run < 5; ++run) {
     one = std::min(one, secondsOf(size));
     four = std::min(four, secondsOf(4 * size));
   }
