@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <glib.h>
 #include <pthread.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
