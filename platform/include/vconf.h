@@ -24,10 +24,10 @@ int vconf_get_dbl(const char* key, double* value);
 /// The text, which the caller frees with free(); null on failure.
 char* vconf_get_str(const char* key);
 
-/// Store a value, of whatever type the key held before. Setting what is already there writes nothing and notifies nobody.
-/// The value is on the disk when the call returns, and a power cut leaves the old value or the new one.
-/// In a process that runs ui_app_main() another thread stores it a little later, so that the call waits for no disk. Such
-/// a process reads back at once what it has set, a value that cannot be stored then is told in the log, and an orderly
+/// Store a value, of whatever type the key held before. Setting what is already there writes nothing and notifies
+/// nobody. The value is on the disk when the call returns, and a power cut leaves the old value or the new one. In a
+/// process that runs ui_app_main() another thread stores it a little later, so that the call waits for no disk. Such a
+/// process reads back at once what it has set, a value that cannot be stored then is told in the log, and an orderly
 /// end stores all. On a disk that takes longer than 200 ms to flush a power cut may leave a damaged value there.
 int vconf_set_int(const char* key, int value);
 int vconf_set_bool(const char* key, int value);
