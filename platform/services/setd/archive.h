@@ -35,9 +35,10 @@ class Archive {
  private:
   void Check(int result);
 
+  std::string m_bytes;
+  // Goes before the bytes, to which it writes its end even when it is given up.
   std::unique_ptr<archive, CRelease<&archive_write_free>> m_archive;
   const char* m_suffix = "tar.gz";
-  std::string m_bytes;
   std::string m_problem;
 };
 
