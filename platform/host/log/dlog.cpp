@@ -300,10 +300,11 @@ bool WriteWhole(int fd, std::string_view line) {
   const std::string_view part = line.substr(0, static_cast<size_t>(written));
   std::array<char, kMaxLine> end;
   struct stat status;
-  if (fstat(fd, &status) == 0 && status.st_size >= written &&
-      pread(fd, end.data(), part.size(), status.st_size - written) == written &&
-      std::string_view(end.data(), part.size()) == part)
-    static_cast<void>(ftruncate(fd, status.st_size - written));
+  const bool isLast = fstat(fd, &status) == 0 && status.st_size >= written &&
+                      pread(fd, end.data(), part.size(), status.st_size - written) == written &&
+                      std::string_view(end.data(), part.size()) == part;
+  // Where it cannot be taken back it stays.
+  [[maybe_unused]] const int kept = isLast ? ftruncate(fd, status.st_size - written) : 0;
   errno = ENOSPC;
   return false;
 }

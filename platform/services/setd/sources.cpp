@@ -126,18 +126,6 @@ void TakeKernelLog(const TakeSource& take) {
   take("kernel.log", Newest(std::move(text)), "");
 }
 
-/// All that comes, or rather more than kMaxLog bytes of its end; false with the reason.
-bool ReadEnd(GInputStream* stream, std::string& text, GErrorHandle& error) {
-  char buffer[65536];
-  gssize got;
-  while ((got = g_input_stream_read(stream, buffer, sizeof buffer, nullptr, error.Out())) > 0) {
-    text.append(buffer, static_cast<size_t>(got));
-    // Lines may be of any length.
-    if (text.size() > 2 * kMaxLog) text.erase(0, text.size() - kMaxLog - 1);
-  }
-  return got == 0;
-}
-
 /// The newest lines of the journal that any of the matches ("-u", unit) select; else false with the reason.
 bool ReadJournal(const char* option, const std::vector<const char*>& names, const StopFlag& stop, std::string& text,
                  std::string& problem) {
@@ -150,25 +138,6 @@ bool ReadJournal(const char* option, const std::vector<const char*>& names, cons
   std::vector<std::string> arguments{"timeout",    "--foreground", "-k", "1",         "15", program.get(),
                                      "--no-pager", "-q",           "-o", "short-iso", "-n", "2000"};
   for (const char* name : names) arguments.insert(arguments.end(), {option, name});
-<<<<<<< HEAD
-  arguments.push_back(nullptr);
-  GErrorHandle error;
-  const GObjectHandle<GSubprocess> process(g_subprocess_newv(
-      arguments.data(),
-      static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE), error.Out()));
-  std::string output;
-  if (!process || !ReadEnd(g_subprocess_get_stdout_pipe(process.get()), output, error) ||
-      !g_subprocess_wait(process.get(), nullptr, error.Out())) {
-    problem = error.Message();
-    return false;
-  }
-  if (!g_subprocess_get_successful(process.get())) {
-    problem = "journalctl failed";
-    return false;
-  }
-  text = Newest(std::move(output));
-  return true;
-=======
   text.clear();
   const ProgramEnd end = RunProgram(
       std::move(arguments), kJournalLimit, [&stop] { return stop.load(); },
@@ -183,7 +152,6 @@ bool ReadJournal(const char* option, const std::vector<const char*>& names, cons
   if (end == ProgramEnd::kLate) problem = "journalctl did not end in time";
   if (end == ProgramEnd::kStopped) problem = "the collector was ended";
   return end == ProgramEnd::kDone;
->>>>>>> bfff75d (Stuck helpers hold up neither an answer nor the end of the daemon)
 }
 
 void TakeJournal(const std::vector<const char*>& units, const StopFlag& stop, const TakeSource& take) {
