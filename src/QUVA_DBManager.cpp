@@ -141,6 +141,7 @@ int TCDBManager::GetRows(EDBName db, const std::vector<std::string>& columns,
     return kSuccess;
   }
   if (result == SQLITE_DONE) return kSuccess;
+  m_NoteDamage();
   VEXILO_LOGE("ERROR: %s table select is fail!!", table.c_str());
   VEXILO_LOGE("statement that failed : %s ( %s )", query.c_str(), m_Problem());
   return kFailure;

@@ -397,8 +397,8 @@ TEST(Setd, KeepsOnlyThePrivilegesThatItsWorkTakes) {
   };
   const Process daemon = StartDaemon();
   const std::string process = std::to_string(daemon->Pid());
-  // CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_SYS_PTRACE, CAP_SYSLOG, as far as there are any.
-  const auto kept = (1ull << 1 | 1ull << 3 | 1ull << 19 | 1ull << 34) & capabilities("self", "CapPrm");
+  // CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_SYS_PTRACE, CAP_SYSLOG, as far as there are any.
+  const auto kept = (1ull << 0 | 1ull << 1 | 1ull << 3 | 1ull << 19 | 1ull << 34) & capabilities("self", "CapPrm");
   EXPECT_EQ(capabilities(process, "CapEff"), kept);
   EXPECT_EQ(capabilities(process, "CapPrm"), kept);
   EXPECT_TRUE(!isRoot || capabilities(process, "CapBnd") == kept);

@@ -15,6 +15,7 @@
 
 #include "base/atomic_file.h"
 #include "base/glib_handle.h"
+#include "ownership.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -61,12 +62,6 @@ FdHandle MakeSocket() {
   return FdHandle(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-bool IsTrusted(uid_t user) {
-  struct stat run;
-  return user == 0 || user == geteuid() ||
-         (lstat(SystemPath(set_paths::kHostRun).c_str(), &run) == 0 && run.st_uid == user);
-}
-
 /// None with ECONNREFUSED while the name is that of a process that does not answer, or no longer anybody's.
 std::optional<pid_t> HolderOfName() {
   const FdHandle asking = MakeSocket();
@@ -76,7 +71,7 @@ std::optional<pid_t> HolderOfName() {
   if (!asking || connect(asking.get(), name.Get(), name.size) != 0 ||
       getsockopt(asking.get(), SOL_SOCKET, SO_PEERCRED, &holder, &size) != 0)
     return std::nullopt;
-  if (IsTrusted(holder.uid)) return holder.pid;
+  if (IsTrustedUser(holder.uid)) return holder.pid;
   errno = EPERM;
   return std::nullopt;
 }

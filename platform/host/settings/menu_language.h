@@ -14,5 +14,6 @@ std::string LanguageOfLocale(const std::string& locale);
 std::string LanguageOfTexts();
 
 /// Sets the process's locale to the menu language. Catalogues are found for a language whose locale this machine does
-/// not have, too; a damaged one of the set's is not used, which the log tells, and English ones stand in. Main thread, before other threads start.
+/// not have, too; a damaged one of the set's is not used, which the log tells, and English ones stand in. Main thread,
+/// before other threads start.
 void ApplyMenuLanguage();

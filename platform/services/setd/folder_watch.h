@@ -12,8 +12,8 @@
 namespace setd {
 
 /// Makes the folder (a path of the set) where it is missing. False with a reason when it is not to be used then, as
-/// exchange::MakeFolder() has it: a link or somebody else's folder could lead the daemon's work astray. The log has what
-/// got another name. Any thread.
+/// exchange::MakeFolder() has it: a link or somebody else's folder could lead the daemon's work astray. The log has
+/// what got another name. Any thread.
 bool MakeOwnFolder(const std::string& folder, std::string& problem);
 
 /// Adds a one-shot timer; returns its GLib source id.

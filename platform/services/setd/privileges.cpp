@@ -19,6 +19,7 @@ namespace {
 
 // What a daemon of root's keeps. Other users' have none.
 constexpr unsigned kKept[] = {
+    CAP_CHOWN,         // what it makes belongs to the set's owner
     CAP_DAC_OVERRIDE,  // a set's files may be another user's
     CAP_FOWNER,        // so may what is removed from a folder with the sticky bit
     CAP_SYS_PTRACE,    // to read in /proc which package a process with more capabilities belongs to

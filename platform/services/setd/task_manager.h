@@ -37,7 +37,7 @@ class TaskManager {
   FolderWatch m_requests;
   FolderWatch m_folder;
   FolderWatch m_answers;
-  FolderWatch m_results;  // of quick diagnoses, which are not this daemon's; it keeps their folder
+  FolderWatch m_results;            // of quick diagnoses, which are not this daemon's; it keeps their folder
   std::set<std::string> m_unknown;  // names that the log has
   unsigned m_cobaltTimer = 0;
   unsigned m_sweepTimer = 0;
