@@ -95,6 +95,40 @@ int Socket::DumpBytes(uint16_t type, std::span<const std::byte> body, const Visi
   }
 }
 
+// The kernel ends its answer with what became of the request.
+int Socket::AskBytes(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit) {
+  if (!m_fd) return EBADF;
+  nlmsghdr header{};
+  header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(body.size()));
+  header.nlmsg_type = type;
+  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
+  header.nlmsg_seq = ++m_question;
+  iovec parts[] = {{&header, sizeof header}, {const_cast<std::byte*>(body.data()), body.size()}};
+  msghdr request{};
+  request.msg_iov = parts;
+  request.msg_iovlen = std::size(parts);
+  if (sendmsg(m_fd.get(), &request, MSG_NOSIGNAL) < 0) return errno;
+  const Clock::time_point end = Clock::now() + kPatience;
+  alignas(nlmsghdr) char buffer[8192];
+  for (;;) {
+    if (const int error = AwaitPart(m_fd.get(), end)) return error;
+    sockaddr_nl sender{};
+    socklen_t size = sizeof sender;
+    const ssize_t got = recvfrom(m_fd.get(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &size);
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (got <= 0) return got < 0 ? errno : EPROTO;
+    if (size != sizeof sender || sender.nl_pid != 0) continue;  // any process may send here
+    auto left = static_cast<int>(got);
+    for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
+         message = NLMSG_NEXT(message, left)) {
+      if (message->nlmsg_seq != m_question) continue;
+      const auto* result = message->nlmsg_type == NLMSG_ERROR ? BodyOf<nlmsgerr>(*message) : nullptr;
+      if (result) return -result->error;
+      visit(*message);
+    }
+  }
+}
+
 void VisitAttributes(std::span<const std::byte> bytes, const std::function<void(const rtattr& attribute)>& visit) {
   auto left = static_cast<int>(bytes.size());
   for (const auto* attribute = reinterpret_cast<const rtattr*>(bytes.data()); RTA_OK(attribute, left);

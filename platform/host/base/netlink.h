@@ -40,7 +40,15 @@ class Socket {
     return DumpBytes(type, std::as_bytes(std::span(&body, 1)), visit);
   }
 
+  /// Asks for one thing, or to change one: `flags` beside NLM_F_REQUEST, as NLM_F_REPLACE. What the kernel says before
+  /// it is done goes to `visit`. 0 or an errno, which may be the kernel's: EPERM, ENETUNREACH for no route.
+  template <typename Body>
+  int Ask(uint16_t type, uint16_t flags, const Body& body, const Visitor& visit) {
+    return AskBytes(type, flags, std::as_bytes(std::span(&body, 1)), visit);
+  }
+
  private:
+  int AskBytes(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit);
   int DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit);
   int Receive(std::span<std::byte> buffer, std::span<const std::byte>& datagram);
   bool Send(uint16_t type, std::span<const std::byte> body);

@@ -8,6 +8,10 @@ namespace connection {
 
 namespace {
 
+/// Of the AS112 project (RFC 7534, RFC 7535): everyone's, and in nobody's own network. Nothing is sent there.
+constexpr Address kOutside[] = {{AF_INET, {192, 175, 48, 1}},
+                                {AF_INET6, {0x26, 0x20, 0, 0x4f, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}}};
+
 bool IsUp(unsigned int flags) {
   return (flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) == 0;
 }
@@ -48,12 +52,11 @@ void AddWays(const rtattr& ways, int family, const DefaultRoute& common, std::ve
   }
 }
 
-}  // namespace
-
-void AddDefaultRoutes(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
+/// The ways of a route that packets can take, whatever it leads to.
+void AddWaysOf(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
   const auto* body = netlink::BodyOf<rtmsg>(message);
   if (message.nlmsg_type != RTM_NEWROUTE || !body || (body->rtm_family != AF_INET && body->rtm_family != AF_INET6) ||
-      body->rtm_dst_len != 0 || body->rtm_type != RTN_UNICAST || body->rtm_table != RT_TABLE_MAIN)
+      body->rtm_type != RTN_UNICAST)
     return;
   DefaultRoute route;
   const rtattr* ways = nullptr;
@@ -69,8 +72,49 @@ void AddDefaultRoutes(const nlmsghdr& message, std::vector<DefaultRoute>& routes
     routes.push_back(route);
 }
 
+template <size_t kSize>
+int AskWays(netlink::Socket& socket, const Address& to, std::vector<DefaultRoute>& routes) {
+  struct {
+    rtmsg body{};
+    rtattr attribute{RTA_LENGTH(kSize), RTA_DST};
+    std::array<uint8_t, kSize> address{};
+  } request;
+  request.body.rtm_family = static_cast<uint8_t>(to.family);
+  request.body.rtm_dst_len = 8 * kSize;
+  request.body.rtm_flags = RTM_F_FIB_MATCH;  // the route itself, which says when its cable is out
+  std::copy_n(to.bytes.begin(), kSize, request.address.begin());
+  return socket.Ask(RTM_GETROUTE, 0, request, [&routes](const nlmsghdr& message) { AddWaysOf(message, routes); });
+}
+
+}  // namespace
+
+void AddDefaultRoutes(const nlmsghdr& message, std::vector<DefaultRoute>& routes) {
+  const auto* body = netlink::BodyOf<rtmsg>(message);
+  if (body && body->rtm_dst_len == 0 && body->rtm_table == RT_TABLE_MAIN) AddWaysOf(message, routes);
+}
+
+int AskRoute(netlink::Socket& socket, const Address& to, std::vector<DefaultRoute>& routes) {
+  return to.family == AF_INET ? AskWays<4>(socket, to, routes) : AskWays<16>(socket, to, routes);
+}
+
 int ReadDefaultRoutes(netlink::Socket& socket, std::vector<DefaultRoute>& routes) {
-  return socket.Dump(RTM_GETROUTE, rtmsg{}, [&routes](const nlmsghdr& message) { AddDefaultRoutes(message, routes); });
+  std::vector<DefaultRoute> found;
+  const int error = socket.Dump(RTM_GETROUTE, rtmsg{}, [&found](const nlmsghdr& message) { AddDefaultRoutes(message, found); });
+  if (error != 0) return error;
+  for (const Address& outside : kOutside) {
+    std::vector<DefaultRoute> ways;
+    AskRoute(socket, outside, ways);
+    for (DefaultRoute& way : ways) {
+      const auto isSame = [&way](const DefaultRoute& each) {
+        return each.interface == way.interface && each.gateway == way.gateway;
+      };
+      if (std::any_of(found.begin(), found.end(), isSame)) continue;
+      way.metric = 0;
+      found.insert(found.begin(), way);
+    }
+  }
+  routes.insert(routes.end(), found.begin(), found.end());
+  return 0;
 }
 
 }  // namespace connection
