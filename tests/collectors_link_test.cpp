@@ -11,7 +11,6 @@
 #include "support/test.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/display_facts.h"
-#include "trevlin/collectors/network_probe.h"
 #include "trevlin/collectors/network_state.h"
 
 namespace {
@@ -269,75 +268,6 @@ TEST(Network, LivePartsAskTheKernel) {
   const FdHandle control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ASSERT_EQ(ioctl(control.get(), SIOCSIFFLAGS, &loopback), 0);
   EXPECT_EQ(ReadLiveNetwork(machine).interfaces->front().carrier, true);
-
-  const connection::Address self{AF_INET, {127, 0, 0, 1}}, away{AF_INET, {192, 0, 2, 1}};
-  EXPECT_EQ(AskEcho(self, 1, 500ms), Echo::kNotPermitted);
-  std::ofstream range("/proc/sys/net/ipv4/ping_group_range");
-  if (!(range << "0 2147483647" << std::flush)) GTEST_SKIP() << "echoes cannot be permitted here";
-  EXPECT_EQ(AskEcho(self, 1, 500ms), Echo::kAnswered);
-  EXPECT_EQ(AskEcho(away, 1, 500ms), Echo::kUnreachable);
-  std::ofstream("/proc/sys/net/ipv4/icmp_echo_ignore_all") << 1;
-  EXPECT_EQ(AskEcho(self, 1, 50ms), Echo::kSilent);
-}
-
-/// Answers every question with a response code, or not.
-class NameServer {
- public:
-  explicit NameServer(std::optional<uint8_t> response) : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    m_address.sin_family = AF_INET;
-    m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof m_address;
-    if (bind(m_socket.get(), reinterpret_cast<sockaddr*>(&m_address), size) != 0 ||
-        getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&m_address), &size) != 0)
-      ADD_FAILURE() << std::strerror(errno);
-    m_thread = std::thread([this, response] { Run(response); });
-  }
-  ~NameServer() {
-    const char stop = 0;
-    sendto(m_socket.get(), &stop, sizeof stop, 0, reinterpret_cast<sockaddr*>(&m_address), sizeof m_address);
-    m_thread.join();
-  }
-  const sockaddr_in& Address() const { return m_address; }
-
- private:
-  void Run(std::optional<uint8_t> response) const {
-    unsigned char message[512];
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    ssize_t got;
-    // A header has 12 bytes: identifier, flags with the response code, numbers of records.
-    while ((got = recvfrom(m_socket.get(), message, sizeof message, 0, reinterpret_cast<sockaddr*>(&from), &size)) >=
-           12) {
-      message[2] |= 0x80;
-      message[3] = static_cast<unsigned char>(0x80 | response.value_or(0));
-      if (response) sendto(m_socket.get(), message, size_t(got), 0, reinterpret_cast<sockaddr*>(&from), size);
-    }
-  }
-
-  FdHandle m_socket;
-  sockaddr_in m_address{};
-  std::thread m_thread;
-};
-
-TEST(Network, NamesResolveWhenAnAnswerComes) {
-  const struct {
-    const char* what;
-    std::optional<uint8_t> response;
-    bool resolves;
-  } kServers[] = {
-      {"there, without an address", 0, true},
-      {"no such name", 3, true},
-      {"the server cannot", 2, false},
-      {"silence", {}, false},
-  };
-  for (const auto& each : kServers) {
-    const NameServer server(each.response);
-    EXPECT_EQ(DoNamesResolve("service.tornelo.example", server.Address()), each.resolves) << each.what;
-  }
-  sockaddr_in nobody = NameServer(0).Address();
-  EXPECT_EQ(DoNamesResolve("service.tornelo.example", nobody), false);
-  for (const std::string& name : {""s, "a..b"s, std::string(300, 'a')})
-    EXPECT_EQ(DoNamesResolve(name, nobody), std::nullopt) << name;
 }
 
 // --- Display ---------------------------------------------------------------------------------------------------------

@@ -1,5 +1,9 @@
 // What the engine tells of networks that are broken: namespaces, cables, a router and servers of the test's own.
 
+#include <sys/syscall.h>
+
+#include <deque>
+
 #include "support/captured_machine.h"
 #include "support/small_network.h"
 #include "trevlin/collectors/collectors.h"
@@ -58,7 +62,140 @@ TEST_F(Network, AWayOutIsFoundInWhicheverTableItIs) {
   Shell(kOnlyItsOwn);
   Shell("ip route add 0.0.0.0/1 via 192.168.7.1 && ip route add 128.0.0.0/1 via 192.168.7.1");
   m_network.AtRouter("ip link set lan0 down");
+  EXPECT_TRUE(Until([] { return std::system("ip route | grep -q linkdown") == 0; }));
   EXPECT_EQ(Told({"default_route"}), "default_route=no") << "the cable is out";
+}
+
+constexpr char kZone[] = "probe.tornelo.example";
+
+/// Of a server that works: the labels below the zone are not there, the root is.
+std::optional<uint8_t> Works(const PlayedQuestion& question) {
+  return question.name.empty() || question.name == "localhost" ? kThere : kNoSuchName;
+}
+
+std::optional<uint8_t> IsSilent(const PlayedQuestion&) {
+  return std::nullopt;
+}
+
+// What the router does: all; nothing but being found as a neighbour, by another that answers for it; nothing.
+constexpr char kWell[] = "ip route del 192.168.7.1 dev sink 2>/dev/null; ip addr replace 192.168.7.1/24 dev lan0";
+constexpr char kMute[] = "ip addr del 192.168.7.1/24 dev lan0; ip route add 192.168.7.1 dev sink";
+constexpr char kSink[] =
+    "echo 1 > /proc/sys/net/ipv4/ip_forward && ip link add sink type veth peer name hole && ip link set hole up &&"
+    "ip link set sink up && ip neigh add 192.168.7.1 dev sink lladdr 02:00:00:00:00:02 nud permanent &&"
+    "ip addr add 192.168.7.9/16 dev lan0 && echo 0 > /proc/sys/net/ipv4/neigh/lan0/proxy_delay && ip neigh add proxy "
+    "192.168.7.1 dev lan0";
+constexpr char kGone[] = "ip addr del 192.168.7.1/24 dev lan0";
+
+// The machine's own server answers, so that nothing but the router is in question. No echo is permitted, as by default.
+TEST_F(Network, ARouterThatIsGoneIsToldWhateverTheKernelRemembers) {
+  const PlayedNameServer local("127.0.0.1", Works);
+  m_network.AtRouter(kSink);
+  for (const char* state : {"reachable", "stale", "delay", "failed", "none"}) {
+    for (const auto& [router, told] : {std::pair(kWell, "yes"), {kMute, "yes"}, {kGone, "no"}}) {
+      SCOPED_TRACE(state + " "s + router);
+      m_network.AtRouter(kWell);
+      m_network.SetNeighbour(state);
+      m_network.AtRouter(router);
+      EXPECT_EQ(Told({"gateway_reachable", "name_resolution"}), "gateway_reachable="s + told + " name_resolution=yes");
+    }
+  }
+}
+
+// Who may not have the kernel ask again cannot tell a router that is gone from one that answers nothing, unless the
+// kernel asks, or nothing comes through.
+TEST_F(Network, WithoutPrivilegeARouterIsToldAsFarAsItCanBe) {
+  const struct {
+    const char* state;
+    const char* router;
+    bool areNamesAnswered;
+    bool mayEcho;
+    const char* told;
+  } cases[] = {
+      {"stale", kWell, true, false, "yes"},      // it refuses
+      {"reachable", kWell, true, false, "yes"},  // it refuses
+      {"stale", kMute, true, false, "?"},       {"stale", kGone, true, false, "?"},
+      {"stale", kGone, false, false, "no"},     {"stale", kGone, true, true, "?"},
+      {"none", kMute, true, false, "yes"},      {"failed", kMute, true, false, "yes"},
+      {"failed", kGone, true, false, "no"},
+  };
+  m_network.AtRouter(kSink);
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.state + " "s + each.router + (each.mayEcho ? ", echo" : ""));
+    const PlayedNameServer local("127.0.0.1", each.areNamesAnswered ? Works : IsSilent);
+    Shell("echo '"s + (each.mayEcho ? "0 2147483647" : "1 0") + "' > /proc/sys/net/ipv4/ping_group_range");
+    m_network.AtRouter(kWell);
+    m_network.SetNeighbour(each.state);
+    m_network.AtRouter(each.router);
+    std::thread([&each] {
+      ASSERT_EQ(syscall(SYS_setresuid, 65534, 65534, 65534), 0);  // of this thread alone
+      EXPECT_EQ(Told({"gateway_reachable"}), "gateway_reachable="s + each.told);
+    }).join();
+  }
+}
+
+// The kernel would ask by the first.
+TEST_F(Network, TheRouterIsAskedByItsOwnLinkWhereTwoAreInOneNetwork) {
+  const PlayedNameServer local("127.0.0.1", Works);
+  m_network.Plug("eth1", "lan1", "192.168.7.3", "192.168.8.1");
+  Shell("ip route replace default via 192.168.7.1 dev eth1");
+  m_network.AtRouter("echo 8 > /proc/sys/net/ipv4/conf/lan1/arp_ignore; ip link set lan1 arp off");
+  Shell("ip neigh replace 192.168.7.1 dev eth1 lladdr 02:00:00:00:00:01 nud stale");
+  EXPECT_EQ(Told({"gateway_reachable"}), "gateway_reachable=no");
+  Shell("ip route replace default via 192.168.7.1 dev eth0");
+  EXPECT_EQ(Told({"gateway_reachable"}), "gateway_reachable=yes");
+}
+
+TEST_F(Network, NamesAreAskedOfAllServersBesideEachOther) {
+  const auto loses = [](int lost) {
+    return [lost](const PlayedQuestion& question) { return question.nth < lost ? std::nullopt : Works(question); };
+  };
+  const auto says = [](uint8_t code) { return [code](const PlayedQuestion&) { return std::optional(code); }; };
+  const struct {
+    const char* what;
+    std::vector<PlayedNameServer::Answer> servers;
+    std::chrono::milliseconds delay;
+    const char* resolves;
+    double least, most;  // ms that a program waits
+  } cases[] = {
+      {"one that works", {Works}, 0ms, "yes", 0, 200},
+      {"one that answers late", {Works}, 1200ms, "yes", 1200, 1800},
+      {"the first is silent", {IsSilent, Works}, 0ms, "yes", 5000, 5200},
+      {"only the third works", {IsSilent, IsSilent, Works}, 0ms, "yes", 10000, 10200},
+      {"the first cannot", {says(kServerFails), Works}, 0ms, "yes", 0, 200},
+      {"two of three questions are lost", {loses(2)}, 0ms, "yes", 10000, 10200},
+      {"silence", {IsSilent, IsSilent}, 0ms, "no", -1, -1},
+      {"it cannot", {says(kServerFails)}, 0ms, "no", -1, -1},
+      {"nobody is there", {}, 0ms, "no", -1, -1},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    std::deque<PlayedNameServer> servers;
+    std::string resolver = each.servers.empty() ? "nameserver 127.0.0.1\n" : "";
+    for (const auto& answer : each.servers) {
+      const std::string address = "127.0.0." + std::to_string(servers.size() + 1);
+      servers.emplace_back(address.c_str(), answer, each.delay);
+      resolver += "nameserver " + address + "\n";
+    }
+    SmallNetwork::SetResolver(resolver);
+    const auto start = std::chrono::steady_clock::now();
+    Facts facts;
+    MakeNetworkCollector()->Collect(Machine{}, facts);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2400ms);
+    EXPECT_EQ(::Told(facts["network.name_resolution"]), each.resolves);
+    const auto* delay = std::get_if<double>(&facts["network.name_delay_ms"]);
+    EXPECT_EQ(delay != nullptr, each.most > 0);
+    if (!delay) continue;
+    EXPECT_GE(*delay, each.least);
+    EXPECT_LE(*delay, each.most);
+  }
+}
+
+TEST_F(Network, AServerOfThisMachineNeedsNoLineThatNamesIt) {
+  SmallNetwork::SetResolver("search home\n");
+  EXPECT_EQ(Told({"name_server", "name_resolution"}), "name_server=no name_resolution=");
+  const PlayedNameServer local("127.0.0.1", Works);
+  EXPECT_EQ(Told({"name_server", "name_resolution"}), "name_server=yes name_resolution=yes");
 }
 
 }  // namespace

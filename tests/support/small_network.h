@@ -27,9 +27,9 @@ class SmallNetwork {
     m_isMade = unshare(CLONE_NEWNET) == 0;
     if (!m_isMade) return;
     m_machine = OpenNamespace();
-    Shell("mount --make-rprivate /");
-    Shell("ip link set lo up");
-    AtRouter("ip link set lo up");
+    Shell("mount --make-rprivate / && mount -t sysfs sysfs /sys");
+    Shell(kBegin);
+    AtRouter(kBegin);
     Plug("eth0", "lan0", "192.168.7.2", "192.168.7.1");
     Shell("ip route add default via 192.168.7.1");
   }
@@ -55,8 +55,11 @@ class SmallNetwork {
   /// Does something where the router is, on this thread.
   void AtRouter(const std::function<void()>& what) { At(m_router, what); }
 
-  /// The kernel's neighbour entry of the router, with its true hardware address, in that state ("stale").
+  /// The kernel's neighbour entry of the router, with its true hardware address, in that state ("stale"); "none": it is
+  /// forgotten.
   void SetNeighbour(const std::string& state) {
+    Shell("ip neigh flush dev eth0");
+    if (state == "none") return;
     std::string address;
     AtRouter([&] { address = ReadHostLine("ip -o link show lan0 | sed 's/.*ether \\([^ ]*\\).*/\\1/'"); });
     Shell("ip neigh replace 192.168.7.1 dev eth0 lladdr " + address + " nud " + state);
@@ -71,6 +74,9 @@ class SmallNetwork {
   }
 
  private:
+  /// Nobody else is there whose address it could be.
+  static constexpr char kBegin[] = "ip link set lo up && echo 0 > /proc/sys/net/ipv6/conf/default/accept_dad";
+
   static FdHandle OpenNamespace() { return FdHandle(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)); }
 
   static std::string ReadHostLine(const std::string& command) {

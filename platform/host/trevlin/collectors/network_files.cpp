@@ -197,6 +197,21 @@ NetworkInterface ReadInterface(const Machine& machine, const std::string& name) 
   return interface;
 }
 
+/// Whether a program of this machine takes questions at 127.0.0.1, which is asked where no server is named
+/// (resolv.conf(5)). A line of /proc/net/udp: "0: 0100007F:0035 00000000:0000 07 …".
+bool HasOwnNameServer(const Machine& machine) {
+  constexpr std::string_view kAddresses[] = {"0100007F:0035", "00000000:0035", "00000000000000000000000000000000:0035"};
+  for (const char* const file : {"/proc/net/udp", "/proc/net/udp6"}) {
+    const auto text = ReadText(machine, file);
+    for (const std::string_view line : SplitLines(text ? *text : std::string_view())) {
+      const auto words = SplitWords(line);
+      if (words.size() > 1 && std::find(std::begin(kAddresses), std::end(kAddresses), words[1]) != std::end(kAddresses))
+        return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 void ReadHardware(const Machine& machine, NetworkInterface& interface) {
@@ -216,12 +231,13 @@ void ReadHardware(const Machine& machine, NetworkInterface& interface) {
 
 std::optional<bool> ReadHasNameServer(const Machine& machine) {
   const auto text = ReadText(machine, "/etc/resolv.conf");
-  if (!text) return std::nullopt;
-  const auto lines = SplitLines(*text);
-  return std::any_of(lines.begin(), lines.end(), [](std::string_view line) {
+  const auto lines = SplitLines(text ? *text : std::string_view());
+  const bool isNamed = std::any_of(lines.begin(), lines.end(), [](std::string_view line) {
     const auto words = SplitWords(line);
     return words.size() >= 2 && words[0] == "nameserver";
   });
+  if (isNamed || HasOwnNameServer(machine)) return true;
+  return text ? std::optional(false) : std::nullopt;
 }
 
 NetworkState ReadCapturedNetwork(const Machine& machine) {

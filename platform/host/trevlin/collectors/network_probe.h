@@ -1,37 +1,61 @@
 #pragma once
 /// @file
-/// Questions to the network's own router and name server. They wait, for as long as they are given.
+/// Questions to the network: to its router, to name servers, to an address outside. They wait, for as long as they are
+/// given.
 ///
 /// Thread rule: callable from any thread.
-
-#include <netinet/in.h>
 
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "connection/default_routes.h"
 
 namespace trevlin {
 
-enum class Echo {
-  kAnswered,
-  kSilent,        ///< within the time
-  kUnreachable,   ///< the kernel or a router says so
-  kNotPermitted,  ///< this user may not ask (net.ipv4.ping_group_range), or it cannot be asked
+enum class RouterAnswer {
+  kHeard,   ///< just now
+  kGone,    ///< the kernel looked for it, and nobody was there
+  kSilent,  ///< it did not answer, and the kernel remembers it from before: it may be one that answers nothing
+  kUnknown  ///< it did not answer, and the kernel looks for nobody on such an interface
 };
 
-/// Sends one ICMP echo request to `host`, by the interface of that index where the address alone does not tell, and
-/// waits for the reply. Needs no privilege where the machine permits it.
-Echo AskEcho(const connection::Address& host, int interface, std::chrono::milliseconds patience);
+/// Asks a router by the interface of that name and index: an ICMP echo where this user may send one, a TCP connection
+/// and a UDP packet to ports that answer or refuse; and has the kernel look for the neighbour, also for one that it
+/// remembers where this user may change that (CAP_NET_ADMIN). Any reaction is an answer. `patience` is at least the
+/// second that the kernel gives a neighbour.
+RouterAnswer AskRouter(const connection::Address& router, const std::string& interface, int index,
+                       std::chrono::milliseconds patience);
 
-/// What the kernel knows of a neighbour on an interface: true when it was heard from just now or is not asked for on
-/// such an interface, false when it did not answer, unknown when nobody asked, or asked long ago.
-std::optional<bool> IsNeighbourThere(const connection::Address& host, int interface);
+/// What the kernel knows of it, without a packet: true when it was heard from within its half a minute, false when it
+/// did not answer.
+std::optional<bool> IsRouterRemembered(const connection::Address& router, int index);
 
-/// Whether a resolver answers when asked for `name`: that there is no such name is an answer, too; none in time,
-/// refusal and failure are not. The first two servers of /etc/resolv.conf are asked, twice, or `server` in their place;
-/// it takes at most four seconds. Unknown when `name` cannot be one.
-std::optional<bool> DoNamesResolve(const std::string& name, const std::optional<sockaddr_in>& server = std::nullopt);
+struct NameAnswers {
+  /// Whether one says what became of the name: that there is no such name is an answer; silence, refusal and failure
+  /// are none. Unknown when the zone cannot be one, which the log says.
+  std::optional<bool> resolve{};
+  /// What a program waits for a name: for each question that is lost before one is answered, the resolver's time
+  /// limit; those that follow go to the next server.
+  std::optional<double> delayMs{};
+  /// The one that answered denies even the root of all names, as no server does that knows of the world.
+  bool isInvented = false;
+  std::vector<connection::Address> heard{};  ///< the servers that said anything at all
+};
+
+/// Asks the servers of the resolver's configuration, all beside each other and again while they are silent, for a label
+/// below `zone` that nobody can have asked for before.
+NameAnswers AskNameServers(const std::string& zone, std::chrono::milliseconds patience);
+
+enum class PageAnswer {
+  kReached,  ///< it answered 204, as it must
+  kOther,    ///< something answered in its place, as a page to sign in does
+  kSilent,   ///< nobody
+  kUnknown   ///< its name was not found
+};
+
+/// Gets `url` ("http://HOST[:PORT]/PATH").
+PageAnswer AskPage(const std::string& url, std::chrono::milliseconds patience);
 
 }  // namespace trevlin

@@ -138,9 +138,7 @@ void AddNetworkFacts(const NetworkState& state, Facts& facts) {
     if (const NetworkInterface* link = InterfaceInUse(state)) AddLinkFacts(*link, facts);
   }
   if (state.defaultRoutes) AddFact<bool>(facts, "network.default_route", !state.defaultRoutes->empty());
-  AddFact(facts, "network.gateway_reachable", state.gatewayReachable);
   AddFact(facts, "network.name_server", state.hasNameServer);
-  AddFact(facts, "network.name_resolution", state.namesResolve);
   AddFact(facts, "network.receive_errors_percent", state.receiveErrorsPercent);
 }
 

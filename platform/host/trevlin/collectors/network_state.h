@@ -41,9 +41,7 @@ struct NetworkState {
   std::optional<std::vector<NetworkInterface>> interfaces;
   bool addressesKnown = false;
   std::optional<std::vector<NetworkRoute>> defaultRoutes;  ///< those that packets can take
-  std::optional<bool> gatewayReachable;
   std::optional<bool> hasNameServer;
-  std::optional<bool> namesResolve;
   std::optional<double> receiveErrorsPercent;  ///< of the interface in use
 };
 
@@ -56,19 +54,20 @@ const NetworkInterface* InterfaceInUse(const NetworkState& state);
 /// there are several, null when there is none.
 const NetworkRoute* GatewayRoute(const NetworkState& state);
 
-/// Adds the facts of docs/facts.md, "network".
+/// Adds the facts of docs/facts.md, "network", that follow from it; what others answer is not among them.
 void AddNetworkFacts(const NetworkState& state, Facts& facts);
 
 /// Fills what a machine's files tell of each interface's hardware: device, wireless, members, speed, duplex, signal.
 void ReadHardware(const Machine& machine, NetworkInterface& interface);
 
-/// Whether /etc/resolv.conf names a server; unknown without the file.
+/// Whether /etc/resolv.conf names a server, or one of this machine takes questions in its place; unknown without the
+/// file.
 std::optional<bool> ReadHasNameServer(const Machine& machine);
 
-/// A captured machine, from /sys/class/net, /proc/net and /etc/resolv.conf alone. Reachability stays unknown.
+/// A captured machine, from /sys/class/net, /proc/net and /etc/resolv.conf alone.
 NetworkState ReadCapturedNetwork(const Machine& machine);
 
-/// This machine, from netlink and /sys/class/net. Asks nobody but the kernel; reachability stays unknown.
+/// This machine, from netlink and /sys/class/net. Asks nobody but the kernel.
 NetworkState ReadLiveNetwork(const Machine& machine);
 
 }  // namespace trevlin
