@@ -313,10 +313,10 @@ TEST(Services, AskSystemdForFailedUnits) {
     GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
     g_dbus_message_set_body(
         reply, g_variant_new_parsed("([('sound.service', '', '', 'failed', '', '', @o '/a', @u 0, '', @o '/'),"
-                                    "  ('net.service', '', '', 'failed', '', '', @o '/b', @u 0, '', @o '/')],)"));
+                                    "  ('net@eth0.service', '', '', 'failed', '', '', @o '/b', @u 0, '', @o '/')],)"));
     return reply;
   });
-  EXPECT_EQ(failed(), "2 net.service sound.service");
+  EXPECT_EQ(failed(), "2 net@eth0.service net@.service sound.service");
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {

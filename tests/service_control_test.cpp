@@ -28,7 +28,10 @@ class Manager {
 
   GDBusMessage* Answer(GDBusMessage* call) {
     const std::lock_guard lock(m_mutex);
-    return g_strcmp0(g_dbus_message_get_member(call), "RestartUnit") == 0 ? Restart(call) : ListUnits(call);
+    const std::string_view member = g_dbus_message_get_member(call);
+    return member == "RestartUnit"           ? Restart(call)
+           : member == "ListUnitsByPatterns" ? ListFailed(call)
+                                             : ListUnits(call);
   }
 
  private:
@@ -42,6 +45,19 @@ class Manager {
     service.state = service.stateAfterRestart;
     GDBusMessage* reply = g_dbus_message_new_method_reply(call);
     g_dbus_message_set_body(reply, g_variant_new("(o)", "/org/freedesktop/systemd1/job/1"));
+    return reply;
+  }
+
+  /// Whatever the pattern is.
+  GDBusMessage* ListFailed(GDBusMessage* call) const {
+    GVariantBuilder units;
+    g_variant_builder_init(&units, G_VARIANT_TYPE("a(ssssssouso)"));
+    for (const auto& [name, service] : m_services)
+      if (service.state == "failed" && name.starts_with("c@"))
+        g_variant_builder_add(&units, "(ssssssouso)", name.c_str(), "", "loaded", "failed", "", "", "/unit", 0u, "",
+                              "/");
+    GDBusMessage* reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(reply, g_variant_new("(a(ssssssouso))", &units));
     return reply;
   }
 
@@ -80,6 +96,7 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
       {{{"a.service", {"inactive"}}, {"b.service", {"active"}}}, {}, ""},
       {{{"a.service", {"inactive"}}}, {}, "cannot restart a.service: neither it nor another"},
       {{}, {}, "cannot restart a.service: neither it nor another"},
+      {{{"a.service", {"active"}}, {"c@x.service", {"failed"}}, {"c@y.service", {"active"}}}, {"c@x.service"}, ""},
       {{{"b.service", {"failed", "failed"}}}, {"b.service"}, "b.service: it does not start: failed"},
       {{{"b.service", {"failed", "active", true}}}, {}, "b.service: GDBus.Error:org.freedesktop.DBus.Error."},
   };
@@ -91,7 +108,8 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
   for (const auto& expected : cases) {
     manager.Play(expected.services);
     std::string problem;
-    EXPECT_EQ(RestartFailedServices({"a.service", "b.service"}, problem), *expected.problem == '\0') << problem;
+    EXPECT_EQ(RestartFailedServices({"a.service", "b.service", "c@.service"}, problem), *expected.problem == '\0')
+        << problem;
     EXPECT_THAT(problem, HasSubstr(expected.problem));
     EXPECT_EQ(manager.Restarted(), expected.restarted);
   }

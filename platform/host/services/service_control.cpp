@@ -44,17 +44,26 @@ class Systemd {
     for (const std::string& service : services) names.push_back(service.c_str());
     names.push_back(nullptr);
     const GVariantHandle reply = Call("ListUnitsByNames", g_variant_new("(^as)", names.data()), "(a(ssssssouso))");
-    std::vector<Unit> units;
-    if (!reply) return units;
-    GVariantIter* rows = nullptr;
-    g_variant_get(reply.get(), "(a(ssssssouso))", &rows);
-    const char *name, *load, *state;
-    guint32 job;
-    while (g_variant_iter_next(rows, "(&s&s&s&s&s&s&ou&s&o)", &name, nullptr, &load, &state, nullptr, nullptr, nullptr,
-                               &job, nullptr, nullptr))
-      units.push_back({name, state, g_strcmp0(load, "loaded") == 0, job != 0});
-    g_variant_iter_free(rows);
-    return units;
+    return UnitsIn(reply.get());
+  }
+
+  /// The names, with those that have failed of a template's in the place of the template.
+  std::vector<std::string> WithInstances(const std::vector<std::string>& services) {
+    std::vector<std::string> names;
+    for (const std::string& service : services) {
+      const size_t at = service.find("@.");
+      if (at == service.npos) {
+        names.push_back(service);
+        continue;
+      }
+      const std::string pattern = service.substr(0, at + 1) + "*" + service.substr(at + 1);
+      const char* const states[] = {"failed", nullptr};
+      const char* const patterns[] = {pattern.c_str(), nullptr};
+      const GVariantHandle reply =
+          Call("ListUnitsByPatterns", g_variant_new("(^as^as)", states, patterns), "(a(ssssssouso))");
+      for (const Unit& unit : UnitsIn(reply.get())) names.push_back(unit.name);
+    }
+    return names;
   }
 
   bool Restart(const std::string& service) {
@@ -65,6 +74,20 @@ class Systemd {
   const std::string& Problem() const { return m_problem; }
 
  private:
+  static std::vector<Unit> UnitsIn(GVariant* reply) {
+    std::vector<Unit> units;
+    if (!reply) return units;
+    GVariantIter* rows = nullptr;
+    g_variant_get(reply, "(a(ssssssouso))", &rows);
+    const char *name, *load, *state;
+    guint32 job;
+    while (g_variant_iter_next(rows, "(&s&s&s&s&s&s&ou&s&o)", &name, nullptr, &load, &state, nullptr, nullptr, nullptr,
+                               &job, nullptr, nullptr))
+      units.push_back({name, state, g_strcmp0(load, "loaded") == 0, job != 0});
+    g_variant_iter_free(rows);
+    return units;
+  }
+
   GVariantHandle Call(const char* method, GVariant* arguments, const char* reply) {
     const GVariantHandle owned(g_variant_ref_sink(arguments));
     if (!m_connection) return nullptr;
@@ -112,7 +135,7 @@ std::string RestartFailed(const std::vector<std::string>& services) {
   Systemd systemd(Clock::now() + kLimit);
   std::vector<std::string> failed;
   bool isAnyRunning = false;
-  for (const Unit& unit : systemd.Units(services)) {
+  for (const Unit& unit : systemd.Units(systemd.WithInstances(services))) {
     if (unit.loaded && unit.state == "failed") failed.push_back(unit.name);
     isAnyRunning |= unit.state == "active";
   }
