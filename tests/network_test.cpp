@@ -66,9 +66,7 @@ TEST_F(Network, AWayOutIsFoundInWhicheverTableItIs) {
   EXPECT_EQ(Told({"default_route"}), "default_route=no") << "the cable is out";
 }
 
-constexpr char kZone[] = "probe.tornelo.example";
-
-/// Of a server that works: the labels below the zone are not there, the root is.
+/// A server that works: the labels below the zone are not there, the root is.
 std::optional<uint8_t> Works(const PlayedQuestion& question) {
   return question.name.empty() || question.name == "localhost" ? kThere : kNoSuchName;
 }
@@ -189,6 +187,89 @@ TEST_F(Network, NamesAreAskedOfAllServersBesideEachOther) {
     EXPECT_GE(*delay, each.least);
     EXPECT_LE(*delay, each.most);
   }
+}
+
+// The page of the owner tells for sure; the random label, the root, and what a server knows by itself tell the rest.
+TEST_F(Network, TheInternetIsTheirsWhoseAnswersComeFromThere) {
+  const auto always = [](uint8_t code) { return [code](const PlayedQuestion&) { return std::optional(code); }; };
+  const PlayedNameServer::Answer cutOff = [](const PlayedQuestion& question) -> std::optional<uint8_t> {
+    return question.name == "localhost" ? std::optional(kThere) : std::nullopt;
+  };
+  const auto fails = [](const PlayedQuestion& question) {
+    return question.name == "localhost" ? kThere : kServerFails;
+  };
+  const std::string none, page = "http://192.168.7.1/204", named = "http://probe.tornelo.example/204";
+  const std::string reached = "HTTP/1.1 204 No Content\r\n\r\n",
+                    signIn = "HTTP/1.1 302 Found\r\nLocation: http://x/\r\n\r\n";
+  const struct {
+    const char* what;
+    PlayedNameServer::Answer names;
+    std::string page, answer, told;
+  } cases[] = {
+      {"names are new", Works, none, none, "yes sign_in_page= name_resolution=yes"},
+      {"a server that works for all it knows", cutOff, none, none, "no sign_in_page= name_resolution=no"},
+      {"a server that fails for the rest", fails, none, none, "no sign_in_page= name_resolution=no"},
+      {"no such name, whatever it is", always(kNoSuchName), none, none, "no sign_in_page= name_resolution=yes"},
+      {"silence", IsSilent, none, none, "? sign_in_page= name_resolution=no"},
+      {"the page", Works, page, reached, "yes sign_in_page=no name_resolution=yes"},
+      {"the page, without names", IsSilent, page, reached, "yes sign_in_page=no name_resolution=no"},
+      {"a page to sign in", Works, page, signIn, "no sign_in_page=yes name_resolution=yes"},
+      {"another page", always(kThere), page, "HTTP/1.0 200 OK\r\n\r\n", "no sign_in_page=yes name_resolution=yes"},
+      {"nothing that a page says", Works, page, "SSH-2.0-x\r\n........", "no sign_in_page=no name_resolution=yes"},
+      {"a page that says nothing", Works, page, none, "no sign_in_page=no name_resolution=yes"},
+      {"a page that nobody finds", IsSilent, named, reached, "? sign_in_page=? name_resolution=no"},
+      {"what is no page", Works, "ftp://x", reached, "yes sign_in_page=? name_resolution=yes"},
+  };
+  SmallNetwork::SetResolver("nameserver 192.168.7.1\n");
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    std::unique_ptr<PlayedNameServer> names;
+    std::unique_ptr<PlayedWebServer> web;
+    m_network.AtRouter([&] {
+      names = std::make_unique<PlayedNameServer>("192.168.7.1", each.names);
+      web = std::make_unique<PlayedWebServer>("192.168.7.1", each.answer);
+    });
+    WriteFile(set_paths::kSetProfile, "[network]\nprobe_page=" + each.page + "\n");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Told({"internet", "sign_in_page", "name_resolution"}), "internet=" + each.told);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2400ms);
+    EXPECT_EQ(web->Asked().starts_with("GET /204 HTTP/1.1\r\nHost: 192.168.7.1\r\n"), each.page == page);
+  }
+  EXPECT_THAT(ReadFile(set_paths::kLogFile), HasSubstr("probe_page: \"ftp://x\" is not http://HOST"));
+}
+
+TEST_F(Network, NobodyIsAskedWithoutALinkOrAgainstTheOwnersWish) {
+  PlayedNameServer local("127.0.0.1", IsSilent);
+  const auto reading = [] {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string told = Told({"link", "gateway_reachable", "name_resolution", "internet", "internet_wanted"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms);
+    return told;
+  };
+  WriteFile(set_paths::kSetProfile, "[network]\nprobe_zone=\nprobe_page=http://192.168.7.1/204\n");
+  m_network.SetNeighbour("reachable");
+  EXPECT_EQ(reading(), "link=yes gateway_reachable=yes name_resolution= internet= internet_wanted=no");
+  m_network.SetNeighbour("stale");
+  EXPECT_EQ(reading(), "link=yes gateway_reachable=? name_resolution= internet= internet_wanted=no");
+  WriteFile(set_paths::kSetProfile, "");
+  m_network.AtRouter("ip link set lan0 down");
+  EXPECT_TRUE(Until([] { return std::system("ip route | grep -q linkdown") == 0; }));
+  EXPECT_EQ(reading(), "link=no gateway_reachable= name_resolution= internet= internet_wanted=yes");
+  EXPECT_THAT(local.Asked(), IsEmpty());
+}
+
+TEST_F(Network, EachNameIsAskedForOnceInTheOwnersZone) {
+  PlayedNameServer local("127.0.0.1", Works);
+  std::set<std::string> names;
+  for (const std::string zone : {"probe.tornelo.example", "probe.tornelo.example", "mine.example"}) {
+    WriteFile(set_paths::kSetProfile, zone.starts_with("mine") ? "[network]\nprobe_zone=" + zone + "\n" : "");
+    EXPECT_EQ(Told({"name_resolution"}), "name_resolution=yes");
+    const std::string name = local.Asked().at(names.size() * 3);
+    EXPECT_TRUE(name.ends_with("." + zone) && names.insert(name).second) << name;
+  }
+  WriteFile(set_paths::kSetProfile, "[network]\nprobe_zone=a..b\n");
+  EXPECT_EQ(Told({"name_resolution", "internet"}), "name_resolution=? internet=?");
+  EXPECT_THAT(ReadFile(set_paths::kLogFile), HasSubstr("probe_zone: \"a..b\" is no zone of names"));
 }
 
 TEST_F(Network, AServerOfThisMachineNeedsNoLineThatNamesIt) {

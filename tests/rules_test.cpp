@@ -202,6 +202,8 @@ const Facts kWell = FactsOf(R"(
   cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.temperature_margin=38 cpu.throttled=no
   network.interface=yes network.link=yes network.kind=wired network.address=yes network.fallback_address=no
   network.default_route=yes network.gateway_reachable=yes network.name_server=yes network.name_resolution=yes
+  network.name_delay_ms=30 network.internet=yes network.internet_wanted=yes network.sign_in_page=no
+  network.radio_off=no network.wireless_drops=0
   network.receive_errors_percent=0 network.link_speed_mbit=100 network.half_duplex=no
   display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
   display.edid_present=yes display.edid_valid=yes
@@ -234,10 +236,16 @@ class ShippedRules : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
+  /// But for what others explain.
   std::set<int> Found(const Facts& facts) const {
-    std::set<int> codes;
-    for (const Rule& rule : m_rules)
-      if (DecideNow(rule, facts) == Truth::kTrue) codes.insert(rule.code);
+    std::vector<int> there;
+    Explanations explanations;
+    for (const Rule& rule : m_rules) {
+      if (DecideNow(rule, facts) == Truth::kTrue) there.push_back(rule.code);
+      explanations[rule.code] = rule.explains;
+    }
+    std::set<int> codes(there.begin(), there.end());
+    for (const int explained : Explained(there, explanations)) codes.erase(explained);
     return codes;
   }
 
@@ -283,6 +291,16 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"large disk and memory, with large caches",
        "packages.cache_mib=900 storage.free_percent=20 storage.free_mib=60000 memory.swap_used_percent=97 "
        "memory.available_percent=12 memory.available_mib=2000"},
+      {"a set that needs no Internet, its radio off or without an adapter",
+       "network.internet_wanted=no network.link=no network.interface=no network.default_route=no network.radio_off=yes "
+       "network.name_server=no network.internet=? network.gateway_reachable=? network.name_resolution=?"},
+      {"an address of its own network and no way out, by intent",
+       "network.internet_wanted=no network.default_route=no network.name_server=no network.internet=?"},
+      {"a server at a cable, with its radio off and without a router that answers",
+       "network.radio_off=yes network.gateway_reachable=? display.connected=0"},
+      {"a computer without a network and a display",
+       "network.interface=no network.link=no network.default_route=no "
+       "network.address=no display.connected=0"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -293,7 +311,7 @@ TEST_F(ShippedRules, SayNothingElseOfTheNetworkWithoutALink) {
   for (const char* kind : {"wired", "wireless"}) {
     Facts facts = FactsOf(
         "network.interface=yes network.link=no network.address=no network.fallback_address=no "
-        "network.default_route=no");
+        "network.default_route=no network.radio_off=no");
     facts["network.kind"] = kind;
     for (const Rule& rule : m_rules)
       if (rule.code >= 10000001 && rule.code <= 10009999) {
@@ -326,6 +344,19 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000009, "network.receive_errors_percent=3"},
       {10000010, "network.link_speed_mbit=10"},
       {10000010, "network.half_duplex=yes"},
+      {10000011, "network.internet=no"},
+      {10000011, "network.internet=no network.name_resolution=no network.name_delay_ms=?"},
+      {10000011, "network.internet=no network.gateway_reachable=?"},
+      {10000002, "network.internet=no network.gateway_reachable=no network.name_resolution=no"},
+      {10000012, "network.internet=no network.sign_in_page=yes"},
+      {10000013, "network.link=no network.default_route=no network.radio_off=yes"},
+      {10000013, "network.interface=no network.link=no network.default_route=no network.radio_off=yes"},
+      {10000014, "network.interface=no network.link=no network.default_route=no"},
+      {10000015, "network.name_delay_ms=5020"},
+      {10000016, "network.kind=wireless network.wireless_drops=6"},
+      {10000004, "network.kind=wireless network.wireless_drops=6 network.wireless_signal_dbm=-84"},
+      {20000002, "services.failed_names=networking.service"},
+      {20000002, "services.failed_names=wpa_supplicant@.service"},
       {10020003, "storage.removable_full=yes"},
       {10030001, "sound.muted=yes sound.volume_percent=0"},
       {10030002, "sound.cards=0 sound.muted=? sound.volume_percent=?"},

@@ -15,6 +15,7 @@
 #include "c_handle.h"
 #include "service_control.h"
 #include "vconf.h"
+#include "wireless_control.h"
 
 namespace solution_actions {
 
@@ -83,6 +84,14 @@ bool RestartServices(const std::string& services) {
   return false;
 }
 
+bool ChangeWireless(const std::string& what) {
+  std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
+  if (what == "on" && SwitchWirelessOn(problem)) return true;
+  if (what == "reconnect" && ReconnectWireless(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 }  // namespace
 
 int Launch(const std::string& request) {
@@ -116,6 +125,7 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value));
+  if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;
 }

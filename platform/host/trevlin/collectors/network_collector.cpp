@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 constexpr char kGroup[] = "network", kZoneKey[] = "probe_zone", kPageKey[] = "probe_page";
 constexpr char kOurZone[] = "probe.tornelo.example";
 constexpr auto kRouterPatience = 1200ms, kNamesPatience = 1900ms;
-constexpr std::chrono::hours kErrorWindow{1};
+constexpr std::chrono::hours kWindow{1};
 constexpr double kFewestPackets = 100;  // one bad packet of three is no share
 
 /// What the set's owner lets us ask for.
@@ -111,10 +111,22 @@ std::optional<double> ReceiveErrorsPercent(const Machine& machine, const Network
   const NetworkInterface* interface = InterfaceInUse(state);
   if (!interface || !interface->receivedPackets || !interface->receiveErrors) return std::nullopt;
   const std::string counter = "network." + interface->name;
-  const auto packets = RiseWithin(machine, counter + ".received", *interface->receivedPackets, kErrorWindow);
-  const auto errors = RiseWithin(machine, counter + ".receive_errors", *interface->receiveErrors, kErrorWindow);
+  const auto packets = RiseWithin(machine, counter + ".received", *interface->receivedPackets, kWindow);
+  const auto errors = RiseWithin(machine, counter + ".receive_errors", *interface->receiveErrors, kWindow);
   if (!packets || !errors || *packets + *errors < kFewestPackets) return std::nullopt;
   return *errors / (*packets + *errors) * 100;
+}
+
+/// Of the wireless interface that lost its access point most often.
+std::optional<double> WirelessDrops(const Machine& machine, const NetworkState& state) {
+  std::optional<double> most;
+  if (!state.interfaces) return most;
+  for (const NetworkInterface& each : *state.interfaces) {
+    if (!each.isWireless || !each.carrierLosses) continue;
+    const auto rise = RiseWithin(machine, "network." + each.name + ".carrier_losses", *each.carrierLosses, kWindow);
+    if (rise) most = std::max(*rise, most.value_or(0));
+  }
+  return most;
 }
 
 class NetworkCollector final : public Collector {
@@ -141,6 +153,8 @@ class NetworkCollector final : public Collector {
         {"network.sign_in_page", kTruth, "", "another page answers in the place of the one that the owner named"},
         {"network.wireless_signal_dbm", kNumber, "dBm", "signal of the access point in use"},
         {"network.wireless_quality_percent", kNumber, "%", "the signal, from -110 dBm (0) to -40 dBm (100)"},
+        {"network.wireless_drops", kNumber, "", "how often a wireless interface lost its access point within an hour"},
+        {"network.radio_off", kTruth, "", "all radios for wireless networks are switched off"},
         {"network.receive_errors_percent", kNumber, "%",
          "share of what was received with errors within an hour, of at least 100 packets"},
         {"network.link_speed_mbit", kNumber, "Mbit/s", "of the wired interface in use"},
@@ -152,6 +166,8 @@ class NetworkCollector final : public Collector {
     NetworkState state = machine.IsCaptured() ? ReadCapturedNetwork(machine) : ReadLiveNetwork(machine);
     state.receiveErrorsPercent = ReceiveErrorsPercent(machine, state);
     AddNetworkFacts(state, facts);
+    AddFact(facts, "network.radio_off", ReadRadioOff(machine));
+    AddFact(facts, "network.wireless_drops", WirelessDrops(machine, state));
     if (machine.IsCaptured()) return;
     const Probes probes = ReadProbes();
     AddFact<bool>(facts, "network.internet_wanted", !probes.zone.empty());

@@ -212,6 +212,15 @@ bool HasOwnNameServer(const Machine& machine) {
   return false;
 }
 
+/// Their folders.
+std::vector<std::string> WirelessRadios(const Machine& machine) {
+  std::vector<std::string> folders;
+  for (const std::string& name : ListNames(machine, "/sys/class/rfkill"))
+    if (ReadLine(machine, "/sys/class/rfkill/" + name + "/type") == "wlan")
+      folders.push_back("/sys/class/rfkill/" + name);
+  return folders;
+}
+
 }  // namespace
 
 void ReadHardware(const Machine& machine, NetworkInterface& interface) {
@@ -226,6 +235,7 @@ void ReadHardware(const Machine& machine, NetworkInterface& interface) {
   interface.speedMbit = ReadNumber(machine, folder + "/speed", 1, 1e7);  // -1 where there is none
   const auto duplex = ReadLine(machine, folder + "/duplex");
   if (duplex == "half" || duplex == "full") interface.halfDuplex = duplex == "half";
+  interface.carrierLosses = ReadNumber(machine, folder + "/carrier_down_count", 0);
   if (interface.isWireless) interface.signalDbm = ReadSignal(machine, interface.name);
 }
 
@@ -238,6 +248,21 @@ std::optional<bool> ReadHasNameServer(const Machine& machine) {
   });
   if (isNamed || HasOwnNameServer(machine)) return true;
   return text ? std::optional(false) : std::nullopt;
+}
+
+std::optional<bool> ReadRadioOff(const Machine& machine) {
+  std::optional<bool> areOff;
+  for (const std::string& folder : WirelessRadios(machine)) {
+    const bool isOff = ReadNumber(machine, folder + "/soft") == 1 || ReadNumber(machine, folder + "/hard") == 1;
+    areOff = areOff.value_or(true) && isOff;
+  }
+  return areOff;
+}
+
+bool IsRadioLocked(const Machine& machine) {
+  const auto radios = WirelessRadios(machine);
+  return std::any_of(radios.begin(), radios.end(),
+                     [&](const std::string& folder) { return ReadNumber(machine, folder + "/hard") == 1; });
 }
 
 NetworkState ReadCapturedNetwork(const Machine& machine) {

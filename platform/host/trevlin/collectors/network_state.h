@@ -28,6 +28,7 @@ struct NetworkInterface {
   std::optional<double> receivedPackets;
   std::optional<double> receiveErrors;
   std::optional<double> signalDbm;
+  std::optional<double> carrierLosses;  ///< since the interface was made
 };
 
 struct NetworkRoute {
@@ -63,6 +64,11 @@ void ReadHardware(const Machine& machine, NetworkInterface& interface);
 /// Whether /etc/resolv.conf names a server, or one of this machine takes questions in its place; unknown without the
 /// file.
 std::optional<bool> ReadHasNameServer(const Machine& machine);
+
+/// Whether all radios for wireless networks are switched off (rfkill(8)); nothing where there is none.
+std::optional<bool> ReadRadioOff(const Machine& machine);
+/// Whether a switch of the device holds one off, which no program changes.
+bool IsRadioLocked(const Machine& machine);
 
 /// A captured machine, from /sys/class/net, /proc/net and /etc/resolv.conf alone.
 NetworkState ReadCapturedNetwork(const Machine& machine);
