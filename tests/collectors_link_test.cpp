@@ -215,8 +215,11 @@ TEST(Network, IsReadFromACapturedTree) {
           {"/etc/resolv.conf", "# made by hand\nsearch home\nnameserver 192.168.1.1\n"},
       });
   const Files wireless = With(
-      Sys("class/net/wlan0/type=1 class/net/wlan0/operstate=up class/net/wlan0/speed=-1"),
+      Sys("class/net/wlan0/type=1 class/net/wlan0/operstate=up class/net/wlan0/speed=-1 "
+          "class/net/wlan0/carrier_down_count=5 class/rfkill/rfkill0/type=wlan class/rfkill/rfkill0/soft=0 "
+          "class/rfkill/rfkill0/hard=0 class/rfkill/rfkill1/type=bluetooth class/rfkill/rfkill1/soft=1"),
       {
+          {"/proc/uptime", "3000.00 100.00\n"},
           {net + "wlan0/wireless/.", ""},
           {"/proc/net/wireless",
            "Inter-| sta-|   Quality        |\n face | tus | link level noise |\n"
@@ -241,12 +244,17 @@ TEST(Network, IsReadFromACapturedTree) {
            "receive_errors_percent=5"},
           {"wireless, IPv6 only", wireless,
            "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
-           "wireless_quality_percent=70 wireless_signal_dbm=-61"},
+           "radio_off=no wireless_drops=5 wireless_quality_percent=70 wireless_signal_dbm=-61"},
           {"a tentative address, and a signal as older drivers give it",
            With(wireless, {{"/proc/net/if_inet6", "20010db8000000000000000000000002 03 40 00 40 wlan0\n"},
                            {"/proc/net/wireless", " wlan0: 0000 54 195 0\n"}}),
            "address=no default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=no "
-           "wireless_quality_percent=70 wireless_signal_dbm=-61"},
+           "radio_off=no wireless_drops=5 wireless_quality_percent=70 wireless_signal_dbm=-61"},
+          {"the radio is off, and a server of the machine is asked",
+           With(wireless, {{"/sys/class/rfkill/rfkill0/soft", "1\n"},
+                           {"/proc/net/udp", "   0: 0100007F:0035 00000000:0000 07 00000000:00000000\n"}}),
+           "address=yes default_route=yes fallback_address=no interface=yes kind=wireless link=yes name_server=yes "
+           "radio_off=yes wireless_drops=5 wireless_quality_percent=70 wireless_signal_dbm=-61"},
       });
 }
 

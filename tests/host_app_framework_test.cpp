@@ -143,6 +143,30 @@ TEST_F(HostLauncher, RefusesAndSaysWhy) {
   }
 }
 
+// The browser that is here gets the page of the set's profile, and no other.
+TEST(Open, TakesTheProfilesPageToABrowser) {
+  const std::string folder = SystemPath("/bin");
+  WriteHostFile(folder + "/chromium", "#!/bin/sh\necho \"$0 $*\"\n");
+  fs::permissions(folder + "/chromium", fs::perms(0755));
+  for (const char* tool : {"sed", "tail"}) fs::create_symlink("/usr/bin/"s + tool, folder + "/" + tool);
+  const auto opens = [&](const char* arguments) {
+    const std::string command =
+        "DISPLAY=:0 PATH=" + folder + " /bin/sh " VEXILO_SOURCE_DIR "/platform/services/open/vexilo-open " + arguments;
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    char line[512] = "";
+    const bool isTold = fgets(line, sizeof line, pipe.get()) != nullptr;
+    return isTold ? std::string(line) : "";
+  };
+  EXPECT_EQ(opens("web Browser page=probe_page"), folder + "/chromium \n");
+  WriteFile(set_paths::kSetProfile,
+            "[tv]\nprobe_page=http://no/\n[network]\nprobe_zone=x\nprobe_page = http://a.example/1?b=c d\n");
+  EXPECT_EQ(opens("web Browser page=probe_page"), folder + "/chromium http://a.example/1?b=c d\n");
+  EXPECT_EQ(opens("web Browser"), folder + "/chromium \n");
+  EXPECT_EQ(opens("--has web Browser page=probe_page"), "chromium\n");
+  WriteFile(set_paths::kSetProfile, "[network]\nprobe_page=--version\n");
+  EXPECT_EQ(opens("web Browser page=probe_page"), folder + "/chromium \n");
+}
+
 TEST_F(HostLauncher, TellsAStandInFromAnApplication) {
   WriteHostFile(SystemPath("/opt/bin/has"), "#!/bin/sh\n[ \"$1 $2\" != '--has this' ] || echo this\n");
   fs::permissions(SystemPath("/opt/bin/has"), fs::perms(0755));

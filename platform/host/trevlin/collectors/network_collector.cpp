@@ -188,7 +188,7 @@ class NetworkCollector final : public Collector {
     if (gateway) AddAsked(facts, "network.gateway_reachable", IsGatewayReachable(answers, *gateway));
     if (hasNameServer) AddAsked(facts, "network.name_resolution", answers.names.resolve);
     AddFact(facts, "network.name_delay_ms", answers.names.delayMs);
-    AddAsked(facts, "network.internet", IsInternetThere(answers));
+    if (hasNameServer || !probes.page.empty()) AddAsked(facts, "network.internet", IsInternetThere(answers));
     if (probes.page.empty()) return;
     AddAsked(facts, "network.sign_in_page",
              answers.page == PageAnswer::kUnknown ? std::nullopt : std::optional(answers.page == PageAnswer::kOther));
