@@ -62,15 +62,17 @@ class Manager {
                                 "  (@o '/far', {'Type': <'wifi'>, 'State': <'idle'>}),"
                                 "  (@o '/near', {'Type': <'wifi'>, 'State': <'ready'>})],)")
                           : parsed("(@a(oa{sv}) [],)");
+    if (member == "ActivateConnection") return parsed("(@o '/active/anew',)");
     if (member != "Get") return nullptr;
     if (given.find("DeviceType") != given.npos) return parsed(m_types++ % 2 == 0 ? "(<uint32 1>,)" : "(<uint32 2>,)");
-    if (given.find("ActiveConnection") != given.npos) return parsed(m_hasNetwork ? "(<@o '/active'>,)" : "(<@o '/'>,)");
+    if (given.find("'ActiveConnection'") != given.npos)
+      return parsed(m_hasNetwork ? "(<@o '/active'>,)" : "(<@o '/'>,)");
     if (given.find("'Connection'") != given.npos) return parsed("(<@o '/settings/1'>,)");
-    return parsed("(<uint32 100>,)");
+    return parsed(m_states++ < 2 ? "(<uint32 1>,)" : "(<uint32 2>,)");  // it takes a while
   }
 
   const bool m_permits, m_hasNetwork;
-  mutable int m_types = 0;
+  mutable int m_types = 0, m_states = 0;
   std::mutex m_mutex;
   std::vector<std::string> m_calls;
 };

@@ -26,11 +26,12 @@ constexpr auto kPoll = 100ms;
 constexpr char kManager[] = "org.freedesktop.NetworkManager";
 constexpr char kManagerPath[] = "/org/freedesktop/NetworkManager";
 constexpr char kDevice[] = "org.freedesktop.NetworkManager.Device";
+constexpr char kActive[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char kConnection[] = "org.freedesktop.NetworkManager.Settings.Connection";
 constexpr char kConnMan[] = "net.connman";
 constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 constexpr guint32 kWirelessDevice = 2;  // NM_DEVICE_TYPE_WIFI
-constexpr guint32 kActivated = 100;     // NM_DEVICE_STATE_ACTIVATED
+constexpr guint32 kActivated = 2;       // NM_ACTIVE_CONNECTION_STATE_ACTIVATED
 constexpr guint32 kNoPowerSave = 2;     // NM_SETTING_WIRELESS_POWERSAVE_DISABLE
 
 bool Await(std::chrono::milliseconds limit, const std::function<bool()>& isThere) {
@@ -76,8 +77,8 @@ class SystemBus {
     return g_strcmp0(text, "/") == 0 ? "" : text;
   }
 
-  guint32 GetNumber(const std::string& object, const char* name) {
-    const GVariantHandle number = Get(kManager, object, kDevice, name, "u");
+  guint32 GetNumber(const std::string& object, const char* interface, const char* name) {
+    const GVariantHandle number = Get(kManager, object, interface, name, "u");
     return number ? g_variant_get_uint32(number.get()) : 0;
   }
 
@@ -148,7 +149,8 @@ std::string WirelessDevice(SystemBus& bus) {
   for (size_t i = 0; i < g_variant_n_children(devices.get()); ++i) {
     const GVariantHandle device(g_variant_get_child_value(devices.get(), i));
     const char* const path = g_variant_get_string(device.get(), nullptr);
-    if (bus.GetNumber(path, "DeviceType") == kWirelessDevice && !bus.GetPath(path, kDevice, "ActiveConnection").empty())
+    if (bus.GetNumber(path, kDevice, "DeviceType") == kWirelessDevice &&
+        !bus.GetPath(path, kDevice, "ActiveConnection").empty())
       return path;
   }
   return "";
@@ -157,8 +159,7 @@ std::string WirelessDevice(SystemBus& bus) {
 bool ReconnectByNetworkManager(SystemBus& bus) {
   const std::string device = WirelessDevice(bus);
   if (device.empty()) return false;
-  const std::string connection = bus.GetPath(bus.GetPath(device, kDevice, "ActiveConnection"),
-                                             "org.freedesktop.NetworkManager.Connection.Active", "Connection");
+  const std::string connection = bus.GetPath(bus.GetPath(device, kDevice, "ActiveConnection"), kActive, "Connection");
   if (connection.empty()) return false;
   // It keeps the secrets of one that is stored without any.
   const GVariantHandle settings =
@@ -168,10 +169,12 @@ bool ReconnectByNetworkManager(SystemBus& bus) {
     bus.Call({kManager, connection.c_str(), kConnection, "Update", nullptr},
              g_variant_new("(@a{sa{sv}})", WithoutPowerSaving(now.get())));
   }
-  if (!bus.Call({kManager, kManagerPath, kManager, "ActivateConnection", nullptr},
-                g_variant_new("(ooo)", connection.c_str(), device.c_str(), "/")))
-    return false;
-  return Await(kJoin, [&] { return bus.GetNumber(device, "State") == kActivated; });
+  const GVariantHandle active = bus.Call({kManager, kManagerPath, kManager, "ActivateConnection", "(o)"},
+                                         g_variant_new("(ooo)", connection.c_str(), device.c_str(), "/"));
+  if (!active) return false;
+  const GVariantHandle path(g_variant_get_child_value(active.get(), 0));
+  return Await(
+      kJoin, [&] { return bus.GetNumber(g_variant_get_string(path.get(), nullptr), kActive, "State") == kActivated; });
 }
 
 /// ConnMan's wireless network in use.
