@@ -228,12 +228,12 @@ TEST_F(Network, NamesAreAskedOfAllServersBesideEachOther) {
     const char* resolves;
     double least, most;  // ms that a program waits
   } cases[] = {
-      {"one that works", {Works}, 0ms, "yes", 0, 200},
-      {"one that answers late", {Works}, 1200ms, "yes", 1200, 1800},
-      {"the first is silent", {IsSilent, Works}, 0ms, "yes", 5000, 5200},
-      {"only the third works", {IsSilent, IsSilent, Works}, 0ms, "yes", 10000, 10200},
-      {"the first cannot", {says(kServerFails), Works}, 0ms, "yes", 0, 200},
-      {"two of three questions are lost", {loses(2)}, 0ms, "yes", 10000, 10200},
+      {"one that works", {Works}, 0ms, "yes", 0, 1000},
+      {"one that answers late", {Works}, 1200ms, "yes", 1200, 1900},
+      {"the first is silent", {IsSilent, Works}, 0ms, "yes", 5000, 6000},
+      {"only the third works", {IsSilent, IsSilent, Works}, 0ms, "yes", 10000, 11000},
+      {"the first cannot", {says(kServerFails), Works}, 0ms, "yes", 0, 1000},
+      {"two of three questions are lost", {loses(2)}, 0ms, "yes", 10000, 11000},
       {"silence", {IsSilent, IsSilent}, 0ms, "no", -1, -1},
       {"it cannot", {says(kServerFails)}, 0ms, "no", -1, -1},
       {"nobody is there", {}, 0ms, "no", -1, -1},
@@ -366,7 +366,7 @@ TEST_F(Network, NobodyIsAskedWithoutALinkOrAgainstTheOwnersWish) {
   const auto reading = [] {
     const auto start = std::chrono::steady_clock::now();
     const std::string told = Told({"link", "gateway_reachable", "name_resolution", "internet", "internet_wanted"});
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
     return told;
   };
   WriteFile(set_paths::kSetProfile, "[network]\nprobe_zone=\nprobe_page=http://192.168.7.1/204\n");

@@ -355,7 +355,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000015, "network.name_delay_ms=5020"},
       {10000016, "network.kind=wireless network.wireless_drops=6"},
       {10000004, "network.kind=wireless network.wireless_drops=6 network.wireless_signal_dbm=-84"},
-      {20000002, "services.failed_names=networking.service"},
+      {20000002, "services.failed_names=networking.service network.address=no network.default_route=no"},
       {20000002, "services.failed_names=wpa_supplicant@.service"},
       {10020003, "storage.removable_full=yes"},
       {10030001, "sound.muted=yes sound.volume_percent=0"},
