@@ -190,7 +190,9 @@ RouterAnswer AskRouter(const Address& router, const std::string& interface, int 
     const bool hasReacted = packets.Await(kLook);
     known = entry.Look();
     if ((known.state & NUD_FAILED) != 0) return RouterAnswer::kGone;
-    if (hasReacted || (isNews && IsHere(known.state))) return RouterAnswer::kHeard;
+    // To one whose hardware address is not known nothing was sent: that reaction was the kernel's, giving up.
+    const bool isAnswer = hasReacted && (known.state & NUD_INCOMPLETE) == 0;
+    if (isAnswer || (isNews && IsHere(known.state))) return RouterAnswer::kHeard;
     isNews = isNews || !IsHere(known.state);
     if (!IsLookedFor(known.state))
       lookedForSince.reset();
