@@ -27,9 +27,10 @@ int AwaitPart(int fd, Clock::time_point end) {
   }
 }
 
+/// 0 for one that only says that the request was done.
 int ErrorIn(const nlmsghdr& message) {
   const auto* error = BodyOf<nlmsgerr>(message);
-  return error && error->error < 0 ? -error->error : EPROTO;
+  return error && error->error <= 0 ? -error->error : EPROTO;
 }
 
 }  // namespace
@@ -49,11 +50,11 @@ std::optional<int> VisitMessages(std::span<const std::byte> datagram, uint32_t q
 
 Socket::Socket(int protocol) : m_fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol)) {}
 
-bool Socket::Send(uint16_t type, std::span<const std::byte> body) {
+bool Socket::Send(uint16_t type, uint16_t flags, std::span<const std::byte> body) {
   nlmsghdr header{};
   header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(body.size()));
   header.nlmsg_type = type;
-  header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
   header.nlmsg_seq = ++m_question;
   iovec parts[] = {{&header, sizeof header}, {const_cast<std::byte*>(body.data()), body.size()}};
   msghdr message{};
@@ -82,50 +83,16 @@ int Socket::Receive(std::span<std::byte> buffer, std::span<const std::byte>& dat
   return 0;
 }
 
-int Socket::DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit) {
+int Socket::Converse(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit) {
   if (!m_fd) return EBADF;
   const Clock::time_point end = Clock::now() + kPatience;
-  if (!Send(type, body)) return errno;
+  if (!Send(type, flags, body)) return errno;
   alignas(nlmsghdr) std::byte buffer[32768];
   for (;;) {
     std::span<const std::byte> datagram;
     if (const int error = AwaitPart(m_fd.get(), end)) return error;
     if (const int error = Receive(buffer, datagram)) return error;
     if (const std::optional<int> result = VisitMessages(datagram, m_question, visit)) return *result;
-  }
-}
-
-// The kernel ends its answer with what became of the request.
-int Socket::AskBytes(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit) {
-  if (!m_fd) return EBADF;
-  nlmsghdr header{};
-  header.nlmsg_len = static_cast<uint32_t>(NLMSG_LENGTH(body.size()));
-  header.nlmsg_type = type;
-  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
-  header.nlmsg_seq = ++m_question;
-  iovec parts[] = {{&header, sizeof header}, {const_cast<std::byte*>(body.data()), body.size()}};
-  msghdr request{};
-  request.msg_iov = parts;
-  request.msg_iovlen = std::size(parts);
-  if (sendmsg(m_fd.get(), &request, MSG_NOSIGNAL) < 0) return errno;
-  const Clock::time_point end = Clock::now() + kPatience;
-  alignas(nlmsghdr) char buffer[8192];
-  for (;;) {
-    if (const int error = AwaitPart(m_fd.get(), end)) return error;
-    sockaddr_nl sender{};
-    socklen_t size = sizeof sender;
-    const ssize_t got = recvfrom(m_fd.get(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &size);
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (got <= 0) return got < 0 ? errno : EPROTO;
-    if (size != sizeof sender || sender.nl_pid != 0) continue;  // any process may send here
-    auto left = static_cast<int>(got);
-    for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
-         message = NLMSG_NEXT(message, left)) {
-      if (message->nlmsg_seq != m_question) continue;
-      const auto* result = message->nlmsg_type == NLMSG_ERROR ? BodyOf<nlmsgerr>(*message) : nullptr;
-      if (result) return -result->error;
-      visit(*message);
-    }
   }
 }
 

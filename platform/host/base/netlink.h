@@ -37,21 +37,20 @@ class Socket {
   /// cut off; what was visited until then may be part of the whole.
   template <typename Body>
   int Dump(uint16_t type, const Body& body, const Visitor& visit) {
-    return DumpBytes(type, std::as_bytes(std::span(&body, 1)), visit);
+    return Converse(type, NLM_F_DUMP, std::as_bytes(std::span(&body, 1)), visit);
   }
 
   /// Asks for one thing, or to change one: `flags` beside NLM_F_REQUEST, as NLM_F_REPLACE. What the kernel says before
   /// it is done goes to `visit`. 0 or an errno, which may be the kernel's: EPERM, ENETUNREACH for no route.
   template <typename Body>
   int Ask(uint16_t type, uint16_t flags, const Body& body, const Visitor& visit) {
-    return AskBytes(type, flags, std::as_bytes(std::span(&body, 1)), visit);
+    return Converse(type, static_cast<uint16_t>(NLM_F_ACK | flags), std::as_bytes(std::span(&body, 1)), visit);
   }
 
  private:
-  int AskBytes(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit);
-  int DumpBytes(uint16_t type, std::span<const std::byte> body, const Visitor& visit);
+  int Converse(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit);
   int Receive(std::span<std::byte> buffer, std::span<const std::byte>& datagram);
-  bool Send(uint16_t type, std::span<const std::byte> body);
+  bool Send(uint16_t type, uint16_t flags, std::span<const std::byte> body);
 
   FdHandle m_fd;
   uint32_t m_question = 0;  // tells its answer from one that came too late

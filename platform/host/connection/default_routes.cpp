@@ -99,7 +99,8 @@ int AskRoute(netlink::Socket& socket, const Address& to, std::vector<DefaultRout
 
 int ReadDefaultRoutes(netlink::Socket& socket, std::vector<DefaultRoute>& routes) {
   std::vector<DefaultRoute> found;
-  const int error = socket.Dump(RTM_GETROUTE, rtmsg{}, [&found](const nlmsghdr& message) { AddDefaultRoutes(message, found); });
+  const int error =
+      socket.Dump(RTM_GETROUTE, rtmsg{}, [&found](const nlmsghdr& message) { AddDefaultRoutes(message, found); });
   if (error != 0) return error;
   for (const Address& outside : kOutside) {
     std::vector<DefaultRoute> ways;
