@@ -66,7 +66,8 @@ class QUVA_DiagResultManager {
   /// That, and hands over what is left.
   void CompareRemaining();
   void ClearRemainingProblems();
-  void DeleteRemainingDBColumn(std::string issueCode);
+  /// Deletes the rows of one issue from the stored remaining problems. False, with a line in the log, when they stay.
+  bool DeleteRemainingDBColumn(std::string issueCode);
 
   // ---- result lists: 1 when the list was handed over or the file holds it (none is a list, too), 0 otherwise
 

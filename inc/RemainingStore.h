@@ -25,9 +25,9 @@ RemainingColumns ReadRemaining();
 /// that row nor any that follows is there then.
 bool ToRows(const RemainingColumns& columns, std::vector<MapToDBTable>& rows);
 void ClearRemaining();
-/// Deletes the rows of one issue.
-void DeleteRemaining(const std::string& issueCode);
-/// The same for several issues at once, among the rows that ReadRemaining() has.
+/// Deletes the rows of one issue. False, with a line in the log, when they stay.
+bool DeleteRemaining(const std::string& issueCode);
+/// Deletes those of several issues at once, among the rows that ReadRemaining() has.
 void DeleteRemaining(const std::vector<std::string>& issueCodes);
 
 }  // namespace QUVA

@@ -359,8 +359,10 @@ void CStartDCIssues::m_HandleNext() {
         const char* const code = decision.issueCode.c_str();
         const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
         *outcome = decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined);
-        if (decision.apply && *outcome == SOLUTION_DONE)
-          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
+        // What stays stored would be back at the next start: the viewer is told to try again.
+        if (decision.apply && *outcome == SOLUTION_DONE &&
+            !QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code))
+          *outcome = SOLUTION_FAILED;
       },
       [this, outcome] { m_EndHandling(*outcome); }, [this] { m_EndHandling(SOLUTION_FAILED); });
 }
@@ -428,8 +430,7 @@ void CStartDCIssues::m_LookForGone() {
       [opened, gone](const CScreenJob::Control&) {
         for (const std::string& code : opened) {
           if (!IsFalseNow(NumberOf(code))) continue;
-          QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code);
-          gone->push_back(code);
+          if (QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code)) gone->push_back(code);
         }
       },
       takeAway, takeAway);

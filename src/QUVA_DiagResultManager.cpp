@@ -208,10 +208,10 @@ void QUVA_DiagResultManager::ClearRemainingProblems() {
   ClearRemaining();
 }
 
-void QUVA_DiagResultManager::DeleteRemainingDBColumn(std::string issueCode) {
+bool QUVA_DiagResultManager::DeleteRemainingDBColumn(std::string issueCode) {
   std::lock_guard lock(m_TVDRMmutex);
   VEXILO_LOGI("DeleteRemainingDBColumn");
-  DeleteRemaining(issueCode);
+  return DeleteRemaining(issueCode);
 }
 
 // ---- result lists

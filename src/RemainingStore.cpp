@@ -233,10 +233,11 @@ void ClearRemaining() {
   WithDb(Clear);
 }
 
-void DeleteRemaining(const std::string& issueCode) {
+bool DeleteRemaining(const std::string& issueCode) {
   const std::lock_guard lock(Mutex());
   if (g_unsaved) std::erase_if(*g_unsaved, [&](const MapToDBTable& row) { return row.issue_code == issueCode; });
-  WithDb([&](const RemainingDb& db) { return db->DeleteDB(Doubled(issueCode, '\'')); });
+  const bool isDeleted = WithDb([&](const RemainingDb& db) { return db->DeleteDB(Doubled(issueCode, '\'')); }) != 0;
+  return isDeleted || g_unsaved;  // what is kept in memory takes the place of all that is stored
 }
 
 void DeleteRemaining(const std::vector<std::string>& issueCodes) {

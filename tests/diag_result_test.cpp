@@ -308,7 +308,7 @@ TEST_F(Remaining, OnDemandIssuesThatHaveClearedAreDeleted) {
 TEST_F(Remaining, DeletingTakesAllRowsOfOneCodeWhateverItsText) {
   const std::string clever = "10000005' OR '1'='1";
   for (const std::string& code : {std::string("17"), clever, std::string("170"), std::string("17")}) Store(code);
-  Manager().DeleteRemainingDBColumn("17");
+  EXPECT_TRUE(Manager().DeleteRemainingDBColumn("17"));
   EXPECT_THAT(StoredCodes(), ElementsAre(clever, "170"));
   Becomes(false, 10000005, kLate);
   Manager().GetInferenceResult_Remaining();
@@ -322,7 +322,7 @@ TEST_F(Remaining, ALockedDatabaseIsLeftAsItIs) {
     Execute(other.get(), "BEGIN EXCLUSIVE");
     EXPECT_EQ(Manager().LoadRemainingProblems(), 0);
     EXPECT_THAT(Table(), IsEmpty());
-    Manager().DeleteRemainingDBColumn("1");
+    EXPECT_FALSE(Manager().DeleteRemainingDBColumn("1"));
   }
   EXPECT_THAT(StoredCodes(), ElementsAre("1"));
   // One that goes in time is waited for.

@@ -372,6 +372,28 @@ TEST_F(Screens, AnIssueWhoseSolutionOpensAnApplicationStaysUntilItIsGone) {
   EXPECT_FALSE(Soon([&] { return ShowsSid("TV_SID_VEXILO_NO_SUCH_APP"); }, 2)) << "it is not another one's";
 }
 
+// It would be back when the application is started again.
+TEST_F(Screens, AnIssueThatCannotBeTakenFromTheStoreStaysAndSaysSo) {
+  StoreRemaining({{"1", Step("setting", "int db/one 1")}, {"2", Step("setting", "int db/two 2")}});
+  Open();
+  CHomeScreen::Instance()->m_SetDCIssues({Row("1"), Row("2")});
+  OpenList({Row("1"), Row("2")});
+  ASSERT_TRUE(FocusBecomes("list"));
+  for (const bool isLocked : {true, false}) {
+    SqliteDb other = isLocked ? OpenDatabase(set_paths::kRemainingDb) : nullptr;
+    if (other) Execute(other.get(), "BEGIN EXCLUSIVE");
+    Press("Return Return");
+    EXPECT_TRUE(JobsEnd());
+    Pass();
+    other.reset();
+    EXPECT_EQ(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"), isLocked);
+    EXPECT_EQ(List().m_item_label_get(1, "MainText").empty(), !isLocked);
+    EXPECT_EQ(CHomeScreen::Instance()->m_GetDCIssues().size(), isLocked ? 2u : 1u);
+    EXPECT_THAT(Stored(), isLocked ? testing::SizeIs(2) : testing::SizeIs(1));
+    Press("XF86Back");
+  }
+}
+
 TEST_F(Screens, WithoutTheParserPlugInNothingIsChangedAndApplyingSaysSo) {
   Open();
   OpenList(Rows(1));
