@@ -93,6 +93,8 @@ class CHomeScreen {
   void m_CheckErrorReportPreconditions();
   /// Launches where the viewer can get what the error report lacks.
   void m_LaunchWhatOpens(ErrorReportGate gate);
+  /// Launches it, or tells that this did not work.
+  void m_Launch(const char* appId);
   void m_TellScanFailed();
   void m_ShowToastAnywhere(const std::string& text);
   void m_TakeSolved(const std::string& issueCode);

@@ -237,8 +237,13 @@ void CHomeScreen::m_CheckErrorReportPreconditions() {
 }
 
 void CHomeScreen::m_LaunchWhatOpens(ErrorReportGate gate) {
-  if (gate == ErrorReportGate::kNoNetwork) CGetData::GetInstance()->ProcessLaunchApp(app_ids::kMenu);
-  if (gate == ErrorReportGate::kNoConsent) CGetData::GetInstance()->ProcessLaunchApp(app_ids::kWizard);
+  if (gate == ErrorReportGate::kNoNetwork) m_Launch(app_ids::kMenu);
+  if (gate == ErrorReportGate::kNoConsent) m_Launch(app_ids::kWizard);
+}
+
+void CHomeScreen::m_Launch(const char* appId) {
+  if (!CGetData::GetInstance()->ProcessLaunchApp(appId))
+    m_ShowToastAnywhere(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
 }
 
 void CHomeScreen::m_HideHomeScreen() {
@@ -348,7 +353,7 @@ void CHomeScreen::m_RequestSupportBtnClickCall() {
   m_screen.m_RememberFocus(m_requestSupport);
   if (!m_isRequestSupportAvailable) return m_ShowToast();
   m_Press(m_requestSupport, "Request Support");
-  CGetData::GetInstance()->ProcessLaunchApp(app_ids::kRequestSupport);
+  m_Launch(app_ids::kRequestSupport);
 }
 
 void CHomeScreen::m_HandleRSFocus() {

@@ -282,6 +282,26 @@ TEST_F(Screens, AReportIsOpenedOrWhatIsMissingForItIsLaunched) {
   }
 }
 
+TEST_F(Screens, WhatCannotBeLaunchedSaysSo) {
+  Profile("feature product.smart_monitor_feature_support=0; "s + kReport);
+  Open();
+  OpenHome("request-support");
+  ASSERT_TRUE(FocusBecomes("support"));
+  for (const bool isThere : {false, true}) {
+    if (isThere) Install("org.varno.request-support");
+    Press("Return");
+    EXPECT_EQ(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"), !isThere);
+    EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_NO_SUPPORT"));
+    if (!isThere) Press("XF86Back");
+    EXPECT_EQ(std::tuple(StackSize(), Launched()), std::tuple(1u, isThere ? "org.varno.request-support" : ""));
+    EXPECT_TRUE(FocusBecomes("support"));
+  }
+  CleanAll();
+  OpenHome("ErrorReport");  // without a network, and without the menu that would mend it
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+  EXPECT_TRUE(FocusBecomes("report"));
+}
+
 TEST_F(Screens, BackLeadsFromEachScreenToItsEntryAndThenOut) {
   g_network = true;
   vconf_set_int(QUVA::kConsentKey, 1);
