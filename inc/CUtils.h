@@ -121,6 +121,8 @@ class CUtils {
   /// Darken what is on the screen so far, and undo the last of these. Called in pairs.
   void m_ShowDimBackground();
   void m_HideDimBackground();
+  /// Whether the screen is darkened, as it is below every popup.
+  bool m_IsDimmed() const { return !m_dimLayers.empty(); }
   /// Has the layers cover the screen as large as it is now.
   void m_FitDimBackground();
 

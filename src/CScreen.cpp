@@ -20,7 +20,8 @@ constexpr double kToastTime = 3.0;  // seconds
 
 CScreen::CScreen(std::function<void()> announce) {
   CUtils::Instance().ConnectScreenReaderChangeCB([this, announce = std::move(announce)] {
-    if (m_IsShown() && elm_config_access_get()) announce();
+    // A popup above it speaks for itself.
+    if (m_IsShown() && !CUtils::Instance().m_IsDimmed() && elm_config_access_get()) announce();
   });
 }
 

@@ -484,6 +484,19 @@ TEST_F(Screens, AScreenEndsWhatWasSpokenAndSaysItsSentenceBeforeWhatHasTheFocus)
   EXPECT_THAT(said(), ElementsAre("")) << "what was spoken ends";
   SwitchVoiceGuide(true);
   EXPECT_THAT(said(), all) << "in the middle of a screen, too";
+  Drop(CStartDCIssues::Instance());
+  OpenList(Rows(1));
+  ASSERT_TRUE(FocusBecomes("list"));
+  said();
+  CStartDCIssues::Instance()->m_CreateIssueDetailsPopUp(0);
+  const std::string popup = "focus: " + text("TV_SID_VEXILO_OFF_TIMER_ON") + ". " + text("TV_SID_USING_OFF_TIMER") +
+                            " " + text("TV_SID_VEXILO_OPEN_SETTINGS");
+  EXPECT_TRUE(Soon([&] { return !g_said.empty(); }));
+  EXPECT_THAT(said(), ElementsAre(popup)) << "its text ends in a full stop of its own";
+  SwitchVoiceGuide(false);
+  said();
+  SwitchVoiceGuide(true);
+  EXPECT_THAT(said(), ElementsAre(popup)) << "of a popup that is open, not of what lies below it";
 }
 
 TEST_F(Screens, TheScanSpeaksWhileTheVoiceGuideIsOn) {

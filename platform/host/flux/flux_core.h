@@ -89,6 +89,8 @@ class Widget {
   virtual void Restyle() {}
   /// What the screen reader says; empty for nothing.
   std::string Speech() const;
+  /// Whether it speaks for the widget in it that has the focus, when the screen reader is switched on.
+  virtual bool SpeaksForContent() const { return false; }
   /// Has the screen reader, if it is on, say what has the focus once the loop is idle: this widget, if it, or what is
   /// in it, then still has it and is in sight. Until then the toolkit may try one widget after the other.
   void SpeakSoon();

@@ -23,12 +23,19 @@ constexpr double kGap = 4.0;
 constexpr int kRoundings = 4;  // pixels by which the theme's paddings may differ, each rounded by itself
 constexpr double kScreenMargins = 12.0;
 
+/// Whether it ends in a sign that ends a sentence in one of the languages.
+bool EndsSentence(const std::string& text) {
+  return std::ranges::any_of(std::initializer_list<const char*>{".", "!", "?", "…", "。", "！", "？", "؟", "।"},
+                             [&](const char* sign) { return text.ends_with(sign); });
+}
+
 /// The object covers its parent, so that nothing below it is clicked; a panel in the middle of it is what is seen.
 class Popup : public KeyWidget {
  public:
   Popup(Evas_Object* cover, Evas_Object* parent);
   ~Popup() override;
   void Restyle() override;
+  bool SpeaksForContent() const override { return true; }
 
   void SetTitle(const std::string& title);
   void SetText(const std::string& text);
@@ -109,7 +116,7 @@ Popup::Popup(Evas_Object* cover, Evas_Object* parent)
     const char* label = button < 0 ? nullptr : elm_object_text_get(m_buttons[button]);
     std::string speech = m_spokenTitle;
     for (const std::string& part : {m_spokenText, std::string(label ? label : "")})
-      if (!part.empty()) speech += (speech.empty() ? "" : ". ") + part;
+      if (!part.empty()) speech += (speech.empty() ? "" : EndsSentence(speech) ? " " : ". ") + part;
     return speech;
   };
   const auto on = [cover, this](Evas_Callback_Type event, Evas_Object_Event_Cb callback) {

@@ -41,12 +41,19 @@ void OnEnlarge(keynode_t*, void*) {
   ecore_event_add(FLUX_EVENT_ENLARGE_CHANGED, nullptr, nullptr, nullptr);
 }
 
+/// What says what the viewer is at: the popup that the focus is in, else what has it. Null for nothing.
+Widget* SpeakerOf(Evas_Object* focused) {
+  for (const Evas_Object* at = focused; at; at = elm_object_parent_widget_get(at))
+    if (Widget* const widget = Widget::Of(at); widget && widget->SpeaksForContent()) return widget;
+  return Widget::Of(focused);
+}
+
 void OnScreenReader(keynode_t*, void*) {
   const bool on = IsOn(set_names::kScreenReaderKey);
   if (!on) elm_flux_access_say("");
   elm_config_access_set(on);
   ecore_event_add(FLUX_EVENT_SCREEN_READER_CHANGED, nullptr, nullptr, nullptr);
-  if (Widget* const focused = Widget::Of(elm_object_focused_object_get(g_window)); on && focused) focused->SpeakSoon();
+  if (Widget* const speaker = SpeakerOf(elm_object_focused_object_get(g_window)); on && speaker) speaker->SpeakSoon();
 }
 
 struct FollowedKey {
