@@ -203,16 +203,20 @@ TEST_F(Screens, TheScansFrameTakesItsRowsWhenTextsGrow) {
   Open();
   CStartDC::Instance()->m_StartDC();
   m_ui->Settle();
-  for (const auto& [enlarged, height] : {std::pair(1, 53.2), {0, 46.0}, {1, 53.2}}) {
+  for (const auto& [enlarged, height] : {std::pair(1, 53.2), {0, 46.0}, {1, 53.2}, {0, 46.0}}) {
     vconf_set_int("db/menu/system/accessibility/focuszoom", enlarged);
-    EXPECT_TRUE(Soon([&, units = height] {
-      bool found = false;
-      EachVisible([&](Evas_Object* object) {
-        const UiHarness::Geometry at = UiHarness::GeometryOf(object);
-        found |= at.x == elm_flux_unit_to_px(11) && at.height == elm_flux_unit_to_px(units);
-      });
-      return found;
-    })) << enlarged;
+    EXPECT_TRUE(Soon(
+        [&, units = height] {
+          bool found = false;
+          EachVisible([&](Evas_Object* object) {
+            const UiHarness::Geometry at = UiHarness::GeometryOf(object);
+            found |= at.x == elm_flux_unit_to_px(11) && at.height == elm_flux_unit_to_px(units) &&
+                     std::abs(at.y - elm_flux_unit_to_px(70)) <= 1;
+          });
+          return found;
+        },
+        5))
+        << enlarged;
   }
 }
 

@@ -95,7 +95,8 @@ void Layout::PlaceAll(Evas_Object* box, const Eina_List* options) {
                                   (m_type == FLUX_LAYOUT_VERTICAL ? sums.tall : sums.tallest) + padDown);
 
   int x = 0, y = 0, boxWidth = 0, boxHeight = 0;
-  evas_object_geometry_get(box, &x, &y, &boxWidth, &boxHeight);
+  // The widget's: the box in it stays as large as it once had to be.
+  evas_object_geometry_get(Object(), &x, &y, &boxWidth, &boxHeight);
   const Size room{std::max(0, boxWidth - padAcross), std::max(0, boxHeight - padDown)};
   const Alignment where = AlignmentOf(m_align);
   const int spareAcross = std::max(0, room.width - sums.wide), spareDown = std::max(0, room.height - sums.tall);

@@ -80,10 +80,11 @@ class Background : public Widget {
 
  private:
   void Place() {
-    int x = 0, y = 0, width = 0, height = 0;
-    evas_object_geometry_get(Object(), &x, &y, &width, &height);
-    evas_object_geometry_set(m_surround, x, y, width, height);
-    const Eina_Rect page = PageIn(m_window, EINA_RECT(x, y, width, height));
+    // The window's own: what lies in it may ask for a pixel more, and the window then has it stand out on both sides.
+    Eina_Rect room = EINA_RECT_EMPTY();
+    evas_output_viewport_get(evas_object_evas_get(Object()), &room.x, &room.y, &room.w, &room.h);
+    evas_object_geometry_set(m_surround, room.x, room.y, room.w, room.h);
+    const Eina_Rect page = PageIn(m_window, room);
     evas_object_geometry_set(m_surface, page.x, page.y, page.w, page.h);
   }
 
