@@ -220,10 +220,17 @@ TEST_F(Screens, TheScansFrameTakesItsRowsWhenTextsGrow) {
   }
 }
 
-// No text ends in an ellipsis, however many issues there are.
+// No text ends in an ellipsis, however many issues there are and whatever becomes of one, and a short message lies in
+// the header.
 TEST_F(Screens, NoTextIsCutInAnyLanguage) {
   Profile(kReport);
   Open();
+  const auto cutTexts = [this] {
+    std::string cut;
+    for (const Shown& shown : Texts())
+      if (!elm_object_widget_check(shown.object) && IsCut(shown.object)) cut += shown.text + "|";
+    return cut;
+  };
   for (const char* language :
        {"en_US", "ar_AE", "de_DE", "es_ES", "fr_FR", "hi_IN", "ja_JP", "ko_KR", "pt_BR", "zh_CN"})
     for (const int enlarged : {0, 1}) {
@@ -242,9 +249,7 @@ TEST_F(Screens, NoTextIsCutInAnyLanguage) {
           std::string cut;
           EXPECT_TRUE(Soon(
               [&] {
-                cut.clear();
-                for (const Shown& shown : Texts())
-                  if (!elm_object_widget_check(shown.object) && IsCut(shown.object)) cut += shown.text + "|";
+                cut = cutTexts();
                 return cut.empty();
               },
               screen.moves ? 3 : 0))
@@ -252,6 +257,29 @@ TEST_F(Screens, NoTextIsCutInAnyLanguage) {
           CleanAll();
         }
       }
+      OpenList(Rows(3));
+      m_ui->Settle();
+      Evas_Object* const list = m_ui->Focused();
+      for (const char* state : {"TV_SID_VEXILO_WORKING_ON_IT", "TV_SID_VEXILO_OPENED"}) {
+        elm_flux_list_text_set(list, [state](int row, const std::string& part) {
+          const bool marked = row < 2 && part == "SubText1";
+          return marked ? CUtils::m_GetText(state) : CStartDCIssues::Instance()->m_item_label_get(row, part);
+        });
+        m_ui->Settle();
+        EXPECT_TRUE(Shows(CUtils::m_GetText(state)));
+        EXPECT_EQ(cutTexts(), "") << language << enlarged << " " << state;
+      }
+      for (const char* message : {"TV_SID_VEXILO_OPENED_MSG", "TV_SID_VEXILO_COULD_NOT_DO_IT",
+                                  "TV_SID_VEXILO_NO_SUCH_APP", "TV_SID_VEXILO_NO_SUPPORT"}) {
+        Evas_Object* const toast = elm_flux_toast_add(m_ui->Window(), CUtils::m_GetText(message), 9);
+        const UiHarness::Geometry at = UiHarness::GeometryOf(toast);
+        // The heading's line, or home's picture, begins five units below the header.
+        const bool isLine = at.width < elm_flux_unit_to_px(160);
+        EXPECT_LE(at.y + at.height, elm_flux_unit_to_px(isLine ? 15 : 20))
+            << language << enlarged << " " << message << " " << at;
+        evas_object_del(toast);
+      }
+      CleanAll();
     }
 }
 

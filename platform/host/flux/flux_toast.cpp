@@ -10,9 +10,18 @@ namespace flux {
 namespace {
 
 // In units.
-constexpr double kUpperMargin = 1.5;
+constexpr double kUpperMargin = 0.25;
 constexpr double kSideMargin = 8.0;
 constexpr double kWidest = 160.0;
+
+/// Of the height of a text in one line, what is empty: fonts of some scripts ask for room above and below all lines.
+int EmptyHeightOf(Evas_Object* edje) {
+  const Evas_Object* const block = edje_object_part_object_get(edje, "elm.text");
+  int height = 0, line = 0;
+  if (!block || !evas_object_textblock_line_number_geometry_get(block, 0, nullptr, nullptr, nullptr, &line)) return 0;
+  evas_object_textblock_size_formatted_get(block, nullptr, &height);
+  return std::max(0, height - line);
+}
 
 class Toast : public Widget {
  public:
@@ -66,12 +75,14 @@ void Toast::Place(const Eina_Rect& room) const {
   };
   say("flux,lines,one");
   edje_object_size_min_calc(edje, &width, &height);
+  const int empty = EmptyHeightOf(edje);
   if (width > widest) {
     say("flux,lines,more");
     width = widest;
     int ignored = 0;
     edje_object_size_min_restricted_calc(edje, &ignored, &height, width, 0);
   }
+  height -= empty;
   const int x = Mirrored() ? page.x + Px(kSideMargin) : page.x + page.w - Px(kSideMargin) - width;
   const int y = page.y + std::max(Px(kUpperMargin), (Px(kHeaderHeight) - height) / 2);
   evas_object_geometry_set(Object(), x, y, width, height);
