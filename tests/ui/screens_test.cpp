@@ -230,6 +230,13 @@ TEST_F(Screens, TheScansFrameTakesItsRowsWhenTextsGrow) {
   }
 }
 
+/// The size of a text's font, as its style says it.
+std::string SizeOf(const Evas_Object* block) {
+  const std::string style = evas_textblock_style_get(evas_object_textblock_style_get(block));
+  const size_t at = style.find("font_size=");
+  return style.substr(at, style.find(' ', at) - at);
+}
+
 // No text ends in an ellipsis, however many issues there are and whatever becomes of one, and a short message lies in
 // the header.
 TEST_F(Screens, NoTextIsCutInAnyLanguage) {
@@ -267,6 +274,14 @@ TEST_F(Screens, NoTextIsCutInAnyLanguage) {
           CleanAll();
         }
       }
+      OpenHome();
+      m_ui->Settle();
+      std::set<std::string> sizes;
+      for (const Shown& shown : Texts())
+        if (!elm_object_widget_check(shown.object) && shown.at.y > elm_flux_unit_to_px(88))
+          sizes.insert(SizeOf(shown.object));
+      EXPECT_EQ(sizes.size(), 1u) << "home's tiles: " << language << enlarged;
+      CleanAll();
       OpenList(Rows(3));
       m_ui->Settle();
       Evas_Object* const list = m_ui->Focused();

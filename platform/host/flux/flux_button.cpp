@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <vector>
 
 #include "dlog.h"
 #include "flux/flux_image.h"
@@ -100,6 +101,7 @@ class Button : public Widget {
       text.isWhole = true;
     }
     m_text->SetStyle(text);
+    if (m_style == FLUX_BUTTON_TILE) m_text->SetPeers([this] { return TextsOfRow(); });
     m_text->OnNeededSizeChanged([layout = Object()] {
       if (const Widget* button = Of(layout)) button->InvalidateParent();
     });
@@ -109,6 +111,19 @@ class Button : public Widget {
       evas_object_del(m_text->Object());
       m_text = nullptr;
     }
+  }
+
+  /// Of the tiles in the same layout.
+  std::vector<TextBox*> TextsOfRow() const {
+    std::vector<TextBox*> texts;
+    Evas_Object* const row = elm_object_parent_widget_get(Object());
+    if (!dynamic_cast<Layout*>(Of(row))) return texts;
+    Eina_List* children = elm_box_children_get(row);
+    for (; children; children = eina_list_remove_list(children, children)) {
+      const auto* const button = dynamic_cast<Button*>(Of(static_cast<Evas_Object*>(eina_list_data_get(children))));
+      if (button && button->m_style == FLUX_BUTTON_TILE && button->m_text) texts.push_back(button->m_text);
+    }
+    return texts;
   }
 
   void OnSignal(const char* signal, Edje_Signal_Cb callback) {

@@ -143,6 +143,17 @@ int TextBox::WidestWord(int pixels) {
 }
 
 TextBox::Form TextBox::FormFor(int width, int height) {
+  Form form = OwnFormFor(width, height);
+  if (!m_peers) return form;
+  for (TextBox* peer : m_peers()) {
+    if (peer == this) continue;
+    form.pixels = std::min(form.pixels, peer->OwnFormFor(width, height).pixels);
+    if (peer->m_form.pixels > 0) peer->ApplyForm(peer->m_form);  // measuring has changed it
+  }
+  return form;
+}
+
+TextBox::Form TextBox::OwnFormFor(int width, int height) {
   const int pixels = TextPx(m_style.size);
   if (!m_style.fit) return {m_style.isWhole && height > 0 ? PixelsForLines(width, height) : pixels, m_style.lines};
   const Widget::Size natural = NaturalSize(pixels);
@@ -160,6 +171,7 @@ void TextBox::PlaceBlock() {
   const Form form = width > 0 ? FormFor(width, height) : Form{TextPx(m_style.size), 1};
   const int line = std::max(1, NaturalSize(form.pixels).height);  // without any font a line has no height
   ApplyForm(form);
+  m_form = form;
 
   // As high as its lines, but no higher than the lines that it may have and those that the box holds.
   int used = line;

@@ -3,6 +3,7 @@
 /// How every widget of the set draws a text.
 
 #include <string>
+#include <vector>
 
 #include "flux/flux_core.h"
 #include "flux/flux_layout.h"
@@ -39,6 +40,8 @@ class TextBox {
   void SetStyle(const Style& style);
   const Style& GetStyle() const { return m_style; }
   void SetColour(Colour colour);
+  /// Those beside it, with boxes as large: a text that fits is no larger than each of them has to be.
+  void SetPeers(std::function<std::vector<TextBox*>()> peers) { m_peers = std::move(peers); }
   /// Fits the text to unit, text size and direction.
   void Update();
   /// What it needs: as wide as it is in one line, as high as its lines are at its present width. It makes do with less.
@@ -56,6 +59,7 @@ class TextBox {
     int lines;
   };
   Form FormFor(int width, int height);
+  Form OwnFormFor(int width, int height);
   int PixelsForLines(int width, int height);
   bool FitsInLines(int pixels, int width, int height);
   int WidestWord(int pixels);
@@ -65,6 +69,8 @@ class TextBox {
   Evas_Object* m_box;
   Evas_Object* m_block;
   Style m_style;
+  Form m_form{0, 1};  ///< as it is drawn; 0 until it is
+  std::function<std::vector<TextBox*>()> m_peers;
   std::string m_markup;
   Widget::Size m_needed{0, 0};
   std::function<void()> m_neededSizeChanged;
