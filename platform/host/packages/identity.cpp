@@ -59,6 +59,7 @@ std::map<std::string, bool> Shipped() {
   return shipped;
 }
 
+/// Of an application that the set launches by a desktop entry of its own.
 bool IsBuiltIn(const std::string& appId) {
   return appId == set_names::kCareApplication || IsThere(set_paths::kDesktopEntries + ("/" + appId) + ".desktop");
 }
@@ -96,8 +97,7 @@ Owners StillClaimed(const Owners& owners, const std::vector<Package>& packages,
 }
 
 /// Those who may claim ids that nobody has yet, in their order.
-std::vector<const Package*> InOrder(const std::vector<Package>& packages) {
-  const auto shipped = Shipped();
+std::vector<const Package*> InOrder(const std::vector<Package>& packages, const std::map<std::string, bool>& shipped) {
   std::vector<const Package*> order;
   for (const Package& package : packages) order.push_back(&package);
   std::sort(order.begin(), order.end(), [&](const Package* one, const Package* other) {
@@ -114,8 +114,9 @@ std::map<std::string, std::string> Settle(Owners& owners, const std::vector<Pack
                                           const std::vector<std::string>& folderNames) {
   owners = StillClaimed(owners, packages, folderNames);
   for (const std::string& name : folderNames) owners.emplace(name, name);
+  const auto shipped = Shipped();
   std::map<std::string, std::string> problems;
-  for (const Package* package : InOrder(packages)) {
+  for (const Package* package : InOrder(packages, shipped)) {
     const std::string self = OwnerOf(*package);
     std::string& problem = problems[self];
     for (const std::string& id : {package->packageId, package->appId}) {
@@ -123,7 +124,7 @@ std::map<std::string, std::string> Settle(Owners& owners, const std::vector<Pack
       if (!problem.empty()) break;
       if (owner != owners.end() && owner->second != self)
         problem = Taken(*package, id, owner->second);
-      else if (package->source == Source::kFolder && IsBuiltIn(id))
+      else if (package->source == Source::kFolder && !shipped.contains(package->packageId) && IsBuiltIn(id))
         problem = "is not used: " + id + " is the id of an application of the set";
     }
     if (!problem.empty()) continue;

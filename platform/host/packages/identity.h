@@ -18,9 +18,9 @@ namespace packages {
 /// Whether the set shipped the package as one that stays (set_paths::kShippedPackages).
 bool IsFixed(const std::string& packageId);
 
-/// Removes from `packages` (folders and Flatpaks) those that claim the id of another, or of an application that the set
-/// launches by a desktop entry. `folderNames` are all folders of packages, which have their names as ids also while
-/// their manifests cannot be used. Each package that goes is in the log, once.
+/// Removes from `packages` (folders and Flatpaks) those that claim the id of another, or, unless the set shipped them,
+/// of an application that the set launches by a desktop entry. `folderNames` are all folders of packages, which have
+/// their names as ids also while their manifests cannot be used. Each package that goes is in the log, once.
 void KeepRightful(std::vector<Package>& packages, const std::vector<std::string>& folderNames);
 
 }  // namespace packages
