@@ -50,7 +50,7 @@ class CStartDCIssues {
   /// Takes a row away that has been handled. Nothing happens for an index that is none.
   void m_RemoveItemFromIndex(int index);
   /// Calls on the main loop when an issue has been solved.
-  void ConnectSolvedCB(std::function<void(const std::string& issueCode)> slot);
+  void ConnectSolvedCB(const std::function<void(const std::string& issueCode)>& slot);
 
   // ---- the popup and the toast
 

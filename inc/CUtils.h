@@ -151,10 +151,10 @@ class CUtils {
   int m_GetHighContrast() const { return m_highContrast; }
   int m_GetEnlarge() const { return m_enlarge; }
 
-  void ConnectHighContrastChangeCB(std::function<void()> slot);
-  void ConnectEnlargeChangeCB(std::function<void()> slot);
-  void ConnectLangChangeCB(std::function<void()> slot);
-  void ConnectScreenReaderChangeCB(std::function<void()> slot);
+  void ConnectHighContrastChangeCB(const std::function<void()>& slot);
+  void ConnectEnlargeChangeCB(const std::function<void()>& slot);
+  void ConnectLangChangeCB(const std::function<void()>& slot);
+  void ConnectScreenReaderChangeCB(const std::function<void()>& slot);
   void HighContrastChangeCB();
   void EnlargeChangeCB();
   void LanguageChangeCB();

@@ -18,6 +18,9 @@ const char* QGuideResultPath(const char* launchFrom);
 /// that stands there is an older result, or none at all. Any thread.
 void SayNoQGuideResult(const char* path, const char* reason);
 
+/// Says there, where no solutions could be read, that the result has no issues for that reason. Any thread.
+void SayWhetherNothingIsKnown();
+
 /// A first look: whether the result may be written to `path` of the set.
 bool MayWriteQGuideResult(const char* path);
 

@@ -65,8 +65,8 @@ CStartDCIssues::CStartDCIssues() : m_solved(std::make_unique<SolvedSignal>()) {
   CUtils::Instance().ConnectHighContrastChangeCB([this] { m_HighContrastChangeCB(); });
 }
 
-void CStartDCIssues::ConnectSolvedCB(std::function<void(const std::string& issueCode)> slot) {
-  m_solved->connect(std::move(slot));
+void CStartDCIssues::ConnectSolvedCB(const std::function<void(const std::string& issueCode)>& slot) {
+  m_solved->connect(slot);
 }
 
 // ---- the screen

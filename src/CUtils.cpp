@@ -258,20 +258,20 @@ void CUtils::m_SetEnlarge() {
   elm_config_scale_set(value != 0 ? FLUX_SCALE_ENLARGED : FLUX_SCALE_NORMAL);
 }
 
-void CUtils::ConnectHighContrastChangeCB(std::function<void()> slot) {
-  m_signals->highContrastChanged.connect(std::move(slot));
+void CUtils::ConnectHighContrastChangeCB(const std::function<void()>& slot) {
+  m_signals->highContrastChanged.connect(slot);
 }
 
-void CUtils::ConnectEnlargeChangeCB(std::function<void()> slot) {
-  m_signals->enlargeChanged.connect(std::move(slot));
+void CUtils::ConnectEnlargeChangeCB(const std::function<void()>& slot) {
+  m_signals->enlargeChanged.connect(slot);
 }
 
-void CUtils::ConnectLangChangeCB(std::function<void()> slot) {
-  m_signals->languageChanged.connect(std::move(slot));
+void CUtils::ConnectLangChangeCB(const std::function<void()>& slot) {
+  m_signals->languageChanged.connect(slot);
 }
 
-void CUtils::ConnectScreenReaderChangeCB(std::function<void()> slot) {
-  m_signals->screenReaderChanged.connect(std::move(slot));
+void CUtils::ConnectScreenReaderChangeCB(const std::function<void()>& slot) {
+  m_signals->screenReaderChanged.connect(slot);
 }
 
 void CUtils::HighContrastChangeCB() {

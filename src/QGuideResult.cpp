@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "AppState.h"
+#include "QUVA_Storage.h"
 #include "SafeFile.h"
 #include "VexiloLog.h"
 #include "ownership.h"
@@ -34,6 +35,14 @@ const char* QGuideResultPath(const char* launchFrom) {
 void SayNoQGuideResult(const char* path, const char* reason) {
   std::fprintf(stderr, "no result is written to %s: %s; what stands there, if anything, is of an earlier diagnosis\n",
                path, reason);
+}
+
+void SayWhetherNothingIsKnown() {
+  unsigned int count = 0;
+  std::vector<QUVA_Solution> solutions;
+  TCInformationStorage::Instance()->GetSolutionInformation(count, solutions);
+  if (solutions.empty())
+    std::fprintf(stderr, "no issue can be told: %s has no solutions that can be used\n", set_paths::kSolutionMap);
 }
 
 bool MayWriteQGuideResult(const char* path) {

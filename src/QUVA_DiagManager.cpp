@@ -85,6 +85,7 @@ void QUVA_DiagManager::createLibHandler() {
 
 void QUVA_DiagManager::StartQGuideDiagnosis() {
   VEXILO_LOGI("StarQGuide Diagnosis");
+  SayWhetherNothingIsKnown();
   if (InferenceSubscribeOnce(kInferenceWait, QGuideCallbackFunc) != 0) {
     VEXILO_LOGE("the diagnosis engine does not answer");
     SayNoQGuideResult(QGuideResultPath(AppState::Instance().launchFrom), "the diagnosis engine does not answer");

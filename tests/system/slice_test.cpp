@@ -131,7 +131,7 @@ const Fault kFaults[] = {
     {"MalformedMap", [] { WriteHostFile(kMapFile, "<map>\n<solution issue_code=\"17\"/>\n<sm cnt=1/>"); },
      "Error while parsing xml: not well-formed (invalid token), line: 3, col: 8", "", kMapFile},
     {"MapWithoutSolutions", [] { WriteHostFile(kMapFile, "<map><sm cnt=\"0\"/></map>"); },
-     "/usr/share/vexilo/solutionmap.xml: it has no solutions", "", kMapFile},
+     "\nno issue can be told: /usr/share/vexilo/solutionmap.xml has no solutions that can be used\n", "", kMapFile},
     {"MapCutShort",
      [] { WriteHostFile(kMapFile, "<map><sm cnt=\"3\"/><solution issue_code=\"17\"/><solution issue_"); },
      "/usr/share/vexilo/solutionmap.xml: it declares 3 solutions and has 1", "17\n", kMapFile},

@@ -27,6 +27,12 @@ int AwaitPart(int fd, Clock::time_point end) {
   }
 }
 
+/// Whether a message with its header lies within the bytes that are left.
+bool IsWhole(const nlmsghdr* message, int left) {
+  return left >= static_cast<int>(sizeof *message) && message->nlmsg_len >= sizeof *message &&
+         message->nlmsg_len <= static_cast<uint32_t>(left);
+}
+
 /// 0 for one that only says that the request was done.
 int ErrorIn(const nlmsghdr& message) {
   const auto* error = BodyOf<nlmsgerr>(message);
@@ -38,7 +44,7 @@ int ErrorIn(const nlmsghdr& message) {
 std::optional<int> VisitMessages(std::span<const std::byte> datagram, uint32_t question, const Visitor& visit) {
   // Signed: the last message's padding may be missing, and then less than nothing is left.
   auto left = static_cast<int>(datagram.size());
-  for (const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data()); NLMSG_OK(message, left);
+  for (const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data()); IsWhole(message, left);
        message = NLMSG_NEXT(message, left)) {
     if (message->nlmsg_seq != question) continue;
     if (message->nlmsg_type == NLMSG_DONE) return 0;

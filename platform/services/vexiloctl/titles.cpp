@@ -18,8 +18,9 @@ namespace {
 QUVA::QUVA_SolutionMap ReadMap() {
   QUVA::QUVA_SolutionMap map;
   std::string problem;
-  ReadSolutionMap(map, problem);
-  if (!problem.empty()) Complain(std::string(set_paths::kSolutionMap) + ": " + problem + "; titles are missing");
+  const bool isRead = ReadSolutionMap(map, problem);
+  if (!problem.empty())
+    Complain(std::string(set_paths::kSolutionMap) + ": " + problem + (isRead ? "" : "; titles are missing"));
   return map;
 }
 
