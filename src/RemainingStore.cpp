@@ -7,8 +7,8 @@
 #include <list>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
-#include <utility>
 #include <variant>
 
 #include "QUVA_DBManager.h"
@@ -66,7 +66,7 @@ std::mutex& Mutex() {
   return *mutex;
 }
 // What is to be stored, and cannot be yet. Until then it counts instead of what is stored.
-std::optional<std::vector<MapToDBTable>> g_unsaved;
+auto& g_unsaved = *new std::optional<std::vector<MapToDBTable>>;
 bool g_isRetrying = false;
 
 // Opens the database for as long as it lives.
@@ -174,8 +174,13 @@ void StoreLater() {
 
 void KeepUnsaved(const std::vector<MapToDBTable>& rows) {
   g_unsaved = rows;
-  if (std::exchange(g_isRetrying, true)) return;
-  std::thread(StoreLater).detach();
+  if (g_isRetrying) return;
+  try {
+    std::thread(StoreLater).detach();
+    g_isRetrying = true;
+  } catch (const std::system_error& error) {
+    VEXILO_LOGE("what is not saved is not tried again before the next scan: %s", error.what());
+  }
 }
 
 }  // namespace

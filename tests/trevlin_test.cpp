@@ -1,7 +1,11 @@
 // The diagnosis engine's databases: what is kept, and what becomes of damage, locks and two writers at once.
 
+#include <sys/file.h>
 #include <sys/wait.h>
 
+#include <thread>
+
+#include "base/state.h"
 #include "database_rescue.h"
 #include "set_names.h"
 #include "set_paths.h"
@@ -286,6 +290,31 @@ TEST(TrevlinDatabase, WhatIsLockedOrFullOrEmptyIsNotDamaged) {
   EXPECT_EQ(RescueDatabase(set_paths::kSolutionDb, "solutionTBL", "(a TEXT)", report), DatabaseRescue::kSound);
   EXPECT_THAT(Beside(".damaged-"), IsEmpty());
   EXPECT_THAT(RowsOf(17), ElementsAre(std::string(kTime) + "|1"));
+}
+
+// What others lock or tidy meanwhile is not in the way, and what a rescue has left that was killed goes.
+TEST(TrevlinDatabase, IsRenewedWhileOthersTidyAndHoldTheFolder) {
+  ASSERT_EQ(Record(17, 1), TREVLIN_OK);
+  const std::string leftover = kInference + "#abc123";
+  const FdHandle folder(open(fs::path(kInference).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(folder.get(), LOCK_SH), 0);
+  std::atomic<bool> done = false;
+  std::thread others([&done] {
+    while (!done) TidyState();
+  });
+  for (int round = 0; round < 10; ++round) {
+    WriteFile(set_paths::kInferenceDb, "no database " + std::to_string(round));
+    std::string report;
+    EXPECT_EQ(RescueDatabase(set_paths::kInferenceDb, "inferenceTBL", "(a TEXT)", report), DatabaseRescue::kRenewed)
+        << report;
+  }
+  done = true;
+  others.join();
+  WriteHostFile(leftover, "");
+  WriteFile(set_paths::kInferenceDb, "no database");
+  std::string report;
+  RescueDatabase(set_paths::kInferenceDb, "inferenceTBL", "(a TEXT)", report);
+  EXPECT_FALSE(fs::exists(leftover));
 }
 
 TEST(TrevlinDatabase, AFileThatIsReplacedOrRepairedIsReadAnew) {

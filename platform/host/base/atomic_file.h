@@ -33,6 +33,8 @@ class StagedFile {
   /// Puts it in its place by `move`; false with errno. What is not published is removed.
   bool Publish(int (*move)(const char*, const char*) = std::rename);
   int Fd() const { return m_file.get(); }
+  /// Where it is until then.
+  const std::string& Path() const { return m_temporary; }
 
   StagedFile() = default;
   StagedFile(StagedFile&& other) noexcept = default;

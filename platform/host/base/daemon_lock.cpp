@@ -110,6 +110,7 @@ bool DaemonPlace::TakeLock(int& error) {
   const std::string path = SystemPath(set_paths::kDaemonLock);
   m_lock.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
   struct flock whole = WholeFile();
+  if (m_lock) GiveToSetOwner(m_lock.get());
   // An older version's file was for all to read.
   if (m_lock && fchmod(m_lock.get(), 0600) == 0 && fcntl(m_lock.get(), F_SETLK, &whole) == 0)
     return IsAt(path, m_lock.get());

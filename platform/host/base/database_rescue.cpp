@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kPause{60}, kLongestLock{2}, kLongestLook{3}, kLongestReading{5};
+constexpr std::chrono::seconds kPause{60}, kLongestLock{2}, kLongestLook{10}, kLongestReading{5};
 constexpr int kBusyMs = 1000;
 constexpr int kMaxRows = 100000;
 constexpr int kMaxLookups = 10000;
@@ -60,8 +60,7 @@ bool Look(sqlite3* db, std::string& problem) {
   sqlite3_progress_handler(db, 0, nullptr, nullptr);
   if (problem == "ok") problem.clear();
   std::replace(problem.begin(), problem.end(), '\n', ' ');
-  // A new one is small: what takes so long is still the one that was found damaged.
-  return step == SQLITE_ROW || step == SQLITE_INTERRUPT || IsDatabaseDamage(step);
+  return step == SQLITE_ROW || IsDatabaseDamage(step);
 }
 
 /// Carries rows from a damaged table to a new one of the same columns.
@@ -160,42 +159,61 @@ std::string NextAside(const std::string& path) {
   return path + kMark + std::to_string(highest + 1) + "-" + date;
 }
 
-/// The new file takes the name of the damaged one, which is there under another from then on.
-bool Exchange(const std::string& path, const std::string& aside, const std::string& fresh) {
-  if (link(path.c_str(), aside.c_str()) != 0 && rename(path.c_str(), aside.c_str()) != 0) return false;
+/// The new file takes the name of the damaged one, which is there under another from then on; false where all is as it
+/// was.
+bool Exchange(const std::string& path, const std::string& aside, StagedFile& fresh) {
+  const bool isLinked = link(path.c_str(), aside.c_str()) == 0;
+  if (!isLinked && rename(path.c_str(), aside.c_str()) != 0) return false;
+  const auto move = [](const std::string& from, const std::string& to) {
+    for (const char* journal : kJournals) rename((from + journal).c_str(), (to + journal).c_str());
+  };
   // They would be taken for those of the new one.
-  for (const char* journal : kJournals) rename((path + journal).c_str(), (aside + journal).c_str());
-  return rename(fresh.c_str(), path.c_str()) == 0 && SyncFolderOf(path);
+  move(path, aside);
+  if (fresh.Publish()) return SyncFolderOf(path);
+  const int reason = errno;
+  move(aside, path);
+  if (isLinked)
+    unlink(aside.c_str());
+  else
+    rename(aside.c_str(), path.c_str());
+  errno = reason;
+  return false;
+}
+
+/// Those that a rescue has left which was killed. Under the lock, so that none is under way.
+void RemoveUnfinished(const std::string& path) {
+  const std::filesystem::path file(path);
+  const std::string begin = file.filename().string() + "#";
+  for (const auto& each : EntriesOf(file.parent_path()))
+    if (each.filename().string().starts_with(begin)) unlink(each.c_str());
 }
 
 DatabaseRescue Rescue(const std::string& setPath, const std::string& table, const std::string& columns,
                       std::string& report) {
-  const std::string path = SystemPath(setPath), folder = path.substr(0, path.rfind('/'));
+  const std::string path = SystemPath(setPath);
   const auto fail = [&](const std::string& reason) {
     report = setPath + ": is damaged and cannot be set aside: " + reason;
     return DatabaseRescue::kFailed;
   };
-  const FdHandle lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!lock || !LockFile(lock.get(), Clock::now() + kLongestLock)) return fail(std::strerror(errno));
+  const FdHandle lock = LockBeside(path, Clock::now() + kLongestLock);
+  if (!lock) return fail(std::strerror(errno));
+  RemoveUnfinished(path);
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return DatabaseRescue::kSound;
-  SqliteDb damaged = Open(path);
+  const SqliteDb damaged = Open(path);
   std::string damage, problem;
   if (!Look(damaged.get(), damage)) return fail(damage);
   if (damage.empty()) return DatabaseRescue::kSound;
+  // Where it can still be had, nobody writes to it until the new one is there.
+  sqlite3_exec(damaged.get(), "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
 
-  std::string fresh = path + "#XXXXXX";
-  const FdHandle file(mkostemp(fresh.data(), O_CLOEXEC));
-  if (!file) return fail(std::strerror(errno));
-  const int rows = MakeNew(fresh, damaged.get(), table, columns, problem);
-  damaged.reset();
+  StagedFile fresh;
+  if (!fresh.Write(path, "", status.st_mode & 07777)) return fail(std::strerror(errno));
+  const int rows = MakeNew(fresh.Path(), damaged.get(), table, columns, problem);
+  if (rows < 0) return fail(problem);
   const std::string aside = NextAside(path);
-  const bool isOwned = fchmod(file.get(), status.st_mode & 07777) == 0 &&
-                       (geteuid() != 0 || fchown(file.get(), status.st_uid, status.st_gid) == 0);
-  const bool isDone = rows >= 0 && isOwned && fsync(file.get()) == 0 && Exchange(path, aside, fresh);
-  if (rows >= 0 && !isDone) problem = std::strerror(errno);
-  if (!isDone) unlink(fresh.c_str());
-  if (!isDone) return fail(problem);
+  const bool isOwned = geteuid() != 0 || fchown(fresh.Fd(), status.st_uid, status.st_gid) == 0;
+  if (!isOwned || fsync(fresh.Fd()) != 0 || !Exchange(path, aside, fresh)) return fail(std::strerror(errno));
   report = setPath + ": was damaged (" + damage + "); it is set aside as " + aside.substr(path.rfind('/') + 1) +
            " and made anew with the " + std::to_string(rows) + " rows that could be read";
   return DatabaseRescue::kRenewed;

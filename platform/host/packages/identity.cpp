@@ -141,13 +141,11 @@ std::map<std::string, std::string> SettleAndStore(const std::vector<Package>& pa
   auto problems = Settle(owners, packages, folderNames);
   if (owners == before) return problems;
   // Once more, as another process may have come first.
-  const std::string file = set_paths::kPackageOwners, path = SystemPath(file), lockPath = path + ".lock";
-  MakeFolders(path.substr(0, path.rfind('/')));
-  const FdHandle lock(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-  const bool isLocked = lock && LockFile(lock.get(), std::chrono::steady_clock::now() + kLongestLock);
+  const std::string file = set_paths::kPackageOwners, path = SystemPath(file);
+  const FdHandle lock = LockBeside(path, std::chrono::steady_clock::now() + kLongestLock);
   owners = ReadOwners();
   problems = Settle(owners, packages, folderNames);
-  const bool isStored = isLocked && PublishFile(path, TextOf(owners)) && chmod(path.c_str(), 0600) == 0;
+  const bool isStored = lock && PublishFile(path, TextOf(owners));
   Complain(file, isStored ? "" : std::string("who has which id is not stored: ") + std::strerror(errno));
   return problems;
 }

@@ -36,7 +36,7 @@ void Complain(const char* path, const char* doing) {
 
 // What could not be stored.
 std::mutex g_mutex;
-std::optional<Histories> g_unstored;
+std::optional<Histories>& g_unstored = *new std::optional<Histories>;
 
 FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
   FdHandle lock = OpenLockFile(SystemPath(set_paths::kRuleHistoriesLock));

@@ -78,19 +78,27 @@ LogCollector::~LogCollector() {
 }
 
 void LogCollector::Start() {
-  PruneReports();
+  Prune();
   // So that the time that the set runs is known although it may lose its power.
-  const auto prune = [](void*) -> gboolean {
-    PruneReports();
+  const auto prune = [](void* self) -> gboolean {
+    static_cast<LogCollector*>(self)->Prune();
     return G_SOURCE_CONTINUE;
   };
-  m_timer = g_timeout_add_seconds(kPruneSeconds, prune, nullptr);
+  m_timer = g_timeout_add_seconds(kPruneSeconds, prune, this);
   RememberKernel();
   m_triggers.Start();
   m_restartTriggers.Start();
   // The folder may have been emptied by the restart.
   for (const std::filesystem::path& waiting : EntriesOf(StatePath(kWaitingFolder)))
     if (IsTriggerName(waiting.filename())) LookAfterRestart(waiting.filename());
+}
+
+void LogCollector::Prune() {
+  const auto prune = [](const StopFlag&) {
+    PruneReports();
+    return true;
+  };
+  m_jobs.Run(Lane::kReports, "prune reports", prune, [] {});
 }
 
 void LogCollector::RememberKernel() {
@@ -128,11 +136,15 @@ void LogCollector::LookAfterRestart(const std::string& trigger) {
   const std::string seenBy = FirstLineOf(WaitingPath(trigger));
   if (!seenBy.empty() && seenBy != m_bootId) return Collect(set_paths::kRebootReportTriggers, trigger);
   if (!seenBy.empty()) return;
-  if (!MakeFolders(StatePath(kWaitingFolder)) || !PublishFile(WaitingPath(trigger), m_bootId + "\n"))
-    Log(DLOG_ERROR,
-        "the report of " + trigger + " is due after a restart, but that cannot be noted: " + std::strerror(errno));
-  else
-    Log(DLOG_INFO, "the report of " + trigger + " is due after a restart of the set");
+  const auto note = [this, trigger](const StopFlag&) {
+    if (!MakeFolders(StatePath(kWaitingFolder)) || !PublishFile(WaitingPath(trigger), m_bootId + "\n"))
+      Log(DLOG_ERROR,
+          "the report of " + trigger + " is due after a restart, but that cannot be noted: " + std::strerror(errno));
+    else
+      Log(DLOG_INFO, "the report of " + trigger + " is due after a restart of the set");
+    return true;
+  };
+  m_jobs.Run(Lane::kReports, "note " + trigger, note, [] {});
 }
 
 bool LogCollector::MakeReportOf(const std::string& folder, const std::string& trigger, const StopFlag& stop) {

@@ -28,6 +28,7 @@ class LogCollector {
 
  private:
   void Look(const std::string& folder, const std::string& trigger);
+  void Prune();
   void LookAfterRestart(const std::string& trigger);
   void RememberKernel();
   void Collect(const std::string& folder, const std::string& trigger);

@@ -153,8 +153,6 @@ int Main(int argc, char** argv) {
       return Complain(kUsage, "unknown argument \"" + std::string(word) + "\"\nTry 'vexilo-setd --help'.");
     once = true;
   }
-  const sigset_t ends = EndSignals();
-  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   // A file that may not grow is a failure like a full disk, no reason to end.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -163,6 +161,9 @@ int Main(int argc, char** argv) {
     std::string problem;
     TidyState();
     if (!place.Take(problem)) return Complain(kFailed, problem);
+    // Until here they end it at once: nothing has begun.
+    const sigset_t ends = EndSignals();
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     DropPrivileges();
     AnswerAt(place);
     return Serve(once);

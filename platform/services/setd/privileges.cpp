@@ -22,6 +22,7 @@ constexpr unsigned kKept[] = {
     CAP_CHOWN,         // what it makes belongs to the set's owner
     CAP_DAC_OVERRIDE,  // a set's files may be another user's
     CAP_FOWNER,        // so may what is removed from a folder with the sticky bit
+    CAP_NET_ADMIN,     // to have the kernel ask a router anew that it only remembers
     CAP_SYS_PTRACE,    // to read in /proc which package a process with more capabilities belongs to
     CAP_SYSLOG,        // the kernel's log, for reports
 };
@@ -57,6 +58,7 @@ constexpr const char* kDenied[] = {
     "open_by_handle_at",
     "open_tree",
     "perf_event_open",
+    "pidfd_getfd",
     "process_vm_readv",
     "process_vm_writev",
     "quotactl",

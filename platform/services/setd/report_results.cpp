@@ -45,7 +45,7 @@ std::string ResultLine(const std::string& trigger, const std::string& report, co
 /// Removes the oldest files of the folder, but `path`, until one more has its place: those of an earlier daemon first,
 /// by their times, then those of this one as they came, whatever the clock was.
 void MakeRoomFor(const std::string& path) {
-  static std::map<std::string, uint64_t> published;
+  static auto& published = *new std::map<std::string, uint64_t>;
   static uint64_t number = 0;
   published[path] = ++number;
   std::vector<std::tuple<uint64_t, time_t, std::string>> others;

@@ -135,8 +135,8 @@ bool ReadJournal(const char* option, const std::vector<const char*>& names, cons
     return false;
   }
   // It is ended in time by this process, and by "timeout" when this one was killed meanwhile.
-  std::vector<std::string> arguments{"timeout",    "--foreground", "-k", "1",         "15", program.get(),
-                                     "--no-pager", "-q",           "-o", "short-iso", "-n", "2000"};
+  std::vector<std::string> arguments{"timeout", "-k", "1",         "15", program.get(), "--no-pager",
+                                     "-q",      "-o", "short-iso", "-n", "2000"};
   for (const char* name : names) arguments.insert(arguments.end(), {option, name});
   text.clear();
   const ProgramEnd end = RunProgram(
