@@ -1,11 +1,13 @@
 // The facts of machines that are made of files, and of this one.
 
-#include "trevlin/collectors/collectors.h"
+#include <sys/mount.h>
+
 #include "base/glib_handle.h"
 #include "set_paths.h"
 #include "support/captured_machine.h"
 #include "support/files.h"
 #include "support/test_bus.h"
+#include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
 
 namespace {
@@ -210,6 +212,79 @@ TEST(Collectors, TellAFileSystemThatFailedFromOneThatOnlyReads) {
     EXPECT_EQ(Told(facts.at("storage.read_only")), each.readOnly);
     EXPECT_EQ(Told(facts.at("storage.system_read_only_error")), each.error);
   }
+}
+
+TEST(Collectors, TellWhichMediumAFileSystemFailedOn) {
+  const std::string system = "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n23 22 8:17 / /media/x rw - ";
+  const Files disks =
+      Sys("block/sda/sda1/partition=1 block/sda/removable=0 block/sdb/sdb1/partition=1 block/sdb/removable=1 "
+          "block/mmcblk1/device/type=SD block/mmcblk1/mmcblk1p1/partition=1 block/loop0/removable=0 "
+          "block/dm-0/removable=0 block/dm-0/slaves/sdb1/partition=1 block/dm-1/slaves/loop0/size=1");
+  const struct {
+    const char* name;
+    std::string mounts;
+    const char* errors;
+    const char* expected;  // of the machine's own, errors recorded there, of what can be taken out
+  } kCases[] = {
+      {"own disk", system + "xfs /dev/sda1 ro", "sda1", "yes 3 no"},
+      {"stick", system + "ext4 /dev/sdb1 ro", "sdb1", "no ? yes"},
+      {"stick whose errors are of another time", system + "ext4 /dev/sdb1 rw", "sdb1", "no ? yes"},
+      {"encrypted stick", system + "ext4 /dev/dm-0 rw,emergency_ro", "dm-0", "no ? yes"},
+      {"stick of a camera", system + "vfat /dev/sdb1 ro", "none", "no 3 yes"},
+      {"card", system + "exfat /dev/mmcblk1p1 ro", "none", "no 3 yes"},
+      {"image", system + "ext4 /dev/loop0 ro", "loop0", "no ? no"},
+      {"encrypted image", system + "ext4 /dev/dm-1 rw,shutdown", "dm-1", "no ? no"},
+      {"stick that the machine was started from", "22 1 8:17 / / rw - ext4 /dev/sdb1 ro", "sdb1", "yes 3 no"},
+      {"image that holds the system", "22 1 7:0 / / rw - ext4 /dev/loop0 ro", "loop0", "yes 3 no"},
+  };
+  for (const auto& each : kCases) {
+    const CapturedMachine machine(With(disks, {{"/proc/self/mountinfo", each.mounts},
+                                               {"/sys/fs/ext4/" + std::string(each.errors) + "/errors_count", "3\n"}}));
+    Facts facts = machine.Collect(*trevlin::MakeStorageCollector());
+    EXPECT_EQ(Told(facts["storage.system_read_only_error"]) + " " + Told(facts["storage.fs_errors"]) + " " +
+                  Told(facts["storage.removable_error"]),
+              each.expected)
+        << each.name;
+  }
+}
+
+/// Two of them on images: what is mounted somewhere is nobody's disk, what is mounted at /opt holds the user data.
+TEST(Storage, HasFailedWhereAFileSystemReallyDid) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  const struct {
+    const char* make;
+    const char* fail;  // $1: the mount point, $2: the device
+  } kKinds[] = {
+      {"mkfs.ext4 -q -F -e remount-ro", "echo test > /sys/fs/ext4/$2/trigger_fs_error"},
+      {"mkfs.xfs -q -f", "xfs_io -x -c shutdown $1"},
+  };
+  const std::string image = SystemPath("/image");
+  const auto told = [] {
+    Facts facts;
+    trevlin::MakeStorageCollector()->Collect({}, facts);
+    return Told(facts["storage.read_only"]) + " " + Told(facts["storage.system_read_only_error"]) + " " +
+           Told(facts["storage.removable_error"]);
+  };
+  const std::string before = told();
+  bool isOneMade = false;
+  for (const auto& kind : kKinds)
+    for (const std::string place : {"/image-of-a-disk", set_paths::kUserPartition}) {
+      const std::string point = SystemPath(place);
+      fs::create_directories(point);
+      std::ofstream(image).close();
+      fs::resize_file(image, 400 << 20);
+      // Not with a kernel or tools that have no such file system.
+      if (std::system((kind.make + (" " + image + " && mount -o loop ") + image + " " + point).c_str()) != 0) continue;
+      isOneMade = true;
+      EXPECT_EQ(told(), before) << kind.make << place;
+      EXPECT_EQ(
+          std::system(("set " + point + " $(basename $(findmnt -no SOURCE " + point + ")); " + kind.fail).c_str()), 0);
+      EXPECT_EQ(told(), place == set_paths::kUserPartition ? "yes yes no" : before) << kind.make << place;
+      umount(point.c_str());
+      EXPECT_EQ(told(), before) << kind.make << place;
+    }
+  if (!isOneMade) GTEST_SKIP() << "neither ext4 nor xfs can be mounted from an image";
 }
 
 TEST(Readings, CountersRememberAndStartAnew) {

@@ -196,7 +196,7 @@ const Facts kWell = FactsOf(R"(
   machine.kind=hardware
   storage.free_percent=40 storage.free_mib=3000 storage.inodes_free_percent=80 storage.read_only=no
   storage.system_read_only_error=no storage.fs_errors=0 storage.wear_percent=30 storage.pre_eol=no storage.smart_failing=no
-  storage.removable_full=no
+  storage.removable_full=no storage.removable_error=no
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
   cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.temperature_margin=38 cpu.throttled=no
@@ -358,12 +358,15 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20000002, "services.failed_names=networking.service network.address=no network.default_route=no"},
       {20000002, "services.failed_names=wpa_supplicant@.service"},
       {10020003, "storage.removable_full=yes"},
+      {10020004, "storage.removable_error=yes storage.removable_full=yes"},
       {10030001, "sound.muted=yes sound.volume_percent=0"},
       {10030002, "sound.cards=0 sound.muted=? sound.volume_percent=?"},
       {10030003, "sound.volume_percent=0"},
       {10040001, "storage.free_percent=7 storage.free_mib=560 packages.cache_mib=900"},
       {10040002, "storage.free_percent=2 storage.free_mib=150"},
+      {10040003, "storage.read_only=yes storage.fs_errors=2"},
       {10040004, "storage.system_read_only_error=yes"},
+      {10040004, "storage.read_only=yes storage.system_read_only_error=yes storage.fs_errors=2"},
       {10040005, "storage.inodes_free_percent=1"},
       {10040006, "packages.cache_mib=900 storage.free_percent=20"},
       {10050001, "memory.available_percent=5 memory.available_mib=100"},

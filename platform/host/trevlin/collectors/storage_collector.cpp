@@ -1,7 +1,10 @@
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 
 #include "base/bus.h"
@@ -30,6 +33,7 @@ struct Mount {
   bool isReadOnly = false;            // the mount itself
   bool isFileSystemReadOnly = false;  // all mounts of the file system
   bool hasGivenUp = false;            // the file system, after an error
+  std::string block;                  // "sda1": what the kernel calls the device; empty where none is known
 };
 
 /// Blanks and the like stand as "\040" in the kernel's and fstab's lists.
@@ -66,11 +70,36 @@ std::optional<Mount> ParseMount(std::string_view line) {
   return mount;
 }
 
+bool IsDiskFileSystem(const Mount& mount) {
+  static const std::set<std::string_view> kTypes = {"ext2", "ext3", "ext4", "xfs", "btrfs", "f2fs", "vfat", "exfat"};
+  return kTypes.contains(mount.type) && mount.source.starts_with("/dev/");
+}
+
+/// An XFS that has shut itself down is listed as if nothing were: it only answers no more.
+bool AnswersWithAnError(const Machine& machine, const Mount& mount) {
+  struct stat status {};
+  return !machine.IsCaptured() && IsDiskFileSystem(mount) && stat(mount.point.c_str(), &status) != 0 && errno == EIO;
+}
+
+/// By its number, as a source may be "/dev/root"; by its source where it has none of its own (btrfs).
+std::string BlockOf(const Machine& machine, const Mount& mount) {
+  if (!mount.source.starts_with("/dev/")) return "";
+  for (const std::string& path : {"/sys/dev/block/" + mount.device, mount.source})
+    if (const CText real(realpath(machine.Path(path).c_str(), nullptr)); real)
+      return std::filesystem::path(real.get()).filename();
+  return std::filesystem::path(mount.source).filename();
+}
+
 std::vector<Mount> ReadMounts(const Machine& machine) {
   std::vector<Mount> mounts;
   const std::string list = ReadText(machine, "/proc/self/mountinfo").value_or("");
-  for (const std::string_view line : SplitLines(list))
-    if (auto mount = ParseMount(line)) mounts.push_back(std::move(*mount));
+  for (const std::string_view line : SplitLines(list)) {
+    auto mount = ParseMount(line);
+    if (!mount) continue;
+    mount->block = BlockOf(machine, *mount);
+    mount->hasGivenUp = mount->hasGivenUp || AnswersWithAnError(machine, *mount);
+    mounts.push_back(std::move(*mount));
+  }
   return mounts;
 }
 
@@ -103,10 +132,57 @@ bool HasFailed(const Mount& mount, const std::vector<Mount>& all) {
                       [&](const Mount& other) { return other.device == mount.device && other.isReadOnly; });
 }
 
-bool IsDiskFileSystem(const Mount& mount) {
-  static const std::set<std::string_view> kTypes = {"ext2", "ext3", "ext4", "xfs", "btrfs", "f2fs"};
-  return kTypes.contains(mount.type) && mount.source.starts_with("/dev/");
-}
+/// What the file systems lie on: the machine's own disks, those that can be taken out, and what is no disk at all, as
+/// an image that is mounted. What holds the system or the user data is the machine's own whatever it is: one that was
+/// started from a stick needs that.
+class Media {
+ public:
+  Media(const Machine& machine, const std::vector<Mount>& mounts, const Mount* data) : m_machine(machine) {
+    for (const Mount* needed : {data, MountOf(mounts, "/")})
+      if (needed && !needed->block.empty()) m_needed.merge(DisksOf(needed->block));
+  }
+
+  /// `block`: "sda1", "dm-0", or the disk itself.
+  bool IsRemovable(const std::string& block) const {
+    return Is(block, [this](const std::string& disk) { return CanBeTakenOut(disk); });
+  }
+  bool IsOwn(const std::string& block) const {
+    return !IsRemovable(block) && !Is(block, [](const std::string& disk) {
+      return disk.starts_with("loop") || disk.starts_with("ram") || disk.starts_with("zram");
+    });
+  }
+
+ private:
+  template <typename Test>
+  bool Is(const std::string& block, const Test& test) const {
+    const std::set<std::string> disks = DisksOf(block);
+    return std::any_of(disks.begin(), disks.end(),
+                       [&](const std::string& disk) { return !m_needed.contains(disk) && test(disk); });
+  }
+
+  /// Those below it, where it is made of others (encrypted, of several); itself where the machine does not list it.
+  std::set<std::string> DisksOf(const std::string& block) const {
+    std::set<std::string> disks;
+    for (const std::string& disk : ListNames(m_machine, kBlock)) {
+      if (block != disk && !(block.starts_with(disk) && Exists(m_machine, kBlock + disk + "/" + block))) continue;
+      for (const std::string& part : ListNames(m_machine, kBlock + disk + "/slaves")) disks.merge(DisksOf(part));
+      if (disks.empty()) disks.insert(disk);
+      break;
+    }
+    return disks.empty() ? std::set{block} : disks;
+  }
+
+  /// Disks behind USB and cards in a slot say that they are fixed.
+  bool CanBeTakenOut(const std::string& disk) const {
+    const CText device(realpath(m_machine.Path(kBlock + disk).c_str(), nullptr));
+    return ReadNumber(m_machine, kBlock + disk + "/removable") == 1 ||
+           (device && std::string_view(device.get()).find("/usb") != std::string_view::npos) ||
+           ReadLine(m_machine, kBlock + disk + "/device/type") == "SD";
+  }
+
+  const Machine& m_machine;
+  std::set<std::string> m_needed;
+};
 
 double FreeMib(const struct statvfs& disk) {
   return static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize) / kMib;
@@ -183,12 +259,15 @@ class StorageCollector : public Collector {
         {"storage.inodes_free_percent", FactKind::kNumber, "%", "files that can still be made there, of all"},
         {"storage.read_only", FactKind::kTruth, "",
          "the user-data partition cannot be written, which nobody asked for"},
-        {"storage.system_read_only_error", FactKind::kTruth, "", "a disk was made read-only after an error"},
+        {"storage.system_read_only_error", FactKind::kTruth, "",
+         "a built-in disk can no longer be written after an error"},
         {"storage.fs_errors", FactKind::kNumber, "", "errors that file systems on built-in disks have recorded"},
         {"storage.wear_percent", FactKind::kNumber, "%",
          "life that the built-in flash has used; 110 is beyond its end"},
         {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
         {"storage.smart_failing", FactKind::kTruth, "", "a built-in disk says that it is about to fail"},
+        {"storage.removable_error", FactKind::kTruth, "",
+         "a file system on a removable disk has failed or recorded errors"},
         {"storage.removable_full", FactKind::kTruth, "",
          "a removable disk is over 97 % full, with less than 1 GiB free"},
     };
@@ -198,13 +277,13 @@ class StorageCollector : public Collector {
     const std::vector<Mount> mounts = ReadMounts(machine);
     const Mount* const data = MountOf(mounts, DataFolder(machine));
     if (!machine.IsCaptured()) AddSpace(facts);
+    const Media media(machine, mounts, data);
     AddReadOnly(machine, mounts, data, facts);
-    const std::vector<std::string> removable = RemovableDisks(machine, mounts, data);
-    AddErrors(machine, removable, facts);
+    AddErrors(machine, mounts, media, facts);
     AddFlashHealth(machine, facts);
     if (!machine.IsCaptured()) AddFact(facts, "storage.smart_failing", IsAnyDriveFailing());
     if (!mounts.empty() && !machine.IsCaptured())
-      facts["storage.removable_full"] = IsRemovableFull(machine, mounts, removable);
+      facts["storage.removable_full"] = IsRemovableFull(machine, mounts, media);
   }
 
  private:
@@ -236,22 +315,25 @@ class StorageCollector : public Collector {
                                        ? data->isFileSystemReadOnly || data->hasGivenUp
                                        : IsDiskFileSystem(*data) && HasFailed(*data, mounts) && !wanted;
     }
-    if (!mounts.empty())
-      facts["storage.system_read_only_error"] = std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
-        return IsDiskFileSystem(mount) && HasFailed(mount, mounts);
-      });
   }
 
-  static void AddErrors(const Machine& machine, const std::vector<std::string>& removable, Facts& facts) {
+  static void AddErrors(const Machine& machine, const std::vector<Mount>& mounts, const Media& media, Facts& facts) {
+    bool hasOwnFailed = false, hasRemovableFailed = false;
+    for (const Mount& mount : mounts) {
+      if (!IsDiskFileSystem(mount) || !HasFailed(mount, mounts)) continue;
+      hasOwnFailed = hasOwnFailed || media.IsOwn(mount.block);
+      hasRemovableFailed = hasRemovableFailed || media.IsRemovable(mount.block);
+    }
     std::optional<double> errors;
-    for (const std::string& name : ListNames(machine, "/sys/fs/ext4")) {
-      if (std::any_of(removable.begin(), removable.end(),
-                      [&](const std::string& disk) { return IsPartOf(machine, disk, name); }))
-        continue;
-      if (const auto count = ReadNumber(machine, "/sys/fs/ext4/" + name + "/errors_count", 0))
-        errors = errors.value_or(0) + *count;
+    for (const std::string& block : ListNames(machine, "/sys/fs/ext4")) {
+      const auto count = ReadNumber(machine, "/sys/fs/ext4/" + block + "/errors_count", 0);
+      if (count && media.IsOwn(block)) errors = errors.value_or(0) + *count;
+      hasRemovableFailed = hasRemovableFailed || (count.value_or(0) > 0 && media.IsRemovable(block));
     }
     AddFact(facts, "storage.fs_errors", errors);
+    if (mounts.empty()) return;
+    facts["storage.system_read_only_error"] = hasOwnFailed;
+    facts["storage.removable_error"] = hasRemovableFailed;
   }
 
   /// JEDEC eMMC 5.0 and UFS 2.1 grade alike. Life: two kinds of cells, 1 for the first tenth to 11 for beyond the end;
@@ -280,41 +362,12 @@ class StorageCollector : public Collector {
     AddFact(facts, "storage.pre_eol", preEol);
   }
 
-  /// `device`: "sda1", or the disk itself.
-  static bool IsPartOf(const Machine& machine, const std::string& disk, const std::string& device) {
-    return device == disk || (device.starts_with(disk) && Exists(machine, kBlock + disk + "/" + device));
-  }
-
-  static bool IsOn(const Machine& machine, const std::string& disk, const Mount& mount) {
-    constexpr std::string_view kDev = "/dev/";
-    return mount.source.starts_with(kDev) && IsPartOf(machine, disk, mount.source.substr(kDev.size()));
-  }
-
-  /// The disks that can be taken out; those behind USB say that they are fixed. A machine that was started from a stick
-  /// needs that.
-  static std::vector<std::string> RemovableDisks(const Machine& machine, const std::vector<Mount>& mounts,
-                                                 const Mount* data) {
-    const Mount* const system = MountOf(mounts, "/");
-    std::vector<std::string> disks;
-    for (const std::string& name : ListNames(machine, kBlock)) {
-      const CText device(realpath(machine.Path(kBlock + name).c_str(), nullptr));
-      const bool isUsb = device && std::string_view(device.get()).find("/usb") != std::string_view::npos;
-      const bool isNeeded = (data && IsOn(machine, name, *data)) || (system && IsOn(machine, name, *system));
-      if ((isUsb || ReadNumber(machine, kBlock + name + "/removable") == 1) && !isNeeded) disks.push_back(name);
-    }
-    return disks;
-  }
-
-  static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts,
-                              const std::vector<std::string>& removable) {
-    for (const std::string& disk : removable)
-      for (const Mount& mount : mounts) {
-        struct statvfs space {};
-        if (IsOn(machine, disk, mount) && !mount.isReadOnly && !mount.isFileSystemReadOnly &&
-            statvfs(machine.Path(mount.point).c_str(), &space) == 0 && IsFull(space))
-          return true;
-      }
-    return false;
+  static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Media& media) {
+    return std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
+      struct statvfs space {};
+      return !mount.block.empty() && !mount.isReadOnly && !mount.isFileSystemReadOnly &&
+             media.IsRemovable(mount.block) && statvfs(machine.Path(mount.point).c_str(), &space) == 0 && IsFull(space);
+    });
   }
 };
 
