@@ -287,6 +287,42 @@ TEST(Storage, HasFailedWhereAFileSystemReallyDid) {
   if (!isOneMade) GTEST_SKIP() << "neither ext4 nor xfs can be mounted from an image";
 }
 
+TEST(Storage, TellsWhichOtherPlaceIsAlmostFull) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  const struct {
+    const char* what;
+    const char* point;
+    int mib, leftMib;
+    const char* then;
+    bool isTold;
+  } kCases[] = {
+      {"almost full", "/home", 1200, 60, "true", true},
+      {"enough left", "/home", 1200, 200, "true", false},
+      {"read-only", "/home", 1200, 60, "mount -o remount,ro /home", false},
+      {"of the user data", "/home", 1200, 60, "mount --bind /home \"$VEXILO_ROOT/opt\"", false},
+      {"small", "/home", 300, 10, "true", false},
+      {"small, of the boot loader", "/boot", 300, 10, "true", true},
+  };
+  for (const auto& each : kCases) {
+    const std::string image = SystemPath("/image");
+    fs::create_directories(SystemPath(set_paths::kUserPartition));
+    std::ofstream(image).close();
+    fs::resize_file(image, uintmax_t(each.mib) << 20);
+    if (std::system(("mkfs.ext4 -q -F -m 0 " + image + " && mount -o loop " + image + " " + each.point).c_str()) != 0)
+      GTEST_SKIP() << "ext4 cannot be mounted from an image";
+    const std::string fill = "fallocate -l $(( $(df --output=avail -B1M " + std::string(each.point) + " | tail -1) - " +
+                             std::to_string(each.leftMib) + " ))M " + each.point + "/file && ";
+    EXPECT_EQ(std::system((fill + each.then).c_str()), 0);
+    Facts facts;
+    trevlin::MakeStorageCollector()->Collect({}, facts);
+    const auto* const room = std::get_if<double>(&facts["storage.system_room_percent"]);
+    EXPECT_EQ(room && *room < 100 && Told(facts["storage.system_fullest"]) == each.point, each.isTold) << each.what;
+    umount(SystemPath(set_paths::kUserPartition).c_str());
+    umount(each.point);
+  }
+}
+
 TEST(Readings, CountersRememberAndStartAnew) {
   constexpr auto kNothing = std::nullopt;
   const struct {

@@ -196,7 +196,7 @@ const Facts kWell = FactsOf(R"(
   machine.kind=hardware
   storage.free_percent=40 storage.free_mib=3000 storage.inodes_free_percent=80 storage.read_only=no
   storage.system_read_only_error=no storage.fs_errors=0 storage.wear_percent=30 storage.pre_eol=no storage.smart_failing=no
-  storage.removable_full=no storage.removable_error=no
+  storage.removable_full=no storage.removable_error=no storage.system_room_percent=300
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
   cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.temperature_margin=38 cpu.throttled=no
@@ -368,6 +368,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10040004, "storage.system_read_only_error=yes"},
       {10040004, "storage.read_only=yes storage.system_read_only_error=yes storage.fs_errors=2"},
       {10040005, "storage.inodes_free_percent=1"},
+      {10040007, "storage.system_room_percent=90 storage.system_fullest=/home"},
       {10040006, "packages.cache_mib=900 storage.free_percent=20"},
       {10050001, "memory.available_percent=5 memory.available_mib=100"},
       {10050002, "memory.swap_used_percent=97 memory.available_percent=11"},

@@ -24,6 +24,14 @@ constexpr double kMib = 1 << 20;
 constexpr double kFullPercent = 97, kFullMib = 1024;
 constexpr char kBlock[] = "/sys/block/";
 
+/// A tenth should stay free, of a large disk 2 GiB.
+constexpr double kRoomPercent = 10, kRoomMib = 2048;
+/// Where the system and people's files are, and from what size on: smaller ones are made to be full.
+constexpr struct {
+  const char* path;
+  double leastMib;
+} kSystemPlaces[] = {{"/", 1024}, {"/var", 1024}, {"/home", 1024}, {"/boot", 200}};
+
 /// A line of /proc/self/mountinfo; the kernel's Documentation/filesystems/proc.rst has the format.
 struct Mount {
   std::string device;  // "254:0"
@@ -195,11 +203,14 @@ std::optional<double> FreePercent(const struct statvfs& disk) {
   return used + free > 0 ? std::optional(free / (used + free) * 100) : std::nullopt;
 }
 
+double SizeMib(const struct statvfs& disk) {
+  return static_cast<double>(disk.f_blocks) * static_cast<double>(disk.f_frsize) / kMib;
+}
+
 /// Small partitions (of a boot loader, with a driver) are made to be full.
 bool IsFull(const struct statvfs& disk) {
   const auto percent = FreePercent(disk);
-  return percent && *percent < 100 - kFullPercent && FreeMib(disk) < kFullMib &&
-         static_cast<double>(disk.f_blocks) * static_cast<double>(disk.f_frsize) / kMib >= kFullMib;
+  return percent && *percent < 100 - kFullPercent && FreeMib(disk) < kFullMib && SizeMib(disk) >= kFullMib;
 }
 
 /// Whether a drive, by the interfaces that the disk service (UDisks2) gives it, says that it is about to fail; unknown
@@ -256,6 +267,9 @@ class StorageCollector : public Collector {
     return {
         {"storage.free_percent", FactKind::kNumber, "%", "free space of the user-data partition"},
         {"storage.free_mib", FactKind::kNumber, "MiB", "free space of the user-data partition"},
+        {"storage.system_room_percent", FactKind::kNumber, "%",
+         "free space where the system and people's files are, of what should be free there"},
+        {"storage.system_fullest", FactKind::kText, "", "the place that tells of"},
         {"storage.inodes_free_percent", FactKind::kNumber, "%", "files that can still be made there, of all"},
         {"storage.read_only", FactKind::kTruth, "",
          "the user-data partition cannot be written, which nobody asked for"},
@@ -276,7 +290,10 @@ class StorageCollector : public Collector {
   void Collect(const Machine& machine, Facts& facts) override {
     const std::vector<Mount> mounts = ReadMounts(machine);
     const Mount* const data = MountOf(mounts, DataFolder(machine));
-    if (!machine.IsCaptured()) AddSpace(facts);
+    if (!machine.IsCaptured()) {
+      AddSpace(facts);
+      AddSystemSpace(mounts, data, facts);
+    }
     const Media media(machine, mounts, data);
     AddReadOnly(machine, mounts, data, facts);
     AddErrors(machine, mounts, media, facts);
@@ -305,6 +322,28 @@ class StorageCollector : public Collector {
     if (disk.f_files > 0 && disk.f_favail <= disk.f_files)
       facts["storage.inodes_free_percent"] =
           static_cast<double>(disk.f_favail) / static_cast<double>(disk.f_files) * 100;
+  }
+
+  /// What lies on the file system of the user data is told with that.
+  static void AddSystemSpace(const std::vector<Mount>& mounts, const Mount* data, Facts& facts) {
+    const auto fileSystem = [](const Mount& mount) { return mount.block.empty() ? mount.device : mount.block; };
+    std::optional<double> least;
+    for (const auto& place : kSystemPlaces) {
+      const CText real(realpath(place.path, nullptr));
+      const Mount* const mount = real ? MountOf(mounts, real.get()) : nullptr;
+      if (!mount || !IsDiskFileSystem(*mount) || mount->isReadOnly || mount->isFileSystemReadOnly ||
+          (data && fileSystem(*mount) == fileSystem(*data)))
+        continue;
+      struct statvfs disk {};
+      if (statvfs(real.get(), &disk) != 0 || SizeMib(disk) < place.leastMib) continue;
+      const auto percent = FreePercent(disk);
+      if (!percent) continue;
+      const double room = std::max(*percent / kRoomPercent, FreeMib(disk) / kRoomMib) * 100;
+      if (least && room >= *least) continue;
+      least = room;
+      facts["storage.system_fullest"] = std::string(place.path);
+    }
+    AddFact(facts, "storage.system_room_percent", least);
   }
 
   static void AddReadOnly(const Machine& machine, const std::vector<Mount>& mounts, const Mount* data, Facts& facts) {
