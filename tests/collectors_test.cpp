@@ -287,6 +287,75 @@ TEST(Storage, HasFailedWhereAFileSystemReallyDid) {
   if (!isOneMade) GTEST_SKIP() << "neither ext4 nor xfs can be mounted from an image";
 }
 
+TEST(Storage, CountsTheErrorsOfEachMedium) {
+  const Files disks =
+      Sys("block/sda/removable=0 block/sda/device/model=Zephon block/sdb/removable=1 block/sdb/device/model=Stick "
+          "block/loop0/removable=0 block/sr0/removable=1 block/mmcblk1/device/type=SD block/mmcblk1/device/name=SD32G");
+  const auto error = [](const std::string& disk, const std::string& op) {
+    return "3,9,9,-;I/O error, dev " + disk + ", sector 2048" + op + " flags 0x0 phys_seg 1\n SUBSYSTEM=block\n";
+  };
+  const std::string read = " op 0x0:(READ)", attached = "6,9,9,-;sd 2:0:0:0: [sdb] Attached SCSI removable disk\n";
+  const struct {
+    std::string log;
+    const char* expected;  // own, removable, names
+  } kCases[] = {
+      {"", "0 0 ?"},
+      {error("sda", read) + error("sda", " op 0x1:(WRITE)") + error("sda", ""), "3 0 Zephon (sda, built-in)"},
+      {error("sda", " op 0x3:(DISCARD)") + error("sr0", read) + error("loop0", read) + error("sdc", read), "0 0 ?"},
+      {"2,1,1,-;blk_update_request: critical medium error, dev sdb, sector 1 op 0x0:(READ) flags 0x0\n",
+       "0 1 Stick (sdb, removable)"},
+      {error("sdb", read) + attached, "0 0 ?"},
+      {attached + error("sdb", read) + error("mmcblk1", read),
+       "0 2 SD32G (mmcblk1, removable), Stick (sdb, removable)"},
+      {error("mmcblk1", read) + "6,9,9,-;mmcblk1: mmc1:0001 SD32G 29.7 GiB\n", "0 0 ?"},
+  };
+  const auto told = [](Facts facts) {
+    return Told(facts["storage.io_errors"]) + " " + Told(facts["storage.removable_io_errors"]) + " " +
+           Told(facts["storage.faulty_disks"]);
+  };
+  for (const auto& each : kCases) {
+    const CapturedMachine machine(With(disks, {{"/dev/kmsg", each.log}}));
+    EXPECT_EQ(told(machine.Collect(*trevlin::MakeStorageCollector())), each.expected) << each.log;
+  }
+  // Where the log may not be read: what the disk counts, but for the few of each ten minutes.
+  const CapturedMachine silent(disks);
+  const std::pair<std::string, const char*> kCounts[] = {
+      {"0x5", "0 0 ?"}, {"0x8", "0 0 ?"}, {"0x1f", "26 0 Zephon (sda, built-in)"}};
+  EXPECT_EQ(told(silent.Collect(*trevlin::MakeStorageCollector())), "? ? ?");
+  for (int second = 7000; const auto& [count, expected] : kCounts) {
+    silent.Write(
+        {{"/sys/block/sda/device/ioerr_cnt", count + "\n"}, {"/proc/uptime", std::to_string(second += 60) + " 1\n"}});
+    EXPECT_EQ(told(silent.Collect(*trevlin::MakeStorageCollector())), expected) << count;
+  }
+}
+
+/// The user data lies on an image, which gets lost beneath it.
+TEST(Storage, HasErrorsWhereReadingReallyFails) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  const std::string image = SystemPath("/image"), point = SystemPath(set_paths::kUserPartition);
+  fs::create_directories(point);
+  std::ofstream(image).close();
+  fs::resize_file(image, 64 << 20);
+  if (std::system(("mkfs.ext4 -q -F " + image + " && mount -o loop " + image + " " + point).c_str()) != 0)
+    GTEST_SKIP() << "ext4 cannot be mounted from an image";
+  const auto collector = trevlin::MakeStorageCollector();
+  const auto errors = [&] {
+    Facts facts;
+    collector->Collect({}, facts);
+    const auto* const count = std::get_if<double>(&facts["storage.io_errors"]);
+    return count ? *count : -1;
+  };
+  const double before = errors();  // an earlier image may have had the same device
+  EXPECT_GE(before, 0);
+  fs::resize_file(image, 1 << 20);
+  // Apart, as the kernel logs some ten of them at once at the most.
+  const std::string read = "dd if=$(findmnt -no SOURCE " + point + ") of=/dev/null bs=4k count=1 iflag=direct skip=";
+  for (const char* place : {"9000", "11000", "13000"}) EXPECT_NE(std::system((read + place + " 2>&1").c_str()), 0);
+  EXPECT_GE(errors(), before + 3);
+  umount2(point.c_str(), MNT_DETACH);
+}
+
 TEST(Storage, TellsWhichOtherPlaceIsAlmostFull) {
   if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
@@ -432,7 +501,8 @@ TEST(Services, AskSystemdForFailedUnits) {
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {
   const auto ata = [](int updated, bool isFailing) {
-    return "{'org.freedesktop.UDisks2.Drive': {}, 'org.freedesktop.UDisks2.Drive.Ata': {'SmartUpdated': <uint64 " +
+    return "{'org.freedesktop.UDisks2.Drive': {'Model': <'Zephon'>}, 'org.freedesktop.UDisks2.Drive.Ata': "
+           "{'SmartUpdated': <uint64 " +
            std::to_string(updated) + ">, 'SmartFailing': <" + (isFailing ? "true" : "false") + ">}}";
   };
   const auto nvme = [](const std::string& warnings) {
@@ -462,6 +532,8 @@ TEST(Storage, AskTheDiskServiceForFailingDrives) {
     Facts facts;
     trevlin::MakeStorageCollector()->Collect({}, facts);
     EXPECT_EQ(Told(facts["storage.smart_failing"]), each.failing) << objects;
+    const bool isNamed = Told(facts["storage.faulty_disks"]).find("Zephon") != std::string::npos;
+    EXPECT_EQ(isNamed, each.other == ata(9, true)) << objects;
   }
 }
 

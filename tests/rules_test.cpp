@@ -196,7 +196,8 @@ const Facts kWell = FactsOf(R"(
   machine.kind=hardware
   storage.free_percent=40 storage.free_mib=3000 storage.inodes_free_percent=80 storage.read_only=no
   storage.system_read_only_error=no storage.fs_errors=0 storage.wear_percent=30 storage.pre_eol=no storage.smart_failing=no
-  storage.removable_full=no storage.removable_error=no storage.system_room_percent=300
+  storage.removable_full=no storage.removable_error=no storage.system_room_percent=300 storage.io_errors=0
+  storage.removable_io_errors=0
   memory.available_percent=35 memory.available_mib=700 memory.swap_used_percent=20 memory.pressure_some_avg60=0.5
   memory.oom_kills_recent=0
   cpu.load5_per_core=0.4 cpu.pressure_some_avg60=2 cpu.temperature=62 cpu.temperature_margin=38 cpu.throttled=no
@@ -387,6 +388,11 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10100002, "display.edid_present=no display.edid_valid=? display.mode=800x600"},
       {10100003, "display.edid_valid=no"},
       {20040001, "storage.wear_percent=90"},
+      {20040002, "storage.fs_errors=2 storage.io_errors=1"},
+      {20040002, "storage.fs_errors=? storage.io_errors=3"},
+      {10020004, "storage.removable_io_errors=3"},
+      {10040004, "storage.system_read_only_error=yes storage.io_errors=30"},
+      {20040003, "storage.smart_failing=yes storage.io_errors=30"},
       {20040003, "storage.pre_eol=? storage.smart_failing=yes"},
       {20050001, "services.crashes_week=3"},
       {20050002, "memory.pressure_some_avg60=40"},

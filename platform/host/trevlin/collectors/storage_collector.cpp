@@ -1,10 +1,13 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "base/bus.h"
@@ -242,7 +245,8 @@ std::optional<bool> IsFailing(GVariant* interfaces) {
   return false;
 }
 
-std::optional<bool> IsAnyDriveFailing() {
+/// Adds the models of those that are to `failing`.
+std::optional<bool> IsAnyDriveFailing(std::set<std::string>& failing) {
   constexpr BusMethod kObjects = {"org.freedesktop.UDisks2", "/org/freedesktop/UDisks2",
                                   "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", "(a{oa{sa{sv}}})"};
   const GVariantHandle reply = AskSystemBus(kObjects, nullptr);
@@ -252,10 +256,72 @@ std::optional<bool> IsAnyDriveFailing() {
   for (gsize i = 0; i < g_variant_n_children(objects.get()); ++i) {
     const GVariantHandle object(g_variant_get_child_value(objects.get(), i));
     const GVariantHandle interfaces(g_variant_get_child_value(object.get(), 1));
-    if (const auto isFailing = IsFailing(interfaces.get())) any = any.value_or(false) || *isFailing;
+    const auto isFailing = IsFailing(interfaces.get());
+    if (!isFailing) continue;
+    any = any.value_or(false) || *isFailing;
+    const GVariantHandle drive(
+        g_variant_lookup_value(interfaces.get(), "org.freedesktop.UDisks2.Drive", G_VARIANT_TYPE("a{sv}")));
+    const char* model = "";
+    if (*isFailing && drive && g_variant_lookup(drive.get(), "Model", "&s", &model) && *model) failing.insert(model);
   }
   return any;
 }
+
+/// The errors of reading and writing that the kernel's log has of each disk since it was attached; the kernel's
+/// Documentation/ABI/testing/dev-kmsg has the format: "3,1234,5678,-;text".
+class ErrorLog {
+ public:
+  /// Reads on. False where the log may not be read.
+  bool Read(const Machine& machine) {
+    if (machine.IsCaptured()) {
+      const auto log = ReadText(machine, "/dev/kmsg");
+      m_errors.clear();
+      if (!log) return false;
+      for (const std::string_view record : SplitLines(*log)) Add(record);
+      return true;
+    }
+    if (!m_log) m_log = FdHandle(open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!m_log) return false;
+    char record[8192];  // the kernel's longest
+    for (;;) {
+      const ssize_t size = read(m_log.get(), record, sizeof record);
+      if (size > 0)
+        Add({record, static_cast<size_t>(size)});
+      else if (size == 0 || (errno != EPIPE && errno != EINTR))  // EPIPE: some were overwritten before they were read
+        return size == 0 || errno == EAGAIN;
+    }
+  }
+
+  const std::map<std::string, int>& Errors() const { return m_errors; }
+
+ private:
+  void Add(std::string_view record) {
+    const size_t semicolon = record.find(';');
+    if (semicolon == std::string_view::npos) return;
+    const std::string_view text = record.substr(semicolon + 1, record.find('\n', semicolon) - semicolon - 1);
+    // "sd 2:0:0:0: [sdb] Attached SCSI disk", "mmcblk1: mmc1:0001 SD32G 29.7 GiB": another one of the same name.
+    if (const size_t open = text.find('['), close = text.find("] Attached SCSI");
+        close != std::string_view::npos && open < close)
+      m_errors.erase(std::string(text.substr(open + 1, close - open - 1)));
+    if (const size_t colon = text.find(": mmc"); text.starts_with("mmcblk") && colon != std::string_view::npos)
+      m_errors.erase(std::string(text.substr(0, colon)));
+    // "I/O error, dev sda, sector 2048 op 0x0:(READ) flags 0x0"; what a disk need not understand is no fault of it.
+    constexpr std::string_view kErrors[] = {"I/O error, dev ", "critical medium error, dev "};
+    for (const std::string_view error : kErrors) {
+      const size_t at = text.find(error);
+      if (at == std::string_view::npos) continue;
+      const std::string_view rest = text.substr(at + error.size());
+      const size_t op = rest.find(" op ");
+      const std::string_view what = op == std::string_view::npos ? "(READ)" : rest.substr(op);
+      if (what.find("(READ)") != std::string_view::npos || what.find("(WRITE)") != std::string_view::npos)
+        ++m_errors[std::string(rest.substr(0, rest.find(',')))];
+      return;
+    }
+  }
+
+  FdHandle m_log;
+  std::map<std::string, int> m_errors;
+};
 
 class StorageCollector : public Collector {
  public:
@@ -276,6 +342,11 @@ class StorageCollector : public Collector {
         {"storage.system_read_only_error", FactKind::kTruth, "",
          "a built-in disk can no longer be written after an error"},
         {"storage.fs_errors", FactKind::kNumber, "", "errors that file systems on built-in disks have recorded"},
+        {"storage.io_errors", FactKind::kNumber, "",
+         "reads and writes that failed on built-in disks since they were attached"},
+        {"storage.removable_io_errors", FactKind::kNumber, "", "the same of removable disks"},
+        {"storage.faulty_disks", FactKind::kText, "",
+         "the model and place of those with such errors, or about to fail"},
         {"storage.wear_percent", FactKind::kNumber, "%",
          "life that the built-in flash has used; 110 is beyond its end"},
         {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
@@ -298,7 +369,12 @@ class StorageCollector : public Collector {
     AddReadOnly(machine, mounts, data, facts);
     AddErrors(machine, mounts, media, facts);
     AddFlashHealth(machine, facts);
-    if (!machine.IsCaptured()) AddFact(facts, "storage.smart_failing", IsAnyDriveFailing());
+    std::set<std::string> faulty;
+    if (!machine.IsCaptured()) AddFact(facts, "storage.smart_failing", IsAnyDriveFailing(faulty));
+    AddInputOutputErrors(machine, media, faulty, facts);
+    std::string names;
+    for (const std::string& disk : faulty) names += (names.empty() ? "" : ", ") + disk;
+    if (!names.empty()) facts["storage.faulty_disks"] = names;
     if (!mounts.empty() && !machine.IsCaptured())
       facts["storage.removable_full"] = IsRemovableFull(machine, mounts, media);
   }
@@ -401,6 +477,47 @@ class StorageCollector : public Collector {
     AddFact(facts, "storage.pre_eol", preEol);
   }
 
+  void AddInputOutputErrors(const Machine& machine, const Media& media, std::set<std::string>& faulty, Facts& facts) {
+    const bool isLogged = m_errorLog.Read(machine);
+    double own = 0, removable = 0;
+    bool isKnown = isLogged;
+    for (const std::string& disk : ListNames(machine, kBlock)) {
+      if (disk.starts_with("sr") || disk.starts_with("fd")) continue;  // without a disc in them, too
+      const auto errors = isLogged ? LoggedErrors(disk) : CountedErrors(machine, disk);
+      isKnown = isKnown || errors;
+      if (errors.value_or(0) == 0) continue;
+      const bool isRemovable = media.IsRemovable(disk), isOwn = media.IsOwn(disk);
+      (isRemovable ? removable : own) += isRemovable || isOwn ? *errors : 0;
+      if (isRemovable || isOwn) faulty.insert(NameOf(machine, disk, isRemovable));
+    }
+    if (!isKnown) return;
+    facts["storage.io_errors"] = own;
+    facts["storage.removable_io_errors"] = removable;
+  }
+
+  std::optional<double> LoggedErrors(const std::string& disk) const {
+    const auto found = m_errorLog.Errors().find(disk);
+    return found == m_errorLog.Errors().end() ? 0 : found->second;
+  }
+
+  /// Where the log may not be read. Commands that a disk does not know count, too: those who ask for its health send
+  /// some each ten minutes.
+  static std::optional<double> CountedErrors(const Machine& machine, const std::string& disk) {
+    constexpr double kUnknownCommands = 10;
+    const std::string count = ReadLine(machine, kBlock + disk + "/device/ioerr_cnt").value_or("");  // "0x1f"
+    if (!count.starts_with("0x") || count.size() < 3) return std::nullopt;
+    const auto risen = RiseWithin(machine, "io_errors_" + disk, std::strtod(count.c_str(), nullptr), 600s);
+    return risen.value_or(0) < kUnknownCommands ? 0 : risen;
+  }
+
+  /// "Zephon S2 (sda, built-in)"
+  static std::string NameOf(const Machine& machine, const std::string& disk, bool isRemovable) {
+    const std::string device = kBlock + disk + "/device/";
+    const auto model = ReadLine(machine, device + "model");
+    const std::string name = model ? *model : ReadLine(machine, device + "name").value_or("disk");
+    return name + " (" + disk + (isRemovable ? ", removable)" : ", built-in)");
+  }
+
   static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Media& media) {
     return std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
       struct statvfs space {};
@@ -408,6 +525,8 @@ class StorageCollector : public Collector {
              media.IsRemovable(mount.block) && statvfs(machine.Path(mount.point).c_str(), &space) == 0 && IsFull(space);
     });
   }
+
+  ErrorLog m_errorLog;
 };
 
 }  // namespace
