@@ -354,6 +354,8 @@ TEST(Display, FactsFollowFromTheConnectors) {
 
 TEST(Display, IsReadFromACapturedTree) {
   const std::string drm = "/sys/class/drm/", hdmi = drm + "card0-HDMI-A-1/";
+  std::string speaking = MakeEdid(3840, 2160, 1);
+  speaking[128 + 3] |= 0x40;
   ExpectFacts(MakeDisplayCollector,
               {
                   {"no screen at all", {{drm + "card0/x", ""}, {drm + "renderD128/x", ""}}, "connected=0 connectors=0"},
@@ -364,6 +366,27 @@ TEST(Display, IsReadFromACapturedTree) {
                     {drm + "card0-DP-1/status", "disconnected\n"},
                     {drm + "card0-Writeback-1/status", "unknown\n"}},
                    "connected=1 connectors=2 edid_present=yes edid_valid=yes"},
+                  {"a television and a screen without speakers",
+                   {{hdmi + "status", "connected\n"},
+                    {hdmi + "enabled", "enabled\n"},
+                    {hdmi + "dpms", "On\n"},
+                    {hdmi + "edid", speaking},
+                    {drm + "card0-DP-1/status", "connected\n"},
+                    {drm + "card0-DP-1/enabled", "enabled\n"},
+                    {drm + "card0-DP-1/edid", MakeEdid(1920, 1080, 1)}},
+                   "connected=2 connectors=2 edid_present=yes edid_valid=yes plays_sound=yes"},
+                  {"a television that sleeps",
+                   {{hdmi + "status", "connected\n"},
+                    {hdmi + "enabled", "enabled\n"},
+                    {hdmi + "dpms", "Off\n"},
+                    {hdmi + "edid", speaking}},
+                   "connected=1 connectors=1 edid_present=yes edid_valid=yes"},
+                  {"a screen at an adapter that carries no sound",
+                   {{hdmi + "status", "connected\n"},
+                    {hdmi + "enabled", "enabled\n"},
+                    {hdmi + "edid", speaking},
+                    {drm + "card0/device/uevent", "DRIVER=evdi\n"}},
+                   "connected=1 connectors=1 edid_present=yes edid_valid=yes"},
                   {"a server's remote console, and a virtual machine's window",
                    {{drm + "card0-VGA-1/status", "connected\n"},
                     {drm + "card0/device/uevent", "DRIVER=ast\nPCI_CLASS=30000\n"},

@@ -207,8 +207,8 @@ const Facts kWell = FactsOf(R"(
   network.radio_off=no network.wireless_drops=0
   network.receive_errors_percent=0 network.link_speed_mbit=100 network.half_duplex=no
   display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
-  display.edid_present=yes display.edid_valid=yes
-  sound.cards=1 sound.muted=no sound.volume_percent=40
+  display.edid_present=yes display.edid_valid=yes display.plays_sound=yes
+  sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
@@ -302,6 +302,10 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a computer without a network and a display",
        "network.interface=no network.link=no network.default_route=no "
        "network.address=no display.connected=0"},
+      {"a laptop with a screen without speakers", "display.plays_sound=no sound.hdmi_output=no"},
+      {"a television at a board whose drivers tell nothing of its plug", "sound.hdmi_output=?"},
+      {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
+      {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -363,6 +367,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10030001, "sound.muted=yes sound.volume_percent=0"},
       {10030002, "sound.cards=0 sound.muted=? sound.volume_percent=?"},
       {10030003, "sound.volume_percent=0"},
+      {10030004, "sound.hdmi_output=no"},
       {10040001, "storage.free_percent=7 storage.free_mib=560 packages.cache_mib=900"},
       {10040002, "storage.free_percent=2 storage.free_mib=150"},
       {10040003, "storage.read_only=yes storage.fs_errors=2"},

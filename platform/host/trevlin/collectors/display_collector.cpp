@@ -31,12 +31,25 @@ struct CardConnector {
   Connector connector;
 };
 
-/// Whether the card's plug leads to a remote console of a server, which is always there.
-bool IsRemoteConsole(const Machine& machine, const std::string& card) {
-  constexpr std::string_view kDrivers[] = {"DRIVER=ast", "DRIVER=hibmc-drm", "DRIVER=mgag200"};
+/// Whether the card's driver is one of these.
+template <size_t kCount>
+bool IsDrivenBy(const std::string_view (&drivers)[kCount], const Machine& machine, const std::string& card) {
   const std::string about = ReadText(machine, std::string(kFolder) + "/" + card + "/device/uevent").value_or("");
   const auto lines = SplitLines(about);
-  return std::find_first_of(lines.begin(), lines.end(), std::begin(kDrivers), std::end(kDrivers)) != lines.end();
+  return std::find_first_of(lines.begin(), lines.end(), std::begin(drivers), std::end(drivers)) != lines.end();
+}
+
+/// Whose plug leads to a remote console of a server, which is always there.
+constexpr std::string_view kRemoteConsoles[] = {"DRIVER=ast", "DRIVER=hibmc-drm", "DRIVER=mgag200"};
+/// Adapters, at USB and the like, whose sound is none of the picture's.
+constexpr std::string_view kWithoutSound[] = {"DRIVER=evdi", "DRIVER=gud", "DRIVER=udl"};
+
+/// Whether the plug can carry sound, and its screen is showing a picture: one that sleeps takes none.
+bool TakesSound(const Machine& machine, const CardConnector& found) {
+  const std::string folder = std::string(kFolder) + "/" + found.card + "-" + found.connector.name;
+  const bool carries = found.connector.name.starts_with("HDMI-") || found.connector.name.starts_with("DP-");
+  return carries && ReadLine(machine, folder + "/enabled") == "enabled" &&
+         ReadLine(machine, folder + "/dpms").value_or("On") == "On" && !IsDrivenBy(kWithoutSound, machine, found.card);
 }
 
 /// "card0-HDMI-A-1". Plugs without a screen are none: those that lead into memory, or to another machine's window.
@@ -47,12 +60,15 @@ std::optional<CardConnector> ReadConnector(const Machine& machine, const std::st
   Connector& connector = found.connector;
   connector.name = name.substr(dash + 1);
   if (connector.name.starts_with("Writeback-") || connector.name.starts_with("Virtual-") ||
-      IsRemoteConsole(machine, found.card))
+      IsDrivenBy(kRemoteConsoles, machine, found.card))
     return std::nullopt;
   const std::string folder = std::string(kFolder) + "/" + name;
   const auto status = ReadLine(machine, folder + "/status");
   if (status == "connected" || status == "disconnected") connector.isConnected = status == "connected";
-  if (connector.isConnected == true) connector.edid = ReadText(machine, folder + "/edid");
+  if (connector.isConnected == true) {
+    connector.edid = ReadText(machine, folder + "/edid");
+    connector.takesSound = TakesSound(machine, found);
+  }
   return found;
 }
 
@@ -95,6 +111,7 @@ class DisplayCollector final : public Collector {
         {"display.mode_below_preferred", kTruth, "", "a screen shows fewer pixels than it prefers"},
         {"display.edid_present", kTruth, "", "all screens with a plug (DP, DVI, HDMI, VGA) describe themselves"},
         {"display.edid_valid", kTruth, "", "header, checksum and length of all descriptions are right"},
+        {"display.plays_sound", kTruth, "", "a screen that is showing a picture plays the sound that comes with it"},
     };
   }
 

@@ -43,6 +43,11 @@ std::optional<Resolution> ReadTiming(std::string_view timing) {
   return size.Area() > 0 ? std::optional(size) : std::nullopt;
 }
 
+/// Byte 3 of a CEA-861 extension: 0x40 is basic audio, which each that plays sound has.
+bool PlaysSound(std::string_view block) {
+  return block[0] == 2 && static_cast<unsigned char>(block[1]) >= 2 && (block[3] & 0x40) != 0;
+}
+
 bool NeedsEdid(const Connector& connector) {
   return std::any_of(std::begin(kPlugs), std::end(kPlugs),
                      [&](std::string_view plug) { return connector.name.starts_with(plug); });
@@ -70,7 +75,10 @@ class All {
 Edid ReadEdid(std::string_view bytes) {
   Edid edid;
   edid.isValid = IsWellFormed(bytes);
-  if (edid.isValid) edid.preferred = ReadTiming(bytes.substr(kFirstTiming));
+  if (!edid.isValid) return edid;
+  edid.preferred = ReadTiming(bytes.substr(kFirstTiming));
+  for (size_t at = kBlock; at < bytes.size(); at += kBlock)
+    edid.playsSound = edid.playsSound || PlaysSound(bytes.substr(at, kBlock));
   return edid;
 }
 
@@ -80,6 +88,7 @@ void AddDisplayFacts(const std::vector<Connector>& connectors, Facts& facts) {
   bool allTell = true;
   All present, valid, fullSize;
   std::optional<Resolution> largest;
+  std::optional<bool> playsSound;
   for (const Connector& each : connectors) {
     allTell = allTell && each.isConnected;
     if (each.isConnected != true) continue;
@@ -90,6 +99,7 @@ void AddDisplayFacts(const std::vector<Connector>& connectors, Facts& facts) {
       const Edid edid = ReadEdid(*each.edid);
       valid.Add(edid.isValid);
       preferred = edid.preferred;
+      if (each.takesSound && edid.isValid) playsSound = playsSound.value_or(false) || edid.playsSound;
     }
     if (!each.mode) continue;
     if (!largest || each.mode->Area() > largest->Area()) largest = each.mode;
@@ -98,6 +108,7 @@ void AddDisplayFacts(const std::vector<Connector>& connectors, Facts& facts) {
   if (connected > 0 || allTell) AddFact<double>(facts, "display.connected", connected);
   AddFact(facts, "display.edid_present", present.Get());
   AddFact(facts, "display.edid_valid", valid.Get());
+  AddFact(facts, "display.plays_sound", playsSound);
   if (largest) {
     facts["display.mode"] = std::to_string(largest->width) + "x" + std::to_string(largest->height);
     facts["display.mode_pixels"] = static_cast<double>(largest->Area());

@@ -24,6 +24,7 @@ struct Resolution {
 struct Edid {
   bool isValid = false;                 ///< its header, length and the checksum of the first block are right
   std::optional<Resolution> preferred;  ///< of one that is valid
+  bool playsSound = false;              ///< a further block (CEA-861) says so
 };
 Edid ReadEdid(std::string_view bytes);
 
@@ -32,6 +33,7 @@ struct Connector {
   std::optional<bool> isConnected;  ///< unknown where the plug cannot tell
   std::optional<std::string> edid;  ///< empty when the screen gives none, nothing when it is not known
   std::optional<Resolution> mode;   ///< what is shown now
+  bool takesSound = false;          ///< it is showing a picture, and its card carries sound along with that
 };
 
 /// Adds the facts of docs/facts.md, "display".
