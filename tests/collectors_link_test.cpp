@@ -397,6 +397,38 @@ TEST(Display, IsReadFromACapturedTree) {
               });
 }
 
+TEST(Display, TellsWhoDrawsAndDecodes) {
+  const std::string pci = "/sys/bus/pci/devices/0000:00:02.0/uevent", render = "/dev/dri/renderD128";
+  const auto card = [](const std::string& id, const std::string& driver) {
+    return (driver.empty() ? "" : "DRIVER=" + driver + "\n") + "PCI_CLASS=30000\nPCI_ID=" + id + "\n";
+  };
+  const std::string bare = card("8086:3E92", ""), driven = card("8086:3E92", "i915"), other = "PCI_CLASS=40300\n";
+  ExpectFacts(
+      MakeDisplayCollector,
+      {
+          {"a card that nothing drives", {{pci, bare}, {"/dev/fb0", ""}}, "software_drawing=yes"},
+          {"a second card that nothing drives",
+           {{pci, card("10DE:1F82", "")}, {"/sys/bus/pci/devices/0000:01:00.0/uevent", driven}, {render, ""}},
+           "decoder_missing=yes software_drawing=no"},
+          {"a card that is given to a virtual machine", {{pci, card("1002:731F", "vfio-pci")}}, "software_drawing=no"},
+          {"a server with a remote console",
+           {{pci, bare}, {"/sys/bus/pci/devices/0000:03:00.0/uevent", card("1A03:2000", "ast")}},
+           ""},
+          {"a virtual machine", {{pci, card("1234:1111", "")}}, ""},
+          {"a board", {{"/sys/bus/pci/devices/0000:00:00.0/uevent", other}, {render, ""}}, ""},
+          {"the driver of another card's decoder",
+           {{pci, driven}, {render, ""}, {"/usr/lib/x86_64-linux-gnu/dri/radeonsi_drv_video.so", ""}},
+           "decoder_missing=yes software_drawing=no"},
+          {"its driver below a folder of the architecture",
+           {{pci, driven}, {render, ""}, {"/usr/lib/x86_64-linux-gnu/dri/iHD_drv_video.so", ""}},
+           "decoder_missing=no software_drawing=no"},
+          {"its driver in a folder for all",
+           {{pci, card("1002:731F", "amdgpu")}, {render, ""}, {"/usr/lib64/dri-nonfree/radeonsi_drv_video.so", ""}},
+           "decoder_missing=no software_drawing=no"},
+          {"a container with its machine's /sys", {{pci, driven}}, "software_drawing=no"},
+      });
+}
+
 // --- Devices ---------------------------------------------------------------------------------------------------------
 
 TEST(Sound, IsReadFromACapturedTree) {

@@ -9,6 +9,7 @@
 #include "c_handle.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/display_facts.h"
+#include "trevlin/collectors/graphics_facts.h"
 #include "trevlin/collectors/readings.h"
 
 // The kernel's files tell what is plugged in and what it could show; what it shows now only the device itself tells.
@@ -112,10 +113,14 @@ class DisplayCollector final : public Collector {
         {"display.edid_present", kTruth, "", "all screens with a plug (DP, DVI, HDMI, VGA) describe themselves"},
         {"display.edid_valid", kTruth, "", "header, checksum and length of all descriptions are right"},
         {"display.plays_sound", kTruth, "", "a screen that is showing a picture plays the sound that comes with it"},
+        {"display.software_drawing", kTruth, "", "no graphics card is in use, though there is one that could draw"},
+        {"display.decoder_missing", kTruth, "",
+         "the graphics card has a decoder for videos, whose driver is not installed"},
     };
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
+    AddGraphicsFacts(machine, facts);
     if (!Exists(machine, kFolder)) return;
     std::vector<CardConnector> found;
     for (const std::string& name : ListNames(machine, kFolder))
