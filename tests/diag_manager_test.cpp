@@ -291,6 +291,7 @@ TEST_F(ParserPlugin, AFailingStepStopsAndNothingIsRecorded) {
       {"setting", "int ../failed 1"},
       {"launch", "org.varno.installed word"},
       {"restart_service", "a.target"},
+      {"off_timer", "start"},
       {"wireless", "off"},
   };
   WriteFile("/usr/share/applications/org.varno.installed.desktop",

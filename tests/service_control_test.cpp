@@ -1,7 +1,8 @@
-// Restarting services, against a service manager that the test plays on a bus of its own.
+// Restarting services and stopping the machine's off timer, against services that the test plays on a bus of its own.
 
 #include "service_control.h"
 
+#include "scheduled_off.h"
 #include "support/test.h"
 #include "support/test_bus.h"
 
@@ -126,6 +127,60 @@ TEST(ServiceControl, TellsWhenNobodyCanBeAskedAndRefusesBadNames) {
   for (const char* name : {"", "a", "a.target", "../a.service", "a service.service", "-a.service"}) {
     EXPECT_FALSE(RestartFailedServices({name}, problem));
     EXPECT_THAT(problem, HasSubstr("it is no name of a service")) << name;
+  }
+}
+
+TEST(ScheduledOff, IsToldAndStopped) {
+  const struct {
+    const char* scheduled;
+    bool isForbidden;
+    std::optional<bool> told;
+    std::vector<std::string> calls;
+    const char* problem;
+  } cases[] = {
+      {"('poweroff', uint64 1900000000000000)", false, true, {"CancelScheduledShutdown"}, ""},
+      {"('halt', uint64 1900000000000000)",
+       true,
+       true,
+       {"CancelScheduledShutdown"},
+       "shutdown that is scheduled: GDBus"},
+      {"('reboot', uint64 1900000000000000)", false, false, {}, ""},
+      {"('', uint64 0)", false, false, {}, ""},
+      {"'poweroff'", true, {}, {"CancelScheduledShutdown"}, "shutdown that is scheduled: GDBus"},
+  };
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  std::string problem;
+  EXPECT_FALSE(AskScheduledOff().hasLogind);
+  EXPECT_TRUE(CancelScheduledOff(problem)) << problem;
+  for (const auto& expected : cases) {
+    std::mutex mutex;
+    std::string scheduled = expected.scheduled;
+    std::vector<std::string> calls;
+    const PlayedService logind(bus, "org.freedesktop.login1", [&](GDBusMessage* call) {
+      const std::lock_guard lock(mutex);
+      GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+      const std::string member = g_dbus_message_get_member(call);
+      if (member == "Get") {
+        g_dbus_message_set_body(reply, g_variant_new_parsed(("(<" + scheduled + ">,)").c_str()));
+        return reply;
+      }
+      calls.push_back(member);
+      if (expected.isForbidden) {
+        g_object_unref(reply);
+        return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.AccessDenied",
+                                                       "Not permitted");
+      }
+      scheduled = "('', uint64 0)";
+      g_dbus_message_set_body(reply, g_variant_new("(b)", TRUE));
+      return reply;
+    });
+    EXPECT_EQ(AskScheduledOff().isSet, expected.told) << expected.scheduled;
+    problem.clear();
+    EXPECT_EQ(CancelScheduledOff(problem), *expected.problem == '\0') << expected.scheduled << problem;
+    EXPECT_THAT(problem, HasSubstr(expected.problem));
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(calls, expected.calls) << expected.scheduled;
   }
 }
 

@@ -13,6 +13,7 @@
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
+#include "scheduled_off.h"
 #include "service_control.h"
 #include "vconf.h"
 #include "wireless_control.h"
@@ -84,6 +85,13 @@ bool RestartServices(const std::string& services) {
   return false;
 }
 
+bool ChangeOffTimer(const std::string& what) {
+  std::string problem = "\"" + what + "\" is not \"stop\"";
+  if (what == "stop" && CancelScheduledOff(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 bool ChangeWireless(const std::string& what) {
   std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
   if (what == "on" && SwitchWirelessOn(problem)) return true;
@@ -125,6 +133,7 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value));
+  if (type == "off_timer") return outcome(ChangeOffTimer(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;

@@ -14,6 +14,7 @@ std::vector<std::unique_ptr<Collector>> MakeCollectors() {
   collectors.push_back(MakeInputCollector());
   collectors.push_back(MakePowerCollector());
   collectors.push_back(MakeClockCollector());
+  collectors.push_back(MakeScheduleCollector());
   collectors.push_back(MakeServicesCollector());
   collectors.push_back(MakePackagesCollector());
   collectors.push_back(MakeSetCollector());

@@ -18,6 +18,7 @@ std::unique_ptr<Collector> MakeMemoryCollector();
 std::unique_ptr<Collector> MakeCpuCollector();
 std::unique_ptr<Collector> MakePowerCollector();
 std::unique_ptr<Collector> MakeClockCollector();
+std::unique_ptr<Collector> MakeScheduleCollector();
 std::unique_ptr<Collector> MakeServicesCollector();
 std::unique_ptr<Collector> MakePackagesCollector();
 std::unique_ptr<Collector> MakeSetCollector();
