@@ -264,12 +264,12 @@ TEST(TrevlinDatabase, DamageIsSetAsideWithWhatCanBeReadCarriedOver) {
 TEST(TrevlinDatabase, OfProcessesThatFindDamageOneSetsItAside) {
   ASSERT_NO_FATAL_FAILURE(Damage([](std::string& bytes) { bytes.replace(0, 16, 16, 'x'); }));
   std::vector<pid_t> children;
-  for (int i = 1; i <= 8; ++i) {
+  for (int i = 1; i <= 4; ++i) {
     children.push_back(fork());
     if (children.back() == 0) _exit(RecordTruth(i, true, kTime));
   }
   for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
-  EXPECT_THAT(Rows(set_paths::kInferenceDb, "SELECT count(*) FROM inferenceTBL"), ElementsAre("8"));
+  EXPECT_THAT(Rows(set_paths::kInferenceDb, "SELECT count(*) FROM inferenceTBL"), ElementsAre("4"));
   EXPECT_EQ(Beside(".damaged-").size(), 1u);
 }
 

@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kPause{60}, kLongestLock{2}, kLongestLook{10}, kLongestReading{5};
+constexpr std::chrono::seconds kPause{60}, kLongestLock{4}, kLongestLook{10}, kLongestReading{5};
 constexpr int kBusyMs = 1000;
 constexpr int kMaxRows = 100000;
 constexpr int kMaxLookups = 10000;
