@@ -84,9 +84,10 @@ class Carrier {
   /// From both ends, then one by one what lies between.
   int Carry() {
     sqlite3_int64 first = 0, last = 0;
-    if (Read(" ORDER BY rowid", 0, first)) return m_rows;
+    if (Read(" ORDER BY rowid", 0, first) || !m_isReadable) return m_rows;
     if (!Read(" ORDER BY rowid DESC", first, last) && last == 0) last = first + kMaxLookups;
-    for (sqlite3_int64 each = first + 1; each < last && each - first <= kMaxLookups; ++each) {
+    for (sqlite3_int64 each = first + 1; each < last && each - first <= kMaxLookups && !Limit::IsOver(&m_limit);
+         ++each) {
       sqlite3_int64 ignored = 0;
       Read(" LIMIT 1", each - 1, ignored, each);
     }
@@ -99,7 +100,8 @@ class Carrier {
     const SqliteStatement select =
         PrepareStatement(m_from, "SELECT rowid" + m_columns + " FROM " + m_table +
                                      " NOT INDEXED WHERE rowid > ?1 AND rowid <= ?2" + order);
-    if (!select || !m_insert) return false;
+    m_isReadable = select && m_insert;
+    if (!m_isReadable) return false;
     sqlite3_bind_int64(select.get(), 1, after);
     sqlite3_bind_int64(select.get(), 2, until);
     int step;
@@ -119,6 +121,7 @@ class Carrier {
   SqliteStatement m_insert;
   Limit m_limit{Clock::now() + kLongestReading};
   int m_rows = 0;
+  bool m_isReadable = true;  ///< its table can be asked for rows
 };
 
 /// Makes the new database beside the other, with what can be carried over, and flushes it. How many rows; -1 and the
