@@ -2,8 +2,10 @@
 
 #include <glib-unix.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "base/atomic_file.h"
 #include "base/folder.h"
@@ -16,7 +18,8 @@ namespace setd {
 
 namespace {
 
-constexpr unsigned kRetryMs = 5000;
+// A folder that is being removed is free a moment later; one that is somebody else's, when they are asked.
+constexpr unsigned kFirstRetryMs = 50, kLongestRetryMs = 5000;
 constexpr uint32_t kEvents = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
 
 }  // namespace
@@ -41,7 +44,7 @@ unsigned AddTimer(unsigned milliseconds, std::function<void()> action) {
 }
 
 FolderWatch::FolderWatch(const char* folder, OnFile onFile, OnMade onMade)
-    : m_folder(folder), m_onFile(std::move(onFile)), m_onMade(std::move(onMade)) {}
+    : m_folder(folder), m_onFile(std::move(onFile)), m_onMade(std::move(onMade)), m_retryMs(kFirstRetryMs) {}
 
 FolderWatch::~FolderWatch() {
   if (m_source) g_source_remove(m_source);
@@ -67,13 +70,14 @@ void FolderWatch::Establish() {
     problem = std::string(m_folder) + " cannot be watched: " + std::strerror(errno);
   if (m_events.IsWatching()) {
     m_logged.clear();
+    m_retryMs = kFirstRetryMs;
     if (m_onMade) m_onMade();
     return Rescan();
   }
   if (m_logged != problem) Log(DLOG_ERROR, problem + "; trying again");
   m_logged = problem;
   if (!m_retry)
-    m_retry = AddTimer(kRetryMs, [this] {
+    m_retry = AddTimer(std::exchange(m_retryMs, std::min(2 * m_retryMs, kLongestRetryMs)), [this] {
       m_retry = 0;
       if (!m_events.IsWatching()) Establish();
     });

@@ -47,6 +47,7 @@ class FolderWatch {
   FolderEvents m_events;
   unsigned m_source = 0;
   unsigned m_retry = 0;
+  unsigned m_retryMs;  ///< the next pause
   std::string m_logged;
 };
 
