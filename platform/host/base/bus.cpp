@@ -81,11 +81,24 @@ GVariantHandle CallOnBus(GDBusConnection& bus, const BusMethod& method, GVariant
       G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(std::max<int64_t>(limit.count(), 1)), nullptr, error.Out()));
 }
 
-GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments) {
+bool IsNobodyThere(const GErrorHandle& error) {
+  return error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+         error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER);
+}
+
+GVariantHandle ValueOf(GVariant& reply, const char* type) {
+  const GVariantHandle boxed(g_variant_get_child_value(&reply, 0));
+  GVariantHandle value(g_variant_get_variant(boxed.get()));
+  return g_variant_is_of_type(value.get(), G_VARIANT_TYPE(type)) ? std::move(value) : nullptr;
+}
+
+GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments, bool* isThere) {
   constexpr std::chrono::seconds kLimit(1);
   const GVariantHandle taken(arguments ? g_variant_ref_sink(arguments) : nullptr);
   std::string problem;
   const auto bus = ConnectToBus(SystemBusAddress(), kLimit, nullptr, problem);
   GErrorHandle error;
-  return bus ? CallOnBus(*bus, method, taken.get(), kLimit, error) : nullptr;
+  GVariantHandle reply = bus ? CallOnBus(*bus, method, taken.get(), kLimit, error) : nullptr;
+  if (isThere) *isThere = bus && !IsNobodyThere(error);
+  return reply;
 }

@@ -36,6 +36,13 @@ struct BusMethod {
 GVariantHandle CallOnBus(GDBusConnection& bus, const BusMethod& method, GVariant* arguments,
                          std::chrono::milliseconds limit, GErrorHandle& error);
 
+/// Whether a call failed because nobody has the service's name.
+bool IsNobodyThere(const GErrorHandle& error);
+
+/// The value in the reply to org.freedesktop.DBus.Properties.Get; null when it is not of that type.
+GVariantHandle ValueOf(GVariant& reply, const char* type);
+
 /// The same on a connection of its own to the system bus; null where there is no bus, no such service, or no reply of
-/// that type. Waits for the bus for a second, and as long for the reply.
-GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments);
+/// that type. `isThere` gets whether the service is there, be it that it does not answer. Waits for the bus for a
+/// second, and as long for the reply.
+GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments, bool* isThere = nullptr);

@@ -9,11 +9,10 @@ constexpr char kLogind[] = "org.freedesktop.login1";
 constexpr char kPath[] = "/org/freedesktop/login1";
 constexpr char kManager[] = "org.freedesktop.login1.Manager";
 
-/// Of a property's boxed value, which has what is to be done and when.
-std::optional<bool> IsOff(GVariant* reply) {
-  const GVariantHandle boxed(g_variant_get_child_value(reply, 0));
-  const GVariantHandle value(g_variant_get_variant(boxed.get()));
-  if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE("(st)"))) return std::nullopt;
+/// The property has what is to be done and when.
+std::optional<bool> IsOff(GVariant& reply) {
+  const GVariantHandle value = ValueOf(reply, "(st)");
+  if (!value) return std::nullopt;
   const char* what = "";
   g_variant_get(value.get(), "(&st)", &what, nullptr);
   return g_strcmp0(what, "poweroff") == 0 || g_strcmp0(what, "halt") == 0;
@@ -24,10 +23,8 @@ ScheduledOff AskOn(GDBusConnection& bus) {
   GErrorHandle error;
   const GVariantHandle reply =
       CallOnBus(bus, {kLogind, kPath, "org.freedesktop.DBus.Properties", "Get", "(v)"}, property.get(), kReply, error);
-  if (reply) return {true, IsOff(reply.get())};
-  return {!error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) &&
-              !error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER),
-          std::nullopt};
+  if (reply) return {true, IsOff(*reply)};
+  return {!IsNobodyThere(error), std::nullopt};
 }
 
 }  // namespace

@@ -54,9 +54,7 @@ class SystemBus {
     if (!m_connection) return nullptr;
     GErrorHandle error;
     GVariantHandle reply = CallOnBus(*m_connection, method, taken.get(), limit, error);
-    const bool isAbsent = error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
-                          error.Matches(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER);
-    if (!reply && !isAbsent) m_problem = std::string(method.service) + ": " + error.Message();
+    if (!reply && !IsNobodyThere(error)) m_problem = std::string(method.service) + ": " + error.Message();
     return reply;
   }
 
@@ -65,10 +63,7 @@ class SystemBus {
                      const char* type) {
     const GVariantHandle reply =
         Call({service, path.c_str(), kProperties, "Get", "(v)"}, g_variant_new("(ss)", interface, name));
-    if (!reply) return nullptr;
-    const GVariantHandle boxed(g_variant_get_child_value(reply.get(), 0));
-    GVariantHandle value(g_variant_get_variant(boxed.get()));
-    return g_variant_is_of_type(value.get(), G_VARIANT_TYPE(type)) ? std::move(value) : nullptr;
+    return reply ? ValueOf(*reply, type) : nullptr;
   }
 
   std::string GetPath(const std::string& object, const char* interface, const char* name) {

@@ -20,6 +20,7 @@
 #include "log_tags.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "trevlin/collectors/readings.h"
 
 namespace trevlin {
 
@@ -47,19 +48,14 @@ FdHandle Lock(std::chrono::steady_clock::time_point waitUntil) {
   return {};
 }
 
-std::string BootId() {
-  std::string text;
-  ReadWholeFile("/proc/sys/kernel/random/boot_id", text, Links::kFollow, kMostNoted);
-  return text.substr(0, text.find('\n'));
-}
-
 // What is no history of this start counts as none.
 Histories Parse(const std::string& text) {
   Histories histories;
   Json::Value document;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   try {
-    if (!reader->parse(text.data(), text.data() + text.size(), &document, nullptr) || document["boot"] != BootId())
+    if (!reader->parse(text.data(), text.data() + text.size(), &document, nullptr) ||
+        document["boot"] != BootId(Machine{}))
       return histories;
     const Json::Value& issues = document["issues"];
     for (const std::string& code : issues.getMemberNames()) {
@@ -75,7 +71,7 @@ Histories Parse(const std::string& text) {
 
 std::string ToText(const Histories& histories) {
   Json::Value document;
-  document["boot"] = BootId();
+  document["boot"] = BootId(Machine{});
   Json::Value& issues = document["issues"] = Json::objectValue;
   for (const auto& [code, history] : histories) {
     Json::Value& each = issues[std::to_string(code)];

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <thread>
 
-#include "base/atomic_file.h"
 #include "database_rescue.h"
 #include "dlog.h"
 #include "log_tags.h"
@@ -17,6 +16,7 @@
 #include "set_names.h"
 #include "set_paths.h"
 #include "system_path.h"
+#include "trevlin/collectors/readings.h"
 #include "trevlin_tables.h"
 #include "vconf.h"
 
@@ -115,21 +115,9 @@ void BindMostRows(sqlite3_stmt* statement) {
   sqlite3_bind_int64(statement, 1, kMostRows);
 }
 
-const std::string& BootId() {
-  static const std::string* const id = [] {
-    auto* text = new std::string;
-    ReadWholeFile("/proc/sys/kernel/random/boot_id", *text);
-    text->resize(std::min(text->find('\n'), text->size()));
-    return text;
-  }();
-  return *id;
-}
-
-// Of this start of the machine, those in which it slept included.
+// Of this start of the machine.
 int64_t RunningSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_BOOTTIME, &now);
-  return now.tv_sec;
+  return static_cast<int64_t>(SecondsSinceStart(Machine{}).value_or(0));
 }
 
 _DTSolDBRecord SolutionOfRow(sqlite3_stmt* row) {
@@ -364,7 +352,7 @@ int Database::AddRow(const _DTSolDBRecord& record) {
 }
 
 int Database::MarkSolution(const _DTSolDBRecord& solution) {
-  const std::string code = std::to_string(solution.issueCode);
+  const std::string code = std::to_string(solution.issueCode), boot = BootId(Machine{});
   if (!Execute(m_solution.db.get(), kCreateMarks)) return Fail(m_solution, "cannot be written");
   SqliteStatement insert;
   const int result = Query(
@@ -372,7 +360,7 @@ int Database::MarkSolution(const _DTSolDBRecord& solution) {
       [&](sqlite3_stmt* statement) {
         BindText(statement, 1, code);
         BindText(statement, 2, solution.registerTime);
-        BindText(statement, 3, BootId());
+        BindText(statement, 3, boot);
         sqlite3_bind_int64(statement, 4, RunningSeconds());
       },
       [](sqlite3_stmt*) {});
@@ -422,7 +410,7 @@ int Database::FindSettled(const _DTSolDBRecord& solution, std::chrono::seconds s
         BindText(statement, 2, solution.registerTime);
       },
       [&](sqlite3_stmt* row) {
-        age = RunningSeconds() - (ColumnText(row, 0) == BootId() ? sqlite3_column_int64(row, 1) : 0);
+        age = RunningSeconds() - (ColumnText(row, 0) == BootId(Machine{}) ? sqlite3_column_int64(row, 1) : 0);
       });
   if (result == TREVLIN_OK) return age >= settled.count() ? TREVLIN_OK : TREVLIN_NO_MATCH;
   const int marked = result == TREVLIN_NO_MATCH ? MarkSolution(solution) : result;

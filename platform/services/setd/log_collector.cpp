@@ -51,12 +51,6 @@ bool IsRegularFile(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-std::string FirstLineOf(const std::string& path) {
-  std::string text;
-  ReadWholeFile(path, text, Links::kRefuse, kMostNoted);
-  return text.substr(0, text.find('\n'));
-}
-
 bool Remove(const std::string& path) {
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
   Log(DLOG_ERROR, path.substr(SystemRoot().size()) + " stays: " + std::strerror(errno));
@@ -67,7 +61,7 @@ bool Remove(const std::string& path) {
 
 LogCollector::LogCollector(Jobs& jobs)
     : m_jobs(jobs),
-      m_bootId(FirstLineOf(MachinePath("/proc/sys/kernel/random/boot_id"))),
+      m_bootId(BootId()),
       m_triggers(set_paths::kReportTriggers,
                  [this](const std::string& name) { Look(set_paths::kReportTriggers, name); }),
       m_restartTriggers(set_paths::kRebootReportTriggers,

@@ -8,4 +8,11 @@ namespace setd {
 /// thread.
 std::string MachinePath(const std::string& path);
 
+/// The first line of a file of this machine, a mark or an id; empty when it cannot be read. No link is followed. Any
+/// thread.
+std::string FirstLineOf(const std::string& path);
+
+/// Tells this start of the machine from every other; empty where it is not known. Any thread.
+std::string BootId();
+
 }  // namespace setd

@@ -63,9 +63,7 @@ void Write(const Record& record) {
 Record Update() {
   static std::mutex mutex;
   const std::lock_guard guard(mutex);
-  std::string bootId;
-  ReadWholeFile(MachinePath("/proc/sys/kernel/random/boot_id"), bootId);
-  bootId.resize(std::min(bootId.find('\n'), bootId.size()));
+  std::string bootId = BootId();
   if (bootId.empty()) bootId = "-";
   timespec since{};
   clock_gettime(CLOCK_BOOTTIME, &since);

@@ -15,12 +15,6 @@ namespace setd {
 
 namespace {
 
-std::string FirstLineOf(const std::string& path) {
-  std::string text;
-  ReadWholeFile(path, text, Links::kFollow, kMostNoted);
-  return text.substr(0, text.find('\n'));
-}
-
 bool Publish(const std::string& path, const std::string& text) {
   if (MakeFolders(SystemPath(set_paths::kSetdState)) && PublishFile(SystemPath(path), text)) return true;
   Log(DLOG_ERROR, path + ": " + std::strerror(errno));
@@ -31,7 +25,7 @@ bool Publish(const std::string& path, const std::string& text) {
 
 StartMark::StartMark() {
   const std::string path = std::string(set_paths::kSetdState) + "/running";
-  const std::string boot = FirstLineOf(MachinePath("/proc/sys/kernel/random/boot_id"));
+  const std::string boot = BootId();
   if (boot.empty()) return;
   const std::string left = FirstLineOf(SystemPath(path));
   if (!FirstLineOf(SystemPath(set_paths::kLastShutdown)).starts_with(boot + " ")) {

@@ -58,12 +58,12 @@ class PowerCollector : public Collector {
 
   /// What the daemon found when it was first started after the machine.
   static std::optional<bool> WasUnclean(const Machine& machine) {
-    const auto boot = ReadLine(machine, "/proc/sys/kernel/random/boot_id");
+    const std::string boot = BootId(machine);
     std::string text;
-    if (!boot || !ReadWholeFile(SystemPath(set_paths::kLastShutdown), text, Links::kRefuse, kMostNoted))
+    if (boot.empty() || !ReadWholeFile(SystemPath(set_paths::kLastShutdown), text, Links::kRefuse, kMostNoted))
       return std::nullopt;
-    if (text == *boot + " unclean\n") return true;
-    return text == *boot + " clean\n" ? std::optional(false) : std::nullopt;
+    if (text == boot + " unclean\n") return true;
+    return text == boot + " clean\n" ? std::optional(false) : std::nullopt;
   }
 
   static std::optional<bool> WasReset(const Machine& machine) {

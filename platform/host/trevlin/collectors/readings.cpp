@@ -224,6 +224,10 @@ bool IsContainer(const Machine& machine) {
   return environment.starts_with("container=") || environment.find("\0container="s) != environment.npos;
 }
 
+std::string BootId(const Machine& machine) {
+  return ReadLine(machine, "/proc/sys/kernel/random/boot_id").value_or("");
+}
+
 std::optional<double> SecondsSinceStart(const Machine& machine) {
   const auto line = ReadLine(machine, "/proc/uptime");
   const auto seconds = line ? ParseNumber(SplitWords(*line).front()) : std::nullopt;
@@ -235,7 +239,7 @@ std::optional<double> RiseWithin(const Machine& machine, const std::string& coun
   const FdHandle lock = LockReadings();
   const auto now = SecondsSinceStart(machine);
   if (!now) return std::nullopt;
-  const std::string start = ReadLine(machine, "/proc/sys/kernel/random/boot_id").value_or("-");
+  const std::string id = BootId(machine), start = id.empty() ? "-" : id;
   const auto length = static_cast<double>(window.count());
   std::vector<Reading> readings = LoadReadings(counter, start);
   // A clock that ran ahead belongs to another machine or container.

@@ -56,7 +56,10 @@ std::optional<double> FindNumber(std::string_view list, std::string_view key);
 /// one is found.
 bool IsContainer(const Machine& machine);
 
-/// Seconds since the machine was started.
+/// Tells this start of the machine from every other; empty where it is not known.
+std::string BootId(const Machine& machine);
+
+/// Seconds since the machine was started, those in which it slept included.
 std::optional<double> SecondsSinceStart(const Machine& machine);
 
 /// By how much a counter of the kernel, that is `value` now, has risen within the last `window`, or since the machine's

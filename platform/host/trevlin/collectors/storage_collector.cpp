@@ -245,13 +245,13 @@ std::optional<bool> IsFailing(GVariant* interfaces) {
   return false;
 }
 
-/// Adds the models of those that are to `failing`.
-std::optional<bool> IsAnyDriveFailing(std::set<std::string>& failing) {
+/// Adds the models of those that are to `failing`. False where the disk service is there and does not answer.
+bool LookForFailingDrives(std::set<std::string>& failing, std::optional<bool>& any) {
   constexpr BusMethod kObjects = {"org.freedesktop.UDisks2", "/org/freedesktop/UDisks2",
                                   "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", "(a{oa{sa{sv}}})"};
-  const GVariantHandle reply = AskSystemBus(kObjects, nullptr);
-  if (!reply) return std::nullopt;
-  std::optional<bool> any;
+  bool isThere = false;
+  const GVariantHandle reply = AskSystemBus(kObjects, nullptr, &isThere);
+  if (!reply) return !isThere;
   const GVariantHandle objects(g_variant_get_child_value(reply.get(), 0));
   for (gsize i = 0; i < g_variant_n_children(objects.get()); ++i) {
     const GVariantHandle object(g_variant_get_child_value(objects.get(), i));
@@ -264,7 +264,7 @@ std::optional<bool> IsAnyDriveFailing(std::set<std::string>& failing) {
     const char* model = "";
     if (*isFailing && drive && g_variant_lookup(drive.get(), "Model", "&s", &model) && *model) failing.insert(model);
   }
-  return any;
+  return true;
 }
 
 /// The errors of reading and writing that the kernel's log has of each disk since it was attached; the kernel's
@@ -370,7 +370,9 @@ class StorageCollector : public Collector {
     AddErrors(machine, mounts, media, facts);
     AddFlashHealth(machine, facts);
     std::set<std::string> faulty;
-    if (!machine.IsCaptured()) AddFact(facts, "storage.smart_failing", IsAnyDriveFailing(faulty));
+    std::optional<bool> isFailing;
+    if (!machine.IsCaptured() && !LookForFailingDrives(faulty, isFailing)) AddUnknown(facts, "storage.smart_failing");
+    AddFact(facts, "storage.smart_failing", isFailing);
     AddInputOutputErrors(machine, media, faulty, facts);
     std::string names;
     for (const std::string& disk : faulty) names += (names.empty() ? "" : ", ") + disk;
