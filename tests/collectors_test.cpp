@@ -487,7 +487,24 @@ TEST(Services, CountCrashesOfTheLastWeek) {
   machine.Remove("/var/cores");
   Expect(machine.Collect(*services), "services.crashes_week=1 services.crash_name=player");
   machine.Remove("/var/lib/systemd/coredump");
-  Expect(machine.Collect(*services), "services.crashes_week=0 services.crash_name=?");
+  Expect(machine.Collect(*services), "services.crashes_week=? services.crash_name=?");
+  const std::tuple<const char*, const char*, const char*> patterns[] = {
+      {"core", "", "?"},
+      {"%e.core", "", "?"},
+      {"|/usr/bin/keeper %p", "", "?"},
+      {"|/lib/systemd/systemd-coredump %P", "", "0"},
+      {"|/lib/systemd/systemd-coredump %P", "[Coredump]\n#Storage=none\nStorage = journal\n", "?"},
+      {"|/usr/share/apport/apport -p%p", "", "0"},
+      {"/var/cores/core", "", "0"},
+  };
+  for (const char* folder : {"/var/lib/systemd/coredump/none", "/var/crash/none", "/var/cores/none"})
+    machine.Write({{folder, "x"}});
+  for (const auto& [pattern, configuration, crashes] : patterns) {
+    machine.Write({{"/proc/sys/kernel/core_pattern", pattern}, {"/etc/systemd/coredump.conf", configuration}});
+    EXPECT_EQ(Told(machine.Collect(*services)["services.crashes_week"]), crashes) << pattern << configuration;
+  }
+  machine.Write({{"/proc/sys/kernel/core_pattern", "core"}, {dumps + "player.1000.0f0f.78.1700000000000000.zst", "x"}});
+  Expect(machine.Collect(*services), "services.crashes_week=1 services.crash_name=player");
 }
 
 TEST(Services, AskSystemdForFailedUnits) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 
 #include "base/bus.h"
@@ -50,6 +51,37 @@ std::optional<CrashFolder> CoreFolder(const Machine& machine) {
   if (!pattern.starts_with('/') || slash == 0 || first < slash) return std::nullopt;
   const size_t suffix = last == pattern.npos ? pattern.size() : std::min(last + 2, pattern.size());
   return CrashFolder{pattern.substr(0, slash), pattern.substr(slash + 1, first - slash - 1), pattern.substr(suffix)};
+}
+
+constexpr char kDumps[] = "/var/lib/systemd/coredump";
+constexpr char kReports[] = "/var/crash";
+
+/// Whether coredump.conf(5) lets crashes be files of their own; the last line counts.
+bool AreDumpsFiles(const Machine& machine) {
+  constexpr std::string_view kFile = "/etc/systemd/coredump.conf", kFolder = "/etc/systemd/coredump.conf.d/";
+  std::string text = ReadText(machine, kFile).value_or("");
+  for (const std::string& name : ListNames(machine, kFolder))
+    text += "\n" + ReadText(machine, std::string(kFolder) + name).value_or("");
+  bool areFiles = true;
+  for (const std::string_view line : SplitLines(text)) {
+    const size_t equals = line.find('=');
+    if (equals == line.npos || SplitWords(line.substr(0, equals)) != std::vector<std::string_view>{"Storage"}) continue;
+    areFiles = SplitWords(line.substr(equals + 1)) == std::vector<std::string_view>{"external"};
+  }
+  return areFiles;
+}
+
+/// The one folder that every crash leaves a file in; empty where none does: the kernel's own "core" lies wherever the
+/// program was, and what an unknown program is handed is anywhere.
+std::string KeepingFolder(const Machine& machine) {
+  const std::string pattern = ReadLine(machine, "/proc/sys/kernel/core_pattern").value_or("");
+  if (!pattern.starts_with('|')) {
+    const auto core = CoreFolder(machine);
+    return core ? core->path : "";
+  }
+  const std::string program = pattern.substr(1, pattern.find(' ') - 1);
+  if (program.ends_with("/systemd-coredump")) return AreDumpsFiles(machine) ? kDumps : "";
+  return program.ends_with("/apport") ? kReports : "";
 }
 
 /// The program of a crash file: "core.NAME.1000.…" of systemd, "_usr_bin_NAME.1000.crash" of apport, "NAME-77.core" of
@@ -104,16 +136,20 @@ class ServicesCollector : public Collector {
 
  private:
   static void AddCrashes(const Machine& machine, Facts& facts) {
-    std::vector<CrashFolder> folders = {{"/var/lib/systemd/coredump", "core.", ""}, {"/var/crash", "", ".crash"}};
+    std::vector<CrashFolder> folders = {{kDumps, "core.", ""}, {kReports, "", ".crash"}};
     const auto core = CoreFolder(machine);
     const auto isSame = [&](const CrashFolder& folder) { return folder.path == core->path; };
     if (core && std::none_of(folders.begin(), folders.end(), isSame)) folders.push_back(*core);
     const auto since = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() - kWeek);
-    bool canRead = false;
+    const std::string keeping = KeepingFolder(machine);
+    bool isKept = false, isHidden = false;
     std::map<std::string, int> crashes;
     for (const CrashFolder& folder : folders) {
-      if (access(machine.Path(folder.path).c_str(), R_OK | X_OK) != 0) continue;
-      canRead = true;
+      if (access(machine.Path(folder.path).c_str(), R_OK | X_OK) != 0) {
+        isHidden = isHidden || errno == EACCES;
+        continue;
+      }
+      isKept = isKept || folder.path == keeping;
       for (const std::string& file : ListNames(machine, folder.path)) {
         struct stat status;
         if (file.starts_with(folder.prefix) && file.ends_with(folder.suffix) &&
@@ -124,7 +160,12 @@ class ServicesCollector : public Collector {
     }
     const auto worst = std::max_element(crashes.begin(), crashes.end(),
                                         [](const auto& one, const auto& other) { return one.second < other.second; });
-    if (canRead) facts["services.crashes_week"] = worst == crashes.end() ? 0.0 : worst->second;
+    if (worst != crashes.end())
+      facts["services.crashes_week"] = static_cast<double>(worst->second);
+    else if (isKept)
+      facts["services.crashes_week"] = 0.0;
+    else if (isHidden)
+      AddUnknown(facts, "services.crashes_week");
     if (worst != crashes.end() && !worst->first.empty()) facts["services.crash_name"] = worst->first;
   }
 };
