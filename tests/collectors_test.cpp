@@ -525,7 +525,7 @@ TEST(Services, AskSystemdForFailedUnits) {
                                     "  ('net@eth0.service', '', '', 'failed', '', '', @o '/b', @u 0, '', @o '/')],)"));
     return reply;
   });
-  EXPECT_EQ(failed(), "2 net@eth0.service net@.service sound.service");
+  EXPECT_EQ(failed(), "2 net@eth0.service sound.service");
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {

@@ -43,6 +43,8 @@ TEST(Rules, AreDecidedInThreeTruths) {
       {R"({"fact": "x", "is": "==", "value": "a"})", 'T'},
       {R"({"fact": "l", "is": "has", "value": "b.c"})", 'T'},
       {R"({"fact": "l", "is": "has", "value": "b"})", 'F'},
+      {R"({"fact": "l", "is": "has", "value": "b.*"})", 'T'},
+      {R"({"fact": "l", "is": "has", "value": "*.d"})", 'F'},
       {R"({"fact": "w", "is": "has", "value": "b"})", '?'},
       {R"({"fact": "setting:k", "is": "==", "value": true})", 'T'},
       {R"({"fact": "setting:k", "is": "!=", "value": 1})", '?'},
@@ -67,6 +69,24 @@ TEST(Rules, AreDecidedInThreeTruths) {
         "{\"" + row.substr(0, 3) + "\": [" + conditionOf(row[4]) + ", " + conditionOf(row[5]) + "]}";
     EXPECT_EQ(Letter(Evaluate(RuleOf("\"when\": " + joined).when, kFacts)), row[6]) << row;
   }
+}
+
+TEST(Rules, FindWhatNoOtherRuleNames) {
+  const std::pair<std::string, char> cases[] = {
+      {R"({"fact": "l", "is": "has", "value": "a"})", 'T'},
+      {R"({"any": [{"fact": "l", "is": "has", "value": "a"}, {"fact": "l", "is": "has", "value": "b.*"}]})", 'T'},
+      {R"({"fact": "x", "is": "has", "value": "*"})", 'T'},
+      {R"({"fact": "l", "is": "has", "value": "*"})", 'F'},
+  };
+  for (const auto& [condition, truth] : cases) {
+    const RuleFile file = ParseRules(FileOf(R"({"code": 1, "group": "memory", "when": {"fact": "l", "is": "other"}},)"
+                                            R"({"code": 2, "group": "memory", "when": )" +
+                                            condition + "}"),
+                                     kKinds);
+    ASSERT_EQ(file.rules.size(), 2U) << ToText(file.mistakes.front(), condition);
+    EXPECT_EQ(Letter(DecideNow(file.rules[0], kFacts)), truth) << condition;
+  }
+  EXPECT_EQ(Letter(DecideNow(RuleOf(R"("when": {"fact": "w", "is": "other"})"), kFacts)), '?');
 }
 
 TEST(Rules, HoldForAsLongOrAsOftenAsTheySay) {
@@ -135,6 +155,8 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
       {holding(R"({"runs": 3, "of": 2})"), "3:26: \"of\" must be a whole number from 3 to 32"},
       {head + "\"event\": 1, \"when\": " + kHolds + "}", "2:42: \"event\" must be true or false"},
       {with(R"({"fact": "n", "is": "absent", "value": 1})"), "2:80: \"absent\" compares with no value"},
+      {with(R"({"fact": "l", "is": "other", "value": "a"})"), "2:79: \"other\" compares with no value"},
+      {with(R"({"fact": "n", "is": "other"})"), "2:50: \"other\" needs text, \"n\" is a number"},
       {explaining("18"), "3:13: \"explains\" must be an array of codes"},
       {explaining("[18, 0]"), "3:18: \"explains\" must be a whole number from 1 to 2147483647"},
       {explaining("[18, 17]"), "3:13: code 17 would explain itself"},
@@ -331,7 +353,7 @@ TEST_F(ShippedRules, SayNothingElseOfTheNetworkWithoutALink) {
 }
 
 TEST_F(ShippedRules, TellAtTheFirstRunWhatStaysAsItIs) {
-  Facts facts = FactsOf("network.link_speed_mbit=10 clock.synchronised=no services.failed=1");
+  Facts facts = FactsOf("network.link_speed_mbit=10 clock.synchronised=no services.failed_names=any");
   facts.insert(kWell.begin(), kWell.end());
   std::set<int> codes;
   for (const Rule& rule : m_rules)
@@ -366,7 +388,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000016, "network.kind=wireless network.wireless_drops=6"},
       {10000004, "network.kind=wireless network.wireless_drops=6 network.wireless_signal_dbm=-84"},
       {20000002, "services.failed_names=networking.service network.address=no network.default_route=no"},
-      {20000002, "services.failed_names=wpa_supplicant@.service"},
+      {20000002, "services.failed=1 services.failed_names=wpa_supplicant@wlan0.service"},
       {10020003, "storage.removable_full=yes"},
       {10020004, "storage.removable_error=yes storage.removable_full=yes"},
       {10030001, "sound.muted=yes sound.volume_percent=0"},
@@ -410,7 +432,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20050001, "services.crashes_week=3"},
       {20050002, "memory.pressure_some_avg60=40"},
       {20050003, "services.failed=1 services.failed_names=printer.service"},
-      {20070001, "services.failed_names=bluetooth.service"},
+      {20070001, "services.failed=1 services.failed_names=bluetooth.service"},
       {20080001, "setting:db/menu/system/time/off_timer=60"},
       {20080001, "setting:db/menu/system/time/off_timer=? schedule.off=yes"},
       {20080002, "setting:db/menu/system/power/auto_power_off=yes"},
@@ -420,6 +442,13 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20100001, "setting:db/menu/system/demo_mode=yes"},
   };
   for (const auto& [code, changes] : cases) EXPECT_THAT(FoundWith(changes), testing::ElementsAre(code)) << changes;
+}
+
+TEST_F(ShippedRules, TellOfAnotherFailedServiceBesidesTheOneThatTheyName) {
+  Facts facts = kWell;
+  facts["services.failed"] = 3.0;
+  facts["services.failed_names"] = "bluetooth.service ifup@eth0.service printer.service";
+  EXPECT_THAT(Found(facts), testing::ElementsAre(20000002, 20050003, 20070001));
 }
 
 }  // namespace

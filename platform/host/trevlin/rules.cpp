@@ -1,15 +1,18 @@
 #include "trevlin/rules.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
 #include <functional>
+#include <sstream>
 
 namespace trevlin {
 
 namespace {
 
-constexpr std::string_view kOperators[] = {"<", "<=", ">", ">=", "==", "!=", "has", "absent"};
+constexpr std::string_view kOperators[] = {"<", "<=", ">", ">=", "==", "!=", "has", "other", "absent"};
 
 Truth Of(bool truth) {
   return truth ? Truth::kTrue : Truth::kFalse;
@@ -19,9 +22,24 @@ Truth Not(Truth truth) {
   return truth == Truth::kUnknown ? truth : Of(truth == Truth::kFalse);
 }
 
-// Of words with single blanks between them.
-bool HasWord(const std::string& words, const std::string& word) {
-  return (" " + words + " ").find(" " + word + " ") != std::string::npos;
+/// Calls `take` with each word of a text with single blanks between them, until it returns false.
+template <typename Take>
+bool AllWords(const std::string& words, Take take) {
+  std::istringstream stream(words);
+  for (std::string word; stream >> word;)
+    if (!take(word)) return false;
+  return true;
+}
+
+bool HasWord(const std::string& words, const std::string& pattern) {
+  return !AllWords(words,
+                   [&](const std::string& word) { return fnmatch(pattern.c_str(), word.c_str(), FNM_NOESCAPE) != 0; });
+}
+
+bool HasOtherWord(const std::string& words, const std::string& patterns) {
+  return !AllWords(words, [&](const std::string& word) {
+    return !AllWords(patterns, [&](const std::string& pattern) { return !HasWord(word, pattern); });
+  });
 }
 
 Truth Compare(const Condition& condition, const Facts& facts) {
@@ -48,6 +66,8 @@ Truth Compare(const Condition& condition, const Facts& facts) {
       return Of(fact != value);
     case Operator::kHas:
       return Of(HasWord(std::get<std::string>(fact), std::get<std::string>(value)));
+    case Operator::kOther:
+      return Of(HasOtherWord(std::get<std::string>(fact), std::get<std::string>(value)));
     case Operator::kAbsent:
       break;  // compares with no value
   }
@@ -104,6 +124,10 @@ Truth Cleared(const Rule& rule, Truth holds, const Facts& facts) {
 
 std::string_view NameOf(Operator comparison) {
   return kOperators[static_cast<size_t>(comparison)];
+}
+
+bool HasValue(Operator comparison) {
+  return comparison != Operator::kAbsent && comparison != Operator::kOther;
 }
 
 Truth Evaluate(const Condition& condition, const Facts& facts) {
@@ -165,7 +189,7 @@ std::string ToText(const FactValue& value) {
 std::string ToText(const Condition& condition) {
   if (condition.kind == Condition::Kind::kFact)
     return condition.fact + " " + std::string(NameOf(condition.comparison)) +
-           (condition.comparison == Operator::kAbsent ? "" : " " + ToText(condition.value));
+           (HasValue(condition.comparison) ? " " + ToText(condition.value) : "");
   std::string text;
   for (const Condition& part : condition.parts) {
     if (!text.empty()) text += condition.kind == Condition::Kind::kAll ? " and " : " or ";

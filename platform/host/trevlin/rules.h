@@ -18,10 +18,12 @@ namespace trevlin {
 
 enum class Truth { kFalse, kTrue, kUnknown };
 
-enum class Operator { kLess, kLessOrEqual, kGreater, kGreaterOrEqual, kEqual, kNotEqual, kHas, kAbsent };
+enum class Operator { kLess, kLessOrEqual, kGreater, kGreaterOrEqual, kEqual, kNotEqual, kHas, kOther, kAbsent };
 
 /// "<", "==" and so on.
 std::string_view NameOf(Operator comparison);
+/// Whether a rule writes a value behind it.
+bool HasValue(Operator comparison);
 
 /// A comparison of a fact with a value, or others joined.
 struct Condition {
@@ -29,7 +31,9 @@ struct Condition {
   Kind kind = Kind::kFact;
   std::string fact{};  ///< kFact: its name; "setting:KEY" for a settings key
   Operator comparison = Operator::kEqual;
-  FactValue value{};               ///< none for kAbsent
+  /// None for kAbsent. kHas: a word, or a pattern of one as for file names; kOther: the values of every kHas on the
+  /// fact in the rules that it is read with, a blank between each.
+  FactValue value{};
   std::vector<Condition> parts{};  ///< the others: what is joined, one part for kNot
 };
 

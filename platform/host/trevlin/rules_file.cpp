@@ -27,8 +27,8 @@ constexpr int kMostRuns = 32;
 constexpr int kDeepest = 100;
 
 constexpr Operator kOperators[] = {
-    Operator::kLess,  Operator::kLessOrEqual, Operator::kGreater, Operator::kGreaterOrEqual,
-    Operator::kEqual, Operator::kNotEqual,    Operator::kHas,     Operator::kAbsent};
+    Operator::kLess,     Operator::kLessOrEqual, Operator::kGreater, Operator::kGreaterOrEqual, Operator::kEqual,
+    Operator::kNotEqual, Operator::kHas,         Operator::kOther,   Operator::kAbsent};
 
 // In the order of the kinds, which is that of a value's alternatives after the unknown one.
 std::string NameOf(FactKind kind) {
@@ -101,6 +101,32 @@ Parser::Parser(std::string_view text, const FactKinds& facts) : m_text(text), m_
   for (size_t at = 0; (at = text.find('\n', at)) != text.npos;) m_lines.push_back(++at);
 }
 
+/// Calls `take` with each comparison of the condition.
+template <typename Each, typename Take>
+void ForEachComparison(Each& condition, Take take) {
+  if (condition.kind == Condition::Kind::kFact) take(condition);
+  for (auto& part : condition.parts) ForEachComparison(part, take);
+}
+
+template <typename Rules, typename Take>
+void ForEachComparisonOf(Rules& rules, Take take) {
+  for (auto& rule : rules) {
+    ForEachComparison(rule.when, take);
+    if (rule.clear) ForEachComparison(*rule.clear, take);
+  }
+}
+
+/// Gives each kOther what the rules name of its fact.
+void FillInOthers(std::vector<Rule>& rules) {
+  std::map<std::string, std::string> named;
+  ForEachComparisonOf(rules, [&](const Condition& each) {
+    if (each.comparison == Operator::kHas) named[each.fact] += std::get<std::string>(each.value) + " ";
+  });
+  ForEachComparisonOf(rules, [&](Condition& each) {
+    if (each.comparison == Operator::kOther) each.value = named[each.fact];
+  });
+}
+
 RuleFile Parser::Read() {
   RuleFile file;
   Explanations explanations;
@@ -129,6 +155,7 @@ RuleFile Parser::Read() {
         file.mistakes.push_back(MistakeAt(wrong.offset, wrong.reason));
       }
     }
+    FillInOthers(file.rules);
     file.isRulesFile = true;
   } catch (const Wrong& wrong) {
     file.mistakes.push_back(MistakeAt(wrong.offset, wrong.reason));
@@ -290,9 +317,13 @@ Condition Parser::ReadComparison(const Json::Value& value) const {
   Condition condition;
   condition.fact = value["fact"].asString();
   condition.comparison = ReadOperator(Member(value, kWhat, "is"));
-  if (condition.comparison == Operator::kAbsent) {
-    if (value.isMember("value")) Refuse(value["value"], "\"absent\" compares with no value");
+  if (!HasValue(condition.comparison)) {
+    const std::string name = Quoted(NameOf(condition.comparison));
+    if (value.isMember("value")) Refuse(value["value"], name + " compares with no value");
     CheckFact(value, condition.fact, std::nullopt);
+    const auto known = m_facts.find(condition.fact);
+    if (condition.comparison == Operator::kOther && known != m_facts.end() && known->second != FactKind::kText)
+      Refuse(value["fact"], name + " needs text, " + Quoted(condition.fact) + " is " + NameOf(known->second));
     return condition;
   }
   condition.value = ReadValue(Member(value, kWhat, "value"));

@@ -101,13 +101,6 @@ std::string ProgramOf(const CrashFolder& folder, const std::string& file) {
   return name;
 }
 
-/// " ifup@.service" of "ifup@eth0.service"; empty of what is no instance.
-std::string TemplateOf(const std::string& unit) {
-  const size_t at = unit.find('@'), end = unit.rfind('.');
-  if (at == unit.npos || end == unit.npos || end <= at + 1) return "";
-  return " " + unit.substr(0, at + 1) + unit.substr(end);
-}
-
 class ServicesCollector : public Collector {
  public:
   std::string_view Name() const override { return "services"; }
@@ -116,8 +109,7 @@ class ServicesCollector : public Collector {
   std::vector<FactDescription> Describe() const override {
     return {
         {"services.failed", FactKind::kNumber, "", "services of the system that have failed; unknown without systemd"},
-        {"services.failed_names", FactKind::kText, "",
-         "their names and those of their templates, with blanks between them"},
+        {"services.failed_names", FactKind::kText, "", "their names, with blanks between them"},
         {"services.crashes_week", FactKind::kNumber, "",
          "crashes within the last seven days of the program that had the most"},
         {"services.crash_name", FactKind::kText, "", "that program"},
@@ -130,7 +122,7 @@ class ServicesCollector : public Collector {
     if (!failed) return;
     facts["services.failed"] = static_cast<double>(failed->size());
     std::string names;
-    for (const std::string& name : *failed) names += (names.empty() ? "" : " ") + name + TemplateOf(name);
+    for (const std::string& name : *failed) names += (names.empty() ? "" : " ") + name;
     facts["services.failed_names"] = names;
   }
 
