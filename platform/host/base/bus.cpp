@@ -76,9 +76,12 @@ GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chr
 GVariantHandle CallOnBus(GDBusConnection& bus, const BusMethod& method, GVariant* arguments,
                          std::chrono::milliseconds limit, GErrorHandle& error) {
   const auto* reply = method.reply ? G_VARIANT_TYPE(method.reply) : nullptr;
-  return GVariantHandle(g_dbus_connection_call_sync(
-      &bus, method.service, method.path, method.interface, method.name, arguments, reply,
-      G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(std::max<int64_t>(limit.count(), 1)), nullptr, error.Out()));
+  const auto flags = static_cast<GDBusCallFlags>(
+      G_DBUS_CALL_FLAGS_NO_AUTO_START |
+      (method.mayAskPerson ? G_DBUS_CALL_FLAGS_ALLOW_INTERACTIVE_AUTHORIZATION : G_DBUS_CALL_FLAGS_NONE));
+  return GVariantHandle(
+      g_dbus_connection_call_sync(&bus, method.service, method.path, method.interface, method.name, arguments, reply,
+                                  flags, static_cast<int>(std::max<int64_t>(limit.count(), 1)), nullptr, error.Out()));
 }
 
 bool IsNobodyThere(const GErrorHandle& error) {

@@ -29,6 +29,7 @@ struct BusMethod {
   const char* interface;
   const char* name;
   const char* reply;
+  bool mayAskPerson = false;  ///< a password, where this user is not permitted to and there is an agent for it
 };
 
 /// What the method returns, or null with `error`. Takes `arguments`, a floating tuple or null. Waits for the reply for

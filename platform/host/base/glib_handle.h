@@ -5,6 +5,7 @@
 #include <gio/gio.h>
 
 #include <memory>
+#include <string>
 
 #include "c_handle.h"
 
@@ -30,6 +31,11 @@ class GErrorHandle {
   }
   const GError* Get() const { return m_error; }
   bool Matches(GQuark domain, int code) const { return g_error_matches(m_error, domain, code); }
+  /// What the other side on a bus calls it ("org.freedesktop.DBus.Error.AccessDenied"); empty where it came from here.
+  std::string RemoteName() const {
+    const GText name(m_error ? g_dbus_error_get_remote_error(m_error) : nullptr);
+    return name ? name.get() : "";
+  }
   const char* Message() const { return m_error ? m_error->message : "no error"; }
 
  private:

@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <set>
 
-#include "base/bus.h"
+#include "base/service_manager.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
 
@@ -19,22 +20,23 @@ using namespace std::chrono_literals;
 constexpr std::chrono::hours kWeek{7 * 24};
 constexpr size_t kMaxTextBytes = 128;
 
-/// The names of the units that have failed, sorted; nothing where systemd does not answer.
-std::optional<std::vector<std::string>> AskFailedUnits() {
-  constexpr BusMethod kList = {"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
-                               "org.freedesktop.systemd1.Manager", "ListUnitsFiltered", "(a(ssssssouso))"};
-  const char* const states[] = {"failed", nullptr};
-  const GVariantHandle reply = AskSystemBus(kList, g_variant_new("(^as)", states));
-  if (!reply) return std::nullopt;
-  std::vector<std::string> names;
-  const GVariantHandle units(g_variant_get_child_value(reply.get(), 0));
-  for (size_t i = 0; i < g_variant_n_children(units.get()); ++i) {
-    const GVariantHandle unit(g_variant_get_child_value(units.get(), i));
-    const GVariantHandle name(g_variant_get_child_value(unit.get(), 0));
-    names.emplace_back(g_variant_get_string(name.get(), nullptr));
+constexpr auto kAnswer = 1200ms;
+
+/// Nothing without systemd.
+void AddFailed(ManagerOf whose, Facts& facts) {
+  ServiceManager manager(whose, ServiceManager::Clock::now() + kAnswer);
+  const auto units = manager.UnitsIn({"failed"});
+  if (!units && manager.IsThere()) {
+    AddUnknown(facts, "services.failed");
+    AddUnknown(facts, "services.failed_names");
   }
-  std::sort(names.begin(), names.end());
-  return names;
+  if (!units) return;
+  std::set<std::string> names;
+  for (const ServiceUnit& unit : *units) names.insert(unit.name);
+  facts["services.failed"] = static_cast<double>(names.size());
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : " ") + name;
+  facts["services.failed_names"] = text;
 }
 
 /// Where crashes are kept, and what their files are called.
@@ -118,12 +120,7 @@ class ServicesCollector : public Collector {
 
   void Collect(const Machine& machine, Facts& facts) override {
     AddCrashes(machine, facts);
-    const auto failed = machine.IsCaptured() ? std::nullopt : AskFailedUnits();
-    if (!failed) return;
-    facts["services.failed"] = static_cast<double>(failed->size());
-    std::string names;
-    for (const std::string& name : *failed) names += (names.empty() ? "" : " ") + name;
-    facts["services.failed_names"] = names;
+    if (!machine.IsCaptured()) AddFailed(ManagerOf::kMachine, facts);
   }
 
  private:
