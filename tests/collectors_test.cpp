@@ -9,6 +9,7 @@
 #include "support/test_bus.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
+#include "trevlin/collectors/young_services.h"
 
 namespace {
 
@@ -507,25 +508,102 @@ TEST(Services, CountCrashesOfTheLastWeek) {
   Expect(machine.Collect(*services), "services.crashes_week=1 services.crash_name=player");
 }
 
-TEST(Services, AskSystemdForFailedUnits) {
+/// What a manager of services says: a unit's state, what it is doing, and how often it was restarted.
+struct PlayedUnits {
+  std::map<std::string, std::tuple<const char*, const char*, int>> units;
+  std::mutex mutex;
+  int asked = 0;
+
+  GDBusMessage* Answer(GDBusMessage* call) {
+    const std::lock_guard lock(mutex);
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    std::string body = "(<uint32 0>,)";
+    if (g_dbus_message_get_member(call) == std::string_view("Get")) {
+      ++asked;
+      for (const auto& [name, unit] : units)
+        if (std::string_view(g_dbus_message_get_path(call))
+                .ends_with("/" + name.substr(0, name.find('.')) + "_2eservice"))
+          body = "(<uint32 " + std::to_string(std::get<2>(unit)) + ">,)";
+    } else {
+      body = "@a(ssssssouso) [";
+      for (const auto& [name, unit] : units)
+        body += (body.ends_with('[') ? "('" : ", ('") + name + "', '', 'loaded', '" + std::get<0>(unit) + "', '" +
+                std::get<1>(unit) + "', '', @o '/a', @u 0, '', @o '/')";
+      body = "(" + body + "],)";
+    }
+    g_dbus_message_set_body(reply, g_variant_new_parsed(body.c_str()));
+    return reply;
+  }
+};
+
+TEST(Services, AskTheManagersForWhatFailsOrIsRestartedForEver) {
   const auto failed = [] {
     Facts facts;
     trevlin::MakeServicesCollector()->Collect({}, facts);
-    return Told(facts["services.failed"]) + " " + Told(facts["services.failed_names"]);
+    return Told(facts["services.failed"]) + " " + Told(facts["services.failed_names"]) + ", " +
+           Told(facts["services.user_failed_names"]);
   };
-  setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/at/all", 1);
-  EXPECT_EQ(failed(), "? ?");
-  const TestBus bus;
+  for (const char* variable : {"DBUS_SYSTEM_BUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"})
+    setenv(variable, "unix:path=/nowhere/at/all", 1);
+  EXPECT_EQ(failed(), "? ?, ?");
+  const TestBus bus, session;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  EXPECT_EQ(failed(), "? ?");
-  const PlayedService systemd(bus, "org.freedesktop.systemd1", [](GDBusMessage* call) {
-    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
-    g_dbus_message_set_body(
-        reply, g_variant_new_parsed("([('sound.service', '', '', 'failed', '', '', @o '/a', @u 0, '', @o '/'),"
-                                    "  ('net@eth0.service', '', '', 'failed', '', '', @o '/b', @u 0, '', @o '/')],)"));
-    return reply;
-  });
-  EXPECT_EQ(failed(), "2 net@eth0.service sound.service");
+  setenv("DBUS_SESSION_BUS_ADDRESS", session.Address(), 1);
+  EXPECT_EQ(failed(), "? ?, ?");
+  PlayedUnits machine, user;
+  const PlayedService system(bus, "org.freedesktop.systemd1", [&](GDBusMessage* call) { return machine.Answer(call); });
+  const PlayedService own(session, "org.freedesktop.systemd1", [&](GDBusMessage* call) { return user.Answer(call); });
+  const struct {
+    decltype(PlayedUnits::units) machine, user;
+    const char* expected;
+  } steps[] = {
+      {{{"sound.service", {"failed", "failed", 0}}, {"net@eth0.service", {"failed", "failed", 0}}},
+       {},
+       "2 net@eth0.service sound.service, "},
+      {{{"tuner.service", {"activating", "auto-restart", 1}}, {"disk.service", {"activating", "start", 9}}},
+       {{"voice.service", {"activating", "auto-restart", 2}}},
+       "0 , "},
+      {{{"tuner.service", {"activating", "auto-restart", 4}}, {"disk.service", {"activating", "start", 19}}},
+       {{"voice.service", {"activating", "auto-restart-queued", 5}}},
+       "1 tuner.service, voice.service"},
+      {{{"tuner.service", {"activating", "auto-restart", 5}}},
+       {{"mixer.service", {"failed", "failed", 0}}},
+       "1 tuner.service, mixer.service"},
+      {{}, {}, "0 , "},
+  };
+  for (const auto& step : steps) {
+    machine.units = step.machine;
+    user.units = step.user;
+    EXPECT_EQ(failed(), step.expected);
+  }
+  machine.asked = 0;
+  for (int i = 0; i < 50; ++i)
+    machine.units["loop" + std::to_string(i) + ".service"] = {"activating", "auto-restart", 9};
+  EXPECT_EQ(failed(), "0 , ");
+  EXPECT_LE(machine.asked, 8);
+}
+
+TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
+  const std::string stat = " (a b) (c) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 ";
+  const auto groups = "/sys/fs/cgroup/system.slice/"s, older = "/sys/fs/cgroup/systemd/system.slice/"s;
+  const auto at = [](long seconds) { return std::to_string(seconds * sysconf(_SC_CLK_TCK)) + " 0\n"; };
+  const Files processes = {{"/proc/uptime", "1000 1\n"},
+                           {"/proc/7/stat", "7" + stat + at(100)},
+                           {"/proc/8/stat", "8" + stat + at(990)},
+                           {"/proc/9/stat", "9" + stat + at(995)}};
+  const std::pair<Files, std::vector<std::string>> cases[] = {
+      {{{groups + "old.service/cgroup.procs", "7\n9\n"},
+        {groups + "new.service/cgroup.procs", "8\n7\n"},
+        {groups + "newest.service/cgroup.procs", "9\n"},
+        {groups + "a.mount/cgroup.procs", "9\n"},
+        {groups + "gone.service/cgroup.procs", "10\n"},
+        {groups + "empty.service/cgroup.procs", ""}},
+       {"newest.service", "new.service"}},
+      {{{older + "new.service/cgroup.procs", "8\n"}}, {"new.service"}},
+      {{}, {}},
+  };
+  for (const auto& [files, names] : cases)
+    EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), {"system.slice"}, 60s), names);
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {

@@ -10,6 +10,7 @@
 #include "base/service_manager.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
+#include "trevlin/collectors/young_services.h"
 
 namespace trevlin {
 
@@ -22,21 +23,60 @@ constexpr size_t kMaxTextBytes = 128;
 
 constexpr auto kAnswer = 1200ms;
 
+// A service is restarted for ever when it was so often within that time, and is young or about to be restarted now.
+constexpr auto kLoopWindow = 15min;
+constexpr double kLoopRestarts = 3;
+constexpr std::chrono::seconds kYoung = 5min;
+constexpr size_t kMostAsked = 8;
+
+using Units = std::vector<ServiceUnit>;
+
+/// A manager of services, and what is told of it.
+struct Whom {
+  ManagerOf whose;
+  std::string_view names;     ///< the fact
+  std::string_view count;     ///< the fact; may be empty
+  std::string_view counters;  ///< begins the names of the histories
+  std::vector<std::string> groups;
+};
+
+/// Services that systemd may be starting again and again: it never gives up on those that end seldom enough.
+std::vector<std::string> Suspects(const Machine& machine, const Whom& whom, const Units& units) {
+  std::vector<std::string> names;
+  const auto add = [&](const std::string& name) {
+    if (names.size() < kMostAsked && IsServiceName(name) && std::find(names.begin(), names.end(), name) == names.end())
+      names.push_back(name);
+  };
+  for (const ServiceUnit& unit : units)
+    if (unit.IsAboutToRestart()) add(unit.name);
+  for (const std::string& name : YoungServices(machine, whom.groups, kYoung)) add(name);
+  return names;
+}
+
+bool IsRestartedForEver(const Machine& machine, const Whom& whom, ServiceManager& manager, const std::string& service) {
+  const double restarts = manager.Restarts(service).value_or(0);
+  return restarts > 0 &&
+         RiseWithin(machine, std::string(whom.counters) + service, restarts, kLoopWindow).value_or(0) >= kLoopRestarts;
+}
+
 /// Nothing without systemd.
-void AddFailed(ManagerOf whose, Facts& facts) {
-  ServiceManager manager(whose, ServiceManager::Clock::now() + kAnswer);
-  const auto units = manager.UnitsIn({"failed"});
-  if (!units && manager.IsThere()) {
-    AddUnknown(facts, "services.failed");
-    AddUnknown(facts, "services.failed_names");
+void AddFailed(const Machine& machine, const Whom& whom, Facts& facts) {
+  ServiceManager manager(whom.whose, ServiceManager::Clock::now() + kAnswer);
+  const auto units = manager.UnitsIn({"failed", "activating"});
+  if (!units) {
+    for (const std::string_view fact : {whom.names, whom.count})
+      if (!fact.empty() && manager.IsThere()) AddUnknown(facts, fact);
+    return;
   }
-  if (!units) return;
   std::set<std::string> names;
-  for (const ServiceUnit& unit : *units) names.insert(unit.name);
-  facts["services.failed"] = static_cast<double>(names.size());
+  for (const ServiceUnit& unit : *units)
+    if (unit.state == "failed") names.insert(unit.name);
+  for (const std::string& name : Suspects(machine, whom, *units))
+    if (IsRestartedForEver(machine, whom, manager, name)) names.insert(name);
   std::string text;
   for (const std::string& name : names) text += (text.empty() ? "" : " ") + name;
-  facts["services.failed_names"] = text;
+  facts.insert_or_assign(std::string(whom.names), text);
+  if (!whom.count.empty()) facts.insert_or_assign(std::string(whom.count), static_cast<double>(names.size()));
 }
 
 /// Where crashes are kept, and what their files are called.
@@ -110,8 +150,11 @@ class ServicesCollector : public Collector {
   std::chrono::milliseconds Deadline() const override { return 3s; }
   std::vector<FactDescription> Describe() const override {
     return {
-        {"services.failed", FactKind::kNumber, "", "services of the system that have failed; unknown without systemd"},
+        {"services.failed", FactKind::kNumber, "",
+         "services of the system that have failed, or are restarted again and again; unknown without systemd"},
         {"services.failed_names", FactKind::kText, "", "their names, with blanks between them"},
+        {"services.user_failed_names", FactKind::kText, "",
+         "the same of the services of this user; unknown without a manager of them"},
         {"services.crashes_week", FactKind::kNumber, "",
          "crashes within the last seven days of the program that had the most"},
         {"services.crash_name", FactKind::kText, "", "that program"},
@@ -120,7 +163,10 @@ class ServicesCollector : public Collector {
 
   void Collect(const Machine& machine, Facts& facts) override {
     AddCrashes(machine, facts);
-    if (!machine.IsCaptured()) AddFailed(ManagerOf::kMachine, facts);
+    if (machine.IsCaptured()) return;
+    AddFailed(machine, {ManagerOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroups()},
+              facts);
+    AddFailed(machine, {ManagerOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroups()}, facts);
   }
 
  private:

@@ -1,0 +1,24 @@
+#pragma once
+/// @file
+/// Services that began to run a short while ago, by the control groups that systemd makes for each.
+///
+/// Thread rule: callable from any thread.
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "trevlin/facts.h"
+
+namespace trevlin {
+
+/// Those in `groups` ("system.slice"; not below them) whose first process began less than `within` ago, the latest
+/// first. One that is started again and again is among them, whatever its manager says of it at the moment.
+std::vector<std::string> YoungServices(const Machine& machine, const std::vector<std::string>& groups,
+                                       std::chrono::seconds within);
+
+/// Where a manager has its services: the machine's, or the one of this user.
+std::vector<std::string> MachineGroups();
+std::vector<std::string> UserGroups();
+
+}  // namespace trevlin
