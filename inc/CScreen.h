@@ -43,9 +43,11 @@ class CScreen {
   Evas_Object* m_pGetRememberedFocus() const { return m_remembered; }
   void m_RestoreFocus() { FocusWhenIdle(m_remembered); }
 
-  /// Shows a toast until it times out, when `onTimeout` is called, or Back takes it away. `entry` goes onto the return
-  /// stack; its hide function deletes the toast. One that shows gives way.
-  void m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout);
+  static constexpr double kToastTime = 3.0;  ///< seconds
+  /// Shows a toast until it times out after `seconds`, when `onTimeout` is called, or Back takes it away. `entry` goes
+  /// onto the return stack; its hide function deletes the toast. One that shows gives way.
+  void m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout,
+                   double seconds = kToastTime);
   void m_DeleteToast() { m_toast.m_Delete(); }
   bool m_HasToast() const { return m_toast != nullptr; }
   /// Takes the toast away, if one shows, and its entry off the return stack, on which nothing may be above it.

@@ -64,6 +64,7 @@ class CStartDCIssues {
 
  private:
   struct SolvedSignal;
+  struct Outcome;
 
   CStartDCIssues();
 
@@ -75,8 +76,8 @@ class CStartDCIssues {
   void m_Choose(const char* button);
   void m_Handle(int index, bool apply);
   void m_HandleNext();
-  void m_EndHandling(int outcome);
-  void m_TellOutcome(const std::string& issueCode, int outcome);
+  void m_EndHandling(const Outcome& outcome);
+  void m_TellOutcome(const std::string& issueCode, const Outcome& outcome);
   std::string m_Heading() const;
   void m_TakeAway(const std::string& issueCode);
   void m_LookForGoneNowAndThen();
@@ -85,7 +86,7 @@ class CStartDCIssues {
   bool m_IsOpened(const MapToDBTable& row) const;
   int m_RowOf(const std::string& issueCode) const;
   bool m_IsBeingHandled(const std::string& issueCode) const;
-  void m_ShowToastText(const std::string& text);
+  void m_ShowToastText(const std::string& text, double seconds = CScreen::kToastTime);
 
   /// What the viewer decided on an issue.
   struct Decision {

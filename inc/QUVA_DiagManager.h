@@ -49,6 +49,7 @@ class QUVA_DiagManager {
 
   /// The plug-in's entries for the screens; null when it is missing.
   ApplySolutionEntry m_pGetApplySolution() const { return m_applySolution; }
+  AdviceEntry m_pGetAdvice() const { return m_advice; }
   SaveResultEntry m_pGetSaveResult() const { return m_saveResult; }
 
   static void QGuideCallbackFunc(unsigned int id, DTSignalData data);
@@ -60,6 +61,7 @@ class QUVA_DiagManager {
 
   void* m_libHandle = nullptr;
   ApplySolutionEntry m_applySolution = nullptr;
+  AdviceEntry m_advice = nullptr;
   SaveResultEntry m_saveResult = nullptr;
   LaunchAppEntry m_launchApp = nullptr;
   void (*m_reserved)() = nullptr;  ///< an entry that the plug-in had once; not set

@@ -16,8 +16,12 @@ int ParseSolutionMap(void);
 /// Does what the issue's solution says and records it: as applied when it is done, as not applied when it opened
 /// another application, so that the issue stays until it is gone. SOLUTION_FAILED when the issue is unknown, a step
 /// failed (the later ones are then not done) or it could not be recorded. Waits for what a step waits for: ten seconds
-/// at most for each deep clean, so not on the main thread.
+/// at most for each deep clean, a minute for services, so not on the main thread.
 int RequestApplySolution(const char* issueCode);
+
+/// What the viewer is to be told of this thread's last RequestApplySolution(), where it failed and there is more to
+/// tell than that: a text in the menu language, else empty. Good until the thread's next one.
+const char* AdviceAfterFailure(void);
 
 /// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as
 /// applied. 0 or -1.
@@ -34,6 +38,7 @@ inline constexpr char kDeclined[] = "cancel";
 
 using ParseSolutionMapEntry = decltype(&::ParseSolutionMap);
 using ApplySolutionEntry = decltype(&::RequestApplySolution);
+using AdviceEntry = decltype(&::AdviceAfterFailure);
 using SaveResultEntry = decltype(&::SaveResultToSolutionDB);
 using LaunchAppEntry = decltype(&::ProcessLaunchApp);
 

@@ -12,7 +12,6 @@ constexpr double kMinWidth = 40;  // units
 constexpr double kMinHeight = 108;
 constexpr double kSubtitleWidth = 218;
 constexpr double kSubtitleHeight = 6;
-constexpr double kToastTime = 3.0;  // seconds
 
 }  // namespace
 
@@ -71,10 +70,11 @@ void CScreen::m_Clean() {
 
 // ---- the toast
 
-void CScreen::m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout) {
+void CScreen::m_ShowToast(const std::string& text, const _returnCBStruct& entry, std::function<void()> onTimeout,
+                          double seconds) {
   m_DismissToast();
   CUtils& utils = CUtils::Instance();
-  m_toast = elm_flux_toast_add(utils.m_pGetAppWindow(), text, kToastTime);
+  m_toast = elm_flux_toast_add(utils.m_pGetAppWindow(), text, seconds);
   if (!m_toast) return;
   utils.m_RegisterForReturnStack(entry, false);
   OnEvent(m_toast, "timeout", [onTimeout = std::move(onTimeout)](void*) { onTimeout(); });

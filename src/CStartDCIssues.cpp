@@ -32,7 +32,8 @@ constexpr char kOpenedMessage[] = "TV_SID_VEXILO_OPENED_MSG";
 constexpr char kNoSuchApp[] = "TV_SID_VEXILO_NO_SUCH_APP";
 constexpr char kNone[] = "NULL";  // in place of an id
 
-constexpr double kLookPeriod = 3.0;  // seconds
+constexpr double kLookPeriod = 3.0;   // seconds
+constexpr double kAdviceTime = 20.0;  // seconds: there may be a command to write down
 
 constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kCompleteHeight = 12;
@@ -53,6 +54,12 @@ bool IsGiven(const std::string& sid) {
 }
 
 }  // namespace
+
+/// What came of a decision: a value of QUVA_ParserPlugin.h, and what the viewer is to do where it failed.
+struct CStartDCIssues::Outcome {
+  int value = SOLUTION_FAILED;
+  std::string advice{};
+};
 
 struct CStartDCIssues::SolvedSignal : boost::signals2::signal<void(const std::string& issueCode)> {};
 
@@ -353,21 +360,23 @@ int CStartDCIssues::m_RowOf(const std::string& issueCode) const {
 }
 
 void CStartDCIssues::m_HandleNext() {
-  const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
+  const auto outcome = std::make_shared<Outcome>();
   m_job.m_Start(
       [outcome, decision = m_decisions.front()](const CScreenJob::Control&) {
         const char* const code = decision.issueCode.c_str();
         const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
-        *outcome = decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined);
+        outcome->value =
+            decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined);
+        if (decision.apply && manager->m_pGetAdvice()) outcome->advice = manager->m_pGetAdvice()();
         // What stays stored would be back at the next start: the viewer is told to try again.
-        if (decision.apply && *outcome == SOLUTION_DONE &&
+        if (decision.apply && outcome->value == SOLUTION_DONE &&
             !QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code))
-          *outcome = SOLUTION_FAILED;
+          outcome->value = SOLUTION_FAILED;
       },
-      [this, outcome] { m_EndHandling(*outcome); }, [this] { m_EndHandling(SOLUTION_FAILED); });
+      [this, outcome] { m_EndHandling(*outcome); }, [this] { m_EndHandling({}); });
 }
 
-void CStartDCIssues::m_EndHandling(int outcome) {
+void CStartDCIssues::m_EndHandling(const Outcome& outcome) {
   const Decision decision = m_decisions.front();
   m_decisions.pop_front();
   if (decision.apply) m_TellOutcome(decision.issueCode, outcome);
@@ -375,9 +384,9 @@ void CStartDCIssues::m_EndHandling(int outcome) {
   if (!m_decisions.empty()) m_HandleNext();
 }
 
-void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
+void CStartDCIssues::m_TellOutcome(const std::string& issueCode, const Outcome& outcome) {
   const int row = m_RowOf(issueCode);
-  switch (outcome) {
+  switch (outcome.value) {
     case SOLUTION_DONE:
       // The toast says that it has been done, so it comes when that is known.
       if (m_screen.m_IsBuilt()) m_ShowToastMsg(row);
@@ -389,10 +398,11 @@ void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
     default:
       break;
   }
-  if (m_screen.m_IsBuilt())
-    m_ShowToastText(CUtils::m_GetText(outcome == SOLUTION_OPENED          ? kOpenedMessage
-                                      : outcome == SOLUTION_NOT_ON_DEVICE ? kNoSuchApp
-                                                                          : kNotApplied));
+  if (!m_screen.m_IsBuilt()) return;
+  if (!outcome.advice.empty()) return m_ShowToastText(outcome.advice, kAdviceTime);
+  m_ShowToastText(CUtils::m_GetText(outcome.value == SOLUTION_OPENED          ? kOpenedMessage
+                                    : outcome.value == SOLUTION_NOT_ON_DEVICE ? kNoSuchApp
+                                                                              : kNotApplied));
 }
 
 // ---- what was opened elsewhere
@@ -460,9 +470,10 @@ void CStartDCIssues::m_ShowToastMsg(int index) {
   m_ShowToastText(text);
 }
 
-void CStartDCIssues::m_ShowToastText(const std::string& text) {
-  m_screen.m_ShowToast(text, {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_HandleReturnOnToast(); }},
-                       [this] { m_AutoTimeOutToast(); });
+void CStartDCIssues::m_ShowToastText(const std::string& text, double seconds) {
+  m_screen.m_ShowToast(
+      text, {[this] { m_ShowScreenPostToastReturn(); }, [this] { m_HandleReturnOnToast(); }},
+      [this] { m_AutoTimeOutToast(); }, seconds);
 }
 
 void CStartDCIssues::m_HandleReturnOnToast() {

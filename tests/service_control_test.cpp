@@ -12,6 +12,8 @@ struct Service {
   std::string state;
   std::string stateAfterRestart = "active";
   bool isForbidden = false;
+  bool endsAtOnce = false;  ///< and is started again
+  std::chrono::milliseconds runs = 1min;
 };
 
 /// Answers for systemd.
@@ -31,12 +33,14 @@ class Manager {
     const std::lock_guard lock(m_mutex);
     const std::string_view member = g_dbus_message_get_member(call);
     return member == "RestartUnit"           ? Restart(call)
-           : member == "ListUnitsByPatterns" ? ListFailed(call)
-                                             : ListUnits(call);
+           : member == "Get"                 ? TellStart(call)
+           : member == "ListUnitsByPatterns" ? ListUnits(call, Instances())
+                                             : ListUnits(call, Named(call));
   }
 
  private:
   GDBusMessage* Restart(GDBusMessage* call) {
+    EXPECT_TRUE(g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_ALLOW_INTERACTIVE_AUTHORIZATION);
     const char* name;
     g_variant_get(g_dbus_message_get_body(call), "(&s&s)", &name, nullptr);
     Service& service = m_services.at(name);
@@ -44,44 +48,61 @@ class Manager {
       return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.AccessDenied", "Not permitted");
     m_restarted.push_back(name);
     service.state = service.stateAfterRestart;
-    GDBusMessage* reply = g_dbus_message_new_method_reply(call);
-    g_dbus_message_set_body(reply, g_variant_new("(o)", "/org/freedesktop/systemd1/job/1"));
-    return reply;
+    return Reply(call, g_variant_new("(o)", "/org/freedesktop/systemd1/job/1"));
+  }
+
+  GDBusMessage* TellStart(GDBusMessage* call) {
+    const auto number = static_cast<size_t>(std::atoi(g_dbus_message_get_path(call) + std::strlen("/unit/")));
+    const Service& service = std::next(m_services.begin(), static_cast<long>(number))->second;
+    const auto now = std::chrono::steady_clock::now();
+    if (service.endsAtOnce) m_begin = now;
+    const auto began = m_begin - service.runs;
+    return Reply(call, g_variant_new("(v)", g_variant_new_uint64(static_cast<guint64>(began.time_since_epoch() /
+                                                                                      std::chrono::microseconds(1)))));
   }
 
   /// Whatever the pattern is.
-  GDBusMessage* ListFailed(GDBusMessage* call) const {
-    GVariantBuilder units;
-    g_variant_builder_init(&units, G_VARIANT_TYPE("a(ssssssouso)"));
+  std::vector<std::string> Instances() const {
+    std::vector<std::string> names;
     for (const auto& [name, service] : m_services)
-      if (service.state == "failed" && name.starts_with("c@"))
-        g_variant_builder_add(&units, "(ssssssouso)", name.c_str(), "", "loaded", "failed", "", "", "/unit", 0u, "",
-                              "/");
-    GDBusMessage* reply = g_dbus_message_new_method_reply(call);
-    g_dbus_message_set_body(reply, g_variant_new("(a(ssssssouso))", &units));
-    return reply;
+      if (service.state == "failed" && name.starts_with("c@")) names.push_back(name);
+    return names;
   }
 
-  GDBusMessage* ListUnits(GDBusMessage* call) {
-    GVariantBuilder units;
-    g_variant_builder_init(&units, G_VARIANT_TYPE("a(ssssssouso)"));
+  static std::vector<std::string> Named(GDBusMessage* call) {
+    std::vector<std::string> all;
     GVariantIter* names;
     g_variant_get(g_dbus_message_get_body(call), "(as)", &names);
-    for (const char* name; g_variant_iter_next(names, "&s", &name);) {
+    for (const char* name; g_variant_iter_next(names, "&s", &name);) all.emplace_back(name);
+    g_variant_iter_free(names);
+    return all;
+  }
+
+  GDBusMessage* ListUnits(GDBusMessage* call, const std::vector<std::string>& names) {
+    GVariantBuilder units;
+    g_variant_builder_init(&units, G_VARIANT_TYPE("a(ssssssouso)"));
+    for (const std::string& name : names) {
       const auto at = m_services.find(name);
       const bool here = at != m_services.end();
-      g_variant_builder_add(&units, "(ssssssouso)", name, "", here ? "loaded" : "not-found",
-                            here ? at->second.state.c_str() : "inactive", "", "", "/unit", 0u, "", "/");
+      const std::string state = here ? at->second.state : "inactive";
+      const std::string path = "/unit/" + std::to_string(std::distance(m_services.begin(), at));
+      g_variant_builder_add(&units, "(ssssssouso)", name.c_str(), "", here ? "loaded" : "not-found",
+                            state == "auto-restart" ? "activating" : state.c_str(), state.c_str(), "", path.c_str(), 0u,
+                            "", "/");
       // A service that is on its way has arrived when it is asked for again.
-      if (here && at->second.state == "activating") at->second.state = "active";
+      if (state == "activating") at->second.state = "active";
     }
-    g_variant_iter_free(names);
+    return Reply(call, g_variant_new("(a(ssssssouso))", &units));
+  }
+
+  static GDBusMessage* Reply(GDBusMessage* call, GVariant* body) {
     GDBusMessage* reply = g_dbus_message_new_method_reply(call);
-    g_dbus_message_set_body(reply, g_variant_new("(a(ssssssouso))", &units));
+    g_dbus_message_set_body(reply, body);
     return reply;
   }
 
   std::mutex m_mutex;
+  std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
   std::map<std::string, Service> m_services;
   std::vector<std::string> m_restarted;
 };
@@ -91,6 +112,7 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
     std::map<std::string, Service> services;
     std::vector<std::string> restarted;
     const char* problem;
+    const char* command = "";
   } cases[] = {
       {{{"a.service", {"failed"}}, {"b.service", {"active"}}}, {"a.service"}, ""},
       {{{"a.service", {"failed"}}, {"b.service", {"failed", "activating"}}}, {"a.service", "b.service"}, ""},
@@ -99,34 +121,63 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
       {{}, {}, "cannot restart a.service: neither it nor another"},
       {{{"a.service", {"active"}}, {"c@x.service", {"failed"}}, {"c@y.service", {"active"}}}, {"c@x.service"}, ""},
       {{{"b.service", {"failed", "failed"}}}, {"b.service"}, "b.service: it does not start: failed"},
-      {{{"b.service", {"failed", "active", true}}}, {}, "b.service: GDBus.Error:org.freedesktop.DBus.Error."},
+      {{{"b.service", {"auto-restart"}}}, {"b.service"}, ""},
+      {{{"b.service", {"failed", "auto-restart"}}}, {"b.service"}, "b.service: it does not start: auto-restart"},
+      {{{"b.service", {"failed", "active", false, true, 0s}}}, {"b.service"}, "b.service: it ends again and again"},
+      {{{"a.service", {"active", "", false, true, 0s}}}, {}, "a.service: it ends again and again"},
+      {{{"a.service", {"failed", "active", true}}, {"b.service", {"failed", "active", true}}},
+       {},
+       "a.service: GDBus.Error:org.freedesktop.DBus.Error.",
+       "systemctl restart a.service b.service"},
   };
+  const TestBus bus, session;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  setenv("DBUS_SESSION_BUS_ADDRESS", session.Address(), 1);
+  Manager machine, user;
+  const auto play = [](const TestBus& on, Manager& manager) {
+    return PlayedService(on, "org.freedesktop.systemd1", [&](GDBusMessage* call) { return manager.Answer(call); });
+  };
+  const PlayedService systemd = play(bus, machine), own = play(session, user);
+  RestartProblem problem;
+  for (const auto& expected : cases) {
+    machine.Play(expected.services);
+    EXPECT_EQ(RestartFailedServices({"a.service", "b.service", "c@.service"}, ServicesOf::kMachine, problem),
+              *expected.problem == '\0')
+        << problem.reason;
+    EXPECT_THAT(problem.reason, HasSubstr(expected.problem));
+    EXPECT_EQ(problem.command, expected.command);
+    EXPECT_EQ(machine.Restarted(), expected.restarted);
+  }
+  user.Play({{"a.service", {"failed"}}});
+  EXPECT_TRUE(RestartFailedServices({"a.service"}, ServicesOf::kUser, problem)) << problem.reason;
+  EXPECT_EQ(user.Restarted(), std::vector<std::string>{"a.service"});
+}
+
+TEST(ServiceControl, IsDoneWhenTheServiceHasRunForTenSeconds) {
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
   Manager manager;
   const PlayedService systemd(bus, "org.freedesktop.systemd1",
                               [&](GDBusMessage* call) { return manager.Answer(call); });
-  for (const auto& expected : cases) {
-    manager.Play(expected.services);
-    std::string problem;
-    EXPECT_EQ(RestartFailedServices({"a.service", "b.service", "c@.service"}, problem), *expected.problem == '\0')
-        << problem;
-    EXPECT_THAT(problem, HasSubstr(expected.problem));
-    EXPECT_EQ(manager.Restarted(), expected.restarted);
-  }
+  manager.Play({{"a.service", {"failed", "active", false, false, 9s}}});
+  const auto begin = std::chrono::steady_clock::now();
+  RestartProblem problem;
+  EXPECT_TRUE(RestartFailedServices({"a.service"}, ServicesOf::kMachine, problem)) << problem.reason;
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 900ms);
 }
 
 TEST(ServiceControl, TellsWhenNobodyCanBeAskedAndRefusesBadNames) {
-  std::string problem;
+  RestartProblem problem;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/at/all", 1);
-  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem));
-  EXPECT_THAT(problem, HasSubstr("cannot restart a.service: "));
+  EXPECT_FALSE(RestartFailedServices({"a.service"}, ServicesOf::kMachine, problem));
+  EXPECT_THAT(problem.reason, HasSubstr("cannot restart a.service: "));
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  EXPECT_FALSE(RestartFailedServices({"a.service"}, problem)) << "nobody has the service manager's name";
+  EXPECT_FALSE(RestartFailedServices({"a.service"}, ServicesOf::kMachine, problem))
+      << "nobody has the service manager's name";
   for (const char* name : {"", "a", "a.target", "../a.service", "a service.service", "-a.service"}) {
-    EXPECT_FALSE(RestartFailedServices({name}, problem));
-    EXPECT_THAT(problem, HasSubstr("it is no name of a service")) << name;
+    EXPECT_FALSE(RestartFailedServices({name}, ServicesOf::kMachine, problem));
+    EXPECT_THAT(problem.reason, HasSubstr("it is no name of a service")) << name;
   }
 }
 

@@ -114,6 +114,7 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
       {"deepclean", std::regex("")},
       {"off_timer", std::regex("stop")},
       {"wireless", std::regex("on|reconnect")},
+      {"restart_user_service", std::regex("[a-z-]+\\.service( [a-z-]+\\.service)*")},
       {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};
   for (const QUVA_Solution& each : m_map.solutions) {
     std::string typeOfActions = "3";

@@ -1,15 +1,23 @@
 #pragma once
 /// @file
-/// The services of the machine.
+/// The services of the machine and of this user.
 ///
 /// Thread rule: callable from any thread; blocks.
 
 #include <string>
 #include <vector>
 
-/// Restarts those of `services` ("bluetooth.service") that have failed, and waits until they run, ten seconds in all at
-/// most. It is done when the system permits it to this user; nobody is asked for a password.
-/// Returns whether they run now; also where none had failed and one is running. Otherwise `problem` names the service
-/// and the reason: a name that is no service's, no service manager, none of the services on this machine, no
-/// permission, one that does not start.
-bool RestartFailedServices(const std::vector<std::string>& services, std::string& problem);
+enum class ServicesOf { kMachine, kUser };
+
+struct RestartProblem {
+  std::string reason{};   ///< in English, for the log
+  std::string command{};  ///< where this user is not permitted to: what an administrator can run; else empty
+};
+
+/// Restarts those of `services` ("bluetooth.service") that have failed or are about to be restarted again, and waits
+/// until they have run for ten seconds. Where this user is not permitted to and there is an agent for it, it may ask the
+/// person for a password. Waits a minute at most, of that half for the password and ten seconds for the start.
+/// Returns whether they run now; also where none had failed and one is running, and has for ten seconds. Otherwise the
+/// problem names the service and the reason: a name that is no service's, no service manager, none of the services on
+/// this machine, no permission, one that does not start or ends again.
+bool RestartFailedServices(const std::vector<std::string>& services, ServicesOf whose, RestartProblem& problem);

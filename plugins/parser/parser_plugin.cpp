@@ -90,12 +90,15 @@ int ReadAndStoreMap() {
   return kDone;
 }
 
+thread_local std::string t_advice;
+
 int Apply(const char* issueCode) {
+  t_advice.clear();
   const auto solution = FindSolution(issueCode);
   if (!solution) return kFailed;
   int outcome = SOLUTION_DONE;
   for (const auto& [type, value] : solution->sol_values) {
-    const int step = solution_actions::Perform(type, value);
+    const int step = solution_actions::Perform(type, value, t_advice);
     if (step == SOLUTION_FAILED) {
       VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
       return SOLUTION_FAILED;
@@ -116,6 +119,10 @@ int ParseSolutionMap() {
 
 int RequestApplySolution(const char* issueCode) {
   return Guarded(int{SOLUTION_FAILED}, [issueCode] { return Apply(issueCode); });
+}
+
+const char* AdviceAfterFailure() {
+  return t_advice.c_str();
 }
 
 int SaveResultToSolutionDB(const char* issueCode, const char* result) {

@@ -10,6 +10,7 @@
 
 #include "QUVA_ParserPlugin.h"
 #include "TaskManagerRequests.h"
+#include "Texts.h"
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
@@ -78,10 +79,12 @@ bool SetSetting(const std::string& request) {
   return false;
 }
 
-bool RestartServices(const std::string& services) {
-  std::string problem;
-  if (RestartFailedServices(Words(services), problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
+// `advice`: a text for the viewer, where it fails and there is one.
+bool RestartServices(const std::string& services, ServicesOf whose, std::string& advice) {
+  RestartProblem problem;
+  if (RestartFailedServices(Words(services), whose, problem)) return true;
+  VEXILO_LOGE("%s", problem.reason.c_str());
+  if (!problem.command.empty()) advice = QUVA::GetTextWith("TV_SID_VEXILO_MIX_RUN_COMMAND", problem.command);
   return false;
 }
 
@@ -126,13 +129,14 @@ int Launch(const std::string& request) {
   return app_control_started_stand_in(handle) ? SOLUTION_NOT_ON_DEVICE : SOLUTION_OPENED;
 }
 
-int Perform(const std::string& type, const std::string& value) {
+int Perform(const std::string& type, const std::string& value, std::string& advice) {
   if (type == "launch") return Launch(value);
   const auto outcome = [](bool done) { return done ? SOLUTION_DONE : SOLUTION_FAILED; };
   if (type == "setting") return outcome(SetSetting(value));
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
-  if (type == "restart_service") return outcome(RestartServices(value));
+  if (type == "restart_service") return outcome(RestartServices(value, ServicesOf::kMachine, advice));
+  if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());

@@ -10,7 +10,8 @@ namespace solution_actions {
 /// Main thread or a worker.
 int Launch(const std::string& request);
 
-/// Does what one parameter of a solution says (docs/solution-map.md).
-int Perform(const std::string& type, const std::string& value);
+/// Does what one parameter of a solution says (docs/solution-map.md). Where it fails and the viewer can be told more
+/// than that, `advice` is the text for it, in the menu language.
+int Perform(const std::string& type, const std::string& value, std::string& advice);
 
 }  // namespace solution_actions

@@ -7,6 +7,7 @@
 #include "QUVA_DiagResultManager.h"
 #include "request_files.h"
 #include "support/remaining_rows.h"
+#include "support/test_bus.h"
 #include "trevlin/trevlin_database.h"
 #include "ui/screen_fixture.h"
 
@@ -370,6 +371,35 @@ TEST_F(Screens, AnIssueWhoseSolutionOpensAnApplicationStaysUntilItIsGone) {
   EXPECT_TRUE(lists(1)) << "while its own popup is open";
   Press("Return");
   EXPECT_FALSE(Soon([&] { return ShowsSid("TV_SID_VEXILO_NO_SUCH_APP"); }, 2)) << "it is not another one's";
+}
+
+TEST_F(Screens, AServiceThatThisUserMayNotRestartSaysWhichCommandDoes) {
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  const PlayedService systemd(bus, "org.freedesktop.systemd1", [](GDBusMessage* call) {
+    if (g_dbus_message_get_member(call) == std::string_view("RestartUnit"))
+      return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.AccessDenied", "No");
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(
+        reply,
+        g_variant_new_parsed("([('a.service', '', 'loaded', 'failed', 'failed', '', @o '/a', @u 0, '', @o '/')],)"));
+    return reply;
+  });
+  StoreRemaining({{"1", Step("restart_service", "a.service")}, {"2", Step("reboot")}});
+  Open();
+  OpenList({Row("1"), Row("2")});
+  ASSERT_TRUE(FocusBecomes("list"));
+  const std::string advice = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_RUN_COMMAND", "systemctl restart a.service");
+  const auto apply = [this] {
+    Press("Return Return");
+    EXPECT_TRUE(JobsEnd());
+    Pass();
+  };
+  apply();
+  EXPECT_TRUE(Shows(advice));
+  Press("Down");
+  apply();
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT") && !Shows(advice));
 }
 
 // It would be back when the application is started again.

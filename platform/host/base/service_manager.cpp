@@ -58,9 +58,9 @@ bool IsServiceName(const std::string& name) {
          (IsLetterOrDigit(name.front()) || name.front() == '_') && IsPlain(name, "@:");
 }
 
-ServiceManager::ServiceManager(ManagerOf whose, Clock::time_point deadline)
+ServiceManager::ServiceManager(ServicesOf whose, Clock::time_point deadline)
     : m_deadline(deadline),
-      m_connection(ConnectToBus(whose == ManagerOf::kUser ? SessionBusAddress() : SystemBusAddress(),
+      m_connection(ConnectToBus(whose == ServicesOf::kUser ? SessionBusAddress() : SystemBusAddress(),
                                 std::min<std::chrono::milliseconds>(Left(), kAnswer), nullptr, m_problem)) {}
 
 std::optional<std::vector<ServiceUnit>> ServiceManager::UnitsIn(const std::vector<std::string>& states,

@@ -11,8 +11,7 @@
 #include <vector>
 
 #include "base/bus.h"
-
-enum class ManagerOf { kMachine, kUser };
+#include "service_control.h"
 
 struct ServiceUnit {
   std::string name;   ///< "bluetooth.service"; units of other kinds, too
@@ -33,7 +32,7 @@ class ServiceManager {
  public:
   using Clock = std::chrono::steady_clock;
 
-  ServiceManager(ManagerOf whose, Clock::time_point deadline);
+  ServiceManager(ServicesOf whose, Clock::time_point deadline);
 
   /// Whether it has the bus's name, be it that it does not answer; known after a call.
   bool IsThere() const { return m_isThere; }

@@ -33,7 +33,7 @@ using Units = std::vector<ServiceUnit>;
 
 /// A manager of services, and what is told of it.
 struct Whom {
-  ManagerOf whose;
+  ServicesOf whose;
   std::string_view names;     ///< the fact
   std::string_view count;     ///< the fact; may be empty
   std::string_view counters;  ///< begins the names of the histories
@@ -164,9 +164,9 @@ class ServicesCollector : public Collector {
   void Collect(const Machine& machine, Facts& facts) override {
     AddCrashes(machine, facts);
     if (machine.IsCaptured()) return;
-    AddFailed(machine, {ManagerOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroups()},
+    AddFailed(machine, {ServicesOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroups()},
               facts);
-    AddFailed(machine, {ManagerOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroups()}, facts);
+    AddFailed(machine, {ServicesOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroups()}, facts);
   }
 
  private:
