@@ -236,7 +236,7 @@ const Facts kWell = FactsOf(R"(
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
   clock.set=yes clock.synchronised=yes clock.zone=yes schedule.off=no
-  services.failed=0 services.failed_names= services.crashes_week=0
+  services.failed=0 services.failed_names= services.user_failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
   setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
   setting:db/menu/system/software_update/auto_update=yes
@@ -395,6 +395,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10030002, "sound.cards=0 sound.muted=? sound.volume_percent=?"},
       {10030003, "sound.volume_percent=0"},
       {10030004, "sound.hdmi_output=no"},
+      {20030001, "services.user_failed_names=wireplumber.service"},
       {10040001, "storage.free_percent=7 storage.free_mib=560 packages.cache_mib=900"},
       {10040002, "storage.free_percent=2 storage.free_mib=150"},
       {10040003, "storage.read_only=yes storage.fs_errors=2"},
