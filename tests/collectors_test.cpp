@@ -1,6 +1,7 @@
 // The facts of machines that are made of files, and of this one.
 
 #include <sys/mount.h>
+#include <sys/wait.h>
 
 #include "base/glib_handle.h"
 #include "set_paths.h"
@@ -169,6 +170,18 @@ TEST(Collectors, TellWhatEachMachineGives) {
         {"/sys/fs/cgroup/system.slice/memory.events", "oom 0\noom_kill 2\n"},
         {"/sys/fs/cgroup/user.slice/memory.events", "oom 1\noom_kill 3\noom_group_kill 0\n"}},
        "memory.oom_kills_recent=5"},
+      {"the older kind of groups, of which only the log tells",
+       {{"/proc/uptime", "100000 1"},
+        {"/proc/vmstat", "oom_kill 3\n"},
+        {"/sys/fs/cgroup/memory/cgroup.procs", ""},
+        {"/dev/kmsg",
+         "6,1,1000000,-;Out of memory: Killed process 5 (old) total-vm:9kB\n"
+         "6,2,99000000000,-;Memory cgroup out of memory: Killed process 6 (limited) total-vm:9kB\n"
+         "6,3,99000000000,-;Out of memory: Killed process 7 (new) total-vm:9kB\n"}},
+       "memory.oom_kills_recent=1"},
+      {"the same, whose log is not for this user",
+       {{"/proc/uptime", "3600 1"}, {"/proc/vmstat", "oom_kill 3\n"}, {"/sys/fs/cgroup/memory/cgroup.procs", ""}},
+       "memory.oom_kills_recent=?"},
       {"container without a service manager",
        {{"/proc/1/environ", "PATH=/bin\0container=podman\0"s}},
        "machine.kind=container"},
@@ -466,6 +479,39 @@ TEST(Cpu, IsThrottledByTheTimeOfACore) {
     EXPECT_EQ(Told(CapturedMachine(files).Collect(*trevlin::MakeCpuCollector())["cpu.throttled"]), step.throttled)
         << step.what;
   }
+}
+
+TEST(Memory, ThatRanOutInALimitedGroupOfThisMachineIsNotTold) {
+  const fs::path older = "/sys/fs/cgroup/memory";
+  const bool isOlder = fs::exists(older);
+  const fs::path top = (isOlder ? older : "/sys/fs/cgroup") / ("vexilo-test-" + std::to_string(getpid()));
+  const fs::path group = top / "limited";
+  std::error_code refused;
+  if (geteuid() != 0 || !fs::create_directory(top, refused)) GTEST_SKIP() << "only root may make a control group here";
+  if (!isOlder) std::ofstream(top / "cgroup.subtree_control") << "+memory";
+  fs::create_directory(group);
+  const auto collector = trevlin::MakeMemoryCollector();
+  const auto kills = [&] {
+    Facts facts;
+    collector->Collect({}, facts);
+    return Told(facts["memory.oom_kills_recent"]);
+  };
+  const std::string before = kills();
+  std::ofstream(group / (isOlder ? "memory.limit_in_bytes" : "memory.max")) << "16M";
+  const pid_t child = fork();
+  if (child == 0) {
+    std::ofstream(group / "cgroup.procs") << getpid() << std::flush;
+    std::vector<std::string> memory;
+    for (int i = 0; i < 256; ++i) memory.emplace_back(1 << 20, 'x');
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "the kernel ends it";
+  EXPECT_EQ(kills(), before);
+  EXPECT_TRUE(fs::remove(group));
+  EXPECT_EQ(kills(), before) << "when the group is gone with its counter";
+  fs::remove(top);
 }
 
 TEST(Services, CountCrashesOfTheLastWeek) {

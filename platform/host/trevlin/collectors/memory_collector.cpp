@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <ctime>
 
 #include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/kernel_log.h"
 #include "trevlin/collectors/readings.h"
 
 namespace trevlin {
@@ -9,7 +11,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr auto kRecent = 24h;
 constexpr std::string_view kGroups = "/sys/fs/cgroup/";
+/// There where groups are of cgroup v1. Their counters go with them, so what was ended there only the log tells.
+constexpr std::string_view kOlderGroups = "/sys/fs/cgroup/memory/cgroup.procs";
 
 double Count(std::string_view list, std::string_view key) {
   return FindNumber(list, key).value_or(0);
@@ -32,19 +37,36 @@ double KilledByLimits(const Machine& machine) {
   return killed;
 }
 
-/// Programs that were ended for lack of memory since the start; nothing while one is being counted.
-std::optional<double> CountKills(const Machine& machine) {
-  const auto count = [&](std::string_view file) {
-    return FindNumber(ReadText(machine, file).value_or(""), "oom_kill");
-  };
-  // Of a container /proc has the whole machine's.
-  if (IsContainer(machine)) return count(std::string(kGroups) + "memory.events");
-  constexpr std::string_view kMachine = "/proc/vmstat";
-  const auto all = count(kMachine);
-  if (!all || *all == 0) return all;
-  const double limited = KilledByLimits(machine);
-  return count(kMachine) == all ? std::optional(std::max(*all - limited, 0.0)) : std::nullopt;
+/// Seconds of the clock that the kernel's log has.
+std::optional<double> LogClock(const Machine& machine) {
+  if (machine.IsCaptured()) return SecondsSinceStart(machine);
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec);
 }
+
+/// What the kernel's log has of programs that were ended for lack of memory on the machine. Each has this line; the one
+/// with the reason before it may be left out where many are ended.
+class KillLog {
+ public:
+  /// Those of the last so many seconds; nothing where the log may not be read.
+  std::optional<double> CountWithin(const Machine& machine, double seconds) {
+    if (machine.IsCaptured()) m_kills.clear();
+    const bool isRead = m_log.Read(machine, [this](const LogRecord& record) {
+      // "Out of memory: Killed process 77 (player) total-vm:…"; of a group "Memory cgroup out of memory: …".
+      if (record.text.starts_with("Out of memory") && record.text.find(": Killed process ") != record.text.npos)
+        m_kills.push_back(record.seconds);
+    });
+    const auto now = LogClock(machine);
+    if (!isRead || !now) return std::nullopt;
+    std::erase_if(m_kills, [&](double kill) { return kill < *now - seconds; });
+    return static_cast<double>(m_kills.size());
+  }
+
+ private:
+  KernelLog m_log;
+  std::vector<double> m_kills;
+};
 
 class MemoryCollector : public Collector {
  public:
@@ -68,8 +90,7 @@ class MemoryCollector : public Collector {
     AddMemory(list, facts);
     AddSwap(list, facts);
     AddFact(facts, "memory.pressure_some_avg60", ReadPressure(machine, "memory"));
-    if (const auto kills = CountKills(machine))
-      AddFact(facts, "memory.oom_kills_recent", RiseWithin(machine, "oom_kill_machine", *kills, 24h));
+    AddKills(machine, facts);
   }
 
  private:
@@ -80,6 +101,24 @@ class MemoryCollector : public Collector {
     facts["memory.available_mib"] = *available / 1024;
   }
 
+  void AddKills(const Machine& machine, Facts& facts) {
+    constexpr char kFact[] = "memory.oom_kills_recent";
+    const auto count = [&](std::string_view file) {
+      return FindNumber(ReadText(machine, file).value_or(""), "oom_kill");
+    };
+    // Of a container /proc has the whole machine's.
+    const bool isContainer = IsContainer(machine);
+    const auto all = count(isContainer ? std::string(kGroups) + "memory.events" : "/proc/vmstat");
+    if (!all) return;
+    if (!isContainer && *all > 0 && Exists(machine, kOlderGroups)) {
+      const auto logged = m_killLog.CountWithin(machine, std::chrono::seconds(kRecent).count());
+      return logged ? AddFact(facts, kFact, logged) : AddUnknown(facts, kFact);
+    }
+    const double limited = isContainer || *all == 0 ? 0 : KilledByLimits(machine);
+    if (!isContainer && count("/proc/vmstat") != all) return AddUnknown(facts, kFact);  // one is just being counted
+    AddFact(facts, kFact, RiseWithin(machine, "oom_kill_machine", std::max(*all - limited, 0.0), kRecent));
+  }
+
   static void AddSwap(std::string_view list, Facts& facts) {
     const auto total = FindNumber(list, "SwapTotal"), free = FindNumber(list, "SwapFree");
     // Pages that lie in memory too need no swap.
@@ -87,6 +126,8 @@ class MemoryCollector : public Collector {
     if (!total || !free || *total <= 0 || *free + cached > *total) return;
     facts["memory.swap_used_percent"] = (*total - *free - cached) / *total * 100;
   }
+
+  KillLog m_killLog;
 };
 
 }  // namespace

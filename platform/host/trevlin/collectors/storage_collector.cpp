@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -11,10 +10,10 @@
 #include <set>
 
 #include "base/bus.h"
-#include "c_handle.h"
 #include "set_paths.h"
 #include "system_path.h"
 #include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/kernel_log.h"
 #include "trevlin/collectors/readings.h"
 
 namespace trevlin {
@@ -267,38 +266,19 @@ bool LookForFailingDrives(std::set<std::string>& failing, std::optional<bool>& a
   return true;
 }
 
-/// The errors of reading and writing that the kernel's log has of each disk since it was attached; the kernel's
-/// Documentation/ABI/testing/dev-kmsg has the format: "3,1234,5678,-;text".
+/// The errors of reading and writing that the kernel's log has of each disk since it was attached.
 class ErrorLog {
  public:
   /// Reads on. False where the log may not be read.
   bool Read(const Machine& machine) {
-    if (machine.IsCaptured()) {
-      const auto log = ReadText(machine, "/dev/kmsg");
-      m_errors.clear();
-      if (!log) return false;
-      for (const std::string_view record : SplitLines(*log)) Add(record);
-      return true;
-    }
-    if (!m_log) m_log = FdHandle(open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!m_log) return false;
-    char record[8192];  // the kernel's longest
-    for (;;) {
-      const ssize_t size = read(m_log.get(), record, sizeof record);
-      if (size > 0)
-        Add({record, static_cast<size_t>(size)});
-      else if (size == 0 || (errno != EPIPE && errno != EINTR))  // EPIPE: some were overwritten before they were read
-        return size == 0 || errno == EAGAIN;
-    }
+    if (machine.IsCaptured()) m_errors.clear();
+    return m_log.Read(machine, [this](const LogRecord& record) { Add(record.text); });
   }
 
   const std::map<std::string, int>& Errors() const { return m_errors; }
 
  private:
-  void Add(std::string_view record) {
-    const size_t semicolon = record.find(';');
-    if (semicolon == std::string_view::npos) return;
-    const std::string_view text = record.substr(semicolon + 1, record.find('\n', semicolon) - semicolon - 1);
+  void Add(std::string_view text) {
     // "sd 2:0:0:0: [sdb] Attached SCSI disk", "mmcblk1: mmc1:0001 SD32G 29.7 GiB": another one of the same name.
     if (const size_t open = text.find('['), close = text.find("] Attached SCSI");
         close != std::string_view::npos && open < close)
@@ -319,7 +299,7 @@ class ErrorLog {
     }
   }
 
-  FdHandle m_log;
+  KernelLog m_log;
   std::map<std::string, int> m_errors;
 };
 
