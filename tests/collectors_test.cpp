@@ -646,7 +646,7 @@ TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
         {groups + "empty.service/cgroup.procs", ""}},
        {"newest.service", "new.service"}},
       {{{older + "new.service/cgroup.procs", "8\n"}}, {"new.service"}},
-      {{}, {}},
+      {{{older + "new.service/cgroup.procs", "8\n"}, {"/proc/uptime", "119 1\n"}}, {}},
   };
   for (const auto& [files, names] : cases)
     EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), {"system.slice"}, 60s), names);

@@ -29,6 +29,8 @@ std::optional<double> StartOf(const Machine& machine, std::string_view process) 
 std::vector<std::string> YoungServices(const Machine& machine, const std::vector<std::string>& groups,
                                        std::chrono::seconds within) {
   const auto now = SecondsSinceStart(machine);
+  const auto young = static_cast<double>(within.count());
+  if (!now || *now < 2 * young) return {};
   std::multimap<double, std::string> byAge;
   for (const std::string_view root : kRoots)
     for (const std::string& group : groups) {
@@ -36,8 +38,8 @@ std::vector<std::string> YoungServices(const Machine& machine, const std::vector
       for (const std::string& name : ListNames(machine, folder)) {
         if (!name.ends_with(".service")) continue;
         const auto process = ReadLine(machine, folder + "/" + name + "/cgroup.procs");
-        const auto start = process && now ? StartOf(machine, *process) : std::nullopt;
-        if (start && *now - *start < static_cast<double>(within.count())) byAge.emplace(*now - *start, name);
+        const auto start = process ? StartOf(machine, *process) : std::nullopt;
+        if (start && *now - *start < young) byAge.emplace(*now - *start, name);
       }
     }
   std::vector<std::string> names;

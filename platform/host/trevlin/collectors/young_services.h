@@ -13,7 +13,8 @@
 namespace trevlin {
 
 /// Those in `groups` ("system.slice"; not below them) whose first process began less than `within` ago, the latest
-/// first. One that is started again and again is among them, whatever its manager says of it at the moment.
+/// first. One that is started again and again is among them, whatever its manager says of it at the moment. None until
+/// twice that after the machine's start: all are young then, and some need several attempts until others are there.
 std::vector<std::string> YoungServices(const Machine& machine, const std::vector<std::string>& groups,
                                        std::chrono::seconds within);
 
