@@ -390,16 +390,10 @@ TEST_F(Screens, AServiceThatThisUserMayNotRestartSaysWhichCommandDoes) {
   OpenList({Row("1"), Row("2")});
   ASSERT_TRUE(FocusBecomes("list"));
   const std::string advice = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_RUN_COMMAND", "systemctl restart a.service");
-  const auto apply = [this] {
-    Press("Return Return");
-    EXPECT_TRUE(JobsEnd());
-    Pass();
-  };
-  apply();
-  EXPECT_TRUE(Shows(advice));
-  Press("Down");
-  apply();
-  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT") && !Shows(advice));
+  Press("Return Return");
+  EXPECT_TRUE(Soon([&] { return Shows(advice); }));
+  Press("Down Return Return");
+  EXPECT_TRUE(Soon([&] { return ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT") && !Shows(advice); }));
 }
 
 // It would be back when the application is started again.
