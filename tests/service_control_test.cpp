@@ -23,6 +23,7 @@ class Manager {
     const std::lock_guard lock(m_mutex);
     m_services = services;
     m_restarted.clear();
+    m_begin = std::chrono::steady_clock::now();
   }
   std::vector<std::string> Restarted() {
     const std::lock_guard lock(m_mutex);
@@ -102,7 +103,7 @@ class Manager {
   }
 
   std::mutex m_mutex;
-  std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point m_begin;
   std::map<std::string, Service> m_services;
   std::vector<std::string> m_restarted;
 };
@@ -148,22 +149,11 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
     EXPECT_EQ(problem.command, expected.command);
     EXPECT_EQ(machine.Restarted(), expected.restarted);
   }
-  user.Play({{"a.service", {"failed"}}});
+  user.Play({{"a.service", {"failed", "active", false, false, 9s}}});
+  const auto begin = std::chrono::steady_clock::now();
   EXPECT_TRUE(RestartFailedServices({"a.service"}, ServicesOf::kUser, problem)) << problem.reason;
   EXPECT_EQ(user.Restarted(), std::vector<std::string>{"a.service"});
-}
-
-TEST(ServiceControl, IsDoneWhenTheServiceHasRunForTenSeconds) {
-  const TestBus bus;
-  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  Manager manager;
-  const PlayedService systemd(bus, "org.freedesktop.systemd1",
-                              [&](GDBusMessage* call) { return manager.Answer(call); });
-  manager.Play({{"a.service", {"failed", "active", false, false, 9s}}});
-  const auto begin = std::chrono::steady_clock::now();
-  RestartProblem problem;
-  EXPECT_TRUE(RestartFailedServices({"a.service"}, ServicesOf::kMachine, problem)) << problem.reason;
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, 900ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 900ms) << "it is done when it has run for ten seconds";
 }
 
 TEST(ServiceControl, TellsWhenNobodyCanBeAskedAndRefusesBadNames) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <string_view>
 #include <thread>
 
 #include "base/service_manager.h"
@@ -20,7 +21,8 @@ constexpr auto kPoll = 200ms;
 using Names = std::vector<std::string>;
 
 bool IsSettled(const ServiceUnit& unit) {
-  return !unit.hasJob && (unit.IsAboutToRestart() || (unit.state != "activating" && unit.state != "deactivating"));
+  constexpr std::string_view kEnds[] = {"active", "inactive", "failed"};
+  return !unit.hasJob && (unit.IsAboutToRestart() || std::ranges::find(kEnds, unit.state) != std::end(kEnds));
 }
 
 /// The names, with those of a template's that have failed or are on their way in the place of the template.
@@ -67,7 +69,8 @@ class Hold {
   std::string Look(const ServiceUnit& unit, bool& haveHeld) {
     if (!IsSettled(unit)) {
       haveHeld = false;
-      return Clock::now() - m_begin > kStart + kHold ? "it takes too long" : "";
+      const auto limit = m_since.contains(unit.name) ? kStart + kHold : kStart;
+      return Clock::now() - m_begin > limit ? "it takes too long" : "";
     }
     if (unit.state != "active")
       return (m_since.contains(unit.name) ? "it does not keep running: " : "it does not start: ") + unit.phase;
