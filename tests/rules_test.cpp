@@ -216,6 +216,7 @@ const Facts kWell = FactsOf(R"(
   clock.set=yes clock.date=20261122 clock.synchronised=yes clock.time_service_off=no clock.zone=yes schedule.off=no
   services.failed=0 services.failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
+  updates.interrupted=0 updates.work_hours=0 updates.start_failed=no updates.refresh_on=yes updates.list_age_days=1 updates.automatic=yes
   setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
   setting:db/menu/system/software_update/auto_update=yes
   setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1 setting:db/menu/system/demo_mode=no
@@ -315,6 +316,16 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a computer in a network of its own, its time service off",
        "clock.time_service_off=yes network.internet_wanted=no"},
       {"a virtual machine that gets the time of its host", "machine.kind=vm clock.time_service_off=yes"},
+      {"a set with an updater of its own, switched off in its settings",
+       "updates.automatic=? updates.refresh_on=? updates.list_age_days=? updates.interrupted=? "
+       "setting:db/menu/system/software_update/auto_update=no"},
+      {"a container made of an image", "machine.kind=container updates.automatic=no updates.list_age_days=300"},
+      {"a server whose owner updates it",
+       "updates.automatic=no updates.refresh_on=no updates.list_age_days=90 "
+       "display.connected=0"},
+      {"a laptop after the holidays", "updates.list_age_days=60 power.uptime_days=0.1"},
+      {"a box that was without the Internet for long", "updates.list_age_days=60 network.internet=?"},
+      {"a long installation", "updates.interrupted=? updates.work_hours=1.5"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -423,9 +434,14 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20080001, "setting:db/menu/system/time/off_timer=60"},
       {20080001, "setting:db/menu/system/time/off_timer=? schedule.off=yes"},
       {20080002, "setting:db/menu/system/power/auto_power_off=yes"},
-      {20090001, "setting:db/menu/system/software_update/auto_update=no"},
+      {20090001, "updates.automatic=no"},
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},
+      {20090005, "services.failed_names=apt-daily-upgrade.service"},
+      {20090005, "updates.work_hours=5"},
+      {20090005, "updates.start_failed=yes"},
+      {20090005, "updates.list_age_days=40"},
+      {20090006, "updates.interrupted=2 updates.list_age_days=40 services.failed_names=apt-daily.service"},
       {20100001, "setting:db/menu/system/demo_mode=yes"},
   };
   for (const auto& [code, changes] : cases) EXPECT_THAT(FoundWith(changes), testing::ElementsAre(code)) << changes;

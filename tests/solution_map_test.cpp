@@ -114,6 +114,7 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
       {"deepclean", std::regex("")},
       {"clock", std::regex("synchronise")},
       {"off_timer", std::regex("stop")},
+      {"updates", std::regex("automatic|refresh|repair")},
       {"wireless", std::regex("on|reconnect")},
       {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};
   for (const QUVA_Solution& each : m_map.solutions) {

@@ -16,6 +16,7 @@
 #include "clock_control.h"
 #include "scheduled_off.h"
 #include "service_control.h"
+#include "update_control.h"
 #include "vconf.h"
 #include "wireless_control.h"
 
@@ -108,6 +109,15 @@ bool ChangeWireless(const std::string& what) {
   return false;
 }
 
+bool ChangeUpdates(const std::string& what) {
+  std::string problem = "\"" + what + "\" is neither \"automatic\", \"refresh\" nor \"repair\"";
+  if (what == "automatic" && SwitchAutomaticUpdatesOn(problem)) return true;
+  if (what == "refresh" && RefreshUpdates(problem)) return true;
+  if (what == "repair" && RepairSoftware(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 }  // namespace
 
 int Launch(const std::string& request) {
@@ -143,6 +153,7 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "restart_service") return outcome(RestartServices(value));
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
   if (type == "clock") return outcome(ChangeClock(value));
+  if (type == "updates") return outcome(ChangeUpdates(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;
