@@ -523,6 +523,7 @@ TEST(Clock, AsksSystemdForTheTimeService) {
       {unit("'loaded', 'inactive'", 7), "no"},
       {unit("'loaded', 'activating'"), "no"},
       {unit("'loaded', 'failed'"), "no"},
+      {"('ptp4l.service', '', 'loaded', 'inactive', '', '', '/a', 0, '', '/')", "no"},
       {unit("'masked', 'inactive'") + ", " + unit("'not-found', 'inactive'"), "no"},
   };
   for (const auto& [state, expected] : kCases) {

@@ -250,6 +250,7 @@ TEST(UpdateControl, FetchesTheListsAndHasFailedServicesTryAgain) {
       {"not permitted", 0, "inactive", "Not so; by hand: sudo "},
       {"the service fails anew", 1, "failed", "cannot fetch updates: apt-daily.service fails again"},
   };
+  HaveOwn({"/var/lib/dpkg", "/var/lib/apt", "/var/cache/apt"});  // as root, so that nobody's real work is met
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
   for (const auto& each : kCases) {
@@ -281,6 +282,47 @@ TEST(UpdateControl, FetchesTheListsAndHasFailedServicesTryAgain) {
     EXPECT_THAT(problem, HasSubstr(each.problem)) << each.what;
     EXPECT_EQ(isStarted, each.exit == 1) << each.what;
   }
+}
+
+/// Ten hours after the start of the machine, as this process sees it.
+TEST(UpdateControl, EndsWhatHangsWhileItFetches) {
+  if (unshare(CLONE_NEWTIME) != 0 || !HaveOwn({"/var/lib/dpkg", "/var/lib/apt", "/var/cache/apt"}))
+    GTEST_SKIP() << "not root: no clock of the test's own";
+  std::ofstream("/proc/self/timens_offsets") << "monotonic 36000 0\n";
+  const pid_t later = fork();  // the clock is its children's
+  if (later == 0) {
+    const TestBus bus;
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+    std::mutex mutex;
+    std::vector<std::string> stopped;
+    const PlayedService systemd(bus, "org.freedesktop.systemd1", [&](GDBusMessage* call) {
+      const std::lock_guard lock(mutex);
+      const std::string_view member = g_dbus_message_get_member(call);
+      if (member == "Get") return Reply(call, "(<uint64 7>,)");
+      if (member == "StopUnit") {
+        const char* name;
+        g_variant_get(g_dbus_message_get_body(call), "(&s&s)", &name, nullptr);
+        stopped.emplace_back(name);
+        return Reply(call, "(@o '/job',)");
+      }
+      const std::string state = stopped.empty() ? "activating" : "failed";
+      return Reply(call, ("([('apt-daily.service', '', 'loaded', '" + state +
+                          "', '', '', @o '/a', @u 0, '', @o '/'), ('apt-daily-upgrade.service', '', 'loaded', "
+                          "'activating', '', '', @o '/b', @u 0, '', @o '/')],)")
+                             .c_str());
+    });
+    const PlayedService kit(bus, "org.freedesktop.PackageKit", [&](GDBusMessage* call) {
+      return g_dbus_message_new_method_error_literal(call, "org.test.Denied", "Not so");
+    });
+    std::string problem;
+    EXPECT_FALSE(RefreshUpdates(problem));
+    EXPECT_THAT(problem, HasSubstr("Not so"));
+    EXPECT_THAT(stopped, testing::ElementsAre("apt-daily.service"));
+    _exit(HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  waitpid(later, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(UpdateControl, SwitchesOnWhatTheMachineReads) {

@@ -14,8 +14,9 @@
 /// whether the records are in order now, also where they were before; nothing is begun while somebody works on them.
 bool RepairSoftware(std::string& problem);
 
-/// Fetches the lists of updates anew, up to five minutes, and has the update services that have failed try again, up to
-/// five minutes. Returns whether the lists came, and no such service is failed or at work then.
+/// Ends what has been fetching for more than three hours, fetches the lists of updates anew, up to five minutes, and
+/// has the update services that have failed try again, up to five minutes. Returns whether the lists came, and no such
+/// service is failed or at work then.
 bool RefreshUpdates(std::string& problem);
 
 /// Has updates installed without being asked, by the machine's own means (docs/facts.md, updates.automatic): writes

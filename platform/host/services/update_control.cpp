@@ -24,7 +24,10 @@ using trevlin::UpdateMeans;
 constexpr auto kReply = 5s;
 constexpr auto kRepair = 10min;
 constexpr auto kRefresh = 5min;
+constexpr auto kStop = 30s;
 constexpr char kSystemd[] = "org.freedesktop.systemd1";
+constexpr char kManagerPath[] = "/org/freedesktop/systemd1";
+constexpr char kManager[] = "org.freedesktop.systemd1.Manager";
 constexpr char kAptSettings[] = "/etc/apt/apt.conf.d/20auto-upgrades";  // what apt's own set-up writes
 const trevlin::Machine kMachine;
 
@@ -65,28 +68,47 @@ std::string Repair(trevlin::PackageRecords& records) {
          "; by hand: sudo dpkg --configure -a && sudo apt -f install";
 }
 
+/// Ends what hangs while it fetches. What installs is left alone: ended, it would leave its work half done.
+void StopHanging() {
+  constexpr const char* kFetching[] = {"apt-daily.service", "dnf-makecache.service", "dnf5-makecache.service"};
+  SystemBus bus(kReply);
+  for (const SystemUnit& service : trevlin::AskUpdateServices(bus)) {
+    const bool isFetching = std::find(std::begin(kFetching), std::end(kFetching), service.name) != std::end(kFetching);
+    if (!isFetching || trevlin::AskHoursAtWork(bus, service).value_or(0) <= trevlin::kHangingHours) continue;
+    bus.Call({kSystemd, kManagerPath, kManager, "StopUnit", "(o)"},
+             g_variant_new("(ss)", service.name.c_str(), "replace"));
+    Await(kStop, [&] {
+      for (const SystemUnit& now : trevlin::AskUpdateServices(bus))
+        if (now.name == service.name) return now.state != "activating" && now.state != "deactivating";
+      return true;
+    });
+  }
+}
+
 /// Has those that have failed try again. Empty when none is failed or at work any more.
 std::string RetryServices() {
   SystemBus bus(kReply);
-  for (const trevlin::UpdateService& service : trevlin::AskUpdateServices(bus))
-    if (service.state == "failed" &&
-        !bus.Call({kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", "StartUnit", "(o)"},
-                  g_variant_new("(ss)", service.name.c_str(), "replace")))
+  for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
+    if (service.state == "failed" && !bus.Call({kSystemd, kManagerPath, kManager, "StartUnit", "(o)"},
+                                               g_variant_new("(ss)", service.name.c_str(), "replace")))
       return bus.Problem() + "; by hand: sudo systemctl start " + service.name;
   std::string left;
   Await(kRefresh, [&] {
     left.clear();
-    for (const trevlin::UpdateService& service : trevlin::AskUpdateServices(bus))
+    for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
       if (service.state == "activating") left = service.name + " is still at work";
     return left.empty();
   });
-  for (const trevlin::UpdateService& service : trevlin::AskUpdateServices(bus))
+  for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
     if (service.state == "failed") left = service.name + " fails again";
   return left;
 }
 
 std::string Refresh() {
   const std::string byHand = IsApt() ? "; by hand: sudo apt update" : "; by hand: sudo dnf makecache";
+  StopHanging();
+  if (const auto worker = trevlin::FindPackageWorker(kMachine))
+    return worker->program + " is at work; where that takes hours, restart the device";
   const auto reason = RunPackageKit("RefreshCache", g_variant_new("(b)", TRUE), kRefresh);
   if (reason && !reason->empty()) return *reason + byHand;
   if (!reason && getuid() != 0) return "nothing on this machine does it for this user" + byHand;
@@ -148,8 +170,7 @@ std::string WriteDnfSettings(const std::string& timer) {
 std::string EnableTimers(std::vector<const char*> timers) {
   SystemBus bus(kReply);
   const auto call = [&bus](const char* method, GVariant* arguments, const char* reply) {
-    return bus.Call({kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", method, reply},
-                    arguments) != nullptr;
+    return bus.Call({kSystemd, kManagerPath, kManager, method, reply}, arguments) != nullptr;
   };
   std::string names;
   for (const char* timer : timers) names += std::string(" ") + timer;

@@ -1,41 +1,45 @@
 #include "trevlin/collectors/time_services.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 
-#include "base/bus.h"
+#include "base/system_units.h"
 
 namespace trevlin {
 
 namespace {
 
-constexpr const char* kNames[] = {"systemd-timesyncd.service", "chrony.service", "chronyd.service", "ntp.service",
-                                  "ntpd.service", "ntpsec.service", "ntpd-rs.service", "openntpd.service",
-                                  // They keep the clock by other means than the Internet.
-                                  "ptp4l.service", "phc2sys.service", "timemaster.service", nullptr};
-
-void Add(std::string_view load, std::string_view state, bool hasJob, TimeServices& services) {
-  if (load != "loaded") return;
-  services.isInstalled = true;
-  services.hasFailed |= state == "failed";
-  services.isRunning |= hasJob || (state != "failed" && state != "inactive");
-}
+constexpr std::chrono::seconds kReply(1);
+constexpr const char* kNames[] = {"systemd-timesyncd.service",
+                                  "chrony.service",
+                                  "chronyd.service",
+                                  "ntp.service",
+                                  "ntpd.service",
+                                  "ntpsec.service",
+                                  "ntpd-rs.service",
+                                  "openntpd.service",
+                                  "ptp4l.service",
+                                  "phc2sys.service",
+                                  "timemaster.service",
+                                  nullptr};
+/// These keep the clock by other means than time servers, where they are set up to; elsewhere they are not missed.
+constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service"};
 
 }  // namespace
 
 std::optional<TimeServices> AskTimeServices() {
-  constexpr BusMethod kList = {"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
-                               "org.freedesktop.systemd1.Manager", "ListUnitsByNames", "(a(ssssssouso))"};
-  const GVariantHandle reply = AskSystemBus(kList, g_variant_new("(^as)", kNames));
-  if (!reply) return std::nullopt;
+  SystemBus bus(kReply);
+  const auto units = AskUnits(bus, kNames);
+  if (!units) return std::nullopt;
   TimeServices services;
-  GVariantIter* units = nullptr;
-  g_variant_get(reply.get(), "(a(ssssssouso))", &units);
-  const char *load, *state;
-  guint32 job;
-  while (g_variant_iter_next(units, "(&s&s&s&s&s&s&ou&s&o)", nullptr, nullptr, &load, &state, nullptr, nullptr, nullptr,
-                             &job, nullptr, nullptr))
-    Add(load, state, job != 0, services);
-  g_variant_iter_free(units);
+  for (const SystemUnit& unit : *units) {
+    if (unit.load != "loaded") continue;
+    const auto* const end = std::end(kByOtherMeans);
+    services.isInstalled |= std::find(std::begin(kByOtherMeans), end, unit.name) == end;
+    services.hasFailed |= unit.state == "failed";
+    services.isRunning |= unit.hasJob || (unit.state != "failed" && unit.state != "inactive");
+  }
   return services;
 }
 

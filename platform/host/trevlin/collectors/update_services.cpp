@@ -13,35 +13,24 @@ constexpr std::chrono::seconds kReply(1);
 
 }  // namespace
 
-std::vector<UpdateService> AskUpdateServices(SystemBus& bus) {
-  const GVariantHandle reply = bus.Call({kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
-                                         "ListUnitsByNames", "(a(ssssssouso))"},
-                                        g_variant_new("(^as)", kUpdateServices));
-  std::vector<UpdateService> services;
-  if (!reply) return services;
-  GVariantIter* units = nullptr;
-  g_variant_get(reply.get(), "(a(ssssssouso))", &units);
-  const char *name, *state, *object;
-  while (g_variant_iter_next(units, "(&s&s&s&s&s&s&ou&s&o)", &name, nullptr, nullptr, &state, nullptr, nullptr, &object,
-                             nullptr, nullptr, nullptr))
-    services.push_back({name, state, object});
-  g_variant_iter_free(units);
-  return services;
+std::vector<SystemUnit> AskUpdateServices(SystemBus& bus) {
+  return AskUnits(bus, kUpdateServices).value_or(std::vector<SystemUnit>());
+}
+
+std::optional<double> AskHoursAtWork(SystemBus& bus, const SystemUnit& service) {
+  if (service.state != "activating") return std::nullopt;
+  const GVariantHandle since =
+      bus.Get(kSystemd, service.object, "org.freedesktop.systemd1.Unit", "InactiveExitTimestampMonotonic", "t");
+  timespec now;
+  if (!since || clock_gettime(CLOCK_MONOTONIC, &now) != 0) return std::nullopt;
+  const double seconds = static_cast<double>(now.tv_sec) - static_cast<double>(g_variant_get_uint64(since.get())) / 1e6;
+  return std::max(0.0, seconds) / 3600;
 }
 
 std::optional<double> AskHoursOfUpdateServices() {
   SystemBus bus(kReply);
   std::optional<double> hours;
-  for (const UpdateService& service : AskUpdateServices(bus)) {
-    if (service.state != "activating") continue;
-    const GVariantHandle since =
-        bus.Get(kSystemd, service.object, "org.freedesktop.systemd1.Unit", "InactiveExitTimestampMonotonic", "t");
-    timespec now;
-    if (!since || clock_gettime(CLOCK_MONOTONIC, &now) != 0) continue;
-    const double seconds =
-        static_cast<double>(now.tv_sec) - static_cast<double>(g_variant_get_uint64(since.get())) / 1e6;
-    hours = std::max(hours, std::optional(std::max(0.0, seconds) / 3600));
-  }
+  for (const SystemUnit& service : AskUpdateServices(bus)) hours = std::max(hours, AskHoursAtWork(bus, service));
   return hours;
 }
 

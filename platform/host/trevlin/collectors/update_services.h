@@ -5,12 +5,14 @@
 /// Thread rule: callable from any thread; blocks, two seconds at most for each question.
 
 #include <optional>
-#include <string>
 #include <vector>
 
-#include "base/system_bus.h"
+#include "base/system_units.h"
 
 namespace trevlin {
+
+/// What fetches or installs for longer, in hours, hangs.
+inline constexpr double kHangingHours = 3;
 
 /// Those that the rule of failing updates names; ends with a null.
 inline constexpr const char* kUpdateServices[] = {"apt-daily.service",
@@ -25,13 +27,11 @@ inline constexpr const char* kUpdateServices[] = {"apt-daily.service",
                                                   "packagekit-offline-update.service",
                                                   nullptr};
 
-struct UpdateService {
-  std::string name;
-  std::string state;   ///< "failed", "activating"
-  std::string object;  ///< its path on the bus
-};
 /// All of them, also those that are not there; empty, with the problem, where systemd does not tell.
-std::vector<UpdateService> AskUpdateServices(SystemBus& bus);
+std::vector<SystemUnit> AskUpdateServices(SystemBus& bus);
+
+/// For how long it has been at work; nothing where it is not, or systemd does not tell.
+std::optional<double> AskHoursAtWork(SystemBus& bus, const SystemUnit& service);
 
 /// For how long the one has been at work that has been so for the longest; nothing where none is.
 std::optional<double> AskHoursOfUpdateServices();
