@@ -386,4 +386,31 @@ TEST(UpdateControl, SwitchesOnWhatTheMachineReads) {
             "APT::Periodic::Unattended-Upgrade \"1\";\n");
 }
 
+/// The desktop's setting, kept in a file, of an ordinary user without any other means.
+TEST(UpdateControl, SwitchesTheDesktopsSettingOn) {
+  const std::string schemas = SystemPath("/schemas"), store = SystemPath("/config");
+  WriteHostFile(schemas + "/a.gschema.xml",
+                "<schemalist><schema id='org.gnome.software' path='/a/'><key name='download-updates' type='b'>"
+                "<default>false</default></key></schema></schemalist>");
+  if (std::system(("glib-compile-schemas " + schemas).c_str()) != 0) GTEST_SKIP() << "no glib-compile-schemas";
+  if (geteuid() != 0 || !HaveOwn({"/usr/bin", "/usr/lib/systemd"})) GTEST_SKIP() << "not root: no machine of its own";
+  fs::create_directories(store);
+  setenv("GSETTINGS_SCHEMA_DIR", schemas.c_str(), 1);
+  setenv("GSETTINGS_BACKEND", "keyfile", 1);
+  setenv("XDG_CONFIG_HOME", store.c_str(), 1);
+  constexpr uid_t kUser = 12345;
+  ASSERT_EQ(chown(store.c_str(), kUser, kUser), 0);
+  fs::permissions(SystemPath(""), fs::perms::others_exec, fs::perm_options::add);
+  ASSERT_EQ(setresuid(kUser, kUser, kUser), 0);
+  const auto told = [] {
+    trevlin::Facts facts;
+    trevlin::MakeUpdatesCollector()->Collect({}, facts);
+    return Tell(facts, {"automatic"});
+  };
+  std::string problem;
+  EXPECT_EQ(told(), "no");
+  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem;
+  EXPECT_EQ(told(), "yes");
+}
+
 }  // namespace
