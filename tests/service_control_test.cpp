@@ -5,8 +5,9 @@
 
 #include "clock_control.h"
 #include "scheduled_off.h"
-#include "support/test.h"
+#include "support/captured_machine.h"
 #include "support/test_bus.h"
+#include "trevlin/collectors/collectors.h"
 
 namespace {
 
@@ -183,6 +184,28 @@ TEST(ScheduledOff, IsToldAndStopped) {
     EXPECT_THAT(problem, HasSubstr(expected.problem));
     const std::lock_guard lock(mutex);
     EXPECT_EQ(calls, expected.calls) << expected.scheduled;
+  }
+}
+
+TEST(ClockControl, IsMissedWhereATimeServiceIsThereAndNoneRuns) {
+  const std::pair<std::map<std::string, Service>, const char*> cases[] = {
+      {{}, "no"},
+      {{{"chrony.service", {"inactive"}}}, "yes"},
+      {{{"chrony.service", {"inactive"}}, {"ntp.service", {"active"}}}, "no"},
+      {{{"chrony.service", {"activating"}}}, "no"},
+      {{{"chrony.service", {"failed"}}}, "no"},
+      {{{"ptp4l.service", {"inactive"}}}, "no"},
+  };
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  Manager manager;
+  const PlayedService systemd(bus, "org.freedesktop.systemd1",
+                              [&](GDBusMessage* call) { return manager.Answer(call); });
+  for (const auto& [services, expected] : cases) {
+    manager.Play(services);
+    trevlin::Facts facts;
+    trevlin::MakeClockCollector()->Collect({}, facts);
+    EXPECT_EQ(Told(facts["clock.time_service_off"]), expected);
   }
 }
 

@@ -73,55 +73,46 @@ TEST(Updates, TellWhatDpkgDidNotFinish) {
 }
 
 TEST(Updates, TellWhatTheMachineDoesByItself) {
-  const std::string system = "/etc/systemd/system/", wants = "timers.target.wants/", daily = "apt-daily.timer",
-                    upgrade = "apt-daily-upgrade.timer";
-  const Files apt = {{"/usr/bin/unattended-upgrade", ""}, {"/run/systemd/system/x", ""}, {"/var/lib/apt/lists/x", ""}};
-  const std::string on = "APT::Periodic::Update-Package-Lists \"1\";\nAPT::Periodic::Unattended-Upgrade \"1\";\n";
-  const auto configured = [&](const std::string& first, const std::string& later = "") {
-    return With(apt, {{"/etc/apt/apt.conf.d/20auto-upgrades", first}, {"/etc/apt/apt.conf.d/99own", later}});
+  const std::string units = "/usr/lib/systemd/system/", links = "/etc/systemd/system/", daily = "apt-daily",
+                    both = "apt-daily apt-daily-upgrade", settings = "/etc/apt/apt.conf.d/20auto-upgrades";
+  const Files none, timers = {{units + "dnf-automatic.timer", ""}, {units + "dnf-automatic-install.timer", ""}};
+  const auto apt = [&](const std::string& first, const std::string& later = "") {
+    return Files{{"/usr/bin/unattended-upgrade", ""},
+                 {"/run/systemd/system/x", ""},
+                 {"/var/lib/apt/lists/x", ""},
+                 {settings, first},
+                 {"/etc/apt/apt.conf.d/99own", later}};
   };
+  const std::string on = "APT::Periodic::Update-Package-Lists \"1\";\nAPT::Periodic::Unattended-Upgrade \"1\";\n";
+  const std::string nested = "apt { periodic { Update-Package-Lists 1; /* x */ Unattended-Upgrade \"7d\"; }; };";
   const struct {
     const char* what;
     Files files;
-    std::vector<std::string> links;
+    std::string enabled, masked;
     const char* expected;  // installs, refreshes
   } kCases[] = {
-      {"nothing that could", {}, {}, "? ?"},
-      {"on", configured(on), {wants + daily, wants + upgrade}, "yes yes"},
-      {"written otherwise",
-       configured("apt { periodic { Update-Package-Lists 1; /* x */ Unattended-Upgrade \"7d\"; }; };"),
-       {wants + daily, wants + upgrade},
-       "yes yes"},
-      {"only the lists",
-       configured(on, "// \"1\"\nAPT::Periodic { Unattended-Upgrade \"0\"; };"),
-       {wants + daily, wants + upgrade},
-       "no yes"},
-      {"all off", configured(on, "APT::Periodic::Enable \"0\"; # no\n"), {wants + daily, wants + upgrade}, "no no"},
-      {"without a timer", configured(on), {wants + daily}, "no no"},
-      {"with a masked one", configured(on), {wants + daily, wants + upgrade, upgrade}, "no no"},
-      {"never set up", apt, {wants + daily, wants + upgrade}, "no no"},
-      {"in a backup",
-       With(apt, {{"/etc/apt/apt.conf.d/20auto-upgrades.bak", on}}),
-       {wants + daily, wants + upgrade},
-       "no no"},
-      {"an image", With(configured(""), {{"/run/ostree-booted", ""}}), {}, "? no"},
-      {"the other kind",
-       {{"/usr/lib/systemd/system/dnf-automatic.timer", ""},
-        {"/usr/lib/systemd/system/dnf-automatic-install.timer", ""},
-        {"/usr/lib/systemd/system/dnf-makecache.timer", ""}},
-       {wants + "dnf-automatic.timer", wants + "dnf-makecache.timer"},
-       "no yes"},
-      {"of it, told to install",
-       {{"/usr/lib/systemd/system/dnf5-automatic.timer", ""},
-        {"/etc/dnf/automatic.conf", "[commands]\napply_updates = Yes\n"}},
-       {wants + "dnf5-automatic.timer"},
-       "yes ?"},
+      {"nothing that could", none, "", "", "? ?"},
+      {"on", apt(on), both, "", "yes yes"},
+      {"written otherwise", apt(nested), both, "", "yes yes"},
+      {"only lists", apt(on, "// \"1\"\nAPT::Periodic { Unattended-Upgrade \"0\"; };"), both, "", "no yes"},
+      {"all off", apt(on, "APT::Periodic::Enable \"0\"; # no\n"), both, "", "no no"},
+      {"without a timer", apt(on), daily, "", "no no"},
+      {"with a masked one", apt(on), both, "apt-daily-upgrade", "no no"},
+      {"never set up", apt(""), both, "", "no no"},
+      {"in a backup", With(apt(""), {{settings + ".bak", on}}), both, "", "no no"},
+      {"an image", With(apt(on), {{"/run/ostree-booted", ""}}), both, "", "? yes"},
+      {"dnf that only fetches", timers, "dnf-automatic", "", "no ?"},
+      {"dnf that installs", timers, "dnf-automatic-install", "", "yes ?"},
+      {"dnf that is told to", With(timers, {{"/etc/dnf/automatic.conf", "[commands]\napply_updates = Yes\n"}}),
+       "dnf-automatic", "", "yes ?"},
+      {"dnf's lists", {{units + "dnf-makecache.timer", ""}}, "dnf-makecache", "", "? yes"},
   };
   const auto collector = trevlin::MakeUpdatesCollector();
   for (const auto& each : kCases) {
     const CapturedMachine machine(each.files);
-    for (const std::string& link : each.links)
-      Link(machine, system + link, link.starts_with(wants) ? "/lib/systemd/system/x" : "/dev/null");
+    for (const std::string_view unit : trevlin::SplitWords(each.enabled))
+      Link(machine, links + "timers.target.wants/" + std::string(unit) + ".timer", "/lib/systemd/system/x");
+    if (!each.masked.empty()) Link(machine, links + each.masked + ".timer", "/dev/null");
     EXPECT_EQ(Tell(machine.Collect(*collector), {"automatic", "refresh_on"}), each.expected) << each.what;
   }
 }
