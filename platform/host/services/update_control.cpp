@@ -26,6 +26,7 @@ constexpr auto kRepair = 10min;
 constexpr auto kRefresh = 5min;
 constexpr auto kStop = 30s;
 constexpr char kSystemd[] = "org.freedesktop.systemd1";
+constexpr char kPackageKit[] = "org.freedesktop.PackageKit";
 constexpr char kManagerPath[] = "/org/freedesktop/systemd1";
 constexpr char kManager[] = "org.freedesktop.systemd1.Manager";
 constexpr char kAptSettings[] = "/etc/apt/apt.conf.d/20auto-upgrades";  // what apt's own set-up writes
@@ -85,6 +86,18 @@ void StopHanging() {
   }
 }
 
+/// Updates that failed at a start are prepared anew; until then PackageKit keeps that they did.
+std::string ForgetFailedStart() {
+  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return "";
+  SystemBus bus(kReply);
+  bus.Start(kPackageKit);
+  bus.Call({kPackageKit, "/org/freedesktop/PackageKit", "org.freedesktop.PackageKit.Offline", "ClearResults", nullptr},
+           nullptr);
+  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return "";
+  return (bus.Problem().empty() ? "the failed updates are not forgotten" : bus.Problem()) +
+         "; by hand: sudo rm /var/lib/PackageKit/offline-update-competed";
+}
+
 /// Has those that have failed try again. Empty when none is failed or at work any more.
 std::string RetryServices() {
   SystemBus bus(kReply);
@@ -117,7 +130,8 @@ std::string Refresh() {
                          : std::vector<std::string>{"dnf", "-q", "makecache", "--refresh"},
                  kRefresh))
     return "the lists do not come" + byHand;
-  return RetryServices();
+  const std::string problem = RetryServices();
+  return problem.empty() ? ForgetFailedStart() : problem;
 }
 
 /// `text` without lines that set one of the two, and with both of them set.
