@@ -235,9 +235,10 @@ const Facts kWell = FactsOf(R"(
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
-  clock.set=yes clock.synchronised=yes clock.zone=yes schedule.off=no
+  clock.set=yes clock.date=20261122 clock.synchronised=yes clock.time_service_off=no clock.zone=yes schedule.off=no
   services.failed=0 services.failed_names= services.user_failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
+  updates.interrupted=0 updates.work_hours=0 updates.start_failed=no updates.refresh_on=yes updates.list_age_days=1 updates.automatic=yes
   setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
   setting:db/menu/system/software_update/auto_update=yes
   setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1 setting:db/menu/system/demo_mode=no
@@ -333,6 +334,20 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "input.devices=1 input.remote=no"},
       {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
       {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
+      {"old rules at a time server", "clock.date=20400101"},
+      {"a computer in a network of its own, its time service off",
+       "clock.time_service_off=yes network.internet_wanted=no"},
+      {"a virtual machine that gets the time of its host", "machine.kind=vm clock.time_service_off=yes"},
+      {"a set with an updater of its own, switched off in its settings",
+       "updates.automatic=? updates.refresh_on=? updates.list_age_days=? updates.interrupted=? "
+       "setting:db/menu/system/software_update/auto_update=no"},
+      {"a container made of an image", "machine.kind=container updates.automatic=no updates.list_age_days=300"},
+      {"a server whose owner updates it",
+       "updates.automatic=no updates.refresh_on=no updates.list_age_days=90 "
+       "display.connected=0"},
+      {"a laptop after the holidays", "updates.list_age_days=60 power.uptime_days=0.1"},
+      {"a box that was without the Internet for long", "updates.list_age_days=60 network.internet=?"},
+      {"a long installation", "updates.interrupted=? updates.work_hours=1.5"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -410,6 +425,11 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10060001, "clock.set=no clock.synchronised=no"},
       {10060002, "clock.synchronised=no"},
       {10060003, "clock.zone=no"},
+      {10060004, "clock.date=20250101"},
+      {10060004, "clock.date=20400101 clock.synchronised=no"},
+      {20060001, "services.failed_names=chrony.service clock.synchronised=no"},
+      {20060002, "clock.time_service_off=yes"},
+      {20060002, "clock.time_service_off=yes clock.synchronised=no clock.set=no clock.date=20200101"},
       {10070001, "input.battery_percent=15"},
       {10070002, "input.remote=no"},
       {10070002, "input.devices=0 input.remote=no"},
@@ -437,9 +457,14 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20080001, "setting:db/menu/system/time/off_timer=60"},
       {20080001, "setting:db/menu/system/time/off_timer=? schedule.off=yes"},
       {20080002, "setting:db/menu/system/power/auto_power_off=yes"},
-      {20090001, "setting:db/menu/system/software_update/auto_update=no"},
+      {20090001, "updates.automatic=no"},
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},
+      {20090005, "services.failed_names=apt-daily-upgrade.service"},
+      {20090005, "updates.work_hours=5"},
+      {20090005, "updates.start_failed=yes"},
+      {20090005, "updates.list_age_days=40"},
+      {20090006, "updates.interrupted=2 updates.list_age_days=40 services.failed_names=apt-daily.service"},
       {20100001, "setting:db/menu/system/demo_mode=yes"},
   };
   for (const auto& [code, changes] : cases) EXPECT_THAT(FoundWith(changes), testing::ElementsAre(code)) << changes;

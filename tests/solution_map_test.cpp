@@ -112,7 +112,9 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
                              "|string [^ ]+ .*)")},
       {"memboost", std::regex("")},
       {"deepclean", std::regex("")},
+      {"clock", std::regex("synchronise")},
       {"off_timer", std::regex("stop")},
+      {"updates", std::regex("automatic|refresh|repair")},
       {"wireless", std::regex("on|reconnect")},
       {"restart_user_service", std::regex("[a-z-]+\\.service( [a-z-]+\\.service)*")},
       {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};

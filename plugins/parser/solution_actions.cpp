@@ -14,8 +14,10 @@
 #include "VexiloLog.h"
 #include "app_framework.h"
 #include "c_handle.h"
+#include "clock_control.h"
 #include "scheduled_off.h"
 #include "service_control.h"
+#include "update_control.h"
 #include "vconf.h"
 #include "wireless_control.h"
 
@@ -95,10 +97,26 @@ bool ChangeOffTimer(const std::string& what) {
   return false;
 }
 
+bool ChangeClock(const std::string& what) {
+  std::string problem = "\"" + what + "\" is not \"synchronise\"";
+  if (what == "synchronise" && SynchroniseClock(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 bool ChangeWireless(const std::string& what) {
   std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
   if (what == "on" && SwitchWirelessOn(problem)) return true;
   if (what == "reconnect" && ReconnectWireless(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
+bool ChangeUpdates(const std::string& what) {
+  std::string problem = "\"" + what + "\" is neither \"automatic\", \"refresh\" nor \"repair\"";
+  if (what == "automatic" && SwitchAutomaticUpdatesOn(problem)) return true;
+  if (what == "refresh" && RefreshUpdates(problem)) return true;
+  if (what == "repair" && RepairSoftware(problem)) return true;
   VEXILO_LOGE("%s", problem.c_str());
   return false;
 }
@@ -138,6 +156,8 @@ int Perform(const std::string& type, const std::string& value, std::string& advi
   if (type == "restart_service") return outcome(RestartServices(value, ServicesOf::kMachine, advice));
   if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
+  if (type == "clock") return outcome(ChangeClock(value));
+  if (type == "updates") return outcome(ChangeUpdates(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;

@@ -40,6 +40,10 @@ class PlayedService {
     EXPECT_TRUE(owned) << name;
   }
   ~PlayedService() { g_dbus_connection_close_sync(m_bus.get(), nullptr, nullptr); }
+  /// Takes `values`, a floating tuple.
+  void Emit(const char* path, const char* interface, const char* signal, GVariant* values) const {
+    g_dbus_connection_emit_signal(m_bus.get(), nullptr, path, interface, signal, values, nullptr);
+  }
   PlayedService(const PlayedService&) = delete;
   PlayedService& operator=(const PlayedService&) = delete;
 

@@ -17,6 +17,7 @@ std::vector<std::unique_ptr<Collector>> MakeCollectors() {
   collectors.push_back(MakeScheduleCollector());
   collectors.push_back(MakeServicesCollector());
   collectors.push_back(MakePackagesCollector());
+  collectors.push_back(MakeUpdatesCollector());
   collectors.push_back(MakeSetCollector());
   return collectors;
 }

@@ -21,6 +21,7 @@ std::unique_ptr<Collector> MakeClockCollector();
 std::unique_ptr<Collector> MakeScheduleCollector();
 std::unique_ptr<Collector> MakeServicesCollector();
 std::unique_ptr<Collector> MakePackagesCollector();
+std::unique_ptr<Collector> MakeUpdatesCollector();
 std::unique_ptr<Collector> MakeSetCollector();
 std::unique_ptr<Collector> MakeNetworkCollector();
 std::unique_ptr<Collector> MakeDisplayCollector();
