@@ -142,7 +142,7 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
     return PlayedService(on, "org.freedesktop.systemd1", [&](GDBusMessage* call) { return manager.Answer(call); });
   };
   const PlayedService systemd = play(bus, machine), own = play(session, user);
-  RestartProblem problem;
+  FixProblem problem;
   for (const auto& expected : cases) {
     machine.Play(expected.services);
     EXPECT_EQ(RestartFailedServices({"a.service", "b.service", "c@.service"}, ServicesOf::kMachine, problem),
@@ -160,7 +160,7 @@ TEST(ServiceControl, RestartsWhatHasFailedAndTellsHowItWent) {
 }
 
 TEST(ServiceControl, TellsWhenNobodyCanBeAskedAndRefusesBadNames) {
-  RestartProblem problem;
+  FixProblem problem;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/at/all", 1);
   EXPECT_FALSE(RestartFailedServices({"a.service"}, ServicesOf::kMachine, problem));
   EXPECT_THAT(problem.reason, HasSubstr("cannot restart a.service: "));
@@ -265,9 +265,9 @@ TEST(ClockControl, StartsTheTimeServiceAndTellsHowItWent) {
   };
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  std::string problem;
+  FixProblem problem;
   EXPECT_FALSE(SynchroniseClock(problem));
-  EXPECT_THAT(problem, HasSubstr("time service on: nothing on this machine"));
+  EXPECT_THAT(problem.reason, HasSubstr("time service on: nothing on this machine"));
   for (const auto& expected : cases) {
     std::atomic<bool> isOn = false;
     Manager manager;
@@ -290,8 +290,8 @@ TEST(ClockControl, StartsTheTimeServiceAndTellsHowItWent) {
       g_dbus_message_set_body(reply, g_variant_new_parsed(("(<" + value + ">,)").c_str()));
       return reply;
     });
-    EXPECT_EQ(SynchroniseClock(problem), *expected.problem == '\0') << problem;
-    EXPECT_THAT(problem, HasSubstr(expected.problem));
+    EXPECT_EQ(SynchroniseClock(problem), *expected.problem == '\0') << problem.reason;
+    EXPECT_THAT(problem.reason, HasSubstr(expected.problem));
     EXPECT_EQ(isOn, *expected.problem == '\0') << expected.problem;
   }
 }

@@ -179,10 +179,10 @@ TEST(UpdateControl, RepairsWhatDpkgReallyDidNotFinish) {
     collector->Collect({}, facts);
     return Tell(facts, {"interrupted", "interrupted_name"});
   };
-  std::string problem;
+  FixProblem problem;
   EXPECT_EQ(told(), "1 teapot");
   EXPECT_FALSE(RepairSoftware(problem));
-  EXPECT_THAT(problem, HasSubstr("teapot is still not whole; by hand: sudo dpkg --configure -a"));
+  EXPECT_THAT(problem.reason, HasSubstr("teapot is still not whole; by hand: sudo dpkg --configure -a"));
   EXPECT_EQ(told(), "1 teapot");
   WriteHostFile(cure, "");
   const pid_t holder = fork();  // who asks does not see a lock of its own
@@ -196,10 +196,10 @@ TEST(UpdateControl, RepairsWhatDpkgReallyDidNotFinish) {
   for (int i = 0; i < 100 && told() != "? ?"; ++i) std::this_thread::sleep_for(20ms);
   EXPECT_EQ(told(), "? ?");
   EXPECT_FALSE(RepairSoftware(problem));
-  EXPECT_THAT(problem, HasSubstr(" is at work on it"));
+  EXPECT_THAT(problem.reason, HasSubstr(" is at work on it"));
   kill(holder, SIGKILL);
   waitpid(holder, nullptr, 0);
-  EXPECT_TRUE(RepairSoftware(problem)) << problem;
+  EXPECT_TRUE(RepairSoftware(problem)) << problem.reason;
   EXPECT_EQ(told(), "0 ?");
 }
 
@@ -241,10 +241,10 @@ TEST(UpdateControl, FetchesTheListsAndHasFailedServicesTryAgain) {
       return Reply(call, Units(isStarted ? each.afterwards : "failed", "active").c_str());
     });
     WriteHostFile(atStart, "[PackageKit Offline Update Results]\nSuccess=false\n");
-    std::string problem;
-    EXPECT_EQ(RefreshUpdates(problem), *each.problem == '\0') << each.what << problem;
+    FixProblem problem;
+    EXPECT_EQ(RefreshUpdates(problem), *each.problem == '\0') << each.what << problem.reason;
     EXPECT_EQ(fs::exists(atStart), *each.problem != '\0') << each.what;
-    EXPECT_THAT(problem, HasSubstr(each.problem)) << each.what;
+    EXPECT_THAT(problem.reason, HasSubstr(each.problem)) << each.what;
     EXPECT_EQ(isStarted, each.exit == 1) << each.what;
   }
 }
@@ -278,9 +278,9 @@ TEST(UpdateControl, TellsWhatHangsAndEndsItWhileItFetches) {
     trevlin::Facts facts;
     trevlin::MakeUpdatesCollector()->Collect({}, facts);
     EXPECT_GE(std::get<double>(facts["updates.work_hours"]), 10);
-    std::string problem;
+    FixProblem problem;
     EXPECT_FALSE(RefreshUpdates(problem));
-    EXPECT_THAT(problem, HasSubstr("Not so"));
+    EXPECT_THAT(problem.reason, HasSubstr("Not so"));
     EXPECT_THAT(stopped, testing::ElementsAre("apt-daily.service"));
     _exit(HasFailure() ? 1 : 0);
   }
@@ -320,18 +320,18 @@ TEST(UpdateControl, SwitchesOnWhatTheMachineReads) {
     trevlin::MakeUpdatesCollector()->Collect({}, facts);
     return Tell(facts, {"automatic"});
   };
-  std::string problem;
+  FixProblem problem;
   EXPECT_FALSE(SwitchAutomaticUpdatesOn(problem));
-  EXPECT_THAT(problem, HasSubstr("nothing on this machine installs them"));
+  EXPECT_THAT(problem.reason, HasSubstr("nothing on this machine installs them"));
   EXPECT_EQ(told(), "?");
 
   WriteHostFile("/usr/lib/systemd/system/dnf5-automatic.timer", "");
   WriteHostFile("/etc/dnf/automatic.conf", "# mine\n[commands]\napply_updates = no\nrandom_sleep = 9\n");
   EXPECT_EQ(told(), "no");
   EXPECT_FALSE(SwitchAutomaticUpdatesOn(problem));
-  EXPECT_THAT(problem, HasSubstr("Not so; by hand: sudo systemctl enable --now dnf5-automatic.timer"));
+  EXPECT_THAT(problem.reason, HasSubstr("Not so; by hand: sudo systemctl enable --now dnf5-automatic.timer"));
   permit(true);
-  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem;
+  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem.reason;
   EXPECT_EQ(told(), "yes");
   EXPECT_EQ(ReadHostFile("/etc/dnf/automatic.conf"), "# mine\n\n[commands]\napply_updates=yes\nrandom_sleep=9\n");
 
@@ -341,9 +341,9 @@ TEST(UpdateControl, SwitchesOnWhatTheMachineReads) {
   WriteHostFile(later, "APT::Periodic::Unattended-Upgrade \"0\";\n");
   EXPECT_EQ(told(), "no");
   EXPECT_FALSE(SwitchAutomaticUpdatesOn(problem));
-  EXPECT_THAT(problem, HasSubstr("another setting of the machine keeps them off"));
+  EXPECT_THAT(problem.reason, HasSubstr("another setting of the machine keeps them off"));
   fs::remove(later);
-  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem;
+  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem.reason;
   EXPECT_EQ(told(), "yes");
   EXPECT_EQ(ReadHostFile(settings),
             "APT::Periodic::AutocleanInterval \"7\";\nAPT::Periodic::Update-Package-Lists \"1\";\n"
@@ -371,9 +371,9 @@ TEST(UpdateControl, SwitchesTheDesktopsSettingOn) {
     trevlin::MakeUpdatesCollector()->Collect({}, facts);
     return Tell(facts, {"automatic"});
   };
-  std::string problem;
+  FixProblem problem;
   EXPECT_EQ(told(), "no");
-  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem;
+  EXPECT_TRUE(SwitchAutomaticUpdatesOn(problem)) << problem.reason;
   EXPECT_EQ(told(), "yes");
 }
 

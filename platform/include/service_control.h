@@ -7,12 +7,9 @@
 #include <string>
 #include <vector>
 
-enum class ServicesOf { kMachine, kUser };
+#include "fix_problem.h"
 
-struct RestartProblem {
-  std::string reason{};   ///< in English, for the log
-  std::string command{};  ///< where this user is not permitted to: what an administrator can run; else empty
-};
+enum class ServicesOf { kMachine, kUser };
 
 /// Restarts those of `services` ("bluetooth.service") that have failed or are about to be restarted again, and waits
 /// until they have run for ten seconds. Where this user is not permitted to and there is an agent for it, it may ask the
@@ -20,4 +17,4 @@ struct RestartProblem {
 /// Returns whether they run now; also where none had failed and one is running, and has for ten seconds. Otherwise the
 /// problem names the service and the reason: a name that is no service's, no service manager, none of the services on
 /// this machine, no permission, one that does not start or ends again.
-bool RestartFailedServices(const std::vector<std::string>& services, ServicesOf whose, RestartProblem& problem);
+bool RestartFailedServices(const std::vector<std::string>& services, ServicesOf whose, FixProblem& problem);

@@ -81,13 +81,35 @@ bool SetSetting(const std::string& request) {
   return false;
 }
 
-// `advice`: a text for the viewer, where it fails and there is one.
-bool RestartServices(const std::string& services, ServicesOf whose, std::string& advice) {
-  RestartProblem problem;
-  if (RestartFailedServices(Words(services), whose, problem)) return true;
+// Logs the problem; true where there is none. `advice` is a text for the viewer, where there is something to tell.
+bool IsDone(const FixProblem& problem, std::string& advice) {
+  if (problem.reason.empty()) return true;
   VEXILO_LOGE("%s", problem.reason.c_str());
-  if (!problem.command.empty()) advice = QUVA::GetTextWith("TV_SID_VEXILO_MIX_RUN_COMMAND", problem.command);
+  if (!problem.command.empty()) {
+    VEXILO_LOGE("by hand: %s", problem.command.c_str());
+    advice = QUVA::GetTextWith("TV_SID_VEXILO_MIX_RUN_COMMAND", problem.command);
+  }
   return false;
+}
+
+bool RestartServices(const std::string& services, ServicesOf whose, std::string& advice) {
+  FixProblem problem;
+  RestartFailedServices(Words(services), whose, problem);
+  return IsDone(problem, advice);
+}
+
+bool ChangeClock(const std::string& what, std::string& advice) {
+  FixProblem problem{"\"" + what + "\" is not \"synchronise\""};
+  if (what == "synchronise") SynchroniseClock(problem);
+  return IsDone(problem, advice);
+}
+
+bool ChangeUpdates(const std::string& what, std::string& advice) {
+  FixProblem problem{"\"" + what + "\" is neither \"automatic\", \"refresh\" nor \"repair\""};
+  if (what == "automatic") SwitchAutomaticUpdatesOn(problem);
+  if (what == "refresh") RefreshUpdates(problem);
+  if (what == "repair") RepairSoftware(problem);
+  return IsDone(problem, advice);
 }
 
 bool ChangeOffTimer(const std::string& what) {
@@ -97,26 +119,10 @@ bool ChangeOffTimer(const std::string& what) {
   return false;
 }
 
-bool ChangeClock(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"synchronise\"";
-  if (what == "synchronise" && SynchroniseClock(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
-}
-
 bool ChangeWireless(const std::string& what) {
   std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
   if (what == "on" && SwitchWirelessOn(problem)) return true;
   if (what == "reconnect" && ReconnectWireless(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
-}
-
-bool ChangeUpdates(const std::string& what) {
-  std::string problem = "\"" + what + "\" is neither \"automatic\", \"refresh\" nor \"repair\"";
-  if (what == "automatic" && SwitchAutomaticUpdatesOn(problem)) return true;
-  if (what == "refresh" && RefreshUpdates(problem)) return true;
-  if (what == "repair" && RepairSoftware(problem)) return true;
   VEXILO_LOGE("%s", problem.c_str());
   return false;
 }
@@ -156,8 +162,8 @@ int Perform(const std::string& type, const std::string& value, std::string& advi
   if (type == "restart_service") return outcome(RestartServices(value, ServicesOf::kMachine, advice));
   if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
-  if (type == "clock") return outcome(ChangeClock(value));
-  if (type == "updates") return outcome(ChangeUpdates(value));
+  if (type == "clock") return outcome(ChangeClock(value, advice));
+  if (type == "updates") return outcome(ChangeUpdates(value, advice));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;

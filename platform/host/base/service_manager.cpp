@@ -92,6 +92,23 @@ bool ServiceManager::Restart(const std::string& service) {
               kPassword) != nullptr;
 }
 
+bool ServiceManager::Start(const std::string& unit) {
+  return Call({kName, kPath, kManager, "StartUnit", "(o)"}, g_variant_new("(ss)", unit.c_str(), "replace"), kAnswer) !=
+         nullptr;
+}
+
+bool ServiceManager::Stop(const std::string& unit) {
+  return Call({kName, kPath, kManager, "StopUnit", "(o)"}, g_variant_new("(ss)", unit.c_str(), "replace"), kAnswer) !=
+         nullptr;
+}
+
+bool ServiceManager::Enable(const std::vector<std::string>& units) {
+  GVariant* const files = g_variant_new("(^asbb)", CTexts(units).data(), FALSE, FALSE);
+  return Call({kName, kPath, kManager, "EnableUnitFiles", nullptr}, files, kAnswer) &&
+         Call({kName, kPath, kManager, "Reload", nullptr}, g_variant_new("()"), kAnswer) &&
+         std::ranges::all_of(units, [this](const std::string& unit) { return Start(unit); });
+}
+
 std::optional<std::vector<ServiceUnit>> ServiceManager::Units(const char* method, GVariant* arguments) {
   const GVariantHandle reply = Call({kName, kPath, kManager, method, kUnits}, arguments, kAnswer);
   if (!reply) return std::nullopt;

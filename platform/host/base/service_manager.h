@@ -55,6 +55,11 @@ class ServiceManager {
   /// Has it restarted; an agent may ask the person at the machine for a password, for half a minute at most. True when
   /// the manager has taken it on.
   bool Restart(const std::string& service);
+  /// Start it and stop it, without asking anybody. True when the manager has taken it on.
+  bool Start(const std::string& unit);
+  bool Stop(const std::string& unit);
+  /// Has them started at each start of the machine, and starts them. True when the manager has taken on all of it.
+  bool Enable(const std::vector<std::string>& units);
 
  private:
   std::optional<std::vector<ServiceUnit>> Units(const char* method, GVariant* arguments);

@@ -25,22 +25,23 @@ bool IsRunning(SystemBus& bus) {
 }
 
 /// Empty when the service runs.
-std::string Synchronise() {
+FixProblem Synchronise() {
   SystemBus bus(kReply);
   const auto reason = [&bus](const char* other) { return bus.Problem().empty() ? other : bus.Problem(); };
   bus.Start(kTimedate);
   const auto isThere = GetTruth(bus, "CanNTP");
-  if (!isThere) return reason("nothing on this machine switches it");
-  if (!*isThere) return "no time service is installed";
+  if (!isThere) return {reason("nothing on this machine switches it")};
+  if (!*isThere) return {"no time service is installed"};
   if (!bus.Call({kTimedate, kPath, kTimedate, "SetNTP", nullptr}, g_variant_new("(bb)", TRUE, FALSE)))
-    return reason("timedate1 is gone");
-  return Await(kStart, [&bus] { return IsRunning(bus); }) ? "" : "it does not start";
+    return {reason("timedate1 is gone"), "sudo timedatectl set-ntp true"};
+  if (!Await(kStart, [&bus] { return IsRunning(bus); })) return {"it does not start"};
+  return {};
 }
 
 }  // namespace
 
-bool SynchroniseClock(std::string& problem) {
-  const std::string reason = Synchronise();
-  problem = reason.empty() ? "" : "cannot switch the time service on: " + reason;
-  return reason.empty();
+bool SynchroniseClock(FixProblem& problem) {
+  problem = Synchronise();
+  if (!problem.reason.empty()) problem.reason = "cannot switch the time service on: " + problem.reason;
+  return problem.reason.empty();
 }

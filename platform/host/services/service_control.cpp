@@ -95,7 +95,7 @@ std::string CommandFor(ServicesOf whose, const Names& services) {
   return command;
 }
 
-RestartProblem RestartFailed(const Names& services, ServicesOf whose) {
+FixProblem RestartFailed(const Names& services, ServicesOf whose) {
   for (const std::string& service : services)
     if (!IsServiceName(service)) return {Sentence('"' + service + '"', "it is no name of a service")};
   if (services.empty()) return {"no service is named"};
@@ -118,7 +118,7 @@ RestartProblem RestartFailed(const Names& services, ServicesOf whose) {
 
 }  // namespace
 
-bool RestartFailedServices(const std::vector<std::string>& services, ServicesOf whose, RestartProblem& problem) {
+bool RestartFailedServices(const std::vector<std::string>& services, ServicesOf whose, FixProblem& problem) {
   problem = RestartFailed(services, whose);
   return problem.reason.empty();
 }

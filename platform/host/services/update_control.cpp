@@ -9,6 +9,7 @@
 
 #include "base/atomic_file.h"
 #include "base/program.h"
+#include "base/service_manager.h"
 #include "base/system_bus.h"
 #include "package_kit.h"
 #include "trevlin/collectors/automatic_updates.h"
@@ -25,10 +26,8 @@ constexpr auto kReply = 5s;
 constexpr auto kRepair = 10min;
 constexpr auto kRefresh = 5min;
 constexpr auto kStop = 30s;
-constexpr char kSystemd[] = "org.freedesktop.systemd1";
+constexpr auto kEnable = 30s;
 constexpr char kPackageKit[] = "org.freedesktop.PackageKit";
-constexpr char kManagerPath[] = "/org/freedesktop/systemd1";
-constexpr char kManager[] = "org.freedesktop.systemd1.Manager";
 constexpr char kAptSettings[] = "/etc/apt/apt.conf.d/20auto-upgrades";  // what apt's own set-up writes
 const trevlin::Machine kMachine;
 
@@ -50,11 +49,11 @@ bool IsApt() {
 }
 
 /// `records` decide, whatever those say who were asked.
-std::string Repair(trevlin::PackageRecords& records) {
+FixProblem Repair(trevlin::PackageRecords& records) {
   const auto count = [&records] { return records.Read(kMachine).value_or(trevlin::Interrupted{-1, ""}).count; };
-  if (count() < 0) return "its records cannot be read";
-  if (const auto worker = trevlin::FindPackageWorker(kMachine)) return worker->program + " is at work on it";
-  if (count() == 0) return "";
+  if (count() < 0) return {"its records cannot be read"};
+  if (const auto worker = trevlin::FindPackageWorker(kMachine)) return {worker->program + " is at work on it"};
+  if (count() == 0) return {};
   std::optional<std::string> reason;
   if (getuid() == 0) {
     RunAsRoot({"dpkg", "--force-confdef", "--force-confold", "--configure", "-a"}, kRepair);
@@ -63,23 +62,22 @@ std::string Repair(trevlin::PackageRecords& records) {
   } else {
     reason = RunPackageKit("RepairSystem", g_variant_new("(t)", guint64{0}), kRepair);
   }
-  if (count() == 0) return "";
+  if (count() == 0) return {};
   const std::string first = records.Read(kMachine)->first;
-  return (reason && !reason->empty() ? *reason : (first.empty() ? "it" : first) + " is still not whole") +
-         "; by hand: sudo dpkg --configure -a && sudo apt -f install";
+  return {reason && !reason->empty() ? *reason : (first.empty() ? "it" : first) + " is still not whole",
+          "sudo dpkg --configure -a && sudo apt -f install"};
 }
 
 /// Ends what hangs while it fetches. What installs is left alone: ended, it would leave its work half done.
 void StopHanging() {
   constexpr const char* kFetching[] = {"apt-daily.service", "dnf-makecache.service", "dnf5-makecache.service"};
-  SystemBus bus(kReply);
-  for (const SystemUnit& service : trevlin::AskUpdateServices(bus)) {
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kStop);
+  for (const ServiceUnit& service : trevlin::AskUpdateServices(manager)) {
     const bool isFetching = std::find(std::begin(kFetching), std::end(kFetching), service.name) != std::end(kFetching);
-    if (!isFetching || trevlin::AskHoursAtWork(bus, service).value_or(0) <= trevlin::kHangingHours) continue;
-    bus.Call({kSystemd, kManagerPath, kManager, "StopUnit", "(o)"},
-             g_variant_new("(ss)", service.name.c_str(), "replace"));
+    if (!isFetching || trevlin::AskHoursAtWork(manager, service).value_or(0) <= trevlin::kHangingHours) continue;
+    manager.Stop(service.name);
     Await(kStop, [&] {
-      for (const SystemUnit& now : trevlin::AskUpdateServices(bus))
+      for (const ServiceUnit& now : trevlin::AskUpdateServices(manager))
         if (now.name == service.name) return now.state != "activating" && now.state != "deactivating";
       return true;
     });
@@ -87,51 +85,50 @@ void StopHanging() {
 }
 
 /// Updates that failed at a start are prepared anew; until then PackageKit keeps that they did.
-std::string ForgetFailedStart() {
-  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return "";
+FixProblem ForgetFailedStart() {
+  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return {};
   SystemBus bus(kReply);
   bus.Start(kPackageKit);
   bus.Call({kPackageKit, "/org/freedesktop/PackageKit", "org.freedesktop.PackageKit.Offline", "ClearResults", nullptr},
            nullptr);
-  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return "";
-  return (bus.Problem().empty() ? "the failed updates are not forgotten" : bus.Problem()) +
-         "; by hand: sudo rm /var/lib/PackageKit/offline-update-competed";
+  if (trevlin::HasOfflineUpdateFailed(kMachine) != true) return {};
+  return {bus.Problem().empty() ? "the failed updates are not forgotten" : bus.Problem(),
+          "sudo rm /var/lib/PackageKit/offline-update-competed"};
 }
 
 /// Has those that have failed try again. Empty when none is failed or at work any more.
-std::string RetryServices() {
-  SystemBus bus(kReply);
-  for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
-    if (service.state == "failed" && !bus.Call({kSystemd, kManagerPath, kManager, "StartUnit", "(o)"},
-                                               g_variant_new("(ss)", service.name.c_str(), "replace")))
-      return bus.Problem() + "; by hand: sudo systemctl start " + service.name;
-  std::string left;
+FixProblem RetryServices() {
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kRefresh);
+  for (const ServiceUnit& service : trevlin::AskUpdateServices(manager))
+    if (service.state == "failed" && !manager.Start(service.name))
+      return {manager.Problem(), "sudo systemctl start " + service.name};
+  FixProblem left;
   Await(kRefresh, [&] {
-    left.clear();
-    for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
-      if (service.state == "activating") left = service.name + " is still at work";
-    return left.empty();
+    left = {};
+    for (const ServiceUnit& service : trevlin::AskUpdateServices(manager)) {
+      if (service.state == "activating") left = {service.name + " is still at work"};
+      if (service.state == "failed") return left = {service.name + " fails again"}, true;
+    }
+    return left.reason.empty();
   });
-  for (const SystemUnit& service : trevlin::AskUpdateServices(bus))
-    if (service.state == "failed") left = service.name + " fails again";
   return left;
 }
 
-std::string Refresh() {
-  const std::string byHand = IsApt() ? "; by hand: sudo apt update" : "; by hand: sudo dnf makecache";
+FixProblem Refresh() {
+  const std::string byHand = IsApt() ? "sudo apt update" : "sudo dnf makecache";
   StopHanging();
   if (const auto worker = trevlin::FindPackageWorker(kMachine))
-    return worker->program + " is at work; where that takes hours, restart the device";
+    return {worker->program + " is at work; where that takes hours, restart the device"};
   const auto reason = RunPackageKit("RefreshCache", g_variant_new("(b)", TRUE), kRefresh);
-  if (reason && !reason->empty()) return *reason + byHand;
-  if (!reason && getuid() != 0) return "nothing on this machine does it for this user" + byHand;
+  if (reason && !reason->empty()) return {*reason, byHand};
+  if (!reason && getuid() != 0) return {"nothing on this machine does it for this user", byHand};
   if (!reason &&
       !RunAsRoot(IsApt() ? std::vector<std::string>{"apt-get", "-qq", "-o", "APT::Update::Error-Mode=any", "update"}
                          : std::vector<std::string>{"dnf", "-q", "makecache", "--refresh"},
                  kRefresh))
-    return "the lists do not come" + byHand;
-  const std::string problem = RetryServices();
-  return problem.empty() ? ForgetFailedStart() : problem;
+    return {"the lists do not come", byHand};
+  const FixProblem problem = RetryServices();
+  return problem.reason.empty() ? ForgetFailedStart() : problem;
 }
 
 /// `text` without lines that set one of the two, and with both of them set.
@@ -147,96 +144,90 @@ std::string WithAptUpdates(const std::string& text) {
 }
 
 /// Empty when done; where nothing is to be written, too.
-std::string WriteAptSettings() {
+FixProblem WriteAptSettings() {
   const auto settings = trevlin::ReadAptSettings(kMachine);
   const auto isSet = [&settings](const char* name) {
     const auto at = settings.find(name);
     return at != settings.end() && !at->second.empty() && at->second != "0";
   };
-  if (isSet(trevlin::kAptLists) && isSet(trevlin::kAptUpgrade)) return "";
+  if (isSet(trevlin::kAptLists) && isSet(trevlin::kAptUpgrade)) return {};
   std::string text;
   if ((ReadWholeFile(kAptSettings, text) || errno == ENOENT) &&
       PublishFile(kAptSettings, WithAptUpdates(text), Readers::kEverybody))
-    return "";
-  return std::string(kAptSettings) + ": " + std::strerror(errno) +
-         "; by hand: sudo dpkg-reconfigure unattended-upgrades";
+    return {};
+  return {std::string(kAptSettings) + ": " + std::strerror(errno), "sudo dpkg-reconfigure unattended-upgrades"};
 }
 
 /// Where dnf's timer installs only when told to.
-std::string WriteDnfSettings(const std::string& timer) {
-  if (timer == "dnf-automatic-install.timer") return "";
+FixProblem WriteDnfSettings(const std::string& timer) {
+  if (timer == "dnf-automatic-install.timer") return {};
   std::string text;
   const GKeyFileHandle file(g_key_file_new());
   GErrorHandle error;
   if (!ReadWholeFile(trevlin::kDnfSettings, text) && errno != ENOENT)
-    return std::string(trevlin::kDnfSettings) + ": " + std::strerror(errno);
+    return {std::string(trevlin::kDnfSettings) + ": " + std::strerror(errno)};
   if (!text.empty() &&
       !g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_KEEP_COMMENTS, error.Out()))
-    return std::string(trevlin::kDnfSettings) + ": " + error.Message();
+    return {std::string(trevlin::kDnfSettings) + ": " + error.Message()};
   g_key_file_set_string(file.get(), "commands", "apply_updates", "yes");
   const GText changed(g_key_file_to_data(file.get(), nullptr, nullptr));
-  if (PublishFile(trevlin::kDnfSettings, changed.get(), Readers::kEverybody)) return "";
-  return std::string(trevlin::kDnfSettings) + ": " + std::strerror(errno) +
-         "; by hand: set apply_updates = yes in it, and sudo systemctl enable --now " + timer;
+  if (PublishFile(trevlin::kDnfSettings, changed.get(), Readers::kEverybody)) return {};
+  return {std::string(trevlin::kDnfSettings) + ": " + std::strerror(errno),
+          "sudo sed -i 's/^apply_updates.*/apply_updates = yes/' " + std::string(trevlin::kDnfSettings) +
+              " && sudo systemctl enable --now " + timer};
 }
 
 /// At each start of the machine, and now.
-std::string EnableTimers(std::vector<const char*> timers) {
-  SystemBus bus(kReply);
-  const auto call = [&bus](const char* method, GVariant* arguments, const char* reply) {
-    return bus.Call({kSystemd, kManagerPath, kManager, method, reply}, arguments) != nullptr;
-  };
-  std::string names;
-  for (const char* timer : timers) names += std::string(" ") + timer;
-  timers.push_back(nullptr);
-  bool isDone = call("EnableUnitFiles", g_variant_new("(^asbb)", timers.data(), FALSE, FALSE), nullptr) &&
-                call("Reload", nullptr, nullptr);
-  for (size_t i = 0; isDone && timers[i]; ++i)
-    isDone = call("StartUnit", g_variant_new("(ss)", timers[i], "replace"), "(o)");
-  if (isDone) return "";
-  return (bus.Problem().empty() ? "there is no systemd" : bus.Problem()) + "; by hand: sudo systemctl enable --now" +
-         names;
+FixProblem EnableTimers(const std::vector<std::string>& timers) {
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kEnable);
+  if (manager.Enable(timers)) return {};
+  std::string command = "sudo systemctl enable --now";
+  for (const std::string& timer : timers) command += " " + timer;
+  return {manager.Problem().empty() ? "there is no systemd" : manager.Problem(), command};
 }
 
-std::string SwitchDesktopOn() {
+FixProblem SwitchDesktopOn() {
   const GObjectHandle<GSettings> settings(g_settings_new(trevlin::kDesktopSchema));
-  if (!g_settings_set_boolean(settings.get(), trevlin::kDesktopKey, TRUE)) return "the desktop's setting is locked";
+  if (!g_settings_set_boolean(settings.get(), trevlin::kDesktopKey, TRUE)) return {"the desktop's setting is locked"};
   g_settings_sync();
-  return "";
+  return {};
 }
 
-std::string SwitchOn(UpdateMeans means) {
-  if (means == UpdateMeans::kNone) return "nothing on this machine installs them";
+FixProblem SwitchOn(UpdateMeans means) {
+  if (means == UpdateMeans::kNone) return {"nothing on this machine installs them"};
   if (means == UpdateMeans::kDesktop) return SwitchDesktopOn();
   const std::string timer = trevlin::FindDnfTimer(kMachine);
   const bool isApt = means == UpdateMeans::kApt;
-  const std::string reason = isApt ? WriteAptSettings() : WriteDnfSettings(timer);
-  if (!reason.empty()) return reason;
-  if (isApt && !trevlin::Exists(kMachine, "/run/systemd/system")) return "";  // cron
-  return EnableTimers(isApt ? std::vector<const char*>(std::begin(trevlin::kAptTimers), std::end(trevlin::kAptTimers))
-                            : std::vector<const char*>{timer.c_str()});
+  const FixProblem problem = isApt ? WriteAptSettings() : WriteDnfSettings(timer);
+  if (!problem.reason.empty()) return problem;
+  if (isApt && !trevlin::Exists(kMachine, "/run/systemd/system")) return {};  // cron
+  return EnableTimers(isApt ? std::vector<std::string>(std::begin(trevlin::kAptTimers), std::end(trevlin::kAptTimers))
+                            : std::vector{timer});
 }
 
-bool IsDone(const char* what, const std::string& reason, std::string& problem) {
-  problem = reason.empty() ? "" : std::string("cannot ") + what + ": " + reason;
-  return reason.empty();
+bool IsDone(const char* what, const FixProblem& found, FixProblem& problem) {
+  problem = found;
+  // Root has been permitted to: it failed for another reason.
+  if (getuid() == 0 && !problem.command.empty()) problem = {problem.reason + "; by hand: " + problem.command};
+  if (!problem.reason.empty()) problem.reason = std::string("cannot ") + what + ": " + problem.reason;
+  return problem.reason.empty();
 }
 
 }  // namespace
 
-bool RepairSoftware(std::string& problem) {
+bool RepairSoftware(FixProblem& problem) {
   trevlin::PackageRecords records;
   return IsDone("repair the installed software", Repair(records), problem);
 }
 
-bool RefreshUpdates(std::string& problem) {
+bool RefreshUpdates(FixProblem& problem) {
   return IsDone("fetch updates", Refresh(), problem);
 }
 
-bool SwitchAutomaticUpdatesOn(std::string& problem) {
-  std::string reason;
-  if (trevlin::AreUpdatesAutomatic(kMachine) != true) reason = SwitchOn(trevlin::FindUpdateMeans(kMachine));
-  if (reason.empty() && trevlin::AreUpdatesAutomatic(kMachine) != true)
-    reason = "another setting of the machine keeps them off (apt-config dump APT::Periodic)";
-  return IsDone("switch automatic updates on", reason, problem);
+bool SwitchAutomaticUpdatesOn(FixProblem& problem) {
+  FixProblem found;
+  if (trevlin::AreUpdatesAutomatic(kMachine) != true) found = SwitchOn(trevlin::FindUpdateMeans(kMachine));
+  if (found.reason.empty() && trevlin::AreUpdatesAutomatic(kMachine) != true)
+    found.reason = "another setting of the machine keeps them off (apt-config dump APT::Periodic)";
+  return IsDone("switch automatic updates on", found, problem);
 }

@@ -4,13 +4,13 @@
 #include <iterator>
 #include <string_view>
 
-#include "base/system_units.h"
+#include "base/service_manager.h"
 
 namespace trevlin {
 
 namespace {
 
-constexpr std::chrono::seconds kReply(1);
+constexpr std::chrono::seconds kAnswer(2);
 constexpr const char* kNames[] = {"systemd-timesyncd.service",
                                   "chrony.service",
                                   "chronyd.service",
@@ -21,20 +21,19 @@ constexpr const char* kNames[] = {"systemd-timesyncd.service",
                                   "openntpd.service",
                                   "ptp4l.service",
                                   "phc2sys.service",
-                                  "timemaster.service",
-                                  nullptr};
+                                  "timemaster.service"};
 /// These keep the clock by other means than time servers, where they are set up to; elsewhere they are not missed.
 constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service"};
 
 }  // namespace
 
 std::optional<TimeServices> AskTimeServices() {
-  SystemBus bus(kReply);
-  const auto units = AskUnits(bus, kNames);
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kAnswer);
+  const auto units = manager.UnitsNamed({std::begin(kNames), std::end(kNames)});
   if (!units) return std::nullopt;
   TimeServices services;
-  for (const SystemUnit& unit : *units) {
-    if (unit.load != "loaded") continue;
+  for (const ServiceUnit& unit : *units) {
+    if (!unit.isLoaded) continue;
     const auto* const end = std::end(kByOtherMeans);
     services.isInstalled |= std::find(std::begin(kByOtherMeans), end, unit.name) == end;
     services.hasFailed |= unit.state == "failed";

@@ -1,36 +1,36 @@
 #include "trevlin/collectors/update_services.h"
 
-#include <time.h>
-
 #include <algorithm>
+#include <chrono>
+#include <iterator>
 
 namespace trevlin {
 
 namespace {
 
-constexpr char kSystemd[] = "org.freedesktop.systemd1";
-constexpr std::chrono::seconds kReply(1);
+constexpr std::chrono::seconds kAnswer(2);
 
 }  // namespace
 
-std::vector<SystemUnit> AskUpdateServices(SystemBus& bus) {
-  return AskUnits(bus, kUpdateServices).value_or(std::vector<SystemUnit>());
+std::vector<ServiceUnit> AskUpdateServices(ServiceManager& manager) {
+  return manager.UnitsNamed({std::begin(kUpdateServices), std::end(kUpdateServices)})
+      .value_or(std::vector<ServiceUnit>());
 }
 
-std::optional<double> AskHoursAtWork(SystemBus& bus, const SystemUnit& service) {
+std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit& service) {
   if (service.state != "activating") return std::nullopt;
-  const GVariantHandle since =
-      bus.Get(kSystemd, service.object, "org.freedesktop.systemd1.Unit", "InactiveExitTimestampMonotonic", "t");
-  timespec now;
-  if (!since || clock_gettime(CLOCK_MONOTONIC, &now) != 0) return std::nullopt;
-  const double seconds = static_cast<double>(now.tv_sec) - static_cast<double>(g_variant_get_uint64(since.get())) / 1e6;
-  return std::max(0.0, seconds) / 3600;
+  const auto since = manager.Number(service.path, "Unit", "InactiveExitTimestampMonotonic");
+  if (!since) return std::nullopt;
+  // systemd's clock is the one of Clock.
+  const std::chrono::duration<double> now = ServiceManager::Clock::now().time_since_epoch();
+  return std::max(0.0, (now - std::chrono::duration<double, std::micro>(*since)).count()) / 3600;
 }
 
 std::optional<double> AskHoursOfUpdateServices() {
-  SystemBus bus(kReply);
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kAnswer);
   std::optional<double> hours;
-  for (const SystemUnit& service : AskUpdateServices(bus)) hours = std::max(hours, AskHoursAtWork(bus, service));
+  for (const ServiceUnit& service : AskUpdateServices(manager))
+    hours = std::max(hours, AskHoursAtWork(manager, service));
   return hours;
 }
 

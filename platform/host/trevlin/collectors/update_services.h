@@ -7,14 +7,14 @@
 #include <optional>
 #include <vector>
 
-#include "base/system_units.h"
+#include "base/service_manager.h"
 
 namespace trevlin {
 
 /// What fetches or installs for longer, in hours, hangs.
 inline constexpr double kHangingHours = 3;
 
-/// Those that the rule of failing updates names; ends with a null.
+/// Those that the rule of failing updates names.
 inline constexpr const char* kUpdateServices[] = {"apt-daily.service",
                                                   "apt-daily-upgrade.service",
                                                   "unattended-upgrades.service",
@@ -24,14 +24,13 @@ inline constexpr const char* kUpdateServices[] = {"apt-daily.service",
                                                   "dnf-makecache.service",
                                                   "dnf5-makecache.service",
                                                   "packagekit.service",
-                                                  "packagekit-offline-update.service",
-                                                  nullptr};
+                                                  "packagekit-offline-update.service"};
 
 /// All of them, also those that are not there; empty, with the problem, where systemd does not tell.
-std::vector<SystemUnit> AskUpdateServices(SystemBus& bus);
+std::vector<ServiceUnit> AskUpdateServices(ServiceManager& manager);
 
 /// For how long it has been at work; nothing where it is not, or systemd does not tell.
-std::optional<double> AskHoursAtWork(SystemBus& bus, const SystemUnit& service);
+std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit& service);
 
 /// For how long the one has been at work that has been so for the longest; nothing where none is.
 std::optional<double> AskHoursOfUpdateServices();
