@@ -5,16 +5,17 @@
 #include <ctime>
 
 #include "base/program.h"
+#include "base/running_time.h"
 #include "c_handle.h"
+#include "cleaning/cleanup.h"
+#include "cleaning/leftovers.h"
 #include "packages/package_store.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
-#include "setd/leftovers.h"
 #include "setd/privileges.h"
 #include "setd/report.h"
 #include "setd/report_results.h"
 #include "setd/request.h"
-#include "setd/running_time.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
 #include "support/fork.h"
@@ -24,6 +25,7 @@
 namespace {
 
 using namespace setd;
+using namespace cleaning;
 
 void SetAge(const std::string& setPath, time_t seconds) {
   const timespec times[2] = {{time(nullptr) - seconds, 0}, {time(nullptr) - seconds, 0}};

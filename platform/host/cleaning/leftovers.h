@@ -12,7 +12,7 @@
 
 #include "packages/safe_tree.h"
 
-namespace setd {
+namespace cleaning {
 
 /// Thumbnails that nobody has looked at for 30 days (https://specifications.freedesktop.org/thumbnail-spec), in the
 /// cache folder of this user, $XDG_CACHE_HOME or ~/.cache; below a set root in that of its owner. Where the file system
@@ -28,4 +28,4 @@ packages::TreeResult RemovePackageArchives(const packages::TreeStop& stop);
 /// older than a day, and as old /var/tmp/flatpak-cache-*. What a process holds a lock on stays, and is no error.
 packages::TreeResult RemoveFlatpakLeftovers(const packages::TreeStop& stop);
 
-}  // namespace setd
+}  // namespace cleaning

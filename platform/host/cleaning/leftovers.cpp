@@ -1,4 +1,4 @@
-#include "setd/leftovers.h"
+#include "cleaning/leftovers.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,13 +16,13 @@
 #include <string_view>
 #include <vector>
 
+#include "base/running_time.h"
 #include "c_handle.h"
 #include "flatpak/layout.h"
 #include "set_paths.h"
-#include "setd/running_time.h"
 #include "system_path.h"
 
-namespace setd {
+namespace cleaning {
 
 namespace {
 
@@ -234,4 +234,4 @@ TreeResult RemoveFlatpakLeftovers(const TreeStop& stop) {
   return sum;
 }
 
-}  // namespace setd
+}  // namespace cleaning
