@@ -96,7 +96,8 @@ int64_t FreeBytes() {
   int64_t bytes = 0;
   std::set<unsigned long> counted;
   for (const char* path : {set_paths::kUserPartition, "/tmp", set_paths::kHostState, set_paths::kPackageArchives,
-                           set_paths::kFlatpakSystemDir, set_paths::kLastingTemporary}) {
+                           set_paths::kFlatpakSystemDir, set_paths::kLastingTemporary, set_paths::kOwnerHome,
+                           set_paths::kJournals, set_paths::kCoreDumps, set_paths::kCrashReports}) {
     struct stat status;
     struct statvfs space;
     const std::string full = SystemPath(path);

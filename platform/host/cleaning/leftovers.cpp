@@ -204,6 +204,28 @@ TreeResult RemoveOldThumbnails(const TreeStop& stop) {
   return sum;
 }
 
+TreeResult RemoveThumbnails(const TreeStop& stop) {
+  const std::string caches = UserCaches();
+  TreeResult sum;
+  if (IsOurs(caches))
+    Add(sum, packages::EmptyTree(caches + "/thumbnails", {}, caches, {.names = IsThumbnail, .stop = stop}));
+  return sum;
+}
+
+TreeResult MeasureThumbnails() {
+  const std::string caches = UserCaches();
+  if (!IsOurs(caches)) return {};
+  return packages::MeasureSelection(caches + "/thumbnails", caches, {.names = IsThumbnail});
+}
+
+TreeResult MeasurePackageArchives() {
+  const std::string archives = set_paths::kPackageArchives;
+  TreeResult sum;
+  Add(sum, packages::MeasureSelection(archives, "", {.names = IsArchive}));
+  Add(sum, packages::MeasureSelection(archives + "/partial", "", {.names = IsDirectlyThere}));
+  return sum;
+}
+
 TreeResult RemovePackageArchives(const TreeStop& stop) {
   const std::string archives = set_paths::kPackageArchives;
   struct stat status;

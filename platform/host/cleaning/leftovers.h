@@ -19,9 +19,14 @@ namespace cleaning {
 /// keeps no times of access, those that are that old.
 packages::TreeResult RemoveOldThumbnails(const packages::TreeStop& stop);
 
+/// All of them, however old.
+packages::TreeResult RemoveThumbnails(const packages::TreeStop& stop);
+packages::TreeResult MeasureThumbnails();
+
 /// What the package tool has downloaded: *.deb in set_paths::kPackageArchives, and all files in its `partial`. Its lock
 /// is held meanwhile; EAGAIN when another process has it, EACCES where this user may not.
 packages::TreeResult RemovePackageArchives(const packages::TreeStop& stop);
+packages::TreeResult MeasurePackageArchives();
 
 /// What Flatpak would clean up itself, of the installation of the system and the user's own, as far as it is this
 /// user's: removed applications that nobody runs any more, temporary files in its repository and catalogues that are
