@@ -12,6 +12,7 @@
 #include "packages/processes.h"
 #include "packages/removal.h"
 #include "pkgmgr_client.h"
+#include "set_care.h"
 #include "set_names.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
@@ -281,6 +282,15 @@ TEST_F(Flatpaks, AreEndedBeforeTheyAreClearedButNotByCleaningUp) {
   EXPECT_GE(ProcessesOf({one}).size(), 2u) << "the shell and what it started";
   EXPECT_TRUE(setd::CleanAll(kGoesOn));
   EXPECT_TRUE(setd::BoostMemory(kGoesOn)) << "nobody knows what the viewer looks at";
+  EXPECT_FALSE(ProcessesOf({one}).empty());
+  // Who was asked looks at the question.
+  ASSERT_EQ(set_care::BackgroundApps().size(), 1u);
+  EXPECT_GT(set_care::BackgroundApps()[0].bytes, 0);
+  EXPECT_TRUE(set_care::EndApps({"org.test.Other"}).empty());
+  EXPECT_FALSE(ProcessesOf({one}).empty());
+  ASSERT_EQ(set_care::EndApps({kOne}).size(), 1u);
+  EXPECT_TRUE(HasEnded(*running));
+  running = Start();
   ASSERT_EQ(vconf_set_str(set_names::kForegroundAppKey, kOne.c_str()), 0);
   EXPECT_TRUE(setd::BoostMemory(kGoesOn));
   EXPECT_TRUE(fs::exists(kData / kOne / "cache/d"));
