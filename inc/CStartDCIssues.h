@@ -59,6 +59,8 @@ class CStartDCIssues {
   // ---- the popup and the toast
 
   void m_CreateIssueDetailsPopUp(int index);
+  /// Asks whether what the solution of row `index` would take away may go.
+  void m_CreateQuestionPopUp(int index, const SolutionPlan& plan);
   void m_IssueDetailBtn_1_Click();
   void m_IssueDetailBtn_2_Click();
   void m_ShowToastMsg(int index);

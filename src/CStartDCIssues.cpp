@@ -409,15 +409,20 @@ void CStartDCIssues::m_AskWhenFree() {
   const Decision& decision = m_decisions.front();
   const int row = m_RowOf(decision.issueCode);
   if (!m_screen.m_IsBuilt() || row < 0) return m_Withdraw();
+  m_CreateQuestionPopUp(row, decision.plan);
+}
+
+void CStartDCIssues::m_CreateQuestionPopUp(int index, const SolutionPlan& plan) {
+  if (!m_IsRow(index) || m_popup) return;
   m_screen.m_DismissToast();
   m_isAgreed = false;
   CUtils& utils = CUtils::Instance();
   utils.m_ShowDimBackground();
   m_popup = elm_flux_popup_add(utils.m_pGetAppWindow());
-  const MapToDBTable& issue = m_rows[static_cast<size_t>(row)];
-  const std::string action = CUtils::m_GetText((issue.action == "2" ? issue.sid_button2 : issue.sid_button1).c_str());
+  const MapToDBTable& row = m_rows[static_cast<size_t>(index)];
+  const std::string action = CUtils::m_GetText((row.action == "2" ? row.sid_button2 : row.sid_button1).c_str());
   elm_flux_popup_title_set(m_popup, action);
-  ShowPlan(m_popup, decision.plan);
+  ShowPlan(m_popup, plan);
   const auto add = [this](const std::string& text, bool agrees) {
     OnEvent(elm_flux_popup_button_add(m_popup, text), "clicked", [this, agrees](void*) {
       m_isAgreed = agrees;
@@ -433,6 +438,7 @@ void CStartDCIssues::m_AskWhenFree() {
 void CStartDCIssues::m_CloseQuestion() {
   if (!m_popup) return;
   m_ClosePopup();
+  if (m_decisions.empty()) return;
   if (!m_isAgreed) return m_Withdraw();
   m_decisions.front().step = Step::kApply;
   m_HandleNext();
