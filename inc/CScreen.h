@@ -70,4 +70,7 @@ Evas_Object* AddImage(Evas_Object* parent, const std::string& file, double width
 /// Adds a layout to the layout `parent`.
 Evas_Object* AddLayout(Evas_Object* parent, FluxLayoutType type, FluxAlign align, double width, double height);
 
+/// By how much texts are larger than as they are designed, as the viewer wants them.
+double Enlargement();
+
 }  // namespace QUVA

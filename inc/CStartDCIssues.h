@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
@@ -10,12 +11,15 @@
 #include "CScreen.h"
 #include "CScreenJob.h"
 #include "QUVA_Records.h"
+#include "SolutionPlan.h"
 
 namespace QUVA {
 
 /// The outcome of a scan, or the remaining issues: the device's state and the list of issues, each of which opens a
 /// popup with its solution. An issue that is solved leaves the list and the stored remaining problems; one whose
-/// solution has opened another application stays, marked, until it is found to be gone. Thread rule: main loop thread.
+/// solution has opened another application stays, marked, until it is found to be gone; so does one whose solution
+/// freed memory or storage, until the engine has looked again. What such a solution would end or remove that somebody
+/// may miss is asked about first. Thread rule: main loop thread.
 class CStartDCIssues {
  public:
   /// Created on first use, never destroyed.
@@ -55,6 +59,8 @@ class CStartDCIssues {
   // ---- the popup and the toast
 
   void m_CreateIssueDetailsPopUp(int index);
+  /// Asks whether what the solution of row `index` would take away may go.
+  void m_CreateQuestionPopUp(int index, const SolutionPlan& plan);
   void m_IssueDetailBtn_1_Click();
   void m_IssueDetailBtn_2_Click();
   void m_ShowToastMsg(int index);
@@ -64,7 +70,6 @@ class CStartDCIssues {
 
  private:
   struct SolvedSignal;
-  struct Outcome;
 
   CStartDCIssues();
 
@@ -76,23 +81,42 @@ class CStartDCIssues {
   void m_Choose(const char* button);
   void m_Handle(int index, bool apply);
   void m_HandleNext();
-  void m_EndHandling(const Outcome& outcome);
-  void m_TellOutcome(const std::string& issueCode, const Outcome& outcome);
+  void m_EndWork();
+  void m_EndHandling(int outcome);
+  void m_AskWhenFree();
+  void m_CloseQuestion();
+  void m_Withdraw();
+  void m_TellOutcome(const std::string& issueCode, int outcome);
+  void m_TellEffect(int row);
   std::string m_Heading() const;
   void m_TakeAway(const std::string& issueCode);
   void m_LookForGoneNowAndThen();
   void m_StopLookingForGone();
   void m_LookForGone();
-  bool m_IsOpened(const MapToDBTable& row) const;
+  bool m_IsWaitedFor(const MapToDBTable& row) const;
+  std::string m_WaitingText(const MapToDBTable& row) const;
   int m_RowOf(const std::string& issueCode) const;
   bool m_IsBeingHandled(const std::string& issueCode) const;
   void m_ShowToastText(const std::string& text, double seconds = CScreen::kToastTime);
 
+  enum class Step { kPlan, kAsk, kApply };
   /// What the viewer decided on an issue.
   struct Decision {
     std::string issueCode;
     bool apply;
+    Step step = Step::kPlan;
+    SolutionPlan plan{};
+    SolutionEffect effect{};
+    int outcome = 0;
   };
+  /// An issue of which it shows later whether it is gone.
+  struct Waiting {
+    std::string since;                          ///< when the issue was found
+    bool opened;                                ///< another application was opened; else the engine looks again
+    std::chrono::steady_clock::time_point end;  ///< by then it has
+  };
+
+  static void m_Work(Decision& decision);
 
   std::vector<MapToDBTable> m_rows;
   const std::unique_ptr<SolvedSignal> m_solved;
@@ -112,8 +136,8 @@ class CStartDCIssues {
   CScreenJob m_lookJob;
   Ecore_Timer* m_lookTimer = nullptr;
   std::deque<Decision> m_decisions;  ///< the first one is being carried out
-  /// The issues whose solution has opened another application, and when each was found.
-  std::map<std::string, std::string> m_opened;
+  bool m_isAgreed = false;           ///< the question that is open, or was last
+  std::map<std::string, Waiting> m_waiting;
 };
 
 }  // namespace QUVA

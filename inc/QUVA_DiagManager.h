@@ -49,7 +49,8 @@ class QUVA_DiagManager {
 
   /// The plug-in's entries for the screens; null when it is missing.
   ApplySolutionEntry m_pGetApplySolution() const { return m_applySolution; }
-  AdviceEntry m_pGetAdvice() const { return m_advice; }
+  PlanSolutionEntry m_pGetPlanSolution() const { return m_planSolution; }
+  ApplyAgreedEntry m_pGetApplyAgreed() const { return m_applyAgreed; }
   SaveResultEntry m_pGetSaveResult() const { return m_saveResult; }
 
   static void QGuideCallbackFunc(unsigned int id, DTSignalData data);
@@ -61,7 +62,8 @@ class QUVA_DiagManager {
 
   void* m_libHandle = nullptr;
   ApplySolutionEntry m_applySolution = nullptr;
-  AdviceEntry m_advice = nullptr;
+  PlanSolutionEntry m_planSolution = nullptr;
+  ApplyAgreedEntry m_applyAgreed = nullptr;
   SaveResultEntry m_saveResult = nullptr;
   LaunchAppEntry m_launchApp = nullptr;
   void (*m_reserved)() = nullptr;  ///< an entry that the plug-in had once; not set

@@ -1,11 +1,15 @@
 #pragma once
+
+#include "SolutionPlan.h"
+
 /// @file
 /// The entries of the solution-map parser plug-in, set_paths::kParserPlugin. No argument may be null; none throws.
 /// Thread rule: callable from any thread, on which they then run.
 
 /// What came of a solution. SOLUTION_OPENED: it has opened another application, in which the viewer may solve the
-/// issue; SOLUTION_NOT_ON_DEVICE: the device has no such application, and a stand-in was shown.
-enum { SOLUTION_FAILED = -1, SOLUTION_DONE = 0, SOLUTION_OPENED = 1, SOLUTION_NOT_ON_DEVICE = 2 };
+/// issue; SOLUTION_NOT_ON_DEVICE: the device has no such application, and a stand-in was shown; SOLUTION_TRIED: what
+/// can be done is done, and whether it helped shows when the engine looks again.
+enum { SOLUTION_FAILED = -1, SOLUTION_DONE = 0, SOLUTION_OPENED = 1, SOLUTION_NOT_ON_DEVICE = 2, SOLUTION_TRIED = 3 };
 
 extern "C" {
 
@@ -19,9 +23,14 @@ int ParseSolutionMap(void);
 /// at most for each deep clean, a minute for services, so not on the main thread.
 int RequestApplySolution(const char* issueCode);
 
-/// What the viewer is to be told of this thread's last RequestApplySolution(), where it failed and there is more to
-/// tell than that: a text in the menu language, else empty. Good until the thread's next one.
-const char* AdviceAfterFailure(void);
+/// Replaces `plan` by what the issue's solution would end and remove that somebody may miss. Measures: not on the main
+/// thread. 0, or -1 when the issue is unknown.
+int PlanSolution(const char* issueCode, QUVA::SolutionPlan* plan);
+
+/// RequestApplySolution() with what the viewer has agreed to, things of a plan of that solution; where the daemon does
+/// not run, cleaning up is done by this process, as far as its user may. Replaces `effect`. SOLUTION_TRIED where memory
+/// or storage was freed of an issue that the engine can see pass. Takes minutes at worst.
+int ApplyAgreedSolution(const char* issueCode, const QUVA::SolutionPlan* agreed, QUVA::SolutionEffect* effect);
 
 /// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as
 /// applied. 0 or -1.
@@ -38,7 +47,8 @@ inline constexpr char kDeclined[] = "cancel";
 
 using ParseSolutionMapEntry = decltype(&::ParseSolutionMap);
 using ApplySolutionEntry = decltype(&::RequestApplySolution);
-using AdviceEntry = decltype(&::AdviceAfterFailure);
+using PlanSolutionEntry = decltype(&::PlanSolution);
+using ApplyAgreedEntry = decltype(&::ApplyAgreedSolution);
 using SaveResultEntry = decltype(&::SaveResultToSolutionDB);
 using LaunchAppEntry = decltype(&::ProcessLaunchApp);
 

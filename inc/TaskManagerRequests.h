@@ -4,6 +4,7 @@
 /// kept off the main thread.
 
 #include <string>
+#include <vector>
 
 namespace QUVA {
 
@@ -21,6 +22,9 @@ int PerformMemBoost();
 /// Asks the task manager to clean every cache, and waits up to ten seconds for it.
 /// 0 when it has taken the request away, -1 otherwise.
 int PerformDeepClean();
+/// Asks the task manager to remove hoards that the viewer has agreed to, by their keys (set_care.h), and waits
+/// for it, two minutes at most; then the request is withdrawn. Whether it was served.
+bool PerformCleanHoards(const std::vector<std::string>& keys);
 /// What the browser engine of "YouTube" stores, in bytes; 0 when the task manager does not say.
 long long getAppSizeForYoutube();
 

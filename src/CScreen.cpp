@@ -116,4 +116,8 @@ Evas_Object* AddLayout(Evas_Object* parent, FluxLayoutType type, FluxAlign align
   return widget;
 }
 
+double Enlargement() {
+  return CUtils::Instance().m_GetEnlarge() != 0 ? FLUX_SCALE_ENLARGED / FLUX_SCALE_NORMAL : 1.0;
+}
+
 }  // namespace QUVA

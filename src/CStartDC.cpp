@@ -79,11 +79,6 @@ const char* SidOfCategory(const char* sid) {
   }
 }
 
-// By how much texts are larger than plain ones.
-double Enlargement() {
-  return CUtils::Instance().m_GetEnlarge() != 0 ? FLUX_SCALE_ENLARGED / FLUX_SCALE_NORMAL : 1.0;
-}
-
 }  // namespace
 
 struct CStartDC::Signals {

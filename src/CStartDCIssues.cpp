@@ -9,6 +9,7 @@
 
 #include "CGetData.h"
 #include "CMotion.h"
+#include "CSolutionPlan.h"
 #include "DeviceKind.h"
 #include "IssueResolution.h"
 #include "QUVA_DiagManager.h"
@@ -29,11 +30,15 @@ constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
 constexpr char kOpened[] = "TV_SID_VEXILO_OPENED";
 constexpr char kOpenedMessage[] = "TV_SID_VEXILO_OPENED_MSG";
+constexpr char kBeingChecked[] = "TV_SID_VEXILO_BEING_CHECKED";
+constexpr char kStillThere[] = "TV_SID_VEXILO_STILL_THERE";
+constexpr char kNothingToClose[] = "TV_SID_VEXILO_NOTHING_TO_CLOSE";
 constexpr char kNoSuchApp[] = "TV_SID_VEXILO_NO_SUCH_APP";
 constexpr char kNone[] = "NULL";  // in place of an id
 
-constexpr double kLookPeriod = 3.0;   // seconds
-constexpr double kAdviceTime = 20.0;  // seconds: there may be a command to write down
+constexpr double kLookPeriod = 3.0;                   // seconds
+constexpr double kAdviceTime = 20.0;                  // seconds: there may be a command to write down
+constexpr std::chrono::seconds kRecheckPatience(20);  // RecheckIssue() has looked by then
 
 constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kCompleteHeight = 12;
@@ -54,12 +59,6 @@ bool IsGiven(const std::string& sid) {
 }
 
 }  // namespace
-
-/// What came of a decision: a value of QUVA_ParserPlugin.h, and what the viewer is to do where it failed.
-struct CStartDCIssues::Outcome {
-  int value = SOLUTION_FAILED;
-  std::string advice{};
-};
 
 struct CStartDCIssues::SolvedSignal : boost::signals2::signal<void(const std::string& issueCode)> {};
 
@@ -230,7 +229,7 @@ std::string CStartDCIssues::m_item_label_get(int index, const std::string& part)
   if (part != "SubText1") return "";
   const std::string& code = m_rows[static_cast<size_t>(index)].issue_code;
   if (m_IsBeingHandled(code)) return CUtils::m_GetText(kWorking);
-  if (m_IsOpened(m_rows[static_cast<size_t>(index)])) return CUtils::m_GetText(kOpened);
+  if (const std::string waiting = m_WaitingText(m_rows[static_cast<size_t>(index)]); !waiting.empty()) return waiting;
   char date[1024] = "";
   GetDateInFormat(index, date);
   VEXILO_LOGD(" buf after fn is %s", date);
@@ -304,6 +303,8 @@ void CStartDCIssues::m_ClosePopup() {
   if (!m_popup) return;
   CUtils::Instance().m_HideDimBackground();
   m_popup.m_Delete();
+  // A question may have waited for it; not at once, the screen may be about to go.
+  ecore_job_add([](void* self) { static_cast<CStartDCIssues*>(self)->m_AskWhenFree(); }, this);
 }
 
 void CStartDCIssues::m_IssueDetailBtn_1_Click() {
@@ -360,57 +361,143 @@ int CStartDCIssues::m_RowOf(const std::string& issueCode) const {
 }
 
 void CStartDCIssues::m_HandleNext() {
-  const auto outcome = std::make_shared<Outcome>();
-  m_job.m_Start(
-      [outcome, decision = m_decisions.front()](const CScreenJob::Control&) {
-        const char* const code = decision.issueCode.c_str();
-        const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
-        outcome->value =
-            decision.apply ? manager->m_pGetApplySolution()(code) : manager->m_pGetSaveResult()(code, kDeclined);
-        if (decision.apply && manager->m_pGetAdvice()) outcome->advice = manager->m_pGetAdvice()();
-        // What stays stored would be back at the next start: the viewer is told to try again.
-        if (decision.apply && outcome->value == SOLUTION_DONE &&
-            !QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code))
-          outcome->value = SOLUTION_FAILED;
-      },
-      [this, outcome] { m_EndHandling(*outcome); }, [this] { m_EndHandling({}); });
+  // The queue may grow meanwhile, its first stays where it is.
+  Decision& decision = m_decisions.front();
+  m_job.m_Start([&decision](const CScreenJob::Control&) { m_Work(decision); }, [this] { m_EndWork(); },
+                [this] { m_EndHandling(SOLUTION_FAILED); });
 }
 
-void CStartDCIssues::m_EndHandling(const Outcome& outcome) {
-  const Decision decision = m_decisions.front();
+// On the worker. The main loop leaves all but the code to it.
+void CStartDCIssues::m_Work(Decision& decision) {
+  const char* const code = decision.issueCode.c_str();
+  const QUVA_DiagManager* const manager = QUVA_DiagManager::GetInstance();
+  if (!decision.apply) {
+    decision.outcome = manager->m_pGetSaveResult()(code, kDeclined);
+    return;
+  }
+  const PlanSolutionEntry plan = manager->m_pGetPlanSolution();
+  const ApplyAgreedEntry apply = manager->m_pGetApplyAgreed();
+  if (decision.step == Step::kPlan && plan && apply && plan(code, &decision.plan) == 0 &&
+      !decision.plan.things.empty()) {
+    decision.step = Step::kAsk;
+    return;
+  }
+  decision.step = Step::kApply;
+  decision.outcome = apply ? apply(code, &decision.plan, &decision.effect) : manager->m_pGetApplySolution()(code);
+  // What stays stored would be back at the next start: the viewer is told to try again.
+  if (decision.outcome == SOLUTION_DONE && !QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code))
+    decision.outcome = SOLUTION_FAILED;
+}
+
+void CStartDCIssues::m_EndWork() {
+  if (m_decisions.front().step == Step::kAsk) return m_AskWhenFree();
+  m_EndHandling(m_decisions.front().outcome);
+}
+
+void CStartDCIssues::m_EndHandling(int outcome) {
+  const std::string code = m_decisions.front().issueCode;
+  if (m_decisions.front().apply) m_TellOutcome(code, outcome);
   m_decisions.pop_front();
-  if (decision.apply) m_TellOutcome(decision.issueCode, outcome);
-  if (m_list) elm_flux_list_update(m_list, m_RowOf(decision.issueCode));
+  if (m_list) elm_flux_list_update(m_list, m_RowOf(code));
   if (!m_decisions.empty()) m_HandleNext();
 }
 
-void CStartDCIssues::m_TellOutcome(const std::string& issueCode, const Outcome& outcome) {
+// ---- asking before something goes that somebody may miss
+
+// Another popup that is open is not disturbed. Who has left the list does not agree.
+void CStartDCIssues::m_AskWhenFree() {
+  if (m_job.m_IsRunning() || m_decisions.empty() || m_decisions.front().step != Step::kAsk || m_popup) return;
+  const Decision& decision = m_decisions.front();
+  const int row = m_RowOf(decision.issueCode);
+  if (!m_screen.m_IsBuilt() || row < 0) return m_Withdraw();
+  m_CreateQuestionPopUp(row, decision.plan);
+}
+
+void CStartDCIssues::m_CreateQuestionPopUp(int index, const SolutionPlan& plan) {
+  if (!m_IsRow(index) || m_popup) return;
+  m_screen.m_DismissToast();
+  m_isAgreed = false;
+  CUtils& utils = CUtils::Instance();
+  utils.m_ShowDimBackground();
+  m_popup = elm_flux_popup_add(utils.m_pGetAppWindow());
+  const MapToDBTable& row = m_rows[static_cast<size_t>(index)];
+  const std::string action = CUtils::m_GetText((row.action == "2" ? row.sid_button2 : row.sid_button1).c_str());
+  elm_flux_popup_title_set(m_popup, action);
+  ShowPlan(m_popup, plan);
+  const auto add = [this](const std::string& text, bool agrees) {
+    OnEvent(elm_flux_popup_button_add(m_popup, text), "clicked", [this, agrees](void*) {
+      m_isAgreed = agrees;
+      CUtils::Instance().m_ExecuteReturn();
+    });
+  };
+  // The first one has the focus: never what takes something away.
+  add(CUtils::m_GetText("SID_CANCEL"), false);
+  add(action, true);
+  utils.m_RegisterForReturnStack({[] {}, [this] { m_CloseQuestion(); }}, false);
+}
+
+void CStartDCIssues::m_CloseQuestion() {
+  if (!m_popup) return;
+  m_ClosePopup();
+  if (m_decisions.empty()) return;
+  if (!m_isAgreed) return m_Withdraw();
+  m_decisions.front().step = Step::kApply;
+  m_HandleNext();
+}
+
+// Nothing was done and nothing is recorded: the issue is as it was.
+void CStartDCIssues::m_Withdraw() {
+  const std::string code = m_decisions.front().issueCode;
+  m_decisions.pop_front();
+  if (m_list) elm_flux_list_update(m_list, m_RowOf(code));
+  if (!m_decisions.empty()) m_HandleNext();
+}
+
+void CStartDCIssues::m_TellOutcome(const std::string& issueCode, int outcome) {
   const int row = m_RowOf(issueCode);
-  switch (outcome.value) {
+  switch (outcome) {
     case SOLUTION_DONE:
       // The toast says that it has been done, so it comes when that is known.
-      if (m_screen.m_IsBuilt()) m_ShowToastMsg(row);
+      if (m_screen.m_IsBuilt()) m_TellEffect(row);
       return m_TakeAway(issueCode);
     case SOLUTION_OPENED:  // what is opened there does not have to help
-      if (row >= 0) m_opened[issueCode] = m_rows[static_cast<size_t>(row)].last_time;
+    case SOLUTION_TRIED:   // nor does what came free
+      if (row >= 0)
+        m_waiting[issueCode] = {.since = m_rows[static_cast<size_t>(row)].last_time,
+                                .opened = outcome == SOLUTION_OPENED,
+                                .end = std::chrono::steady_clock::now() + kRecheckPatience};
       m_LookForGoneNowAndThen();
+      if (outcome == SOLUTION_TRIED) {
+        if (m_screen.m_IsBuilt()) m_TellEffect(row);
+        return;
+      }
       break;
     default:
       break;
   }
   if (!m_screen.m_IsBuilt()) return;
-  if (!outcome.advice.empty()) return m_ShowToastText(outcome.advice, kAdviceTime);
-  m_ShowToastText(CUtils::m_GetText(outcome.value == SOLUTION_OPENED          ? kOpenedMessage
-                                    : outcome.value == SOLUTION_NOT_ON_DEVICE ? kNoSuchApp
-                                                                              : kNotApplied));
+  const std::string& advice = m_decisions.front().effect.advice;
+  if (outcome == SOLUTION_FAILED && !advice.empty()) return m_ShowToastText(advice, kAdviceTime);
+  m_ShowToastText(CUtils::m_GetText(outcome == SOLUTION_OPENED          ? kOpenedMessage
+                                    : outcome == SOLUTION_NOT_ON_DEVICE ? kNoSuchApp
+                                                                        : kNotApplied));
 }
 
-// ---- what was opened elsewhere
+// What came free; where nothing was asked about, what the map says.
+void CStartDCIssues::m_TellEffect(int row) {
+  const Decision& decision = m_decisions.front();
+  const std::string text = EffectText(decision.effect, decision.plan);
+  if (!text.empty()) return m_ShowToastText(text);
+  if (decision.outcome == SOLUTION_TRIED) return m_ShowToastText(CUtils::m_GetText(kNothingToClose));
+  m_ShowToastMsg(row);
+}
+
+// ---- what shows later
 
 // The engine looks again a while after the solution; the viewer may need longer than that.
 void CStartDCIssues::m_LookForGoneNowAndThen() {
   const bool isAnyShown =
-      std::any_of(m_rows.begin(), m_rows.end(), [this](const MapToDBTable& row) { return m_IsOpened(row); });
+      std::any_of(m_rows.begin(), m_rows.end(), [this](const MapToDBTable& row) { return m_IsWaitedFor(row); });
   if (!isAnyShown || !m_screen.m_IsBuilt() || m_lookTimer) return;
   const auto look = [](void* self) {
     static_cast<CStartDCIssues*>(self)->m_LookForGone();
@@ -427,18 +514,20 @@ void CStartDCIssues::m_StopLookingForGone() {
 
 void CStartDCIssues::m_LookForGone() {
   if (m_lookJob.m_IsRunning()) return;
-  std::vector<std::string> opened;
+  std::vector<std::string> waiting;
   for (const MapToDBTable& row : m_rows)
-    if (m_IsOpened(row)) opened.push_back(row.issue_code);
-  if (opened.empty()) return m_StopLookingForGone();
+    if (m_IsWaitedFor(row)) waiting.push_back(row.issue_code);
+  for (const auto& [code, since] : m_waiting)
+    if (const int row = m_RowOf(code); m_list && row >= 0) elm_flux_list_update(m_list, row);  // its time may be over
+  if (waiting.empty()) return m_StopLookingForGone();
   const auto gone = std::make_shared<std::vector<std::string>>();
   const auto takeAway = [this, gone] {
     for (const std::string& code : *gone)
       if (!m_IsBeingHandled(code)) m_TakeAway(code);
   };
   m_lookJob.m_Start(
-      [opened, gone](const CScreenJob::Control&) {
-        for (const std::string& code : opened) {
+      [waiting, gone](const CScreenJob::Control&) {
+        for (const std::string& code : waiting) {
           if (!IsFalseNow(NumberOf(code))) continue;
           if (QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code)) gone->push_back(code);
         }
@@ -446,14 +535,21 @@ void CStartDCIssues::m_LookForGone() {
       takeAway, takeAway);
 }
 
-// The same issue found anew is another one.
-bool CStartDCIssues::m_IsOpened(const MapToDBTable& row) const {
-  const auto at = m_opened.find(row.issue_code);
-  return at != m_opened.end() && at->second == row.last_time;
+bool CStartDCIssues::m_IsWaitedFor(const MapToDBTable& row) const {
+  const auto at = m_waiting.find(row.issue_code);
+  // The same issue found anew is another one.
+  return at != m_waiting.end() && at->second.since == row.last_time &&
+         (at->second.opened || std::chrono::steady_clock::now() < at->second.end);
+}
+
+std::string CStartDCIssues::m_WaitingText(const MapToDBTable& row) const {
+  const auto at = m_waiting.find(row.issue_code);
+  if (at == m_waiting.end() || at->second.since != row.last_time) return "";
+  return CUtils::m_GetText(at->second.opened ? kOpened : m_IsWaitedFor(row) ? kBeingChecked : kStillThere);
 }
 
 void CStartDCIssues::m_TakeAway(const std::string& issueCode) {
-  m_opened.erase(issueCode);
+  m_waiting.erase(issueCode);
   (*m_solved)(issueCode);
   m_RemoveItemFromIndex(m_RowOf(issueCode));
 }

@@ -77,7 +77,8 @@ void QUVA_DiagManager::createLibHandler() {
   VEXILO_LOGI("dlysm before call");
   if (!Resolve(m_libHandle, "ParseSolutionMap", m_parseSolutionMap, "dlsym failed for parse Solution Map")) return;
   Resolve(m_libHandle, "RequestApplySolution", m_applySolution, "dlsym failed");
-  Resolve(m_libHandle, "AdviceAfterFailure", m_advice, "dlsym failed");
+  Resolve(m_libHandle, "PlanSolution", m_planSolution, "dlsym failed");
+  Resolve(m_libHandle, "ApplyAgreedSolution", m_applyAgreed, "dlsym failed");
   Resolve(m_libHandle, "SaveResultToSolutionDB", m_saveResult, "dlsym failed");
   Resolve(m_libHandle, "ProcessLaunchApp", m_launchApp, "dlsym failed");
 }

@@ -19,6 +19,7 @@ namespace {
 
 constexpr auto kPause = std::chrono::seconds(1);
 constexpr auto kTurnPatience = std::chrono::seconds(3);
+constexpr auto kHoardsPatience = std::chrono::seconds(120);
 constexpr size_t kLargestAnswer = 64;  // bytes: two numbers
 constexpr int kSizeChecks = 5;
 constexpr int kDeepCleanChecks = 10;
@@ -169,6 +170,17 @@ int PerformDeepClean() {
   }
   VEXILO_LOGE("Deep Clean Process unable to complete in 10 seconds.. so returning failure...");
   return -1;
+}
+
+bool PerformCleanHoards(const std::vector<std::string>& keys) {
+  std::string line;
+  for (const std::string& key : keys) line += (line.empty() ? "" : " ") + key;
+  const std::string request = tager::TriggerPath(tager::kCleanHoards);
+  if (!CreateAndLog(request, line + "\n")) return false;
+  if (FileWatch(request).WaitFor(false, kHoardsPatience)) return true;
+  VEXILO_LOGE("the task manager has not removed %s in time", line.c_str());
+  RemoveFile(request);
+  return false;
 }
 
 long long getAppSizeForYoutube() {

@@ -148,7 +148,8 @@ TEST_F(DiagManager, ManyDiagnosesAndTheScreensAtOnce) {
 TEST(DiagManagerFault, EachEntryThatThePluginLacksIsNamed) {
   fs::copy_file(PROBE_PARSER, kPlugin);
   Manager();
-  for (const char* entry : {"RequestApplySolution", "AdviceAfterFailure", "SaveResultToSolutionDB", "ProcessLaunchApp"})
+  for (const char* entry :
+       {"RequestApplySolution", "PlanSolution", "ApplyAgreedSolution", "SaveResultToSolutionDB", "ProcessLaunchApp"})
     EXPECT_EQ(Count(Log(), std::string("undefined symbol: ") + entry), 1) << entry;
 }
 

@@ -7,10 +7,12 @@
 #include <regex>
 
 #include "c_handle.h"
+#include "cleaning/hoards.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
 #include "packages/removal.h"
 #include "pkgmgr_client.h"
+#include "set_care.h"
 #include "set_names.h"
 #include "setd/deep_clean.h"
 #include "setd/memory.h"
@@ -280,6 +282,15 @@ TEST_F(Flatpaks, AreEndedBeforeTheyAreClearedButNotByCleaningUp) {
   EXPECT_GE(ProcessesOf({one}).size(), 2u) << "the shell and what it started";
   EXPECT_TRUE(setd::CleanAll(kGoesOn));
   EXPECT_TRUE(setd::BoostMemory(kGoesOn)) << "nobody knows what the viewer looks at";
+  EXPECT_FALSE(ProcessesOf({one}).empty());
+  // Who was asked looks at the question.
+  ASSERT_EQ(set_care::BackgroundApps().size(), 1u);
+  EXPECT_GT(set_care::BackgroundApps()[0].bytes, 0);
+  EXPECT_TRUE(set_care::EndApps({"org.test.Other"}).empty());
+  EXPECT_FALSE(ProcessesOf({one}).empty());
+  ASSERT_EQ(set_care::EndApps({kOne}).size(), 1u);
+  EXPECT_TRUE(HasEnded(*running));
+  running = Start();
   ASSERT_EQ(vconf_set_str(set_names::kForegroundAppKey, kOne.c_str()), 0);
   EXPECT_TRUE(setd::BoostMemory(kGoesOn));
   EXPECT_TRUE(fs::exists(kData / kOne / "cache/d"));
@@ -294,6 +305,30 @@ TEST_F(Flatpaks, AreEndedBeforeTheyAreClearedButNotByCleaningUp) {
     EXPECT_EQ(data ? ClearData(one) : ClearCache(one), PKGMGR_R_OK);
     EXPECT_TRUE(HasEnded(*running));
   }
+}
+
+TEST_F(Flatpaks, RuntimesThatNoApplicationNeedsGoWhenAskedFor) {
+  const auto bytes = [] {
+    for (const cleaning::Stock& stock : cleaning::FindHoards())
+      if (stock.hoard == cleaning::Hoard::kFlatpakRuntimes) return stock.bytes;
+    return int64_t{0};
+  };
+  const auto isThere = [](const fs::path& installation) { return fs::exists(installation / "runtime/org.test.Base"); };
+  Export(kOne, "stable");
+  for (const fs::path& installation : {kUser, kSystem}) Install(installation, kOne);
+  EXPECT_EQ(bytes(), 0) << "it is needed";
+  EXPECT_EQ(cleaning::RemoveHoard(cleaning::Hoard::kFlatpakRuntimes).error, 0);
+  EXPECT_TRUE(isThere(kUser));
+  for (const fs::path& installation : {kUser, kSystem})
+    Tool({"flatpak", "--user", "uninstall", "-y", "--noninteractive", kOne}, installation);
+  const int64_t unused = bytes();
+  EXPECT_GT(unused, 1 << 20);
+  EXPECT_TRUE(isThere(kUser)) << "it was only measured";
+  const packages::TreeResult removed = cleaning::RemoveHoard(cleaning::Hoard::kFlatpakRuntimes);
+  EXPECT_EQ(removed.error, 0);
+  EXPECT_GT(removed.bytes, unused / 2);
+  EXPECT_FALSE(isThere(kUser));
+  EXPECT_TRUE(isThere(kSystem)) << "other users' applications may need it";
 }
 
 TEST_F(Flatpaks, AreRemovedInAllBranchesWithTheirDataAndNothingElse) {

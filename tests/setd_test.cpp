@@ -5,16 +5,18 @@
 #include <ctime>
 
 #include "base/program.h"
+#include "base/running_time.h"
 #include "c_handle.h"
+#include "cleaning/cleanup.h"
+#include "cleaning/hoards.h"
+#include "cleaning/leftovers.h"
 #include "packages/package_store.h"
 #include "set_paths.h"
 #include "setd/deep_clean.h"
-#include "setd/leftovers.h"
 #include "setd/privileges.h"
 #include "setd/report.h"
 #include "setd/report_results.h"
 #include "setd/request.h"
-#include "setd/running_time.h"
 #include "setd/scrubber.h"
 #include "support/files.h"
 #include "support/fork.h"
@@ -24,6 +26,7 @@
 namespace {
 
 using namespace setd;
+using namespace cleaning;
 
 void SetAge(const std::string& setPath, time_t seconds) {
   const timespec times[2] = {{time(nullptr) - seconds, 0}, {time(nullptr) - seconds, 0}};
@@ -64,6 +67,9 @@ TEST(SetdRequest, IsReadOrRefusedAndGoes) {
       {measure, "org.a|\n", "", kRefused, kRefused, ""},
       {"memBoost", "", "", kReady, kReady, " "},
       {"CleanAll.txt", "CleanUp\n", "", kReady, kReady, " "},
+      {"CleanHoards.txt", "journals core_dumps\n", "", kReady, kReady, " "},
+      {"CleanHoards.txt", "journals homes\n", "", kIncomplete, kRefused, ""},
+      {"CleanHoards.txt", "journals", "", kIncomplete, kRefused, ""},
       {"CleanAll.txt", "CleanUp now\n", "", kIncomplete, kRefused, ""},
       {"somethingElse", "", "", ReadState::kNoRequest, ReadState::kNoRequest, ""},
   };
@@ -759,6 +765,88 @@ TEST(SetdDeepClean, DoesWhatTheProfileHasWithinItsTime) {
   EXPECT_TRUE(CleanAll(stop));
   ExpectGone(rows);
   EXPECT_THAT(Log(), testing::ContainsRegex("deep clean: old thumbnails: removed 1, freed [1-9][0-9]* bytes\n"));
+}
+
+// --- What the viewer is asked about ----------------------------------------------------------------------------------
+
+const std::string kJournal = set_paths::kJournals + std::string("/") + std::string(32, 'a') + "/";
+
+std::string ArchivedJournal(int number) {
+  return kJournal + "system@" + std::string(32, 'b') + "-" + std::string(15, '0') + std::to_string(number) + "-" +
+         std::string(15, '0') + std::to_string(number) + ".journal";
+}
+
+TEST(Hoards, AreFoundWithTheirSizesAndRemovedEachByItself) {
+  constexpr int64_t kMebibyte = 1 << 20;
+  const std::string content(3 * kMebibyte / 2, 'x'), dumps = set_paths::kCoreDumps + std::string("/"),
+                                                     crashes = set_paths::kCrashReports + std::string("/");
+  EXPECT_TRUE(FindHoards().empty());
+  WriteFile(set_paths::kJournalSettings, "[Journal]\n#SystemMaxUse=1K\nSystemMaxUse=9G\n");
+  WriteFile(set_paths::kJournalSettings + std::string(".d/10.conf"), "[Journal]\nSystemMaxUse=4M\n");
+  const struct {
+    std::string file;
+    std::optional<Hoard> hoard;  // that takes it away
+  } kFiles[] = {{ArchivedJournal(1), Hoard::kJournals},
+                {ArchivedJournal(2), Hoard::kJournals},
+                {ArchivedJournal(3), std::nullopt},
+                {kJournal + "system.journal", std::nullopt},
+                {dumps + "core.player.1000.abc.42.zst", Hoard::kCoreDumps},
+                {dumps + "notes.txt", std::nullopt},
+                {crashes + "_usr_bin_player.1000.crash", Hoard::kCoreDumps},
+                {kThumbnails + "normal/" + kHash + "1.png", Hoard::kThumbnails},
+                {kThumbnails + "normal/mine.png", std::nullopt},
+                {kArchives + "a.deb", Hoard::kPackageArchives}};
+  for (const auto& each : kFiles) WriteFile(each.file, content);
+  WriteFile("/home/owner/share/outside", content);
+  fs::create_symlink(SystemPath("/home/owner/share/outside"), SystemPath(dumps + "core.link"));
+  std::map<Hoard, int64_t> found;
+  for (const Stock& stock : FindHoards()) {
+    EXPECT_TRUE(stock.mayRemove) << KeyOf(stock.hoard);
+    found[stock.hoard] = stock.bytes / (kMebibyte / 4);
+  }
+  // Of six mebibytes of journals four may stay.
+  EXPECT_EQ(
+      found,
+      (std::map<Hoard, int64_t>{
+          {Hoard::kJournals, 8}, {Hoard::kCoreDumps, 12}, {Hoard::kThumbnails, 6}, {Hoard::kPackageArchives, 6}}));
+  WriteFile(set_paths::kSetProfile, "[deep_clean]\njournals=0\ncore_dumps=no\n");
+  EXPECT_EQ(FindHoards().size(), 2u);
+  EXPECT_EQ(RemoveHoard(Hoard::kCoreDumps).bytes, 0) << "it is switched off";
+  WriteFile(set_paths::kSetProfile, "");
+  for (const auto& [hoard, size] : found) {
+    const packages::TreeResult removed = RemoveHoard(hoard);
+    EXPECT_EQ(removed.error, 0) << KeyOf(hoard);
+    EXPECT_GE(removed.bytes / (kMebibyte / 4), size) << KeyOf(hoard);
+    for (const auto& each : kFiles) {
+      if (each.hoard == hoard || !each.hoard) {
+        EXPECT_NE(Exists(each.file), each.hoard.has_value()) << each.file;
+      }
+    }
+  }
+  EXPECT_TRUE(Exists("/home/owner/share/outside"));
+  EXPECT_TRUE(FindHoards().empty());
+}
+
+TEST(Hoards, OfOthersStayAndSaySo) {
+  if (geteuid() != 0) GTEST_SKIP() << "giving files away takes root";
+  const std::string own = set_paths::kCrashReports + std::string("/a.crash"), other = own + ".other.crash";
+  for (const std::string& file : {own, other, set_paths::kCoreDumps + std::string("/core.a"), ArchivedJournal(1)})
+    WriteFile(file, std::string(100 << 20, 'x'));
+  ASSERT_EQ(chown(SystemPath(own).c_str(), 4711, -1), 0);
+  fs::permissions(SystemPath(set_paths::kCrashReports), fs::perms(01777));
+  ExpectEndsWell(Fork([&] {
+    ASSERT_EQ(setresuid(4711, 4711, 4711), 0);
+    for (const Stock& stock : FindHoards()) {
+      // Of the two reports there his own counts, of the system's dumps all.
+      EXPECT_FALSE(stock.mayRemove) << KeyOf(stock.hoard);
+      EXPECT_EQ(stock.bytes >> 20, stock.hoard == Hoard::kJournals ? 36 : 200) << KeyOf(stock.hoard);
+    }
+    EXPECT_EQ(FindHoards().size(), 2u);
+    EXPECT_EQ(RemoveHoard(Hoard::kCoreDumps).error, EACCES);
+    EXPECT_EQ(RemoveHoard(Hoard::kJournals).error, EACCES);
+  }));
+  EXPECT_FALSE(Exists(own));
+  EXPECT_TRUE(Exists(other) && Exists(set_paths::kCoreDumps + std::string("/core.a")) && Exists(ArchivedJournal(1)));
 }
 
 }  // namespace

@@ -31,6 +31,9 @@ inline constexpr char kMemoryBoost[] = "memBoost";
 inline constexpr char kDeepClean[] = "CleanAll.txt";
 inline constexpr char kDeepCleanText[] = "CleanUp\n";  ///< what the trigger of a deep clean says
 
+inline constexpr char kCleanHoards[] =
+    "CleanHoards.txt";  ///< says "HOARD HOARD…\n", names of what the viewer agreed to
+
 /// Of the answer to a measurement, and the application id: an acknowledgement and, there before it, a result.
 inline constexpr char kAnswerPrefix[] = "appDataCacheSize_";
 /// What the result says, for printf and scanf: data and cache, long, in bytes.

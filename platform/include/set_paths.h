@@ -51,6 +51,10 @@ inline constexpr char kFlatpakHelper[] = "/usr/lib/vexilo-flatpak";
 inline constexpr char kOwnerHome[] = "/opt/usr/home/owner";
 inline constexpr char kPackageArchives[] = "/var/cache/apt/archives";
 inline constexpr char kLastingTemporary[] = "/var/tmp";
+inline constexpr char kCoreDumps[] = "/var/lib/systemd/coredump";
+inline constexpr char kCrashReports[] = "/var/crash";
+inline constexpr char kJournals[] = "/var/log/journal";
+inline constexpr char kJournalSettings[] = "/etc/systemd/journald.conf";  // and NAME.d/*.conf
 
 // Facts of the set.
 inline constexpr char kUserPartition[] = "/opt";

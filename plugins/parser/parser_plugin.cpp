@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "QUVA_Storage.h"
 #include "SolutionMap.h"
 #include "VexiloLog.h"
+#include "agreed_actions.h"
 #include "set_paths.h"
 #include "solution_actions.h"
 #include "trevlin_engine.h"
@@ -90,22 +92,27 @@ int ReadAndStoreMap() {
   return kDone;
 }
 
-thread_local std::string t_advice;
+// Whether the engine can see the issue pass (docs/solution-map.md): what did not help is told then.
+bool CanPass(const char* issueCode) {
+  constexpr int kFirstState = 10000000, kFirstEvent = 20000000;
+  const int code = std::atoi(issueCode);
+  return code >= kFirstState && code < kFirstEvent;
+}
 
-int Apply(const char* issueCode) {
-  t_advice.clear();
+int Apply(const char* issueCode, const std::function<int(const std::string& type, const std::string& value)>& perform) {
   const auto solution = FindSolution(issueCode);
   if (!solution) return kFailed;
   int outcome = SOLUTION_DONE;
   for (const auto& [type, value] : solution->sol_values) {
-    const int step = solution_actions::Perform(type, value, t_advice);
+    const int step = perform(type, value);
     if (step == SOLUTION_FAILED) {
       VEXILO_LOGE("solution of issue %s was not applied: [%s] [%s] failed", issueCode, type.c_str(), value.c_str());
       return SOLUTION_FAILED;
     }
     if (outcome != SOLUTION_OPENED && step != SOLUTION_DONE) outcome = step;
   }
-  const int recorded = Record(*solution, outcome == SOLUTION_DONE);
+  if (outcome == SOLUTION_TRIED && !CanPass(issueCode)) outcome = SOLUTION_DONE;
+  const int recorded = Record(*solution, outcome == SOLUTION_DONE || outcome == SOLUTION_TRIED);
   // Whether it helped shows later.
   RecheckIssue(std::atoi(issueCode));
   return recorded == kDone ? outcome : SOLUTION_FAILED;
@@ -118,11 +125,32 @@ int ParseSolutionMap() {
 }
 
 int RequestApplySolution(const char* issueCode) {
-  return Guarded(int{SOLUTION_FAILED}, [issueCode] { return Apply(issueCode); });
+  return Guarded(int{SOLUTION_FAILED}, [issueCode] {
+    std::string advice;
+    return Apply(issueCode, [&advice](const std::string& type, const std::string& value) {
+      return solution_actions::Perform(type, value, advice);
+    });
+  });
 }
 
-const char* AdviceAfterFailure() {
-  return t_advice.c_str();
+int PlanSolution(const char* issueCode, SolutionPlan* plan) {
+  return Guarded(kFailed, [issueCode, plan] {
+    *plan = {};
+    const auto solution = FindSolution(issueCode);
+    if (!solution) return kFailed;
+    for (const auto& [type, value] : solution->sol_values) agreed_actions::Plan(type, *plan);
+    return kDone;
+  });
+}
+
+int ApplyAgreedSolution(const char* issueCode, const SolutionPlan* agreed, SolutionEffect* effect) {
+  return Guarded(int{SOLUTION_FAILED}, [issueCode, agreed, effect] {
+    *effect = {};
+    return Apply(issueCode, [agreed, effect](const std::string& type, const std::string& value) {
+      return agreed_actions::Handles(type) ? agreed_actions::Perform(type, *agreed, *effect)
+                                           : solution_actions::Perform(type, value, effect->advice);
+    });
+  });
 }
 
 int SaveResultToSolutionDB(const char* issueCode, const char* result) {

@@ -329,6 +329,22 @@ TEST(Setd, BoostEndsWhatNobodyLooksAt) {
 
 constexpr char kDeepClean[] = "/tmp/tager/req/CleanAll.txt";
 
+TEST(Setd, RemovesWhatTheViewerAgreedToAndNothingElse) {
+  const std::string dump = set_paths::kCoreDumps + std::string("/core.a"),
+                    journal = set_paths::kJournals + ("/" + std::string(32, 'a') + "/"),
+                    archived = journal + "system@" + std::string(32, 'b') + "-" + std::string(15, '0') + "1-" +
+                               std::string(15, '0') + "1.journal",
+                    archive = set_paths::kPackageArchives + std::string("/a.deb");
+  for (const std::string& file : {dump, archived, journal + "system.journal", archive})
+    WriteFile(file, std::string(2 << 20, 'x'));
+  WriteFile(set_paths::kJournalSettings, "[Journal]\nSystemMaxUse=1M\n");
+  const Process daemon = StartDaemon();
+  WriteFile("/tmp/tager/req/CleanHoards.txt", "journals core_dumps\n");
+  EXPECT_TRUE(Goes("/tmp/tager/req/CleanHoards.txt"));
+  EXPECT_FALSE(Exists(dump) || Exists(archived));
+  EXPECT_TRUE(Exists(journal + "system.journal") && Exists(archive));
+}
+
 TEST(Setd, TheWebEnginesSizeIsToldAtTheStartAndWithEachAnswer) {
   const std::string web = "9Ur5IzDKqV", stored = set_paths::kCobaltDir + std::string("/disk");
   const auto isRight = [] { return ReadFile(set_paths::kCobaltSize) == SizeOf(set_paths::kCobaltDir); };

@@ -5,7 +5,10 @@
 
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
+#include "base/daemon_lock.h"
 #include "request_files.h"
+#include "support/fork.h"
+#include "support/process.h"
 #include "support/remaining_rows.h"
 #include "support/test_bus.h"
 #include "trevlin/trevlin_database.h"
@@ -291,8 +294,36 @@ TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
   }
 }
 
+/// Whether the set has a daemon that serves it, whose requests the test takes.
+class Daemon {
+ public:
+  Daemon() {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    m_child = Fork([&] {
+      DaemonPlace place;
+      std::string problem;
+      const char taken = place.Take(problem) ? 'y' : 'n';
+      EXPECT_EQ(write(ends[1], &taken, 1), 1);
+      pause();
+    });
+    char taken = 0;
+    EXPECT_EQ(read(ends[0], &taken, 1), 1);
+    EXPECT_EQ(taken, 'y');
+    close(ends[0]), close(ends[1]);
+  }
+  ~Daemon() {
+    kill(m_child, SIGKILL);
+    waitpid(m_child, nullptr, 0);
+  }
+
+ private:
+  pid_t m_child;
+};
+
 // Applying a deep clean takes as long as the task manager does, and may fail after it.
 TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
+  const Daemon daemon;
   StoreRemaining({{"1", Step("deepclean")}, {"2", Step("deepclean") + Step("reboot")}, {"3", Step("memboost")}});
   Open();
   CHomeScreen::Instance()->m_SetDCIssues({Row("1"), Row("2")});
@@ -394,6 +425,73 @@ TEST_F(Screens, AServiceThatThisUserMayNotRestartSaysWhichCommandDoes) {
   EXPECT_TRUE(Soon([&] { return Shows(advice); }));
   Press("Down Return Return");
   EXPECT_TRUE(Soon([&] { return ShowsSid("TV_SID_VEXILO_COULD_NOT_DO_IT") && !Shows(advice); }));
+}
+
+// Without a daemon: what the viewer agrees to is done by the application itself.
+TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelped) {
+  constexpr char kMemory[] = "10050001", kStorage[] = "10040001";
+  PlantPackage("org.player", "Player");
+  const std::string program = SystemPath("/opt/usr/apps/org.player/run");
+  const std::string never = SystemPath("/opt/usr/apps/org.player/never");
+  ASSERT_EQ(mkfifo(never.c_str(), 0600), 0);
+  WriteHostFile(program,
+                "#!/bin/sh\nx=$(head -c 20000000 /dev/zero | tr '\\0' x)\necho ready\nread y <>" + never + "\n");
+  fs::permissions(program, fs::perms(0755));
+  ChildProcess player({program});
+  ASSERT_EQ(player.ReadLine(), "ready") << player.Errors();
+  const std::string dump = set_paths::kCoreDumps + "/core.player.1"s;
+  WriteFile(dump, std::string(3 << 20, 'x'));
+  StoreRemaining({{kMemory, Step("memboost")}, {kStorage, Step("deepclean")}});
+  Open();
+  OpenList({Row(kMemory), Row(kStorage)});
+  ASSERT_TRUE(FocusBecomes("list"));
+  const auto text = [](const char* sid) { return CUtils::m_GetText(sid); };
+  const auto note = [](int row) { return List().m_item_label_get(row, "SubText1"); };
+
+  Press("Return Return");
+  ASSERT_TRUE(Soon([&] { return Shows("Player"); }, 10));
+  EXPECT_TRUE(FocusBecomes("cancel"));
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_APPS_CLOSE"));
+  Press("Return");
+  EXPECT_EQ(StackSize(), 1u);
+  EXPECT_EQ(kill(player.Pid(), 0), 0);
+  EXPECT_NE(note(0), text("TV_SID_VEXILO_WORKING_ON_IT"));
+  _DTSolDBRecord record;
+  EXPECT_NE(GetSolutionDB(10050001, &record), TREVLIN_OK) << "nothing was decided";
+
+  Press("Return Return");
+  ASSERT_TRUE(Soon([&] { return Shows("Player"); }, 10));
+  Press("Right Return");
+  EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_BEING_CHECKED"); }, 10));
+  EXPECT_FALSE(player.Wait().timedOut);
+  std::string told;
+  EXPECT_TRUE(Soon([&] {
+    for (const Shown& shown : Texts())
+      if (shown.text.starts_with(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_CLOSED", "Player"))) told = shown.text;
+    return !told.empty();
+  }));
+  EXPECT_THAT(told, testing::ContainsRegex("(19|2[0-4])\\.[0-9]+MB of memory")) << "no file cache";
+  Press("XF86Back");
+
+  Press("Down Return Return");
+  ASSERT_TRUE(Soon([&] { return ShowsSid("TV_SID_VEXILO_CRASH_RECORDS"); }, 10));
+  EXPECT_TRUE(fs::exists(SystemPath(dump)));
+  Press("Right Return");
+  EXPECT_TRUE(Soon([&] { return note(1) == text("TV_SID_VEXILO_BEING_CHECKED"); }, 10));
+  EXPECT_FALSE(fs::exists(SystemPath(dump)));
+  EXPECT_FALSE(fs::exists(SystemPath(tager::TriggerPath(tager::kDeepClean)))) << "nobody would take it";
+  EXPECT_TRUE(Soon([&] {
+    return std::ranges::any_of(Texts(), [&](const Shown& shown) {
+      return shown.text.find(text("TV_SID_VEXILO_CRASH_RECORDS")) != std::string::npos &&
+             shown.text.find("→") != std::string::npos;
+    });
+  }));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(10040001, 10050001)) << "not before the engine says so";
+  trevlin::Database(trevlin::Database::Access::kReadWrite)
+      .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = 10040001, .type = DT_TRANSITION_TYPE_FALSE});
+  EXPECT_TRUE(Soon([&] { return note(1).empty(); }, 10));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(10050001));
+  EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_STILL_THERE"); }, 60));
 }
 
 // It would be back when the application is started again.

@@ -97,6 +97,15 @@ class Screens : public testing::Test {
     while (StackSize() > 0) Utils().m_DropFromReturnStack();
   }
 
+  /// Of both kinds, with more things than are listed and some that stay.
+  static QUVA::SolutionPlan LongPlan() {
+    using enum QUVA::PlannedKind;
+    const QUVA::PlannedThing logs{kHoard, "journals", "TV_SID_VEXILO_SYSTEM_LOGS", 900 << 20},
+        files{kHoard, "package_archives", "TV_SID_VEXILO_INSTALL_FILES", 1 << 20},
+        crashes{kHoard, "core_dumps", "TV_SID_VEXILO_CRASH_RECORDS", 1 << 20};
+    return {.things = {{kApp, "org.player", "Player", 1000 << 20}, logs, files}, .kept = {files, crashes, logs}};
+  }
+
   struct OpenScreen {
     const char* name;
     std::function<void()> open;
@@ -108,6 +117,11 @@ class Screens : public testing::Test {
     return {{"home", [] { OpenHome(); }, 36, 11},
             {"list", [issues] { OpenList(Rows(issues)); }, 17, 7},
             {"popup", [] { OpenList(Rows(1)), QUVA::CStartDCIssues::Instance()->m_CreateIssueDetailsPopUp(0); }},
+            {"question",
+             [] {
+               OpenList(Rows(1));
+               QUVA::CStartDCIssues::Instance()->m_CreateQuestionPopUp(0, LongPlan());
+             }},
             {"empty list", [] { OpenList({}); }},
             {"cards", [] { QUVA::CSelfDiagnosis::Instance()->m_CreateSelfDiagnosis(true); }},
             {"report", [] { QUVA::CErrorReport::Instance()->m_CreateErrorReport(); }},

@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::string_view kProgress = "progress ", kDone = "done", kFailed = "failed ";
+constexpr std::string_view kProgress = "progress ", kUnused = "unused ", kDone = "done", kFailed = "failed ";
 constexpr std::chrono::seconds kEndPatience{2};
 constexpr size_t kMaxLine = 4096;
 constexpr long kMaxErrno = 4095;
@@ -68,7 +68,8 @@ Problem ReadFailure(const std::string& words) {
 }  // namespace
 
 HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::milliseconds limit,
-                    const std::function<void(int)>& onProgress, Problem& problem) {
+                    const std::function<void(int)>& onProgress, Problem& problem,
+                    const std::function<void(int64_t bytes)>& onUnused) {
   const auto deadline = Clock::now() + limit;
   arguments.insert(arguments.begin(), SystemPath(set_paths::kFlatpakHelper));
   int ends[2] = {-1, -1};
@@ -84,6 +85,7 @@ HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::
   Lines lines(output.get());
   for (std::string line; lines.Next(line, deadline);) {
     if (line.starts_with(kProgress) && onProgress) onProgress(std::atoi(line.c_str() + kProgress.size()));
+    if (line.starts_with(kUnused) && onUnused) onUnused(std::atoll(line.c_str() + kUnused.size()));
     if (line != kDone && !line.starts_with(kFailed)) continue;
     HasEnded(process, kEndPatience);
     EndProgram(process);

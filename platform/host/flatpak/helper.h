@@ -6,6 +6,7 @@
 /// Its lines, on standard output:
 ///
 ///     progress N        0 to 100, rising
+///     unused N          the bytes that the runtimes take which no application needs
 ///     done              at last, when all went well
 ///     failed N REASON   at last, when not; N is an errno, 0 when none says it: EBUSY when another program is changing
 ///     the
@@ -14,11 +15,17 @@
 /// Thread rule: callable from any thread.
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace flatpak {
+
+/// Tells what the runtimes take which no application in the installation needs, and removes them. Both have the
+/// installation as their argument.
+inline constexpr char kListUnused[] = "unused";
+inline constexpr char kRemoveUnused[] = "remove-unused";
 
 enum class HelperEnd {
   kDone,
@@ -36,6 +43,7 @@ struct Problem {
 /// Runs it with these arguments until it has ended, which it is made to after `limit`. It holds `input` as long as it
 /// lives. `problem` says why it is not done.
 HelperEnd RunHelper(std::vector<std::string> arguments, int input, std::chrono::milliseconds limit,
-                    const std::function<void(int)>& onProgress, Problem& problem);
+                    const std::function<void(int)>& onProgress, Problem& problem,
+                    const std::function<void(int64_t bytes)>& onUnused = {});
 
 }  // namespace flatpak

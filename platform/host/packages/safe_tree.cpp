@@ -213,7 +213,7 @@ void Walk::Push(FdHandle folder, const Status& status, const std::string& name) 
   const bool goes = m_action != Action::kMeasure && (m_action != Action::kEmpty || !m_levels.empty());
   // A folder of ours may have been made read-only, which must not keep us from removing it.
   if (goes && !SelectsSome() && (status.stx_mode & S_IRWXU) != S_IRWXU) fchmod(folder.get(), OpenedUp(status));
-  if (OnlyMeasures()) Count(status);
+  if (OnlyMeasures() && !SelectsSome()) Count(status);
   m_levels.push_back({.folder = std::move(folder), .status = status, .name = name});
   if (m_levels.size() > kOpenLevels) m_levels[m_levels.size() - 1 - kOpenLevels].folder.reset();
   Scan(m_levels.back());
@@ -243,12 +243,14 @@ void Walk::Visit(Level& level, const char* name) {
   Status status;
   const int error = StatusAt(level.folder.get(), name, status);
   if (error == ENOENT) return;
-  const int reason = error != 0 ? error : WhyNotOurs(status, m_start.base);
+  int reason = error != 0 ? error : WhyNotOurs(status, m_start.base);
+  if (m_selection.ownedByUs && (reason == 0 || reason == EACCES) && !IsFolder(status))
+    reason = status.stx_uid == geteuid() ? 0 : EACCES;
   if (reason != 0) return Keep(level.kept, reason);
   if (IsFolder(status)) {
     level.folders.emplace_back(name);
   } else if (OnlyMeasures()) {
-    Count(status);
+    if (!IsToStay(status, name)) Count(status);
   } else if (IsToStay(status, name) || IsStopped()) {
     level.kept = true;
   } else if (unlinkat(level.folder.get(), name, 0) == 0) {
@@ -355,6 +357,10 @@ void Walk::Removed(const Status& status) {
 
 TreeResult MeasureTree(const std::string& folder, const std::string& within) {
   return Walk(Action::kMeasure).Run(folder, within);
+}
+
+TreeResult MeasureSelection(const std::string& folder, const std::string& within, const TreeSelection& selection) {
+  return Walk(Action::kMeasure, {}, selection).Run(folder, within);
 }
 
 TreeResult PrepareTree(const std::string& folder, const std::string& within) {

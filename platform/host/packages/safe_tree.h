@@ -55,8 +55,12 @@ struct TreeSelection {
   /// Only files of these names, `depth` folders below the one that is emptied; all folders stay then. Without names,
   /// folders as old as `before` go that are empty then.
   bool (*names)(int depth, std::string_view name) = nullptr;
+  bool ownedByUs = false;  ///< only this process's user's files, whoever's the folder is: one where everybody may write
   TreeStop stop{};
 };
+
+/// What EmptyTree() with that selection would remove, and `stop` would not stop.
+TreeResult MeasureSelection(const std::string& folder, const std::string& within, const TreeSelection& selection);
 
 /// Removes what is in the folder; the folder stays. `bytes` and `files` are what was removed; a file that has further
 /// hard links frees nothing.

@@ -15,6 +15,8 @@ namespace {
 constexpr char kUsage[] =
     "usage: vexilo-flatpak remove ID INSTALLATION   removes all branches of the application\n"
     "       vexilo-flatpak finish ID INSTALLATION   removes what an interrupted removal left\n"
+    "       vexilo-flatpak unused INSTALLATION      tells what the runtimes take that no application needs\n"
+    "       vexilo-flatpak remove-unused INSTALLATION\n"
     "       vexilo-flatpak icons [ID DEPLOYMENT]... draws the icons\n";
 
 int Report(const flatpak::Problem& problem) {
@@ -34,6 +36,8 @@ int main(int argc, char** argv) {
   try {
     if (verb == "remove" && words.size() == 3) return Report(RemoveApplication(words[1], words[2]));
     if (verb == "finish" && words.size() == 3) return Report(FinishRemoval(words[1], words[2]));
+    if (verb == flatpak::kListUnused && words.size() == 2) return Report(TellUnused(words[1]));
+    if (verb == flatpak::kRemoveUnused && words.size() == 2) return Report(RemoveUnused(words[1]));
     if (verb == "icons" && words.size() % 2 == 1) {
       flatpak::Problem problem;
       for (size_t i = 1; i < words.size(); i += 2)

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -120,15 +121,15 @@ gboolean OnError(FlatpakTransaction*, FlatpakTransactionOperation*, GError* erro
   return FALSE;
 }
 
-Problem Uninstall(FlatpakInstallation* installation, const std::vector<Branch>& branches) {
+Problem Uninstall(FlatpakInstallation* installation, const std::vector<std::string>& refs) {
   GErrorHandle error;
   const GObjectHandle<FlatpakTransaction> transaction(
       flatpak_transaction_new_for_installation(installation, nullptr, error.Out()));
   if (!transaction) return ProblemOf(error);
   flatpak_transaction_set_no_interaction(transaction.get(), TRUE);
   flatpak_transaction_set_no_pull(transaction.get(), TRUE);
-  for (const Branch& branch : branches)
-    if (!flatpak_transaction_add_uninstall(transaction.get(), branch.ref.c_str(), error.Out())) return ProblemOf(error);
+  for (const std::string& ref : refs)
+    if (!flatpak_transaction_add_uninstall(transaction.get(), ref.c_str(), error.Out())) return ProblemOf(error);
   Progress progress;
   g_signal_connect(transaction.get(), "ready", G_CALLBACK(OnReady), &progress);
   g_signal_connect(transaction.get(), "new-operation", G_CALLBACK(OnOperation), &progress);
@@ -138,6 +139,28 @@ Problem Uninstall(FlatpakInstallation* installation, const std::vector<Branch>& 
   Problem problem = ProblemOf(error);
   if (problem.error == 0) problem.error = progress.error;
   return problem;
+}
+
+std::vector<std::string> RefsOf(const std::vector<Branch>& branches) {
+  std::vector<std::string> refs;
+  for (const Branch& branch : branches) refs.push_back(branch.ref);
+  return refs;
+}
+
+/// The runtimes that no application needs, and what they take; else the reason.
+Problem FindUnused(FlatpakInstallation* installation, std::vector<std::string>& refs, uint64_t& bytes) {
+  GErrorHandle error;
+  const std::unique_ptr<GPtrArray, CRelease<&g_ptr_array_unref>> unused(
+      flatpak_installation_list_unused_refs(installation, nullptr, nullptr, error.Out()));
+  if (!unused) return ProblemOf(error);
+  for (guint i = 0; i < unused->len; ++i) {
+    auto* const ref = static_cast<FlatpakInstalledRef*>(g_ptr_array_index(unused.get(), i));
+    if (flatpak_ref_get_kind(FLATPAK_REF(ref)) != FLATPAK_REF_KIND_RUNTIME) continue;
+    const GText name(flatpak_ref_format_ref(FLATPAK_REF(ref)));
+    refs.push_back(name.get());
+    bytes += flatpak_installed_ref_get_installed_size(ref);
+  }
+  return {};
 }
 
 /// A branch whose removal has begun has a folder of its deployment, but no link to it. With the link again, and one to
@@ -191,7 +214,7 @@ Problem RemoveApplication(const std::string& id, const std::string& path) {
   std::vector<Branch> branches = BranchesOf(path, id);
   std::erase_if(branches, [](const Branch& branch) { return !branch.deployed; });
   if (branches.empty()) return {"it is not installed any more"};
-  return Uninstall(installation.get(), branches);
+  return Uninstall(installation.get(), RefsOf(branches));
 }
 
 Problem FinishRemoval(const std::string& id, const std::string& path) {
@@ -202,13 +225,38 @@ Problem FinishRemoval(const std::string& id, const std::string& path) {
   std::vector<Branch> begun = BranchesOf(path, id);
   std::erase_if(begun, [](const Branch& branch) { return branch.deployed || !Restore(branch); });
   if (!begun.empty())
-    if (const Problem problem = Uninstall(installation.get(), begun); !problem.text.empty()) return problem;
+    if (const Problem problem = Uninstall(installation.get(), RefsOf(begun)); !problem.text.empty()) return problem;
   RemoveRemains(id, path);
   RemoveExports(id, path);
   // What is in the repository only.
   if (!flatpak_installation_cleanup_local_refs_sync(installation.get(), nullptr, error.Out()) ||
       !flatpak_installation_prune_local_repo(installation.get(), nullptr, error.Out()))
     return ProblemOf(error);
+  return {};
+}
+
+Problem TellUnused(const std::string& path) {
+  GErrorHandle error;
+  const InstallationHandle installation = OpenInstallation(path, error);
+  if (!installation) return ProblemOf(error);
+  std::vector<std::string> refs;
+  uint64_t bytes = 0;
+  if (const Problem problem = FindUnused(installation.get(), refs, bytes); !problem.text.empty()) return problem;
+  std::printf("unused %llu\n", static_cast<unsigned long long>(bytes));
+  return {};
+}
+
+Problem RemoveUnused(const std::string& path) {
+  if (!WaitForOthers(path, kPatience)) return {"another program is changing " + path, EBUSY};
+  GErrorHandle error;
+  const InstallationHandle installation = OpenInstallation(path, error);
+  if (!installation) return ProblemOf(error);
+  std::vector<std::string> refs;
+  uint64_t bytes = 0;
+  if (const Problem problem = FindUnused(installation.get(), refs, bytes); !problem.text.empty() || refs.empty())
+    return problem;
+  if (const Problem problem = Uninstall(installation.get(), refs); !problem.text.empty()) return problem;
+  if (!flatpak_installation_prune_local_repo(installation.get(), nullptr, error.Out())) return ProblemOf(error);
   return {};
 }
 

@@ -18,4 +18,9 @@ flatpak::Problem RemoveApplication(const std::string& id, const std::string& ins
 /// application is whole nothing is done.
 flatpak::Problem FinishRemoval(const std::string& id, const std::string& installation);
 
+/// Prints what the runtimes in the installation take that no application needs and nobody has pinned.
+flatpak::Problem TellUnused(const std::string& installation);
+/// Uninstalls them, and prints the progress.
+flatpak::Problem RemoveUnused(const std::string& installation);
+
 }  // namespace vexilo_flatpak

@@ -11,11 +11,11 @@
 
 #include "base/atomic_file.h"
 #include "base/folder.h"
+#include "base/machine_path.h"
 #include "ownership.h"
 #include "packages/package_store.h"
 #include "request_files.h"
 #include "set_paths.h"
-#include "setd/machine_path.h"
 #include "setd/report.h"
 #include "setd/report_results.h"
 #include "setd/setd_log.h"

@@ -9,11 +9,8 @@
 #include <string>
 
 #include "base/atomic_file.h"
-#include "packages/package_store.h"
-#include "packages/processes.h"
-#include "set_names.h"
+#include "packages/background.h"
 #include "setd/setd_log.h"
-#include "settings/settings_store.h"
 #include "system_path.h"
 
 namespace setd {
@@ -68,47 +65,27 @@ std::string Reclaim() {
          (geteuid() == 0 ? std::strerror(reason) : "that takes root or a memory group of one's own");
 }
 
-/// False when it is not known what the viewer looks at.
-bool ForegroundApp(std::string& appId) {
-  settings::Value value;
-  std::string error;
-  const settings::ReadResult result = settings::Read(set_names::kForegroundAppKey, value, error);
-  if (result == settings::ReadResult::kNotSet) return true;
-  if (result == settings::ReadResult::kOk) {
-    if (const auto* text = std::get_if<std::string>(&value)) {
-      appId = *text;
-      return true;
-    }
-    error = std::string("settings key \"") + set_names::kForegroundAppKey + "\" is no text";
-  }
-  Log(DLOG_ERROR, "memory boost ends no applications: " + error);
-  return false;
-}
-
-/// Where nobody tells what the viewer looks at, it may be a Flatpak: a desktop's programs are not the set's to end.
-bool IsInBackground(const packages::Package& package, const std::string& foreground) {
-  if (package.keepRunning || package.appId == foreground) return false;
-  return package.source != packages::Source::kFlatpak || !foreground.empty();
-}
-
 }  // namespace
 
 bool BoostMemory(const StopFlag& stop) {
   const long long before = AvailableKiB();
-  std::string foreground;
-  packages::EndedProcesses ended;
-  if (ForegroundApp(foreground)) {
-    std::vector<packages::Package> background;
-    for (packages::Package& package : packages::List())
-      if (IsInBackground(package, foreground)) background.push_back(std::move(package));
-    ended = packages::EndProcesses(background, stop);
-  }
+  std::string problem;
+  packages::EndedApps ended;
+  // Where nobody tells what the viewer looks at, it may be a Flatpak: a desktop's programs are not the set's to end.
+  if (const auto foreground = packages::ForegroundApp(problem))
+    ended = packages::EndApps(packages::BackgroundApps(*foreground, !foreground->empty()), stop);
+  else
+    Log(DLOG_ERROR, "memory boost ends no applications: " + problem);
   if (stop) return false;
-  const std::string reclaimed = Reclaim();
+  // What the kernel drops of its file cache was never missing.
   const long long after = AvailableKiB();
-  Log(DLOG_INFO, "memory boost: ended " + std::to_string(ended.politely + ended.forced) + " processes (" +
-                     std::to_string(ended.forced) + " by force, " + std::to_string(ended.left) + " left); " +
-                     reclaimed + "; available KiB before " + std::to_string(before) + ", after " +
+  std::string apps;
+  for (const packages::RunningApp& app : ended.apps)
+    apps += (apps.empty() ? ": " : ", ") + app.package.packageId + " " + std::to_string(app.bytes / 1024) + " KiB";
+  const packages::EndedProcesses& processes = ended.processes;
+  Log(DLOG_INFO, "memory boost: ended " + std::to_string(processes.politely + processes.forced) + " processes (" +
+                     std::to_string(processes.forced) + " by force, " + std::to_string(processes.left) + " left)" +
+                     apps + "; " + Reclaim() + "; available KiB before " + std::to_string(before) + ", after " +
                      std::to_string(after));
   return true;
 }

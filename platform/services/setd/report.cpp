@@ -20,11 +20,11 @@
 
 #include "base/atomic_file.h"
 #include "base/folder.h"
+#include "base/running_time.h"
 #include "c_handle.h"
 #include "set_paths.h"
 #include "setd/archive.h"
 #include "setd/folder_watch.h"
-#include "setd/running_time.h"
 #include "setd/scrubber.h"
 #include "setd/setd_log.h"
 #include "setd/sources.h"

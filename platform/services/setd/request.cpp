@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -47,6 +48,7 @@ constexpr Form kForms[] = {
     {tager::kMeasurePrefix, Kind::kMeasure, true, 2, true},
     {tager::kMemoryBoost, Kind::kMemoryBoost, false, 0, false},
     {tager::kDeepClean, Kind::kDeepClean, false, 0, false},
+    {tager::kCleanHoards, Kind::kCleanHoards, false, 0, false},
 };
 
 const Form* FormOf(std::string_view trigger) {
@@ -85,6 +87,18 @@ bool ReadIds(std::string_view line, int count, Request& request) {
   request.packageId = line.substr(0, bar);
   request.appId = count == 2 ? line.substr(bar + 1) : "";
   return packages::IsId(request.packageId) && (count == 1 || packages::IsId(request.appId));
+}
+
+/// Takes "hoard hoard…\n"; true when it is nothing else.
+bool ReadHoards(const std::string& line, Request& request) {
+  if (line.empty() || line.back() != '\n') return false;
+  std::istringstream words(line);
+  for (std::string word; words >> word;) {
+    const auto hoard = cleaning::HoardOf(word);
+    if (!hoard) return false;
+    request.hoards.push_back(*hoard);
+  }
+  return !request.hoards.empty();
 }
 
 bool Unlink(const std::string& path) {
@@ -129,6 +143,8 @@ ReadState ReadRequest(const std::string& trigger, bool isFinal, Request& request
     return errno == ENOENT ? ReadState::kNoRequest : Refuse(problem, WhyUnread(errno, kMaxRequest));
   if (form->kind == Kind::kDeepClean && text != tager::kDeepCleanText)
     return isFinal ? Refuse(problem, "it does not say \"CleanUp\"") : ReadState::kIncomplete;
+  if (form->kind == Kind::kCleanHoards && !ReadHoards(text, request))
+    return isFinal ? Refuse(problem, "its line is not \"hoard hoard...\"") : ReadState::kIncomplete;
   return form->ids == 0 ? ReadState::kReady : ReadLine(*form, isFinal, text, request, problem);
 }
 

@@ -7,10 +7,13 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
+
+#include "cleaning/hoards.h"
 
 namespace setd {
 
-enum class Kind { kKill, kClearCache, kMeasure, kMemoryBoost, kDeepClean };
+enum class Kind { kKill, kClearCache, kMeasure, kMemoryBoost, kDeepClean, kCleanHoards };
 
 struct Request {
   Kind kind = Kind::kKill;
@@ -18,6 +21,7 @@ struct Request {
   std::string line{};     ///< what it says, as it stands; empty for those without a payload
   std::string packageId{};
   std::string appId{};
+  std::vector<cleaning::Hoard> hoards{};
   std::string writing{};  ///< of a measurement: tells its files from those of a later request for the same
 };
 

@@ -13,7 +13,7 @@
 #include "base/atomic_file.h"
 #include "base/folder.h"
 #include "base/glib_handle.h"
-#include "setd/machine_path.h"
+#include "base/machine_path.h"
 #include "setd/scrubber_rules.h"
 #include "setd/setd_log.h"
 #include "system_info.h"

@@ -19,11 +19,11 @@
 
 #include "base/folder.h"
 #include "base/glib_handle.h"
+#include "base/machine_path.h"
 #include "base/program.h"
 #include "c_handle.h"
 #include "log_tags.h"
 #include "set_paths.h"
-#include "setd/machine_path.h"
 #include "system_path.h"
 #include "trevlin/trevlin_database.h"
 

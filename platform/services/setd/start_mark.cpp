@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "base/atomic_file.h"
+#include "base/machine_path.h"
 #include "set_paths.h"
-#include "setd/machine_path.h"
 #include "setd/setd_log.h"
 #include "system_path.h"
 

@@ -109,6 +109,7 @@ bool ServePackage(const Request& request, const StopFlag& stop) {
 
 bool ServeSet(const Request& request, const StopFlag& stop) {
   if (request.kind == Kind::kMemoryBoost) return BoostMemory(stop) && Removed(request);
+  if (request.kind == Kind::kCleanHoards) return CleanHoards(request.hoards, stop) && Removed(request);
   if (!CleanAll(stop)) return false;
   PublishCobaltSize();
   return Removed(request);

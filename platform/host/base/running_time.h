@@ -11,8 +11,6 @@
 #include <ctime>
 #include <optional>
 
-namespace setd {
-
 /// Seconds that the machine has run since this was first asked, as far as it is known.
 int64_t RunningSeconds();
 
@@ -20,5 +18,3 @@ int64_t RunningSeconds();
 /// the lowest that the clock has been in them (and up to six hours earlier). Nothing when it has not been watched for
 /// that long.
 std::optional<time_t> ChangedWithin(time_t age);
-
-}  // namespace setd

@@ -1,4 +1,4 @@
-#include "setd/running_time.h"
+#include "base/running_time.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,12 +9,11 @@
 #include <vector>
 
 #include "base/atomic_file.h"
+#include "base/machine_path.h"
+#include "dlog.h"
+#include "log_tags.h"
 #include "set_paths.h"
-#include "setd/machine_path.h"
-#include "setd/setd_log.h"
 #include "system_path.h"
-
-namespace setd {
 
 namespace {
 
@@ -57,7 +56,7 @@ void Write(const Record& record) {
   text << record.bootId << " " << record.start << " " << record.now << "\n";
   for (const Span& span : record.spans) text << span.start << " " << span.lowest << "\n";
   if (!MakeFolders(SystemPath(set_paths::kSetdState)) || !PublishFile(SystemPath(PathOfRecord()), text.str()))
-    Log(DLOG_ERROR, PathOfRecord() + ": " + std::strerror(errno));
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, log_tags::kSetd, "%s: %s", PathOfRecord().c_str(), std::strerror(errno));
 }
 
 Record Update() {
@@ -100,5 +99,3 @@ std::optional<time_t> ChangedWithin(time_t age) {
   }
   return std::nullopt;
 }
-
-}  // namespace setd

@@ -2,8 +2,6 @@
 
 #include <string>
 
-namespace setd {
-
 /// Where a file of the kernel or the system lies: in the set root where it has one of its own, else the machine's. Any
 /// thread.
 std::string MachinePath(const std::string& path);
@@ -14,5 +12,3 @@ std::string FirstLineOf(const std::string& path);
 
 /// Tells this start of the machine from every other; empty where it is not known. Any thread.
 std::string BootId();
-
-}  // namespace setd

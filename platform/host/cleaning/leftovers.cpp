@@ -1,4 +1,4 @@
-#include "setd/leftovers.h"
+#include "cleaning/leftovers.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,13 +16,13 @@
 #include <string_view>
 #include <vector>
 
+#include "base/running_time.h"
 #include "c_handle.h"
 #include "flatpak/layout.h"
 #include "set_paths.h"
-#include "setd/running_time.h"
 #include "system_path.h"
 
-namespace setd {
+namespace cleaning {
 
 namespace {
 
@@ -204,6 +204,28 @@ TreeResult RemoveOldThumbnails(const TreeStop& stop) {
   return sum;
 }
 
+TreeResult RemoveThumbnails(const TreeStop& stop) {
+  const std::string caches = UserCaches();
+  TreeResult sum;
+  if (IsOurs(caches))
+    Add(sum, packages::EmptyTree(caches + "/thumbnails", {}, caches, {.names = IsThumbnail, .stop = stop}));
+  return sum;
+}
+
+TreeResult MeasureThumbnails() {
+  const std::string caches = UserCaches();
+  if (!IsOurs(caches)) return {};
+  return packages::MeasureSelection(caches + "/thumbnails", caches, {.names = IsThumbnail});
+}
+
+TreeResult MeasurePackageArchives() {
+  const std::string archives = set_paths::kPackageArchives;
+  TreeResult sum;
+  Add(sum, packages::MeasureSelection(archives, "", {.names = IsArchive}));
+  Add(sum, packages::MeasureSelection(archives + "/partial", "", {.names = IsDirectlyThere}));
+  return sum;
+}
+
 TreeResult RemovePackageArchives(const TreeStop& stop) {
   const std::string archives = set_paths::kPackageArchives;
   struct stat status;
@@ -234,4 +256,4 @@ TreeResult RemoveFlatpakLeftovers(const TreeStop& stop) {
   return sum;
 }
 
-}  // namespace setd
+}  // namespace cleaning

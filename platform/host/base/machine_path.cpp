@@ -1,11 +1,9 @@
-#include "setd/machine_path.h"
+#include "base/machine_path.h"
 
 #include <sys/stat.h>
 
 #include "base/atomic_file.h"
 #include "system_path.h"
-
-namespace setd {
 
 std::string MachinePath(const std::string& path) {
   const std::string own = SystemPath(path);
@@ -22,5 +20,3 @@ std::string FirstLineOf(const std::string& path) {
 std::string BootId() {
   return FirstLineOf(MachinePath("/proc/sys/kernel/random/boot_id"));
 }
-
-}  // namespace setd
