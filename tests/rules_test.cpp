@@ -218,7 +218,7 @@ const Facts kWell = FactsOf(R"(
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
   setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
   setting:db/menu/system/software_update/auto_update=yes
-  setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1 setting:db/menu/system/demo_mode=no
+  setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1
 )");
 
 class ShippedRules : public testing::Test {
@@ -417,7 +417,6 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20090001, "setting:db/menu/system/software_update/auto_update=no"},
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},
-      {20100001, "setting:db/menu/system/demo_mode=yes"},
   };
   for (const auto& [code, changes] : cases) EXPECT_THAT(FoundWith(changes), testing::ElementsAre(code)) << changes;
 }
