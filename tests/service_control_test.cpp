@@ -1,7 +1,9 @@
-// Restarting services and stopping the machine's off timer, against services that the test plays on a bus of its own.
+// Restarting services, the time service, and stopping the machine's off timer, against services that the test plays on
+// a bus of its own.
 
 #include "service_control.h"
 
+#include "clock_control.h"
 #include "scheduled_off.h"
 #include "support/test.h"
 #include "support/test_bus.h"
@@ -181,6 +183,52 @@ TEST(ScheduledOff, IsToldAndStopped) {
     EXPECT_THAT(problem, HasSubstr(expected.problem));
     const std::lock_guard lock(mutex);
     EXPECT_EQ(calls, expected.calls) << expected.scheduled;
+  }
+}
+
+TEST(ClockControl, StartsTheTimeServiceAndTellsHowItWent) {
+  const struct {
+    const char* installed;  // by timedate1
+    bool isForbidden;
+    const char* stateAfter;  // of the service
+    const char* problem;
+  } cases[] = {
+      {"true", false, "activating", ""},
+      {"true", false, "active", ""},
+      {"false", false, "active", "time service on: no time service is installed"},
+      {"true", true, "active", "org.freedesktop.timedate1: GDBus.Error:org.freedesktop.DBus.Error.AccessDenied"},
+      {"'x'", false, "active", "time service on: nothing on this"},
+  };
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  std::string problem;
+  EXPECT_FALSE(SynchroniseClock(problem));
+  EXPECT_THAT(problem, HasSubstr("time service on: nothing on this machine"));
+  for (const auto& expected : cases) {
+    std::atomic<bool> isOn = false;
+    Manager manager;
+    manager.Play({{"chrony.service", {"inactive"}}});
+    const PlayedService systemd(bus, "org.freedesktop.systemd1",
+                                [&](GDBusMessage* call) { return manager.Answer(call); });
+    const PlayedService timedate(bus, "org.freedesktop.timedate1", [&](GDBusMessage* call) {
+      if (g_str_equal(g_dbus_message_get_member(call), "SetNTP")) {
+        if (expected.isForbidden)
+          return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.AccessDenied", "Not so");
+        EXPECT_TRUE(g_variant_equal(g_dbus_message_get_body(call), g_variant_new_parsed("(true, false)")));
+        isOn = true;
+        manager.Play({{"chrony.service", {expected.stateAfter}}});
+        return g_dbus_message_new_method_reply(call);
+      }
+      const char* property;
+      g_variant_get(g_dbus_message_get_body(call), "(&s&s)", nullptr, &property);
+      GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+      const std::string value = g_str_equal(property, "NTP") ? isOn ? "true" : "false" : expected.installed;
+      g_dbus_message_set_body(reply, g_variant_new_parsed(("(<" + value + ">,)").c_str()));
+      return reply;
+    });
+    EXPECT_EQ(SynchroniseClock(problem), *expected.problem == '\0') << problem;
+    EXPECT_THAT(problem, HasSubstr(expected.problem));
+    EXPECT_EQ(isOn, *expected.problem == '\0') << expected.problem;
   }
 }
 

@@ -112,6 +112,7 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
                              "|string [^ ]+ .*)")},
       {"memboost", std::regex("")},
       {"deepclean", std::regex("")},
+      {"clock", std::regex("synchronise")},
       {"off_timer", std::regex("stop")},
       {"wireless", std::regex("on|reconnect")},
       {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};

@@ -6,22 +6,18 @@
 
 #include <cerrno>
 #include <cstring>
-#include <functional>
-#include <thread>
 
-#include "base/bus.h"
+#include "base/system_bus.h"
 #include "c_handle.h"
 #include "trevlin/collectors/network_state.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr auto kReply = 5s;
 constexpr auto kSwitch = 2s;
 constexpr auto kJoin = 20s;
-constexpr auto kPoll = 100ms;
 
 constexpr char kManager[] = "org.freedesktop.NetworkManager";
 constexpr char kManagerPath[] = "/org/freedesktop/NetworkManager";
@@ -34,55 +30,16 @@ constexpr guint32 kWirelessDevice = 2;  // NM_DEVICE_TYPE_WIFI
 constexpr guint32 kActivated = 2;       // NM_ACTIVE_CONNECTION_STATE_ACTIVATED
 constexpr guint32 kNoPowerSave = 2;     // NM_SETTING_WIRELESS_POWERSAVE_DISABLE
 
-bool Await(std::chrono::milliseconds limit, const std::function<bool()>& isThere) {
-  const auto end = Clock::now() + limit;
-  while (!isThere()) {
-    if (Clock::now() >= end) return false;
-    std::this_thread::sleep_for(kPoll);
-  }
-  return true;
+std::string GetPath(SystemBus& bus, const std::string& object, const char* interface, const char* name) {
+  const GVariantHandle path = bus.Get(kManager, object, interface, name, "o");
+  const char* const text = path ? g_variant_get_string(path.get(), nullptr) : "/";
+  return g_strcmp0(text, "/") == 0 ? "" : text;
 }
 
-/// The system bus, and why the last call on it failed.
-class SystemBus {
- public:
-  SystemBus() : m_connection(ConnectToBus(SystemBusAddress(), kReply, nullptr, m_problem)) {}
-
-  /// Null where the method fails, with Problem() when it was there to refuse.
-  GVariantHandle Call(const BusMethod& method, GVariant* arguments, std::chrono::milliseconds limit = kReply) {
-    const GVariantHandle taken(arguments ? g_variant_ref_sink(arguments) : nullptr);
-    if (!m_connection) return nullptr;
-    GErrorHandle error;
-    GVariantHandle reply = CallOnBus(*m_connection, method, taken.get(), limit, error);
-    if (!reply && !IsNobodyThere(error)) m_problem = std::string(method.service) + ": " + error.Message();
-    return reply;
-  }
-
-  /// A property of a service's object, of that type; null where there is none.
-  GVariantHandle Get(const char* service, const std::string& path, const char* interface, const char* name,
-                     const char* type) {
-    const GVariantHandle reply =
-        Call({service, path.c_str(), kProperties, "Get", "(v)"}, g_variant_new("(ss)", interface, name));
-    return reply ? ValueOf(*reply, type) : nullptr;
-  }
-
-  std::string GetPath(const std::string& object, const char* interface, const char* name) {
-    const GVariantHandle path = Get(kManager, object, interface, name, "o");
-    const char* const text = path ? g_variant_get_string(path.get(), nullptr) : "/";
-    return g_strcmp0(text, "/") == 0 ? "" : text;
-  }
-
-  guint32 GetNumber(const std::string& object, const char* interface, const char* name) {
-    const GVariantHandle number = Get(kManager, object, interface, name, "u");
-    return number ? g_variant_get_uint32(number.get()) : 0;
-  }
-
-  const std::string& Problem() const { return m_problem; }
-
- private:
-  std::string m_problem;
-  const GObjectHandle<GDBusConnection> m_connection;
-};
+guint32 GetNumber(SystemBus& bus, const std::string& object, const char* interface, const char* name) {
+  const GVariantHandle number = bus.Get(kManager, object, interface, name, "u");
+  return number ? g_variant_get_uint32(number.get()) : 0;
+}
 
 /// All at once, as the switches of a desktop do. 0 or an errno.
 int UnblockRadios() {
@@ -102,7 +59,7 @@ bool IsRadioOn() {
 std::string SwitchOn() {
   if (!trevlin::ReadRadioOff({})) return "there is none";
   if (IsRadioOn()) return "";
-  SystemBus bus;
+  SystemBus bus(kReply);
   if (bus.Call({kManager, kManagerPath, kProperties, "Set", nullptr},
                g_variant_new("(ssv)", kManager, "WirelessEnabled", g_variant_new_boolean(TRUE))) &&
       Await(kSwitch, IsRadioOn))
@@ -144,8 +101,8 @@ std::string WirelessDevice(SystemBus& bus) {
   for (size_t i = 0; i < g_variant_n_children(devices.get()); ++i) {
     const GVariantHandle device(g_variant_get_child_value(devices.get(), i));
     const char* const path = g_variant_get_string(device.get(), nullptr);
-    if (bus.GetNumber(path, kDevice, "DeviceType") == kWirelessDevice &&
-        !bus.GetPath(path, kDevice, "ActiveConnection").empty())
+    if (GetNumber(bus, path, kDevice, "DeviceType") == kWirelessDevice &&
+        !GetPath(bus, path, kDevice, "ActiveConnection").empty())
       return path;
   }
   return "";
@@ -154,7 +111,7 @@ std::string WirelessDevice(SystemBus& bus) {
 bool ReconnectByNetworkManager(SystemBus& bus) {
   const std::string device = WirelessDevice(bus);
   if (device.empty()) return false;
-  const std::string connection = bus.GetPath(bus.GetPath(device, kDevice, "ActiveConnection"), kActive, "Connection");
+  const std::string connection = GetPath(bus, GetPath(bus, device, kDevice, "ActiveConnection"), kActive, "Connection");
   if (connection.empty()) return false;
   // It keeps the secrets of one that is stored without any.
   const GVariantHandle settings =
@@ -169,7 +126,7 @@ bool ReconnectByNetworkManager(SystemBus& bus) {
   if (!active) return false;
   const GVariantHandle path(g_variant_get_child_value(active.get(), 0));
   return Await(
-      kJoin, [&] { return bus.GetNumber(g_variant_get_string(path.get(), nullptr), kActive, "State") == kActivated; });
+      kJoin, [&] { return GetNumber(bus, g_variant_get_string(path.get(), nullptr), kActive, "State") == kActivated; });
 }
 
 /// ConnMan's wireless network in use.
@@ -208,7 +165,7 @@ bool SwitchWirelessOn(std::string& problem) {
 
 bool ReconnectWireless(std::string& problem) {
   problem.clear();
-  SystemBus bus;
+  SystemBus bus(kReply);
   if (ReconnectByNetworkManager(bus) || ReconnectByConnMan(bus)) return true;
   problem = "cannot join the wireless network anew: " +
             (bus.Problem().empty() ? "no connection manager has one in use, or it is not there again in time"
