@@ -213,10 +213,10 @@ const Facts kWell = FactsOf(R"(
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
-  clock.set=yes clock.synchronised=yes clock.zone=yes schedule.off=no
+  clock.set=yes clock.synchronised=yes clock.zone=yes schedule.off=no schedule.idle_off=no
   services.failed=0 services.failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
-  setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
+  setting:db/menu/system/time/off_timer=0
   setting:db/menu/system/software_update/auto_update=yes
   setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1
 )");
@@ -300,7 +300,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "network.internet_wanted=no network.default_route=no network.name_server=no network.internet=?"},
       {"a server at a cable, with its radio off and without a router that answers",
        "network.radio_off=yes network.gateway_reachable=? display.connected=0"},
-      {"a server that is to be turned off tonight", "schedule.off=yes display.connected=0"},
+      {"a server that is to be turned off tonight", "schedule.off=yes schedule.idle_off=yes display.connected=0"},
       {"a computer without a network and a display",
        "network.interface=no network.link=no network.default_route=no "
        "network.address=no display.connected=0"},
@@ -413,7 +413,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20070001, "services.failed_names=bluetooth.service"},
       {20080001, "setting:db/menu/system/time/off_timer=60"},
       {20080001, "setting:db/menu/system/time/off_timer=? schedule.off=yes"},
-      {20080002, "setting:db/menu/system/power/auto_power_off=yes"},
+      {20080002, "schedule.idle_off=yes"},
       {20090001, "setting:db/menu/system/software_update/auto_update=no"},
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},

@@ -14,6 +14,7 @@
 #include "app_framework.h"
 #include "c_handle.h"
 #include "clock_control.h"
+#include "idle_off.h"
 #include "scheduled_off.h"
 #include "service_control.h"
 #include "vconf.h"
@@ -93,6 +94,13 @@ bool ChangeOffTimer(const std::string& what) {
   return false;
 }
 
+bool ChangeAutoPowerOff(const std::string& what) {
+  std::string problem = "\"" + what + "\" is not \"stop\"";
+  if (what == "stop" && StopIdleOff(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 bool ChangeClock(const std::string& what) {
   std::string problem = "\"" + what + "\" is not \"synchronise\"";
   if (what == "synchronise" && SynchroniseClock(problem)) return true;
@@ -142,6 +150,7 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value));
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
+  if (type == "auto_power_off") return outcome(ChangeAutoPowerOff(value));
   if (type == "clock") return outcome(ChangeClock(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());

@@ -31,6 +31,7 @@ class ScanFault : public testing::Test {
     const std::string problem = LeaveTheMachine();
     ASSERT_EQ(problem, "");
     InstallSet();
+    DecideAutoPowerOffByItsKey();
     vconf_set_int("db/menu/system/time/off_timer", 30);
     vconf_set_bool("db/menu/system/power/auto_power_off", true);
     vconf_set_int("db/menu/home_deck/homedatacontrol/defaultdisclaimeragree", 0);

@@ -51,6 +51,7 @@ class Scan : public testing::Test {
     // A user-data partition on which a browser that keeps everything leaves less than the set needs.
     ASSERT_EQ(mount("none", SystemPath("/opt").c_str(), "tmpfs", 0, "size=340m"), 0) << strerror(errno);
     InstallSet();
+    DecideAutoPowerOffByItsKey();
     FillStorage();
     Battery(10);
     vconf_set_int(kOffTimerKey, 30);
