@@ -209,7 +209,7 @@ const Facts kWell = FactsOf(R"(
   display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
   display.edid_present=yes display.edid_valid=yes display.plays_sound=yes
   display.software_drawing=no display.decoder_missing=no
-  sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes
+  sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes sound.elsewhere=no
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
@@ -310,6 +310,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "display.software_drawing=yes display.decoder_missing=yes display.connected=0 display.plays_sound=? "
        "input.devices=1 input.remote=no"},
       {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
+      {"a screen that is off or has no speakers", "display.plays_sound=no sound.elsewhere=yes"},
       {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
@@ -377,6 +378,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10040002, "storage.free_percent=2 storage.free_mib=150"},
       {10040003, "storage.read_only=yes storage.fs_errors=2"},
       {10040004, "storage.system_read_only_error=yes"},
+      {10030005, "sound.elsewhere=yes sound.muted=yes"},
       {10040004, "storage.read_only=yes storage.system_read_only_error=yes storage.fs_errors=2"},
       {10040005, "storage.inodes_free_percent=1"},
       {10040007, "storage.system_room_percent=90 storage.system_fullest=/home"},

@@ -17,6 +17,7 @@
 #include "idle_off.h"
 #include "scheduled_off.h"
 #include "service_control.h"
+#include "sound_output.h"
 #include "vconf.h"
 #include "wireless_control.h"
 
@@ -108,6 +109,13 @@ bool ChangeClock(const std::string& what) {
   return false;
 }
 
+bool ChangeSoundOutput(const std::string& what) {
+  std::string problem = "\"" + what + "\" is not \"screen\"";
+  if (what == "screen" && LeadSoundToScreen(problem)) return true;
+  VEXILO_LOGE("%s", problem.c_str());
+  return false;
+}
+
 bool ChangeWireless(const std::string& what) {
   std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
   if (what == "on" && SwitchWirelessOn(problem)) return true;
@@ -152,6 +160,7 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "off_timer") return outcome(ChangeOffTimer(value));
   if (type == "auto_power_off") return outcome(ChangeAutoPowerOff(value));
   if (type == "clock") return outcome(ChangeClock(value));
+  if (type == "sound_output") return outcome(ChangeSoundOutput(value));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;
