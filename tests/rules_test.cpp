@@ -213,7 +213,8 @@ const Facts kWell = FactsOf(R"(
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
-  clock.set=yes clock.synchronised=yes clock.zone=yes schedule.off=no schedule.idle_off=no
+  clock.set=yes clock.date=20261122 clock.synchronised=yes clock.time_service_off=no clock.zone=yes schedule.off=no
+  schedule.idle_off=no
   services.failed=0 services.failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
   setting:db/menu/system/time/off_timer=0
@@ -312,6 +313,10 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
       {"a screen that is off or has no speakers", "display.plays_sound=no sound.elsewhere=yes"},
       {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
+      {"old rules at a time server", "clock.date=20400101"},
+      {"a computer in a network of its own, its time service off",
+       "clock.time_service_off=yes network.internet_wanted=no"},
+      {"a virtual machine that gets the time of its host", "machine.kind=vm clock.time_service_off=yes"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -389,6 +394,11 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10060001, "clock.set=no clock.synchronised=no"},
       {10060002, "clock.synchronised=no"},
       {10060003, "clock.zone=no"},
+      {10060004, "clock.date=20250101"},
+      {10060004, "clock.date=20400101 clock.synchronised=no"},
+      {20060001, "services.failed_names=chrony.service clock.synchronised=no"},
+      {20060002, "clock.time_service_off=yes"},
+      {20060002, "clock.time_service_off=yes clock.synchronised=no clock.set=no clock.date=20200101"},
       {10070001, "input.battery_percent=15"},
       {10070002, "input.remote=no"},
       {10070002, "input.devices=0 input.remote=no"},

@@ -4,6 +4,7 @@
 
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
+#include "trevlin/collectors/time_services.h"
 
 namespace trevlin {
 
@@ -20,20 +21,26 @@ class ClockCollector : public Collector {
  public:
   std::string_view Name() const override { return "clock"; }
   std::chrono::milliseconds Period() const override { return 10s; }
-  std::chrono::milliseconds Deadline() const override { return 500ms; }
+  std::chrono::milliseconds Deadline() const override { return 2200ms; }
   std::vector<FactDescription> Describe() const override {
     return {
         {"clock.set", FactKind::kTruth, "", "the date is not before 2024"},
+        {"clock.date", FactKind::kNumber, "", "the date as one number, of 2026-11-05 20261105 (UTC)"},
         {"clock.synchronised", FactKind::kTruth, "", "a time service keeps the clock right"},
         {"clock.offset_ms", FactKind::kNumber, "ms", "what is still to be corrected; unknown unless synchronised"},
+        {"clock.time_service_off", FactKind::kTruth, "", "a time service is installed, and none runs or has failed"},
         {"clock.zone", FactKind::kTruth, "", "a time zone is chosen"},
     };
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
     if (!machine.IsCaptured()) {
-      facts["clock.set"] = std::chrono::system_clock::now() >= kEarliest;
+      const auto now = std::chrono::system_clock::now();
+      facts["clock.set"] = now >= kEarliest;
+      facts["clock.date"] = AsNumber(std::chrono::floor<std::chrono::days>(now));
       AddKernelClock(facts);
+      if (const auto services = AskTimeServices())
+        facts["clock.time_service_off"] = services->isInstalled && !services->isRunning && !services->hasFailed;
     }
     const bool mayBeSilent = std::any_of(std::begin(kSilentServices), std::end(kSilentServices),
                                          [&](std::string_view service) { return Exists(machine, service); });
@@ -43,6 +50,11 @@ class ClockCollector : public Collector {
   }
 
  private:
+  static double AsNumber(std::chrono::year_month_day date) {
+    return static_cast<int>(date.year()) * 1e4 + static_cast<unsigned>(date.month()) * 1e2 +
+           static_cast<unsigned>(date.day());
+  }
+
   static void AddKernelClock(Facts& facts) {
     timex clock{};
     const int state = adjtimex(&clock);
