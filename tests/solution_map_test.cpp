@@ -115,6 +115,7 @@ TEST_F(SolutionMap, ActionsAreWellFormedAndFitTheSolutionType) {
       {"auto_power_off", std::regex("stop")},
       {"clock", std::regex("synchronise")},
       {"off_timer", std::regex("stop")},
+      {"best_resolution", std::regex("[A-Za-z0-9._-]+( [A-Za-z0-9_.-]+=([^ %]|%20|%25)*)*")},
       {"sound_output", std::regex("screen")},
       {"wireless", std::regex("on|reconnect")},
       {"restart_service", std::regex("[A-Za-z0-9@_-]+\\.service( [A-Za-z0-9@_-]+\\.service)*")}};

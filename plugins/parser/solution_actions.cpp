@@ -16,6 +16,7 @@
 #include "clock_control.h"
 #include "idle_off.h"
 #include "scheduled_off.h"
+#include "screen_mode.h"
 #include "service_control.h"
 #include "sound_output.h"
 #include "vconf.h"
@@ -116,6 +117,14 @@ bool ChangeSoundOutput(const std::string& what) {
   return false;
 }
 
+/// Where it cannot be changed from here, `settings` is launched.
+int ShowBestResolutionOr(const std::string& settings) {
+  std::string problem;
+  if (ShowBestResolution(problem)) return SOLUTION_DONE;
+  VEXILO_LOGI("%s", problem.c_str());
+  return Launch(settings);
+}
+
 bool ChangeWireless(const std::string& what) {
   std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
   if (what == "on" && SwitchWirelessOn(problem)) return true;
@@ -152,6 +161,7 @@ int Launch(const std::string& request) {
 
 int Perform(const std::string& type, const std::string& value) {
   if (type == "launch") return Launch(value);
+  if (type == "best_resolution") return ShowBestResolutionOr(value);
   const auto outcome = [](bool done) { return done ? SOLUTION_DONE : SOLUTION_FAILED; };
   if (type == "setting") return outcome(SetSetting(value));
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
