@@ -89,30 +89,10 @@ bool RestartServices(const std::string& services) {
   return false;
 }
 
-bool ChangeOffTimer(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"stop\"";
-  if (what == "stop" && CancelScheduledOff(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
-}
-
-bool ChangeAutoPowerOff(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"stop\"";
-  if (what == "stop" && StopIdleOff(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
-}
-
-bool ChangeClock(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"synchronise\"";
-  if (what == "synchronise" && SynchroniseClock(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
-}
-
-bool ChangeSoundOutput(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"screen\"";
-  if (what == "screen" && LeadSoundToScreen(problem)) return true;
+/// The one thing that an action can be asked for.
+bool DoKnown(const std::string& what, const char* known, bool (*act)(std::string& problem)) {
+  std::string problem = "\"" + what + "\" is not \"" + known + "\"";
+  if (what == known && act(problem)) return true;
   VEXILO_LOGE("%s", problem.c_str());
   return false;
 }
@@ -167,10 +147,10 @@ int Perform(const std::string& type, const std::string& value) {
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value));
-  if (type == "off_timer") return outcome(ChangeOffTimer(value));
-  if (type == "auto_power_off") return outcome(ChangeAutoPowerOff(value));
-  if (type == "clock") return outcome(ChangeClock(value));
-  if (type == "sound_output") return outcome(ChangeSoundOutput(value));
+  if (type == "off_timer") return outcome(DoKnown(value, "stop", &CancelScheduledOff));
+  if (type == "auto_power_off") return outcome(DoKnown(value, "stop", &StopIdleOff));
+  if (type == "clock") return outcome(DoKnown(value, "synchronise", &SynchroniseClock));
+  if (type == "sound_output") return outcome(DoKnown(value, "screen", &LeadSoundToScreen));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;
