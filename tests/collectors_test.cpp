@@ -652,6 +652,38 @@ TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
     EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), {"system.slice"}, 60s), names);
 }
 
+TEST(Clock, AsksSystemdForTheTimeService) {
+  const TestBus bus;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
+  std::string units;
+  const auto isOff = [] {
+    Facts facts;
+    trevlin::MakeClockCollector()->Collect({}, facts);
+    return Told(facts["clock.time_service_off"]);
+  };
+  EXPECT_EQ(isOff(), "?");
+  const PlayedService systemd(bus, "org.freedesktop.systemd1", [&units](GDBusMessage* call) {
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    g_dbus_message_set_body(reply, g_variant_new_parsed(("(@a(ssssssouso) [" + units + "],)").c_str()));
+    return reply;
+  });
+  const auto unit = [](const std::string& state, int job = 0) {
+    return "('x.service', '', " + state + ", '', '', '/a', " + std::to_string(job) + ", '', '/')";
+  };
+  const std::pair<std::string, const char*> kCases[] = {
+      {unit("'loaded', 'inactive'"), "yes"},
+      {unit("'loaded', 'inactive'") + ", " + unit("'loaded', 'active'"), "no"},
+      {unit("'loaded', 'inactive'", 7), "no"},
+      {unit("'loaded', 'activating'"), "no"},
+      {unit("'loaded', 'failed'"), "no"},
+      {unit("'masked', 'inactive'") + ", " + unit("'not-found', 'inactive'"), "no"},
+  };
+  for (const auto& [state, expected] : kCases) {
+    units = state;
+    EXPECT_EQ(isOff(), expected) << state;
+  }
+}
+
 TEST(Storage, AskTheDiskServiceForFailingDrives) {
   const auto ata = [](int updated, bool isFailing) {
     return "{'org.freedesktop.UDisks2.Drive': {'Model': <'Zephon'>}, 'org.freedesktop.UDisks2.Drive.Ata': "

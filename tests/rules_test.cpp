@@ -231,17 +231,18 @@ const Facts kWell = FactsOf(R"(
   display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
   display.edid_present=yes display.edid_valid=yes display.plays_sound=yes
   display.software_drawing=no display.decoder_missing=no
-  sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes
+  sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes sound.elsewhere=no
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
   power.on_battery_low=no
   clock.set=yes clock.date=20261122 clock.synchronised=yes clock.time_service_off=no clock.zone=yes schedule.off=no
+  schedule.idle_off=no
   services.failed=0 services.failed_names= services.user_failed_names= services.crashes_week=0
   packages.broken=0 packages.cache_mib=120 packages.unfinished=0
   updates.interrupted=0 updates.work_hours=0 updates.start_failed=no updates.refresh_on=yes updates.list_age_days=1 updates.automatic=yes
-  setting:db/menu/system/time/off_timer=0 setting:db/menu/system/power/auto_power_off=no
+  setting:db/menu/system/time/off_timer=0
   setting:db/menu/system/software_update/auto_update=yes
-  setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1 setting:db/menu/system/demo_mode=no
+  setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=1
 )");
 
 class ShippedRules : public testing::Test {
@@ -323,7 +324,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "network.internet_wanted=no network.default_route=no network.name_server=no network.internet=?"},
       {"a server at a cable, with its radio off and without a router that answers",
        "network.radio_off=yes network.gateway_reachable=? display.connected=0"},
-      {"a server that is to be turned off tonight", "schedule.off=yes display.connected=0"},
+      {"a server that is to be turned off tonight", "schedule.off=yes schedule.idle_off=yes display.connected=0"},
       {"a computer without a network and a display",
        "network.interface=no network.link=no network.default_route=no "
        "network.address=no display.connected=0"},
@@ -333,6 +334,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
        "display.software_drawing=yes display.decoder_missing=yes display.connected=0 display.plays_sound=? "
        "input.devices=1 input.remote=no"},
       {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
+      {"a screen that is off or has no speakers", "display.plays_sound=no sound.elsewhere=yes"},
       {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
       {"old rules at a time server", "clock.date=20400101"},
       {"a computer in a network of its own, its time service off",
@@ -415,6 +417,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10040002, "storage.free_percent=2 storage.free_mib=150"},
       {10040003, "storage.read_only=yes storage.fs_errors=2"},
       {10040004, "storage.system_read_only_error=yes"},
+      {10030005, "sound.elsewhere=yes sound.muted=yes"},
       {10040004, "storage.read_only=yes storage.system_read_only_error=yes storage.fs_errors=2"},
       {10040005, "storage.inodes_free_percent=1"},
       {10040007, "storage.system_room_percent=90 storage.system_fullest=/home"},
@@ -456,7 +459,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20070001, "services.failed=1 services.failed_names=bluetooth.service"},
       {20080001, "setting:db/menu/system/time/off_timer=60"},
       {20080001, "setting:db/menu/system/time/off_timer=? schedule.off=yes"},
-      {20080002, "setting:db/menu/system/power/auto_power_off=yes"},
+      {20080002, "schedule.idle_off=yes"},
       {20090001, "updates.automatic=no"},
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},
@@ -465,7 +468,6 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20090005, "updates.start_failed=yes"},
       {20090005, "updates.list_age_days=40"},
       {20090006, "updates.interrupted=2 updates.list_age_days=40 services.failed_names=apt-daily.service"},
-      {20100001, "setting:db/menu/system/demo_mode=yes"},
   };
   for (const auto& [code, changes] : cases) EXPECT_THAT(FoundWith(changes), testing::ElementsAre(code)) << changes;
 }

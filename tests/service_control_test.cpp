@@ -4,8 +4,11 @@
 #include "service_control.h"
 
 #include "clock_control.h"
+#include "idle_off.h"
 #include "scheduled_off.h"
 #include "support/captured_machine.h"
+#include "support/files.h"
+#include "support/test.h"
 #include "support/test_bus.h"
 #include "trevlin/collectors/collectors.h"
 
@@ -294,6 +297,83 @@ TEST(ClockControl, StartsTheTimeServiceAndTellsHowItWent) {
     EXPECT_THAT(problem.reason, HasSubstr(expected.problem));
     EXPECT_EQ(isOn, *expected.problem == '\0') << expected.problem;
   }
+}
+
+// The settings are those of a real desktop's schema, in a file; logind takes up what stands in its folder.
+class IdleMachine : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", "/etc", "tmpfs", 0, nullptr) != 0)
+      GTEST_SKIP() << "not root: no /etc of the test's own";
+    const std::string folder = SystemPath("/schemas");
+    WriteHostFile(folder + "/power.gschema.xml", kSchema);
+    ASSERT_EQ(std::system(("glib-compile-schemas " + folder).c_str()), 0);
+    setenv("GSETTINGS_SCHEMA_DIR", folder.c_str(), 1);
+    setenv("GSETTINGS_BACKEND", "keyfile", 1);
+    setenv("XDG_CONFIG_HOME", SystemPath("/settings").c_str(), 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", m_bus.Address(), 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", m_bus.Address(), 1);
+  }
+
+  GDBusMessage* Answer(GDBusMessage* call) {
+    const std::string member = g_dbus_message_get_member(call);
+    GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
+    if (member == "Get") {
+      g_dbus_message_set_body(reply, g_variant_new("(v)", g_variant_new_string(m_idleAction.load())));
+    } else if (m_permits) {
+      m_idleAction = "ignore";
+    } else {
+      g_object_unref(reply);
+      return g_dbus_message_new_method_error_literal(call, "org.test.Denied", "Not permitted");
+    }
+    return reply;
+  }
+
+  static constexpr char kDropIn[] = "/etc/systemd/logind.conf.d/zz-vexilo-idle.conf";
+  static constexpr char kSchema[] = R"(<schemalist>
+    <enum id="action"><value nick="nothing" value="0"/><value nick="suspend" value="1"/>
+      <value nick="shutdown" value="2"/><value nick="hibernate" value="3"/></enum>
+    <schema id="org.gnome.settings-daemon.plugins.power" path="/org/gnome/power/">
+      <key name="sleep-inactive-ac-type" enum="action"><default>'suspend'</default></key>
+      <key name="sleep-inactive-ac-timeout" type="i"><default>1200</default></key>
+    </schema></schemalist>)";
+  const TestBus m_bus;
+  std::atomic<const char*> m_idleAction = "ignore";
+  std::atomic<bool> m_permits = true;
+  std::string m_problem;
+};
+
+TEST_F(IdleMachine, IsToldAndLeftOn) {
+  EXPECT_FALSE(AskIdleOff().hasDecider);
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  const auto answer = [this](GDBusMessage* call) { return Answer(call); };
+  const PlayedService logind(m_bus, "org.freedesktop.login1", answer);
+  const PlayedService systemd(m_bus, "org.freedesktop.systemd1", answer);
+  for (const auto& [action, isOff] : {std::pair("ignore", false), {"suspend", false}, {"poweroff", true}}) {
+    m_idleAction = action;
+    EXPECT_EQ(AskIdleOff().isSet, isOff) << action;
+  }
+  m_permits = false;
+  EXPECT_FALSE(StopIdleOff(m_problem));
+  EXPECT_THAT(m_problem, HasSubstr("stay on when nobody uses it: org.freedesktop.systemd1: "));
+  EXPECT_FALSE(fs::exists(kDropIn)) << "what failed leaves nothing";
+  m_permits = true;
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  EXPECT_EQ(ReadHostFile(kDropIn), "[Login]\nIdleAction=ignore\n");
+  EXPECT_EQ(AskIdleOff().isSet, false);
+
+  const PlayedService desktop(m_bus, "org.gnome.SettingsDaemon.Power", answer);
+  EXPECT_EQ(AskIdleOff().isSet, false) << "it sleeps";
+  const GObjectHandle<GSettings> settings(g_settings_new("org.gnome.settings-daemon.plugins.power"));
+  g_settings_set_string(settings.get(), "sleep-inactive-ac-type", "shutdown");
+  EXPECT_EQ(AskIdleOff().isSet, true);
+  g_settings_set_int(settings.get(), "sleep-inactive-ac-timeout", 0);
+  EXPECT_EQ(AskIdleOff().isSet, false) << "never";
+  g_settings_set_int(settings.get(), "sleep-inactive-ac-timeout", 600);
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  EXPECT_EQ(AskIdleOff().isSet, false);
+  EXPECT_EQ(GText(g_settings_get_string(settings.get(), "sleep-inactive-ac-type")).get(), "nothing"s);
 }
 
 }  // namespace

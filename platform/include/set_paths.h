@@ -47,6 +47,10 @@ inline constexpr char kFlatpakUserDir[] = "/opt/usr/home/owner/.local/share/flat
 inline constexpr char kFlatpakDataDir[] = "/opt/usr/home/owner/.var/app";
 inline constexpr char kFlatpakHelper[] = "/usr/lib/vexilo-flatpak";
 
+// Programs that do what takes a library of their own.
+inline constexpr char kScreenHelper[] = "/usr/lib/vexilo-screen";
+inline constexpr char kSoundHelper[] = "/usr/lib/vexilo-sound";
+
 // What others keep that can be made again.
 inline constexpr char kOwnerHome[] = "/opt/usr/home/owner";
 inline constexpr char kPackageArchives[] = "/var/cache/apt/archives";

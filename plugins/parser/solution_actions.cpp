@@ -15,8 +15,11 @@
 #include "app_framework.h"
 #include "c_handle.h"
 #include "clock_control.h"
+#include "idle_off.h"
 #include "scheduled_off.h"
+#include "screen_mode.h"
 #include "service_control.h"
+#include "sound_output.h"
 #include "update_control.h"
 #include "vconf.h"
 #include "wireless_control.h"
@@ -112,11 +115,20 @@ bool ChangeUpdates(const std::string& what, std::string& advice) {
   return IsDone(problem, advice);
 }
 
-bool ChangeOffTimer(const std::string& what) {
-  std::string problem = "\"" + what + "\" is not \"stop\"";
-  if (what == "stop" && CancelScheduledOff(problem)) return true;
+/// The one thing that an action can be asked for.
+bool DoKnown(const std::string& what, const char* known, bool (*act)(std::string& problem)) {
+  std::string problem = "\"" + what + "\" is not \"" + known + "\"";
+  if (what == known && act(problem)) return true;
   VEXILO_LOGE("%s", problem.c_str());
   return false;
+}
+
+/// Where it cannot be changed from here, `settings` is launched.
+int ShowBestResolutionOr(const std::string& settings) {
+  std::string problem;
+  if (ShowBestResolution(problem)) return SOLUTION_DONE;
+  VEXILO_LOGI("%s", problem.c_str());
+  return Launch(settings);
 }
 
 bool ChangeWireless(const std::string& what) {
@@ -155,15 +167,18 @@ int Launch(const std::string& request) {
 
 int Perform(const std::string& type, const std::string& value, std::string& advice) {
   if (type == "launch") return Launch(value);
+  if (type == "best_resolution") return ShowBestResolutionOr(value);
   const auto outcome = [](bool done) { return done ? SOLUTION_DONE : SOLUTION_FAILED; };
   if (type == "setting") return outcome(SetSetting(value));
   if (type == "memboost") return outcome(QUVA::PerformMemBoost() == 0);
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value, ServicesOf::kMachine, advice));
   if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
-  if (type == "off_timer") return outcome(ChangeOffTimer(value));
+  if (type == "off_timer") return outcome(DoKnown(value, "stop", &CancelScheduledOff));
+  if (type == "auto_power_off") return outcome(DoKnown(value, "stop", &StopIdleOff));
   if (type == "clock") return outcome(ChangeClock(value, advice));
   if (type == "updates") return outcome(ChangeUpdates(value, advice));
+  if (type == "sound_output") return outcome(DoKnown(value, "screen", &LeadSoundToScreen));
   if (type == "wireless") return outcome(ChangeWireless(value));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;

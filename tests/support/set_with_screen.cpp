@@ -186,6 +186,14 @@ void InstallSet() {
   vconf_set_int("db/trevlin/background_period", 0);
 }
 
+void DecideAutoPowerOffByItsKey() {
+  std::string rules = ReadFile("/usr/share/trevlin/rules.json");
+  const size_t rule = rules.find("\"code\": 20080002"), when = rules.find("\"when\"", rule);
+  rules.replace(when, rules.find("{\"code\"", when) - when,
+                R"("when": {"fact": "setting:db/menu/system/power/auto_power_off", "is": "==", "value": true}}, )");
+  WriteFile("/usr/share/trevlin/rules.json", rules);
+}
+
 std::unique_ptr<ChildProcess> StartDaemon() {
   auto daemon = std::make_unique<ChildProcess>(std::vector<std::string>{SystemPath("/usr/bin/vexilo-setd")},
                                                ProcessOptions{.env = {{"VEXILO_LOG_TARGET", "file"}}});

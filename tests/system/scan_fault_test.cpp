@@ -21,7 +21,7 @@ using testing::ElementsAre;
 constexpr int kEarlier = 20090001;  // of the last scan
 constexpr int kOffTimer = 20080001;
 constexpr int kAutoPowerOff = 20080002;
-constexpr int kDemoMode = 20100001;
+constexpr int kTerms = 20090004;
 constexpr char kScanAtOnce[] = "launch_mech=StartVexilo";
 constexpr char kListIsOpen[] = "Start Vexilo Issue screen...";
 
@@ -31,9 +31,10 @@ class ScanFault : public testing::Test {
     const std::string problem = LeaveTheMachine();
     ASSERT_EQ(problem, "");
     InstallSet();
+    DecideAutoPowerOffByItsKey();
     vconf_set_int("db/menu/system/time/off_timer", 30);
     vconf_set_bool("db/menu/system/power/auto_power_off", true);
-    vconf_set_bool("db/menu/system/demo_mode", true);
+    vconf_set_int("db/menu/home_deck/homedatacontrol/defaultdisclaimeragree", 0);
     StoreRemaining({kEarlier});
     m_screen.emplace();
   }
@@ -132,7 +133,7 @@ TEST_F(ScanFault, APauseEndsItAtOnceWhileItWaitsForTheTaskManager) {
   const ProcessResult result = app.End(2s);
   EXPECT_FALSE(result.timedOut);
   EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kDemoMode));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kOffTimer, kAutoPowerOff, kTerms));
   ExpectSoundDatabase();
 }
 

@@ -22,7 +22,7 @@ constexpr int kStorageFull = 10040002;  // on demand, as the next
 constexpr int kBatteryLow = 10070001;
 constexpr int kOffTimer = 20080001;
 constexpr int kAutoPowerOff = 20080002;
-constexpr int kDemoMode = 20100001;
+constexpr int kTerms = 20090004;
 
 constexpr char kOffTimerKey[] = "db/menu/system/time/off_timer";
 constexpr char kAutoPowerOffKey[] = "db/menu/system/power/auto_power_off";
@@ -51,11 +51,12 @@ class Scan : public testing::Test {
     // A user-data partition on which a browser that keeps everything leaves less than the set needs.
     ASSERT_EQ(mount("none", SystemPath("/opt").c_str(), "tmpfs", 0, "size=340m"), 0) << strerror(errno);
     InstallSet();
+    DecideAutoPowerOffByItsKey();
     FillStorage();
     Battery(10);
     vconf_set_int(kOffTimerKey, 30);
     vconf_set_bool(kAutoPowerOffKey, true);
-    vconf_set_bool("db/menu/system/demo_mode", true);
+    vconf_set_int("db/menu/home_deck/homedatacontrol/defaultdisclaimeragree", 0);
     vconf_set_bool("db/vexilo/db_reset", true);
     vconf_set_int("db/trevlin/recheck_delay", 1);
     m_daemon = StartDaemon();
@@ -102,7 +103,7 @@ void Scan::ScanAndMend() {
   Press(app, {"Return"}, "Start Vexilo...");
   EXPECT_TRUE(fs::exists(SystemPath("/tmp/kov_NDF_reboot/StartVexilo-StartVexilo.log")));
   ASSERT_TRUE(app.Says("m_DiagResCallback triggered.. Size = 5"));
-  EXPECT_THAT(RemainingCodes(), ElementsAre(kStorageFull, kBatteryLow, kOffTimer, kAutoPowerOff, kDemoMode));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kStorageFull, kBatteryLow, kOffTimer, kAutoPowerOff, kTerms));
   EXPECT_EQ(Text("system/trevlin/STScenario"), R"({"id" : "StartAutoDiagnosis"})");
   EXPECT_EQ(Text("system/trevlin/STOperation"), R"({"id" : "CreateErrorList"})");
   int reset = 1;
@@ -143,7 +144,7 @@ void Scan::ScanAndMend() {
 
   // The first Back is the toast's.
   Press(app, {"Escape", "Escape"}, "Home screen called after return");
-  EXPECT_THAT(RemainingCodes(), ElementsAre(kBatteryLow, kDemoMode));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kBatteryLow, kTerms));
   m_screen->Press({"Escape"});
   EXPECT_EQ(app.End().exitCode, 0) << app.Log();
 }
@@ -153,7 +154,7 @@ void Scan::ComeBack() {
   ASSERT_TRUE(app.IsHome());
   EXPECT_TRUE(app.HasSaid("m_DiagResCallback triggered.. Size = 1"));
   EXPECT_EQ(Text("system/trevlin/STOperation"), R"({"id" : "CompareRemaining"})");
-  EXPECT_THAT(RemainingCodes(), ElementsAre(kDemoMode));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(kTerms));
 
   Press(app, {"Return"}, "Remaining issues Button Pressed");
   ASSERT_TRUE(app.Says(" buf after fn is"));

@@ -1,3 +1,4 @@
+#include "idle_off.h"
 #include "scheduled_off.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
@@ -14,7 +15,8 @@ class ScheduleCollector final : public Collector {
   std::chrono::milliseconds Period() const override { return 30s; }
   std::chrono::milliseconds Deadline() const override { return 3s; }
   std::vector<FactDescription> Describe() const override {
-    return {{"schedule.off", FactKind::kTruth, "", "the machine is to turn itself off at a set time"}};
+    return {{"schedule.off", FactKind::kTruth, "", "the machine is to turn itself off at a set time"},
+            {"schedule.idle_off", FactKind::kTruth, "", "the machine turns itself off when nobody uses it"}};
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
@@ -22,6 +24,9 @@ class ScheduleCollector final : public Collector {
     const ScheduledOff off = AskScheduledOff();
     AddFact(facts, "schedule.off", off.isSet);
     if (off.hasLogind && !off.isSet) AddUnknown(facts, "schedule.off");
+    const IdleOff idle = AskIdleOff();
+    AddFact(facts, "schedule.idle_off", idle.isSet);
+    if (idle.hasDecider && !idle.isSet) AddUnknown(facts, "schedule.idle_off");
   }
 };
 

@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include "c_handle.h"
+#include "sound_output.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/readings.h"
 
@@ -127,6 +128,13 @@ void AddMixerFacts(Facts& facts) {
   AddFact(facts, "sound.muted", IsMuted(volume));
 }
 
+/// Takes a program's start, so it is for machines where there is something to find.
+void AddOutputFact(Facts& facts) {
+  const SoundOutput output = AskSoundOutput();
+  AddFact(facts, "sound.elsewhere", output.isElsewhere);
+  if (output.hasServer && !output.isElsewhere) AddUnknown(facts, "sound.elsewhere");
+}
+
 class SoundCollector final : public Collector {
  public:
   std::string_view Name() const override { return "sound"; }
@@ -140,14 +148,18 @@ class SoundCollector final : public Collector {
         {"sound.muted", kTruth, "", "the default card is switched off"},
         {"sound.volume_percent", kNumber, "%", "of the default card, of its loudest channel"},
         {"sound.hdmi_output", kTruth, "", "a screen or receiver that plays sound is at a digital output"},
+        {"sound.elsewhere", kTruth, "", "sound goes to an output with nothing at it, while a screen could play it"},
     };
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
     const auto cards = CountCards(machine);
     AddFact(facts, "sound.cards", cards);
-    AddFact(facts, "sound.hdmi_output", HasHdmiOutput(machine));
-    if (!machine.IsCaptured() && cards.value_or(0) > 0) AddMixerFacts(facts);
+    const auto hasScreen = HasHdmiOutput(machine);
+    AddFact(facts, "sound.hdmi_output", hasScreen);
+    if (machine.IsCaptured()) return;
+    if (hasScreen == true) AddOutputFact(facts);
+    if (cards.value_or(0) > 0) AddMixerFacts(facts);
   }
 };
 

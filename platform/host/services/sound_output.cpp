@@ -1,0 +1,51 @@
+#include "sound_output.h"
+
+#include <fcntl.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/helper.h"
+#include "c_handle.h"
+#include "set_paths.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Where the client library looks for the server of a session.
+bool HasServer() {
+  const auto variable = [](const char* name) {
+    const char* const value = std::getenv(name);
+    return std::string(value ? value : "");
+  };
+  if (!variable("PULSE_SERVER").empty()) return true;
+  const std::string runtime = variable("XDG_RUNTIME_DIR"), own = variable("PULSE_RUNTIME_PATH");
+  std::error_code error;
+  return (!own.empty() && std::filesystem::exists(own + "/native", error)) ||
+         (!runtime.empty() && std::filesystem::exists(runtime + "/pulse/native", error));
+}
+
+}  // namespace
+
+SoundOutput AskSoundOutput() {
+  SoundOutput output;
+  output.hasServer = HasServer();
+  if (!output.hasServer) return output;
+  std::optional<bool> told;
+  const auto onLine = [&told](const std::string& line) { told = line == "elsewhere yes"; };
+  const FdHandle nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  HelperProblem problem;
+  if (RunHelper(set_paths::kSoundHelper, {"elsewhere"}, nothing.get(), 1500ms, onLine, problem) == HelperEnd::kDone)
+    output.isElsewhere = told;
+  return output;
+}
+
+bool LeadSoundToScreen(std::string& problem) {
+  const FdHandle nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  HelperProblem reason;
+  const bool isDone =
+      RunHelper(set_paths::kSoundHelper, {"to-screen"}, nothing.get(), 5s, {}, reason) == HelperEnd::kDone;
+  problem = isDone ? "" : "cannot lead the sound to the screen: " + reason.text;
+  return isDone;
+}
