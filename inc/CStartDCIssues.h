@@ -93,6 +93,7 @@ class CStartDCIssues {
   void m_LookForGoneNowAndThen();
   void m_StopLookingForGone();
   void m_LookForGone();
+  void m_TellStillThere(const std::string& issueCode);
   bool m_IsWaitedFor(const MapToDBTable& row) const;
   std::string m_WaitingText(const MapToDBTable& row) const;
   int m_RowOf(const std::string& issueCode) const;
@@ -114,6 +115,7 @@ class CStartDCIssues {
     std::string since;                          ///< when the issue was found
     bool opened;                                ///< another application was opened; else the engine looks again
     std::chrono::steady_clock::time_point end;  ///< by then it has
+    bool isStillThere = false;                  ///< as the engine says
   };
 
   static void m_Work(Decision& decision);

@@ -18,6 +18,7 @@
 #include "VexiloLog.h"
 #include "flux_resources.h"
 #include "system_path.h"
+#include "trevlin_engine.h"
 
 namespace QUVA {
 
@@ -38,7 +39,7 @@ constexpr char kNone[] = "NULL";  // in place of an id
 
 constexpr double kLookPeriod = 3.0;                   // seconds
 constexpr double kAdviceTime = 20.0;                  // seconds: there may be a command to write down
-constexpr std::chrono::seconds kRecheckPatience(20);  // RecheckIssue() has looked by then
+constexpr std::chrono::seconds kRecheckPatience(30);  // RecheckIssue() has looked by then
 
 constexpr double kTop = 3;  // units, as all sizes here
 constexpr double kCompleteHeight = 12;
@@ -53,6 +54,12 @@ constexpr double kFrameHeight = 17;
 constexpr double kFrameBottom = 7;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
+
+// The engine has seen the issue after its solution, and recorded that it was not applied.
+bool WasOfNoEffect(int code) {
+  _DTSolDBRecord solution;
+  return GetSolutionDB(code, &solution) == TREVLIN_OK && solution.isApply == 0;
+}
 
 bool IsGiven(const std::string& sid) {
   return !sid.empty() && sid != kNone;
@@ -520,32 +527,45 @@ void CStartDCIssues::m_LookForGone() {
   for (const auto& [code, since] : m_waiting)
     if (const int row = m_RowOf(code); m_list && row >= 0) elm_flux_list_update(m_list, row);  // its time may be over
   if (waiting.empty()) return m_StopLookingForGone();
-  const auto gone = std::make_shared<std::vector<std::string>>();
-  const auto takeAway = [this, gone] {
+  const auto gone = std::make_shared<std::vector<std::string>>(), still = std::make_shared<std::vector<std::string>>();
+  const auto tell = [this, gone, still] {
     for (const std::string& code : *gone)
       if (!m_IsBeingHandled(code)) m_TakeAway(code);
+    for (const std::string& code : *still) m_TellStillThere(code);
   };
   m_lookJob.m_Start(
-      [waiting, gone](const CScreenJob::Control&) {
+      [waiting, gone, still](const CScreenJob::Control&) {
         for (const std::string& code : waiting) {
-          if (!IsFalseNow(NumberOf(code))) continue;
-          if (QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code)) gone->push_back(code);
+          if (!IsFalseNow(NumberOf(code))) {
+            if (WasOfNoEffect(NumberOf(code))) still->push_back(code);
+          } else if (QUVA_DiagResultManager::GetInstance()->DeleteRemainingDBColumn(code)) {
+            gone->push_back(code);
+          }
         }
       },
-      takeAway, takeAway);
+      tell, tell);
+}
+
+// What was opened elsewhere is recorded so from the beginning.
+void CStartDCIssues::m_TellStillThere(const std::string& issueCode) {
+  const auto at = m_waiting.find(issueCode);
+  if (at == m_waiting.end() || at->second.opened || m_IsBeingHandled(issueCode)) return;
+  at->second.isStillThere = true;
+  if (const int row = m_RowOf(issueCode); m_list && row >= 0) elm_flux_list_update(m_list, row);
 }
 
 bool CStartDCIssues::m_IsWaitedFor(const MapToDBTable& row) const {
   const auto at = m_waiting.find(row.issue_code);
   // The same issue found anew is another one.
   return at != m_waiting.end() && at->second.since == row.last_time &&
-         (at->second.opened || std::chrono::steady_clock::now() < at->second.end);
+         (at->second.opened || (!at->second.isStillThere && std::chrono::steady_clock::now() < at->second.end));
 }
 
 std::string CStartDCIssues::m_WaitingText(const MapToDBTable& row) const {
   const auto at = m_waiting.find(row.issue_code);
   if (at == m_waiting.end() || at->second.since != row.last_time) return "";
-  return CUtils::m_GetText(at->second.opened ? kOpened : m_IsWaitedFor(row) ? kBeingChecked : kStillThere);
+  if (at->second.isStillThere) return CUtils::m_GetText(kStillThere);
+  return m_IsWaitedFor(row) ? CUtils::m_GetText(at->second.opened ? kOpened : kBeingChecked) : "";
 }
 
 void CStartDCIssues::m_TakeAway(const std::string& issueCode) {

@@ -491,7 +491,10 @@ TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelpe
       .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = 10040001, .type = DT_TRANSITION_TYPE_FALSE});
   EXPECT_TRUE(Soon([&] { return note(1).empty(); }, 10));
   EXPECT_THAT(RemainingCodes(), ElementsAre(10050001));
-  EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_STILL_THERE"); }, 60));
+  EXPECT_EQ(note(0), text("TV_SID_VEXILO_BEING_CHECKED"));
+  record = {.issueCode = 10050001, .solutionCode = 7, .type = 1, .isApply = 0, .registerTime = trevlin::CurrentTime()};
+  trevlin::Database(trevlin::Database::Access::kReadWrite).AddSolution(record);
+  EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_STILL_THERE"); }, 10));
 }
 
 // It would be back when the application is started again.
