@@ -75,7 +75,8 @@ class RunningApp {
 /// Lays out the set in the test's root: all that is installed. In English, without diagnoses in the background.
 void InstallSet();
 
-/// Has that set's rule for auto power off go by the settings key: it has no screen's plug, and nothing that turns it off.
+/// Has that set's rule for auto power off go by the settings key: it has no screen's plug, and nothing that turns it
+/// off.
 void DecideAutoPowerOffByItsKey();
 
 /// The set's daemon, running.
