@@ -61,13 +61,13 @@ PatternView::PatternView(std::vector<Pattern> patterns, std::function<void()> on
   evas_object_layer_set(m_image, kPictureLayer);
   evas_object_image_smooth_scale_set(m_image, false);
   evas_object_event_callback_add(m_image, EVAS_CALLBACK_MOUSE_UP, OnClick, this);
-  evas_object_event_callback_add(CUtils::Instance().m_pGetAppWindow(), EVAS_CALLBACK_RESIZE, OnResize, this);
+  evas_event_callback_add(Canvas(), EVAS_CALLBACK_CANVAS_VIEWPORT_RESIZE, OnResize, this);
   m_keys = ecore_event_handler_add(ECORE_EVENT_KEY_DOWN, OnKey, this);
 }
 
 PatternView::~PatternView() {
-  if (Evas_Object* const window = CUtils::Instance().m_pGetAppWindow())
-    evas_object_event_callback_del_full(window, EVAS_CALLBACK_RESIZE, OnResize, this);
+  if (CUtils::Instance().m_pGetAppWindow())
+    evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_CANVAS_VIEWPORT_RESIZE, OnResize, this);
   ecore_event_handler_del(m_keys);
   for (Evas_Object* const label : m_labels) evas_object_del(label);
   m_toast.m_Delete();
@@ -76,7 +76,7 @@ PatternView::~PatternView() {
 
 void PatternView::Show(size_t index) {
   m_index = index;
-  Tell();
+  m_isTold = false;
   Draw();
 }
 
@@ -117,12 +117,13 @@ void PatternView::End() {
 
 // ---- drawing
 
-void PatternView::OnResize(void* self, Evas*, Evas_Object*, void*) {
+void PatternView::OnResize(void* self, Evas*, void*) {
   static_cast<PatternView*>(self)->Draw();
 }
 
 void PatternView::Draw() {
   const Eina_Rect room = Room();
+  if (room.w <= 1 || room.h <= 1) return;  // not yet the window's
   const auto picture = std::make_shared<Bitmap>(room.w, room.h);
   m_job.m_Cancel();
   m_job.m_Start([picture, paint = m_patterns[m_index].paint](const QUVA::CScreenJob::Control&) { paint(*picture); },
@@ -145,6 +146,7 @@ void PatternView::Finish(const Bitmap& picture) {
   evas_object_geometry_set(m_image, room.x, room.y, room.w, room.h);
   evas_object_show(m_image);
   PlaceLabels();
+  if (!std::exchange(m_isTold, true)) Tell();
 }
 
 void PatternView::PlaceLabels() {

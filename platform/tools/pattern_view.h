@@ -30,7 +30,7 @@ class PatternView {
  private:
   static Eina_Bool OnKey(void* self, int type, void* event);
   static void OnClick(void* self, Evas* canvas, Evas_Object* image, void* event);
-  static void OnResize(void* self, Evas* canvas, Evas_Object* window, void* info);
+  static void OnResize(void* self, Evas* canvas, void* info);
 
   void Step(int by);
   void End();
@@ -47,6 +47,7 @@ class PatternView {
   Ecore_Event_Handler* m_keys;
   size_t m_index = 0;
   bool m_takesKeys = true;
+  bool m_isTold = false;  ///< what the picture shows
 };
 
 }  // namespace tools
