@@ -1,10 +1,11 @@
-// bench_ui PROGRAM BARE [starts|storage|turns]: starts the application of the set root on the display, works it with
-// keys and prints how long it takes to be seen, also as a multiple of what BARE takes, a program that shows no more
-// than a window; what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels of the
-// screen, lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it prints the
-// time to the first frame alone, with "storage" what a list of a thousand applications takes. It answers the requests
-// of the task manager itself. "turns" works the program with slow_disk.so before its libraries (its path is in the
-// environment variable VEXILO_BENCH_PRELOAD), and prints the longest turn of its main loop.
+// bench_ui PROGRAM BARE [starts|storage|turns|tools]: starts the application of the set root on the display, works it
+// with keys and prints how long it takes to be seen, also as a multiple of what BARE takes, a program that shows no
+// more than a window; what it holds in memory and how busy it keeps a processor. All is seen from outside: pixels of
+// the screen, lines of its log, /proc. The display needs a window manager, and no other window. With "starts" it prints
+// the time to the first frame alone, with "storage" what a list of a thousand applications takes. It answers the
+// requests of the task manager itself. "turns" works the program with slow_disk.so before its libraries (its path is in
+// the environment variable VEXILO_BENCH_PRELOAD), and prints the longest turn of its main loop. With "tools" PROGRAM is
+// vexilo-test, and it prints the time to the first picture of each tool and what it then holds in memory.
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -131,7 +132,7 @@ struct Memory {
 
 class Program {
  public:
-  explicit Program(const char* file) {
+  explicit Program(const char* file, const char* argument = nullptr) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) Fail("no pipe");
     fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);  // no line is lost between two looks
@@ -139,7 +140,7 @@ class Program {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
     std::string path = file;
-    const std::array<char*, 2> argv = {path.data(), nullptr};
+    const std::array<char*, 3> argv = {path.data(), const_cast<char*>(argument), nullptr};
     m_start = Clock::now();
     if (posix_spawn(&m_pid, file, &actions, nullptr, argv.data(), environ) != 0) Fail(path + " does not start");
     posix_spawn_file_actions_destroy(&actions);
@@ -325,6 +326,36 @@ void MeasureStarts(const char* file, const char* bare, const SeenScreen& screen)
   Print("start to first painted frame", times, "ms");
   Print("the same of a bare window of the toolkit", bareTimes, "ms");
   std::printf("%-46s %7.2f\n", "the first, as a multiple of the second", Median(times) / Median(bareTimes));
+}
+
+constexpr double kToolLines[] = {0.04, kTitleLine, 0.08, 0.80};  // one of them goes through something on each page
+constexpr int kToolStarts = 7;
+constexpr seconds kToolTime{3};
+
+bool IsEmpty(const SeenScreen& screen) {
+  return std::ranges::none_of(kToolLines, [&](double line) { return HasLetters(screen.Line(line)); });
+}
+
+void MeasureTools(const char* file, const SeenScreen& screen) {
+  for (const char* tool : {"picture", "modules"}) {
+    std::vector<double> times;
+    Memory memory;
+    for (int start = 0; start <= kToolStarts; ++start) {
+      {
+        Program program(file, tool);
+        const double time = program.Await("the first picture", [&] { return !IsEmpty(screen); });
+        if (start > 0) times.push_back(time);  // the first reads from the disk
+        if (start == kToolStarts) {
+          program.Rest(kToolTime);
+          memory = program.MemoryNow();
+        }
+      }
+      std::this_thread::sleep_for(kEmptyTime);
+      if (!IsEmpty(screen)) Fail("something else is on the screen");
+    }
+    Print((std::string(tool) + ": start to first picture").c_str(), times, "ms");
+    Print((std::string(tool) + ": then").c_str(), memory);
+  }
 }
 
 /// To the home screen, and to the end of its own animation.
@@ -542,11 +573,15 @@ void MeasureTurns(const char* file, const SeenScreen& screen) {
 
 int main(int argc, char** argv) {
   const std::string_view only = argc == 4 ? argv[3] : "";
-  if (argc < 3 || argc > 4 || (argc == 4 && only != "starts" && only != "storage" && only != "turns"))
-    return EXIT_FAILURE;
+  constexpr std::string_view kParts[] = {"starts", "storage", "turns", "tools"};
+  if (argc < 3 || argc > 4 || (argc == 4 && std::ranges::find(kParts, only) == std::end(kParts))) return EXIT_FAILURE;
   setenv("VEXILO_LOG_TARGET", "stderr", 1);
   setenv("VEXILO_LOG_LEVEL", "debug", 1);
   const SeenScreen screen;
+  if (only == "tools") {
+    MeasureTools(argv[1], screen);
+    return EXIT_SUCCESS;
+  }
   const TaskManagerStandIn taskManager(kAnswerTime, "300000|20000");
   if (only.empty() || only == "turns") MeasureTurns(argv[1], screen);
   if (only == "turns") return EXIT_SUCCESS;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "CUtils.h"
 #include "vconf.h"
 
@@ -19,6 +21,9 @@ class CMainView {
   /// `launchFrom` is what the application was launched from, or null, and must stay for as long as the process. False
   /// when there is no display to open a window on.
   bool initUI(char* launchFrom);
+  /// The same for another application with screens of this kind, which starts with `first` in place of the loading
+  /// screen.
+  bool m_OpenWindow(const char* title, std::function<void()> first);
 
   /// Every key that is pressed in the window; Back is taken here.
   static Eina_Bool m_WindowKeyPress(void* data, int type, void* event);
@@ -33,6 +38,7 @@ class CMainView {
   void m_setBGImage();
 
   char* m_pGetLaunchFrom() const { return m_launchFrom; }
+  void m_StartFirst() const { m_first(); }
 
  private:
   CMainView() = default;
@@ -42,9 +48,10 @@ class CMainView {
   static void m_OnResize(void* data, Evas* canvas, Evas_Object* window, void* info);
 
   char* m_launchFrom = nullptr;
+  std::function<void()> m_first;
 };
 
-/// An idler: turns the application if the screen hangs upright, and starts the loading screen.
+/// An idler: turns the application if the screen hangs upright, and starts the first screen.
 Eina_Bool ApplyRotation(void* data);
 
 }  // namespace QUVA

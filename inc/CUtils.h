@@ -110,6 +110,8 @@ class CUtils {
   void m_DropFromReturnStack();
   /// Ends the application, as Back on the first screen does: back to the menu that it was launched from.
   void m_Leave();
+  /// Has m_Leave() do this instead: another application is left to another place.
+  void m_SetLeave(std::function<void()> leave) { m_leave = std::move(leave); }
   size_t m_GetReturnStackSize() const { return m_returnStack.size(); }
 
   /// While set, Back does nothing.
@@ -206,6 +208,7 @@ class CUtils {
   std::atomic<bool> m_keyBlock{false};
   Ecore_Timer* m_loadingTimer = nullptr;
   std::deque<_returnCBStruct> m_returnStack;
+  std::function<void()> m_leave;
   int m_screenWidth = 0;
   int m_screenHeight = 0;
   std::vector<Evas_Object*> m_dimLayers;  ///< newest last

@@ -2,6 +2,7 @@
 
 #include <clocale>
 #include <cstring>
+#include <utility>
 
 #include "CLoadingScreen.h"
 #include "SettingsKeys.h"
@@ -56,13 +57,20 @@ CMainView& CMainView::Instance() {
 }
 
 bool CMainView::initUI(char* launchFrom) {
-  VEXILO_LOGI("Create root layout");
   m_launchFrom = launchFrom;
+  return m_OpenWindow(kTitle, [this] {
+    CLoadingScreen::Instance()->m_StartLoading(CUtils::Instance().m_pGetRootLayout(), m_launchFrom);
+  });
+}
+
+bool CMainView::m_OpenWindow(const char* title, std::function<void()> first) {
+  VEXILO_LOGI("Create root layout");
+  m_first = std::move(first);
   if (CUtils::m_GetText(kProductTitle) == kProductTitle)
     VEXILO_LOGE("No texts: no catalogue %s.mo in %s can be read. Message ids are shown instead.", kApplicationId,
                 set_paths::kLocaleDir);
   CUtils& utils = CUtils::Instance();
-  Evas_Object* const window = elm_win_util_standard_add(kApplicationId, kTitle);
+  Evas_Object* const window = elm_win_util_standard_add(kApplicationId, title);
   if (!window) {
     VEXILO_LOGE("No window: there is no display that can be opened. Vexilo needs a screen (X11 or Wayland).");
     return false;
@@ -133,8 +141,7 @@ Eina_Bool ApplyRotation(void* data) {
     if (utils.m_pGetRootLayout()) evas_object_show(utils.m_pGetRootLayout());
     Turn();
   }
-  CLoadingScreen::Instance()->m_StartLoading(utils.m_pGetRootLayout(),
-                                             static_cast<CMainView*>(data)->m_pGetLaunchFrom());
+  static_cast<CMainView*>(data)->m_StartFirst();
   return ECORE_CALLBACK_CANCEL;
 }
 

@@ -102,6 +102,7 @@ void CUtils::m_ExecuteReturn() {
 }
 
 void CUtils::m_Leave() {
+  if (m_leave) return m_leave();
   int launchPoint = 0;
   // The line says the opposite of what happened; whoever reads the log knows it so.
   if (vconf_get_int(kLaunchPointKey, &launchPoint) == 0) VEXILO_LOGE("Failed to read vconf %s", kLaunchPointKey);

@@ -23,7 +23,8 @@ class Tree {
  public:
   explicit Tree(fs::path root) : m_root(std::move(root)) {
     ReadFloors();
-    for (const char* folder : {"src", "inc", "plugins", "platform/include", "platform/host", "platform/services"})
+    for (const char* folder :
+         {"src", "inc", "plugins", "platform/include", "platform/host", "platform/services", "platform/tools"})
       if (fs::exists(m_root / folder))
         for (const auto& file : fs::recursive_directory_iterator(m_root / folder))
           if (file.path().extension() == ".cpp" || file.path().extension() == ".h")
@@ -118,6 +119,8 @@ class Tree {
       const int highest = IsOfApplication(from) ? FloorOf(from) : m_coreFloors;
       const int floor = FloorOf(to);
       if (floor == 0) return "is in no list of src/CMakeLists.txt";
+      // The test tools have screens of their own, in the same window.
+      if (IsBelow(from, "platform/tools") && m_names.at(floor) != "screens") return "";
       return floor <= highest ? "" : "is on a floor above: " + m_names.at(floor);
     }
     if (IsOfApplication(from) || IsBelow(from, "plugins"))
@@ -191,6 +194,7 @@ TEST_F(PlantedFloors, WhatGoesUpIsNamedWithFileAndLine) {
       {"plugins/parser/plugin.cpp", "Screen.h", "inc/Screen.h is on a floor above: screens"},
       {"plugins/parser/plugin.cpp", "base/file.h", "platform/host/base/file.h is not of the platform interface"},
       {"platform/services/tool/main.cpp", "Screen.h", "inc/Screen.h is on a floor above: screens"},
+      {"platform/tools/test.cpp", "Screen.h", "inc/Screen.h is on a floor above: screens"},
       {"platform/host/base/file.cpp", "Record.h", "inc/Record.h is not of the host platform"},
       {"platform/include/log.h", "base/file.h", "platform/host/base/file.h is no part of the interface"},
   };

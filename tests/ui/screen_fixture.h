@@ -162,10 +162,10 @@ class Screens : public testing::Test {
   static void Language(const char* locale) { vconf_set_str(QUVA::kMenuLanguageKey, locale); }
   static int InLog(const std::string& text) { return Count(Log(), text); }
 
-  /// Opens the window. Without the moving pictures nothing is drawn once a screen stands.
   enum Pictures { kStill, kMoving };
   enum Begin { kAtLoading, kAfterLoading };
-  void Open(Pictures pictures = kStill, Begin begin = kAfterLoading) {
+  /// Opens the window by `open`, in this size. Without the moving pictures nothing is drawn once a screen stands.
+  void OpenWindow(const char* size, Pictures pictures, const std::function<void()>& open) {
     const fs::path resources = SystemPath(set_paths::kResourceDir);
     fs::create_directories(resources);
     const auto link = [&](const fs::path& folder) {
@@ -179,11 +179,14 @@ class Screens : public testing::Test {
     ApplyMenuLanguage();
     bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
     bind_textdomain_codeset(QUVA::kApplicationId, "UTF-8");
-    setenv("VEXILO_WINDOW", "960x540", 1);
-    m_ui = std::make_unique<UiHarness>([] {
-      QUVA::CMainView::Instance().initUI(nullptr);
+    setenv("VEXILO_WINDOW", size, 1);
+    m_ui = std::make_unique<UiHarness>([&open] {
+      open();
       return Utils().m_pGetAppWindow();
     });
+  }
+  void Open(Pictures pictures = kStill, Begin begin = kAfterLoading) {
+    OpenWindow("960x540", pictures, [] { QUVA::CMainView::Instance().initUI(nullptr); });
     ASSERT_TRUE(Soon([] { return InLog("Start the Loading") == 1; }));
     if (begin == kAfterLoading) QUVA::CLoadingScreen::Instance()->m_CleanObjects();
   }

@@ -1,5 +1,6 @@
 #include "appfw/single_instance.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -13,7 +14,6 @@ namespace app_framework {
 namespace {
 
 constexpr const char* kTag = log_tags::kAppfw;
-constexpr char kObjectPath[] = "/com/tornelo/TVVexilo";
 constexpr char kInterface[] = "com.tornelo.Application1";
 constexpr char kMethod[] = "AppControl";
 constexpr char kErrorEnding[] = "com.tornelo.Application1.Error.Ending";
@@ -30,16 +30,6 @@ constexpr int kAttempts = 5;
 constexpr unsigned int kDoNotQueue = 4;
 constexpr unsigned int kPrimaryOwner = 1;
 constexpr unsigned int kNameExists = 3;
-
-/// The name for the set root; other roots are other sets. FNV-1a, as the name must be the same in every process.
-std::string InstanceName() {
-  if (SystemRoot().empty()) return kApplicationId;
-  uint64_t hash = 14695981039346656037u;
-  for (const unsigned char byte : SystemRoot()) hash = (hash ^ byte) * 1099511628211u;
-  char name[64];
-  std::snprintf(name, sizeof name, "%s.root_%016" PRIx64, kApplicationId, hash);
-  return name;
-}
 
 GVariant* ToDictionary(const Extras& extras) {
   GVariantBuilder builder;
@@ -60,6 +50,24 @@ Extras ReadExtras(GVariant& parameters) {
   while (g_variant_iter_next(&iterator, "{&s&s}", &key, &value))
     if (IsExtraKey(key)) extras.Set(key, value);
   return extras;
+}
+
+/// The name for the set root; other roots are other sets. FNV-1a, as the name must be the same in every process.
+std::string SingleInstance::InstanceName() const {
+  if (SystemRoot().empty()) return m_applicationId;
+  uint64_t hash = 14695981039346656037u;
+  for (const unsigned char byte : SystemRoot()) hash = (hash ^ byte) * 1099511628211u;
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%016" PRIx64, hash);
+  return m_applicationId + ".root_" + digits;
+}
+
+/// "/com/tornelo/TVVexilo": as an id, but with the letters that a path may have.
+std::string SingleInstance::ObjectPath() const {
+  std::string path = "/" + m_applicationId;
+  std::replace(path.begin(), path.end(), '.', '/');
+  std::replace(path.begin(), path.end(), '-', '_');
+  return path;
 }
 
 SingleInstance::~SingleInstance() {
@@ -105,8 +113,8 @@ bool SingleInstance::Export() {
   static const GDBusInterfaceVTable kMethods = {OnMethodCall, nullptr, nullptr, {}};
   const GNodeInfoHandle node(g_dbus_node_info_new_for_xml(kIntrospection, nullptr));
   GErrorHandle error;
-  m_object = g_dbus_connection_register_object(m_connection.get(), kObjectPath, node->interfaces[0], &kMethods, this,
-                                               nullptr, error.Out());
+  m_object = g_dbus_connection_register_object(m_connection.get(), ObjectPath().c_str(), node->interfaces[0], &kMethods,
+                                               this, nullptr, error.Out());
   if (m_object == 0) m_problem = error.Message();
   return m_object != 0;
 }
@@ -131,8 +139,9 @@ std::optional<bool> SingleInstance::RequestName() {
 SingleInstance::Outcome SingleInstance::Forward(const Extras& request) {
   GErrorHandle error;
   const std::string instance = InstanceName();
-  const GVariantHandle reply = CallOnBus(*m_connection, {instance.c_str(), kObjectPath, kInterface, kMethod, nullptr},
-                                         ToDictionary(request), kInstanceLimit, error);
+  const GVariantHandle reply =
+      CallOnBus(*m_connection, {instance.c_str(), ObjectPath().c_str(), kInterface, kMethod, nullptr},
+                ToDictionary(request), kInstanceLimit, error);
   if (reply) return Outcome::kDone;
   m_problem = error.Message();
   if (error.Matches(G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) return Outcome::kNoAnswer;

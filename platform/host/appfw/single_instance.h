@@ -1,6 +1,6 @@
 #pragma once
 /// @file
-/// One instance of the application for each set root, by a well-known name on the session bus. docs/launching.md has
+/// One instance of an application for each set root, by a well-known name on the session bus. docs/launching.md has
 /// the names and the interface.
 ///
 /// Without a bus, with one that does not answer within two seconds or that ends later, the application runs all the
@@ -15,12 +15,8 @@
 
 #include "appfw/app_control.h"
 #include "base/glib_handle.h"
-#include "set_names.h"
 
 namespace app_framework {
-
-/// Of the application that this framework runs.
-inline constexpr auto& kApplicationId = set_names::kCareApplication;
 
 /// The extras that another start sends: the arguments of the method, a dictionary of texts. A name that cannot be one
 /// is left out; of two that are the same the last counts.
@@ -40,7 +36,7 @@ class SingleInstance {
   /// Takes a request that another start forwarded.
   using RequestHandler = std::function<void(Extras, Answer)>;
 
-  SingleInstance() = default;
+  explicit SingleInstance(std::string applicationId) : m_applicationId(std::move(applicationId)) {}
   SingleInstance(const SingleInstance&) = delete;
   SingleInstance& operator=(const SingleInstance&) = delete;
   ~SingleInstance();
@@ -57,6 +53,8 @@ class SingleInstance {
   /// How forwarding a request went.
   enum class Outcome { kDone, kInstanceGone, kNoAnswer, kBusFailed };
 
+  std::string InstanceName() const;
+  std::string ObjectPath() const;
   bool Connect(const std::string& address);
   bool Export();
   /// Whether the name is ours now; nothing when the bus failed.
@@ -69,6 +67,7 @@ class SingleInstance {
                            const char* method, GVariant* parameters, GDBusMethodInvocation* invocation, void* self);
   static void OnClosed(GDBusConnection*, gboolean byPeer, GError* error, void* self);
 
+  const std::string m_applicationId;
   GObjectHandle<GDBusConnection> m_connection;
   RequestHandler m_handler;
   std::string m_problem;

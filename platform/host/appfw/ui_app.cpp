@@ -70,8 +70,13 @@ bool IsForBackground(const Extras& extras) {
   return mechanism && *mechanism == set_names::kBackgroundLaunch;
 }
 
+std::string& ApplicationId() {
+  static auto& id = *new std::string(set_names::kCareApplication);
+  return id;
+}
+
 void TakeForeground() {
-  vconf_set_str(kForegroundAppKey, kApplicationId);
+  vconf_set_str(kForegroundAppKey, ApplicationId().c_str());
 }
 
 class Application {
@@ -100,7 +105,7 @@ class Application {
   void* const m_userData;
   const std::string m_busAddress = SessionBusAddress();  // before the environment is changed
   ToolkitEnvironment m_environment;
-  SingleInstance m_instance;
+  SingleInstance m_instance{ApplicationId()};
   std::deque<Request> m_requests;
   unsigned int m_deliverySource = 0;
   bool m_delivering = false;
@@ -193,7 +198,10 @@ void Application::Deliver() {
   m_delivering = true;
   if (m_callbacks.app_control) m_callbacks.app_control(&request, m_userData);
   m_delivering = false;
-  if (!m_exiting && g_bringToFront && !IsForBackground(request.extras)) g_bringToFront();
+  if (!m_exiting && g_bringToFront && !IsForBackground(request.extras)) {
+    g_bringToFront();
+    TakeForeground();
+  }
   ScheduleDelivery();
 }
 
@@ -223,6 +231,10 @@ void Application::Terminate() {
 }
 
 }  // namespace
+
+void SetApplicationId(const std::string& id) {
+  ApplicationId() = id;
+}
 
 void SetBringToFront(void (*bringToFront)()) {
   g_bringToFront = bringToFront;

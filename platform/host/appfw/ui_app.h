@@ -1,10 +1,15 @@
 #pragma once
 /// @file
-/// What the platform's window tells the running application.
+/// What the platform tells the application that runs: who it is, and what becomes of its window.
 ///
 /// Thread rule: main thread.
 
+#include <string>
+
 namespace app_framework {
+
+/// The id of the application that ui_app_main() runs: the care application's unless another one is said before.
+void SetApplicationId(const std::string& id);
 
 /// Called after each request but one for the background, to show the application's window before all others; null when
 /// there is no window.

@@ -1,0 +1,34 @@
+#include "tools.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "AppIds.h"
+
+namespace tools {
+
+namespace {
+
+using namespace QUVA::app_ids;
+
+constexpr Tool kTools[] = {
+    {"picture", kPictureTest, "SID_PICTURE_TEST", "Picture Test", "picture-test", OpenPictureTest},
+    {"modules", kModulesTest, "TV_SID_OOBE_CAJUL_MLED_INSTALL_TEST", "MLED Installation Test", kModulesTest,
+     OpenModulesTest},
+};
+
+}  // namespace
+
+const Tool* FindTool(std::string_view name) {
+  const auto* const tool =
+      std::find_if(std::begin(kTools), std::end(kTools), [name](const Tool& each) { return name == each.name; });
+  return tool == std::end(kTools) ? nullptr : tool;
+}
+
+std::string ToolNames() {
+  std::string names;
+  for (const Tool& tool : kTools) names += (names.empty() ? "" : " ") + std::string(tool.name);
+  return names;
+}
+
+}  // namespace tools
