@@ -311,16 +311,16 @@ TEST(Display, EdidIsCheckedToItsEnd) {
     const char* what;
     std::string bytes;
     bool isValid;
-    std::optional<Resolution> preferred;
+    std::optional<display::Resolution> preferred;
   } kScreens[] = {
-      {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
-      {"a bad sum in the extension", badSum, true, Resolution{1920, 1080}},
+      {"with extensions", MakeEdid(3840, 2160, 2), true, display::Resolution{3840, 2160}},
+      {"a bad sum in the extension", badSum, true, display::Resolution{1920, 1080}},
       {"a bad sum in the first block", badBase, false, {}},
       {"a bad header", badHeader, false, {}},
       {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
   };
   for (const auto& screen : kScreens) {
-    const Edid edid = ReadEdid(screen.bytes);
+    const display::Edid edid = display::ReadEdid(screen.bytes);
     EXPECT_EQ(edid.isValid, screen.isValid) << screen.what;
     EXPECT_EQ(edid.preferred, screen.preferred) << screen.what;
   }
@@ -330,7 +330,7 @@ TEST(Display, FactsFollowFromTheConnectors) {
   const std::string hd = MakeEdid(1920, 1080);
   const struct {
     const char* what;
-    std::vector<Connector> connectors;
+    std::vector<display::Connector> connectors;
     const char* facts;
   } kMachines[] = {
       {"below what the screen prefers",
