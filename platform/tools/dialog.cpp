@@ -21,14 +21,19 @@ Dialog::Dialog(const std::string& title, const std::string& text, std::function<
 
 void Dialog::AddButton(const std::string& text, std::function<void()> onClick) {
   QUVA::OnEvent(elm_flux_popup_button_add(m_popup, text), "clicked", [this, onClick = std::move(onClick)](void*) {
-    CUtils::Instance().m_DropFromReturnStack();
-    Close();
+    Dismiss();
     onClick();
   });
 }
 
 void Dialog::FocusOn(int button) {
   elm_flux_popup_focus_set(m_popup, button);
+}
+
+void Dialog::Dismiss() {
+  if (!m_popup) return;
+  CUtils::Instance().m_DropFromReturnStack();
+  Close();
 }
 
 void Dialog::Close() {

@@ -22,6 +22,8 @@ class Dialog {
   void AddButton(const std::string& text, std::function<void()> onClick);
   /// Gives the focus to the button of this number, from 0.
   void FocusOn(int button);
+  /// Closes it, where it is not closed yet, without calling anything. It must be what Back would close.
+  void Dismiss();
 
  private:
   void Close();
