@@ -16,8 +16,9 @@ using QUVA::CUtils;
 constexpr double kTop = 4;  // units, as all sizes here
 constexpr double kBottom = 6;
 constexpr double kGap = 3;
-constexpr char kIndent[] = "\u2003";
-constexpr char kIndentMirrored[] = "\u200F\u2003";  // also before a name in Latin letters
+constexpr double kNoteWidth = 240 - 2 * QUVA::kPageMargin;  // of the narrowest screen
+constexpr char kIndent[] = "\u00A0\u00A0\u00A0";
+constexpr char kIndentMirrored[] = "\u200F\u00A0\u00A0\u00A0";  // also before a name in Latin letters
 constexpr double kButtonWidth = 54;
 constexpr double kButtonHeight = 10;
 constexpr double kButtonGap = 4;
@@ -30,8 +31,7 @@ FactsPage::FactsPage(const Tool& tool) : m_tool(tool), m_screen([this] { Announc
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, QUVA::kPageMargin, kTop, QUVA::kPageMargin, kBottom);
   elm_flux_layout_gap_set(body, kGap);
-  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT,
-                         CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * QUVA::kPageMargin, 0);
+  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, kNoteWidth, 0);
   elm_flux_text_lines_set(m_note, 2);
   evas_object_hide(m_note);
   m_listArea = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_TOP, 0, 0);
