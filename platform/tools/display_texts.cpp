@@ -194,7 +194,7 @@ std::vector<Fact> PictureFacts(const std::vector<Connector>& connectors) {
   for (const Connector& each : connectors) {
     if (!IsSeen(each)) continue;
     const Edid edid = EdidOf(each);
-    rows.AddTitle(TitleOf(each), edid.name);
+    rows.AddTitle(TitleOf(each), StateOf(each));
     rows.Add("TV_SID_VEXILO_SIGNAL_RESOLUTION", each.mode ? SizeText(*each.mode) : "");
     rows.Add("TV_SID_VEXILO_SIGNAL_RATE", each.mode && each.mode->rate > 0 ? RateText(*each.mode) : "");
     rows.Add("TV_SID_VEXILO_SIGNAL_DEPTH", DepthText(each.picture.mostBits));
