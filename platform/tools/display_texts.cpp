@@ -1,7 +1,7 @@
 #include "display_texts.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cmath>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -27,9 +27,7 @@ constexpr char kLeftToRight[] = "\u200E";
 
 /// "59.94": as many decimals as it takes, two at most.
 std::string Digits(double number) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f", number);
-  std::string digits = text;
+  std::string digits = QUVA::RoundValue(number);
   while (digits.ends_with('0')) digits.pop_back();
   if (digits.ends_with('.')) digits.pop_back();
   return digits;
@@ -134,9 +132,8 @@ bool IsSeen(const Connector& connector) {
 
 std::string LevelText(const std::optional<tv::Level>& level, const char* unit) {
   if (!level) return "";
-  char text[32];
-  std::snprintf(text, sizeof text, level->isShare ? "%.0f" : "%.1f", level->value);
-  return kLeftToRight + std::string(text) + (level->isShare ? " %" : unit);
+  const double step = level->isShare ? 1 : 10;
+  return kLeftToRight + Digits(std::round(level->value * step) / step) + (level->isShare ? " %" : unit);
 }
 
 std::string ReceptionText(const tv::Frontend& frontend) {

@@ -183,7 +183,7 @@ TEST_F(DisplayTexts, TellWhatTunersReceive) {
   } kTuners[] = {
       {FE_HAS_SIGNAL | FE_HAS_LOCK,
        {measure(FE_SCALE_DECIBEL, -45'250), measure(FE_SCALE_DECIBEL, 28'300), measure(FE_SCALE_COUNTER, 12)},
-       " Reception: A channel is received\n Signal strength: -45.2 dBm\n Signal quality: 28.3 dB\n Bit errors: 12\n"},
+       " Reception: A channel is received\n Signal strength: -45.3 dBm\n Signal quality: 28.3 dB\n Bit errors: 12\n"},
       {FE_HAS_SIGNAL,
        {measure(FE_SCALE_RELATIVE, 65535), none, none},
        " Reception: There is a signal, but no channel\n Signal strength: 100 %\n"},
