@@ -102,9 +102,12 @@ void TakeModesOfX(std::vector<Connector>& connectors) {
   if (xcb_connection_has_error(server.get())) return;
   const bool isAlone = connectors.empty();
   for (Output& output : OutputsOf(server.get())) {
-    const auto isIts = [&](const Connector& each) { return !output.edid.empty() && each.edid == output.edid; };
-    const auto at = std::find_if(connectors.begin(), connectors.end(), isIts);
-    if (at != connectors.end() && !at->mode) at->mode = output.mode;
+    // Two displays of a kind may describe themselves alike.
+    const auto isIts = [&](const Connector& each) {
+      return !each.mode && !output.edid.empty() && each.edid == output.edid;
+    };
+    if (const auto at = std::find_if(connectors.begin(), connectors.end(), isIts); at != connectors.end())
+      at->mode = output.mode;
     if (!isAlone) continue;
     Connector connector{std::move(output.name), true, {}, output.mode};
     connector.isForViewers = false;
