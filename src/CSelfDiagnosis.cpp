@@ -13,8 +13,6 @@
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
-#include "menu_checker.h"
-#include "vconf.h"
 
 namespace QUVA {
 
@@ -125,9 +123,7 @@ struct Reason {
   const char* sid;
 };
 constexpr Reason kReasons[] = {{kConsentKey, "TV_SID_VEXILO_TOOL_NEEDS_TERMS"},
-                               {kToolsLockedKey, "TV_SID_VEXILO_TOOL_LOCKED"},
-                               {"displays", "TV_SID_VEXILO_TOOL_NEEDS_CONNECTOR"},
-                               {"signal", "TV_SID_VEXILO_TOOL_NEEDS_SIGNAL"}};
+                               {kToolsLockedKey, "TV_SID_VEXILO_TOOL_LOCKED"}};
 constexpr char kOtherReason[] = "TV_SID_VEXILO_TOOL_NOT_AVAILABLE";
 
 constexpr double kLaunchPause = 1.5;  // seconds
@@ -148,13 +144,7 @@ const Tool* FindTool(const std::string& labelSid) {
 }
 
 std::string ReasonOf(const Tool& tool) {
-  std::string checked = MenuItemParser::GetInstance()->GetEnableKey(tool.checkerKey);
-  if (const size_t unless = checked.find(menu_checker::kUnless); unless != std::string::npos) {
-    const std::string forbidden = checked.substr(unless + menu_checker::kUnless.size());
-    int isForbidden = 0;
-    vconf_get_bool(forbidden.c_str(), &isForbidden);
-    checked = isForbidden ? forbidden : checked.substr(0, unless);
-  }
+  const std::string checked = MenuItemParser::GetInstance()->GetEnableKey(tool.checkerKey);
   for (const Reason& reason : kReasons)
     if (checked == reason.checkedKey) return CUtils::m_GetText(reason.sid);
   return CUtils::m_GetText(kOtherReason);

@@ -2,7 +2,6 @@
 
 #include "QUVA_MenuItemParser.h"
 #include "support/files.h"
-#include "support/set_with_screen.h"
 #include "vconf.h"
 
 namespace {
@@ -21,8 +20,7 @@ class MenuItems : public testing::Test {
   MenuItems() {
     const std::string folder = SystemPath(set_paths::kCheckerDir);
     fs::create_directories(folder);
-    for (const char* library : {PROBE_CHECKER, SYSINFO_CHECKER, SETTINGS_CHECKER, HARDWARE_CHECKER})
-      fs::copy(library, folder);
+    for (const char* library : {PROBE_CHECKER, SYSINFO_CHECKER, SETTINGS_CHECKER}) fs::copy(library, folder);
   }
 
   static void Configure(const std::string& text) { WriteFile(set_paths::kMenuItems, text); }
@@ -128,10 +126,6 @@ TEST_F(MenuItems, TheShippedCheckersCompareWithTheSet) {
 }
 
 TEST_F(MenuItems, TheShippedConfigurationFitsTheSet) {
-  ASSERT_EQ(LeaveTheMachine(), "");
-  unsetenv("DISPLAY");
-  const std::string status = "/sys/class/drm/card0-HDMI-A-1/status";
-  WriteHostFile(status, "connected\n");
   fs::copy(VEXILO_SOURCE_DIR "/platform/set/menuitems.json", SystemPath(set_paths::kMenuItems));
   fs::copy(VEXILO_SOURCE_DIR "/platform/set/set.conf", SystemPath(set_paths::kSetProfile));
   const auto answers = [] {
@@ -142,11 +136,6 @@ TEST_F(MenuItems, TheShippedConfigurationFitsTheSet) {
   EXPECT_EQ(answers(), "eeeeev-");
   vconf_set_int("db/menu/home_deck/homedatacontrol/defaultdisclaimeragree", 1);
   EXPECT_EQ(answers(), "eeeeee-");
-  WriteHostFile(status, "disconnected\n");
-  EXPECT_EQ(answers(), "eeeeve-") << "no signal";
-  fs::remove_all("/sys/class/drm");
-  EXPECT_EQ(answers(), "eeveve-") << "no connector either";
-  WriteHostFile(status, "connected\n");
   vconf_set_bool("db/vexilo/tools_locked", 1);
   EXPECT_EQ(answers(), "vvvvve-");
   WriteFile(set_paths::kSetProfile, "[feature]\nproduct.product_type=4\nno_sound=1\nthe_ostrav_version=2\n");

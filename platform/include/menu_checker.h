@@ -5,16 +5,6 @@
 ///
 /// Thread rule: called on the main thread; a call waits for nobody.
 
-#include <string_view>
-
-namespace menu_checker {
-
-/// Stands between what a checker is to look for and a settings key that forbids it while it is true:
-/// "displays unless db/vexilo/tools_locked".
-inline constexpr std::string_view kUnless = " unless ";
-
-}  // namespace menu_checker
-
 extern "C" {
 
 int check_enable_int(const char* key, int value);

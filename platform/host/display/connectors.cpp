@@ -61,21 +61,16 @@ std::optional<Connector> ReadConnector(const Machine& machine, const std::string
 
 }  // namespace
 
-std::optional<std::vector<Connector>> FindConnectors(const Machine& machine) {
+std::optional<std::vector<Connector>> ReadConnectors(const Machine& machine) {
   if (!trevlin::Exists(machine, kFolder)) return std::nullopt;
   std::vector<Connector> found;
   for (const std::string& name : trevlin::ListNames(machine, kFolder))
     if (auto connector = ReadConnector(machine, name)) found.push_back(std::move(*connector));
-  return found;
-}
-
-std::optional<std::vector<Connector>> ReadConnectors(const Machine& machine) {
-  auto found = FindConnectors(machine);
-  if (!found || machine.IsCaptured()) return found;
+  if (machine.IsCaptured()) return found;
   std::set<std::string> cards;
-  for (const Connector& each : *found)
+  for (const Connector& each : found)
     if (each.isConnected == true) cards.insert(each.card);
-  for (const std::string& card : cards) AskCard(card, *found);
+  for (const std::string& card : cards) AskCard(card, found);
   return found;
 }
 

@@ -11,9 +11,6 @@
 
 namespace display {
 
-/// What the kernel's files alone tell: all of ReadConnectors() but modes and pictures.
-std::optional<std::vector<Connector>> FindConnectors(const trevlin::Machine& machine);
-
 /// All of the machine, in the order of their names, but for those that lead into memory. Nothing when it is not known
 /// which there are. What only devices tell is left out of a captured machine; cards without a screen are not asked, as
 /// that would wake them.

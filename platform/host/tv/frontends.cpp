@@ -61,20 +61,6 @@ std::optional<int> NumberIn(const std::filesystem::path& path, const char* prefi
   return isOne && number >= 0 ? std::optional(number) : std::nullopt;
 }
 
-struct Device {
-  int adapter, number;
-  std::filesystem::path file;
-};
-
-std::vector<Device> FindDevices() {
-  std::vector<Device> found;
-  for (const auto& folder : EntriesOf("/dev/dvb"))
-    if (const auto adapter = NumberIn(folder, "adapter"))
-      for (const auto& file : EntriesOf(folder))
-        if (const auto number = NumberIn(file, "frontend")) found.push_back({*adapter, *number, file});
-  return found;
-}
-
 }  // namespace
 
 Frontend ReadFrontend(const Ask& ask) {
@@ -90,18 +76,19 @@ Frontend ReadFrontend(const Ask& ask) {
   return frontend;
 }
 
-bool HasFrontends() {
-  return !FindDevices().empty();
-}
-
 std::vector<Frontend> ReadFrontends() {
   std::vector<Frontend> found;
-  for (const Device& each : FindDevices()) {
-    const FdHandle device(open(each.file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!device) continue;
-    found.push_back(
-        ReadFrontend([&](unsigned long request, void* argument) { return ioctl(device.get(), request, argument); }));
-    std::tie(found.back().adapter, found.back().number) = std::tuple(each.adapter, each.number);
+  for (const auto& folder : EntriesOf("/dev/dvb")) {
+    const auto adapter = NumberIn(folder, "adapter");
+    if (!adapter) continue;
+    for (const auto& file : EntriesOf(folder)) {
+      const auto number = NumberIn(file, "frontend");
+      const FdHandle device(number ? open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1);
+      if (!device) continue;
+      found.push_back(
+          ReadFrontend([&](unsigned long request, void* argument) { return ioctl(device.get(), request, argument); }));
+      std::tie(found.back().adapter, found.back().number) = std::tuple(*adapter, *number);
+    }
   }
   const auto place = [](const Frontend& each) { return std::tuple(each.adapter, each.number); };
   std::sort(found.begin(), found.end(), [&](const Frontend& a, const Frontend& b) { return place(a) < place(b); });

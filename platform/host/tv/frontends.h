@@ -30,9 +30,6 @@ struct Frontend {
   bool operator==(const Frontend&) const = default;
 };
 
-/// Whether there is one, which may be opened or not.
-bool HasFrontends();
-
 /// All below /dev/dvb that can be opened, in the order of their numbers.
 std::vector<Frontend> ReadFrontends();
 
