@@ -8,6 +8,7 @@
 
 #include "base/netlink.h"
 #include "support/captured_machine.h"
+#include "support/edid_maker.h"
 #include "support/test.h"
 #include "trevlin/collectors/collectors.h"
 #include "trevlin/collectors/display_facts.h"
@@ -99,6 +100,19 @@ TEST(Netlink, WhatIsNotTheKernelsIsNoAnswer) {
     GTEST_SKIP() << "only who administers the network may send to the sockets of others";
   EXPECT_EQ(socket.Dump(RTM_GETLINK, ifinfomsg{}, count), 0);
   EXPECT_EQ(links, all);
+}
+
+TEST(Netlink, EventsOfDevicesAreToldByTheirSubsystem) {
+  const std::string event = "change@/devices/a\0ACTION=change\0SUBSYSTEM=drm\0HOTPLUG=1\0"s;
+  EXPECT_TRUE(netlink::IsEventOf(event, "drm"));
+  EXPECT_FALSE(netlink::IsEventOf(event, "dr"));
+  EXPECT_FALSE(netlink::IsEventOf("change@/a\0DEVPATH=SUBSYSTEM=drm\0SUBSYSTEM=drm_dp\0SUBSYS"s, "drm"));
+
+  netlink::DeviceEvents events;
+  std::ofstream trigger("/sys/class/mem/null/uevent");
+  if (!(trigger << "change" << std::flush)) GTEST_SKIP() << "only root has the kernel send events of devices";
+  EXPECT_TRUE(events.Take("mem"));
+  EXPECT_FALSE(events.Take("mem")) << "one is taken once";
 }
 
 // --- Network ---------------------------------------------------------------------------------------------------------
@@ -280,26 +294,11 @@ TEST(Network, LivePartsAskTheKernel) {
 
 // --- Display ---------------------------------------------------------------------------------------------------------
 
-std::string Summed(std::string block) {
-  unsigned sum = 0;
-  for (size_t i = 0; i + 1 < block.size(); ++i) sum += static_cast<unsigned char>(block[i]);
-  block.back() = static_cast<char>(256 - sum % 256);
-  return block;
-}
-
 /// Of a screen that prefers `width` by `height`, with so many blocks to follow.
 std::string MakeEdid(int width, int height, int extensions = 0) {
-  std::string block(128, '\0');
-  block.replace(0, 8, "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"s);
-  block[54] = 1;
-  block[56] = static_cast<char>(width);
-  block[58] = static_cast<char>(width >> 8 << 4);
-  block[59] = static_cast<char>(height);
-  block[61] = static_cast<char>(height >> 8 << 4);
-  block[126] = static_cast<char>(extensions);
-  block = Summed(block);
-  for (int i = 0; i < extensions; ++i) block += Summed("\x02\x03" + std::string(126, '\x11'));
-  return block;
+  std::string bytes = edid::FirstBlock(edid::Timing(1, width, height), extensions);
+  for (int i = 0; i < extensions; ++i) bytes += edid::Summed("\x02\x03" + std::string(126, '\x11'));
+  return bytes;
 }
 
 TEST(Display, EdidIsCheckedToItsEnd) {
@@ -311,18 +310,18 @@ TEST(Display, EdidIsCheckedToItsEnd) {
     const char* what;
     std::string bytes;
     bool isValid;
-    std::optional<Resolution> preferred;
+    std::optional<display::Resolution> preferred;
   } kScreens[] = {
-      {"with extensions", MakeEdid(3840, 2160, 2), true, Resolution{3840, 2160}},
-      {"a bad sum in the extension", badSum, true, Resolution{1920, 1080}},
+      {"with extensions", MakeEdid(3840, 2160, 2), true, display::Resolution{3840, 2160}},
+      {"a bad sum in the extension", badSum, true, display::Resolution{1920, 1080}},
       {"a bad sum in the first block", badBase, false, {}},
       {"a bad header", badHeader, false, {}},
       {"truncated in a block", MakeEdid(1920, 1080).substr(0, 100), false, {}},
   };
   for (const auto& screen : kScreens) {
-    const Edid edid = ReadEdid(screen.bytes);
-    EXPECT_EQ(edid.isValid, screen.isValid) << screen.what;
-    EXPECT_EQ(edid.preferred, screen.preferred) << screen.what;
+    const display::Edid read = display::ReadEdid(screen.bytes);
+    EXPECT_EQ(read.isValid, screen.isValid) << screen.what;
+    EXPECT_EQ(read.preferred, screen.preferred) << screen.what;
   }
 }
 
@@ -330,7 +329,7 @@ TEST(Display, FactsFollowFromTheConnectors) {
   const std::string hd = MakeEdid(1920, 1080);
   const struct {
     const char* what;
-    std::vector<Connector> connectors;
+    std::vector<display::Connector> connectors;
     const char* facts;
   } kMachines[] = {
       {"below what the screen prefers",

@@ -16,7 +16,9 @@ using QUVA::CUtils;
 constexpr double kTop = 4;  // units, as all sizes here
 constexpr double kBottom = 6;
 constexpr double kGap = 3;
-constexpr double kNoteHeight = 12;
+constexpr double kNoteWidth = 240 - 2 * QUVA::kPageMargin;  // of the narrowest screen
+constexpr char kIndent[] = "\u00A0\u00A0\u00A0";
+constexpr char kIndentMirrored[] = "\u200F\u00A0\u00A0\u00A0";  // also before a name in Latin letters
 constexpr double kButtonWidth = 54;
 constexpr double kButtonHeight = 10;
 constexpr double kButtonGap = 4;
@@ -29,9 +31,8 @@ FactsPage::FactsPage(const Tool& tool) : m_tool(tool), m_screen([this] { Announc
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, QUVA::kPageMargin, kTop, QUVA::kPageMargin, kBottom);
   elm_flux_layout_gap_set(body, kGap);
-  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, 0, kNoteHeight);
+  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, kNoteWidth, 0);
   elm_flux_text_lines_set(m_note, 2);
-  elm_flux_expand_set(m_note, true);
   evas_object_hide(m_note);
   m_listArea = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_TOP, 0, 0);
   elm_flux_expand_set(m_listArea, true);
@@ -59,7 +60,7 @@ void FactsPage::SetNote(const std::string& text) {
 
 void FactsPage::SetFacts(std::vector<Fact> facts) {
   const auto before = static_cast<int>(m_facts.size());
-  m_facts = std::move(facts);
+  const std::vector<Fact> old = std::exchange(m_facts, std::move(facts));
   const auto now = static_cast<int>(m_facts.size());
   if (!m_listArea) return;
   if (!m_list && now > 0) return BuildList();
@@ -67,7 +68,8 @@ void FactsPage::SetFacts(std::vector<Fact> facts) {
   if (now == 0) return elm_flux_layout_clear(m_listArea), Focus();
   for (int row = before; row > now; --row) elm_flux_list_remove(m_list, row - 1);
   if (now > before) elm_flux_list_append(m_list, now - before);
-  for (int row = 0; row < std::min(before, now); ++row) elm_flux_list_update(m_list, row);
+  for (int row = 0; row < std::min(before, now); ++row)
+    if (m_facts[static_cast<size_t>(row)] != old[static_cast<size_t>(row)]) elm_flux_list_update(m_list, row);
 }
 
 void FactsPage::BuildList() {
@@ -88,12 +90,15 @@ void FactsPage::BuildList() {
 std::string FactsPage::TextOf(int row, const std::string& part) const {
   if (row < 0 || row >= static_cast<int>(m_facts.size())) return "";
   const Fact& fact = m_facts[static_cast<size_t>(row)];
-  return part == "MainText" ? fact.name : part == "SubText1" ? fact.value : "";
+  if (part == "SubText1") return fact.value;
+  if (part != "MainText") return "";
+  return fact.isDetail ? (elm_config_mirrored_get() ? kIndentMirrored : kIndent) + fact.name : fact.name;
 }
 
 std::string FactsPage::SpeechOf(int row) const {
-  const std::string value = TextOf(row, "SubText1");
-  return TextOf(row, "MainText") + (value.empty() ? "" : ", " + value);
+  if (row < 0 || row >= static_cast<int>(m_facts.size())) return "";
+  const Fact& fact = m_facts[static_cast<size_t>(row)];
+  return fact.name + (fact.value.empty() ? "" : ", " + fact.value);
 }
 
 Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick) {

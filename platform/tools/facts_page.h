@@ -9,14 +9,10 @@
 #include <vector>
 
 #include "CScreen.h"
+#include "fact.h"
 #include "tool.h"
 
 namespace tools {
-
-struct Fact {
-  std::string name;
-  std::string value;
-};
 
 class FactsPage {
  public:

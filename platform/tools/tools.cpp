@@ -13,6 +13,9 @@ using namespace QUVA::app_ids;
 
 constexpr Tool kTools[] = {
     {"picture", kPictureTest, "SID_PICTURE_TEST", "Picture Test", "picture-test", OpenPictureTest},
+    {"hdmi", kHdmiTroubleshooting, "TV_SID_CONNECTION_HDMI_TROUBLSHOOTING", "HDMI Troubleshooting",
+     kHdmiTroubleshooting, OpenHdmiTroubleshooting},
+    {"signal", kSignalPages, "SID_SIGNAL_INFORMATION_KR_17", "Signal Information", "SignalInfo", OpenSignalInformation},
     {"modules", kModulesTest, "TV_SID_OOBE_CAJUL_MLED_INSTALL_TEST", "MLED Installation Test", kModulesTest,
      OpenModulesTest},
 };

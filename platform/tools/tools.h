@@ -15,6 +15,8 @@ const Tool* FindTool(std::string_view name);
 std::string ToolNames();
 
 void OpenPictureTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenHdmiTroubleshooting(const Tool& tool, const app_framework::Extras& extras);
+void OpenSignalInformation(const Tool& tool, const app_framework::Extras& extras);
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools

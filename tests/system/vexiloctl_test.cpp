@@ -527,6 +527,20 @@ TEST_F(DesktopEntries, EveryApplicationThatIsLaunchedHasOneThatWorks) {
   EXPECT_EQ(Launch({"org.varno.menu", "=value"}, {}).exitCode, 2);
 }
 
+TEST_F(DesktopEntries, OnlyPagesOfTheSignalAreTheTestTools) {
+  const std::pair<const char*, const char*> pages[] = {
+      {"ID=hdmi-information", "cannot show \"com.tornelo.tv.broadcastingmenu\""},
+      {"ID=channel-list", "  ID = channel-list"}};
+  for (const auto& [page, line] : pages) {
+    EXPECT_EQ(Count(Log(), line), 0);
+    EXPECT_EQ(Launch({"com.tornelo.tv.broadcastingmenu", page},
+                     {{"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}, {"ELM_ENGINE", ""}})
+                  .exitCode,
+              0);
+    EXPECT_TRUE(Until([&, text = line] { return Count(Log(), text) == 1; })) << page;
+  }
+}
+
 TEST_F(DesktopEntries, AProgramOfThisMachineComesBeforeTheStandIn) {
   const std::pair<Words, const char*> cases[] = {
       {{"org.varno.NetworkSetting-Varno"}, "nm-connection-editor"},

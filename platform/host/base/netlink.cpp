@@ -27,6 +27,26 @@ int AwaitPart(int fd, Clock::time_point end) {
   }
 }
 
+/// One datagram; empty when somebody else sent it. 0 or an errno: EAGAIN when none waits.
+int ReceiveFromKernel(int fd, std::span<std::byte> buffer, std::span<const std::byte>& datagram) {
+  sockaddr_nl sender{};
+  iovec part{buffer.data(), buffer.size()};
+  msghdr message{};
+  message.msg_name = &sender;
+  message.msg_namelen = sizeof sender;
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  datagram = {};
+  const ssize_t got = recvmsg(fd, &message, 0);
+  if (got < 0 && errno == EINTR) return 0;
+  if (got <= 0) return got < 0 ? errno : EPROTO;
+  // Any process may send to this socket; the kernel is number 0.
+  if (message.msg_namelen != sizeof sender || sender.nl_pid != 0) return 0;
+  if (message.msg_flags & MSG_TRUNC) return EMSGSIZE;
+  datagram = buffer.first(static_cast<size_t>(got));
+  return 0;
+}
+
 /// Whether a message with its header lies within the bytes that are left.
 bool IsWhole(const nlmsghdr* message, int left) {
   return left >= static_cast<int>(sizeof *message) && message->nlmsg_len >= sizeof *message &&
@@ -69,24 +89,9 @@ bool Socket::Send(uint16_t type, uint16_t flags, std::span<const std::byte> body
   return sendmsg(m_fd.get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(header.nlmsg_len);
 }
 
-// What somebody else sent is an empty datagram.
 int Socket::Receive(std::span<std::byte> buffer, std::span<const std::byte>& datagram) {
-  sockaddr_nl sender{};
-  iovec part{buffer.data(), buffer.size()};
-  msghdr message{};
-  message.msg_name = &sender;
-  message.msg_namelen = sizeof sender;
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  datagram = {};
-  const ssize_t got = recvmsg(m_fd.get(), &message, 0);
-  if (got < 0 && (errno == EINTR || errno == EAGAIN)) return 0;
-  if (got <= 0) return got < 0 ? errno : EPROTO;
-  // Any process may send to this socket; the kernel is number 0.
-  if (message.msg_namelen != sizeof sender || sender.nl_pid != 0) return 0;
-  if (message.msg_flags & MSG_TRUNC) return EMSGSIZE;
-  datagram = buffer.first(static_cast<size_t>(got));
-  return 0;
+  const int error = ReceiveFromKernel(m_fd.get(), buffer, datagram);
+  return error == EAGAIN ? 0 : error;
 }
 
 int Socket::Converse(uint16_t type, uint16_t flags, std::span<const std::byte> body, const Visitor& visit) {
@@ -99,6 +104,38 @@ int Socket::Converse(uint16_t type, uint16_t flags, std::span<const std::byte> b
     if (const int error = AwaitPart(m_fd.get(), end)) return error;
     if (const int error = Receive(buffer, datagram)) return error;
     if (const std::optional<int> result = VisitMessages(datagram, m_question, visit)) return *result;
+  }
+}
+
+bool IsEventOf(std::string_view event, std::string_view subsystem) {
+  constexpr std::string_view kKey = "SUBSYSTEM=";
+  for (size_t at = 0; at < event.size();) {
+    const std::string_view text = event.substr(at, event.find('\0', at) - at);
+    if (text.starts_with(kKey) && text.substr(kKey.size()) == subsystem) return true;
+    at += text.size() + 1;
+  }
+  return false;
+}
+
+DeviceEvents::DeviceEvents()
+    : m_fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT)) {
+  constexpr unsigned kFromKernel = 1;  // a group; the other has what a device manager makes of them
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = kFromKernel;
+  if (m_fd && bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) m_fd.reset();
+}
+
+bool DeviceEvents::Take(std::string_view subsystem) {
+  alignas(nlmsghdr) std::byte buffer[8192];
+  for (bool found = false;;) {
+    std::span<const std::byte> event;
+    const int error = ReceiveFromKernel(m_fd.get(), buffer, event);
+    if (error == ENOBUFS || error == EMSGSIZE)
+      found = true;
+    else if (error != 0)
+      return found;
+    found = found || IsEventOf({reinterpret_cast<const char*>(event.data()), event.size()}, subsystem);
   }
 }
 

@@ -56,6 +56,24 @@ class Socket {
   uint32_t m_question = 0;  // tells its answer from one that came too late
 };
 
+/// Whether an event of the kernel (uevent: texts with a zero after each, "SUBSYSTEM=drm" among them) is of the
+/// subsystem.
+bool IsEventOf(std::string_view event, std::string_view subsystem);
+
+/// Events that the kernel sends when a device comes, goes or changes. For one thread at a time. In a container there
+/// may be none.
+class DeviceEvents {
+ public:
+  DeviceEvents();
+  /// Readable when there are some; -1 when they cannot be had.
+  int Fd() const { return m_fd.get(); }
+  /// Takes all that wait. Whether one is of the subsystem ("drm"), or some were lost that might have been.
+  bool Take(std::string_view subsystem);
+
+ private:
+  FdHandle m_fd;
+};
+
 /// The fixed part of a message; null when the message is too short for one.
 template <typename Body>
 const Body* BodyOf(const nlmsghdr& message) {
