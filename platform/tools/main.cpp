@@ -63,9 +63,14 @@ void OnTerminate(void*) {
   _exit(kEnded);
 }
 
-/// A test that nobody sees is over.
+/// A test that nobody sees is over, unless it waits for the viewer to come back.
 void OnPause(void*) {
-  ui_app_exit();
+  if (!QUVA::CUtils::Instance().m_GetMultitaskingStatus()) ui_app_exit();
+}
+
+void OnResume(void* data) {
+  const auto& run = *static_cast<Run*>(data);
+  if (run.tool->resume) run.tool->resume();
 }
 
 void OnRequest(app_control_h request, void* data) {
@@ -90,6 +95,6 @@ int main(int argc, char** argv) {
   }
   bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
   app_framework::SetApplicationId(run.tool->appId);
-  ui_app_lifecycle_callback_s callbacks = {OnCreate, OnTerminate, OnPause, nullptr, OnRequest};
+  ui_app_lifecycle_callback_s callbacks = {OnCreate, OnTerminate, OnPause, OnResume, OnRequest};
   return ui_app_main(argc - 1, argv + 1, &callbacks, &run) == 0 ? kEnded : NotShown(*run.tool);
 }
