@@ -161,8 +161,9 @@ void ConnectionPage::Fix() {
   const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
   m_job.m_Start(
       [outcome, code = m_solution->issue_code](const QUVA::CScreenJob::Control&) {
-        if (const auto apply = QUVA::QUVA_DiagManager::GetInstance()->m_pGetApplySolution())
-          *outcome = apply(code.c_str());
+        CreateAPIInstance();  // what is done is recorded there
+        const auto apply = QUVA::QUVA_DiagManager::GetInstance()->m_pGetApplySolution();
+        if (apply) *outcome = apply(code.c_str());
       },
       [this, outcome] { EndFix(*outcome); }, [this] { EndFix(SOLUTION_FAILED); });
 }
