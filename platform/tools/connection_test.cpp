@@ -44,14 +44,19 @@ class ConnectionPage {
     m_page.OnSelect([this](int row) { OnSelect(row); });
     m_page.AddButton("TV_SID_VEXILO_TEST_AGAIN", [this] { Start(); });
     m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+    evas_event_callback_add(evas_object_evas_get(CUtils::Instance().m_pGetAppWindow()), EVAS_CALLBACK_CANVAS_FOCUS_IN,
+                            OnFocus, this);
     Start();
   }
 
+ private:
+  static void OnFocus(void* self, Evas*, void*) { static_cast<ConnectionPage*>(self)->Resume(); }
+  /// The viewer is back, maybe from where he could mend it.
   void Resume() {
+    CUtils::Instance().m_SetMultitaskingStatus(false);
     if (std::exchange(m_isElsewhere, false)) Start();
   }
 
- private:
   void Start();
   void Show(std::vector<ConnectionRow> rows);
   void End();
@@ -158,6 +163,7 @@ void ConnectionPage::Explain() {
 
 void ConnectionPage::Fix() {
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_WORKING_ON_IT"));
+  CUtils::Instance().m_SetMultitaskingStatus(true);  // what is opened may cover this one before it is known
   const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
   m_job.m_Start(
       [outcome, code = m_solution->issue_code](const QUVA::CScreenJob::Control&) {
@@ -176,22 +182,17 @@ void ConnectionPage::EndFix(int outcome) {
   }
   m_page.SetNote(CUtils::m_GetText(m_solution->sid_issue.c_str()));
   m_isElsewhere = outcome == SOLUTION_OPENED;
-  CUtils::Instance().m_SetMultitaskingStatus(m_isElsewhere);
+  CUtils::Instance().m_SetMultitaskingStatus(outcome != SOLUTION_FAILED);
   m_page.Toast(CUtils::m_GetText(outcome == SOLUTION_OPENED          ? "TV_SID_VEXILO_OPENED"
                                  : outcome == SOLUTION_NOT_ON_DEVICE ? "TV_SID_VEXILO_NO_SUCH_APP"
                                                                      : "TV_SID_VEXILO_COULD_NOT_DO_IT"));
 }
 
-ConnectionPage* g_page = nullptr;
-
 }  // namespace
 
 void OpenConnectionTest(const Tool& tool, const app_framework::Extras&) {
-  g_page = new ConnectionPage(tool);
-}
-
-void ResumeConnectionTest() {
-  if (g_page) g_page->Resume();
+  [[maybe_unused]] static ConnectionPage* page = nullptr;  // until the process ends
+  page = new ConnectionPage(tool);
 }
 
 }  // namespace tools

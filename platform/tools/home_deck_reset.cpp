@@ -82,6 +82,7 @@ void ResetPage::Ask() {
 // It is over in seconds, and nothing is gained by leaving it.
 void ResetPage::Reset() {
   CUtils::Instance().m_SetKeyBlock(true);
+  m_page.RemoveButtons();
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_RESETTING"));
   ShowProgress(0);
   const auto problem = std::make_shared<std::string>();

@@ -68,11 +68,6 @@ void OnPause(void*) {
   if (!QUVA::CUtils::Instance().m_GetMultitaskingStatus()) ui_app_exit();
 }
 
-void OnResume(void* data) {
-  const auto& run = *static_cast<Run*>(data);
-  if (run.tool->resume) run.tool->resume();
-}
-
 void OnRequest(app_control_h request, void* data) {
   auto& run = *static_cast<Run*>(data);
   if (run.isShown) return;  // the window comes to the front
@@ -95,6 +90,6 @@ int main(int argc, char** argv) {
   }
   bindtextdomain(QUVA::kApplicationId, SystemPath(set_paths::kLocaleDir).c_str());
   app_framework::SetApplicationId(run.tool->appId);
-  ui_app_lifecycle_callback_s callbacks = {OnCreate, OnTerminate, OnPause, OnResume, OnRequest};
+  ui_app_lifecycle_callback_s callbacks = {OnCreate, OnTerminate, OnPause, nullptr, OnRequest};
   return ui_app_main(argc - 1, argv + 1, &callbacks, &run) == 0 ? kEnded : NotShown(*run.tool);
 }

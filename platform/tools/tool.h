@@ -16,9 +16,6 @@ struct Tool {
   const char* launchSource;  ///< which card of the care application's menu it belongs to
   /// Shows its first screen.
   void (*open)(const Tool& tool, const app_framework::Extras& extras);
-  /// The viewer is back from what the tool has opened. Of a tool that stays while it is not seen, as it has told by
-  /// CUtils::m_SetMultitaskingStatus().
-  void (*resume)() = nullptr;
 };
 
 }  // namespace tools

@@ -16,7 +16,7 @@ constexpr Tool kTools[] = {
     {"modules", kModulesTest, "TV_SID_OOBE_CAJUL_MLED_INSTALL_TEST", "MLED Installation Test", kModulesTest,
      OpenModulesTest},
     {"connection", kHomedeckConnectionTest, "COM_SID_HOME_DECK_CONNECTION_TEST", "Homedeck Connection Test",
-     kHomedeckConnectionTest, OpenConnectionTest, ResumeConnectionTest},
+     kHomedeckConnectionTest, OpenConnectionTest},
     {"reset", kHomedeckReset, "COM_TV_SID_RESET_HOME_DECK_KR_KOR", "Reset Homedeck", "HomedeckReset",
      OpenHomeDeckReset},
 };

@@ -17,7 +17,6 @@ std::string ToolNames();
 void OpenPictureTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenConnectionTest(const Tool& tool, const app_framework::Extras& extras);
-void ResumeConnectionTest();
 void OpenHomeDeckReset(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools

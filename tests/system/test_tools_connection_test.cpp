@@ -164,7 +164,8 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   // The viewer comes back from there with half of it mended, and then goes on.
   Shell("ip route add default via 192.168.7.1");
   m_isCutOff = true;
-  FindTool("connection")->resume();
+  evas_focus_out(m_ui->Canvas());
+  evas_focus_in(m_ui->Canvas());
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_INTERNET_MSG"); }));
   m_isCutOff = false;
   Press("Return");  // done: what the viewer does himself is tried at once
