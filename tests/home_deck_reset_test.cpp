@@ -129,7 +129,7 @@ class ResetTool : public ToolPages {};
 TEST_F(ResetTool, AsksWithNoInFocusAndShowsWhatIsGone) {
   Fill();
   OpenTool("reset");
-  const std::string reset = QUVA::CUtils::m_GetText("COM_TV_SID_RESET_HOME_DECK_KR_KOR");
+  const std::string reset = QUVA::CUtils::m_GetText("TV_SID_VEXILO_RESET_NOW");
   ASSERT_TRUE(FocusBecomes(reset));
   EXPECT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_TERMS_ACCEPTED") && Shows("1"); }));
   Press("Return");
@@ -143,8 +143,8 @@ TEST_F(ResetTool, AsksWithNoInFocusAndShowsWhatIsGone) {
   EXPECT_EQ(State(), "nothing");
   EXPECT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_TERMS_NOT_ACCEPTED"); }));
   EXPECT_THAT(StoredEvents(), HasSubstr("status=Reset;"));
-  EXPECT_TRUE(FocusBecomes("done"));
-  Press("Return");
+  EXPECT_FALSE(Shows(reset)) << "there is nothing left";
+  Press("Down Down Down Return");
   EXPECT_EQ(g_loopEnds, 1);
 }
 

@@ -56,13 +56,13 @@ void ResetPage::Look() {
 }
 
 void ResetPage::Show(const HomeDeckData& data) {
+  m_page.RemoveButtons();
+  if (!data.IsEmpty()) m_page.AddButton("TV_SID_VEXILO_RESET_NOW", [this] { Ask(); });
+  m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
   const char* const consent = data.isConsentGiven ? "TV_SID_VEXILO_TERMS_ACCEPTED" : "TV_SID_VEXILO_TERMS_NOT_ACCEPTED";
   m_page.SetFacts({{CUtils::m_GetText("TV_SID_VEXILO_TERMS_OF_USE"), CUtils::m_GetText(consent)},
                    {CUtils::m_GetText("TV_SID_VEXILO_RESET_SETTINGS"), std::to_string(data.settings)},
                    {CUtils::m_GetText("TV_SID_VEXILO_CACHE_SIZE"), CUtils::m_ConvertBytes(data.cacheBytes)}});
-  m_page.RemoveButtons();
-  if (!data.IsEmpty()) m_page.AddButton(m_tool.titleSid, [this] { Ask(); });
-  m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
 }
 
 void ResetPage::Ask() {
