@@ -10,13 +10,14 @@
 #include "VexiloLog.h"
 #include "dialog.h"
 #include "facts_page.h"
-#include "home_deck_data.h"
+#include "homedata/home_deck_data.h"
 #include "tools.h"
 
 namespace tools {
 
 namespace {
 
+using homedata::HomeDeckData;
 using QUVA::CScreenJob;
 using QUVA::CUtils;
 
@@ -45,8 +46,8 @@ void ResetPage::Look() {
   const auto data = std::make_shared<HomeDeckData>();
   m_job.m_Start(
       [data](const CScreenJob::Control&) {
-        if (std::string problem; !MendHomeDeckReset(problem)) VEXILO_LOGE("%s", problem.c_str());
-        *data = MeasureHomeDeck();
+        if (std::string problem; !homedata::MendHomeDeckReset(problem)) VEXILO_LOGE("%s", problem.c_str());
+        *data = homedata::MeasureHomeDeck();
       },
       [this, data] {
         Show(*data);
@@ -94,8 +95,8 @@ void ResetPage::Reset() {
           if (percent == std::exchange(shown, percent)) return;
           control.m_RunInMainLoop([this, share] { ShowProgress(share); });
         };
-        const bool isDone = ResetHomeDeck(tell, *problem);
-        control.m_RunInMainLoop([this, data = MeasureHomeDeck()] { Show(data); });
+        const bool isDone = homedata::ResetHomeDeck(tell, *problem);
+        control.m_RunInMainLoop([this, data = homedata::MeasureHomeDeck()] { Show(data); });
         if (isDone) problem->clear();
       },
       [this, problem] { End(*problem); }, [this] { End("no thread could be had"); });

@@ -1,4 +1,4 @@
-#include "home_deck_data.h"
+#include "homedata/home_deck_data.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,12 +10,13 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
-#include "ContentTerms.h"
-#include "SettingsKeys.h"
 #include "base/atomic_file.h"
 #include "base/file_lock.h"
 #include "base/folder.h"
+#include "dlog.h"
+#include "log_tags.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
 #include "packages/safe_tree.h"
@@ -23,8 +24,9 @@
 #include "set_paths.h"
 #include "settings/settings_store.h"
 #include "system_path.h"
+#include "vconf.h"
 
-namespace tools {
+namespace homedata {
 
 namespace {
 
@@ -104,10 +106,14 @@ bool SetAside(const std::function<void(double)>& onProgress, std::string& proble
   const std::string folder = SystemPath(set_paths::kHomeDeckReset);
   if (!MakeFolders(folder)) return Fail(problem, set_paths::kHomeDeckReset, errno);
   SyncFolderOf(folder);
-  const auto keys = settings::KeysBelow(kHomeDeckKeys);
+  auto keys = settings::KeysBelow(kHomeDeckKeys);
   double steps = 0;
   const auto step = [&] { onProgress(kAsideShare * ++steps / static_cast<double>(keys.size() + 2)); };
   step();
+  if (!Rename(set_paths::kCobaltDir, kAside, problem)) return false;
+  step();
+  // The consent last: without it nobody gets to the tool.
+  std::ranges::stable_partition(keys, [](const std::string& key) { return key != set_names::kConsentKey; });
   for (const std::string& key : keys) {
     const std::string name = "/" + settings::FileNameOfKey(key);
     const std::string from = SystemPath(settings::FolderOfKey(key)) + name;
@@ -115,13 +121,11 @@ bool SetAside(const std::function<void(double)>& onProgress, std::string& proble
       return Fail(problem, settings::FolderOfKey(key) + name, errno);
     step();
   }
-  if (!Rename(set_paths::kCobaltDir, kAside, problem)) return false;
-  step();
   return true;
 }
 
-FdHandle Lock(std::string& problem) {
-  FdHandle lock = LockBeside(SystemPath(set_paths::kHomeDeckReset), std::chrono::steady_clock::now() + kLockPatience);
+FdHandle Lock(std::string& problem, std::chrono::seconds patience = kLockPatience) {
+  FdHandle lock = LockBeside(SystemPath(set_paths::kHomeDeckReset), std::chrono::steady_clock::now() + patience);
   if (!lock) Fail(problem, set_paths::kHomeDeckReset, errno);
   return lock;
 }
@@ -130,10 +134,11 @@ FdHandle Lock(std::string& problem) {
 
 HomeDeckData MeasureHomeDeck() {
   HomeDeckData data;
-  data.isConsentGiven = QUVA::HasConsent();
+  int consent = 0;
+  data.isConsentGiven = vconf_get_int(set_names::kConsentKey, &consent) == 0 && consent == 1;
   const auto keys = settings::KeysBelow(kHomeDeckKeys);
   data.settings =
-      static_cast<int>(std::ranges::count_if(keys, [](const auto& key) { return key != QUVA::kConsentKey; }));
+      static_cast<int>(std::ranges::count_if(keys, [](const auto& key) { return key != set_names::kConsentKey; }));
   data.cacheBytes = packages::MeasureTree(set_paths::kCobaltDir).bytes;
   return data;
 }
@@ -141,6 +146,17 @@ HomeDeckData MeasureHomeDeck() {
 bool MendHomeDeckReset(std::string& problem) {
   const FdHandle lock = Lock(problem);
   return lock && Mend(problem);
+}
+
+void MendHomeDeckResetAtStart() {
+  const auto mend = [] {
+    std::string problem;
+    const FdHandle lock = Lock(problem, std::chrono::seconds(0));  // who has it is at work
+    if (lock && !Mend(problem))
+      __dlog_print(LOG_ID_APPS, DLOG_ERROR, log_tags::kHomeData, "an interrupted reset: %s", problem.c_str());
+  };
+  if (IsThere(set_paths::kHomeDeckReset)) return mend();
+  if (IsThere(set_paths::kHomeDeckResetDone)) std::thread(mend).detach();
 }
 
 bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& problem) {
@@ -171,4 +187,4 @@ bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& p
   return true;
 }
 
-}  // namespace tools
+}  // namespace homedata

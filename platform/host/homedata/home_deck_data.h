@@ -2,10 +2,11 @@
 /// @file
 /// What the content platform keeps on the set, and its reset, which is done as a whole or not at all.
 ///
-/// A reset first sets aside: the files of the settings keys go into set_paths::kHomeDeckReset, whose being there says
-/// that a reset is under way, and the web engine's store gets another name beside it. Then that folder is renamed to
+/// A reset first sets aside: the web engine's store gets another name where it lies, and the files of the settings keys
+/// go into set_paths::kHomeDeckReset, whose being there says that a reset is under way. Then that folder is renamed to
 /// set_paths::kHomeDeckResetDone, which is the moment in which it is done, and what was set aside is removed. After a
-/// kill or a power cut the next call finds either folder: it puts back everything, or goes on removing.
+/// kill or a power cut the next call, or the next application of the set that starts, finds either folder: it puts back
+/// everything, or goes on removing.
 ///
 /// Thread rule: callable from any thread, but waits for the disk.
 
@@ -13,7 +14,7 @@
 #include <functional>
 #include <string>
 
-namespace tools {
+namespace homedata {
 
 /// The settings keys that are its own begin so.
 inline constexpr char kHomeDeckKeys[] = "db/menu/home_deck/";
@@ -31,8 +32,17 @@ HomeDeckData MeasureHomeDeck();
 /// something could not be put back or removed; the next call tries again.
 bool MendHomeDeckReset(std::string& problem);
 
+/// The same at the start of an application, which waits for nobody: what is to be put back is there when it returns,
+/// and what is to be removed goes on a thread of its own. What is wrong is in the log.
+void MendHomeDeckResetAtStart();
+
+/// The same at the start of a program, which waits for nobody: what is to be put back is there when it returns, and
+/// what is to be removed goes on a thread of its own. What is wrong is in the log. For a look at two names where
+/// nothing is.
+void MendHomeDeckResetAtStart();
+
 /// Resets it, after MendHomeDeckReset(); the web engine is ended first. `onProgress` gets 0 to 1, rising, at each step.
 /// False with `problem`, which names what and why, and then everything is as it was.
 bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& problem);
 
-}  // namespace tools
+}  // namespace homedata
