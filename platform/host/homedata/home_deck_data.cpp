@@ -93,6 +93,16 @@ bool PutBack(std::string& problem) {
   return Remove(set_paths::kHomeDeckReset, {}, problem);
 }
 
+void LogProblem(const std::string& problem) {
+  __dlog_print(LOG_ID_APPS, DLOG_ERROR, log_tags::kHomeData, "what a reset left: %s", problem.c_str());
+}
+
+/// After a failure; what cannot be put back now is when the next application starts.
+bool Undo() {
+  if (std::string rest; !PutBack(rest)) LogProblem(rest);
+  return false;
+}
+
 bool Finish(const packages::TreeProgress& onProgress, std::string& problem) {
   return Remove(Beside(kAside), onProgress, problem) && Remove(set_paths::kHomeDeckResetDone, {}, problem);
 }
@@ -126,7 +136,10 @@ bool SetAside(const std::function<void(double)>& onProgress, std::string& proble
 
 FdHandle Lock(std::string& problem, std::chrono::seconds patience = kLockPatience) {
   FdHandle lock = LockBeside(SystemPath(set_paths::kHomeDeckReset), std::chrono::steady_clock::now() + patience);
-  if (!lock) Fail(problem, set_paths::kHomeDeckReset, errno);
+  if (!lock && errno == EWOULDBLOCK)
+    problem = "another reset is going on";
+  else if (!lock)
+    Fail(problem, set_paths::kHomeDeckReset, errno);
   return lock;
 }
 
@@ -152,8 +165,7 @@ void MendHomeDeckResetAtStart() {
   const auto mend = [] {
     std::string problem;
     const FdHandle lock = Lock(problem, std::chrono::seconds(0));  // who has it is at work
-    if (lock && !Mend(problem))
-      __dlog_print(LOG_ID_APPS, DLOG_ERROR, log_tags::kHomeData, "an interrupted reset: %s", problem.c_str());
+    if (lock && !Mend(problem)) LogProblem(problem);
   };
   if (IsThere(set_paths::kHomeDeckReset)) return mend();
   if (IsThere(set_paths::kHomeDeckResetDone)) std::thread(mend).detach();
@@ -167,13 +179,12 @@ bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& p
   // What cannot go is found out before anything is moved.
   const auto store = packages::PrepareTree(set_paths::kCobaltDir);
   if (store.error != 0 && store.error != ENOENT) return Fail(problem, set_paths::kCobaltDir, store.error);
-  std::string another;
-  if (!SetAside(onProgress, problem)) return PutBack(another), false;
+  if (!SetAside(onProgress, problem)) return Undo();
   Sync();
   if (std::rename(SystemPath(set_paths::kHomeDeckReset).c_str(), SystemPath(set_paths::kHomeDeckResetDone).c_str()) !=
       0) {
     Fail(problem, set_paths::kHomeDeckResetDone, errno);
-    return PutBack(another), false;
+    return Undo();
   }
   SyncFolderOf(SystemPath(set_paths::kHomeDeckReset));
   onProgress(kAsideShare);
@@ -182,7 +193,7 @@ bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& p
     onProgress(std::min(1.0, kAsideShare + (1 - kAsideShare) * static_cast<double>(bytes) / total));
   };
   // It is done; what stays of what was set aside goes the next time.
-  Finish(tell, another);
+  if (std::string rest; !Finish(tell, rest)) LogProblem(rest);
   onProgress(1);
   return true;
 }
