@@ -38,6 +38,10 @@ std::optional<QUVA_Solution> SolutionOf(int issue) {
   return found == solutions.end() ? std::nullopt : std::optional(*found);
 }
 
+bool IsService(const ConnectionRow& row) {
+  return row.step == ConnectionStep::kService;
+}
+
 class ConnectionPage {
  public:
   explicit ConnectionPage(const Tool& tool) : m_tool(tool), m_page(tool) {
@@ -60,6 +64,7 @@ class ConnectionPage {
   void Start();
   void Show(std::vector<ConnectionRow> rows);
   void End();
+  std::string NameOf(const ConnectionRow& row) const;
   std::string TextOf(const ConnectionRow& row) const;
   std::string Problem(const ConnectionRow& row) const;
   void OnSelect(int row);
@@ -82,7 +87,7 @@ void ConnectionPage::Start() {
   m_solution.reset();
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_CONNECTION_TESTING"));
   const auto solution = std::make_shared<std::optional<QUVA_Solution>>();
-  m_job.m_Start(
+  const bool isStarted = m_job.m_Start(
       [this, solution](const QUVA::CScreenJob::Control& control) {
         ConnectionRun run;
         const auto show = [&] { return control.m_RunInMainLoop([&] { Show(run.Rows()); }); };
@@ -95,16 +100,18 @@ void ConnectionPage::Start() {
         End();
       },
       {});
+  if (!isStarted) m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
 }
 
 void ConnectionPage::Show(std::vector<ConnectionRow> rows) {
   m_rows = std::move(rows);
   std::vector<Fact> facts;
-  for (const ConnectionRow& row : m_rows)
-    facts.push_back({row.step == ConnectionStep::kService ? row.service
-                                                          : CUtils::m_GetText(kStepSids[static_cast<size_t>(row.step)]),
-                     TextOf(row)});
+  for (const ConnectionRow& row : m_rows) facts.push_back({NameOf(row), TextOf(row)});
   m_page.SetFacts(std::move(facts));
+}
+
+std::string ConnectionPage::NameOf(const ConnectionRow& row) const {
+  return IsService(row) ? row.service : CUtils::m_GetText(kStepSids[static_cast<size_t>(row.step)]);
 }
 
 std::string ConnectionPage::TextOf(const ConnectionRow& row) const {
@@ -125,7 +132,8 @@ std::string ConnectionPage::TextOf(const ConnectionRow& row) const {
 
 std::string ConnectionPage::Problem(const ConnectionRow& row) const {
   if (m_solution) return CUtils::m_GetText(m_solution->sid_issue.c_str());
-  return CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_SERVICE_SILENT", row.service);
+  if (IsService(row)) return CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_SERVICE_SILENT", row.service);
+  return NameOf(row);  // a map that does not know the issue
 }
 
 void ConnectionPage::End() {
@@ -143,6 +151,8 @@ void ConnectionPage::OnSelect(int row) {
 /// In the words, and with the buttons, of the list of issues.
 void ConnectionPage::Explain() {
   const auto failed = std::ranges::find(m_rows, StepState::kFailed, &ConnectionRow::state);
+  if (!m_solution && !IsService(*failed)) return;
+  m_isElsewhere = false;  // the popup stays until the viewer has answered
   const std::string text = m_solution ? CUtils::m_GetText(QUVA::SidForDevice(m_solution->sid_sol).c_str())
                                       : CUtils::m_GetText("TV_SID_VEXILO_SERVICE_SILENT_MSG");
   Dialog& dialog = OpenDialog(Problem(*failed), text, [] {});
@@ -165,13 +175,14 @@ void ConnectionPage::Fix() {
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_WORKING_ON_IT"));
   CUtils::Instance().m_SetMultitaskingStatus(true);  // what is opened may cover this one before it is known
   const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
-  m_job.m_Start(
+  const bool isStarted = m_job.m_Start(
       [outcome, code = m_solution->issue_code](const QUVA::CScreenJob::Control&) {
         CreateAPIInstance();  // what is done is recorded there
         const auto apply = QUVA::QUVA_DiagManager::GetInstance()->m_pGetApplySolution();
         if (apply) *outcome = apply(code.c_str());
       },
-      [this, outcome] { EndFix(*outcome); }, [this] { EndFix(SOLUTION_FAILED); });
+      [this, outcome] { EndFix(*outcome); }, {});
+  if (!isStarted) EndFix(SOLUTION_FAILED);
 }
 
 void ConnectionPage::EndFix(int outcome) {

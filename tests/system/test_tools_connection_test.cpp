@@ -158,7 +158,8 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   EXPECT_THAT(StoredEvents(), HasSubstr("select_item=Homedeck Connection Test;status=Not connected;"));
   Install("org.varno.NetworkSetting-Varno");
   Press("Return");
-  ASSERT_TRUE(Soon([] { return Utils().m_GetMultitaskingStatus(); }));
+  ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_OPENED"); }));
+  EXPECT_TRUE(Utils().m_GetMultitaskingStatus()) << "it stays while it is not seen";
   EXPECT_EQ(Launched(), "org.varno.NetworkSetting-Varno");
 
   // The viewer comes back from there with half of it mended, and then goes on.
