@@ -14,8 +14,7 @@ enum LaunchPoint { LAUNCH_POINT_OTHER = 0, LAUNCH_POINT_MENU = 1, LAUNCH_POINT_O
 /// bool: the remaining problems are to be cleared at the next first launch.
 inline constexpr char kDbResetKey[] = "db/vexilo/db_reset";
 inline constexpr auto& kMenuLanguageKey = set_names::kMenuLanguageKey;
-/// int: the user's consent to the content terms, 1 when given.
-inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
+inline constexpr auto& kConsentKey = set_names::kConsentKey;
 /// bool: the tools of self-diagnosis whose configuration asks for it cannot be started.
 inline constexpr char kToolsLockedKey[] = "db/vexilo/tools_locked";
 /// text: the step that is running.

@@ -13,6 +13,11 @@ std::string GetText(const char* sid);
 /// The same with its placeholder replaced by `value`.
 std::string GetTextWith(const char* sid, const std::string& value);
 
+/// Whether a solution has a text in this place: its message id.
+bool IsSidGiven(const std::string& sid);
+/// What a solution says once it is done, by its two message ids: the second text in the place of %s in the first. Empty
+/// where it says nothing.
+std::string SolutionToast(const std::string& toast1, const std::string& toast2);
 /// "3.50"
 std::string RoundValue(double value);
 /// "512.00B", "1.50KB", "1024.00GB"; the unit is chosen before rounding

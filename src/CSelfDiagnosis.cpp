@@ -13,6 +13,8 @@
 #include "SettingsKeys.h"
 #include "VexiloLog.h"
 #include "flux_resources.h"
+#include "menu_checker.h"
+#include "vconf.h"
 
 namespace QUVA {
 
@@ -122,8 +124,10 @@ struct Reason {
   const char* checkedKey;
   const char* sid;
 };
-constexpr Reason kReasons[] = {{kConsentKey, "TV_SID_VEXILO_TOOL_NEEDS_TERMS"},
-                               {kToolsLockedKey, "TV_SID_VEXILO_TOOL_LOCKED"}};
+constexpr Reason kReasons[] = {
+    {kConsentKey, "TV_SID_VEXILO_TOOL_NEEDS_TERMS"}, {kToolsLockedKey, "TV_SID_VEXILO_TOOL_LOCKED"},
+    {"sound", "TV_SID_VEXILO_TOOL_NO_SOUND"},        {"connectors", "TV_SID_VEXILO_TOOL_NO_CONNECTOR"},
+    {"signal", "TV_SID_VEXILO_TOOL_NO_SIGNAL"},      {"video", "TV_SID_VEXILO_TOOL_NO_DECODER"}};
 constexpr char kOtherReason[] = "TV_SID_VEXILO_TOOL_NOT_AVAILABLE";
 
 constexpr double kLaunchPause = 1.5;  // seconds
@@ -143,8 +147,17 @@ const Tool* FindTool(const std::string& labelSid) {
   return tool == std::end(kTools) ? nullptr : tool;
 }
 
+/// What it is in a key "sound unless db/vexilo/tools_locked" that says no.
+std::string SayerOfNo(const std::string& key) {
+  const size_t unless = key.find(kUnless);
+  if (unless == key.npos) return key;
+  const std::string lock = key.substr(unless + std::strlen(kUnless));
+  int isLocked = 0;
+  return vconf_get_bool(lock.c_str(), &isLocked) == 0 && isLocked ? lock : key.substr(0, unless);
+}
+
 std::string ReasonOf(const Tool& tool) {
-  const std::string checked = MenuItemParser::GetInstance()->GetEnableKey(tool.checkerKey);
+  const std::string checked = SayerOfNo(MenuItemParser::GetInstance()->GetEnableKey(tool.checkerKey));
   for (const Reason& reason : kReasons)
     if (checked == reason.checkedKey) return CUtils::m_GetText(reason.sid);
   return CUtils::m_GetText(kOtherReason);

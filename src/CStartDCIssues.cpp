@@ -35,7 +35,6 @@ constexpr char kBeingChecked[] = "TV_SID_VEXILO_BEING_CHECKED";
 constexpr char kStillThere[] = "TV_SID_VEXILO_STILL_THERE";
 constexpr char kNothingToClose[] = "TV_SID_VEXILO_NOTHING_TO_CLOSE";
 constexpr char kNoSuchApp[] = "TV_SID_VEXILO_NO_SUCH_APP";
-constexpr char kNone[] = "NULL";  // in place of an id
 
 constexpr double kLookPeriod = 3.0;                   // seconds
 constexpr double kAdviceTime = 20.0;                  // seconds: there may be a command to write down
@@ -59,10 +58,6 @@ constexpr double kButtonHeight = 9;
 bool WasOfNoEffect(int code) {
   _DTSolDBRecord solution;
   return GetSolutionDB(code, &solution) == TREVLIN_OK && solution.isApply == 0;
-}
-
-bool IsGiven(const std::string& sid) {
-  return !sid.empty() && sid != kNone;
 }
 
 }  // namespace
@@ -300,9 +295,9 @@ void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
     OnEvent(elm_flux_popup_button_add(m_popup, CUtils::m_GetText(sid.c_str())), "clicked",
             [clicked](void*) { clicked(); });
   };
-  if (IsGiven(row.sid_button1)) add(row.sid_button1, [this] { m_IssueDetailBtn_1_Click(); });
-  if (IsGiven(row.sid_button2)) add(row.sid_button2, [this] { m_IssueDetailBtn_2_Click(); });
-  if (!IsGiven(row.sid_button1) && !IsGiven(row.sid_button2))
+  if (IsSidGiven(row.sid_button1)) add(row.sid_button1, [this] { m_IssueDetailBtn_1_Click(); });
+  if (IsSidGiven(row.sid_button2)) add(row.sid_button2, [this] { m_IssueDetailBtn_2_Click(); });
+  if (!IsSidGiven(row.sid_button1) && !IsSidGiven(row.sid_button2))
     add("COM_SID_CLOSE", [] { CUtils::Instance().m_ExecuteReturn(); });
 }
 
@@ -579,9 +574,8 @@ void CStartDCIssues::m_TakeAway(const std::string& issueCode) {
 void CStartDCIssues::m_ShowToastMsg(int index) {
   if (!m_IsRow(index)) return;
   const MapToDBTable& row = m_rows[static_cast<size_t>(index)];
-  if (!IsGiven(row.toast1)) return;
-  std::string text = CUtils::m_GetText(row.toast1.c_str());
-  if (IsGiven(row.toast2)) text = CStringUtil::CombinateStrings(text, CUtils::m_GetText(row.toast2.c_str()));
+  const std::string text = SolutionToast(row.toast1, row.toast2);
+  if (text.empty()) return;
   VEXILO_LOGI("Toast Msg Evaluated as : %s ", text.c_str());
   m_ShowToastText(text);
 }

@@ -29,6 +29,16 @@ std::string GetTextWith(const char* sid, const std::string& value) {
   return CStringUtil::CombinateStrings(GetText(sid), value);
 }
 
+bool IsSidGiven(const std::string& sid) {
+  return !sid.empty() && sid != "NULL";
+}
+
+std::string SolutionToast(const std::string& toast1, const std::string& toast2) {
+  if (!IsSidGiven(toast1)) return "";
+  const std::string text = GetText(toast1.c_str());
+  return IsSidGiven(toast2) ? CStringUtil::CombinateStrings(text, GetText(toast2.c_str())) : text;
+}
+
 std::string RoundValue(double value) {
   std::ostringstream text;
   text.imbue(std::locale::classic());

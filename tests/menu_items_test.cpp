@@ -1,7 +1,9 @@
 // Which items of the self-diagnosis menu are shown and can be chosen.
 
 #include "QUVA_MenuItemParser.h"
+#include "support/captured_machine.h"
 #include "support/files.h"
+#include "trevlin/abilities.h"
 #include "vconf.h"
 
 namespace {
@@ -20,7 +22,8 @@ class MenuItems : public testing::Test {
   MenuItems() {
     const std::string folder = SystemPath(set_paths::kCheckerDir);
     fs::create_directories(folder);
-    for (const char* library : {PROBE_CHECKER, SYSINFO_CHECKER, SETTINGS_CHECKER}) fs::copy(library, folder);
+    for (const char* library : {PROBE_CHECKER, SYSINFO_CHECKER, SETTINGS_CHECKER, MACHINE_CHECKER})
+      fs::copy(library, folder);
   }
 
   static void Configure(const std::string& text) { WriteFile(set_paths::kMenuItems, text); }
@@ -125,7 +128,67 @@ TEST_F(MenuItems, TheShippedCheckersCompareWithTheSet) {
   EXPECT_THAT(Log(), HasSubstr("com.tornelo/featureconf/word: \"abc\" is no number"));
 }
 
-TEST_F(MenuItems, TheShippedConfigurationFitsTheSet) {
+constexpr const char* kAbilities[] = {"sound", "connectors", "tuners", "signal", "video"};
+
+// The session's sound server is of this process, the rest of the machine.
+TEST_F(MenuItems, AMachineHasWhatItsFilesTell) {
+  for (const char* variable : {"PULSE_SERVER", "PULSE_RUNTIME_PATH", "GST_PLUGIN_PATH"}) unsetenv(variable);
+  setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
+  const Files screens = With(Sys("class/drm/card0-HDMI-A-1/status=connected class/drm/card0-DP-1/status=disconnected "
+                                 "class/drm/card0-Writeback-1/status=unknown"),
+                             {{"/sys/class/drm/card0-HDMI-A-1/edid", ""}});
+  const struct {
+    const char* what;
+    Files files;
+    const char* counts;
+  } cases[] = {
+      {"nothing", {{"/proc/asound/cards", "--- no soundcards ---\n"}}, "0 0 0 0 0"},
+      {"a card", {{"/proc/asound/cards", " 0 [PCH            ]: HDA-Intel - HDA Intel PCH\n    HDA\n"}}, "1 0 0 0 0"},
+      {"a server", {{"/run/user/7/pulse/native", ""}}, "1 0 0 0 0"},
+      {"screens", screens, "0 2 0 1 0"},
+      {"tuners", {{"/dev/dvb/adapter0/frontend0", ""}, {"/dev/dvb/adapter1/frontend0", ""}}, "0 0 2 2 0"},
+      {"no decoder", {{"/usr/lib/x86_64-linux-gnu/gstreamer-1.0/libgstcoreelements.so", ""}}, "0 0 0 0 0"},
+      {"decoders",
+       {{"/usr/lib/aarch64-linux-gnu/gstreamer-1.0/libgstlibav.so", ""}, {"/usr/lib64/gstreamer-1.0/libgstvpx.so", ""}},
+       "0 0 0 0 2"},
+  };
+  for (const auto& each : cases) {
+    const CapturedMachine machine(each.files);
+    std::string counts;
+    for (const char* ability : kAbilities)
+      counts += (counts.empty() ? "" : " ") + std::to_string(*trevlin::CountAbility(machine.Get(), ability));
+    EXPECT_EQ(counts, each.counts) << each.what;
+  }
+}
+
+TEST_F(MenuItems, TheMachinesCheckerAnswersAtOnceAndUnlessLocked) {
+  using Clock = std::chrono::steady_clock;
+  const std::string lock = " unless db/a/lock";
+  for (const char* ability : kAbilities) {
+    const int count = *trevlin::CountAbility({}, ability);
+    vconf_set_bool("db/a/lock", 0);
+    Reconfigure(Item("sct", "libchecker_machine.so", ability + lock, "bool", "1") + "," +
+                Item("video-test", "libchecker_machine.so", ability, "integer", std::to_string(count)) + "," +
+                Item("sound-test", "libchecker_machine.so", ability + lock, "bool", "0"));
+    Clock::duration shortest = 1h;
+    for (int i = 0; i < 5; ++i) {
+      const auto start = Clock::now();
+      EXPECT_EQ(Enabled("sct"), count > 0) << ability;
+      shortest = std::min(shortest, Clock::now() - start);
+    }
+    EXPECT_LT(shortest, 2ms) << ability << ": it is asked on the main thread";
+    EXPECT_EQ(Visible("video-test"), 1) << ability;
+    vconf_set_bool("db/a/lock", 1);
+    EXPECT_EQ(Enabled("sct"), 0) << ability;
+    EXPECT_EQ(Enabled("sound-test"), 1) << ability << ": it counts as none";
+    EXPECT_EQ(Enabled("video-test"), 1) << ability << " has no lock";
+  }
+  Reconfigure(Item("sct", "libchecker_machine.so", "wings", "bool", "0"));
+  EXPECT_EQ(Enabled("sct"), 0);
+  EXPECT_THAT(Log(), HasSubstr("wings: the machine is not asked for this"));
+}
+
+TEST_F(MenuItems, TheShippedConfigurationFitsTheSetAndTheMachine) {
   fs::copy(VEXILO_SOURCE_DIR "/platform/set/menuitems.json", SystemPath(set_paths::kMenuItems));
   fs::copy(VEXILO_SOURCE_DIR "/platform/set/set.conf", SystemPath(set_paths::kSetProfile));
   const auto answers = [] {
@@ -133,9 +196,11 @@ TEST_F(MenuItems, TheShippedConfigurationFitsTheSet) {
     for (const char* item : kItems) text += !Visible(item) ? '-' : Enabled(item) ? 'e' : 'v';
     return text;
   };
-  EXPECT_EQ(answers(), "eeeeev-");
+  const auto has = [](const char* ability) { return *trevlin::CountAbility({}, ability) > 0 ? "e"s : "v"s; };
+  const std::string tools = has("video") + has("sound") + has("connectors") + "e" + has("signal");
+  EXPECT_EQ(answers(), tools + "v-");
   vconf_set_int("db/menu/home_deck/homedatacontrol/defaultdisclaimeragree", 1);
-  EXPECT_EQ(answers(), "eeeeee-");
+  EXPECT_EQ(answers(), tools + "e-");
   vconf_set_bool("db/vexilo/tools_locked", 1);
   EXPECT_EQ(answers(), "vvvvve-");
   WriteFile(set_paths::kSetProfile, "[feature]\nproduct.product_type=4\nno_sound=1\nthe_ostrav_version=2\n");

@@ -9,6 +9,7 @@ inline constexpr char kAppfw[] = "APPFW";
 inline constexpr char kConnection[] = "CONNECTION";
 inline constexpr char kFlatpak[] = "FLATPAK";
 inline constexpr char kFlux[] = "FLUX";
+inline constexpr char kHomeData[] = "HOME_DATA";
 inline constexpr char kKpi[] = "KPI";
 inline constexpr char kMenuChecker[] = "MENU_CHECKER";
 inline constexpr char kMenuLanguage[] = "MENU_LANGUAGE";
@@ -26,9 +27,9 @@ inline constexpr char kVconf[] = "VCONF";
 inline constexpr char kWas[] = "WAS";
 inline constexpr char kWriter[] = "WRITER";
 
-inline constexpr const char* kAll[] = {kApplication, kAppfw,        kConnection, kFlatpak,    kFlux,        kKpi,
-                                       kMenuChecker, kMenuLanguage, kPackages,   kPkgmgr,     kScreenSaver, kSetd,
-                                       kSettingsApi, kSpeech,       kStandin,    kSystemInfo, kTrevlin,     kTvService,
-                                       kVconf,       kWas,          kWriter};
+inline constexpr const char* kAll[] = {kApplication, kAppfw,       kConnection,   kFlatpak,  kFlux,       kHomeData,
+                                       kKpi,         kMenuChecker, kMenuLanguage, kPackages, kPkgmgr,     kScreenSaver,
+                                       kSetd,        kSettingsApi, kSpeech,       kStandin,  kSystemInfo, kTrevlin,
+                                       kTvService,   kVconf,       kWas,          kWriter};
 
 }  // namespace log_tags

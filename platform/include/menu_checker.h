@@ -5,6 +5,10 @@
 ///
 /// Thread rule: called on the main thread; a call waits for nobody.
 
+/// Stands in a key between what is looked at and a settings key: while that one is true, there is nothing of it.
+/// "sound unless db/vexilo/tools_locked"
+inline constexpr char kUnless[] = " unless ";
+
 extern "C" {
 
 int check_enable_int(const char* key, int value);

@@ -15,6 +15,8 @@ inline constexpr char kCareApplication[] = "com.tornelo.TVVexilo";
 inline constexpr char kLaunchMechanism[] = "launch_mech";
 inline constexpr char kBackgroundLaunch[] = "bg_inference";
 
+/// int: the user's consent to the content terms, 1 when given.
+inline constexpr char kConsentKey[] = "db/menu/home_deck/homedatacontrol/defaultdisclaimeragree";
 // int, 1 for on: high contrast, larger texts, spoken texts.
 inline constexpr char kHighContrastKey[] = "db/menu/system/accessibility/highcontrast";
 inline constexpr char kEnlargeKey[] = "db/menu/system/accessibility/focuszoom";

@@ -113,7 +113,9 @@ Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick
 }
 
 void FactsPage::RemoveButtons() {
-  if (m_buttons) elm_flux_layout_clear(m_buttons);
+  if (!m_buttons) return;
+  elm_flux_layout_clear(m_buttons);
+  Focus();
 }
 
 void FactsPage::Toast(const std::string& text) {

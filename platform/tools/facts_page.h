@@ -28,6 +28,7 @@ class FactsPage {
   void OnSelect(std::function<void(int row)> onSelect) { m_onSelect = std::move(onSelect); }
   /// Adds a button at the lower edge; the first one has the focus where there are no rows. Owned by the page.
   Evas_Object* AddButton(const char* sid, std::function<void()> onClick);
+  /// The focus goes to the rows.
   void RemoveButtons();
   /// A message in the header for some seconds.
   void Toast(const std::string& text);

@@ -63,9 +63,9 @@ void OnTerminate(void*) {
   _exit(kEnded);
 }
 
-/// A test that nobody sees is over.
+/// A test that nobody sees is over, unless it waits for the viewer to come back.
 void OnPause(void*) {
-  ui_app_exit();
+  if (!QUVA::CUtils::Instance().m_GetMultitaskingStatus()) ui_app_exit();
 }
 
 void OnRequest(app_control_h request, void* data) {

@@ -18,5 +18,7 @@ void OpenPictureTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenHdmiTroubleshooting(const Tool& tool, const app_framework::Extras& extras);
 void OpenSignalInformation(const Tool& tool, const app_framework::Extras& extras);
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenConnectionTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenHomeDeckReset(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools

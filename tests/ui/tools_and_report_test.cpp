@@ -2,9 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <regex>
 #include <tuple>
 
 #include "CGetData.h"
+#include "QUVA_MenuItemParser.h"
 #include "support/usage_events.h"
 #include "ui/screen_fixture.h"
 
@@ -36,8 +38,12 @@ class ToolScreens : public Screens {
     const std::string folder = SystemPath(set_paths::kCheckerDir);
     fs::create_directories(folder);
     for (const char* library : {SYSINFO_CHECKER, SETTINGS_CHECKER}) fs::copy(library, folder);
-    fs::create_directories(fs::path(SystemPath(set_paths::kMenuItems)).parent_path());
-    fs::copy(VEXILO_SOURCE_DIR "/platform/set/menuitems.json", SystemPath(set_paths::kMenuItems));
+    // Whatever this machine has, all can be chosen.
+    const std::regex asked(R"re("machine", "key": "\w+ unless ([^"]*)", "type": "bool", "value": "1")re");
+    const std::string shipped = ReadHostFile(VEXILO_SOURCE_DIR "/platform/set/menuitems.json");
+    const std::string locked =
+        std::regex_replace(shipped, asked, R"("settings", "key": "$1", "type": "bool", "value": "0")");
+    WriteFile(set_paths::kMenuItems, std::regex_replace(locked, std::regex("machine"), "settings"));
   }
 
   void OpenMenu(const char* launchFrom = nullptr) {
@@ -180,6 +186,31 @@ TEST_F(ToolScreens, WhatCannotBeChosenSaysWhy) {
   Press("Left Return");
   EXPECT_EQ(Launched(), "org.varno.picture-test") << "which nobody can lock";
   EXPECT_TRUE(Soon([&] { return said("focus: " + CUtils::m_GetText(kPicture) + ", " + Guide(kPicture)); }));
+}
+
+TEST_F(ToolScreens, WhatTheMachineLacksIsSaidUnlessTheToolIsLocked) {
+  constexpr std::pair<const char*, const char*> kReasons[] = {{"sound", "TV_SID_VEXILO_TOOL_NO_SOUND"},
+                                                              {"connectors", "TV_SID_VEXILO_TOOL_NO_CONNECTOR"},
+                                                              {"signal", "TV_SID_VEXILO_TOOL_NO_SIGNAL"},
+                                                              {"video", "TV_SID_VEXILO_TOOL_NO_DECODER"}};
+  Open();
+  for (const auto& [lacks, reason] : kReasons) {
+    SCOPED_TRACE(lacks);
+    WriteFile(set_paths::kMenuItems,
+              R"({"sound-test": {"providers": {"s": "libchecker_settings.so"},
+                  "visible": {"visible-checker": "s", "key": "db/none", "type": "bool", "value": "0"},
+                  "enable": {"enable-checker": "s", "key": ")" +
+                  std::string(lacks) + R"( unless db/vexilo/tools_locked", "type": "bool", "value": "1"}}})");
+    auto& parser = *QUVA::MenuItemParser::GetInstance();
+    parser.ParseJson(set_paths::kMenuItems);
+    parser.GetCheckerFnPtrs();
+    for (const bool isLocked : {true, false}) {
+      vconf_set_bool(QUVA::kToolsLockedKey, isLocked);
+      OpenMenu("sound-test");
+      EXPECT_TRUE(ShowsSid(isLocked ? "TV_SID_VEXILO_TOOL_LOCKED" : reason));
+      CloseMenu();
+    }
+  }
 }
 
 // How the grid moves is its own; here it is what is shown of it and logged.

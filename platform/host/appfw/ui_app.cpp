@@ -18,6 +18,7 @@
 #include "base/glib_handle.h"
 #include "base/state.h"
 #include "dlog.h"
+#include "homedata/home_deck_data.h"
 #include "log_tags.h"
 #include "settings/menu_language.h"
 #include "vconf.h"
@@ -254,6 +255,7 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callbacks, v
   using namespace app_framework;
   if (!callbacks || !argv || g_application) return APP_CONTROL_ERROR_INVALID_PARAMETER;
   TidyState();
+  homedata::MendHomeDeckResetAtStart();
   ApplyMenuLanguage();
   KeepLaunchEnvironment();
   BeginBackgroundWriting();

@@ -377,4 +377,12 @@ TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress,
   return Walk(Action::kRemove, onProgress, {.stop = stop}).Run(folder, within);
 }
 
+int RenameTree(const std::string& folder, const std::string& name) {
+  Start start;
+  if (const int error = Open(folder, {}, start)) return error;
+  if (IsMountPoint(start.status)) return EBUSY;
+  const int parent = start.parent.get();
+  return renameat2(parent, start.name.c_str(), parent, name.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
+}
+
 }  // namespace packages

@@ -72,4 +72,8 @@ TreeResult EmptyTree(const std::string& folder, const TreeProgress& onProgress =
 TreeResult RemoveTree(const std::string& folder, const TreeProgress& onProgress = {}, const std::string& within = {},
                       const TreeStop& stop = {});
 
+/// Gives the folder another name where it lies, a plain one that nothing has there (EEXIST); a mount point stays
+/// (EBUSY). 0 or an errno.
+int RenameTree(const std::string& folder, const std::string& name);
+
 }  // namespace packages

@@ -17,6 +17,7 @@
 #include "base/atomic_file.h"
 #include "base/background_writing.h"
 #include "base/disk_sync.h"
+#include "base/folder.h"
 #include "base/writer_thread.h"
 #include "plain_text.h"
 #include "set_paths.h"
@@ -36,20 +37,6 @@ constexpr std::array<const char*, 4> kTypeNames = {"int", "bool", "double", "str
 
 bool IsVolatile(std::string_view key) {
   return key.starts_with(kVolatilePrefix);
-}
-
-std::string FileNameOfKey(std::string_view key) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string name;
-  for (const char byte : key) {
-    if (IsPlain(byte)) {
-      name += byte;
-    } else {
-      const auto code = static_cast<unsigned char>(byte);
-      name += {'%', kDigits[code >> 4], kDigits[code & 15]};
-    }
-  }
-  return name;
 }
 
 std::string FileOfKey(std::string_view key) {
@@ -232,6 +219,28 @@ std::optional<Value> FromText(std::string_view type, std::string_view text) {
 
 const char* FolderOfKey(std::string_view key) {
   return IsVolatile(key) ? set_paths::kVolatileSettingsDir : set_paths::kSettingsDir;
+}
+
+std::string FileNameOfKey(std::string_view key) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string name;
+  for (const char byte : key) {
+    if (IsPlain(byte)) {
+      name += byte;
+    } else {
+      const auto code = static_cast<unsigned char>(byte);
+      name += {'%', kDigits[code >> 4], kDigits[code & 15]};
+    }
+  }
+  return name;
+}
+
+std::vector<std::string> KeysBelow(std::string_view prefix) {
+  std::vector<std::string> keys;
+  for (const auto& file : EntriesOf(SystemPath(FolderOfKey(prefix))))
+    if (std::string key = KeyOfFileName(file.filename().native()); !key.empty() && key.starts_with(prefix))
+      keys.push_back(std::move(key));
+  return keys;
 }
 
 ReadResult Read(std::string_view key, Value& value, std::string& error) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace settings {
 
@@ -42,8 +43,12 @@ bool Write(std::string_view key, const Value& value, std::string& error);
 /// process gives the value that was taken last.
 bool WriteSoon(std::string_view key, const Value& value, std::string& error);
 
-/// The folder, a path of the set, of a key's file.
+/// The folder, a path of the set, of a key's file, and the file's name in it.
 const char* FolderOfKey(std::string_view key);
+std::string FileNameOfKey(std::string_view key);
+
+/// The keys that begin with `prefix` ("db/menu/") and have a file, in the order of their files' names.
+std::vector<std::string> KeysBelow(std::string_view prefix);
 
 /// The key that a file name stands for; empty when it stands for none (a file that is being written, say).
 std::string KeyOfFileName(std::string_view fileName);

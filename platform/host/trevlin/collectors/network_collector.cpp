@@ -1,11 +1,8 @@
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <future>
 
-#include "sysinfo/set_profile.h"
 #include "trevlin/collectors/collectors.h"
-#include "trevlin/collectors/network_probe.h"
+#include "trevlin/collectors/network_reach.h"
 #include "trevlin/collectors/network_state.h"
 #include "trevlin/collectors/readings.h"
 
@@ -15,96 +12,22 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kGroup[] = "network", kZoneKey[] = "probe_zone", kPageKey[] = "probe_page";
-constexpr char kOurZone[] = "probe.tornelo.example";
-constexpr auto kRouterPatience = 1200ms, kNamesPatience = 1900ms;
 constexpr std::chrono::hours kWindow{1};
 constexpr double kFewestPackets = 100;  // one bad packet of three is no share
 
-/// What the set's owner lets us ask for.
-struct Probes {
-  std::string zone = kOurZone;  ///< empty: nothing is sent at all
-  std::string page;             ///< empty: none
-};
-
-Probes ReadProbes() {
-  Probes probes;
-  set_profile::Text(kGroup, kZoneKey, probes.zone);
-  set_profile::Text(kGroup, kPageKey, probes.page);
-  return probes;
-}
-
-/// The router of this network, and the interface that leads to it.
-struct Gateway {
-  connection::Address address;
-  std::string interface;
-  int index;
-};
-
-std::optional<Gateway> FindGateway(const NetworkState& state) {
-  const NetworkRoute* route = GatewayRoute(state);
-  if (!route) return std::nullopt;
-  const auto interface = std::find_if(state.interfaces->begin(), state.interfaces->end(),
-                                      [route](const auto& each) { return each.name == route->interface; });
-  if (interface == state.interfaces->end()) return std::nullopt;
-  return Gateway{route->gateway, route->interface, interface->index};
-}
-
-bool IsLoopback(const connection::Address& address) {
-  constexpr connection::Address kLoopback6{AF_INET6, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}};
-  return address.family == AF_INET ? address.bytes[0] == 127 : address == kLoopback6;
-}
-
-bool IsBeyondRouter(const connection::Address& address) {
-  netlink::Socket socket(NETLINK_ROUTE);
-  std::vector<connection::DefaultRoute> ways;
-  connection::AskRoute(socket, address, ways);
-  return std::any_of(ways.begin(), ways.end(), [](const auto& way) { return way.gateway.family != 0; });
-}
-
-/// What came back, of all that was asked beside each other.
-struct Answers {
-  RouterAnswer router = RouterAnswer::kUnknown;
-  NameAnswers names;
-  PageAnswer page = PageAnswer::kUnknown;
-};
-
-Answers Ask(const Probes& probes, const std::optional<Gateway>& gateway, bool hasNameServer) {
+/// All is asked beside each other.
+NetworkAnswers Ask(const NetworkProbes& probes, const std::optional<Gateway>& gateway, bool hasNameServer) {
   std::future<RouterAnswer> router;
   std::future<PageAnswer> page;
   if (gateway)
     router = std::async(std::launch::async, AskRouter, gateway->address, gateway->interface, gateway->index,
                         kRouterPatience);
   if (!probes.page.empty()) page = std::async(std::launch::async, AskPage, probes.page, kNamesPatience);
-  Answers answers;
+  NetworkAnswers answers;
   if (hasNameServer) answers.names = AskNameServers(probes.zone, kNamesPatience);
   if (router.valid()) answers.router = router.get();
   if (page.valid()) answers.page = page.get();
   return answers;
-}
-
-/// Whether the world beyond the router is there. A server of this network that is silent or fails only for what it
-/// would have to ask others about is cut off itself; one that runs on this machine, or that is outside, may be ill.
-std::optional<bool> IsInternetThere(const Answers& answers) {
-  if (answers.page == PageAnswer::kReached) return true;
-  if (answers.page != PageAnswer::kUnknown || answers.names.isInvented) return false;
-  if (answers.names.resolve == true) return true;
-  const auto& heard = answers.names.heard;
-  if (std::any_of(heard.begin(), heard.end(), IsBeyondRouter)) return std::nullopt;
-  if (std::any_of(heard.begin(), heard.end(), [](const auto& each) { return !IsLoopback(each); })) return false;
-  return std::nullopt;
-}
-
-/// A router may answer nothing at all: what it lets through, or that it does not, tells then.
-std::optional<bool> IsGatewayReachable(const Answers& answers, const Gateway& gateway) {
-  const auto& heard = answers.names.heard;
-  if (answers.router == RouterAnswer::kHeard) return true;
-  if (answers.router == RouterAnswer::kGone) return false;
-  if (answers.page == PageAnswer::kReached || answers.page == PageAnswer::kOther) return true;
-  if (std::find(heard.begin(), heard.end(), gateway.address) != heard.end()) return true;
-  if (std::any_of(heard.begin(), heard.end(), IsBeyondRouter)) return true;
-  const bool isNothingHeard = answers.names.resolve == false && heard.empty();
-  return answers.router == RouterAnswer::kSilent && isNothingHeard ? std::optional(false) : std::nullopt;
 }
 
 std::optional<double> ReceiveErrorsPercent(const Machine& machine, const NetworkState& state) {
@@ -169,33 +92,14 @@ class NetworkCollector final : public Collector {
     AddFact(facts, "network.radio_off", ReadRadioOff(machine));
     AddFact(facts, "network.wireless_drops", WirelessDrops(machine, state));
     if (machine.IsCaptured()) return;
-    const Probes probes = ReadProbes();
+    const NetworkProbes probes = ReadNetworkProbes();
     AddFact<bool>(facts, "network.internet_wanted", !probes.zone.empty());
-    AddReachability(probes, state, facts);
-  }
-
- private:
-  /// Without a way out nobody is asked.
-  static void AddReachability(const Probes& probes, const NetworkState& state, Facts& facts) {
+    // Without a way out nobody is asked.
     if (!state.defaultRoutes || state.defaultRoutes->empty()) return;
     const auto gateway = FindGateway(state);
-    if (probes.zone.empty()) {
-      if (gateway) AddAsked(facts, "network.gateway_reachable", IsRouterRemembered(gateway->address, gateway->index));
-      return;
-    }
-    const bool hasNameServer = state.hasNameServer == true;
-    const Answers answers = Ask(probes, gateway, hasNameServer);
-    if (gateway) AddAsked(facts, "network.gateway_reachable", IsGatewayReachable(answers, *gateway));
-    if (hasNameServer) AddAsked(facts, "network.name_resolution", answers.names.resolve);
-    AddFact(facts, "network.name_delay_ms", answers.names.delayMs);
-    if (hasNameServer || !probes.page.empty()) AddAsked(facts, "network.internet", IsInternetThere(answers));
-    if (probes.page.empty()) return;
-    AddAsked(facts, "network.sign_in_page",
-             answers.page == PageAnswer::kUnknown ? std::nullopt : std::optional(answers.page == PageAnswer::kOther));
-  }
-
-  static void AddAsked(Facts& facts, std::string_view name, const std::optional<bool>& value) {
-    value ? AddFact(facts, name, value) : AddUnknown(facts, name);
+    NetworkAnswers answers;
+    if (!probes.zone.empty()) answers = Ask(probes, gateway, state.hasNameServer == true);
+    AddReachabilityFacts(probes, state, answers, facts);
   }
 };
 

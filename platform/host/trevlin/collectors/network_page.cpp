@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 
 #include "base/glib_handle.h"
@@ -22,7 +23,8 @@ using ContextHandle = std::unique_ptr<GMainContext, CRelease<&g_main_context_unr
 constexpr const char* kTag = log_tags::kTrevlin;
 constexpr uint16_t kHttpPort = 80;
 constexpr std::string_view kVersion = "HTTP/1.";
-constexpr size_t kStatusLine = std::string_view("HTTP/1.1 204").size();
+constexpr size_t kStatusLine = std::string_view("HTTP/1.1 204").size(), kStatusCode = 3;
+constexpr int kNoContent = 204;
 
 /// Of "http://HOST[:PORT]/PATH".
 struct Url {
@@ -107,31 +109,47 @@ std::string ReadStatusLine(int fd, Clock::time_point end) {
   return line;
 }
 
-PageAnswer Get(int fd, const Url& url, Clock::time_point end) {
+/// The status of the answer.
+std::optional<int> Get(int fd, const Url& url, Clock::time_point end) {
   const std::string request = "GET " + url.path + " HTTP/1.1\r\nHost: " + url.authority +
                               "\r\nUser-Agent: Vexilo\r\nCache-Control: no-cache\r\nConnection: close\r\n\r\n";
   if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))
-    return PageAnswer::kSilent;
+    return std::nullopt;
   const std::string line = ReadStatusLine(fd, end);
-  if (line.size() < kStatusLine || !line.starts_with(kVersion)) return PageAnswer::kSilent;
-  return line.substr(kStatusLine - 4, 4) == " 204" ? PageAnswer::kReached : PageAnswer::kOther;
+  if (line.size() < kStatusLine || !line.starts_with(kVersion)) return std::nullopt;
+  int status = 0;
+  const char* const code = line.data() + kStatusLine - kStatusCode;
+  const auto [stopped, error] = std::from_chars(code, code + kStatusCode, status);
+  // What says HTTP and no number is somebody all the same.
+  return stopped == code + kStatusCode ? status : 0;
 }
 
 }  // namespace
 
-PageAnswer AskPage(const std::string& text, std::chrono::milliseconds patience) {
+bool IsWebAddress(const std::string& url) {
+  return ParseUrl(url).has_value();
+}
+
+WebAnswer AskWeb(const std::string& text, std::chrono::milliseconds patience) {
   const auto end = Clock::now() + patience;
   const auto url = ParseUrl(text);
-  if (!url) {
-    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: [network] probe_page: \"%s\" is not http://HOST[:PORT]/PATH",
-                 set_paths::kSetProfile, text.c_str());
-    return PageAnswer::kUnknown;
-  }
+  if (!url) return {};
   Attempt attempt;
   ConnectTo(*url, patience, attempt);
-  if (attempt.connection)
-    return Get(g_socket_get_fd(g_socket_connection_get_socket(attempt.connection.get())), *url, end);
-  return attempt.isFound ? PageAnswer::kSilent : PageAnswer::kUnknown;
+  if (!attempt.connection) return {.isFound = attempt.isFound};
+  return {true, Get(g_socket_get_fd(g_socket_connection_get_socket(attempt.connection.get())), *url, end)};
+}
+
+PageAnswer AskPage(const std::string& url, std::chrono::milliseconds patience) {
+  if (!IsWebAddress(url)) {
+    __dlog_print(LOG_ID_APPS, DLOG_ERROR, kTag, "%s: [network] probe_page: \"%s\" is not http://HOST[:PORT]/PATH",
+                 set_paths::kSetProfile, url.c_str());
+    return PageAnswer::kUnknown;
+  }
+  const WebAnswer answer = AskWeb(url, patience);
+  if (!answer.isFound) return PageAnswer::kUnknown;
+  if (!answer.status) return PageAnswer::kSilent;
+  return answer.status == kNoContent ? PageAnswer::kReached : PageAnswer::kOther;
 }
 
 }  // namespace trevlin

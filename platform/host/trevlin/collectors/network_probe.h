@@ -55,7 +55,18 @@ enum class PageAnswer {
   kUnknown   ///< its name was not found
 };
 
-/// Gets `url` ("http://HOST[:PORT]/PATH").
+/// Whether it is "http://HOST[:PORT]/PATH".
+bool IsWebAddress(const std::string& url);
+
+struct WebAnswer {
+  bool isFound = false;         ///< the host has an address
+  std::optional<int> status{};  ///< of an answer in HTTP; 0 for one without a number
+};
+
+/// Gets such an address, whatever it answers.
+WebAnswer AskWeb(const std::string& url, std::chrono::milliseconds patience);
+
+/// Gets the page of [network] probe_page; the log says when that is no such address.
 PageAnswer AskPage(const std::string& url, std::chrono::milliseconds patience);
 
 }  // namespace trevlin

@@ -1,0 +1,97 @@
+#include "trevlin/abilities.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "machine_abilities.h"
+#include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/readings.h"
+
+namespace trevlin {
+
+namespace {
+
+/// Of libgstNAME.so.
+constexpr std::string_view kDecoders[] = {"aom",      "androidmedia", "dav1d", "de265",    "libav",        "msdk",
+                                          "mpeg2dec", "nvcodec",      "omx",   "openh264", "qsv",          "svtav1",
+                                          "theora",   "v4l2codecs",   "va",    "vaapi",    "video4linux2", "vpx"};
+constexpr const char* kPluginVariables[] = {"GST_PLUGIN_PATH_1_0", "GST_PLUGIN_PATH", "GST_PLUGIN_SYSTEM_PATH_1_0",
+                                            "GST_PLUGIN_SYSTEM_PATH"};
+constexpr std::string_view kLibraryFolders[] = {"/usr/lib", "/usr/lib64", "/usr/local/lib"};
+constexpr std::string_view kPluginFolder = "/gstreamer-1.0";
+
+/// What the collector knows of a machine that it only looks at, as of a captured one.
+int CountFact(const Machine& machine, std::unique_ptr<Collector> collector, std::string_view fact) {
+  Facts facts;
+  collector->Collect(machine.IsCaptured() ? machine : Machine{"/"}, facts);
+  const auto found = facts.find(fact);
+  const auto* const number = found == facts.end() ? nullptr : std::get_if<double>(&found->second);
+  return number ? static_cast<int>(*number) : 0;
+}
+
+std::string Variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value ? value : "";
+}
+
+/// Where libpulse finds the server of the session, else that of the machine.
+bool HasSoundServer(const Machine& machine) {
+  const std::string runtime = Variable("XDG_RUNTIME_DIR"), folder = Variable("PULSE_RUNTIME_PATH");
+  const std::string ours = runtime.empty() ? "/run/user/" + std::to_string(getuid()) : runtime;
+  return !Variable("PULSE_SERVER").empty() || (!folder.empty() && Exists(machine, folder + "/native")) ||
+         Exists(machine, ours + "/pulse/native") || Exists(machine, "/run/pulse/native");
+}
+
+int CountTuners(const Machine& machine) {
+  return static_cast<int>(std::ranges::count_if(ListNames(machine, "/dev/dvb"),
+                                                [](const std::string& name) { return name.starts_with("adapter"); }));
+}
+
+std::vector<std::string> PluginFolders(const Machine& machine) {
+  std::vector<std::string> folders;
+  for (const char* variable : kPluginVariables) {
+    const std::string value = Variable(variable);
+    for (size_t from = 0; from < value.size();) {
+      const size_t end = std::min(value.find(':', from), value.size());
+      folders.push_back(value.substr(from, end - from));
+      from = end + 1;
+    }
+  }
+  for (const std::string_view folder : kLibraryFolders) {
+    folders.push_back(std::string(folder) + std::string(kPluginFolder));
+    for (const std::string& name : ListNames(machine, folder))
+      if (name.find("-linux-") != name.npos)
+        folders.push_back(std::string(folder) + "/" + name + std::string(kPluginFolder));
+  }
+  return folders;
+}
+
+int CountDecoders(const Machine& machine) {
+  int count = 0;
+  for (const std::string& folder : PluginFolders(machine))
+    for (const std::string_view name : kDecoders)
+      if (Exists(machine, folder + "/libgst" + std::string(name) + ".so")) ++count;
+  return count;
+}
+
+}  // namespace
+
+std::optional<int> CountAbility(const Machine& machine, std::string_view name) {
+  if (name == "sound")
+    return CountFact(machine, MakeSoundCollector(), "sound.cards") + (HasSoundServer(machine) ? 1 : 0);
+  if (name == "connectors") return CountFact(machine, MakeDisplayCollector(), "display.connectors");
+  if (name == "tuners") return CountTuners(machine);
+  if (name == "signal") return CountTuners(machine) + CountFact(machine, MakeDisplayCollector(), "display.connected");
+  if (name == "video") return CountDecoders(machine);
+  return std::nullopt;
+}
+
+}  // namespace trevlin
+
+std::optional<int> CountMachineAbility(std::string_view name) {
+  return trevlin::CountAbility({}, name);
+}
