@@ -116,6 +116,11 @@ void FactsPage::Toast(const std::string& text) {
                        [this] { m_screen.m_DismissToast(); });
 }
 
+void FactsPage::Show() {
+  m_screen.m_Show();
+  Focus();
+}
+
 void FactsPage::Focus() {
   if (m_firstButton)
     QUVA::FocusWhenIdle(m_firstButton);

@@ -33,6 +33,9 @@ class FactsPage {
   /// Adds a button at the lower edge; the first one has the focus where there are no rows. Owned by the page.
   Evas_Object* AddButton(const char* sid, std::function<void()> onClick);
   void RemoveButtons();
+  /// Takes it off the screen, for what fills the panel, and shows it again with the focus where it was.
+  void Hide() { m_screen.m_Hide(); }
+  void Show();
   /// A message in the header for some seconds.
   void Toast(const std::string& text);
   /// Between the rows and the buttons, for what a tool draws itself: a vertical layout, empty at first.

@@ -16,5 +16,6 @@ std::string ToolNames();
 
 void OpenPictureTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenVideoTest(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools
