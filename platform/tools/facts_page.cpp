@@ -16,7 +16,6 @@ using QUVA::CUtils;
 constexpr double kTop = 4;  // units, as all sizes here
 constexpr double kBottom = 6;
 constexpr double kGap = 3;
-constexpr double kNoteHeight = 12;
 constexpr double kButtonWidth = 54;
 constexpr double kButtonHeight = 10;
 constexpr double kButtonGap = 4;
@@ -29,9 +28,9 @@ FactsPage::FactsPage(const Tool& tool) : m_tool(tool), m_screen([this] { Announc
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, QUVA::kPageMargin, kTop, QUVA::kPageMargin, kBottom);
   elm_flux_layout_gap_set(body, kGap);
-  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, 0, kNoteHeight);
+  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * QUVA::kPageMargin;
+  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, width, 0);
   elm_flux_text_lines_set(m_note, 2);
-  elm_flux_expand_set(m_note, true);
   evas_object_hide(m_note);
   m_listArea = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_TOP, 0, 0);
   elm_flux_expand_set(m_listArea, true);
@@ -82,7 +81,8 @@ void FactsPage::BuildList() {
   QUVA::OnEvent(m_list, "item,selected", [this](void* row) {
     if (m_onSelect) m_onSelect(*static_cast<int*>(row));
   });
-  if (!m_firstButton) elm_flux_list_focus_set(m_list, 0);
+  m_listIsFirst = !m_firstButton;
+  if (m_listIsFirst) elm_flux_list_focus_set(m_list, 0);
 }
 
 std::string FactsPage::TextOf(int row, const std::string& part) const {
@@ -102,7 +102,7 @@ Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick
   QUVA::OnEvent(button, "clicked", [onClick = std::move(onClick)](void*) { onClick(); });
   if (!m_firstButton) {
     m_firstButton = button;
-    QUVA::FocusWhenIdle(button);
+    if (m_facts.empty()) QUVA::FocusWhenIdle(button);
   }
   return button;
 }
@@ -122,7 +122,7 @@ void FactsPage::Show() {
 }
 
 void FactsPage::Focus() {
-  if (m_firstButton)
+  if (m_firstButton && !m_listIsFirst)
     QUVA::FocusWhenIdle(m_firstButton);
   else if (m_list)
     elm_flux_list_focus_set(m_list, std::max(0, elm_flux_list_focus_get(m_list)));

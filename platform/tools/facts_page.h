@@ -51,6 +51,7 @@ class FactsPage {
   const Tool& m_tool;
   QUVA::CScreen m_screen;
   QUVA::CWidget m_note, m_listArea, m_list, m_area, m_buttons, m_firstButton;
+  bool m_listIsFirst = false;  ///< it was there before any button
   std::vector<Fact> m_facts;
   std::string m_noteText;
   std::function<void(int row)> m_onSelect;

@@ -15,6 +15,7 @@ constexpr Tool kTools[] = {
     {"picture", kPictureTest, "SID_PICTURE_TEST", "Picture Test", "picture-test", OpenPictureTest},
     {"modules", kModulesTest, "TV_SID_OOBE_CAJUL_MLED_INSTALL_TEST", "MLED Installation Test", kModulesTest,
      OpenModulesTest},
+    {"sound", kSoundTest, "SID_SOUND_TEST", "Sound Test", "sound-test", OpenSoundTest},
     {"video", kVideoTest, "TV_SID_CARE_VIDEO_TEST", "Video Test", "video-test", OpenVideoTest},
 };
 

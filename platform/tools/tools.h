@@ -16,6 +16,7 @@ std::string ToolNames();
 
 void OpenPictureTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenSoundTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenVideoTest(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools

@@ -1,19 +1,17 @@
 // The video test: does this machine decode, and does the picture move as it should?
 
-#include <dlfcn.h>
-
-#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "CScreenJob.h"
 #include "CUtils.h"
 #include "VexiloLog.h"
 #include "facts_page.h"
+#include "player_library.h"
 #include "question.h"
 #include "set_paths.h"
+#include "steps.h"
 #include "system_path.h"
 #include "tools.h"
 #include "video/video_player.h"
@@ -28,14 +26,6 @@ using QUVA::CUtils;
 constexpr Question kQuestion = {"TV_SID_VEXILO_TEST_SEEN", "TV_SID_VEXILO_VIDEO_NOTICED_MSG",
                                 "TV_SID_VEXILO_VIDEO_MISSED_MSG"};
 constexpr double kFactsPeriod = 0.5;  // seconds
-
-/// Null, with the reason, where what decodes is not on this machine.
-std::unique_ptr<VideoPlayer> LoadPlayer(std::string& reason) {
-  void* const library = dlopen(SystemPath(set_paths::kVideoPlayer).c_str(), RTLD_NOW);
-  void* const make = library ? dlsym(library, kMakeVideoPlayer) : nullptr;
-  if (!make) return reason = dlerror(), nullptr;
-  return std::unique_ptr<VideoPlayer>(reinterpret_cast<MakeVideoPlayer*>(make)());
-}
 
 std::string DecoderText(const VideoDecoder& decoder) {
   return CUtils::m_GetTextWith(decoder.isHardware ? "TV_SID_VEXILO_VIDEO_HARDWARE" : "TV_SID_VEXILO_VIDEO_SOFTWARE",
@@ -54,8 +44,6 @@ class VideoTest {
     int shown = 0, dropped = 0;
   };
 
-  void Run(std::function<void()> work, std::function<void()> end);
-  void RunNext();
   void Listed();
   void Play();
   void OnChange();
@@ -75,20 +63,16 @@ class VideoTest {
   Count m_last;
   bool m_isPlaying = false;
 
-  struct Step {
-    std::function<void()> work, end;
-  };
-  std::deque<Step> m_steps;  // what the player is to do, one after the other
-  QUVA::CScreenJob m_job;
+  Steps m_steps;
 };
 
 void VideoTest::Open() {
   m_page.SetNote(CUtils::m_GetText("COM_TV_SID_LOADING"));
   const auto reason = std::make_shared<std::string>();
   const auto formats = std::make_shared<std::vector<VideoFormat>>();
-  Run(
+  m_steps.Run(
       [this, reason, formats] {
-        m_player = LoadPlayer(*reason);
+        m_player = LoadPlayer<VideoPlayer>(set_paths::kVideoPlayer, kMakeVideoPlayer, *reason);
         if (m_player) *formats = m_player->Formats();
       },
       [this, reason, formats] {
@@ -99,24 +83,6 @@ void VideoTest::Open() {
                                                 : DecoderText(format.decoder)});
         Listed();
       });
-}
-
-/// Runs `work` on a worker when what was asked for before is done.
-void VideoTest::Run(std::function<void()> work, std::function<void()> end) {
-  m_steps.push_back({std::move(work), std::move(end)});
-  RunNext();
-}
-
-void VideoTest::RunNext() {
-  if (m_steps.empty() || m_job.m_IsRunning()) return;
-  const Step step = std::move(m_steps.front());
-  m_steps.pop_front();
-  m_job.m_Start([work = step.work](const QUVA::CScreenJob::Control&) { work(); },
-                [this, end = step.end] {
-                  end();
-                  RunNext();
-                },
-                {});
 }
 
 void VideoTest::Listed() {
@@ -137,11 +103,9 @@ void VideoTest::Play() {
   m_timer = ecore_timer_add(
       kFactsPeriod,
       [](void* self) -> Eina_Bool { return static_cast<VideoTest*>(self)->ShowFacts(), ECORE_CALLBACK_RENEW; }, this);
-  Run(
-      [this] {
-        m_player->Play(SystemPath(set_paths::kTestClip), [this] { QUVA::PostToMainLoop([this] { OnChange(); }); });
-      },
-      [] {});
+  m_steps.Run([this] {
+    m_player->Play(SystemPath(set_paths::kTestClip), [this] { QUVA::PostToMainLoop([this] { OnChange(); }); });
+  });
 }
 
 void VideoTest::OnChange() {
@@ -171,7 +135,7 @@ void VideoTest::End() {
   VEXILO_LOGI("video test: %s, %s, %d frames shown, %d dropped, %s", m_last.playback.decoder.name.c_str(),
               m_last.playback.decoder.isHardware ? "hardware" : "software", m_last.shown, m_last.dropped,
               m_last.playback.hasEnded ? "to the end" : "stopped");
-  Run([this] { m_player->Stop(); }, [] {});
+  m_steps.Run([this] { m_player->Stop(); });
   Ask(m_tool, kQuestion, [this] {
     CUtils::Instance().m_DropFromReturnStack();
     Close();
@@ -180,7 +144,7 @@ void VideoTest::End() {
 
 /// Back to the page.
 void VideoTest::Close() {
-  if (std::exchange(m_isPlaying, false)) Run([this] { m_player->Stop(); }, [] {});
+  if (std::exchange(m_isPlaying, false)) m_steps.Run([this] { m_player->Stop(); });
   ecore_timer_del(std::exchange(m_timer, nullptr));
   m_view.reset();
   std::vector<Fact> facts = FactsOf(m_last);

@@ -53,13 +53,13 @@ VideoView::VideoView(std::function<void()> onEnter, std::function<void()> onRead
   evas_object_pass_events_set(m_bar, true);
   evas_event_callback_add(Canvas(), EVAS_CALLBACK_RENDER_PRE, OnRender, this);
   evas_event_callback_add(Canvas(), EVAS_CALLBACK_RENDER_POST, OnRendered, this);
-  evas_object_event_callback_add(CUtils::Instance().m_pGetAppWindow(), EVAS_CALLBACK_RESIZE, OnResize, this);
+  evas_event_callback_add(Canvas(), EVAS_CALLBACK_CANVAS_VIEWPORT_RESIZE, OnResize, this);
   Place();
 }
 
 VideoView::~VideoView() {
-  if (Evas_Object* const window = CUtils::Instance().m_pGetAppWindow()) {
-    evas_object_event_callback_del_full(window, EVAS_CALLBACK_RESIZE, OnResize, this);
+  if (CUtils::Instance().m_pGetAppWindow()) {
+    evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_CANVAS_VIEWPORT_RESIZE, OnResize, this);
     evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_RENDER_PRE, OnRender, this);
     evas_event_callback_del_full(Canvas(), EVAS_CALLBACK_RENDER_POST, OnRendered, this);
     // The canvas may be drawing on a thread of its own what is about to go.
@@ -94,7 +94,7 @@ void VideoView::OnRendered(void* self, Evas*, void*) {
   view.m_onReady();
 }
 
-void VideoView::OnResize(void* self, Evas*, Evas_Object*, void*) {
+void VideoView::OnResize(void* self, Evas*, void*) {
   static_cast<VideoView*>(self)->Place();
 }
 

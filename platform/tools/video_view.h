@@ -39,7 +39,7 @@ class VideoView {
  private:
   static void OnRender(void* self, Evas* canvas, void* info);
   static void OnRendered(void* self, Evas* canvas, void* info);
-  static void OnResize(void* self, Evas* canvas, Evas_Object* window, void* info);
+  static void OnResize(void* self, Evas* canvas, void* info);
   void Place();
 
   const std::function<void()> m_onEnter, m_onReady;

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
+#include "../gst_handle.h"
 #include "clip.h"
-#include "gst_handle.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "video/formats.h"
+#include "formats.h"
 
 #include <string_view>
 
-#include "gst_handle.h"
+#include "../gst_handle.h"
 
 namespace tools {
 

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "video/video_player.h"
+#include "video_player.h"
 
 namespace tools {
 

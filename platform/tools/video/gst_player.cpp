@@ -10,10 +10,10 @@
 #include <string_view>
 #include <utility>
 
+#include "../gst_handle.h"
 #include "base/glib_handle.h"
-#include "gst_handle.h"
-#include "video/formats.h"
-#include "video/video_player.h"
+#include "formats.h"
+#include "video_player.h"
 
 namespace tools {
 

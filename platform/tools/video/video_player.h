@@ -67,6 +67,5 @@ class VideoPlayer {
 
 /// What the library exports under this name; it hands the player over.
 inline constexpr char kMakeVideoPlayer[] = "vexilo_make_video_player";
-using MakeVideoPlayer = VideoPlayer*();
 
 }  // namespace tools
