@@ -126,6 +126,7 @@ class SoundTest {
  private:
   void Look();
   void ShowState();
+  void LogState();
   std::string DeviceText() const;
   void Begin();
   void Play(int row);
@@ -139,6 +140,7 @@ class SoundTest {
   std::unique_ptr<Meter> m_meter;
   std::unique_ptr<SoundPlayer> m_player;
   SoundOutputState m_state;
+  std::string m_logged;
   std::string m_problem;               // why the last sound was not played
   std::atomic<int> m_wanted{kNoTone};  // which is to play now
   QUVA::CWidget m_unmute;
@@ -194,6 +196,7 @@ void SoundTest::Look() {
 }
 
 void SoundTest::ShowState() {
+  LogState();
   m_page.SetNote(m_problem.empty() ? CUtils::m_GetText(NoteOf(m_state.trouble))
                                    : CUtils::m_GetTextWith("TV_SID_VEXILO_SOUND_FAILED_MSG", m_problem));
   std::vector<Fact> facts;
@@ -212,6 +215,14 @@ void SoundTest::ShowState() {
     evas_object_show(m_unmute);
   else
     evas_object_hide(m_unmute);
+}
+
+void SoundTest::LogState() {
+  const std::string line =
+      (HasOutput() ? "the output is \"" + m_state.title + "\"" : std::string("there is no output")) +
+      (m_state.isMuted == true ? ", muted" : "");
+  if (line != m_logged) VEXILO_LOGI("sound test: %s", line.c_str());
+  m_logged = line;
 }
 
 std::string SoundTest::DeviceText() const {

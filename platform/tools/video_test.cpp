@@ -77,10 +77,13 @@ void VideoTest::Open() {
       },
       [this, reason, formats] {
         if (!m_player) return m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_FAILED_MSG", *reason));
-        for (const VideoFormat& format : *formats)
+        for (const VideoFormat& format : *formats) {
+          VEXILO_LOGI("video test: %s %s", format.name,
+                      format.decoder.name.empty() ? "cannot be decoded" : format.decoder.name.c_str());
           m_formats.push_back({format.name, format.decoder.name.empty()
                                                 ? CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_MISSING", format.package)
                                                 : DecoderText(format.decoder)});
+        }
         Listed();
       });
 }

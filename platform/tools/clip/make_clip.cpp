@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "../gst_handle.h"
+#include "../video/gst_handle.h"
 #include "clip.h"
 
 namespace {

@@ -104,7 +104,7 @@ bool HostPlayer::Play(Tone tone, std::string& problem) {
   if (!server.IsConnected()) return sound::PlayOnAlsa(playing, problem);
   const auto sink = DefaultSink(server);
   if (sink) return sound::PlayOnServer(*sink, playing, problem);
-  problem = server.Problem();
+  problem = server.Problem().empty() ? "there is no output" : server.Problem();
   return false;
 }
 

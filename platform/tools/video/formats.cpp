@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "../gst_handle.h"
+#include "gst_handle.h"
 
 namespace tools {
 

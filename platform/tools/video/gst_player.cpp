@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "../gst_handle.h"
+#include "gst_handle.h"
 #include "base/glib_handle.h"
 #include "formats.h"
 #include "video_player.h"
