@@ -337,7 +337,7 @@ bool IsEmpty(const SeenScreen& screen) {
 }
 
 void MeasureTools(const char* file, const SeenScreen& screen) {
-  for (const char* tool : {"picture", "modules"}) {
+  for (const char* tool : {"picture", "sound", "video", "modules"}) {
     std::vector<double> times;
     Memory memory;
     for (int start = 0; start <= kToolStarts; ++start) {

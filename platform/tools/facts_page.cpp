@@ -16,6 +16,7 @@ using QUVA::CUtils;
 constexpr double kTop = 4;  // units, as all sizes here
 constexpr double kBottom = 6;
 constexpr double kGap = 3;
+constexpr double kNoteWidth = 240 - 2 * QUVA::kPageMargin;  // of the narrowest screen
 constexpr double kButtonWidth = 54;
 constexpr double kButtonHeight = 10;
 constexpr double kButtonGap = 4;
@@ -28,8 +29,7 @@ FactsPage::FactsPage(const Tool& tool) : m_tool(tool), m_screen([this] { Announc
   Evas_Object* const body = m_screen.m_pGetBody();
   elm_flux_layout_padding_set(body, QUVA::kPageMargin, kTop, QUVA::kPageMargin, kBottom);
   elm_flux_layout_gap_set(body, kGap);
-  const double width = CUtils::Instance().m_GetFluxWidthOfScreen() - 2 * QUVA::kPageMargin;
-  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, width, 0);
+  m_note = QUVA::AddText(body, "", FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_LEFT, kNoteWidth, 0);
   elm_flux_text_lines_set(m_note, 2);
   evas_object_hide(m_note);
   m_listArea = AddLayout(body, FLUX_LAYOUT_STACK, FLUX_ALIGN_TOP, 0, 0);
