@@ -337,7 +337,7 @@ bool IsEmpty(const SeenScreen& screen) {
 }
 
 void MeasureTools(const char* file, const SeenScreen& screen) {
-  for (const char* tool : {"picture", "hdmi", "signal", "connection", "reset", "modules"}) {
+  for (const char* tool : {"picture", "sound", "video", "hdmi", "signal", "connection", "reset", "modules"}) {
     std::vector<double> times;
     Memory memory;
     for (int start = 0; start <= kToolStarts; ++start) {

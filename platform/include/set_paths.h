@@ -13,6 +13,9 @@ inline constexpr char kSolutionMap[] = "/usr/share/vexilo/solutionmap.xml";
 inline constexpr char kRules[] = "/usr/share/trevlin/rules.json";
 inline constexpr char kMenuItems[] = "/usr/share/vexilo/menuitems.json";
 inline constexpr char kFluxTheme[] = "/usr/share/vexilo-flux/flux.edj";
+inline constexpr char kVideoPlayer[] = "/usr/lib/vexilo-video-player.so";
+inline constexpr char kSoundPlayer[] = "/usr/lib/vexilo-sound-player.so";
+inline constexpr char kTestClip[] = "/usr/share/vexilo/test-clip.ogv";
 inline constexpr char kCheckerDir[] = "/usr/share/menu/providers/";
 
 // What all applications of the set share.

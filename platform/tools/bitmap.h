@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace tools {
@@ -16,6 +17,14 @@ constexpr Colour Rgb(int red, int green, int blue) {
 constexpr Colour Grey(int level) {
   return Rgb(level, level, level);
 }
+
+/// A text on a picture, centred at a share of its width and height.
+struct Label {
+  double x, y;
+  std::string text;
+  double size;  ///< in layout units
+  Colour colour;
+};
 
 /// Pixels from the upper left, line by line. What is drawn beyond the edges is cut off.
 class Bitmap {

@@ -84,7 +84,8 @@ void FactsPage::BuildList() {
   QUVA::OnEvent(m_list, "item,selected", [this](void* row) {
     if (m_onSelect) m_onSelect(*static_cast<int*>(row));
   });
-  if (!m_firstButton) elm_flux_list_focus_set(m_list, 0);
+  m_listIsFirst = !m_firstButton;
+  if (m_listIsFirst) elm_flux_list_focus_set(m_list, 0);
 }
 
 std::string FactsPage::TextOf(int row, const std::string& part) const {
@@ -107,7 +108,7 @@ Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick
   QUVA::OnEvent(button, "clicked", [onClick = std::move(onClick)](void*) { onClick(); });
   if (!m_firstButton) {
     m_firstButton = button;
-    QUVA::FocusWhenIdle(button);
+    if (m_facts.empty()) QUVA::FocusWhenIdle(button);
   }
   return button;
 }
@@ -123,8 +124,13 @@ void FactsPage::Toast(const std::string& text) {
                        [this] { m_screen.m_DismissToast(); });
 }
 
+void FactsPage::Show() {
+  m_screen.m_Show();
+  Focus();
+}
+
 void FactsPage::Focus() {
-  if (m_firstButton)
+  if (m_firstButton && !m_listIsFirst)
     QUVA::FocusWhenIdle(m_firstButton);
   else if (m_list)
     elm_flux_list_focus_set(m_list, std::max(0, elm_flux_list_focus_get(m_list)));

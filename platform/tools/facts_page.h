@@ -30,6 +30,9 @@ class FactsPage {
   Evas_Object* AddButton(const char* sid, std::function<void()> onClick);
   /// The focus goes to the rows.
   void RemoveButtons();
+  /// Takes it off the screen, for what fills the panel, and shows it again with the focus where it was.
+  void Hide() { m_screen.m_Hide(); }
+  void Show();
   /// A message in the header for some seconds.
   void Toast(const std::string& text);
   /// Between the rows and the buttons, for what a tool draws itself: a vertical layout, empty at first.
@@ -45,6 +48,7 @@ class FactsPage {
   const Tool& m_tool;
   QUVA::CScreen m_screen;
   QUVA::CWidget m_note, m_listArea, m_list, m_area, m_buttons, m_firstButton;
+  bool m_listIsFirst = false;  ///< it was there before any button
   std::vector<Fact> m_facts;
   std::string m_noteText;
   std::function<void(int row)> m_onSelect;

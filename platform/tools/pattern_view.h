@@ -9,6 +9,7 @@
 
 #include "CScreenJob.h"
 #include "CWidget.h"
+#include "full_screen.h"
 #include "patterns.h"
 
 namespace tools {
@@ -28,10 +29,10 @@ class PatternView {
   void Resume();
 
  private:
-  static Eina_Bool OnKey(void* self, int type, void* event);
   static void OnClick(void* self, Evas* canvas, Evas_Object* image, void* event);
   static void OnResize(void* self, Evas* canvas, void* info);
 
+  void OnKey(std::string_view key);
   void Step(int by);
   void End();
   void Draw();
@@ -44,10 +45,10 @@ class PatternView {
   QUVA::CWidget m_image, m_toast;
   std::vector<Evas_Object*> m_labels;
   QUVA::CScreenJob m_job;
-  Ecore_Event_Handler* m_keys;
   size_t m_index = 0;
   bool m_takesKeys = true;
   bool m_isTold = false;  ///< what the picture shows
+  const KeyPresses m_keys;
 };
 
 }  // namespace tools

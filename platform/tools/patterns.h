@@ -10,14 +10,6 @@
 
 namespace tools {
 
-/// A text on a picture, centred at a share of its width and height.
-struct Label {
-  double x, y;
-  std::string text;
-  double size;  ///< in layout units
-  Colour colour;
-};
-
 struct Pattern {
   const char* nameSid;
   const char* lookSid;  ///< what to look for

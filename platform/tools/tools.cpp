@@ -18,6 +18,8 @@ constexpr Tool kTools[] = {
     {"signal", kSignalPages, "SID_SIGNAL_INFORMATION_KR_17", "Signal Information", "SignalInfo", OpenSignalInformation},
     {"modules", kModulesTest, "TV_SID_OOBE_CAJUL_MLED_INSTALL_TEST", "MLED Installation Test", kModulesTest,
      OpenModulesTest},
+    {"sound", kSoundTest, "SID_SOUND_TEST", "Sound Test", "sound-test", OpenSoundTest},
+    {"video", kVideoTest, "TV_SID_CARE_VIDEO_TEST", "Video Test", "video-test", OpenVideoTest},
     {"connection", kHomedeckConnectionTest, "COM_SID_HOME_DECK_CONNECTION_TEST", "Homedeck Connection Test",
      kHomedeckConnectionTest, OpenConnectionTest},
     {"reset", kHomedeckReset, "COM_TV_SID_RESET_HOME_DECK_KR_KOR", "Reset Homedeck", "HomedeckReset",

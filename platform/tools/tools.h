@@ -20,5 +20,7 @@ void OpenSignalInformation(const Tool& tool, const app_framework::Extras& extras
 void OpenModulesTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenConnectionTest(const Tool& tool, const app_framework::Extras& extras);
 void OpenHomeDeckReset(const Tool& tool, const app_framework::Extras& extras);
+void OpenSoundTest(const Tool& tool, const app_framework::Extras& extras);
+void OpenVideoTest(const Tool& tool, const app_framework::Extras& extras);
 
 }  // namespace tools

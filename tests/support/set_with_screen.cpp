@@ -131,8 +131,9 @@ void Screen::Minimize() const {
 // ---- the application
 
 RunningApp::RunningApp(const std::string& argument)
-    : m_process(argument.empty() ? std::vector{SystemPath(kApp)} : std::vector{SystemPath(kApp), argument},
-                {.env = kEnvironment}) {}
+    : RunningApp(argument.empty() ? std::vector{SystemPath(kApp)} : std::vector{SystemPath(kApp), argument}) {}
+
+RunningApp::RunningApp(const std::vector<std::string>& command) : m_process(command, {.env = kEnvironment}) {}
 
 bool RunningApp::Says(const std::string& text, int times) {
   if (Until([&] { return Count(text) >= times; })) return true;

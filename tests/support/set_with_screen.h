@@ -37,12 +37,13 @@ class Screen {
   std::optional<ChildProcess> m_windowManager;
 };
 
-/// A run of the installed application, with its log.
+/// A run of the installed application, or of another program of the set, with its log.
 class RunningApp {
  public:
   using Clock = std::chrono::system_clock;
 
   explicit RunningApp(const std::string& argument = "");
+  explicit RunningApp(const std::vector<std::string>& command);
 
   const ChildProcess& Process() const { return m_process; }
 

@@ -545,7 +545,7 @@ TEST_F(DesktopEntries, AProgramOfThisMachineComesBeforeTheStandIn) {
   const std::pair<Words, const char*> cases[] = {
       {{"org.varno.NetworkSetting-Varno"}, "nm-connection-editor"},
       {{"org.varno.menu", "launchby=others", "type=networkstatus"}, "nm-connection-editor"},
-      {{"org.varno.sound-test", "launchedFrom=com.tornelo.TVVexilo"}, "pavucontrol"},
+      {{"org.varno.menu", "type=displaysettings"}, "arandr"},
   };
   const fs::path tools = SystemPath("/tools"), ran = SystemPath("/ran");
   for (const auto& [words, program] : cases) {

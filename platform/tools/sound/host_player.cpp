@@ -1,0 +1,127 @@
+// The player: on the session's sound server, else on ALSA.
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string_view>
+
+#include "sound/alsa_mixer.h"
+#include "sound/playing.h"
+#include "sound/sound_server.h"
+#include "sound_player.h"
+#include "trevlin/collectors/sound_facts.h"
+
+namespace tools {
+
+namespace {
+
+constexpr std::chrono::milliseconds kServerLimit{2000};
+/// What servers have when no card plays.
+constexpr std::array<std::string_view, 2> kStandIns = {"auto_null", "dummy-output"};
+
+const trevlin::Machine kMachine{};  // this one
+
+bool IsUnplugged(const sound::Sink& sink) {
+  return !sink.ports.empty() && std::all_of(sink.ports.begin(), sink.ports.end(), [](const sound::Port& port) {
+    return port.plugged == sound::Plugged::kNo;
+  });
+}
+
+/// The one that sound goes to; nothing where it leads nowhere.
+std::optional<sound::Sink> DefaultSink(sound::Server& server) {
+  const auto outputs = server.List();
+  if (!outputs || std::find(kStandIns.begin(), kStandIns.end(), outputs->defaultSink) != kStandIns.end()) return {};
+  for (const sound::Sink& sink : outputs->sinks)
+    if (sink.name == outputs->defaultSink) return sink;
+  return {};
+}
+
+SoundTrouble TroubleOf(const SoundOutputState& state, const sound::Sink* sink) {
+  if (sink && IsUnplugged(*sink)) return SoundTrouble::kUnplugged;
+  if (sink && sink->leadsToScreen && trevlin::HasHdmiOutput(kMachine) == false)
+    return SoundTrouble::kScreenWithoutSound;
+  if (state.isMuted == true) return SoundTrouble::kMuted;
+  if (state.volumePercent && *state.volumePercent < 0.5) return SoundTrouble::kVolumeZero;
+  return SoundTrouble::kNone;
+}
+
+class HostPlayer final : public SoundPlayer {
+ public:
+  SoundOutputState Look() override;
+  bool Unmute(std::string& problem) override;
+  bool Play(Tone tone, std::string& problem) override;
+  void Stop() override { m_stop = true; }
+  SoundLevels TakeLevels() override { return {m_left.exchange(0) / kFullScale, m_right.exchange(0) / kFullScale}; }
+
+ private:
+  static constexpr double kFullScale = INT16_MAX;
+
+  void Hear(const int16_t* samples, size_t frames);
+
+  std::atomic<bool> m_stop{false};
+  std::atomic<int> m_left{0}, m_right{0};
+};
+
+SoundOutputState HostPlayer::Look() {
+  SoundOutputState state;
+  sound::Server server(kServerLimit);
+  if (server.IsConnected()) {
+    const auto sink = DefaultSink(server);
+    if (!sink) return state;
+    state = {SoundTrouble::kNone, sink->title, "", sink->volumePercent, sink->isMuted};
+    for (const sound::Port& port : sink->ports)
+      if (port.name == sink->activePort) state.port = port.title;
+    state.trouble = TroubleOf(state, &*sink);
+    return state;
+  }
+  if (trevlin::CountCards(kMachine).value_or(0) == 0) return state;
+  const sound::AlsaMixer mixer;
+  state = {SoundTrouble::kNone, sound::DefaultCardTitle(), "", mixer.VolumePercent(), mixer.IsMuted()};
+  state.trouble = TroubleOf(state, nullptr);
+  return state;
+}
+
+bool HostPlayer::Unmute(std::string& problem) {
+  sound::Server server(kServerLimit);
+  if (!server.IsConnected()) return sound::AlsaMixer().Unmute() || (problem = "ALSA", false);
+  const auto sink = DefaultSink(server);
+  if (sink && server.SetMuted(sink->name, false)) return true;
+  problem = server.Problem();
+  return false;
+}
+
+bool HostPlayer::Play(Tone tone, std::string& problem) {
+  m_stop = false;
+  ToneSource source(tone);
+  const sound::Playing playing{
+      [&source](int16_t* samples, size_t frames) { return source.Fill(samples, frames); },
+      [this](const int16_t* samples, size_t frames) { Hear(samples, frames); },
+      &m_stop,
+  };
+  sound::Server server(kServerLimit);
+  if (!server.IsConnected()) return sound::PlayOnAlsa(playing, problem);
+  const auto sink = DefaultSink(server);
+  if (sink) return sound::PlayOnServer(*sink, playing, problem);
+  problem = server.Problem().empty() ? "there is no output" : server.Problem();
+  return false;
+}
+
+void HostPlayer::Hear(const int16_t* samples, size_t frames) {
+  int left = m_left, right = m_right;
+  for (size_t i = 0; i < frames; ++i) {
+    left = std::max(left, std::abs(int{samples[i * sound::kChannels]}));
+    right = std::max(right, std::abs(int{samples[i * sound::kChannels + 1]}));
+  }
+  m_left = left;
+  m_right = right;
+}
+
+}  // namespace
+
+}  // namespace tools
+
+extern "C" tools::SoundPlayer* vexilo_make_sound_player() {
+  return new tools::HostPlayer;
+}

@@ -1,0 +1,55 @@
+#pragma once
+/// @file
+/// A clip that fills the panel, with a line of facts below.
+///
+/// Thread rule: main loop thread.
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "CWidget.h"
+#include "full_screen.h"
+#include "video/video_player.h"
+
+namespace tools {
+
+/// Shows frames in the application's window until it is deleted.
+class VideoView {
+ public:
+  /// `onEnter` is called for Enter and for a click, `onReady` when a frame has been drawn.
+  VideoView(std::function<void()> onEnter, std::function<void()> onReady);
+  VideoView(const VideoView&) = delete;
+  VideoView& operator=(const VideoView&) = delete;
+  ~VideoView();
+
+  /// Whether a frame is still to be drawn. Another one before that would only make the canvas work twice.
+  bool IsBusy() const { return m_isBusy; }
+  void Show(std::shared_ptr<const VideoFrame> frame);
+  void SetFacts(const std::string& facts);
+  /// What to look for: told for some seconds, and spoken.
+  void Tell(const std::string& text);
+  void TellNothing() { m_toast.m_Delete(); }
+
+  /// Frames that were drawn so far.
+  int Shown() const { return m_shown; }
+  /// The number of the last one of them; -1 for none.
+  int Newest() const { return m_newest; }
+
+ private:
+  static void OnRender(void* self, Evas* canvas, void* info);
+  static void OnRendered(void* self, Evas* canvas, void* info);
+  static void OnResize(void* self, Evas* canvas, void* info);
+  void Place();
+
+  const std::function<void()> m_onEnter, m_onReady;
+  QUVA::CWidget m_ground, m_image, m_bar, m_label, m_toast;
+  std::string m_facts;
+  std::shared_ptr<const VideoFrame> m_frame, m_before;  ///< the image's, and the one that the canvas may still read
+  bool m_isBusy = false, m_isDrawing = false;
+  int m_newest = -1;
+  int m_shown = 0;
+  const KeyPresses m_keys;
+};
+
+}  // namespace tools
