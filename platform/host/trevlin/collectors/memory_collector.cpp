@@ -13,8 +13,9 @@ using namespace std::chrono_literals;
 
 constexpr auto kRecent = 24h;
 constexpr std::string_view kGroups = "/sys/fs/cgroup/";
-/// There where groups are of cgroup v1. Their counters go with them, so what was ended there only the log tells.
-constexpr std::string_view kOlderGroups = "/sys/fs/cgroup/memory/cgroup.procs";
+/// There where groups are of cgroup v2. The counters of older ones go with them, and groups that cannot be seen tell
+/// nothing: what was ended there only the log tells.
+constexpr std::string_view kNewerGroups = "/sys/fs/cgroup/cgroup.controllers";
 
 double Count(std::string_view list, std::string_view key) {
   return FindNumber(list, key).value_or(0);
@@ -110,7 +111,7 @@ class MemoryCollector : public Collector {
     const bool isContainer = IsContainer(machine);
     const auto all = count(isContainer ? std::string(kGroups) + "memory.events" : "/proc/vmstat");
     if (!all) return;
-    if (!isContainer && *all > 0 && Exists(machine, kOlderGroups)) {
+    if (!isContainer && *all > 0 && !Exists(machine, kNewerGroups)) {
       const auto logged = m_killLog.CountWithin(machine, std::chrono::seconds(kRecent).count());
       return logged ? AddFact(facts, kFact, logged) : AddUnknown(facts, kFact);
     }

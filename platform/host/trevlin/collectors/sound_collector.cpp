@@ -36,7 +36,10 @@ class SoundCollector final : public Collector {
         {"sound.muted", kTruth, "", "the default card is switched off"},
         {"sound.volume_percent", kNumber, "%", "of the default card, of its loudest channel"},
         {"sound.hdmi_output", kTruth, "", "a screen or receiver that plays sound is at a digital output"},
-        {"sound.elsewhere", kTruth, "", "sound goes to an output with nothing at it, while a screen could play it"},
+        {"sound.elsewhere", kTruth, "",
+         "the sound of this session goes to an output with nothing at it, while there is one to a screen that is "
+         "plugged "
+         "in"},
     };
   }
 
