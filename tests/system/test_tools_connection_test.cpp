@@ -154,7 +154,9 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   Shell("ip route del default");
   OpenTool("connection");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_ROUTE_MSG"); })) << "as the list of issues tells it";
-  EXPECT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_STEP_FAILED") && Shows("1 ms"); }));
+  const auto isTime = [](const Shown& each) { return each.text.ends_with(" ms"); };
+  EXPECT_TRUE(
+      Soon([&] { return ShowsSid("TV_SID_VEXILO_STEP_FAILED") && std::ranges::count_if(Texts(), isTime) == 2; }));
   EXPECT_THAT(StoredEvents(), HasSubstr("select_item=Homedeck Connection Test;status=Not connected;"));
   Install("org.varno.NetworkSetting-Varno");
   Press("Return");

@@ -70,12 +70,18 @@ std::vector<std::string> PluginFolders(const Machine& machine) {
   return folders;
 }
 
+bool IsDecoder(std::string_view file) {
+  constexpr std::string_view kBegin = "libgst", kEnd = ".so";
+  if (file.size() < kBegin.size() + kEnd.size() || !file.starts_with(kBegin) || !file.ends_with(kEnd)) return false;
+  const auto name = file.substr(kBegin.size(), file.size() - kBegin.size() - kEnd.size());
+  return std::ranges::find(kDecoders, name) != std::end(kDecoders);
+}
+
 int CountDecoders(const Machine& machine) {
-  int count = 0;
+  int64_t count = 0;
   for (const std::string& folder : PluginFolders(machine))
-    for (const std::string_view name : kDecoders)
-      if (Exists(machine, folder + "/libgst" + std::string(name) + ".so")) ++count;
-  return count;
+    count += std::ranges::count_if(ListNames(machine, folder), IsDecoder);
+  return static_cast<int>(count);
 }
 
 }  // namespace
