@@ -16,7 +16,6 @@ class Steps {
   /// Runs `work` on a worker when all that was asked for before is done, then `end` on the main loop.
   void Run(
       std::function<void()> work, std::function<void()> end = [] {});
-  bool AreRunning() const { return m_job.m_IsRunning(); }
 
  private:
   struct Step {

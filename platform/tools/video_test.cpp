@@ -47,7 +47,6 @@ class VideoTest {
   void Listed();
   void Play();
   void OnChange();
-  void ShowDue();
   void End();
   void Close();
   Count CountNow() const;
@@ -98,8 +97,10 @@ void VideoTest::Listed() {
 
 void VideoTest::Play() {
   if (m_view) return;
+  m_last = {};
+  m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_VIDEO_LOOK"));
   m_page.Hide();
-  m_view = std::make_unique<VideoView>([this] { End(); }, [this] { ShowDue(); });
+  m_view = std::make_unique<VideoView>([this] { End(); }, [this] { QUVA::PostToMainLoop([this] { OnChange(); }); });
   m_view->Tell(CUtils::m_GetText("TV_SID_VEXILO_VIDEO_LOOK"));
   CUtils::Instance().m_RegisterForReturnStack({[] {}, [this] { Close(); }}, false);
   m_isPlaying = true;
@@ -113,20 +114,16 @@ void VideoTest::Play() {
 
 void VideoTest::OnChange() {
   if (!m_view || !m_isPlaying) return;
-  ShowDue();
+  if (!m_view->IsBusy())
+    if (auto frame = m_player->TakeFrame()) m_view->Show(std::move(frame));
   const Playback state = m_player->State();
   if (!state.error.empty()) {
     VEXILO_LOGE("the clip cannot be played: %s", state.error.c_str());
     m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_FAILED_MSG", state.error));
     CUtils::Instance().m_ExecuteReturn();
-  } else if (state.hasEnded) {
+  } else if (state.hasEnded && !m_view->IsBusy()) {
     End();
   }
-}
-
-void VideoTest::ShowDue() {
-  if (!m_isPlaying || m_view->IsBusy()) return;
-  if (auto frame = m_player->TakeFrame()) m_view->Show(std::move(frame));
 }
 
 /// Stops where it is, and asks.
@@ -168,8 +165,8 @@ VideoTest::Count VideoTest::CountNow() const {
 std::vector<Fact> VideoTest::FactsOf(const Count& count) const {
   std::vector<Fact> facts;
   const Playback& playback = count.playback;
-  if (!playback.decoder.name.empty())
-    facts.push_back({CUtils::m_GetText("TV_SID_VEXILO_VIDEO_DECODER"), DecoderText(playback.decoder)});
+  if (playback.decoder.name.empty()) return facts;  // it never came to decoding
+  facts.push_back({CUtils::m_GetText("TV_SID_VEXILO_VIDEO_DECODER"), DecoderText(playback.decoder)});
   facts.push_back({CUtils::m_GetText("TV_SID_VEXILO_VIDEO_SHOWN"), std::to_string(count.shown)});
   facts.push_back({CUtils::m_GetText("TV_SID_VEXILO_VIDEO_DROPPED"), std::to_string(count.dropped)});
   return facts;

@@ -14,7 +14,9 @@ using QUVA::CUtils;
 constexpr double kBarShare = 0.09;  // of the panel's height
 constexpr double kFactsSize = 4;    // units
 constexpr double kTellTime = 4.0;   // seconds
-constexpr int kBarOpacity = 200;    // of 255
+// The canvas draws at the ticks of animations: at more of them than a clip has frames, so that none waits for long.
+constexpr double kTick = 1.0 / 120;  // seconds
+constexpr int kBarOpacity = 200;     // of 255
 
 Evas_Object* AddRectangle(int opacity) {
   Evas_Object* const rectangle = evas_object_rectangle_add(Canvas());
@@ -41,6 +43,7 @@ VideoView::VideoView(std::function<void()> onEnter, std::function<void()> onRead
     : m_onEnter(std::move(onEnter)), m_onReady(std::move(onReady)), m_keys([this](std::string_view key) {
         if (key == "Return") m_onEnter();
       }) {
+  ecore_animator_frametime_set(kTick);
   m_ground = AddRectangle(255);
   m_image = evas_object_image_filled_add(Canvas());
   evas_object_layer_set(m_image, kPictureLayer);
@@ -65,6 +68,7 @@ VideoView::~VideoView() {
     // The canvas may be drawing on a thread of its own what is about to go.
     evas_sync(Canvas());
   }
+  ecore_animator_frametime_set(m_tickBefore);
   for (QUVA::CWidget* const each : {&m_toast, &m_label, &m_bar, &m_image, &m_ground}) each->m_Delete();
 }
 

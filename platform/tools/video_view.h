@@ -47,6 +47,7 @@ class VideoView {
   std::string m_facts;
   std::shared_ptr<const VideoFrame> m_frame, m_before;  ///< the image's, and the one that the canvas may still read
   bool m_isBusy = false, m_isDrawing = false;
+  const double m_tickBefore = ecore_animator_frametime_get();  ///< seconds
   int m_newest = -1;
   int m_shown = 0;
   const KeyPresses m_keys;

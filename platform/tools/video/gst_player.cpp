@@ -6,13 +6,14 @@
 #include <gst/video/video.h>
 
 #include <cmath>
+#include <deque>
 #include <mutex>
 #include <string_view>
 #include <utility>
 
-#include "gst_handle.h"
 #include "base/glib_handle.h"
 #include "formats.h"
+#include "gst_handle.h"
 #include "video_player.h"
 
 namespace tools {
@@ -21,6 +22,8 @@ namespace {
 
 // A frame that is later than this is left out.
 constexpr gint64 kMaxLateness = 20 * GST_MSECOND;
+// Frames that wait to be drawn: so much may one drawing take longer than the next.
+constexpr size_t kMostDue = 2;
 // Frames as the canvas has them in memory.
 constexpr const char* kPixelFormat = G_BYTE_ORDER == G_LITTLE_ENDIAN ? "BGRx" : "xRGB";
 // By preference; a sound server's first.
@@ -76,7 +79,10 @@ class GstPlayer final : public VideoPlayer {
   void Stop() override;
   std::shared_ptr<const VideoFrame> TakeFrame() override {
     const std::lock_guard lock(m_mutex);
-    return std::exchange(m_frame, nullptr);
+    if (m_due.empty()) return nullptr;
+    auto frame = std::move(m_due.front());
+    m_due.pop_front();
+    return frame;
   }
   Playback State() const override {
     const std::lock_guard lock(m_mutex);
@@ -111,8 +117,8 @@ class GstPlayer final : public VideoPlayer {
   std::function<void()> m_onChange;
   GstHandle<GstElement> m_pipeline;
   mutable std::mutex m_mutex;
-  Playback m_state;                           // guarded, as the next
-  std::shared_ptr<const VideoFrame> m_frame;  // due, and not taken
+  Playback m_state;                                     // guarded, as the next
+  std::deque<std::shared_ptr<const VideoFrame>> m_due;  // and not taken
 };
 
 void GstPlayer::Play(const std::string& file, std::function<void()> onChange) {
@@ -121,7 +127,7 @@ void GstPlayer::Play(const std::string& file, std::function<void()> onChange) {
   {
     const std::lock_guard lock(m_mutex);
     m_state = {};
-    m_frame = nullptr;
+    m_due.clear();
   }
   m_onChange = std::move(onChange);
   if (Build(file)) gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);  // a failure is a message, too
@@ -185,7 +191,8 @@ GstFlowReturn GstPlayer::OnSample(GstAppSink* sink, gpointer self) {
   if (!frame->pixels) return GST_FLOW_ERROR;
   {
     const std::lock_guard lock(player->m_mutex);
-    player->m_frame = std::move(frame);
+    player->m_due.push_back(std::move(frame));
+    if (player->m_due.size() > kMostDue) player->m_due.pop_front();
   }
   player->m_onChange();
   return GST_FLOW_OK;

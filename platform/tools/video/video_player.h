@@ -60,7 +60,7 @@ class VideoPlayer {
 
   // Any thread.
 
-  /// The frame that is due, once; null when it was taken. One that nobody took gives way to the next.
+  /// The first frame that is due and was not taken; null where there is none. Of those that nobody takes two are kept.
   virtual std::shared_ptr<const VideoFrame> TakeFrame() = 0;
   virtual Playback State() const = 0;
 };
