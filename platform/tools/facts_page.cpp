@@ -108,7 +108,9 @@ Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick
   QUVA::OnEvent(button, "clicked", [onClick = std::move(onClick)](void*) { onClick(); });
   if (!m_firstButton) {
     m_firstButton = button;
-    if (m_facts.empty()) QUVA::FocusWhenIdle(button);
+    // Rows that do nothing give way to it.
+    if (!m_onSelect) m_listIsFirst = false;
+    if (!m_listIsFirst) QUVA::FocusWhenIdle(button);
   }
   return button;
 }

@@ -26,7 +26,8 @@ class FactsPage {
   /// Shows these rows; the focus stays on the row where it is. Enter on one calls `onSelect` with its number.
   void SetFacts(std::vector<Fact> facts);
   void OnSelect(std::function<void(int row)> onSelect) { m_onSelect = std::move(onSelect); }
-  /// Adds a button at the lower edge; the first one has the focus where there are no rows. Owned by the page.
+  /// Adds a button at the lower edge; the first one has the focus unless rows that can be chosen were there before it.
+  /// Owned by the page.
   Evas_Object* AddButton(const char* sid, std::function<void()> onClick);
   /// The focus goes to the rows.
   void RemoveButtons();
@@ -48,7 +49,7 @@ class FactsPage {
   const Tool& m_tool;
   QUVA::CScreen m_screen;
   QUVA::CWidget m_note, m_listArea, m_list, m_area, m_buttons, m_firstButton;
-  bool m_listIsFirst = false;  ///< it was there before any button
+  bool m_listIsFirst = false;  ///< it has the focus first
   std::vector<Fact> m_facts;
   std::string m_noteText;
   std::function<void(int row)> m_onSelect;
