@@ -1,8 +1,5 @@
 #include "sound/screen_output.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
 #include <thread>
 
 namespace sound {
@@ -14,24 +11,9 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kTakenUp = std::chrono::seconds(2);
 constexpr auto kPoll = std::chrono::milliseconds(50);
 
-/// What servers have when no card plays: PulseAudio, PipeWire's session managers.
-constexpr std::array<std::string_view, 2> kStandIns = {"auto_null", "dummy-output"};
-
-const Sink* Named(const Outputs& outputs, const std::string& name) {
-  const auto found =
-      std::find_if(outputs.sinks.begin(), outputs.sinks.end(), [&](const Sink& sink) { return sink.name == name; });
-  return found == outputs.sinks.end() ? nullptr : &*found;
-}
-
-bool IsUnplugged(const Sink& sink) {
-  return !sink.ports.empty() && std::all_of(sink.ports.begin(), sink.ports.end(),
-                                            [](const Port& port) { return port.plugged == Plugged::kNo; });
-}
-
 bool LeadsNowhere(const Outputs& outputs) {
-  const Sink* const sink = Named(outputs, outputs.defaultSink);
-  const bool isStandIn = std::find(kStandIns.begin(), kStandIns.end(), outputs.defaultSink) != kStandIns.end();
-  return !sink || isStandIn || IsUnplugged(*sink);
+  const Sink* const sink = outputs.Default();
+  return !sink || sink->IsUnplugged();
 }
 
 }  // namespace
@@ -39,7 +21,7 @@ bool LeadsNowhere(const Outputs& outputs) {
 std::optional<WayToScreen> FindWayToScreen(const Outputs& outputs) {
   if (!LeadsNowhere(outputs)) return std::nullopt;
   for (const Sink& sink : outputs.sinks)
-    if (sink.leadsToScreen && !IsUnplugged(sink)) return WayToScreen{sink.name};
+    if (sink.leadsToScreen && !sink.IsUnplugged()) return WayToScreen{sink.name};
   // The sound server knows of no screen there unless the plug tells.
   for (const IdlePort& idle : outputs.idlePorts)
     if (idle.port.leadsToScreen && idle.port.plugged == Plugged::kYes) return WayToScreen{"", idle.card, idle.profile};

@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 #include "c_handle.h"
@@ -103,7 +104,20 @@ void OnSuccess(pa_context*, int isSuccess, void* data) {
   static_cast<Taking*>(data)->isSuccess = isSuccess != 0;
 }
 
+/// What servers have when no card plays: PulseAudio, PipeWire's session managers.
+constexpr std::array<std::string_view, 2> kStandIns = {"auto_null", "dummy-output"};
+
 }  // namespace
+
+bool Sink::IsUnplugged() const {
+  return !ports.empty() && std::ranges::all_of(ports, [](const Port& port) { return port.plugged == Plugged::kNo; });
+}
+
+const Sink* Outputs::Default() const {
+  if (std::ranges::find(kStandIns, defaultSink) != kStandIns.end()) return nullptr;
+  const auto found = std::ranges::find(sinks, defaultSink, &Sink::name);
+  return found == sinks.end() ? nullptr : &*found;
+}
 
 struct Server::Loop {
   std::unique_ptr<pa_mainloop, CRelease<&pa_mainloop_free>> loop;

@@ -43,6 +43,9 @@ struct Sink {
   std::vector<Port> ports{};
   std::string activePort{};
   bool leadsToScreen = false;  ///< by its port in use, or the profile of its card
+
+  /// Each of its ports says that nothing is plugged in.
+  bool IsUnplugged() const;
 };
 
 /// A port of a card that no sink of the card's profile in use has, and the best profile with which one has it.
@@ -57,6 +60,9 @@ struct Outputs {
   std::string defaultSink{};  ///< empty when there is none
   std::vector<Sink> sinks{};
   std::vector<IdlePort> idlePorts{};
+
+  /// The one that sound goes to; null where that is none, or what the server has in the place of one.
+  const Sink* Default() const;
 };
 
 class Server {

@@ -1,11 +1,9 @@
 // The player: on the session's sound server, else on ALSA.
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <string_view>
 
 #include "sound/alsa_mixer.h"
 #include "sound/playing.h"
@@ -18,28 +16,17 @@ namespace tools {
 namespace {
 
 constexpr std::chrono::milliseconds kServerLimit{2000};
-/// What servers have when no card plays.
-constexpr std::array<std::string_view, 2> kStandIns = {"auto_null", "dummy-output"};
-
 const trevlin::Machine kMachine{};  // this one
-
-bool IsUnplugged(const sound::Sink& sink) {
-  return !sink.ports.empty() && std::all_of(sink.ports.begin(), sink.ports.end(), [](const sound::Port& port) {
-    return port.plugged == sound::Plugged::kNo;
-  });
-}
 
 /// The one that sound goes to; nothing where it leads nowhere.
 std::optional<sound::Sink> DefaultSink(sound::Server& server) {
   const auto outputs = server.List();
-  if (!outputs || std::find(kStandIns.begin(), kStandIns.end(), outputs->defaultSink) != kStandIns.end()) return {};
-  for (const sound::Sink& sink : outputs->sinks)
-    if (sink.name == outputs->defaultSink) return sink;
-  return {};
+  const sound::Sink* const sink = outputs ? outputs->Default() : nullptr;
+  return sink ? std::optional(*sink) : std::nullopt;
 }
 
 SoundTrouble TroubleOf(const SoundOutputState& state, const sound::Sink* sink) {
-  if (sink && IsUnplugged(*sink)) return SoundTrouble::kUnplugged;
+  if (sink && sink->IsUnplugged()) return SoundTrouble::kUnplugged;
   if (sink && sink->leadsToScreen && trevlin::HasHdmiOutput(kMachine) == false)
     return SoundTrouble::kScreenWithoutSound;
   if (state.isMuted == true) return SoundTrouble::kMuted;
