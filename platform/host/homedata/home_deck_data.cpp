@@ -123,7 +123,7 @@ bool SetAside(const std::function<void(double)>& onProgress, std::string& proble
   if (!Rename(set_paths::kCobaltDir, kAside, problem)) return false;
   step();
   // The consent last: without it nobody gets to the tool.
-  std::ranges::stable_partition(keys, [](const std::string& key) { return key != set_names::kConsentKey; });
+  std::stable_partition(keys.begin(), keys.end(), [](const std::string& key) { return key != set_names::kConsentKey; });
   for (const std::string& key : keys) {
     const std::string name = "/" + settings::FileNameOfKey(key);
     const std::string from = SystemPath(settings::FolderOfKey(key)) + name;

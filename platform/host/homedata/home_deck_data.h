@@ -32,10 +32,6 @@ HomeDeckData MeasureHomeDeck();
 /// something could not be put back or removed; the next call tries again.
 bool MendHomeDeckReset(std::string& problem);
 
-/// The same at the start of an application, which waits for nobody: what is to be put back is there when it returns,
-/// and what is to be removed goes on a thread of its own. What is wrong is in the log.
-void MendHomeDeckResetAtStart();
-
 /// The same at the start of a program, which waits for nobody: what is to be put back is there when it returns, and
 /// what is to be removed goes on a thread of its own. What is wrong is in the log. For a look at two names where
 /// nothing is.

@@ -65,7 +65,9 @@ using Context = std::unique_ptr<cairo_t, CRelease<&cairo_destroy>>;
 struct Letters {
   int width, height;
   std::vector<uint8_t> shares;
-  uint8_t At(int x, int y) const { return shares[static_cast<size_t>(y * width + x)]; }
+  uint8_t At(int x, int y) const {
+    return shares[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)];
+  }
 };
 
 /// The text in one line, again and again until the width is full.
