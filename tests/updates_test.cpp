@@ -2,8 +2,10 @@
 // that the test plays, and with the real dpkg on records of the test's own.
 
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/un.h>
 
 #include "support/captured_machine.h"
 #include "support/files.h"
@@ -155,6 +157,32 @@ GDBusMessage* Reply(GDBusMessage* call, const char* values = nullptr) {
 }
 
 /// The real dpkg with records of its own, and a package whose set-up fails while a file is missing.
+// A bus that takes connections and answers nobody: nothing is told that could clear an issue.
+TEST(Updates, StayOpenWhileTheBusIsSilent) {
+  const std::string silent = SystemPath("/silent");
+  const FdHandle listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  silent.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener.get(), 9), 0);
+  const auto told = [] {
+    trevlin::Facts updates, services;
+    trevlin::MakeUpdatesCollector()->Collect({}, updates);
+    trevlin::MakeServicesCollector()->Collect({}, services);
+    const auto tell = [](const trevlin::Facts& facts, const char* fact) {
+      return std::string(!facts.contains(fact)                                    ? "absent"
+                         : std::holds_alternative<std::monostate>(facts.at(fact)) ? "open"
+                                                                                  : "told");
+    };
+    return tell(updates, "updates.work_hours") + " " + tell(services, "services.failed_names");
+  };
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + silent).c_str(), 1);
+  EXPECT_EQ(told(), "open open");
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+  EXPECT_EQ(told(), "told absent") << "a machine without systemd";
+}
+
 TEST(UpdateControl, RepairsWhatDpkgReallyDidNotFinish) {
   if (std::system("dpkg-deb --version >/dev/null") != 0) GTEST_SKIP() << "no dpkg on this machine";
   if (geteuid() != 0 || !HaveOwn({"/var/lib", "/var/cache", "/var/log", "/etc/apt"}))

@@ -46,7 +46,7 @@ std::string SystemBusAddress() {
 
 // GLib's waiting call takes no limit, so the other one runs here until it has ended, one way or the other.
 GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chrono::milliseconds limit,
-                                            GMainContext* context, std::string& problem) {
+                                            GMainContext* context, std::string& problem, bool* isSilent) {
   const ContextHandle own(context ? nullptr : g_main_context_new());
   if (own) context = own.get();
   g_main_context_push_thread_default(context);
@@ -69,6 +69,7 @@ GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chr
   } else {
     const bool late = attempt.error.Matches(G_IO_ERROR, G_IO_ERROR_CANCELLED);
     problem = late ? "the bus does not answer" : attempt.error.Message();
+    if (isSilent) *isSilent = late;
   }
   return std::move(attempt.connection);
 }
@@ -99,9 +100,10 @@ GVariantHandle AskSystemBus(const BusMethod& method, GVariant* arguments, bool* 
   constexpr std::chrono::seconds kLimit(1);
   const GVariantHandle taken(arguments ? g_variant_ref_sink(arguments) : nullptr);
   std::string problem;
-  const auto bus = ConnectToBus(SystemBusAddress(), kLimit, nullptr, problem);
+  bool isSilent = false;
+  const auto bus = ConnectToBus(SystemBusAddress(), kLimit, nullptr, problem, &isSilent);
   GErrorHandle error;
   GVariantHandle reply = bus ? CallOnBus(*bus, method, taken.get(), kLimit, error) : nullptr;
-  if (isThere) *isThere = bus && !IsNobodyThere(error);
+  if (isThere) *isThere = isSilent || (bus && !IsNobodyThere(error));
   return reply;
 }

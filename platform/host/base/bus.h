@@ -18,9 +18,10 @@ std::string SystemBusAddress();
 
 /// A connection to the bus at `address`, or null with the reason in `problem`. Iterates `context` until it is there,
 /// for `limit` at most; the connection's signals come there, too. With null it is made in a main loop of its own, in
-/// which nothing but this happens, and signals come nowhere.
+/// which nothing but this happens, and signals come nowhere. `isSilent`, where given, tells of null whether something
+/// is there that did not answer in time.
 GObjectHandle<GDBusConnection> ConnectToBus(const std::string& address, std::chrono::milliseconds limit,
-                                            GMainContext* context, std::string& problem);
+                                            GMainContext* context, std::string& problem, bool* isSilent = nullptr);
 
 /// A method of a service, with the type of its reply ("(as)"; null for any).
 struct BusMethod {

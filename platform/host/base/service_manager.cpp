@@ -61,7 +61,8 @@ bool IsServiceName(const std::string& name) {
 ServiceManager::ServiceManager(ServicesOf whose, Clock::time_point deadline)
     : m_deadline(deadline),
       m_connection(ConnectToBus(whose == ServicesOf::kUser ? SessionBusAddress() : SystemBusAddress(),
-                                std::min<std::chrono::milliseconds>(Left(), kAnswer), nullptr, m_problem)) {}
+                                std::min<std::chrono::milliseconds>(Left(), kAnswer), nullptr, m_problem, &m_isThere)) {
+}
 
 std::optional<std::vector<ServiceUnit>> ServiceManager::UnitsIn(const std::vector<std::string>& states,
                                                                 const std::vector<std::string>& patterns) {

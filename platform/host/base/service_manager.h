@@ -34,7 +34,7 @@ class ServiceManager {
 
   ServiceManager(ServicesOf whose, Clock::time_point deadline);
 
-  /// Whether it has the bus's name, be it that it does not answer; known after a call.
+  /// Whether it has the bus's name, be it that it does not answer, or the bus itself does not; known after a call.
   bool IsThere() const { return m_isThere; }
   /// Why the last call that failed did so; empty when none has.
   const std::string& Problem() const { return m_problem; }

@@ -26,11 +26,12 @@ std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit&
   return std::max(0.0, (now - std::chrono::duration<double, std::micro>(*since)).count()) / 3600;
 }
 
-std::optional<double> AskHoursOfUpdateServices() {
+std::optional<double> AskHoursOfUpdateServices(bool& isSilent) {
   ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kAnswer);
   std::optional<double> hours;
   for (const ServiceUnit& service : AskUpdateServices(manager))
     hours = std::max(hours, AskHoursAtWork(manager, service));
+  isSilent = manager.IsThere() && !manager.Problem().empty();
   return hours;
 }
 

@@ -32,7 +32,8 @@ std::vector<ServiceUnit> AskUpdateServices(ServiceManager& manager);
 /// For how long it has been at work; nothing where it is not, or systemd does not tell.
 std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit& service);
 
-/// For how long the one has been at work that has been so for the longest; nothing where none is.
-std::optional<double> AskHoursOfUpdateServices();
+/// For how long the one has been at work that has been so for the longest; nothing where none is. `isSilent`: systemd
+/// is there and does not tell.
+std::optional<double> AskHoursOfUpdateServices(bool& isSilent);
 
 }  // namespace trevlin

@@ -52,9 +52,13 @@ class UpdatesCollector : public Collector {
 
   static void AddWork(const Machine& machine, const std::optional<PackageWorker>& worker, Facts& facts) {
     if (machine.IsCaptured() && !worker) return;
-    const auto ofServices = machine.IsCaptured() ? std::nullopt : AskHoursOfUpdateServices();
-    if (worker && !worker->hours && !ofServices) return AddUnknown(facts, "updates.work_hours");
-    facts["updates.work_hours"] = std::max(worker ? worker->hours.value_or(0) : 0, ofServices.value_or(0));
+    bool isSilent = false;
+    const auto ofServices = machine.IsCaptured() ? std::nullopt : AskHoursOfUpdateServices(isSilent);
+    const double hours = std::max(worker ? worker->hours.value_or(0) : 0, ofServices.value_or(0));
+    // What does not tell may have been at work for longer.
+    const bool isOpen = isSilent || (worker && !worker->hours && !ofServices);
+    if (isOpen && hours <= kHangingHours) return AddUnknown(facts, "updates.work_hours");
+    facts["updates.work_hours"] = hours;
   }
 
   PackageRecords m_records;
