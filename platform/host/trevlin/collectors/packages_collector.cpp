@@ -13,7 +13,7 @@ class PackagesCollector : public Collector {
   std::string_view Name() const override { return "packages"; }
   std::chrono::milliseconds Period() const override { return 1min; }
   // Caches are walked through.
-  std::chrono::milliseconds Deadline() const override { return 4s; }
+  std::chrono::milliseconds Deadline() const override { return 2400ms; }
   std::vector<FactDescription> Describe() const override {
     return {
         {"packages.broken", FactKind::kNumber, "", "folders of applications without a readable manifest"},

@@ -13,7 +13,7 @@ class ScheduleCollector final : public Collector {
  public:
   std::string_view Name() const override { return "schedule"; }
   std::chrono::milliseconds Period() const override { return 30s; }
-  std::chrono::milliseconds Deadline() const override { return 3s; }
+  std::chrono::milliseconds Deadline() const override { return 2400ms; }
   std::vector<FactDescription> Describe() const override {
     return {{"schedule.off", FactKind::kTruth, "", "the machine is to turn itself off at a set time"},
             {"schedule.idle_off", FactKind::kTruth, "", "the machine turns itself off when nobody uses it"}};

@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 constexpr std::chrono::hours kWeek{7 * 24};
 constexpr size_t kMaxTextBytes = 128;
 
-constexpr auto kAnswer = 1200ms;
+constexpr auto kAnswer = 1100ms;
 
 // A service is restarted for ever when it was so often within that time, and is young or about to be restarted now.
 constexpr auto kLoopWindow = 15min;
@@ -147,7 +147,7 @@ class ServicesCollector : public Collector {
  public:
   std::string_view Name() const override { return "services"; }
   std::chrono::milliseconds Period() const override { return 30s; }
-  std::chrono::milliseconds Deadline() const override { return 3s; }
+  std::chrono::milliseconds Deadline() const override { return 2400ms; }
   std::vector<FactDescription> Describe() const override {
     return {
         {"services.failed", FactKind::kNumber, "",

@@ -308,7 +308,7 @@ class StorageCollector : public Collector {
   std::string_view Name() const override { return "storage"; }
   std::chrono::milliseconds Period() const override { return 10s; }
   // A disk that sleeps has to wake up.
-  std::chrono::milliseconds Deadline() const override { return 3s; }
+  std::chrono::milliseconds Deadline() const override { return 2400ms; }
   std::vector<FactDescription> Describe() const override {
     return {
         {"storage.free_percent", FactKind::kNumber, "%", "free space of the user-data partition"},
