@@ -113,6 +113,15 @@ TEST(HomeDeckReset, IsPutBackFromWhateverWasLeft) {
   EXPECT_EQ(TextOf(kOwn), "b;a");
 }
 
+TEST(HomeDeckReset, IsNotHeldUpByAStoreThatWasSetAsideLongAgo) {
+  Fill();
+  WriteFile(set_paths::kCobaltDir + std::string(".reset/x"), "old");
+  std::string problem;
+  EXPECT_TRUE(ResetHomeDeck([](double) {}, problem)) << problem;
+  EXPECT_EQ(State(), "nothing");
+  EXPECT_TRUE(IsClean());
+}
+
 TEST(HomeDeckReset, WhatCannotGoIsToldBeforeAnythingIsMoved) {
   Fill();
   fs::rename(SystemPath(set_paths::kCobaltDir), SystemPath("/elsewhere"));

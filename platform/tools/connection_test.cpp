@@ -57,6 +57,7 @@ class ConnectionPage {
   static void OnFocus(void* self, Evas*, void*) { static_cast<ConnectionPage*>(self)->Resume(); }
   /// The viewer is back, maybe from where he could mend it.
   void Resume() {
+    if (m_fix.m_IsRunning()) return;
     CUtils::Instance().m_SetMultitaskingStatus(false);
     if (std::exchange(m_isElsewhere, false)) Start();
   }
@@ -78,9 +79,11 @@ class ConnectionPage {
   std::optional<QUVA_Solution> m_solution;  ///< for the row that failed
   bool m_isElsewhere = false;               ///< another application was opened, in which the viewer may mend it
   QUVA::CScreenJob m_job;
+  QUVA::CScreenJob m_fix;  // while it is at work, nothing is tested
 };
 
 void ConnectionPage::Start() {
+  if (m_fix.m_IsRunning()) return;
   m_job.m_Cancel();
   CUtils::Instance().m_SetMultitaskingStatus(false);
   m_isElsewhere = false;
@@ -145,7 +148,8 @@ void ConnectionPage::End() {
 }
 
 void ConnectionPage::OnSelect(int row) {
-  if (!m_job.m_IsRunning() && m_rows[static_cast<size_t>(row)].state == StepState::kFailed) Explain();
+  if (!m_job.m_IsRunning() && !m_fix.m_IsRunning() && m_rows[static_cast<size_t>(row)].state == StepState::kFailed)
+    Explain();
 }
 
 /// In the words, and with the buttons, of the list of issues.
@@ -175,7 +179,7 @@ void ConnectionPage::Fix() {
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_WORKING_ON_IT"));
   CUtils::Instance().m_SetMultitaskingStatus(true);  // what is opened may cover this one before it is known
   const auto outcome = std::make_shared<int>(SOLUTION_FAILED);
-  const bool isStarted = m_job.m_Start(
+  const bool isStarted = m_fix.m_Start(
       [outcome, code = m_solution->issue_code](const QUVA::CScreenJob::Control&) {
         CreateAPIInstance();  // what is done is recorded there
         const auto apply = QUVA::QUVA_DiagManager::GetInstance()->m_pGetApplySolution();

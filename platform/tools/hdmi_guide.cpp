@@ -20,6 +20,7 @@ constexpr const char* kSteps[] = {"TV_SID_VEXILO_HDMI_STEP_CABLE", "TV_SID_VEXIL
 }  // namespace
 
 void HdmiGuide::Start() {
+  if (m_isRunning) return;  // a look is on its way
   m_isRunning = true;
   m_step = 0;
   ShowStep();

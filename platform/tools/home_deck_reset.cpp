@@ -83,6 +83,7 @@ void ResetPage::Ask() {
 // It is over in seconds, and nothing is gained by leaving it.
 void ResetPage::Reset() {
   CUtils::Instance().m_SetKeyBlock(true);
+  CUtils::Instance().m_SetMultitaskingStatus(true);  // what comes in front of it does not end it
   m_page.RemoveButtons();
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_RESETTING"));
   ShowProgress(0);
@@ -115,6 +116,7 @@ void ResetPage::ShowProgress(double share) {
 
 void ResetPage::End(const std::string& problem) {
   CUtils::Instance().m_SetKeyBlock(false);
+  CUtils::Instance().m_SetMultitaskingStatus(false);
   elm_flux_layout_clear(m_page.Area());
   if (!problem.empty()) VEXILO_LOGE("Home Deck was not reset: %s", problem.c_str());
   m_page.SetNote(CUtils::m_GetText(problem.empty() ? "TV_SID_VEXILO_RESET_DONE" : "TV_SID_VEXILO_RESET_FAILED"));

@@ -70,10 +70,10 @@ void OnPause(void*) {
 
 void OnRequest(app_control_h request, void* data) {
   auto& run = *static_cast<Run*>(data);
-  if (run.isShown) return;  // the window comes to the front
-  run.isShown = true;
   for (const char* key : kLaunchers)
     if (const std::string* const launcher = request->extras.Find(key)) run.launcher = *launcher;
+  if (run.isShown) return;  // the window comes to the front
+  run.isShown = true;
   QUVA::CUtils::Instance().m_SetLeave([&run] { GoBack(run); });
   const auto open = [&run, extras = request->extras] { run.tool->open(*run.tool, extras); };
   if (!QUVA::CMainView::Instance().m_OpenWindow(QUVA::CUtils::m_GetText(run.tool->titleSid).c_str(), open))

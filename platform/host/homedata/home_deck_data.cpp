@@ -179,6 +179,8 @@ bool ResetHomeDeck(const std::function<void(double)>& onProgress, std::string& p
   // What cannot go is found out before anything is moved.
   const auto store = packages::PrepareTree(set_paths::kCobaltDir);
   if (store.error != 0 && store.error != ENOENT) return Fail(problem, set_paths::kCobaltDir, store.error);
+  // Left by a reset whose folder is gone: it would be in the way, and undoing would take it for the store.
+  if (!Remove(Beside(kAside), {}, problem)) return false;
   if (!SetAside(onProgress, problem)) return Undo();
   Sync();
   if (std::rename(SystemPath(set_paths::kHomeDeckReset).c_str(), SystemPath(set_paths::kHomeDeckResetDone).c_str()) !=
