@@ -141,8 +141,9 @@ class SoundTest {
   std::unique_ptr<SoundPlayer> m_player;
   SoundOutputState m_state;
   std::string m_logged;
-  std::string m_problem;               // why the last sound was not played
-  std::atomic<int> m_wanted{kNoTone};  // which is to play now
+  std::string m_problem;       // why the last sound was not played
+  int m_wanted = kNoTone;      // which is to play now
+  std::atomic<int> m_turn{0};  // counts what was asked for
   QUVA::CWidget m_unmute;
   Steps m_steps;
   QUVA::CScreenJob m_looking;
@@ -256,19 +257,21 @@ void SoundTest::Play(int row) {
   m_problem.clear();
   const bool isSame = m_wanted == row;
   m_wanted = isSame ? kNoTone : row;
+  const int turn = ++m_turn;
   m_player->Stop();
   ShowState();
   if (isSame) return;
   const auto problem = std::make_shared<std::string>();
   m_steps.Run(
-      [this, row, problem] {
-        if (m_wanted == row) m_player->Play(kTones[row].tone, *problem);
+      [this, turn, row, problem] {
+        if (m_turn == turn) m_player->Play(kTones[row].tone, *problem);
       },
-      [this, row, problem] { Ended(row, *problem); });
+      [this, turn, row, problem] {
+        if (m_turn == turn) Ended(row, *problem);
+      });
 }
 
 void SoundTest::Ended(int row, const std::string& problem) {
-  if (m_wanted != row) return;
   m_wanted = kNoTone;
   m_problem = problem;
   if (problem.empty())
@@ -280,6 +283,7 @@ void SoundTest::Ended(int row, const std::string& problem) {
 
 void SoundTest::Ask() {
   m_wanted = kNoTone;
+  ++m_turn;
   m_player->Stop();
   ShowState();
   tools::Ask(m_tool, kQuestion, [] {});
