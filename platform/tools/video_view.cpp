@@ -73,13 +73,19 @@ VideoView::~VideoView() {
 }
 
 void VideoView::Show(std::shared_ptr<const VideoFrame> frame) {
-  evas_object_image_size_set(m_image, frame->width, frame->height);
-  // The pixels stay the frame's: the canvas only reads them.
-  evas_object_image_data_set(m_image, const_cast<void*>(frame->pixels));
-  evas_object_image_data_update_add(m_image, 0, 0, frame->width, frame->height);
-  m_before = std::exchange(m_frame, std::move(frame));
+  const bool hasNewSize = !m_frame || m_frame->width != frame->width || m_frame->height != frame->height;
+  if (hasNewSize) {
+    m_frame = nullptr;
+    m_pixels.resize(static_cast<size_t>(frame->width) * static_cast<size_t>(frame->height));
+    evas_object_image_size_set(m_image, frame->width, frame->height);
+  }
+  const std::vector<VideoPart> parts = frame->Paint(m_pixels.data(), m_frame.get());
+  evas_object_image_data_set(m_image, m_pixels.data());
+  for (const VideoPart& part : parts)
+    evas_object_image_data_update_add(m_image, part.x, part.y, part.width, part.height);
+  m_frame = std::move(frame);
   m_isBusy = true;
-  if (!m_before) Place();
+  if (hasNewSize) Place();
   evas_object_show(m_image);
 }
 
@@ -92,7 +98,6 @@ void VideoView::OnRendered(void* self, Evas*, void*) {
   auto& view = *static_cast<VideoView*>(self);
   if (!std::exchange(view.m_isDrawing, false)) return;
   view.m_isBusy = false;
-  view.m_before = nullptr;
   ++view.m_shown;
   view.m_newest = view.m_frame->number;
   view.m_onReady();

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CWidget.h"
 #include "full_screen.h"
@@ -23,8 +24,9 @@ class VideoView {
   VideoView& operator=(const VideoView&) = delete;
   ~VideoView();
 
-  /// Whether a frame is still to be drawn. Another one before that would only make the canvas work twice.
+  /// Whether a frame is still to be drawn: the canvas reads its pixels.
   bool IsBusy() const { return m_isBusy; }
+  /// Only while it is not busy.
   void Show(std::shared_ptr<const VideoFrame> frame);
   void SetFacts(const std::string& facts);
   /// What to look for: told for some seconds, and spoken.
@@ -45,7 +47,8 @@ class VideoView {
   const std::function<void()> m_onEnter, m_onReady;
   QUVA::CWidget m_ground, m_image, m_bar, m_label, m_toast;
   std::string m_facts;
-  std::shared_ptr<const VideoFrame> m_frame, m_before;  ///< the image's, and the one that the canvas may still read
+  std::shared_ptr<const VideoFrame> m_frame;  ///< the one that is painted
+  std::vector<uint32_t> m_pixels;             ///< the image's
   bool m_isBusy = false, m_isDrawing = false;
   const double m_tickBefore = ecore_animator_frametime_get();  ///< seconds
   int m_newest = -1;

@@ -287,6 +287,38 @@ TEST(VideoTest, CountsEachFrameOfTheClipAsShownOrDropped) {
   EXPECT_THAT(ReadFile(set_paths::kEventLog), AllOf(HasSubstr("Video Test"), HasSubstr("Noticed")));
 }
 
+/// What is on the screen is the frame, though only what changed is painted.
+TEST(VideoPlayer, PaintsEachFrameOverTheOneBefore) {
+  setenv("GST_REGISTRY", SystemPath("/plugins.bin").c_str(), 1);
+  std::string problem;
+  const auto player = Load<tools::VideoPlayer>(VIDEO_PLAYER, set_paths::kVideoPlayer, tools::kMakeVideoPlayer, problem);
+  ASSERT_TRUE(player) << problem;
+  player->Play(TEST_CLIP, [] {});
+  std::vector<uint32_t> pixels(size_t{clip::kWidth} * clip::kHeight);
+  std::shared_ptr<const tools::VideoFrame> shown;
+  size_t painted = 0, frames = 0;
+  ASSERT_TRUE(Until([&] {
+    while (auto frame = player->TakeFrame()) {
+      for (const tools::VideoPart& part : frame->Paint(pixels.data(), shown.get()))
+        painted += static_cast<size_t>(part.width * part.height);
+      shown = std::move(frame);
+      ++frames;
+    }
+    return shown && clip::IsFlash(shown->number);
+  })) << player->State().error;
+  player->Stop();
+  EXPECT_LT(painted, frames * pixels.size() / 2) << "what stands still is not painted";
+  int number = -1, different = 0;
+  EachSample("theoradec ! videoconvert ! video/x-raw,format=BGRx ! appsink name=out sync=false",
+             [&](const GstMapInfo& map, double) {
+               if (++number != shown->number) return;
+               const auto* const wanted = reinterpret_cast<const uint32_t*>(map.data);
+               for (size_t i = 0; i < pixels.size(); ++i) different += (wanted[i] ^ pixels[i]) << 8 ? 1 : 0;
+             });
+  EXPECT_GT(number, shown->number);
+  EXPECT_EQ(different, 0) << "of frame " << shown->number << ", the last of " << frames;
+}
+
 TEST(VideoPlayer, NamesWhatIsMissing) {
   const std::string none = SystemPath("/no-plugins");
   fs::create_directories(none);

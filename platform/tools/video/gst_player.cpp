@@ -5,7 +5,9 @@
 #include <gst/pbutils/pbutils.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <string_view>
@@ -24,35 +26,110 @@ namespace {
 constexpr gint64 kMaxLateness = 20 * GST_MSECOND;
 // Frames that wait to be drawn: so much may one drawing take longer than the next.
 constexpr size_t kMostDue = 2;
-// Frames as the canvas has them in memory.
-constexpr const char* kPixelFormat = G_BYTE_ORDER == G_LITTLE_ENDIAN ? "BGRx" : "xRGB";
+// Pictures as nearly all decoders make them, and as the canvas has them in memory.
+constexpr const char* kDecodedFormat = "I420";
+constexpr GstVideoFormat kPaintedFormat =
+    G_BYTE_ORDER == G_LITTLE_ENDIAN ? GST_VIDEO_FORMAT_BGRx : GST_VIDEO_FORMAT_xRGB;
+// What is compared and painted at once, in pixels. Both are even, as two pixels in each direction share a color.
+constexpr int kBlockWidth = 128, kBlockHeight = 16;
 // By preference; a sound server's first.
 constexpr const char* kSoundOutputs[] = {"pulsesink", "alsasink"};
 
-class MappedFrame final : public VideoFrame {
+/// Turns a block of a decoded picture into pixels. One thread at a time.
+class BlockPainter {
  public:
-  /// Takes the sample over; without pixels where it cannot be read.
-  explicit MappedFrame(GstSample* sample) : m_sample(sample) {
+  explicit BlockPainter(GstVideoInfo decoded) {
+    decoded.width = kBlockWidth, decoded.height = kBlockHeight;
+    gst_video_info_set_format(&m_painted, kPaintedFormat, kBlockWidth, kBlockHeight);
+    m_painted.fps_n = decoded.fps_n, m_painted.fps_d = decoded.fps_d;  // it converts no rates
+    m_converter.reset(gst_video_converter_new(&decoded, &m_painted, nullptr));
+  }
+  /// The block of `frame` that begins at `x`, `y`, at its place in `pixels`, which are as wide as the frame.
+  void Paint(const GstVideoFrame& frame, int x, int y, uint32_t* pixels) const {
+    GstVideoFrame block = frame, painted{};
+    block.info.width = kBlockWidth, block.info.height = kBlockHeight;
+    for (guint plane = 0; plane < GST_VIDEO_FRAME_N_PLANES(&frame); ++plane) block.data[plane] = At(frame, plane, x, y);
+    painted.info = m_painted;
+    painted.info.stride[0] = frame.info.width * static_cast<int>(sizeof *pixels);
+    painted.data[0] = pixels + static_cast<ptrdiff_t>(y) * frame.info.width + x;
+    gst_video_converter_frame(m_converter.get(), &block, &painted);
+  }
+  static bool Differ(const GstVideoFrame& one, const GstVideoFrame& other, int x, int y) {
+    for (guint plane = 0; plane < GST_VIDEO_FRAME_N_PLANES(&one); ++plane) {
+      const auto width = static_cast<size_t>(GST_VIDEO_FRAME_COMP_WIDTH(&one, plane) * kBlockWidth / one.info.width);
+      const int height = GST_VIDEO_FRAME_COMP_HEIGHT(&one, plane) * kBlockHeight / one.info.height;
+      const uint8_t* line = At(one, plane, x, y);
+      const uint8_t* otherLine = At(other, plane, x, y);
+      for (int i = 0; i < height; ++i) {
+        if (std::memcmp(line, otherLine, width) != 0) return true;
+        line += one.info.stride[plane], otherLine += other.info.stride[plane];
+      }
+    }
+    return false;
+  }
+
+ private:
+  /// Where a plane has the color of a pixel.
+  static uint8_t* At(const GstVideoFrame& frame, guint plane, int x, int y) {
+    const int share = plane == 0 ? 1 : 2;
+    return static_cast<uint8_t*>(frame.data[plane]) + static_cast<ptrdiff_t>(y / share) * frame.info.stride[plane] +
+           x / share;
+  }
+
+  GstVideoInfo m_painted{};
+  std::unique_ptr<GstVideoConverter, CRelease<&gst_video_converter_free>> m_converter;
+};
+
+class DecodedFrame final : public VideoFrame {
+ public:
+  /// Takes the sample over; of width 0 where it cannot be read or is smaller than a block.
+  DecodedFrame(GstSample* sample, std::shared_ptr<const BlockPainter>& painter) : m_sample(sample) {
     GstVideoInfo info;
     if (!gst_video_info_from_caps(&info, gst_sample_get_caps(sample))) return;
+    if (info.width < kBlockWidth || info.height < kBlockHeight) return;
     GstBuffer* const buffer = gst_sample_get_buffer(sample);
     if (!gst_video_frame_map(&m_frame, &info, buffer, GST_MAP_READ)) return;
-    pixels = GST_VIDEO_FRAME_PLANE_DATA(&m_frame, 0);
-    width = GST_VIDEO_INFO_WIDTH(&info);
-    height = GST_VIDEO_INFO_HEIGHT(&info);
+    if (!painter) painter = std::make_shared<BlockPainter>(info);
+    m_painter = painter;
+    width = info.width;
+    height = info.height;
     const guint64 at =
         gst_segment_to_stream_time(gst_sample_get_segment(sample), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
     number = static_cast<int>(
         std::lround(static_cast<double>(at) / GST_SECOND * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
   }
-  ~MappedFrame() override {
-    if (pixels) gst_video_frame_unmap(&m_frame);
+  ~DecodedFrame() override {
+    if (width) gst_video_frame_unmap(&m_frame);
   }
+
+  std::vector<VideoPart> Paint(uint32_t* pixels, const VideoFrame* before) const override;
 
  private:
   const GstSampleHandle m_sample;
   GstVideoFrame m_frame{};
+  std::shared_ptr<const BlockPainter> m_painter;
 };
+
+std::vector<VideoPart> DecodedFrame::Paint(uint32_t* pixels, const VideoFrame* before) const {
+  std::vector<VideoPart> parts;
+  const auto* const shown = static_cast<const DecodedFrame*>(before);
+  // The last blocks of lines and of columns begin earlier where the picture is no multiple of them.
+  for (int top = 0; top < height; top += kBlockHeight) {
+    const int y = std::min(top, height - kBlockHeight);
+    int end = 0;  // of the part before
+    for (int left = 0; left < width; left += kBlockWidth) {
+      const int x = std::min(left, width - kBlockWidth);
+      if (shown && !BlockPainter::Differ(m_frame, shown->m_frame, x, y)) continue;
+      m_painter->Paint(m_frame, x, y, pixels);
+      if (end > 0 && x <= end)
+        parts.back().width = x + kBlockWidth - parts.back().x;
+      else
+        parts.push_back({x, y, kBlockWidth, kBlockHeight});
+      end = x + kBlockWidth;
+    }
+  }
+  return parts;
+}
 
 /// The first that can be opened; null for none.
 GstElement* OpenSoundOutput() {
@@ -116,6 +193,7 @@ class GstPlayer final : public VideoPlayer {
 
   std::function<void()> m_onChange;
   GstHandle<GstElement> m_pipeline;
+  std::shared_ptr<const BlockPainter> m_painter;  ///< of this clip; made with its first frame
   mutable std::mutex m_mutex;
   Playback m_state;                                     // guarded, as the next
   std::deque<std::shared_ptr<const VideoFrame>> m_due;  // and not taken
@@ -129,6 +207,7 @@ void GstPlayer::Play(const std::string& file, std::function<void()> onChange) {
     m_state = {};
     m_due.clear();
   }
+  m_painter = nullptr;
   m_onChange = std::move(onChange);
   if (Build(file)) gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);  // a failure is a message, too
 }
@@ -158,7 +237,7 @@ bool GstPlayer::Build(const std::string& file) {
 
 void GstPlayer::ConnectPictures() {
   const GstHandle<GstElement> pictures(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "pictures"));
-  const GstCapsHandle caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, kPixelFormat, nullptr));
+  const GstCapsHandle caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, kDecodedFormat, nullptr));
   g_object_set(pictures.get(), "caps", caps.get(), "qos", true, "max-lateness", kMaxLateness, "enable-last-sample",
                false, nullptr);
   GstAppSinkCallbacks callbacks{};
@@ -187,8 +266,8 @@ GstFlowReturn GstPlayer::OnSample(GstAppSink* sink, gpointer self) {
   auto* const player = static_cast<GstPlayer*>(self);
   GstSample* const sample = gst_app_sink_pull_sample(sink);
   if (!sample) return GST_FLOW_EOS;
-  auto frame = std::make_shared<MappedFrame>(sample);
-  if (!frame->pixels) return GST_FLOW_ERROR;
+  auto frame = std::make_shared<DecodedFrame>(sample, player->m_painter);
+  if (!frame->width) return GST_FLOW_ERROR;
   {
     const std::lock_guard lock(player->m_mutex);
     player->m_due.push_back(std::move(frame));

@@ -22,14 +22,22 @@ struct VideoFormat {
   const char* package;   ///< what brings a decoder where there is none
 };
 
-/// Pixels from the upper left as 0xAARRGGBB, line by line without gaps.
+/// A part of a picture, in pixels from its upper left.
+struct VideoPart {
+  int x, y, width, height;
+};
+
+/// A decoded picture.
 struct VideoFrame {
   VideoFrame() = default;
   VideoFrame(const VideoFrame&) = delete;
   VideoFrame& operator=(const VideoFrame&) = delete;
   virtual ~VideoFrame() = default;
 
-  const void* pixels = nullptr;
+  /// Paints what differs from `before`, which is what `pixels` shows (null: all of it is painted), and returns where.
+  /// `pixels` are 0xAARRGGBB, line by line without gaps. One frame of a player's at a time.
+  virtual std::vector<VideoPart> Paint(uint32_t* pixels, const VideoFrame* before) const = 0;
+
   int width = 0, height = 0;
   int number = 0;  ///< by its time in the clip, from 0 on
 };
