@@ -7,8 +7,9 @@
 /// Thread rule: callable from any thread, on which they then run.
 
 /// What came of a solution. SOLUTION_OPENED: it has opened another application, in which the viewer may solve the
-/// issue; SOLUTION_NOT_ON_DEVICE: the device has no such application, and a stand-in was shown; SOLUTION_TRIED: what
-/// can be done is done, and whether it helped shows when the engine looks again.
+/// issue; SOLUTION_NOT_ON_DEVICE: the device has no such application, and a stand-in was shown; SOLUTION_TRIED: of an
+/// issue that the engine can see pass, what can be done is done (memory or storage freed, the time service started, or
+/// the viewer says that he did it), and whether it helped shows when the engine looks again.
 enum { SOLUTION_FAILED = -1, SOLUTION_DONE = 0, SOLUTION_OPENED = 1, SOLUTION_NOT_ON_DEVICE = 2, SOLUTION_TRIED = 3 };
 
 extern "C" {
@@ -28,8 +29,8 @@ int RequestApplySolution(const char* issueCode);
 int PlanSolution(const char* issueCode, QUVA::SolutionPlan* plan);
 
 /// RequestApplySolution() with what the viewer has agreed to, things of a plan of that solution; where the daemon does
-/// not run, cleaning up is done by this process, as far as its user may. Replaces `effect`. SOLUTION_TRIED where memory
-/// or storage was freed of an issue that the engine can see pass. Takes minutes at worst.
+/// not run, cleaning up is done by this process, as far as its user may. Replaces `effect`. Takes
+/// minutes at worst.
 int ApplyAgreedSolution(const char* issueCode, const QUVA::SolutionPlan* agreed, QUVA::SolutionEffect* effect);
 
 /// Records what became of the issue's solution without doing anything: "cancel" as not applied, anything else as

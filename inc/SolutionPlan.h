@@ -30,6 +30,7 @@ struct SolutionPlan {
 struct SolutionEffect {
   std::vector<PlannedThing> things{};  ///< what was agreed to and is gone
   int64_t memory = 0;                  ///< bytes that came free with applications; no file cache
+  bool hadNothingToClose = false;      ///< applications were to be ended, and none was there
   bool isCleaned = false;              ///< files were removed; then, in bytes as the file systems tell:
   int64_t freeBefore = 0;
   int64_t freeAfter = 0;

@@ -33,6 +33,13 @@ size_t Listed(const SolutionPlan& plan) {
   return std::min(plan.things.size(), both || !plan.kept.empty() ? kThingsListedOfMany : kThingsListed);
 }
 
+/// What is not listed.
+int64_t BytesBeyond(const SolutionPlan& plan) {
+  int64_t bytes = 0;
+  for (size_t i = Listed(plan); i < plan.things.size(); ++i) bytes += plan.things[i].bytes;
+  return bytes;
+}
+
 std::string AndMore(size_t count) {
   return CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_AND_MORE", std::to_string(count));
 }
@@ -58,7 +65,8 @@ std::string Spoken(const SolutionPlan& plan, const std::vector<std::string>& sen
   for (const std::string& sentence : sentences) text += (text.empty() ? "" : " ") + sentence;
   for (size_t i = 0; i < Listed(plan); ++i)
     text += (i ? ", " : " ") + NameOf(plan.things[i]) + " " + CUtils::m_ConvertBytes(plan.things[i].bytes);
-  if (plan.things.size() > Listed(plan)) text += ", " + AndMore(plan.things.size() - Listed(plan));
+  if (plan.things.size() > Listed(plan))
+    text += ", " + AndMore(plan.things.size() - Listed(plan)) + " " + CUtils::m_ConvertBytes(BytesBeyond(plan));
   return text;
 }
 
@@ -73,7 +81,7 @@ void AddRow(Evas_Object* parent, const std::string& name, const std::string& siz
   elm_flux_expand_set(row, true);
   Evas_Object* const text = AddText(row, name, FLUX_FONT_600, kTextColor, FLUX_TEXT_ROW, FLUX_ALIGN_LEFT, 0, 0);
   elm_flux_expand_set(text, true);
-  if (!size.empty()) AddText(row, size, FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_ROW, FLUX_ALIGN_RIGHT, 0, 0);
+  AddText(row, size, FLUX_FONT_400, kFaintTextColor, FLUX_TEXT_ROW, FLUX_ALIGN_RIGHT, 0, 0);
 }
 
 }  // namespace
@@ -87,7 +95,8 @@ void ShowPlan(Evas_Object* popup, const SolutionPlan& plan) {
   for (const std::string& sentence : sentences) AddSentence(content, sentence, kTextColor);
   for (size_t i = 0; i < Listed(plan); ++i)
     AddRow(content, NameOf(plan.things[i]), CUtils::m_ConvertBytes(plan.things[i].bytes));
-  if (plan.things.size() > Listed(plan)) AddRow(content, AndMore(plan.things.size() - Listed(plan)), "");
+  if (plan.things.size() > Listed(plan))
+    AddRow(content, AndMore(plan.things.size() - Listed(plan)), CUtils::m_ConvertBytes(BytesBeyond(plan)));
   if (!plan.kept.empty())
     AddSentence(content, CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ADMINISTRATOR", Names(plan.kept, kKeptTold)),
                 kFaintTextColor);

@@ -334,7 +334,8 @@ void CStartDCIssues::m_Choose(const char* button) {
       m_ShowToastText(CUtils::m_GetText(kNotApplied));
   } else {
     VEXILO_LOGI("User Chose to cancel solution for solution code[%s]", row.issue_code.c_str());
-    if (manager->m_pGetSaveResult()) {
+    // What has been applied is not declined by looking at it.
+    if (manager->m_pGetSaveResult() && !m_IsWaitedFor(row)) {
       m_Handle(m_index, false);
       utils.m_SetMultitaskingStatus(false);
     }
@@ -490,7 +491,7 @@ void CStartDCIssues::m_TellEffect(int row) {
   const Decision& decision = m_decisions.front();
   const std::string text = EffectText(decision.effect, decision.plan);
   if (!text.empty()) return m_ShowToastText(text);
-  if (decision.outcome == SOLUTION_TRIED) return m_ShowToastText(CUtils::m_GetText(kNothingToClose));
+  if (decision.effect.hadNothingToClose) return m_ShowToastText(CUtils::m_GetText(kNothingToClose));
   m_ShowToastMsg(row);
 }
 
@@ -544,7 +545,7 @@ void CStartDCIssues::m_LookForGone() {
 // What was opened elsewhere is recorded so from the beginning.
 void CStartDCIssues::m_TellStillThere(const std::string& issueCode) {
   const auto at = m_waiting.find(issueCode);
-  if (at == m_waiting.end() || at->second.opened || m_IsBeingHandled(issueCode)) return;
+  if (at == m_waiting.end() || at->second.opened || at->second.isStillThere || m_IsBeingHandled(issueCode)) return;
   at->second.isStillThere = true;
   if (const int row = m_RowOf(issueCode); m_list && row >= 0) elm_flux_list_update(m_list, row);
 }
@@ -553,7 +554,7 @@ bool CStartDCIssues::m_IsWaitedFor(const MapToDBTable& row) const {
   const auto at = m_waiting.find(row.issue_code);
   // The same issue found anew is another one.
   return at != m_waiting.end() && at->second.since == row.last_time &&
-         (at->second.opened || (!at->second.isStillThere && std::chrono::steady_clock::now() < at->second.end));
+         (at->second.opened || at->second.isStillThere || std::chrono::steady_clock::now() < at->second.end);
 }
 
 std::string CStartDCIssues::m_WaitingText(const MapToDBTable& row) const {

@@ -190,10 +190,14 @@ TEST(ScheduledOff, IsToldAndStopped) {
        true,
        true,
        {"CancelScheduledShutdown"},
-       "shutdown that is scheduled: GDBus"},
+       "shutdown that is scheduled: org.freedesktop.login1: GDBus"},
       {"('reboot', uint64 1900000000000000)", false, false, {}, ""},
       {"('', uint64 0)", false, false, {}, ""},
-      {"'poweroff'", true, {}, {"CancelScheduledShutdown"}, "shutdown that is scheduled: GDBus"},
+      {"'poweroff'",
+       true,
+       {},
+       {"CancelScheduledShutdown"},
+       "shutdown that is scheduled: org.freedesktop.login1: GDBus"},
   };
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);

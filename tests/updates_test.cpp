@@ -7,6 +7,7 @@
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 
+#include "scheduled_off.h"
 #include "support/captured_machine.h"
 #include "support/files.h"
 #include "support/test_bus.h"
@@ -156,7 +157,6 @@ GDBusMessage* Reply(GDBusMessage* call, const char* values = nullptr) {
   return reply;
 }
 
-/// The real dpkg with records of its own, and a package whose set-up fails while a file is missing.
 // A bus that takes connections and answers nobody: nothing is told that could clear an issue.
 TEST(Updates, StayOpenWhileTheBusIsSilent) {
   const std::string silent = SystemPath("/silent");
@@ -167,22 +167,28 @@ TEST(Updates, StayOpenWhileTheBusIsSilent) {
   ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ASSERT_EQ(listen(listener.get(), 9), 0);
   const auto told = [] {
-    trevlin::Facts updates, services;
+    trevlin::Facts updates, services, schedule;
     trevlin::MakeUpdatesCollector()->Collect({}, updates);
     trevlin::MakeServicesCollector()->Collect({}, services);
+    trevlin::MakeScheduleCollector()->Collect({}, schedule);
     const auto tell = [](const trevlin::Facts& facts, const char* fact) {
       return std::string(!facts.contains(fact)                                    ? "absent"
                          : std::holds_alternative<std::monostate>(facts.at(fact)) ? "open"
                                                                                   : "told");
     };
-    return tell(updates, "updates.work_hours") + " " + tell(services, "services.failed_names");
+    return tell(updates, "updates.work_hours") + " " + tell(services, "services.failed_names") + " " +
+           tell(schedule, "schedule.off");
   };
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + silent).c_str(), 1);
-  EXPECT_EQ(told(), "open open");
+  EXPECT_EQ(told(), "open open open");
+  std::string problem;
+  EXPECT_FALSE(CancelScheduledOff(problem));
+  EXPECT_THAT(problem, HasSubstr("the bus does not answer"));
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
-  EXPECT_EQ(told(), "told absent") << "a machine without systemd";
+  EXPECT_EQ(told(), "told absent absent") << "a machine without systemd";
 }
 
+// The real dpkg with records of its own, and a package whose set-up fails while a file is missing.
 TEST(UpdateControl, RepairsWhatDpkgReallyDidNotFinish) {
   if (std::system("dpkg-deb --version >/dev/null") != 0) GTEST_SKIP() << "no dpkg on this machine";
   if (geteuid() != 0 || !HaveOwn({"/var/lib", "/var/cache", "/var/log", "/etc/apt"}))
@@ -235,12 +241,13 @@ TEST(UpdateControl, FetchesTheListsAndHasFailedServicesTryAgain) {
   const struct {
     const char* what;
     guint32 exit;            // PackageKit's, 0: it refuses
-    const char* afterwards;  // the service's state
+    const char* afterwards;  // the service's state; null: systemd refuses to tell
     const char* problem;
   } kCases[] = {
       {"all is well", 1, "inactive", ""},
       {"the lists do not come", 2, "inactive", "cannot fetch updates: no network; by hand: sudo "},
       {"not permitted", 0, "inactive", "Not so; by hand: sudo "},
+      {"systemd tells no more", 1, nullptr, "cannot fetch updates: GDBus.Error:org.test.Gone: Gone"},
       {"the service fails anew", 1, "failed", "cannot fetch updates: apt-daily.service fails again"},
   };
   if (!HaveOwn({"/var/lib", "/var/cache"}))
@@ -266,6 +273,7 @@ TEST(UpdateControl, FetchesTheListsAndHasFailedServicesTryAgain) {
         isStarted = true;
         return Reply(call, "(@o '/job',)");
       }
+      if (isStarted && !each.afterwards) return g_dbus_message_new_method_error_literal(call, "org.test.Gone", "Gone");
       return Reply(call, Units(isStarted ? each.afterwards : "failed", "active").c_str());
     });
     WriteHostFile(atStart, "[PackageKit Offline Update Results]\nSuccess=false\n");

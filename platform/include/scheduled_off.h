@@ -8,7 +8,7 @@
 #include <string>
 
 struct ScheduledOff {
-  bool hasLogind = false;  ///< false also where there is no system bus that can be reached
+  bool hasLogind = false;  ///< true also where it, or the system bus, is there and does not answer
   std::optional<bool>
       isSet;  ///< the machine is to be turned off, not started again; nothing where logind does not tell
 };

@@ -190,7 +190,7 @@ void ConnectionPage::Fix() {
 }
 
 void ConnectionPage::EndFix(int outcome) {
-  if (outcome == SOLUTION_DONE) {
+  if (outcome == SOLUTION_DONE || outcome == SOLUTION_TRIED) {
     if (const std::string toast = QUVA::SolutionToast(m_solution->toast1, m_solution->toast2); !toast.empty())
       m_page.Toast(toast);
     return Start();

@@ -48,12 +48,15 @@ PlannedThing ThingOf(const set_care::App& app) {
 
 int FreeMemory(const SolutionPlan& agreed, SolutionEffect& effect) {
   const std::vector<std::string> ids = IdsOf(agreed, PlannedKind::kApp);
+  effect.hadNothingToClose = ids.empty();
   for (const set_care::App& app : ids.empty() ? std::vector<set_care::App>() : set_care::EndApps(ids)) {
     effect.things.push_back(ThingOf(app));
     effect.memory += app.bytes;
   }
-  // The daemon has the kernel reclaim, and ends what it may without asking.
-  return QUVA::PerformMemBoost() == 0 || !set_care::HasDaemon() ? SOLUTION_TRIED : SOLUTION_FAILED;
+  if (!ids.empty() && effect.things.empty()) return SOLUTION_FAILED;
+  // The daemon has the kernel reclaim, and ends what it may without asking. A request that nobody serves would wait for
+  // one that starts some day, and ends applications then.
+  return !set_care::HasDaemon() || QUVA::PerformMemBoost() == 0 ? SOLUTION_TRIED : SOLUTION_FAILED;
 }
 
 /// What this process may not remove is the daemon's to do.

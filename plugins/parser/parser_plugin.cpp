@@ -102,7 +102,8 @@ bool CanPass(const char* issueCode) {
 int Apply(const char* issueCode, const std::function<int(const std::string& type, const std::string& value)>& perform) {
   const auto solution = FindSolution(issueCode);
   if (!solution) return kFailed;
-  int outcome = SOLUTION_DONE;
+  // What the viewer does himself nobody has seen.
+  int outcome = solution->sol_values.empty() ? SOLUTION_TRIED : SOLUTION_DONE;
   for (const auto& [type, value] : solution->sol_values) {
     const int step = perform(type, value);
     if (step == SOLUTION_FAILED) {

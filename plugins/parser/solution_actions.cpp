@@ -101,10 +101,11 @@ bool RestartServices(const std::string& services, ServicesOf whose, std::string&
   return IsDone(problem, advice);
 }
 
-bool ChangeClock(const std::string& what, std::string& advice) {
+/// The time comes a while after the service has started.
+int ChangeClock(const std::string& what, std::string& advice) {
   FixProblem problem{"\"" + what + "\" is not \"synchronise\""};
   if (what == "synchronise") SynchroniseClock(problem);
-  return IsDone(problem, advice);
+  return IsDone(problem, advice) ? SOLUTION_TRIED : SOLUTION_FAILED;
 }
 
 bool ChangeUpdates(const std::string& what, std::string& advice) {
@@ -176,7 +177,7 @@ int Perform(const std::string& type, const std::string& value, std::string& advi
   if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
   if (type == "off_timer") return outcome(DoKnown(value, "stop", &CancelScheduledOff));
   if (type == "auto_power_off") return outcome(DoKnown(value, "stop", &StopIdleOff));
-  if (type == "clock") return outcome(ChangeClock(value, advice));
+  if (type == "clock") return ChangeClock(value, advice);
   if (type == "updates") return outcome(ChangeUpdates(value, advice));
   if (type == "sound_output") return outcome(DoKnown(value, "screen", &LeadSoundToScreen));
   if (type == "wireless") return outcome(ChangeWireless(value));

@@ -247,14 +247,14 @@ TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
     bool goes;
     int recorded;  ///< as applied or not; -1: not at all
   } cases[] = {
-      {"1", "Return", "memboost", {"Done with %s", "it"}, "User Chose to apply", "Done with it", true, 1},
-      {"2", "Right Return", "memboost", {"Done with %s", "NULL"}, "User Chose to apply", "Done with %s", true, 1},
-      {"1", "Return", "memboost", {"NULL", "it"}, "User Chose to apply", "", true, 1},
-      {"2", "Return", "memboost", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
-      {"1", "Right Return", "memboost", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
+      {"1", "Return", "setting", {"Done with %s", "it"}, "User Chose to apply", "Done with it", true, 1},
+      {"2", "Right Return", "setting", {"Done with %s", "NULL"}, "User Chose to apply", "Done with %s", true, 1},
+      {"1", "Return", "setting", {"NULL", "it"}, "User Chose to apply", "", true, 1},
+      {"2", "Return", "setting", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
+      {"1", "Right Return", "setting", {"Done", "NULL"}, "User Chose to cancel", "", false, 0},
       {"1", "Return", "reboot", {"NULL", "NULL"}, "User Chose to apply", "TV_SID_VEXILO_COULD_NOT_DO_IT", false, -1}};
   std::map<std::string, std::string> issues{{"99", Step("memboost")}};
-  for (size_t i = 0; i < std::size(cases); ++i) issues[std::to_string(10 + i)] = Step(cases[i].steps);
+  for (size_t i = 0; i < std::size(cases); ++i) issues[std::to_string(10 + i)] = Step(cases[i].steps, "int db/step 1");
   StoreRemaining(issues);
   Open();
   for (size_t i = 0; i < std::size(cases); ++i) {
@@ -429,7 +429,7 @@ TEST_F(Screens, AServiceThatThisUserMayNotRestartSaysWhichCommandDoes) {
 
 // Without a daemon: what the viewer agrees to is done by the application itself.
 TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelped) {
-  constexpr char kMemory[] = "10050001", kStorage[] = "10040001";
+  constexpr char kMemory[] = "10050001", kStorage[] = "10040001", kAdvice[] = "10080001";
   PlantPackage("org.player", "Player");
   const std::string program = SystemPath("/opt/usr/apps/org.player/run");
   const std::string never = SystemPath("/opt/usr/apps/org.player/never");
@@ -441,9 +441,9 @@ TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelpe
   ASSERT_EQ(player.ReadLine(), "ready") << player.Errors();
   const std::string dump = set_paths::kCoreDumps + "/core.player.1"s;
   WriteFile(dump, std::string(3 << 20, 'x'));
-  StoreRemaining({{kMemory, Step("memboost")}, {kStorage, Step("deepclean")}});
+  StoreRemaining({{kMemory, Step("memboost")}, {kStorage, Step("deepclean")}, {kAdvice, ""}});
   Open();
-  OpenList({Row(kMemory), Row(kStorage)});
+  OpenList({Row(kMemory), Row(kStorage), Row(kAdvice)});
   ASSERT_TRUE(FocusBecomes("list"));
   const auto text = [](const char* sid) { return CUtils::m_GetText(sid); };
   const auto note = [](int row) { return List().m_item_label_get(row, "SubText1"); };
@@ -464,6 +464,7 @@ TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelpe
   Press("Right Return");
   EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_BEING_CHECKED"); }, 10));
   EXPECT_FALSE(player.Wait().timedOut);
+  EXPECT_FALSE(fs::exists(SystemPath(tager::TriggerPath(tager::kMemoryBoost)))) << "a daemon would take it some day";
   std::string told;
   EXPECT_TRUE(Soon([&] {
     for (const Shown& shown : Texts())
@@ -486,15 +487,25 @@ TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelpe
              shown.text.find("→") != std::string::npos;
     });
   }));
-  EXPECT_THAT(RemainingCodes(), ElementsAre(10040001, 10050001)) << "not before the engine says so";
+  Press("XF86Back");
+  Press("Down Return Return");
+  EXPECT_TRUE(Soon([&] { return note(2) == text("TV_SID_VEXILO_BEING_CHECKED"); }, 10)) << "nobody saw what he did";
+  EXPECT_THAT(RemainingCodes(), ElementsAre(10040001, 10050001, 10080001)) << "not before the engine says so";
   trevlin::Database(trevlin::Database::Access::kReadWrite)
       .AddTransition({.time = "2024-03-07T09:06:00", .issueCode = 10040001, .type = DT_TRANSITION_TYPE_FALSE});
-  EXPECT_TRUE(Soon([&] { return note(1).empty(); }, 10));
-  EXPECT_THAT(RemainingCodes(), ElementsAre(10050001));
+  EXPECT_TRUE(Soon([&] { return note(2).empty(); }, 10));
+  EXPECT_THAT(RemainingCodes(), ElementsAre(10050001, 10080001));
+  Press("Up Return Right Return");
+  EXPECT_TRUE(JobsEnd());
+  ASSERT_EQ(GetSolutionDB(10050001, &record), TREVLIN_OK);
+  EXPECT_EQ(record.isApply, 1) << "looking at it declines nothing";
   EXPECT_EQ(note(0), text("TV_SID_VEXILO_BEING_CHECKED"));
   record = {.issueCode = 10050001, .solutionCode = 7, .type = 1, .isApply = 0, .registerTime = trevlin::CurrentTime()};
   trevlin::Database(trevlin::Database::Access::kReadWrite).AddSolution(record);
   EXPECT_TRUE(Soon([&] { return note(0) == text("TV_SID_VEXILO_STILL_THERE"); }, 10));
+  trevlin::Database(trevlin::Database::Access::kReadWrite)
+      .AddTransition({.time = "2024-03-07T09:07:00", .issueCode = 10050001, .type = DT_TRANSITION_TYPE_FALSE});
+  EXPECT_TRUE(Soon([&] { return note(1).empty(); }, 10)) << "it passed later";
 }
 
 // It would be back when the application is started again.

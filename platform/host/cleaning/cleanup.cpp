@@ -10,10 +10,13 @@
 #include <ctime>
 #include <optional>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "base/running_time.h"
 #include "cleaning/leftovers.h"
 #include "dlog.h"
+#include "flatpak/layout.h"
 #include "log_tags.h"
 #include "packages/package_store.h"
 #include "packages/processes.h"
@@ -93,13 +96,16 @@ bool IsOn(const char* key) {
 }
 
 int64_t FreeBytes() {
+  std::vector<std::string> places = flatpak::Installations();
+  places.insert(places.end(), {set_paths::kUserPartition, "/tmp", set_paths::kHostState, set_paths::kPackageArchives,
+                               set_paths::kLastingTemporary, set_paths::kOwnerHome, set_paths::kJournals,
+                               set_paths::kCoreDumps, set_paths::kCrashReports, UserCaches()});
   int64_t bytes = 0;
   std::set<unsigned long> counted;
-  for (const char* path : {set_paths::kUserPartition, "/tmp", set_paths::kHostState, set_paths::kPackageArchives,
-                           set_paths::kFlatpakSystemDir, set_paths::kLastingTemporary, set_paths::kOwnerHome,
-                           set_paths::kJournals, set_paths::kCoreDumps, set_paths::kCrashReports}) {
+  for (const std::string& path : places) {
     struct stat status;
     struct statvfs space;
+    if (path.empty()) continue;
     const std::string full = SystemPath(path);
     if (stat(full.c_str(), &status) == 0 && statvfs(full.c_str(), &space) == 0 && counted.insert(status.st_dev).second)
       bytes += static_cast<int64_t>(space.f_bfree) * static_cast<int64_t>(space.f_frsize);

@@ -7,8 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
-#include <cstdlib>
+#include <cmath>
 #include <iterator>
 #include <sstream>
 
@@ -53,26 +54,35 @@ bool MayChange(const std::string& folder) {
 // --- Journals: systemd.io/JOURNAL_FILE_FORMAT, journald.conf(5)
 // --------------------------------------------------------
 
-/// "1G", "500M": powers of 1024. Nothing for another text.
-std::optional<int64_t> SizeFrom(const std::string& text) {
-  char* rest = nullptr;
-  const long long number = std::strtoll(text.c_str(), &rest, 10);
-  const std::string_view units = "KMGT", unit = rest;
-  if (rest == text.c_str() || number <= 0 || unit.size() > 1) return std::nullopt;
-  const size_t power = unit.empty() ? 0 : units.find(unit[0]) + 1;
-  if (!unit.empty() && units.find(unit[0]) == units.npos) return std::nullopt;
-  return number << (10 * power);
+std::string_view WithoutBlanks(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r";
+  const size_t first = text.find_first_not_of(kBlanks);
+  return first == text.npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+/// "1G", "1.5G", "500M": powers of 1024. Nothing for another text.
+std::optional<int64_t> SizeFrom(std::string_view text) {
+  constexpr std::string_view kUnits = "BKMGTPE";
+  double number = 0;
+  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const std::string_view unit = text.substr(static_cast<size_t>(rest - text.data()));
+  const size_t power = unit.empty() ? 0 : kUnits.find(unit[0]);
+  if (error != std::errc() || !(number > 0) || unit.size() > 1 || power == kUnits.npos) return std::nullopt;
+  const double size = std::ldexp(number, static_cast<int>(10 * power));
+  return size < std::ldexp(1, 62) ? std::optional(static_cast<int64_t>(size)) : std::nullopt;
 }
 
 /// The last SystemMaxUse= of a file's lines.
 void ReadLimit(const std::string& path, std::optional<int64_t>& limit) {
-  constexpr std::string_view kKey = "SystemMaxUse=";
   std::string text;
   if (!ReadWholeFile(path, text)) return;
   std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);)
-    if (line.starts_with(kKey))
-      if (const auto size = SizeFrom(line.substr(kKey.size()))) limit = size;
+  for (std::string line; std::getline(lines, line);) {
+    const std::string_view whole = line;
+    const size_t equals = whole.find('=');
+    if (equals == whole.npos || WithoutBlanks(whole.substr(0, equals)) != "SystemMaxUse") continue;
+    if (const auto size = SizeFrom(WithoutBlanks(whole.substr(equals + 1)))) limit = size;
+  }
 }
 
 int64_t JournalLimit() {
@@ -87,34 +97,47 @@ int64_t JournalLimit() {
   return limit.value_or(kJournalsKept);
 }
 
-bool IsArchivedName(std::string_view name) {
-  return (name.ends_with(".journal") && name.find('@') != name.npos) || name.ends_with(".journal~");
+bool IsArchivedJournal(int depth, std::string_view name) {
+  return depth == 0 && ((name.ends_with(".journal") && name.find('@') != name.npos) || name.ends_with(".journal~"));
 }
 bool IsJournal(int depth, std::string_view name) {
-  return depth == 1 && (name.ends_with(".journal") || IsArchivedName(name));
-}
-bool IsArchivedJournal(int depth, std::string_view name) {
-  return depth == 1 && IsArchivedName(name);
+  return depth == 0 && (name.ends_with(".journal") || IsArchivedJournal(depth, name));
 }
 
-/// What is beyond the limit; the journals that are being written stay.
+/// One for each machine that has written journals here, by its id.
+std::vector<std::string> JournalFolders() {
+  std::vector<std::string> folders;
+  for (const std::filesystem::path& each : EntriesOf(SystemPath(set_paths::kJournals)))
+    if (std::filesystem::is_directory(std::filesystem::symlink_status(each)))
+      folders.emplace_back(NameOnSet(each.string()));
+  return folders;
+}
+
+int64_t JournalBytes(const std::string& folder, bool (*names)(int depth, std::string_view name)) {
+  return packages::MeasureSelection(folder, set_paths::kJournals, {.names = names}).bytes;
+}
+
+/// What is beyond the limit, which is each machine's; the journals that are being written stay.
 TreeResult MeasureJournals() {
-  TreeResult all = packages::MeasureSelection(set_paths::kJournals, "", {.names = IsJournal});
-  const TreeResult archived = packages::MeasureSelection(set_paths::kJournals, "", {.names = IsArchivedJournal});
-  all.bytes = std::clamp<int64_t>(all.bytes - JournalLimit(), 0, archived.bytes);
-  return all;
+  const int64_t limit = JournalLimit();
+  TreeResult sum;
+  for (const std::string& folder : JournalFolders())
+    sum.bytes +=
+        std::clamp<int64_t>(JournalBytes(folder, IsJournal) - limit, 0, JournalBytes(folder, IsArchivedJournal));
+  return sum;
 }
 
 bool MayChangeJournals() {
-  const auto folders = EntriesOf(SystemPath(set_paths::kJournals));
-  return MayChange(set_paths::kJournals) && std::ranges::all_of(folders, [](const auto& each) {
-           return MayChange(std::string(NameOnSet(each.string())));
-         });
+  return MayChange(set_paths::kJournals) && std::ranges::all_of(JournalFolders(), MayChange);
 }
 
 /// The journal's own tool knows which come first.
 TreeResult RemoveJournals(const TreeStop& stop) {
-  const auto bytes = [] { return packages::MeasureSelection(set_paths::kJournals, "", {.names = IsJournal}).bytes; };
+  const auto bytes = [] {
+    int64_t sum = 0;
+    for (const std::string& folder : JournalFolders()) sum += JournalBytes(folder, IsJournal);
+    return sum;
+  };
   const int64_t before = bytes();
   const ProgramEnd end = RunProgram(
       {"journalctl", "--quiet", "--directory=" + SystemPath(set_paths::kJournals),

@@ -34,17 +34,6 @@ constexpr time_t kDay = 24 * 60 * 60;
 constexpr time_t kThumbnailAge = 30 * kDay;
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-/// Where programs of who this daemon serves keep their caches; empty where it is not known.
-std::string UserCaches() {
-  if (!SystemRoot().empty()) return std::string(set_paths::kOwnerHome) + "/.cache";
-  const char* const said = std::getenv("XDG_CACHE_HOME");
-  const bool isSaid = said && *said == '/';
-  const char* const base = isSaid ? said : std::getenv("HOME");
-  // Where it leads may have links, which are the system's; what lies in it is gone through without.
-  const CText resolved(base ? realpath(base, nullptr) : nullptr);
-  return resolved ? resolved.get() + std::string(isSaid ? "" : "/.cache") : "";
-}
-
 /// Whether it is a folder, and no link to one, of this daemon's user.
 bool IsOurs(const std::string& folder) {
   struct stat status;
@@ -193,6 +182,16 @@ void Leftovers::RemoveDownloads() {
 }
 
 }  // namespace
+
+std::string UserCaches() {
+  if (!SystemRoot().empty()) return std::string(set_paths::kOwnerHome) + "/.cache";
+  const char* const said = std::getenv("XDG_CACHE_HOME");
+  const bool isSaid = said && *said == '/';
+  const char* const base = isSaid ? said : std::getenv("HOME");
+  // Where it leads may have links, which are the system's; what lies in it is gone through without.
+  const CText resolved(base ? realpath(base, nullptr) : nullptr);
+  return resolved ? resolved.get() + std::string(isSaid ? "" : "/.cache") : "";
+}
 
 TreeResult RemoveOldThumbnails(const TreeStop& stop) {
   const std::string caches = UserCaches();

@@ -10,9 +10,14 @@
 ///
 /// Thread rule: any thread but the main one; they block for as long as it takes.
 
+#include <string>
+
 #include "packages/safe_tree.h"
 
 namespace cleaning {
+
+/// Where programs of who this process serves keep their caches; empty where it is not known. A path of the set.
+std::string UserCaches();
 
 /// Thumbnails that nobody has looked at for 30 days (https://specifications.freedesktop.org/thumbnail-spec), in the
 /// cache folder of this user, $XDG_CACHE_HOME or ~/.cache; below a set root in that of its owner. Where the file system

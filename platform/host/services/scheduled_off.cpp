@@ -1,6 +1,6 @@
 #include "scheduled_off.h"
 
-#include "base/bus.h"
+#include "base/system_bus.h"
 
 namespace {
 
@@ -18,32 +18,22 @@ std::optional<bool> IsOff(GVariant& reply) {
   return g_strcmp0(what, "poweroff") == 0 || g_strcmp0(what, "halt") == 0;
 }
 
-ScheduledOff AskOn(GDBusConnection& bus) {
-  const GVariantHandle property(g_variant_ref_sink(g_variant_new("(ss)", kManager, "ScheduledShutdown")));
-  GErrorHandle error;
-  const GVariantHandle reply =
-      CallOnBus(bus, {kLogind, kPath, "org.freedesktop.DBus.Properties", "Get", "(v)"}, property.get(), kReply, error);
-  if (reply) return {true, IsOff(*reply)};
-  return {!IsNobodyThere(error), std::nullopt};
-}
-
 }  // namespace
 
 ScheduledOff AskScheduledOff() {
-  std::string problem;
-  const auto bus = ConnectToBus(SystemBusAddress(), kReply, nullptr, problem);
-  return bus ? AskOn(*bus) : ScheduledOff();
+  ScheduledOff off;
+  const GVariantHandle reply = AskSystemBus({kLogind, kPath, "org.freedesktop.DBus.Properties", "Get", "(v)"},
+                                            g_variant_new("(ss)", kManager, "ScheduledShutdown"), &off.hasLogind);
+  if (reply) off.isSet = IsOff(*reply);
+  return off;
 }
 
 bool CancelScheduledOff(std::string& problem) {
-  std::string unreachable;
-  const auto bus = ConnectToBus(SystemBusAddress(), kReply, nullptr, unreachable);
-  const ScheduledOff before = bus ? AskOn(*bus) : ScheduledOff();
+  const ScheduledOff before = AskScheduledOff();
   if (!before.hasLogind || before.isSet == false) return true;
-  GErrorHandle error;
-  const GVariantHandle reply =
-      CallOnBus(*bus, {kLogind, kPath, kManager, "CancelScheduledShutdown", "(b)"}, nullptr, kReply, error);
-  if (reply && AskOn(*bus).isSet == false) return true;
-  problem = "cannot stop the shutdown that is scheduled: " + (reply ? "it still is" : std::string(error.Message()));
+  SystemBus bus(kReply);
+  const bool isCancelled = bus.Call({kLogind, kPath, kManager, "CancelScheduledShutdown", "(b)"}, nullptr) != nullptr;
+  if (isCancelled && AskScheduledOff().isSet == false) return true;
+  problem = "cannot stop the shutdown that is scheduled: " + (isCancelled ? "it still is" : bus.Problem());
   return false;
 }

@@ -27,13 +27,16 @@ constexpr auto kRepair = 10min;
 constexpr auto kRefresh = 5min;
 constexpr auto kStop = 30s;
 constexpr auto kEnable = 30s;
+constexpr auto kLastAnswer = 10s;
 constexpr char kPackageKit[] = "org.freedesktop.PackageKit";
 constexpr char kAptSettings[] = "/etc/apt/apt.conf.d/20auto-upgrades";  // what apt's own set-up writes
 const trevlin::Machine kMachine;
 
+enum class WhenLate { kEnd, kLeave };
+
 /// Runs a program of the package system, which asks nothing then. False where it cannot be started, takes too long, or
 /// fails so that one sees it.
-bool RunAsRoot(const std::vector<std::string>& words, std::chrono::seconds limit) {
+bool RunAsRoot(const std::vector<std::string>& words, std::chrono::seconds limit, WhenLate whenLate) {
   std::vector<std::string> argv = {"/usr/bin/env", "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                                    "DEBIAN_FRONTEND=noninteractive", "LC_ALL=C.UTF-8"};
   argv.insert(argv.end(), words.begin(), words.end());
@@ -41,6 +44,7 @@ bool RunAsRoot(const std::vector<std::string>& words, std::chrono::seconds limit
   const Program program = StartProgram(argv, none.get());
   if (!program.handle) return false;
   const bool hasEnded = HasEnded(program, limit);
+  if (!hasEnded && whenLate == WhenLate::kLeave) return false;
   return EndProgram(program) <= 0 && hasEnded;
 }
 
@@ -56,15 +60,17 @@ FixProblem Repair(trevlin::PackageRecords& records) {
   if (count() == 0) return {};
   std::optional<std::string> reason;
   if (getuid() == 0) {
-    RunAsRoot({"dpkg", "--force-confdef", "--force-confold", "--configure", "-a"}, kRepair);
+    RunAsRoot({"dpkg", "--force-confdef", "--force-confold", "--configure", "-a"}, kRepair, WhenLate::kLeave);
     if (count() > 0)
-      RunAsRoot({"apt-get", "-y", "-f", "--no-remove", "-o", "Dpkg::Options::=--force-confold", "install"}, kRepair);
+      RunAsRoot({"apt-get", "-y", "-f", "--no-remove", "-o", "Dpkg::Options::=--force-confold", "install"}, kRepair,
+                WhenLate::kLeave);
   } else {
     reason = RunPackageKit("RepairSystem", g_variant_new("(t)", guint64{0}), kRepair);
   }
-  if (count() == 0) return {};
-  const std::string first = records.Read(kMachine)->first;
-  return {reason && !reason->empty() ? *reason : (first.empty() ? "it" : first) + " is still not whole",
+  const auto left = records.Read(kMachine);
+  if (!left) return {"it takes too long, and goes on"};
+  if (left->count == 0) return {};
+  return {reason && !reason->empty() ? *reason : (left->first.empty() ? "it" : left->first) + " is still not whole",
           "sudo dpkg --configure -a && sudo apt -f install"};
 }
 
@@ -72,12 +78,13 @@ FixProblem Repair(trevlin::PackageRecords& records) {
 void StopHanging() {
   constexpr const char* kFetching[] = {"apt-daily.service", "dnf-makecache.service", "dnf5-makecache.service"};
   ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kStop);
-  for (const ServiceUnit& service : trevlin::AskUpdateServices(manager)) {
+  const auto ask = [&manager] { return trevlin::AskUpdateServices(manager).value_or(std::vector<ServiceUnit>()); };
+  for (const ServiceUnit& service : ask()) {
     const bool isFetching = std::find(std::begin(kFetching), std::end(kFetching), service.name) != std::end(kFetching);
     if (!isFetching || trevlin::AskHoursAtWork(manager, service).value_or(0) <= trevlin::kHangingHours) continue;
     manager.Stop(service.name);
     Await(kStop, [&] {
-      for (const ServiceUnit& now : trevlin::AskUpdateServices(manager))
+      for (const ServiceUnit& now : ask())
         if (now.name == service.name) return now.state != "activating" && now.state != "deactivating";
       return true;
     });
@@ -96,22 +103,34 @@ FixProblem ForgetFailedStart() {
           "sudo rm /var/lib/PackageKit/offline-update-competed"};
 }
 
+/// What one of them is still at, or has failed at again; empty for nothing. Where systemd is there, it has to say so.
+FixProblem WhatServicesLack(ServiceManager& manager, bool& isAtWork) {
+  const auto services = trevlin::AskUpdateServices(manager);
+  isAtWork = false;
+  if (!services) return {manager.IsThere() ? manager.Problem() : ""};
+  FixProblem lack;
+  for (const ServiceUnit& service : *services) {
+    if (service.state == "failed") return isAtWork = false, FixProblem{service.name + " fails again"};
+    if (service.state != "activating") continue;
+    isAtWork = true;
+    lack = {service.name + " is still at work"};
+  }
+  return lack;
+}
+
 /// Has those that have failed try again. Empty when none is failed or at work any more.
 FixProblem RetryServices() {
-  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kRefresh);
-  for (const ServiceUnit& service : trevlin::AskUpdateServices(manager))
+  ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kRefresh + kLastAnswer);
+  for (const ServiceUnit& service : trevlin::AskUpdateServices(manager).value_or(std::vector<ServiceUnit>()))
     if (service.state == "failed" && !manager.Start(service.name))
       return {manager.Problem(), "sudo systemctl start " + service.name};
-  FixProblem left;
+  FixProblem lack;
   Await(kRefresh, [&] {
-    left = {};
-    for (const ServiceUnit& service : trevlin::AskUpdateServices(manager)) {
-      if (service.state == "activating") left = {service.name + " is still at work"};
-      if (service.state == "failed") return left = {service.name + " fails again"}, true;
-    }
-    return left.reason.empty();
+    bool isAtWork = false;
+    lack = WhatServicesLack(manager, isAtWork);
+    return !isAtWork;
   });
-  return left;
+  return lack;
 }
 
 FixProblem Refresh() {
@@ -125,7 +144,7 @@ FixProblem Refresh() {
   if (!reason &&
       !RunAsRoot(IsApt() ? std::vector<std::string>{"apt-get", "-qq", "-o", "APT::Update::Error-Mode=any", "update"}
                          : std::vector<std::string>{"dnf", "-q", "makecache", "--refresh"},
-                 kRefresh))
+                 kRefresh, WhenLate::kEnd))
     return {"the lists do not come", byHand};
   const FixProblem problem = RetryServices();
   return problem.reason.empty() ? ForgetFailedStart() : problem;

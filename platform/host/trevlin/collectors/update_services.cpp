@@ -12,9 +12,8 @@ constexpr std::chrono::seconds kAnswer(2);
 
 }  // namespace
 
-std::vector<ServiceUnit> AskUpdateServices(ServiceManager& manager) {
-  return manager.UnitsNamed({std::begin(kUpdateServices), std::end(kUpdateServices)})
-      .value_or(std::vector<ServiceUnit>());
+std::optional<std::vector<ServiceUnit>> AskUpdateServices(ServiceManager& manager) {
+  return manager.UnitsNamed({std::begin(kUpdateServices), std::end(kUpdateServices)});
 }
 
 std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit& service) {
@@ -29,7 +28,7 @@ std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit&
 std::optional<double> AskHoursOfUpdateServices(bool& isSilent) {
   ServiceManager manager(ServicesOf::kMachine, ServiceManager::Clock::now() + kAnswer);
   std::optional<double> hours;
-  for (const ServiceUnit& service : AskUpdateServices(manager))
+  for (const ServiceUnit& service : AskUpdateServices(manager).value_or(std::vector<ServiceUnit>()))
     hours = std::max(hours, AskHoursAtWork(manager, service));
   isSilent = manager.IsThere() && !manager.Problem().empty();
   return hours;

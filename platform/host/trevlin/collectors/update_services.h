@@ -26,8 +26,8 @@ inline constexpr const char* kUpdateServices[] = {"apt-daily.service",
                                                   "packagekit.service",
                                                   "packagekit-offline-update.service"};
 
-/// All of them, also those that are not there; empty, with the problem, where systemd does not tell.
-std::vector<ServiceUnit> AskUpdateServices(ServiceManager& manager);
+/// All of them, also those that are not there; nothing, with the problem, where systemd does not tell.
+std::optional<std::vector<ServiceUnit>> AskUpdateServices(ServiceManager& manager);
 
 /// For how long it has been at work; nothing where it is not, or systemd does not tell.
 std::optional<double> AskHoursAtWork(ServiceManager& manager, const ServiceUnit& service);
