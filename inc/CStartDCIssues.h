@@ -78,6 +78,7 @@ class CStartDCIssues {
   void m_BuildDone();
   void m_AddPopupButtons(const MapToDBTable& row);
   void m_ClosePopup();
+  void m_TellSubject(const MapToDBTable& row);
   void m_Choose(const char* button);
   void m_Handle(int index, bool apply);
   void m_HandleNext();
@@ -136,6 +137,7 @@ class CStartDCIssues {
   CScreenJob m_animationJob;
   CScreenJob m_job;
   CScreenJob m_lookJob;
+  CScreenJob m_subjectJob;
   Ecore_Timer* m_lookTimer = nullptr;
   std::deque<Decision> m_decisions;  ///< the first one is being carried out
   bool m_isAgreed = false;           ///< the question that is open, or was last

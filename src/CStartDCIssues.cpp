@@ -286,8 +286,24 @@ void CStartDCIssues::m_CreateIssueDetailsPopUp(int index) {
   elm_flux_popup_title_set(m_popup, CUtils::m_GetText(row.sid_issue.c_str()));
   elm_flux_popup_text_set(m_popup, CUtils::m_GetText(SidForDevice(row.sid_sol).c_str()));
   m_AddPopupButtons(row);
+  m_TellSubject(row);
   // Nothing opens above it that would have to come back to it.
   utils.m_RegisterForReturnStack({[] {}, [this] { m_ClosePopup(); }}, false);
+}
+
+// Which disk, folder or package it is about, where the engine can tell.
+void CStartDCIssues::m_TellSubject(const MapToDBTable& row) {
+  const auto subject = std::make_shared<std::string>();
+  const auto tell = [this, subject, text = CUtils::m_GetText(SidForDevice(row.sid_sol).c_str())] {
+    if (subject->empty() || !m_popup) return;
+    // From left to right in every language (Unicode's isolates).
+    const std::string affected = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_AFFECTED", "\u2066" + *subject + "\u2069");
+    elm_flux_popup_text_set(m_popup, text + "\n\n" + affected);
+    if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(affected);
+  };
+  m_subjectJob.m_Start([code = NumberOf(row.issue_code),
+                        subject](const CScreenJob::Control&) { GetIssueSubject(code, subject.get()); },
+                       tell, {});
 }
 
 void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
@@ -303,6 +319,7 @@ void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
 
 void CStartDCIssues::m_ClosePopup() {
   if (!m_popup) return;
+  m_subjectJob.m_Cancel();
   CUtils::Instance().m_HideDimBackground();
   m_popup.m_Delete();
   // A question may have waited for it; not at once, the screen may be about to go.

@@ -157,6 +157,8 @@ TEST(RulesFile, NamesEachMistakeAndKeepsTheGoodRules) {
       {with(R"({"fact": "n", "is": "absent", "value": 1})"), "2:80: \"absent\" compares with no value"},
       {with(R"({"fact": "l", "is": "other", "value": "a"})"), "2:79: \"other\" compares with no value"},
       {with(R"({"fact": "n", "is": "other"})"), "2:50: \"other\" needs text, \"n\" is a number"},
+      {head + "\"about\": \"t\", \"when\": " + kHolds + "}",
+       "2:42: \"about\" must be a fact that is text"},
       {explaining("18"), "3:13: \"explains\" must be an array of codes"},
       {explaining("[18, 0]"), "3:18: \"explains\" must be a whole number from 1 to 2147483647"},
       {explaining("[18, 17]"), "3:13: code 17 would explain itself"},

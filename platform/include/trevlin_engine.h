@@ -61,6 +61,11 @@ int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
 /// engine was not made ready or the code is below 1.
 int RecheckIssue(int issueCode);
 
+/// Replaces `*out` by what the issue is about now, as "Zephon S2 (sda)" of a disk. TREVLIN_NO_MATCH, with nothing in it,
+/// where its rule names no such fact or that cannot be told. Waits for what the engine's thread does, and for the fact:
+/// milliseconds where it has been read of late, seconds at worst. Not from an inference callback.
+int GetIssueSubject(int issueCode, std::string* out);
+
 /// Replaces `*out` by the transitions of the type of the issue, newest first, and of equal times the one recorded last
 /// first. TREVLIN_NO_MATCH when there is none; `*out` is empty unless TREVLIN_OK is returned. What an inference of this
 /// process found and could not record counts as recorded, also where the database cannot be read.

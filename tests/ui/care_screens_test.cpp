@@ -508,6 +508,25 @@ TEST_F(Screens, WhatSomebodyMayMissIsAskedAboutAndTheEngineDecidesWhetherItHelpe
   EXPECT_TRUE(Soon([&] { return note(1).empty(); }, 10)) << "it passed later";
 }
 
+TEST_F(Screens, AnIssueSaysWhatItIsAbout) {
+  WriteFile(set_paths::kRules, R"({"version": 1, "rules": [{"code": 10040007, "group": "storage",
+    "about": "machine.kind", "when": {"fact": "machine.kind", "is": "absent"}}]})");
+  StoreRemaining({{"10040007", ""}, {"10040001", ""}});
+  Open();
+  OpenList({Row("10040007"), Row("10040001")});
+  ASSERT_TRUE(FocusBecomes("list"));
+  const auto isTold = [this] {
+    return std::ranges::any_of(Texts(), [](const Shown& shown) {
+      return shown.text.find(CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_AFFECTED", "\u2066")) != std::string::npos;
+    });
+  };
+  Press("Return");
+  EXPECT_TRUE(Soon(isTold, 10));
+  Press("XF86Back");
+  Press("Down Return");
+  EXPECT_FALSE(Soon(isTold, 1)) << "its rule names nothing";
+}
+
 // It would be back when the application is started again.
 TEST_F(Screens, AnIssueThatCannotBeTakenFromTheStoreStaysAndSaysSo) {
   StoreRemaining({{"1", Step("setting", "int db/one 1")}, {"2", Step("setting", "int db/two 2")}});

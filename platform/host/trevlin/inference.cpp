@@ -135,12 +135,26 @@ void Inference::DecideAll(const Facts& facts, Outcome& outcome) const {
   ChangeHistories(change, outcome.waitUntil);
 }
 
+const Rule* Inference::RuleOf(int issueCode) const {
+  const auto rule = std::ranges::find(m_rules, issueCode, &Rule::code);
+  return rule == m_rules.end() ? nullptr : &*rule;
+}
+
+std::string Inference::About(int issueCode, std::chrono::microseconds wait) {
+  const Rule* const rule = RuleOf(issueCode);
+  if (!rule || rule->about.empty()) return "";
+  Facts facts;
+  ReadFacts({rule->about}, CollectorPool::Age::kWithinPeriod, wait, facts);
+  const auto fact = facts.find(rule->about);
+  const auto* const text = fact == facts.end() ? nullptr : std::get_if<std::string>(&fact->second);
+  return text ? *text : "";
+}
+
 Outcome Inference::Recheck(int issueCode, std::chrono::microseconds wait) {
   const auto start = Clock::now();
   Outcome outcome;
-  const auto rule =
-      std::find_if(m_rules.begin(), m_rules.end(), [issueCode](const Rule& each) { return each.code == issueCode; });
-  if (rule == m_rules.end() || rule->isEvent) return outcome;
+  const Rule* const rule = RuleOf(issueCode);
+  if (!rule || rule->isEvent) return outcome;
   CollectorPool::Names names;
   AddFactNames(*rule, names);
   Facts facts;

@@ -47,6 +47,10 @@ class Inference {
   /// is decided for an issue without a rule, or whose rule is about an event.
   Outcome Recheck(int issueCode, std::chrono::microseconds wait);
 
+  /// What the issue is about now ("Zephon S2 (sda)"), by the fact that its rule names; empty where it names none, or
+  /// that is not known within `wait`.
+  std::string About(int issueCode, std::chrono::microseconds wait);
+
   /// Adds the facts of the names: those of the collectors and settings ("setting:KEY").
   std::vector<Reading> ReadFacts(const CollectorPool::Names& names, CollectorPool::Age age,
                                  std::chrono::microseconds wait, Facts& facts);
@@ -61,6 +65,7 @@ class Inference {
   void DecideAll(const Facts& facts, Outcome& outcome) const;
   void AddExplanations(Outcome& outcome) const;
   static void Add(const Rule& rule, Truth truth, Outcome& outcome);
+  const Rule* RuleOf(int issueCode) const;
 
   CollectorPool m_pool;
   FactKinds m_kinds;

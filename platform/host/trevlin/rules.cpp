@@ -208,6 +208,7 @@ std::string ToText(const Rule& rule) {
   std::string text = ToText(rule.when);
   if (rule.hold.IsSet()) text += ", for " + ToText(rule.hold);
   if (rule.clear) text += ", until " + ToText(*rule.clear);
+  if (!rule.about.empty()) text += ", about " + rule.about;
   for (const int code : rule.explains)
     text += (code == rule.explains.front() ? ", explains " : ", ") + std::to_string(code);
   return text;

@@ -53,6 +53,7 @@ struct Rule {
   Hold hold{};
   std::optional<Condition> clear{};
   bool isEvent = false;         ///< what has happened: no solution makes it untrue
+  std::string about{};          ///< the fact of text that names what it is about; empty for none
   std::vector<int> explains{};  ///< issues that are not told while this one is there: they come of it
 };
 
@@ -102,7 +103,7 @@ void AddFactNames(const Rule& rule, std::set<std::string, std::less<>>& names);
 std::string ToText(const Condition& condition);
 /// "120 s", "3 of 5 runs"; empty for none.
 std::string ToText(const Hold& hold);
-/// The condition, how long it has to hold, when the issue is gone again, and what it explains.
+/// The condition, how long it has to hold, when the issue is gone again, what it is about, and what it explains.
 std::string ToText(const Rule& rule);
 std::string ToText(const FactValue& value);
 

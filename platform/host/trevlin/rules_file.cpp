@@ -84,6 +84,7 @@ class Parser {
   const Json::Value& Rules(const Json::Value& document) const;
   Rule ReadRule(const Json::Value& value) const;
   Hold ReadHold(const Json::Value& value) const;
+  std::string ReadAbout(const Json::Value& value) const;
   static std::vector<int> ReadExplained(const Json::Value& value);
   static void CheckCircle(const Rule& rule, const Json::Value& value, const Explanations& explanations);
   Condition ReadCondition(const Json::Value& value) const;
@@ -223,7 +224,7 @@ const Json::Value& Parser::Rules(const Json::Value& document) const {
 }
 
 Rule Parser::ReadRule(const Json::Value& value) const {
-  CheckMembers(value, "a rule", {"code", "group", "when", "for", "clear", "event", "explains"});
+  CheckMembers(value, "a rule", {"code", "group", "when", "for", "clear", "event", "about", "explains"});
   Rule rule;
   rule.code = Integer(Member(value, "a rule", "code"), "code", 1, INT32_MAX);
   const Json::Value& group = Member(value, "a rule", "group");
@@ -237,8 +238,15 @@ Rule Parser::ReadRule(const Json::Value& value) const {
     if (!value["event"].isBool()) Refuse(value["event"], "\"event\" must be true or false");
     rule.isEvent = value["event"].asBool();
   }
+  if (value.isMember("about")) rule.about = ReadAbout(value["about"]);
   if (value.isMember("explains")) rule.explains = ReadExplained(value["explains"]);
   return rule;
+}
+
+std::string Parser::ReadAbout(const Json::Value& value) const {
+  const auto fact = value.isString() ? m_facts.find(value.asString()) : m_facts.end();
+  if (fact == m_facts.end() || fact->second != FactKind::kText) Refuse(value, "\"about\" must be a fact that is text");
+  return value.asString();
 }
 
 std::vector<int> Parser::ReadExplained(const Json::Value& value) {

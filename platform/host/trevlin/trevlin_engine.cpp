@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,8 @@ class Engine {
  public:
   void Subscribe(unsigned long wait, InferenceCallback callback);
   void Recheck(int issueCode);
+  /// Waits for the engine's thread.
+  std::string About(int issueCode);
 
   /// Calls `operation` with the database while no other thread uses it.
   template <typename Operation>
@@ -62,9 +65,16 @@ class Engine {
     InferenceCallback callback;
   };
 
+  /// What an issue is about.
+  struct Question {
+    int issueCode;
+    std::promise<std::string> answer;
+  };
+
   /// What there is to do next, in the order of doing.
   struct Work {
     std::deque<Subscription> subscriptions;
+    std::deque<Question> questions;
     std::optional<int> recheck;
   };
 
@@ -78,11 +88,13 @@ class Engine {
   void KeepUnrecorded(const Outcome& outcome);
   void Answer(const Subscription& subscription);
   void RecheckNow(int issueCode);
+  std::string AboutNow(int issueCode);
   Inference& Inferring();
 
   std::mutex m_queueMutex;
   std::condition_variable m_queued;
   std::deque<Subscription> m_queue;
+  std::deque<Question> m_questions;
   std::map<int, Clock::time_point> m_rechecks;
   unsigned int m_subscriptions = 0;
   bool m_running = false;
@@ -133,12 +145,25 @@ void Engine::Recheck(int issueCode) {
   m_queued.notify_one();
 }
 
+std::string Engine::About(int issueCode) {
+  std::future<std::string> answer;
+  {
+    const std::lock_guard lock(m_queueMutex);
+    StartThread();
+    answer = m_questions.emplace_back(Question{issueCode, {}}).answer.get_future();
+    m_queued.notify_one();
+  }
+  return answer.get();
+}
+
 void Engine::Run() {
   pthread_setname_np(pthread_self(), "trevlin");
   for (;;) {
-    const Work work = NextWork();
+    Work work = NextWork();
     if (!work.subscriptions.empty()) Attempt("the inference", [&] { Infer(work.subscriptions); });
     for (const Subscription& subscription : work.subscriptions) Attempt("a callback", [&] { Answer(subscription); });
+    for (Question& question : work.questions)
+      Attempt("a question", [&] { question.answer.set_value(AboutNow(question.issueCode)); });
     if (work.recheck) Attempt("the second look", [&] { RecheckNow(*work.recheck); });
   }
 }
@@ -163,11 +188,12 @@ std::map<int, Clock::time_point>::iterator Engine::NextRecheck() {
 // One second look at a time: a subscriber does not wait for more.
 bool Engine::TakeWork(Work& work) {
   work.subscriptions.swap(m_queue);
+  work.questions.swap(m_questions);
   if (const auto next = NextRecheck(); next != m_rechecks.end() && next->second <= Clock::now()) {
     work.recheck = next->first;
     m_rechecks.erase(next);
   }
-  return !work.subscriptions.empty() || work.recheck;
+  return !work.subscriptions.empty() || !work.questions.empty() || work.recheck;
 }
 
 Inference& Engine::Inferring() {
@@ -255,6 +281,10 @@ void Engine::RecheckNow(int issueCode) {
                  issue.isTrue ? "still there" : "gone");
 }
 
+std::string Engine::AboutNow(int issueCode) {
+  return Inferring().HasRules() ? Inferring().About(issueCode, kLongestRecheck) : "";
+}
+
 // The interface is C's: what goes wrong is a result.
 template <typename Operation>
 int Guarded(int failure, Operation operation) noexcept {
@@ -304,6 +334,16 @@ int RecheckIssue(int issueCode) {
     if (!engine || issueCode < 1) return -1;
     engine->Recheck(issueCode);
     return 0;
+  });
+}
+
+int GetIssueSubject(int issueCode, std::string* out) {
+  if (!out) return TREVLIN_ERROR_INVALID;
+  return trevlin::Guarded(TREVLIN_ERROR_INVALID, [&] {
+    trevlin::Engine* engine = trevlin::g_engine.load(std::memory_order_acquire);
+    if (!engine) return TREVLIN_ERROR_INVALID;
+    *out = engine->About(issueCode);
+    return out->empty() ? TREVLIN_NO_MATCH : TREVLIN_OK;
   });
 }
 

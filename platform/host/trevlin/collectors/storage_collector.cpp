@@ -162,14 +162,6 @@ class Media {
     });
   }
 
- private:
-  template <typename Test>
-  bool Is(const std::string& block, const Test& test) const {
-    const std::set<std::string> disks = DisksOf(block);
-    return std::any_of(disks.begin(), disks.end(),
-                       [&](const std::string& disk) { return !m_needed.contains(disk) && test(disk); });
-  }
-
   /// Those below it, where it is made of others (encrypted, of several); itself where the machine does not list it.
   std::set<std::string> DisksOf(const std::string& block) const {
     std::set<std::string> disks;
@@ -180,6 +172,14 @@ class Media {
       break;
     }
     return disks.empty() ? std::set{block} : disks;
+  }
+
+ private:
+  template <typename Test>
+  bool Is(const std::string& block, const Test& test) const {
+    const std::set<std::string> disks = DisksOf(block);
+    return std::any_of(disks.begin(), disks.end(),
+                       [&](const std::string& disk) { return !m_needed.contains(disk) && test(disk); });
   }
 
   /// Disks behind USB and cards in a slot say that they are fixed.
@@ -347,9 +347,9 @@ class StorageCollector : public Collector {
     }
     const Media media(machine, mounts, data);
     AddReadOnly(machine, mounts, data, facts);
-    AddErrors(machine, mounts, media, facts);
-    AddFlashHealth(machine, facts);
     std::set<std::string> faulty;
+    AddErrors(machine, mounts, media, faulty, facts);
+    AddFlashHealth(machine, facts);
     std::optional<bool> isFailing;
     if (!machine.IsCaptured() && !LookForFailingDrives(faulty, isFailing)) AddUnknown(facts, "storage.smart_failing");
     AddFact(facts, "storage.smart_failing", isFailing);
@@ -414,18 +414,25 @@ class StorageCollector : public Collector {
     }
   }
 
-  static void AddErrors(const Machine& machine, const std::vector<Mount>& mounts, const Media& media, Facts& facts) {
+  static void AddErrors(const Machine& machine, const std::vector<Mount>& mounts, const Media& media,
+                        std::set<std::string>& faulty, Facts& facts) {
+    const auto name = [&](const std::string& block) {
+      if (!media.IsOwn(block) && !media.IsRemovable(block)) return;
+      for (const std::string& disk : media.DisksOf(block)) faulty.insert(NameOf(machine, disk));
+    };
     bool hasOwnFailed = false, hasRemovableFailed = false;
     for (const Mount& mount : mounts) {
       if (!IsDiskFileSystem(mount) || !HasFailed(mount, mounts)) continue;
       hasOwnFailed = hasOwnFailed || media.IsOwn(mount.block);
       hasRemovableFailed = hasRemovableFailed || media.IsRemovable(mount.block);
+      name(mount.block);
     }
     std::optional<double> errors;
     for (const std::string& block : ListNames(machine, "/sys/fs/ext4")) {
       const auto count = ReadNumber(machine, "/sys/fs/ext4/" + block + "/errors_count", 0);
       if (count && media.IsOwn(block)) errors = errors.value_or(0) + *count;
       hasRemovableFailed = hasRemovableFailed || (count.value_or(0) > 0 && media.IsRemovable(block));
+      if (count.value_or(0) > 0) name(block);
     }
     AddFact(facts, "storage.fs_errors", errors);
     if (mounts.empty()) return;
@@ -470,7 +477,7 @@ class StorageCollector : public Collector {
       if (errors.value_or(0) == 0) continue;
       const bool isRemovable = media.IsRemovable(disk), isOwn = media.IsOwn(disk);
       (isRemovable ? removable : own) += isRemovable || isOwn ? *errors : 0;
-      if (isRemovable || isOwn) faulty.insert(NameOf(machine, disk, isRemovable));
+      if (isRemovable || isOwn) faulty.insert(NameOf(machine, disk));
     }
     if (!isKnown) return;
     facts["storage.io_errors"] = own;
@@ -492,12 +499,12 @@ class StorageCollector : public Collector {
     return risen.value_or(0) < kUnknownCommands ? 0 : risen;
   }
 
-  /// "Zephon S2 (sda, built-in)"
-  static std::string NameOf(const Machine& machine, const std::string& disk, bool isRemovable) {
+  /// "Zephon S2 (sda)"
+  static std::string NameOf(const Machine& machine, const std::string& disk) {
     const std::string device = kBlock + disk + "/device/";
     const auto model = ReadLine(machine, device + "model");
     const std::string name = model ? *model : ReadLine(machine, device + "name").value_or("disk");
-    return name + " (" + disk + (isRemovable ? ", removable)" : ", built-in)");
+    return name + " (" + disk + ")";
   }
 
   static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Media& media) {
