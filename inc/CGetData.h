@@ -134,7 +134,9 @@ class CGetData {
 
   /// A FlashState.
   int CheckFlashFreespaceState();
-  /// A DeviceState. Tells the KPI log as well.
+  /// A DeviceState.
+  int LookAtDeviceState();
+  /// The same. Tells the KPI log as well.
   int CheckDeviceState();
   /// The message id of the verdict on a DeviceState.
   std::string getSIDForDeviceState(int state);

@@ -90,6 +90,7 @@ class CStartDCIssues {
   void m_TellOutcome(const std::string& issueCode, int outcome);
   void m_TellEffect(int row);
   std::string m_Heading() const;
+  void m_TellState();
   void m_TakeAway(const std::string& issueCode);
   void m_LookForGoneNowAndThen();
   void m_StopLookingForGone();
@@ -127,6 +128,7 @@ class CStartDCIssues {
   CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_heading;
   CWidget m_stateImage;
+  CWidget m_verdict;
   CWidget m_listArea;
   CWidget m_list;
   CWidget m_done;

@@ -45,7 +45,7 @@ int64_t FreeBytes() {
     const FdHandle folder(open(SystemPath(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder || fstat(folder.get(), &status) != 0 || !counted.insert(status.st_dev).second) continue;
     if (syncfs(folder.get()) == 0 && fstatvfs(folder.get(), &info) == 0)
-      bytes += static_cast<int64_t>(info.f_bfree) * static_cast<int64_t>(info.f_frsize);
+      bytes += static_cast<int64_t>(info.f_bavail) * static_cast<int64_t>(info.f_frsize);
   }
   return bytes;
 }

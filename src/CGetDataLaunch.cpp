@@ -122,13 +122,25 @@ int CGetData::CheckFlashFreespaceState() {
   return remaining < kReservedSpace ? FLASH_LOW : FLASH_ENOUGH;
 }
 
+namespace {
+
+int StateOf(int flash) {
+  return flash == FLASH_FULL ? DEVICE_NORMAL : DEVICE_GOOD;
+}
+
+}  // namespace
+
 int CGetData::CheckDeviceState() {
   VEXILO_LOGI("CheckDeviceState");
   const int flash = CheckFlashFreespaceState();
   VEXILO_LOGI("CheckFlashState : %d", flash);
-  const bool good = flash != FLASH_FULL;
-  QUVA_KPISender::GetInstance()->SendVexiloKPI("DeviceState", good ? "Good" : "Normal");
-  return good ? DEVICE_GOOD : DEVICE_NORMAL;
+  const int state = StateOf(flash);
+  QUVA_KPISender::GetInstance()->SendVexiloKPI("DeviceState", state == DEVICE_GOOD ? "Good" : "Normal");
+  return state;
+}
+
+int CGetData::LookAtDeviceState() {
+  return StateOf(CheckFlashFreespaceState());
 }
 
 std::string CGetData::getSIDForDeviceState(int state) {

@@ -16,7 +16,6 @@ constexpr size_t kThingsListed = 4;
 constexpr size_t kThingsListedOfMany = 2;  // when applications and files take a sentence each, or something stays
 constexpr size_t kAppsTold = 2;
 constexpr size_t kFilesTold = 1;
-constexpr size_t kKeptTold = 1;
 
 constexpr double kGap = 1.5;  // units
 
@@ -49,6 +48,13 @@ std::string Names(const std::vector<PlannedThing>& things, size_t most) {
   std::string names;
   for (size_t i = 0; i < std::min(things.size(), most); ++i) names += (i ? ", " : "") + NameOf(things[i]);
   return things.size() > most ? names + " " + AndMore(things.size() - most) : names;
+}
+
+/// The largest with its size, and how many more.
+std::string Kept(const SolutionPlan& plan) {
+  const PlannedThing& first = plan.kept.front();
+  const std::string text = NameOf(first) + " (" + CUtils::m_ConvertBytes(first.bytes) + ")";
+  return plan.kept.size() > 1 ? text + " " + AndMore(plan.kept.size() - 1) : text;
 }
 
 /// "2.50GB → 3.50GB (+1.00GB)", from left to right in every language (Unicode's isolates).
@@ -98,8 +104,7 @@ void ShowPlan(Evas_Object* popup, const SolutionPlan& plan) {
   if (plan.things.size() > Listed(plan))
     AddRow(content, AndMore(plan.things.size() - Listed(plan)), CUtils::m_ConvertBytes(BytesBeyond(plan)));
   if (!plan.kept.empty())
-    AddSentence(content, CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ADMINISTRATOR", Names(plan.kept, kKeptTold)),
-                kFaintTextColor);
+    AddSentence(content, CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ADMINISTRATOR", Kept(plan)), kFaintTextColor);
   elm_object_content_set(popup, content);
   elm_flux_popup_text_set(popup, Spoken(plan, sentences));
 }
@@ -119,8 +124,7 @@ std::string EffectText(const SolutionEffect& effect, const SolutionPlan& plan) {
   if (!files.empty()) add("TV_SID_VEXILO_MIX_REMOVED", Names(files, kFilesTold));
   if (effect.isCleaned) add("TV_SID_VEXILO_MIX_FREE_STORAGE", FreeStorage(effect));
   // Who was asked has read it.
-  if (effect.isCleaned && plan.things.empty() && !plan.kept.empty())
-    add("TV_SID_VEXILO_MIX_ADMINISTRATOR", Names(plan.kept, kKeptTold));
+  if (effect.isCleaned && plan.things.empty() && !plan.kept.empty()) add("TV_SID_VEXILO_MIX_ADMINISTRATOR", Kept(plan));
   return text;
 }
 

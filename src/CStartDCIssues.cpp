@@ -139,9 +139,19 @@ void CStartDCIssues::m_BuildState(Evas_Object* parent) {
       {}, {});
   elm_flux_layout_padding_set(column, 0, kStateTop, 0, 0);
   elm_flux_layout_gap_set(column, kStateGap);
-  Evas_Object* const verdict = AddText(column, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kTextColor,
-                                       FLUX_TEXT_LARGE, FLUX_ALIGN_TOP, kStateWidth, kVerdictHeight);
-  elm_flux_text_lines_set(verdict, 0);
+  m_verdict = AddText(column, CUtils::m_GetText(sid.c_str()), FLUX_FONT_700, kTextColor, FLUX_TEXT_LARGE,
+                      FLUX_ALIGN_TOP, kStateWidth, kVerdictHeight);
+  elm_flux_text_lines_set(m_verdict, 0);
+}
+
+// The last solution may have changed it.
+void CStartDCIssues::m_TellState() {
+  CGetData* const data = CGetData::GetInstance();
+  const int state = data->LookAtDeviceState();
+  if (!m_screen.m_IsBuilt() || state == std::exchange(m_deviceState, state)) return;
+  m_animationJob.m_Cancel();
+  elm_object_text_set(m_verdict, CUtils::m_GetText(data->getSIDForDeviceState(state).c_str()).c_str());
+  m_HighContrastChangeCB();
 }
 
 void CStartDCIssues::m_BuildDone() {
@@ -301,9 +311,9 @@ void CStartDCIssues::m_TellSubject(const MapToDBTable& row) {
     elm_flux_popup_text_set(m_popup, text + "\n\n" + affected);
     if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(affected);
   };
-  m_subjectJob.m_Start([code = NumberOf(row.issue_code),
-                        subject](const CScreenJob::Control&) { GetIssueSubject(code, subject.get()); },
-                       tell, {});
+  m_subjectJob.m_Start(
+      [code = NumberOf(row.issue_code), subject](const CScreenJob::Control&) { GetIssueSubject(code, subject.get()); },
+      tell, {});
 }
 
 void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
@@ -397,10 +407,16 @@ void CStartDCIssues::m_Work(Decision& decision) {
   }
   const PlanSolutionEntry plan = manager->m_pGetPlanSolution();
   const ApplyAgreedEntry apply = manager->m_pGetApplyAgreed();
-  if (decision.step == Step::kPlan && plan && apply && plan(code, &decision.plan) == 0 &&
-      !decision.plan.things.empty()) {
-    decision.step = Step::kAsk;
-    return;
+  if (decision.step == Step::kPlan && plan && apply) {
+    // Of a plan that is not whole nobody was asked about the rest.
+    if (plan(code, &decision.plan) != 0) {
+      decision.outcome = SOLUTION_FAILED;
+      return;
+    }
+    if (!decision.plan.things.empty()) {
+      decision.step = Step::kAsk;
+      return;
+    }
   }
   decision.step = Step::kApply;
   decision.outcome = apply ? apply(code, &decision.plan, &decision.effect) : manager->m_pGetApplySolution()(code);
@@ -584,7 +600,10 @@ std::string CStartDCIssues::m_WaitingText(const MapToDBTable& row) const {
 void CStartDCIssues::m_TakeAway(const std::string& issueCode) {
   m_waiting.erase(issueCode);
   (*m_solved)(issueCode);
-  m_RemoveItemFromIndex(m_RowOf(issueCode));
+  const int row = m_RowOf(issueCode);
+  if (m_popup && row >= 0 && row == m_index) CUtils::Instance().m_ExecuteReturn();  // it is about this one
+  m_RemoveItemFromIndex(row);
+  m_TellState();
 }
 
 // ---- the toast

@@ -335,8 +335,7 @@ TEST(Storage, CountsTheErrorsOfEachMedium) {
       {"2,1,1,-;blk_update_request: critical medium error, dev sdb, sector 1 op 0x0:(READ) flags 0x0\n",
        "0 1 Stick (sdb)"},
       {error("sdb", read) + attached, "0 0 ?"},
-      {attached + error("sdb", read) + error("mmcblk1", read),
-       "0 2 SD32G (mmcblk1), Stick (sdb)"},
+      {attached + error("sdb", read) + error("mmcblk1", read), "0 2 SD32G (mmcblk1), Stick (sdb)"},
       {error("mmcblk1", read) + "6,9,9,-;mmcblk1: mmc1:0001 SD32G 29.7 GiB\n", "0 0 ?"},
   };
   const auto told = [](Facts facts) {
@@ -347,8 +346,8 @@ TEST(Storage, CountsTheErrorsOfEachMedium) {
     const CapturedMachine machine(With(disks, {{"/dev/kmsg", each.log}}));
     EXPECT_EQ(told(machine.Collect(*trevlin::MakeStorageCollector())), each.expected) << each.log;
   }
-  const CapturedMachine marked(
-      With(disks, {{"/sys/block/sdb/sdb1/partition", "1\n"}, {"/sys/fs/ext4/sdb1/errors_count", "7\n"}, {"/dev/kmsg", ""}}));
+  const CapturedMachine marked(With(
+      disks, {{"/sys/block/sdb/sdb1/partition", "1\n"}, {"/sys/fs/ext4/sdb1/errors_count", "7\n"}, {"/dev/kmsg", ""}}));
   EXPECT_EQ(told(marked.Collect(*trevlin::MakeStorageCollector())), "0 0 Stick (sdb)") << "by its file system";
   // Where the log may not be read: what the disk counts, but for the few of each ten minutes.
   const CapturedMachine silent(disks);

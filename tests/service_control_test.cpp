@@ -201,9 +201,9 @@ TEST(ScheduledOff, IsToldAndStopped) {
   };
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  std::string problem;
+  FixProblem problem;
   EXPECT_FALSE(AskScheduledOff().hasLogind);
-  EXPECT_TRUE(CancelScheduledOff(problem)) << problem;
+  EXPECT_TRUE(CancelScheduledOff(problem)) << problem.reason;
   for (const auto& expected : cases) {
     std::mutex mutex;
     std::string scheduled = expected.scheduled;
@@ -227,9 +227,9 @@ TEST(ScheduledOff, IsToldAndStopped) {
       return reply;
     });
     EXPECT_EQ(AskScheduledOff().isSet, expected.told) << expected.scheduled;
-    problem.clear();
-    EXPECT_EQ(CancelScheduledOff(problem), *expected.problem == '\0') << expected.scheduled << problem;
-    EXPECT_THAT(problem, HasSubstr(expected.problem));
+    problem = {};
+    EXPECT_EQ(CancelScheduledOff(problem), *expected.problem == '\0') << expected.scheduled << problem.reason;
+    EXPECT_THAT(problem.reason, HasSubstr(expected.problem));
     const std::lock_guard lock(mutex);
     EXPECT_EQ(calls, expected.calls) << expected.scheduled;
   }
@@ -345,12 +345,12 @@ class IdleMachine : public testing::Test {
   const TestBus m_bus;
   std::atomic<const char*> m_idleAction = "ignore";
   std::atomic<bool> m_permits = true;
-  std::string m_problem;
+  FixProblem m_problem;
 };
 
 TEST_F(IdleMachine, IsToldAndLeftOn) {
   EXPECT_FALSE(AskIdleOff().hasDecider);
-  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem.reason;
   const auto answer = [this](GDBusMessage* call) { return Answer(call); };
   const PlayedService logind(m_bus, "org.freedesktop.login1", answer);
   const PlayedService systemd(m_bus, "org.freedesktop.systemd1", answer);
@@ -360,10 +360,10 @@ TEST_F(IdleMachine, IsToldAndLeftOn) {
   }
   m_permits = false;
   EXPECT_FALSE(StopIdleOff(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("stay on when nobody uses it: org.freedesktop.systemd1: "));
+  EXPECT_THAT(m_problem.reason, HasSubstr("stay on when nobody uses it: org.freedesktop.systemd1: "));
   EXPECT_FALSE(fs::exists(kDropIn)) << "what failed leaves nothing";
   m_permits = true;
-  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem.reason;
   EXPECT_EQ(ReadHostFile(kDropIn), "[Login]\nIdleAction=ignore\n");
   EXPECT_EQ(AskIdleOff().isSet, false);
 
@@ -375,7 +375,7 @@ TEST_F(IdleMachine, IsToldAndLeftOn) {
   g_settings_set_int(settings.get(), "sleep-inactive-ac-timeout", 0);
   EXPECT_EQ(AskIdleOff().isSet, false) << "never";
   g_settings_set_int(settings.get(), "sleep-inactive-ac-timeout", 600);
-  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem;
+  EXPECT_TRUE(StopIdleOff(m_problem)) << m_problem.reason;
   EXPECT_EQ(AskIdleOff().isSet, false);
   EXPECT_EQ(GText(g_settings_get_string(settings.get(), "sleep-inactive-ac-type")).get(), "nothing"s);
 }

@@ -93,7 +93,7 @@ class SoundServer : public testing::Test {
 
   static constexpr char kProfile[] = "device.profile.name";
   std::optional<ChildProcess> m_server;
-  std::string m_problem;
+  FixProblem m_problem;
 };
 
 TEST_F(SoundServer, IsLedToTheScreenWithWhatPlays) {
@@ -108,7 +108,7 @@ TEST_F(SoundServer, IsLedToTheScreenWithWhatPlays) {
   };
   ASSERT_TRUE(Until([&] { return played("auto_null"); })) << player.Errors();
   EXPECT_EQ(Elsewhere(), "yes");
-  EXPECT_TRUE(LeadSoundToScreen(m_problem)) << m_problem;
+  EXPECT_TRUE(LeadSoundToScreen(m_problem)) << m_problem.reason;
   EXPECT_TRUE(played("screen"));
   EXPECT_EQ(Elsewhere(), "no");
   EXPECT_TRUE(LeadSoundToScreen(m_problem)) << "it is there";
@@ -130,7 +130,7 @@ TEST_F(SoundServer, IsUnknownWhileItHangsAndAbsentWithoutOne) {
   m_server->Signal(SIGSTOP);
   EXPECT_EQ(Elsewhere(), "?");
   EXPECT_FALSE(LeadSoundToScreen(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("cannot lead the sound to the screen: the sound server: no answer in time"));
+  EXPECT_THAT(m_problem.reason, HasSubstr("cannot lead the sound to the screen: the sound server: no answer in time"));
   m_server.reset();
   setenv("XDG_RUNTIME_DIR", SystemPath("/nobody").c_str(), 1);
   EXPECT_EQ(Elsewhere(), "none");

@@ -181,9 +181,9 @@ TEST(Updates, StayOpenWhileTheBusIsSilent) {
   };
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + silent).c_str(), 1);
   EXPECT_EQ(told(), "open open open");
-  std::string problem;
+  FixProblem problem;
   EXPECT_FALSE(CancelScheduledOff(problem));
-  EXPECT_THAT(problem, HasSubstr("the bus does not answer"));
+  EXPECT_THAT(problem.reason, HasSubstr("the bus does not answer"));
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
   EXPECT_EQ(told(), "told absent absent") << "a machine without systemd";
 }

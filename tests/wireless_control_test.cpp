@@ -82,21 +82,21 @@ class Wireless : public testing::Test {
   void SetUp() override { setenv("DBUS_SYSTEM_BUS_ADDRESS", m_bus.Address(), 1); }
 
   TestBus m_bus;
-  std::string m_problem;
+  FixProblem m_problem;
 };
 
 TEST_F(Wireless, TheRadioIsSwitchedOnByWhoeverCan) {
   const OwnMounts mounts;
   if (!mounts.AreMade()) GTEST_SKIP() << "not root: no /sys of the test's own";
   EXPECT_FALSE(SwitchWirelessOn(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("wireless radio on: there is none"));
+  EXPECT_THAT(m_problem.reason, HasSubstr("wireless radio on: there is none"));
   PlantRadio("0", "0");
   EXPECT_TRUE(SwitchWirelessOn(m_problem)) << "it is on";
   for (const char* name : {"org.freedesktop.NetworkManager", "net.connman"}) {
     PlantRadio("1", "0");
     Manager manager(true);
     const PlayedService service(m_bus, name, [&](GDBusMessage* call) { return manager.Answer(call); });
-    EXPECT_TRUE(SwitchWirelessOn(m_problem)) << m_problem;
+    EXPECT_TRUE(SwitchWirelessOn(m_problem)) << m_problem.reason;
     EXPECT_THAT(manager.Calls(),
                 ElementsAre(*name == 'o' ? "Set('org.freedesktop.NetworkManager', 'WirelessEnabled', <true>)"
                                          : "SetProperty('Powered', <true>)"));
@@ -106,19 +106,19 @@ TEST_F(Wireless, TheRadioIsSwitchedOnByWhoeverCan) {
   const PlayedService service(m_bus, "net.connman", [&](GDBusMessage* call) { return strict.Answer(call); });
   ASSERT_EQ(mount("none", "/dev", "tmpfs", 0, nullptr), 0);
   EXPECT_FALSE(SwitchWirelessOn(m_problem));
-  EXPECT_THAT(m_problem,
+  EXPECT_THAT(m_problem.reason,
               AllOf(HasSubstr("net.connman: "), HasSubstr("Not permitted"), HasSubstr("/dev/rfkill: No such")));
   WriteHostFile("/dev/rfkill", "");
   PlantRadio("1", "1");
   EXPECT_FALSE(SwitchWirelessOn(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("a switch of the device holds it off"));
+  EXPECT_THAT(m_problem.reason, HasSubstr("a switch of the device holds it off"));
   // Index 0, wireless, all of them, neither blocked (linux/rfkill.h).
   EXPECT_EQ(ReadHostFile("/dev/rfkill"), "\0\0\0\0\1\3\0\0"s);
 }
 
 TEST_F(Wireless, TheNetworkIsJoinedAnewWithoutSavingPower) {
   EXPECT_FALSE(ReconnectWireless(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("no connection manager has one in use"));
+  EXPECT_THAT(m_problem.reason, HasSubstr("no connection manager has one in use"));
   {
     Manager manager(true, false);
     const PlayedService service(m_bus, "net.connman", [&](GDBusMessage* call) { return manager.Answer(call); });
@@ -128,14 +128,14 @@ TEST_F(Wireless, TheNetworkIsJoinedAnewWithoutSavingPower) {
   {
     Manager manager(true);
     const PlayedService service(m_bus, "net.connman", [&](GDBusMessage* call) { return manager.Answer(call); });
-    EXPECT_TRUE(ReconnectWireless(m_problem)) << m_problem;
+    EXPECT_TRUE(ReconnectWireless(m_problem)) << m_problem.reason;
     EXPECT_THAT(manager.Calls(), ElementsAre("Disconnect", "Connect"));
   }
   {
     Manager manager(true);
     const PlayedService service(m_bus, "org.freedesktop.NetworkManager",
                                 [&](GDBusMessage* call) { return manager.Answer(call); });
-    EXPECT_TRUE(ReconnectWireless(m_problem)) << m_problem;
+    EXPECT_TRUE(ReconnectWireless(m_problem)) << m_problem.reason;
     EXPECT_THAT(manager.Calls(), ElementsAre(AllOf(HasSubstr("Update("), HasSubstr("'powersave': <uint32 2>"),
                                                    HasSubstr("'id': <'home'>")),
                                              "ActivateConnection('/settings/1', '/device/radio', '/')"));
@@ -144,7 +144,7 @@ TEST_F(Wireless, TheNetworkIsJoinedAnewWithoutSavingPower) {
   const PlayedService service(m_bus, "org.freedesktop.NetworkManager",
                               [&](GDBusMessage* call) { return strict.Answer(call); });
   EXPECT_FALSE(ReconnectWireless(m_problem));
-  EXPECT_THAT(m_problem, HasSubstr("Not permitted"));
+  EXPECT_THAT(m_problem.reason, HasSubstr("Not permitted"));
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 /// Thread rule: callable from any thread; blocks, two seconds at most for each question to a bus.
 
 #include <optional>
-#include <string>
+
+#include "fix_problem.h"
 
 struct IdleOff {
   bool hasDecider = false;    ///< logind or such a desktop is there
@@ -19,4 +20,4 @@ IdleOff AskIdleOff();
 /// (/etc/systemd/logind.conf.d/zz-vexilo-idle.conf, with the right to write it), read anew. Waits up to two seconds
 /// until logind says so. Nobody is asked for a password. Returns whether none turns it off then, also where there is
 /// none; otherwise `problem` has the reason, and of what failed nothing is left.
-bool StopIdleOff(std::string& problem);
+bool StopIdleOff(FixProblem& problem);

@@ -5,7 +5,8 @@
 ///
 /// A user is trusted who is this process's, root, or the owner of the set: of set_paths::kOwnerHome.
 ///
-/// Thread rule: callable from any thread. Nothing here waits for anybody. Paths are of the set.
+/// Thread rule: callable from any thread. Nothing here waits for anybody, but once a second for an owner's home that is
+/// on a disk that hangs: who that is, is not known then. Paths are of the set.
 
 #include <sys/types.h>
 

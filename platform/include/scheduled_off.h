@@ -5,7 +5,8 @@
 /// Thread rule: callable from any thread; blocks, two seconds at most for each question to the system bus.
 
 #include <optional>
-#include <string>
+
+#include "fix_problem.h"
 
 struct ScheduledOff {
   bool hasLogind = false;  ///< true also where it, or the system bus, is there and does not answer
@@ -16,4 +17,4 @@ ScheduledOff AskScheduledOff();
 
 /// Has logind forget about it. Nobody is asked for a password. Returns whether nothing is scheduled then, also where
 /// there is no logind; otherwise `problem` has the reason: no permission, no answer.
-bool CancelScheduledOff(std::string& problem);
+bool CancelScheduledOff(FixProblem& problem);

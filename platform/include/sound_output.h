@@ -5,7 +5,8 @@
 /// Thread rule: callable from any thread; blocks. No sound server is started.
 
 #include <optional>
-#include <string>
+
+#include "fix_problem.h"
 
 struct SoundOutput {
   bool hasServer = false;           ///< this process's session has a sound server
@@ -17,4 +18,4 @@ SoundOutput AskSoundOutput();
 
 /// Where it is so, makes the screen's output the default, and moves there what is playing. Returns whether the sound
 /// does not go elsewhere then; within five seconds. Otherwise `problem` has the reason.
-bool LeadSoundToScreen(std::string& problem);
+bool LeadSoundToScreen(FixProblem& problem);

@@ -117,11 +117,10 @@ bool ChangeUpdates(const std::string& what, std::string& advice) {
 }
 
 /// The one thing that an action can be asked for.
-bool DoKnown(const std::string& what, const char* known, bool (*act)(std::string& problem)) {
-  std::string problem = "\"" + what + "\" is not \"" + known + "\"";
-  if (what == known && act(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
+bool DoKnown(const std::string& what, const char* known, bool (*act)(FixProblem& problem), std::string& advice) {
+  FixProblem problem{"\"" + what + "\" is not \"" + known + "\""};
+  if (what == known) act(problem);
+  return IsDone(problem, advice);
 }
 
 /// Where it cannot be changed from here, `settings` is launched.
@@ -132,12 +131,11 @@ int ShowBestResolutionOr(const std::string& settings) {
   return Launch(settings);
 }
 
-bool ChangeWireless(const std::string& what) {
-  std::string problem = "\"" + what + "\" is neither \"on\" nor \"reconnect\"";
-  if (what == "on" && SwitchWirelessOn(problem)) return true;
-  if (what == "reconnect" && ReconnectWireless(problem)) return true;
-  VEXILO_LOGE("%s", problem.c_str());
-  return false;
+bool ChangeWireless(const std::string& what, std::string& advice) {
+  FixProblem problem{"\"" + what + "\" is neither \"on\" nor \"reconnect\""};
+  if (what == "on") SwitchWirelessOn(problem);
+  if (what == "reconnect") ReconnectWireless(problem);
+  return IsDone(problem, advice);
 }
 
 }  // namespace
@@ -175,12 +173,12 @@ int Perform(const std::string& type, const std::string& value, std::string& advi
   if (type == "deepclean") return outcome(QUVA::PerformDeepClean() == 0);
   if (type == "restart_service") return outcome(RestartServices(value, ServicesOf::kMachine, advice));
   if (type == "restart_user_service") return outcome(RestartServices(value, ServicesOf::kUser, advice));
-  if (type == "off_timer") return outcome(DoKnown(value, "stop", &CancelScheduledOff));
-  if (type == "auto_power_off") return outcome(DoKnown(value, "stop", &StopIdleOff));
+  if (type == "off_timer") return outcome(DoKnown(value, "stop", &CancelScheduledOff, advice));
+  if (type == "auto_power_off") return outcome(DoKnown(value, "stop", &StopIdleOff, advice));
   if (type == "clock") return ChangeClock(value, advice);
   if (type == "updates") return outcome(ChangeUpdates(value, advice));
-  if (type == "sound_output") return outcome(DoKnown(value, "screen", &LeadSoundToScreen));
-  if (type == "wireless") return outcome(ChangeWireless(value));
+  if (type == "sound_output") return outcome(DoKnown(value, "screen", &LeadSoundToScreen, advice));
+  if (type == "wireless") return outcome(ChangeWireless(value, advice));
   VEXILO_LOGE("unknown param_type [%s] with param_value [%s]", type.c_str(), value.c_str());
   return SOLUTION_FAILED;
 }

@@ -6,10 +6,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <future>
+#include <map>
+#include <mutex>
 #include <optional>
+#include <thread>
+#include <utility>
 
 #include "base/state.h"
 #include "set_paths.h"
@@ -17,10 +23,40 @@
 
 namespace {
 
-std::optional<struct stat> SetOwner() {
-  struct stat home;
-  if (stat(SystemPath(set_paths::kOwnerHome).c_str(), &home) != 0) return std::nullopt;
-  return home;
+using Owner = std::optional<struct stat>;
+
+/// A look at a folder that may be on a disk that hangs.
+struct Look {
+  std::chrono::steady_clock::time_point end{};  ///< it is waited for until then
+  std::shared_future<Owner> owner{};
+
+  bool IsDue() const {
+    using namespace std::chrono_literals;
+    return !owner.valid() || (owner.wait_for(0s) == std::future_status::ready && !owner.get());
+  }
+};
+
+Look Begin(const std::string& folder) {
+  std::promise<Owner> found;
+  const Look look{std::chrono::steady_clock::now() + std::chrono::seconds(1), found.get_future().share()};
+  std::thread([folder, found = std::move(found)]() mutable {
+    struct stat status;
+    found.set_value(stat(folder.c_str(), &status) == 0 ? Owner(status) : std::nullopt);
+  }).detach();
+  return look;
+}
+
+/// What was seen once is kept: by folder, as there is more than one set in a process's life.
+Owner SetOwner() {
+  static std::mutex mutex;
+  static std::map<std::string, Look> looks;
+  const std::string folder = SystemPath(set_paths::kOwnerHome);
+  std::unique_lock lock(mutex);
+  Look& look = looks[folder];
+  if (look.IsDue()) look = Begin(folder);
+  const Look mine = look;
+  lock.unlock();
+  return mine.owner.wait_until(mine.end) == std::future_status::ready ? mine.owner.get() : std::nullopt;
 }
 
 }  // namespace

@@ -108,7 +108,7 @@ int64_t FreeBytes() {
     if (path.empty()) continue;
     const std::string full = SystemPath(path);
     if (stat(full.c_str(), &status) == 0 && statvfs(full.c_str(), &space) == 0 && counted.insert(status.st_dev).second)
-      bytes += static_cast<int64_t>(space.f_bfree) * static_cast<int64_t>(space.f_frsize);
+      bytes += static_cast<int64_t>(space.f_bavail) * static_cast<int64_t>(space.f_frsize);
   }
   return bytes;
 }

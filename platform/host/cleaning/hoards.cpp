@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <sstream>
 
 #include "base/atomic_file.h"
@@ -72,7 +73,7 @@ std::optional<int64_t> SizeFrom(std::string_view text) {
   return size < std::ldexp(1, 62) ? std::optional(static_cast<int64_t>(size)) : std::nullopt;
 }
 
-/// The last SystemMaxUse= of a file's lines.
+/// The last SystemMaxUse= of a file's lines. One that is not understood has all of them kept.
 void ReadLimit(const std::string& path, std::optional<int64_t>& limit) {
   std::string text;
   if (!ReadWholeFile(path, text)) return;
@@ -81,7 +82,7 @@ void ReadLimit(const std::string& path, std::optional<int64_t>& limit) {
     const std::string_view whole = line;
     const size_t equals = whole.find('=');
     if (equals == whole.npos || WithoutBlanks(whole.substr(0, equals)) != "SystemMaxUse") continue;
-    if (const auto size = SizeFrom(WithoutBlanks(whole.substr(equals + 1)))) limit = size;
+    limit = SizeFrom(WithoutBlanks(whole.substr(equals + 1))).value_or(std::numeric_limits<int64_t>::max());
   }
 }
 

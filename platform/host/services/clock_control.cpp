@@ -1,5 +1,9 @@
 #include "clock_control.h"
 
+#include <unistd.h>
+
+#include <utility>
+
 #include "base/system_bus.h"
 #include "trevlin/collectors/time_services.h"
 
@@ -24,6 +28,15 @@ bool IsRunning(SystemBus& bus) {
   return !services || services->isRunning;
 }
 
+/// A command that installs a time service; empty where none is known.
+std::string HowToInstall() {
+  constexpr std::pair<const char*, const char*> kCommands[] = {
+      {"/usr/bin/apt-get", "sudo apt install systemd-timesyncd"}, {"/usr/bin/dnf", "sudo dnf install chrony"}};
+  for (const auto& [program, command] : kCommands)
+    if (access(program, X_OK) == 0) return command;
+  return "";
+}
+
 /// Empty when the service runs.
 FixProblem Synchronise() {
   SystemBus bus(kReply);
@@ -31,7 +44,7 @@ FixProblem Synchronise() {
   bus.Start(kTimedate);
   const auto isThere = GetTruth(bus, "CanNTP");
   if (!isThere) return {reason("nothing on this machine switches it")};
-  if (!*isThere) return {"no time service is installed"};
+  if (!*isThere) return {"no time service is installed", HowToInstall()};
   if (!bus.Call({kTimedate, kPath, kTimedate, "SetNTP", nullptr}, g_variant_new("(bb)", TRUE, FALSE)))
     return {reason("timedate1 is gone"), "sudo timedatectl set-ntp true"};
   if (!Await(kStart, [&bus] { return IsRunning(bus); })) return {"it does not start"};

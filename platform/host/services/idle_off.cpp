@@ -135,11 +135,11 @@ IdleOff AskIdleOff() {
   return {hasLogind || !desktops.empty(), hasLogind ? logind : std::optional(false)};
 }
 
-bool StopIdleOff(std::string& problem) {
+bool StopIdleOff(FixProblem& problem) {
   std::string reason;
   for (const auto& settings : SessionSettings())
     if (reason.empty()) reason = StopDesktop(settings.get());
   if (reason.empty()) reason = StopLogind();
-  problem = reason.empty() ? "" : "cannot have the machine stay on when nobody uses it: " + reason;
+  problem = {reason.empty() ? "" : "cannot have the machine stay on when nobody uses it: " + reason};
   return reason.empty();
 }

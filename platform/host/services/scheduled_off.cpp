@@ -28,12 +28,13 @@ ScheduledOff AskScheduledOff() {
   return off;
 }
 
-bool CancelScheduledOff(std::string& problem) {
+bool CancelScheduledOff(FixProblem& problem) {
   const ScheduledOff before = AskScheduledOff();
   if (!before.hasLogind || before.isSet == false) return true;
   SystemBus bus(kReply);
   const bool isCancelled = bus.Call({kLogind, kPath, kManager, "CancelScheduledShutdown", "(b)"}, nullptr) != nullptr;
   if (isCancelled && AskScheduledOff().isSet == false) return true;
-  problem = "cannot stop the shutdown that is scheduled: " + (isCancelled ? "it still is" : bus.Problem());
+  problem = {"cannot stop the shutdown that is scheduled: " + (isCancelled ? "it still is" : bus.Problem()),
+             "sudo shutdown -c"};
   return false;
 }

@@ -41,11 +41,11 @@ SoundOutput AskSoundOutput() {
   return output;
 }
 
-bool LeadSoundToScreen(std::string& problem) {
+bool LeadSoundToScreen(FixProblem& problem) {
   const FdHandle nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   HelperProblem reason;
   const bool isDone =
       RunHelper(set_paths::kSoundHelper, {"to-screen"}, nothing.get(), 5s, {}, reason) == HelperEnd::kDone;
-  problem = isDone ? "" : "cannot lead the sound to the screen: " + reason.text;
+  problem = {isDone ? "" : "cannot lead the sound to the screen: " + reason.text};
   return isDone;
 }

@@ -56,23 +56,24 @@ bool IsRadioOn() {
 }
 
 /// Empty when a radio is on.
-std::string SwitchOn() {
-  if (!trevlin::ReadRadioOff({})) return "there is none";
-  if (IsRadioOn()) return "";
+FixProblem SwitchOn() {
+  if (!trevlin::ReadRadioOff({})) return {"there is none"};
+  if (IsRadioOn()) return {};
   SystemBus bus(kReply);
   if (bus.Call({kManager, kManagerPath, kProperties, "Set", nullptr},
                g_variant_new("(ssv)", kManager, "WirelessEnabled", g_variant_new_boolean(TRUE))) &&
       Await(kSwitch, IsRadioOn))
-    return "";
+    return {};
   if (bus.Call({kConnMan, "/net/connman/technology/wifi", "net.connman.Technology", "SetProperty", nullptr},
                g_variant_new("(sv)", "Powered", g_variant_new_boolean(TRUE))) &&
       Await(kSwitch, IsRadioOn))
-    return "";
+    return {};
   const int error = UnblockRadios();
-  if (error == 0 && Await(kSwitch, IsRadioOn)) return "";
-  if (trevlin::IsRadioLocked({})) return "a switch of the device holds it off";
-  if (error == 0) return "it stays off";
-  return (bus.Problem().empty() ? "" : bus.Problem() + "; ") + "/dev/rfkill: " + std::strerror(error);
+  if (error == 0 && Await(kSwitch, IsRadioOn)) return {};
+  if (trevlin::IsRadioLocked({})) return {"a switch of the device holds it off"};
+  if (error == 0) return {"it stays off"};
+  return {(bus.Problem().empty() ? "" : bus.Problem() + "; ") + "/dev/rfkill: " + std::strerror(error),
+          "sudo rfkill unblock wlan"};
 }
 
 /// The settings of a connection with power saving switched off; floating.
@@ -157,18 +158,19 @@ bool ReconnectByConnMan(SystemBus& bus) {
 
 }  // namespace
 
-bool SwitchWirelessOn(std::string& problem) {
-  const std::string reason = SwitchOn();
-  problem = reason.empty() ? "" : "cannot switch the wireless radio on: " + reason;
-  return reason.empty();
+bool SwitchWirelessOn(FixProblem& problem) {
+  problem = SwitchOn();
+  if (problem.reason.empty()) return true;
+  problem.reason = "cannot switch the wireless radio on: " + problem.reason;
+  return false;
 }
 
-bool ReconnectWireless(std::string& problem) {
-  problem.clear();
+bool ReconnectWireless(FixProblem& problem) {
+  problem = {};
   SystemBus bus(kReply);
   if (ReconnectByNetworkManager(bus) || ReconnectByConnMan(bus)) return true;
-  problem = "cannot join the wireless network anew: " +
-            (bus.Problem().empty() ? "no connection manager has one in use, or it is not there again in time"
-                                   : bus.Problem());
+  problem = {"cannot join the wireless network anew: " +
+             (bus.Problem().empty() ? "no connection manager has one in use, or it is not there again in time"
+                                    : bus.Problem())};
   return false;
 }
