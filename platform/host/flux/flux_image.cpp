@@ -154,8 +154,8 @@ class Image : public Widget {
       evas_object_image_border_set(m_picture, 0, 0, 0, 0);
       evas_object_image_alpha_set(m_picture, EINA_TRUE);
     }
-    // New pixels, or the canvas shows what it has scaled of the ones before.
-    evas_object_image_data_set(m_picture, nullptr);
+    // Of a drawing in another color the canvas would show what it has scaled of the one before.
+    if (m_tint) evas_object_image_data_set(m_picture, nullptr);
     evas_object_image_size_set(m_picture, drawing->width, drawing->height);
     auto* const pixels = static_cast<uint32_t*>(evas_object_image_data_get(m_picture, EINA_TRUE));
     if (!pixels) return false;
