@@ -90,6 +90,7 @@ class CStartDCIssues {
   void m_TellOutcome(const std::string& issueCode, int outcome);
   void m_TellEffect(int row);
   std::string m_Heading() const;
+  std::string m_NoIssuesText() const;
   void m_TellState();
   void m_TakeAway(const std::string& issueCode);
   void m_LookForGoneNowAndThen();

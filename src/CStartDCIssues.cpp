@@ -26,6 +26,7 @@ namespace {
 
 constexpr char kComplete[] = "TV_SID_CARE_OPTIMIZATION_AND_DIAGNOSTICS_ARE_COMPLETE";
 constexpr char kNothingFound[] = "TV_SID_CHECK_SELF_DIAGNOSIS";
+constexpr char kNotChecked[] = "TV_SID_VEXILO_NOT_CHECKED";
 constexpr char kAllSolved[] = "TV_SID_VEXILO_ALL_SOLVED";
 constexpr char kNotApplied[] = "TV_SID_VEXILO_COULD_NOT_DO_IT";
 constexpr char kWorking[] = "TV_SID_VEXILO_WORKING_ON_IT";
@@ -116,7 +117,14 @@ void CStartDCIssues::m_StartDCIssues(std::vector<MapToDBTable> rows) {
   m_SetVoiceGuideText();
 }
 
+// Where there is none, why not.
+std::string CStartDCIssues::m_NoIssuesText() const {
+  const char* const found = HasInferenceFailed() ? kNotChecked : kNothingFound;
+  return CUtils::m_GetText(m_isAnySolved ? kAllSolved : found);
+}
+
 std::string CStartDCIssues::m_Heading() const {
+  if (m_rows.empty() && HasInferenceFailed()) return "";
   const std::string text = CUtils::m_GetText(kComplete);
   if (m_rows.empty()) return text;
   return text + " " + CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_ISSUES", std::to_string(m_rows.size()));
@@ -189,7 +197,7 @@ void CStartDCIssues::m_HighContrastChangeCB() {
 void CStartDCIssues::m_SetVoiceGuideText() {
   if (!elm_config_access_get()) return;
   std::string text = m_Heading();
-  if (m_rows.empty()) text += ", " + CUtils::m_GetText(kNothingFound);
+  if (m_rows.empty()) text += (text.empty() ? "" : ", ") + m_NoIssuesText();
   CUtils::m_SayVoiceGuideText(text);
 }
 
@@ -212,8 +220,8 @@ void CStartDCIssues::m_DoneBtnClickCall() {
 void CStartDCIssues::m_CreateGenlistOrMsg() {
   elm_flux_layout_clear(m_listArea);
   if (m_rows.empty()) {
-    Evas_Object* const message = AddText(m_listArea, CUtils::m_GetText(m_isAnySolved ? kAllSolved : kNothingFound),
-                                         FLUX_FONT_600, kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, 0, 0);
+    Evas_Object* const message =
+        AddText(m_listArea, m_NoIssuesText(), FLUX_FONT_600, kTextColor, FLUX_TEXT_BODY, FLUX_ALIGN_CENTER, 0, 0);
     elm_flux_text_lines_set(message, 0);
     elm_flux_expand_set(message, true);
     FocusWhenIdle(m_done);

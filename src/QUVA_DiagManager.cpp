@@ -132,7 +132,10 @@ void QUVA_DiagManager::QGuideCallbackFunc(unsigned int, DTSignalData) {
   std::lock_guard lock(m_TVDMmutex);
   VEXILO_LOGI("QGuideCallbackFunc");
   manager->SetIsCallBackFinish(true);
-  QUVA_DiagResultManager::GetInstance()->CreateQGuideErrList();
+  if (HasInferenceFailed())
+    SayNoQGuideResult(QGuideResultPath(AppState::Instance().launchFrom), "the rules of the diagnosis cannot be used");
+  else
+    QUVA_DiagResultManager::GetInstance()->CreateQGuideErrList();
   g_idle_add(EndQGuideLoop, nullptr);
 }
 

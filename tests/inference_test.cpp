@@ -171,6 +171,10 @@ TEST(Inference, DecidesOnCollectorsAndSettingsAndLeavesTheUnknown) {
   fs::remove(SystemPath(set_paths::kRules));
   EXPECT_FALSE(inference.HasRules());
   EXPECT_TRUE(inference.Rules().empty());
+  EXPECT_FALSE(inference.IsWithoutRules()) << "a set without any";
+  WriteFile(set_paths::kRules, "[");
+  EXPECT_TRUE(inference.HasRules());
+  EXPECT_TRUE(inference.IsWithoutRules());
   late->blocks = false;
 }
 

@@ -53,6 +53,10 @@ int CreateAPIInstance();
 /// the subscription in this process, from 1. During the callback the queries all see one state of the databases.
 int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
 
+/// Whether the last inference of this process had nothing to go by: the rules file is there and cannot be read, or has
+/// no rule that can be used. What it says of issues is then what is known from before. The log has the reason.
+bool HasInferenceFailed();
+
 /// Has one issue looked at again, after its solution was applied: a while later, as actions need time (ten seconds, or
 /// those of the settings key "db/trevlin/recheck_delay"), on the engine's thread. An issue that is gone then becomes
 /// false; one that is still there gets a solution record that says its solution is not applied. Both are left as they
@@ -61,9 +65,9 @@ int InferenceSubscribeOnce(unsigned long wait, InferenceCallback callback);
 /// engine was not made ready or the code is below 1.
 int RecheckIssue(int issueCode);
 
-/// Replaces `*out` by what the issue is about now, as "Zephon S2 (sda)" of a disk. TREVLIN_NO_MATCH, with nothing in it,
-/// where its rule names no such fact or that cannot be told. Waits for what the engine's thread does, and for the fact:
-/// milliseconds where it has been read of late, seconds at worst. Not from an inference callback.
+/// Replaces `*out` by what the issue is about now, as "Zephon S2 (sda)" of a disk. TREVLIN_NO_MATCH, with nothing in
+/// it, where its rule names no such fact or that cannot be told. Waits for what the engine's thread does, and for the
+/// fact: milliseconds where it has been read of late, seconds at worst. Not from an inference callback.
 int GetIssueSubject(int issueCode, std::string* out);
 
 /// Replaces `*out` by the transitions of the type of the issue, newest first, and of equal times the one recorded last

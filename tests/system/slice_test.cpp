@@ -62,6 +62,12 @@ class Slice : public testing::Test {
   }
 };
 
+TEST_F(Slice, ASetThatWasNotExaminedIsNotCalledWell) {
+  WriteFile(set_paths::kRules, "[");
+  EXPECT_THAT(Diagnose(), HasSubstr("the rules of the diagnosis cannot be used"));
+  EXPECT_FALSE(fs::exists(kResult));
+}
+
 TEST_F(Slice, CodesAreWrittenInTheOrderOfTheMapToWhereTheRequestWantsThem) {
   WriteHostFile(kResult, "what was there before, which is longer");
   EXPECT_THAT(Diagnose(),

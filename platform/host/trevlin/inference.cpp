@@ -64,7 +64,8 @@ bool Inference::HasRules() {
   std::string text;
   if (!ReadWholeFile(SystemPath(set_paths::kRules), text)) {
     const int reason = errno;
-    if (reason == ENOENT) m_rules.clear();
+    m_hasFile = reason != ENOENT;
+    if (!m_hasFile) m_rules.clear();
     m_mistakes.clear();
     m_rulesText.reset();
     if (reason != ENOENT)
@@ -72,6 +73,7 @@ bool Inference::HasRules() {
                    kRulesStay);
     return !m_rules.empty();
   }
+  m_hasFile = true;
   if (text == m_rulesText) return true;
   RuleFile file = ParseRules(text, m_kinds);
   for (const RuleMistake& mistake : file.mistakes)

@@ -37,6 +37,8 @@ class Inference {
   /// be read, or is not a rules file, as when it is just being saved, the rules that were read last stay.
   bool HasRules();
   const std::vector<Rule>& Rules() const { return m_rules; }
+  /// Whether the set has a rules file and there is nothing in it to go by.
+  bool IsWithoutRules() const { return m_hasFile && m_rules.empty(); }
   const std::vector<RuleMistake>& RuleMistakes() const { return m_mistakes; }
 
   /// Reads the facts that the rules need within `wait`, and decides each. From then on it and RecordOutcome() wait for
@@ -69,6 +71,7 @@ class Inference {
 
   CollectorPool m_pool;
   FactKinds m_kinds;
+  bool m_hasFile = false;
   std::optional<std::string> m_rulesText;  // of the file that was read last
   std::vector<Rule> m_rules;
   std::vector<RuleMistake> m_mistakes;

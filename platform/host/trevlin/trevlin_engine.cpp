@@ -47,6 +47,7 @@ class Engine {
   void Recheck(int issueCode);
   /// Waits for the engine's thread.
   std::string About(int issueCode);
+  bool HasFailed() const { return m_hasFailed; }
 
   /// Calls `operation` with the database while no other thread uses it.
   template <typename Operation>
@@ -104,6 +105,7 @@ class Engine {
   // What runs have found since the database last took it, by issue code. Guarded by m_databaseMutex.
   std::map<int, Transition> m_unrecorded;
 
+  std::atomic<bool> m_hasFailed{false};
   std::unique_ptr<Inference> m_inference;  // of the engine's thread
 };
 
@@ -202,7 +204,9 @@ Inference& Engine::Inferring() {
 }
 
 void Engine::Infer(const std::deque<Subscription>& subscriptions) {
-  if (!Inferring().HasRules()) return;
+  const bool hasRules = Inferring().HasRules();
+  m_hasFailed = Inferring().IsWithoutRules();
+  if (!hasRules) return;
   const auto first = std::min_element(subscriptions.begin(), subscriptions.end(),
                                       [](const auto& a, const auto& b) { return a.until < b.until; });
   const auto wait = std::max(microseconds(0), std::chrono::duration_cast<microseconds>(first->until - Clock::now()));
@@ -335,6 +339,11 @@ int RecheckIssue(int issueCode) {
     engine->Recheck(issueCode);
     return 0;
   });
+}
+
+bool HasInferenceFailed() {
+  const trevlin::Engine* engine = trevlin::g_engine.load(std::memory_order_acquire);
+  return engine && engine->HasFailed();
 }
 
 int GetIssueSubject(int issueCode, std::string* out) {
