@@ -352,6 +352,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a laptop after the holidays", "updates.list_age_days=60 power.uptime_days=0.1"},
       {"a box that was without the Internet for long", "updates.list_age_days=60 network.internet=?"},
       {"a long installation", "updates.interrupted=? updates.work_hours=1.5"},
+      {"a modem or telephone leads out, with nothing in the plug for a cable", "network.link=no network.address=?"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -385,6 +386,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000001, "network.link=no network.address=no network.default_route=no"},
       {10000001, "network.link=no network.default_route=no"},
       {10000001, "network.link=no network.address=no network.fallback_address=yes network.default_route=no"},
+      {10000001, "network.link=no network.name_resolution=no network.internet=no network.gateway_reachable=no"},
       {10000002, "network.gateway_reachable=no network.name_resolution=no"},
       {10000003, "network.name_resolution=no"},
       {10000004, "network.kind=wireless network.wireless_signal_dbm=-84"},
