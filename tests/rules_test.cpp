@@ -353,6 +353,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a box that was without the Internet for long", "updates.list_age_days=60 network.internet=?"},
       {"a long installation", "updates.interrupted=? updates.work_hours=1.5"},
       {"a modem or telephone leads out, with nothing in the plug for a cable", "network.link=no network.address=?"},
+      {"a repository was out of reach today", "services.failed_names=dnf-makecache.service updates.list_age_days=1"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
@@ -398,6 +399,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10000010, "network.link_speed_mbit=10"},
       {10000010, "network.half_duplex=yes"},
       {10000011, "network.internet=no"},
+      {10000011, "network.internet=no services.failed_names=dnf5-makecache.service updates.list_age_days=9"},
       {10000011, "network.internet=no network.name_resolution=no network.name_delay_ms=?"},
       {10000011, "network.internet=no network.gateway_reachable=?"},
       {10000002, "network.internet=no network.gateway_reachable=no network.name_resolution=no"},
@@ -468,6 +470,8 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {20090003, "packages.unfinished=1"},
       {20090004, "setting:db/menu/home_deck/homedatacontrol/defaultdisclaimeragree=0"},
       {20090005, "services.failed_names=apt-daily-upgrade.service"},
+      {20090005, "services.failed_names=dnf-makecache.service updates.list_age_days=3"},
+      {20090005, "services.failed_names=dnf5-makecache.service updates.list_age_days=- network.internet=-"},
       {20090005, "updates.work_hours=5"},
       {20090005, "updates.start_failed=yes"},
       {20090005, "updates.list_age_days=40"},
