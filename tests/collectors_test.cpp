@@ -621,6 +621,10 @@ TEST(Services, AskTheManagersForWhatFailsOrIsRestartedForEver) {
       {{{"tuner.service", {"activating", "auto-restart", 5}}},
        {{"mixer.service", {"failed", "failed", 0}}},
        "1 tuner.service, mixer.service"},
+      {{{"NetworkManager-wait-online.service", {"failed", "failed", 0}},
+        {"systemd-networkd-wait-online@eth0.service", {"failed", "failed", 0}}},
+       {},
+       "0 , "},
       {{}, {}, "0 , "},
   };
   for (const auto& step : steps) {
@@ -652,10 +656,15 @@ TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
         {groups + "empty.service/cgroup.procs", ""}},
        {"newest.service", "new.service"}},
       {{{older + "new.service/cgroup.procs", "8\n"}}, {"new.service"}},
+      {{{groups + "system-net.slice/net@eth0.service/cgroup.procs", "8\n"},
+        {groups + "new.service/cgroup.procs", "9\n"},
+        {groups + "system-getty.slice/getty@tty1.service/cgroup.procs", "9\n"},
+        {groups + "system-serial\\x2dgetty.slice/serial-getty@ttyS0.service/cgroup.procs", "9\n"}},
+       {"new.service", "net@eth0.service"}},
       {{{older + "new.service/cgroup.procs", "8\n"}, {"/proc/uptime", "119 1\n"}}, {}},
   };
   for (const auto& [files, names] : cases)
-    EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), {"system.slice"}, 60s), names);
+    EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), "system.slice", 60s), names);
 }
 
 TEST(Clock, AsksSystemdForTheTimeService) {

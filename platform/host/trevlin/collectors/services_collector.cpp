@@ -37,7 +37,7 @@ struct Whom {
   std::string_view names;     ///< the fact
   std::string_view count;     ///< the fact; may be empty
   std::string_view counters;  ///< begins the names of the histories
-  std::vector<std::string> groups;
+  std::string group;
 };
 
 /// Services that systemd may be starting again and again: it never gives up on those that end seldom enough.
@@ -49,7 +49,7 @@ std::vector<std::string> Suspects(const Machine& machine, const Whom& whom, cons
   };
   for (const ServiceUnit& unit : units)
     if (unit.IsAboutToRestart()) add(unit.name);
-  for (const std::string& name : YoungServices(machine, whom.groups, kYoung)) add(name);
+  for (const std::string& name : YoungServices(machine, whom.group, kYoung)) add(name);
   return names;
 }
 
@@ -164,9 +164,9 @@ class ServicesCollector : public Collector {
   void Collect(const Machine& machine, Facts& facts) override {
     AddCrashes(machine, facts);
     if (machine.IsCaptured()) return;
-    AddFailed(machine, {ServicesOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroups()},
+    AddFailed(machine, {ServicesOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroup()},
               facts);
-    AddFailed(machine, {ServicesOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroups()}, facts);
+    AddFailed(machine, {ServicesOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroup()}, facts);
   }
 
  private:
