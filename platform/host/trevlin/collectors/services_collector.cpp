@@ -59,6 +59,12 @@ bool IsRestartedForEver(const Machine& machine, const Whom& whom, ServiceManager
          RiseWithin(machine, std::string(whom.counters) + service, restarts, kLoopWindow).value_or(0) >= kLoopRestarts;
 }
 
+/// What only waits for the network at the start has failed where there was none, and stays so: the network's own facts
+/// tell of that.
+bool WaitsForNetwork(std::string_view service) {
+  return service.find("-wait-online.") != service.npos || service.find("-wait-online@") != service.npos;
+}
+
 /// Nothing without systemd.
 void AddFailed(const Machine& machine, const Whom& whom, Facts& facts) {
   ServiceManager manager(whom.whose, ServiceManager::Clock::now() + kAnswer);
@@ -70,7 +76,7 @@ void AddFailed(const Machine& machine, const Whom& whom, Facts& facts) {
   }
   std::set<std::string> names;
   for (const ServiceUnit& unit : *units)
-    if (unit.state == "failed") names.insert(unit.name);
+    if (unit.state == "failed" && !WaitsForNetwork(unit.name)) names.insert(unit.name);
   for (const std::string& name : Suspects(machine, whom, *units))
     if (IsRestartedForEver(machine, whom, manager, name)) names.insert(name);
   std::string text;
