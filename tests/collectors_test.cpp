@@ -320,7 +320,8 @@ TEST(Storage, HasFailedWhereAFileSystemReallyDid) {
 TEST(Storage, CountsTheErrorsOfEachMedium) {
   const Files disks =
       Sys("block/sda/removable=0 block/sda/device/model=Zephon block/sdb/removable=1 block/sdb/device/model=Stick "
-          "block/loop0/removable=0 block/sr0/removable=1 block/mmcblk1/device/type=SD block/mmcblk1/device/name=SD32G");
+          "block/loop0/removable=0 block/sr0/removable=1 block/mmcblk1/device/type=SD block/mmcblk1/device/name=SD32G "
+          "block/mmcblk0rpmb/removable=0");
   const auto error = [](const std::string& disk, const std::string& op) {
     return "3,9,9,-;I/O error, dev " + disk + ", sector 2048" + op + " flags 0x0 phys_seg 1\n SUBSYSTEM=block\n";
   };
@@ -331,7 +332,9 @@ TEST(Storage, CountsTheErrorsOfEachMedium) {
   } kCases[] = {
       {"", "0 0 ?"},
       {error("sda", read) + error("sda", " op 0x1:(WRITE)") + error("sda", ""), "3 0 Zephon (sda)"},
-      {error("sda", " op 0x3:(DISCARD)") + error("sr0", read) + error("loop0", read) + error("sdc", read), "0 0 ?"},
+      {error("sda", " op 0x3:(DISCARD)") + error("sr0", read) + error("loop0", read) + error("sdc", read) +
+           error("mmcblk0rpmb", read),
+       "0 0 ?"},
       {"2,1,1,-;blk_update_request: critical medium error, dev sdb, sector 1 op 0x0:(READ) flags 0x0\n",
        "0 1 Stick (sdb)"},
       {error("sdb", read) + attached, "0 0 ?"},

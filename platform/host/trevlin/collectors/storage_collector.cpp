@@ -471,7 +471,8 @@ class StorageCollector : public Collector {
     double own = 0, removable = 0;
     bool isKnown = isLogged;
     for (const std::string& disk : ListNames(machine, kBlock)) {
-      if (disk.starts_with("sr") || disk.starts_with("fd")) continue;  // without a disc in them, too
+      // Without a disc in them, and of the area that is only for who has its key, too.
+      if (disk.starts_with("sr") || disk.starts_with("fd") || disk.ends_with("rpmb")) continue;
       const auto errors = isLogged ? LoggedErrors(disk) : CountedErrors(machine, disk);
       isKnown = isKnown || errors;
       if (errors.value_or(0) == 0) continue;
