@@ -391,6 +391,20 @@ TEST(Storage, HasErrorsWhereReadingReallyFails) {
   umount2(point.c_str(), MNT_DETACH);
 }
 
+TEST(Storage, HasNoSpaceToTellOfWhereItOnlyReads) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  const std::string point = SystemPath(set_paths::kUserPartition);
+  fs::create_directories(point);
+  for (const auto& [options, isTold] : {std::pair("size=9m", true), {"remount,bind,ro", true}, {"remount,ro", false}}) {
+    ASSERT_EQ(std::system(("mount -t tmpfs -o "s + options + " none " + point).c_str()), 0);
+    Facts facts;
+    trevlin::MakeStorageCollector()->Collect({}, facts);
+    for (const char* fact : {"storage.free_percent", "storage.free_mib", "storage.inodes_free_percent"})
+      EXPECT_EQ(facts.contains(fact), isTold) << fact << " " << options;
+  }
+}
+
 TEST(Storage, TellsWhichOtherPlaceIsAlmostFull) {
   if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);

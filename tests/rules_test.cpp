@@ -492,6 +492,8 @@ TEST_F(ShippedRules, TellOneOfTwoOnTheWayFromOneToTheOther) {
        {"storage.free_percent=9.5 storage.free_mib=560 packages.cache_mib=900", 10040001},
        {"storage.free_percent=11 storage.free_mib=660 packages.cache_mib=900", 10040001},
        {"storage.free_percent=13 storage.free_mib=780 packages.cache_mib=900", 10040006}},
+      {{"storage.free_percent=2 storage.free_mib=150 storage.inodes_free_percent=3", 10040002},
+       {"storage.free_percent=- storage.free_mib=- storage.inodes_free_percent=- storage.read_only=yes", 10040003}},
   };
   Explanations explanations;
   for (const Rule& rule : m_rules) explanations[rule.code] = rule.explains;

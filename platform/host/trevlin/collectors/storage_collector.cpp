@@ -342,7 +342,7 @@ class StorageCollector : public Collector {
     const std::vector<Mount> mounts = ReadMounts(machine);
     const Mount* const data = MountOf(mounts, DataFolder(machine));
     if (!machine.IsCaptured()) {
-      AddSpace(facts);
+      if (!data || !data->isFileSystemReadOnly) AddSpace(facts);
       AddSystemSpace(mounts, data, facts);
     }
     const Media media(machine, mounts, data);
