@@ -153,6 +153,11 @@ TEST(Collectors, TellWhatEachMachineGives) {
            "block/sdb/removable=1 block/sdb/sdb1/partition=1 fs/ext4/sda1/errors_count=2 "
            "fs/ext4/sdb1/errors_count=40"),
        "storage.pre_eol=yes storage.wear_percent=40 storage.fs_errors=2"},
+      {"container on a disk of subvolumes, as Btrfs has them",
+       {{"/.dockerenv", ""},
+        {"/proc/self/mounts", "/dev/sda2 / btrfs rw,subvol=/x 0 0\n/dev/sda2 /etc/hostname btrfs rw,subvol=/@ 0 0\n"},
+        {"/proc/cpuinfo", "processor\t: 0\n"}},
+       "machine.kind=container"},
       {"container, whose machine ran out of memory",
        {{"/.dockerenv", ""},
         {"/proc/self/mounts", "overlay / overlay rw,relatime 0 0\n/dev/vda /etc/hosts ext4 rw 0 0\n"},
