@@ -692,26 +692,28 @@ TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
 TEST(Clock, AsksSystemdForTheTimeService) {
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  std::string units;
+  std::string units, asked;
   const auto isOff = [] {
     Facts facts;
     trevlin::MakeClockCollector()->Collect({}, facts);
     return Told(facts["clock.time_service_off"]);
   };
   EXPECT_EQ(isOff(), "?");
-  const PlayedService systemd(bus, "org.freedesktop.systemd1", [&units](GDBusMessage* call) {
+  const PlayedService systemd(bus, "org.freedesktop.systemd1", [&](GDBusMessage* call) {
+    asked = CText(g_variant_print(g_dbus_message_get_body(call), FALSE)).get();
     GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
     g_dbus_message_set_body(reply, g_variant_new_parsed(("(@a(ssssssouso) [" + units + "],)").c_str()));
     return reply;
   });
-  const auto unit = [](const std::string& state, int job = 0) {
-    return "('x.service', '', " + state + ", '', '', '/a', " + std::to_string(job) + ", '', '/')";
+  const auto unit = [](const std::string& state, int job = 0, const std::string& name = "x") {
+    return "('" + name + ".service', '', " + state + ", '', '', '/a', " + std::to_string(job) + ", '', '/')";
   };
   const std::pair<std::string, const char*> kCases[] = {
       {unit("'loaded', 'inactive'"), "yes"},
       {unit("'loaded', 'inactive'") + ", " + unit("'loaded', 'active'"), "no"},
       {unit("'loaded', 'inactive'", 7), "no"},
       {unit("'loaded', 'activating'"), "no"},
+      {unit("'loaded', 'inactive'", 0, "connman"), "no"},
       {unit("'loaded', 'failed'"), "no"},
       {unit("'masked', 'inactive'") + ", " + unit("'not-found', 'inactive'"), "no"},
   };
@@ -719,6 +721,7 @@ TEST(Clock, AsksSystemdForTheTimeService) {
     units = state;
     EXPECT_EQ(isOff(), expected) << state;
   }
+  EXPECT_THAT(asked, HasSubstr("'connman.service'")) << "it keeps the clock itself";
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {

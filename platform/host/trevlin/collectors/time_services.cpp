@@ -21,9 +21,12 @@ constexpr const char* kNames[] = {"systemd-timesyncd.service",
                                   "openntpd.service",
                                   "ptp4l.service",
                                   "phc2sys.service",
-                                  "timemaster.service"};
-/// These keep the clock by other means than time servers, where they are set up to; elsewhere they are not missed.
-constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service"};
+                                  "timemaster.service",
+                                  "connman.service"};
+/// These keep the clock by other means than time servers, where they are set up to, or beside their own work; elsewhere
+/// they are not missed.
+constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service",
+                                              "connman.service"};
 
 }  // namespace
 
