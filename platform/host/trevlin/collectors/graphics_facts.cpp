@@ -35,11 +35,6 @@ constexpr std::string_view kBeforeDecoders[] = {"2562", "2572", "2582", "258A", 
                                                 "2A12", "3577", "3582", "358E", "A001", "A011"};
 constexpr std::string_view kLibraries[] = {"/run/opengl-driver/lib", "/usr/lib", "/usr/lib64", "/usr/local/lib"};
 
-template <size_t kCount>
-bool IsOneOf(const std::string_view (&all)[kCount], std::string_view one) {
-  return std::find(std::begin(all), std::end(all), one) != std::end(all);
-}
-
 /// What stands behind "KEY=" in a line.
 std::string ValueOf(std::string_view text, std::string_view key) {
   for (const std::string_view line : SplitLines(text))

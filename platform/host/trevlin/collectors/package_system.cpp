@@ -25,11 +25,6 @@ constexpr std::string_view kDaemons[] = {"packagekitd", "aptd"};
 /// These hold a lock for as long as they are open, and have dpkg do the work, which holds another.
 constexpr std::string_view kWindows[] = {"aptitude", "synaptic"};
 
-template <size_t kCount>
-bool IsOneOf(const std::string_view (&all)[kCount], std::string_view one) {
-  return std::find(std::begin(all), std::end(all), one) != std::end(all);
-}
-
 /// Of "install reinstreq half-installed": what is wanted, whether it is damaged, how far it is; deb822, dpkg(1).
 bool IsWhole(std::string_view status) {
   const auto words = SplitWords(status);

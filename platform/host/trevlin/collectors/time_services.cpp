@@ -1,10 +1,10 @@
 #include "trevlin/collectors/time_services.h"
 
-#include <algorithm>
 #include <iterator>
 #include <string_view>
 
 #include "base/service_manager.h"
+#include "trevlin/collectors/readings.h"
 
 namespace trevlin {
 
@@ -37,8 +37,7 @@ std::optional<TimeServices> AskTimeServices() {
   TimeServices services;
   for (const ServiceUnit& unit : *units) {
     if (!unit.isLoaded) continue;
-    const auto* const end = std::end(kByOtherMeans);
-    services.isInstalled |= std::find(std::begin(kByOtherMeans), end, unit.name) == end;
+    services.isInstalled |= !IsOneOf(kByOtherMeans, unit.name);
     services.hasFailed |= unit.state == "failed";
     services.isRunning |= unit.hasJob || (unit.state != "failed" && unit.state != "inactive");
   }
