@@ -354,6 +354,8 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a long installation", "updates.interrupted=? updates.work_hours=1.5"},
       {"a modem or telephone leads out, with nothing in the plug for a cable", "network.link=no network.address=?"},
       {"a repository was out of reach today", "services.failed_names=dnf-makecache.service updates.list_age_days=1"},
+      {"the same with its radio off", "network.link=no network.radio_off=yes"},
+      {"the same without an adapter", "network.interface=no network.link=no"},
       {"a remote control on its charger", "input.battery_percent=5 input.battery_charging=yes"},
   };
   for (const auto& [name, changes] : machines) EXPECT_THAT(FoundWith(changes), IsEmpty()) << name;
