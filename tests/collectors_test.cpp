@@ -344,6 +344,8 @@ TEST(Storage, CountsTheErrorsOfEachMedium) {
        "0 1 Stick (sdb)"},
       {error("sdb", read) + attached, "0 0 ?"},
       {attached + error("sdb", read) + error("mmcblk1", read), "0 2 SD32G (mmcblk1), Stick (sdb)"},
+      {error("sdb", read) + "6,9,9,-;sdb: detected capacity change from 0 to 62333952\n", "0 0 ?"},
+      {error("sda", read) + "6,9,9,-;sda: detected capacity change from 62333952 to 0\n", "1 0 Zephon (sda)"},
       {error("mmcblk1", read) + "6,9,9,-;mmcblk1: mmc1:0001 SD32G 29.7 GiB\n", "0 0 ?"},
   };
   const auto told = [](Facts facts) {
