@@ -424,6 +424,17 @@ TEST(Display, TellsWhoDrawsAndDecodes) {
           {"its driver in a folder for all",
            {{pci, card("1002:731F", "amdgpu")}, {render, ""}, {"/usr/lib64/dri-nonfree/radeonsi_drv_video.so", ""}},
            "decoder_missing=no software_drawing=no"},
+          {"its driver in a folder of its interface",
+           {{pci, driven}, {render, ""}, {"/usr/lib64/va/drivers/iHD_drv_video.so", ""}},
+           "decoder_missing=no software_drawing=no"},
+          {"older cards, before those with a decoder that it drives",
+           {{pci, card("8086:27A2", "i915")},
+            {"/sys/bus/pci/devices/0000:01:00.0/uevent", card("1002:71C5", "radeon")},
+            {render, ""}},
+           "software_drawing=no"},
+          {"a later one of the same driver",
+           {{pci, card("1002:68F9", "radeon")}, {render, ""}},
+           "decoder_missing=yes software_drawing=no"},
           {"a container with its machine's /sys", {{pci, driven}}, "software_drawing=no"},
       });
 }

@@ -153,6 +153,11 @@ TEST(Collectors, TellWhatEachMachineGives) {
            "block/sdb/removable=1 block/sdb/sdb1/partition=1 fs/ext4/sda1/errors_count=2 "
            "fs/ext4/sdb1/errors_count=40"),
        "storage.pre_eol=yes storage.wear_percent=40 storage.fs_errors=2"},
+      {"container on a disk of subvolumes, as Btrfs has them",
+       {{"/.dockerenv", ""},
+        {"/proc/self/mounts", "/dev/sda2 / btrfs rw,subvol=/x 0 0\n/dev/sda2 /etc/hostname btrfs rw,subvol=/@ 0 0\n"},
+        {"/proc/cpuinfo", "processor\t: 0\n"}},
+       "machine.kind=container"},
       {"container, whose machine ran out of memory",
        {{"/.dockerenv", ""},
         {"/proc/self/mounts", "overlay / overlay rw,relatime 0 0\n/dev/vda /etc/hosts ext4 rw 0 0\n"},
@@ -320,7 +325,8 @@ TEST(Storage, HasFailedWhereAFileSystemReallyDid) {
 TEST(Storage, CountsTheErrorsOfEachMedium) {
   const Files disks =
       Sys("block/sda/removable=0 block/sda/device/model=Zephon block/sdb/removable=1 block/sdb/device/model=Stick "
-          "block/loop0/removable=0 block/sr0/removable=1 block/mmcblk1/device/type=SD block/mmcblk1/device/name=SD32G");
+          "block/loop0/removable=0 block/sr0/removable=1 block/mmcblk1/device/type=SD block/mmcblk1/device/name=SD32G "
+          "block/mmcblk0rpmb/removable=0");
   const auto error = [](const std::string& disk, const std::string& op) {
     return "3,9,9,-;I/O error, dev " + disk + ", sector 2048" + op + " flags 0x0 phys_seg 1\n SUBSYSTEM=block\n";
   };
@@ -331,11 +337,15 @@ TEST(Storage, CountsTheErrorsOfEachMedium) {
   } kCases[] = {
       {"", "0 0 ?"},
       {error("sda", read) + error("sda", " op 0x1:(WRITE)") + error("sda", ""), "3 0 Zephon (sda)"},
-      {error("sda", " op 0x3:(DISCARD)") + error("sr0", read) + error("loop0", read) + error("sdc", read), "0 0 ?"},
+      {error("sda", " op 0x3:(DISCARD)") + error("sr0", read) + error("loop0", read) + error("sdc", read) +
+           error("mmcblk0rpmb", read),
+       "0 0 ?"},
       {"2,1,1,-;blk_update_request: critical medium error, dev sdb, sector 1 op 0x0:(READ) flags 0x0\n",
        "0 1 Stick (sdb)"},
       {error("sdb", read) + attached, "0 0 ?"},
       {attached + error("sdb", read) + error("mmcblk1", read), "0 2 SD32G (mmcblk1), Stick (sdb)"},
+      {error("sdb", read) + "6,9,9,-;sdb: detected capacity change from 0 to 62333952\n", "0 0 ?"},
+      {error("sda", read) + "6,9,9,-;sda: detected capacity change from 62333952 to 0\n", "1 0 Zephon (sda)"},
       {error("mmcblk1", read) + "6,9,9,-;mmcblk1: mmc1:0001 SD32G 29.7 GiB\n", "0 0 ?"},
   };
   const auto told = [](Facts facts) {
@@ -386,6 +396,20 @@ TEST(Storage, HasErrorsWhereReadingReallyFails) {
   for (const char* place : {"9000", "11000", "13000"}) EXPECT_NE(std::system((read + place + " 2>&1").c_str()), 0);
   EXPECT_GE(errors(), before + 3);
   umount2(point.c_str(), MNT_DETACH);
+}
+
+TEST(Storage, HasNoSpaceToTellOfWhereItOnlyReads) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
+  const std::string point = SystemPath(set_paths::kUserPartition);
+  fs::create_directories(point);
+  for (const auto& [options, isTold] : {std::pair("size=9m", true), {"remount,bind,ro", true}, {"remount,ro", false}}) {
+    ASSERT_EQ(std::system(("mount -t tmpfs -o "s + options + " none " + point).c_str()), 0);
+    Facts facts;
+    trevlin::MakeStorageCollector()->Collect({}, facts);
+    for (const char* fact : {"storage.free_percent", "storage.free_mib", "storage.inodes_free_percent"})
+      EXPECT_EQ(facts.contains(fact), isTold) << fact << " " << options;
+  }
 }
 
 TEST(Storage, TellsWhichOtherPlaceIsAlmostFull) {
@@ -621,6 +645,10 @@ TEST(Services, AskTheManagersForWhatFailsOrIsRestartedForEver) {
       {{{"tuner.service", {"activating", "auto-restart", 5}}},
        {{"mixer.service", {"failed", "failed", 0}}},
        "1 tuner.service, mixer.service"},
+      {{{"NetworkManager-wait-online.service", {"failed", "failed", 0}},
+        {"systemd-networkd-wait-online@eth0.service", {"failed", "failed", 0}}},
+       {},
+       "0 , "},
       {{}, {}, "0 , "},
   };
   for (const auto& step : steps) {
@@ -652,35 +680,42 @@ TEST(Services, ThatRunForSecondsOnlyAreFoundByTheirProcess) {
         {groups + "empty.service/cgroup.procs", ""}},
        {"newest.service", "new.service"}},
       {{{older + "new.service/cgroup.procs", "8\n"}}, {"new.service"}},
+      {{{groups + "system-net.slice/net@eth0.service/cgroup.procs", "8\n"},
+        {groups + "new.service/cgroup.procs", "9\n"},
+        {groups + "system-getty.slice/getty@tty1.service/cgroup.procs", "9\n"},
+        {groups + "system-serial\\x2dgetty.slice/serial-getty@ttyS0.service/cgroup.procs", "9\n"}},
+       {"new.service", "net@eth0.service"}},
       {{{older + "new.service/cgroup.procs", "8\n"}, {"/proc/uptime", "119 1\n"}}, {}},
   };
   for (const auto& [files, names] : cases)
-    EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), {"system.slice"}, 60s), names);
+    EXPECT_EQ(trevlin::YoungServices(CapturedMachine(With(processes, files)).Get(), "system.slice", 60s), names);
 }
 
 TEST(Clock, AsksSystemdForTheTimeService) {
   const TestBus bus;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address(), 1);
-  std::string units;
+  std::string units, asked;
   const auto isOff = [] {
     Facts facts;
     trevlin::MakeClockCollector()->Collect({}, facts);
     return Told(facts["clock.time_service_off"]);
   };
   EXPECT_EQ(isOff(), "?");
-  const PlayedService systemd(bus, "org.freedesktop.systemd1", [&units](GDBusMessage* call) {
+  const PlayedService systemd(bus, "org.freedesktop.systemd1", [&](GDBusMessage* call) {
+    asked = CText(g_variant_print(g_dbus_message_get_body(call), FALSE)).get();
     GDBusMessage* const reply = g_dbus_message_new_method_reply(call);
     g_dbus_message_set_body(reply, g_variant_new_parsed(("(@a(ssssssouso) [" + units + "],)").c_str()));
     return reply;
   });
-  const auto unit = [](const std::string& state, int job = 0) {
-    return "('x.service', '', " + state + ", '', '', '/a', " + std::to_string(job) + ", '', '/')";
+  const auto unit = [](const std::string& state, int job = 0, const std::string& name = "x") {
+    return "('" + name + ".service', '', " + state + ", '', '', '/a', " + std::to_string(job) + ", '', '/')";
   };
   const std::pair<std::string, const char*> kCases[] = {
       {unit("'loaded', 'inactive'"), "yes"},
       {unit("'loaded', 'inactive'") + ", " + unit("'loaded', 'active'"), "no"},
       {unit("'loaded', 'inactive'", 7), "no"},
       {unit("'loaded', 'activating'"), "no"},
+      {unit("'loaded', 'inactive'", 0, "connman"), "no"},
       {unit("'loaded', 'failed'"), "no"},
       {unit("'masked', 'inactive'") + ", " + unit("'not-found', 'inactive'"), "no"},
   };
@@ -688,6 +723,7 @@ TEST(Clock, AsksSystemdForTheTimeService) {
     units = state;
     EXPECT_EQ(isOff(), expected) << state;
   }
+  EXPECT_THAT(asked, HasSubstr("'connman.service'")) << "it keeps the clock itself";
 }
 
 TEST(Storage, AskTheDiskServiceForFailingDrives) {

@@ -157,27 +157,32 @@ TEST_F(Network, ARouterThatIsGoneIsToldWhateverTheKernelRemembers) {
   }
 }
 
+/// A server of this machine: without the Internet it knows itself.
+std::optional<uint8_t> KnowsItself(const PlayedQuestion& question) {
+  return question.name == "localhost" ? std::optional(kThere) : std::nullopt;
+}
+
 // Who may not have the kernel ask again cannot tell a router that is gone from one that answers nothing, unless the
 // kernel asks, or nothing comes through.
 TEST_F(Network, WithoutPrivilegeARouterIsToldAsFarAsItCanBe) {
   const struct {
     const char* state;
     const char* router;
-    bool areNamesAnswered;
+    std::optional<uint8_t> (*names)(const PlayedQuestion&);
     bool mayEcho;
     const char* told;
   } cases[] = {
-      {"stale", kWell, true, false, "yes"},      // it refuses
-      {"reachable", kWell, true, false, "yes"},  // it refuses
-      {"stale", kMute, true, false, "?"},       {"stale", kGone, true, false, "?"},
-      {"stale", kGone, false, false, "no"},     {"stale", kGone, true, true, "?"},
-      {"none", kMute, true, false, "yes"},      {"failed", kMute, true, false, "yes"},
-      {"failed", kGone, true, false, "no"},
+      {"stale", kWell, Works, false, "yes"},      // it refuses
+      {"reachable", kWell, Works, false, "yes"},  // it refuses
+      {"stale", kMute, Works, false, "?"},       {"stale", kGone, Works, false, "?"},
+      {"stale", kGone, IsSilent, false, "no"},   {"stale", kGone, KnowsItself, false, "no"},
+      {"stale", kGone, Works, true, "?"},        {"none", kMute, Works, false, "yes"},
+      {"failed", kMute, Works, false, "yes"},    {"failed", kGone, Works, false, "no"},
   };
   m_network.AtRouter(kSink);
   for (const auto& each : cases) {
     SCOPED_TRACE(each.state + " "s + each.router + (each.mayEcho ? ", echo" : ""));
-    const PlayedNameServer local("127.0.0.1", each.areNamesAnswered ? Works : IsSilent);
+    const PlayedNameServer local("127.0.0.1", each.names);
     Shell("echo '"s + (each.mayEcho ? "0 2147483647" : "1 0") + "' > /proc/sys/net/ipv4/ping_group_range");
     m_network.AtRouter(kWell);
     m_network.SetNeighbour(each.state);
@@ -264,9 +269,6 @@ TEST_F(Network, NamesAreAskedOfAllServersBesideEachOther) {
 // The page of the owner tells for sure; the random label, the root, and what a server knows by itself tell the rest.
 TEST_F(Network, TheInternetIsTheirsWhoseAnswersComeFromThere) {
   const auto always = [](uint8_t code) { return [code](const PlayedQuestion&) { return std::optional(code); }; };
-  const PlayedNameServer::Answer cutOff = [](const PlayedQuestion& question) -> std::optional<uint8_t> {
-    return question.name == "localhost" ? std::optional(kThere) : std::nullopt;
-  };
   const auto fails = [](const PlayedQuestion& question) {
     return question.name == "localhost" ? kThere : kServerFails;
   };
@@ -279,7 +281,7 @@ TEST_F(Network, TheInternetIsTheirsWhoseAnswersComeFromThere) {
     std::string page, answer, told;
   } cases[] = {
       {"names are new", Works, none, none, "yes sign_in_page= name_resolution=yes"},
-      {"a server that works for all it knows", cutOff, none, none, "no sign_in_page= name_resolution=no"},
+      {"a server that works for all it knows", KnowsItself, none, none, "no sign_in_page= name_resolution=no"},
       {"a server that fails for the rest", fails, none, none, "no sign_in_page= name_resolution=no"},
       {"no such name, whatever it is", always(kNoSuchName), none, none, "no sign_in_page= name_resolution=yes"},
       {"silence", IsSilent, none, none, "? sign_in_page= name_resolution=no"},

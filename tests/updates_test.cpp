@@ -33,12 +33,12 @@ void Link(const CapturedMachine& machine, const std::string& path, const std::st
   fs::create_symlink(target, machine.Get().Path(path));
 }
 
-/// The line of /proc/locks for a lock on the file by process 77.
-std::string Lock(const CapturedMachine& machine, const std::string& path, const char* kind) {
+/// The line of /proc/locks for a lock on the file by a process.
+std::string Lock(const CapturedMachine& machine, const std::string& path, const char* kind, int process = 77) {
   struct stat file {};
   stat(machine.Get().Path(path).c_str(), &file);
   char line[128];
-  std::snprintf(line, sizeof line, "1: POSIX  ADVISORY  %s 77 %02x:%02x:%lu 0 EOF\n", kind, major(file.st_dev),
+  std::snprintf(line, sizeof line, "1: POSIX  ADVISORY  %s %d %02x:%02x:%lu 0 EOF\n", kind, process, major(file.st_dev),
                 minor(file.st_dev), file.st_ino);
   return line;
 }
@@ -52,8 +52,11 @@ TEST(Updates, TellWhatDpkgDidNotFinish) {
       {"Package: a\nStatus: hold ok installed\n", "0 ?"},
   };
   const auto collector = trevlin::MakeUpdatesCollector();
-  const CapturedMachine machine(
-      {{"/var/lib/dpkg/lock", ""}, {"/proc/77/comm", "apt-get\n"}, {"/proc/uptime", "36100 1"}});
+  const CapturedMachine machine({{"/var/lib/dpkg/lock", ""},
+                                 {"/var/lib/dpkg/lock-frontend", ""},
+                                 {"/proc/77/comm", "apt-get\n"},
+                                 {"/proc/78/comm", "dpkg\n"},
+                                 {"/proc/uptime", "36100 1"}});
   const auto told = [&] {
     return Tell(machine.Collect(*collector), {"interrupted", "interrupted_name", "work_hours"});
   };
@@ -73,6 +76,14 @@ TEST(Updates, TellWhatDpkgDidNotFinish) {
   EXPECT_EQ(told(), "? ? 10");
   machine.Write({{"/proc/77/comm", "packagekitd\n"}});
   EXPECT_EQ(told(), "? ? ?") << "a daemon was there before";
+  for (const char* program : {"synaptic", "aptitude"}) {
+    machine.Write({{"/proc/77/comm", program}, {"/proc/78/stat", stat}});
+    const std::string open = Lock(machine, "/var/lib/dpkg/lock-frontend", "WRITE");
+    machine.Write({{"/proc/locks", open}});
+    EXPECT_EQ(told(), "? ? 0") << program << " is open";
+    machine.Write({{"/proc/locks", open + Lock(machine, "/var/lib/dpkg/lock", "WRITE", 78)}});
+    EXPECT_EQ(told(), "? ? 10") << program << " installs";
+  }
 }
 
 TEST(Updates, TellWhatTheMachineDoesByItself) {

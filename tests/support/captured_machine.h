@@ -78,6 +78,8 @@ inline trevlin::Facts FactsOf(const std::string& text) {
       fact = value == "yes";
     else if (!value.empty() && *end == '\0')
       fact = number;
+    else if (value == "-")
+      fact = trevlin::Absent{};
     else if (value != "?")
       fact = value;
   }

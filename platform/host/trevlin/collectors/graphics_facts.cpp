@@ -11,6 +11,7 @@ namespace {
 
 struct Card {
   std::string maker;   // "8086"
+  std::string model;   // "3E92"
   std::string driver;  // empty: none
 };
 
@@ -28,12 +29,11 @@ constexpr struct {
     {"i915", "i965_drv_video.so"},       {"radeon", "r600_drv_video.so"}, {"radeon", "radeonsi_drv_video.so"},
     {"xe", "iHD_drv_video.so"},
 };
+/// Cards that the kernel's driver i915 has, too, from before there were decoders with a driver (made until 2007).
+constexpr std::string_view kBeforeDecoders[] = {"2562", "2572", "2582", "258A", "2592", "2772", "27A2", "27AE",
+                                                "2972", "2982", "2992", "29A2", "29B2", "29C2", "29D2", "2A02",
+                                                "2A12", "3577", "3582", "358E", "A001", "A011"};
 constexpr std::string_view kLibraries[] = {"/run/opengl-driver/lib", "/usr/lib", "/usr/lib64", "/usr/local/lib"};
-
-template <size_t kCount>
-bool IsOneOf(const std::string_view (&all)[kCount], std::string_view one) {
-  return std::find(std::begin(all), std::end(all), one) != std::end(all);
-}
 
 /// What stands behind "KEY=" in a line.
 std::string ValueOf(std::string_view text, std::string_view key) {
@@ -49,7 +49,8 @@ std::vector<Card> ReadCards(const Machine& machine) {
     const std::string about = ReadText(machine, folder + name + "/uevent").value_or("");
     const std::string kind = ValueOf(about, "PCI_CLASS=");  // hexadecimal, without zeros before it: display is 3xxxx
     if (kind.size() != 5 || kind[0] != '3') continue;
-    cards.push_back({ValueOf(about, "PCI_ID=").substr(0, 4), ValueOf(about, "DRIVER=")});
+    const std::string id = ValueOf(about, "PCI_ID=");  // "8086:3E92"
+    if (id.size() == 9) cards.push_back({id.substr(0, 4), id.substr(5), ValueOf(about, "DRIVER=")});
   }
   return cards;
 }
@@ -59,8 +60,9 @@ bool HasRenderNode(const Machine& machine) {
   return std::any_of(names.begin(), names.end(), [](const auto& name) { return name.starts_with("renderD"); });
 }
 
-/// The names in the folders of drivers below the folder of libraries: dri, or dri-nonfree.
+/// The names in the folders of drivers below the folder of libraries: dri, or dri-nonfree; va/drivers.
 void AddInstalled(const Machine& machine, const std::string& libraries, std::set<std::string>& found) {
+  for (std::string& driver : ListNames(machine, libraries + "/va/drivers")) found.insert(std::move(driver));
   for (const std::string& name : ListNames(machine, libraries)) {
     if (name != "dri" && !name.starts_with("dri-")) continue;
     for (std::string& driver : ListNames(machine, libraries + "/" + name)) found.insert(std::move(driver));
@@ -78,13 +80,19 @@ std::set<std::string> InstalledDecoders(const Machine& machine) {
   return found;
 }
 
+/// Of those of `radeon` the ones with a decoder are 66xx to 68xx, and 94xx and later.
+bool MayDecode(const Card& card) {
+  if (card.driver == "radeon") return card.model.starts_with('6') || card.model.starts_with('9');
+  return card.driver != "i915" || !IsOneOf(kBeforeDecoders, card.model);
+}
+
 /// Unknown without a card that has a decoder.
 std::optional<bool> LacksDecoder(const Machine& machine, const std::vector<Card>& cards) {
   std::optional<bool> lacks;
   std::set<std::string> installed;
   for (const Card& card : cards)
     for (const auto& decoder : kDecoders) {
-      if (decoder.kernel != card.driver) continue;
+      if (decoder.kernel != card.driver || !MayDecode(card)) continue;
       if (!lacks) installed = InstalledDecoders(machine);
       lacks = lacks.value_or(true) && !installed.contains(std::string(decoder.installed));
     }

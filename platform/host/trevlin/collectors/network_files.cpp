@@ -205,8 +205,7 @@ bool HasOwnNameServer(const Machine& machine) {
     const auto text = ReadText(machine, file);
     for (const std::string_view line : SplitLines(text ? *text : std::string_view())) {
       const auto words = SplitWords(line);
-      if (words.size() > 1 && std::find(std::begin(kAddresses), std::end(kAddresses), words[1]) != std::end(kAddresses))
-        return true;
+      if (words.size() > 1 && IsOneOf(kAddresses, words[1])) return true;
     }
   }
   return false;

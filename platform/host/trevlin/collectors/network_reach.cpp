@@ -46,8 +46,9 @@ std::optional<bool> IsGatewayReachable(const NetworkAnswers& answers, const Gate
   if (answers.page == PageAnswer::kReached || answers.page == PageAnswer::kOther) return true;
   if (std::find(heard.begin(), heard.end(), gateway.address) != heard.end()) return true;
   if (std::any_of(heard.begin(), heard.end(), IsBeyondRouter)) return true;
-  const bool isNothingHeard = answers.names.resolve == false && heard.empty();
-  return answers.router == RouterAnswer::kSilent && isNothingHeard ? std::optional(false) : std::nullopt;
+  // A server of this machine is heard without any network.
+  const bool isCutOff = answers.names.resolve == false && std::all_of(heard.begin(), heard.end(), IsLoopback);
+  return answers.router == RouterAnswer::kSilent && isCutOff ? std::optional(false) : std::nullopt;
 }
 
 void AddAsked(Facts& facts, std::string_view name, const std::optional<bool>& value) {

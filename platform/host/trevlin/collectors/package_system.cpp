@@ -22,6 +22,8 @@ constexpr std::string_view kLocks[] = {"/var/lib/dpkg/lock-frontend", "/var/lib/
                                        "/var/lib/apt/lists/lock",     "/var/cache/apt/archives/lock",
                                        "/var/lib/rpm/.rpm.lock",      "/usr/lib/sysimage/rpm/.rpm.lock"};
 constexpr std::string_view kDaemons[] = {"packagekitd", "aptd"};
+/// These hold a lock for as long as they are open, and have dpkg do the work, which holds another.
+constexpr std::string_view kWindows[] = {"aptitude", "synaptic"};
 
 /// Of "install reinstreq half-installed": what is wanted, whether it is damaged, how far it is; deb822, dpkg(1).
 bool IsWhole(std::string_view status) {
@@ -108,6 +110,7 @@ std::optional<Interrupted> PackageRecords::Read(const Machine& machine) {
 std::optional<PackageWorker> FindPackageWorker(const Machine& machine) {
   const std::string locks = ReadText(machine, "/proc/locks").value_or("");
   const auto lines = SplitLines(locks);
+  std::optional<PackageWorker> window;
   for (const std::string_view path : kLocks) {
     struct stat file;
     if (stat(machine.Path(path).c_str(), &file) != 0) continue;
@@ -115,12 +118,15 @@ std::optional<PackageWorker> FindPackageWorker(const Machine& machine) {
       const auto words = SplitWords(line);
       if (!IsOf(words, file)) continue;
       PackageWorker worker{ReadLine(machine, ProcessFile(words[4], "comm")).value_or("?"), {}};
-      if (std::find(std::begin(kDaemons), std::end(kDaemons), worker.program) == std::end(kDaemons))
-        worker.hours = HoursOf(machine, words[4]);
+      if (IsOneOf(kWindows, worker.program)) {
+        window = {worker.program, 0};
+        continue;
+      }
+      if (!IsOneOf(kDaemons, worker.program)) worker.hours = HoursOf(machine, words[4]);
       return worker;
     }
   }
-  return std::nullopt;
+  return window;
 }
 
 std::optional<double> DaysSinceRefresh(const Machine& machine) {

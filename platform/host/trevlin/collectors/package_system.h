@@ -33,7 +33,9 @@ class PackageRecords {
 /// Who works on the installed software right now.
 struct PackageWorker {
   std::string program;
-  std::optional<double> hours;  ///< how long it has been running; nothing of a daemon, which does other things before
+  /// How long it has been running; nothing of a daemon, which does other things before; 0 of a program that is only
+  /// open.
+  std::optional<double> hours;
 };
 
 /// The one that holds a lock of dpkg, apt or rpm; nothing where none is held, or another user's cannot be seen.

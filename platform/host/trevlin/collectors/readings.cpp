@@ -110,12 +110,18 @@ FdHandle LockReadings() {
   return lock;
 }
 
-/// Whether the root folder is a disk's: "/dev/vda / ext4 rw,relatime 0 0".
+/// Whether the root folder is a disk's of its own: "/dev/vda / ext4 rw,relatime 0 0". A container's may be a part of
+/// its machine's disk; it then has its name mounted, too.
 bool IsOnDisk(const Machine& machine) {
   const std::string mounts = ReadText(machine, "/proc/self/mounts").value_or("");
-  for (const std::string_view line : SplitLines(mounts))
-    if (const auto words = SplitWords(line); words.size() > 2 && words[1] == "/") return words[0].starts_with("/dev/");
-  return false;
+  bool isOnDisk = false;
+  for (const std::string_view line : SplitLines(mounts)) {
+    const auto words = SplitWords(line);
+    if (words.size() < 3) continue;
+    if (words[1] == "/etc/hostname") return false;
+    if (words[1] == "/") isOnDisk = words[0].starts_with("/dev/");
+  }
+  return isOnDisk;
 }
 
 }  // namespace

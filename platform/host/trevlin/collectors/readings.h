@@ -7,8 +7,10 @@
 ///
 /// Thread rule: callable from any thread.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,6 +53,12 @@ std::vector<std::string_view> SplitWords(std::string_view line);
 /// The number behind `key` in a list as /proc/meminfo ("MemFree:   1024 kB") and /proc/vmstat ("oom_kill 2") are;
 /// nothing when it is negative.
 std::optional<double> FindNumber(std::string_view list, std::string_view key);
+
+/// Whether it is one of a table.
+template <size_t kCount>
+bool IsOneOf(const std::string_view (&all)[kCount], std::string_view one) {
+  return std::find(std::begin(all), std::end(all), one) != std::end(all);
+}
 
 /// Whether this is a container, which has the files of the machine below it in /proc and /sys. False where no sign of
 /// one is found.

@@ -37,7 +37,7 @@ struct Whom {
   std::string_view names;     ///< the fact
   std::string_view count;     ///< the fact; may be empty
   std::string_view counters;  ///< begins the names of the histories
-  std::vector<std::string> groups;
+  std::string group;
 };
 
 /// Services that systemd may be starting again and again: it never gives up on those that end seldom enough.
@@ -49,7 +49,7 @@ std::vector<std::string> Suspects(const Machine& machine, const Whom& whom, cons
   };
   for (const ServiceUnit& unit : units)
     if (unit.IsAboutToRestart()) add(unit.name);
-  for (const std::string& name : YoungServices(machine, whom.groups, kYoung)) add(name);
+  for (const std::string& name : YoungServices(machine, whom.group, kYoung)) add(name);
   return names;
 }
 
@@ -57,6 +57,12 @@ bool IsRestartedForEver(const Machine& machine, const Whom& whom, ServiceManager
   const double restarts = manager.Restarts(service).value_or(0);
   return restarts > 0 &&
          RiseWithin(machine, std::string(whom.counters) + service, restarts, kLoopWindow).value_or(0) >= kLoopRestarts;
+}
+
+/// What only waits for the network at the start has failed where there was none, and stays so: the network's own facts
+/// tell of that.
+bool WaitsForNetwork(std::string_view service) {
+  return service.find("-wait-online.") != service.npos || service.find("-wait-online@") != service.npos;
 }
 
 /// Nothing without systemd.
@@ -70,7 +76,7 @@ void AddFailed(const Machine& machine, const Whom& whom, Facts& facts) {
   }
   std::set<std::string> names;
   for (const ServiceUnit& unit : *units)
-    if (unit.state == "failed") names.insert(unit.name);
+    if (unit.state == "failed" && !WaitsForNetwork(unit.name)) names.insert(unit.name);
   for (const std::string& name : Suspects(machine, whom, *units))
     if (IsRestartedForEver(machine, whom, manager, name)) names.insert(name);
   std::string text;
@@ -164,9 +170,9 @@ class ServicesCollector : public Collector {
   void Collect(const Machine& machine, Facts& facts) override {
     AddCrashes(machine, facts);
     if (machine.IsCaptured()) return;
-    AddFailed(machine, {ServicesOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroups()},
+    AddFailed(machine, {ServicesOf::kMachine, "services.failed_names", "services.failed", "restarts-", MachineGroup()},
               facts);
-    AddFailed(machine, {ServicesOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroups()}, facts);
+    AddFailed(machine, {ServicesOf::kUser, "services.user_failed_names", "", "user-restarts-", UserGroup()}, facts);
   }
 
  private:

@@ -266,7 +266,7 @@ bool LookForFailingDrives(std::set<std::string>& failing, std::optional<bool>& a
   return true;
 }
 
-/// The errors of reading and writing that the kernel's log has of each disk since it was attached.
+/// The errors of reading and writing that the kernel's log has of each disk since it was attached, or has its medium.
 class ErrorLog {
  public:
   /// Reads on. False where the log may not be read.
@@ -284,6 +284,9 @@ class ErrorLog {
         close != std::string_view::npos && open < close)
       m_errors.erase(std::string(text.substr(open + 1, close - open - 1)));
     if (const size_t colon = text.find(": mmc"); text.starts_with("mmcblk") && colon != std::string_view::npos)
+      m_errors.erase(std::string(text.substr(0, colon)));
+    // "loop0: detected capacity change from 0 to 8192": another medium in it. One that fails changes to 0.
+    if (const size_t colon = text.find(": detected capacity change from 0 to "); colon != std::string_view::npos)
       m_errors.erase(std::string(text.substr(0, colon)));
     // "I/O error, dev sda, sector 2048 op 0x0:(READ) flags 0x0"; what a disk need not understand is no fault of it.
     constexpr std::string_view kErrors[] = {"I/O error, dev ", "critical medium error, dev "};
@@ -342,7 +345,7 @@ class StorageCollector : public Collector {
     const std::vector<Mount> mounts = ReadMounts(machine);
     const Mount* const data = MountOf(mounts, DataFolder(machine));
     if (!machine.IsCaptured()) {
-      AddSpace(facts);
+      if (!data || !data->isFileSystemReadOnly) AddSpace(facts);
       AddSystemSpace(mounts, data, facts);
     }
     const Media media(machine, mounts, data);
@@ -471,7 +474,8 @@ class StorageCollector : public Collector {
     double own = 0, removable = 0;
     bool isKnown = isLogged;
     for (const std::string& disk : ListNames(machine, kBlock)) {
-      if (disk.starts_with("sr") || disk.starts_with("fd")) continue;  // without a disc in them, too
+      // Without a disc in them, and of the area that is only for who has its key, too.
+      if (disk.starts_with("sr") || disk.starts_with("fd") || disk.ends_with("rpmb")) continue;
       const auto errors = isLogged ? LoggedErrors(disk) : CountedErrors(machine, disk);
       isKnown = isKnown || errors;
       if (errors.value_or(0) == 0) continue;

@@ -1,10 +1,10 @@
 #include "trevlin/collectors/time_services.h"
 
-#include <algorithm>
 #include <iterator>
 #include <string_view>
 
 #include "base/service_manager.h"
+#include "trevlin/collectors/readings.h"
 
 namespace trevlin {
 
@@ -21,9 +21,12 @@ constexpr const char* kNames[] = {"systemd-timesyncd.service",
                                   "openntpd.service",
                                   "ptp4l.service",
                                   "phc2sys.service",
-                                  "timemaster.service"};
-/// These keep the clock by other means than time servers, where they are set up to; elsewhere they are not missed.
-constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service"};
+                                  "timemaster.service",
+                                  "connman.service"};
+/// These keep the clock by other means than time servers, where they are set up to, or beside their own work; elsewhere
+/// they are not missed.
+constexpr std::string_view kByOtherMeans[] = {"ptp4l.service", "phc2sys.service", "timemaster.service",
+                                              "connman.service"};
 
 }  // namespace
 
@@ -34,8 +37,7 @@ std::optional<TimeServices> AskTimeServices() {
   TimeServices services;
   for (const ServiceUnit& unit : *units) {
     if (!unit.isLoaded) continue;
-    const auto* const end = std::end(kByOtherMeans);
-    services.isInstalled |= std::find(std::begin(kByOtherMeans), end, unit.name) == end;
+    services.isInstalled |= !IsOneOf(kByOtherMeans, unit.name);
     services.hasFailed |= unit.state == "failed";
     services.isRunning |= unit.hasJob || (unit.state != "failed" && unit.state != "inactive");
   }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <functional>
 #include <map>
 
 #include "trevlin/collectors/readings.h"
@@ -24,37 +25,48 @@ std::optional<double> StartOf(const Machine& machine, std::string_view process) 
   return ticks ? std::optional(*ticks / static_cast<double>(sysconf(_SC_CLK_TCK))) : std::nullopt;
 }
 
+/// A login at a terminal is begun anew after each.
+bool IsLogin(std::string_view service) {
+  return service.find("getty@") != service.npos;
+}
+
+/// Calls `take` with the name and the folder of each service in a group and in the groups below it: those of one
+/// template ("net@eth0.service") are in one of their own.
+void ForEachService(const Machine& machine, const std::string& group,
+                    const std::function<void(const std::string&, const std::string&)>& take) {
+  for (const std::string& name : ListNames(machine, group)) {
+    const std::string folder = group + "/" + name;
+    if (name.ends_with(".slice")) ForEachService(machine, folder, take);
+    if (name.ends_with(".service")) take(name, folder);
+  }
+}
+
 }  // namespace
 
-std::vector<std::string> YoungServices(const Machine& machine, const std::vector<std::string>& groups,
-                                       std::chrono::seconds within) {
+std::vector<std::string> YoungServices(const Machine& machine, const std::string& group, std::chrono::seconds within) {
   const auto now = SecondsSinceStart(machine);
   const auto young = static_cast<double>(within.count());
   if (!now || *now < 2 * young) return {};
   std::multimap<double, std::string> byAge;
   for (const std::string_view root : kRoots)
-    for (const std::string& group : groups) {
-      const std::string folder = std::string(root) + group;
-      for (const std::string& name : ListNames(machine, folder)) {
-        if (!name.ends_with(".service")) continue;
-        const auto process = ReadLine(machine, folder + "/" + name + "/cgroup.procs");
-        const auto start = process ? StartOf(machine, *process) : std::nullopt;
-        if (start && *now - *start < young) byAge.emplace(*now - *start, name);
-      }
-    }
+    ForEachService(machine, std::string(root) + group, [&](const std::string& name, const std::string& folder) {
+      if (IsLogin(name)) return;
+      const auto process = ReadLine(machine, folder + "/cgroup.procs");
+      const auto start = process ? StartOf(machine, *process) : std::nullopt;
+      if (start && *now - *start < young) byAge.emplace(*now - *start, name);
+    });
   std::vector<std::string> names;
   for (const auto& [age, name] : byAge) names.push_back(name);
   return names;
 }
 
-std::vector<std::string> MachineGroups() {
-  return {"system.slice"};
+std::string MachineGroup() {
+  return "system.slice";
 }
 
-std::vector<std::string> UserGroups() {
+std::string UserGroup() {
   const std::string user = std::to_string(getuid());
-  const std::string manager = "user.slice/user-" + user + ".slice/user@" + user + ".service";
-  return {manager, manager + "/session.slice", manager + "/app.slice"};
+  return "user.slice/user-" + user + ".slice/user@" + user + ".service";
 }
 
 }  // namespace trevlin
