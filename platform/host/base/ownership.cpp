@@ -12,10 +12,11 @@
 #include <ctime>
 #include <future>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
-#include <utility>
 
 #include "base/state.h"
 #include "set_paths.h"
@@ -36,13 +37,19 @@ struct Look {
   }
 };
 
+Owner OwnerOf(const std::string& folder) {
+  struct stat status;
+  return stat(folder.c_str(), &status) == 0 ? Owner(status) : std::nullopt;
+}
+
 Look Begin(const std::string& folder) {
-  std::promise<Owner> found;
-  const Look look{std::chrono::steady_clock::now() + std::chrono::seconds(1), found.get_future().share()};
-  std::thread([folder, found = std::move(found)]() mutable {
-    struct stat status;
-    found.set_value(stat(folder.c_str(), &status) == 0 ? Owner(status) : std::nullopt);
-  }).detach();
+  const auto found = std::make_shared<std::promise<Owner>>();
+  const Look look{std::chrono::steady_clock::now() + std::chrono::seconds(1), found->get_future().share()};
+  try {
+    std::thread([folder, found] { found->set_value(OwnerOf(folder)); }).detach();
+  } catch (const std::system_error&) {  // no thread can be had
+    found->set_value(OwnerOf(folder));
+  }
   return look;
 }
 

@@ -29,6 +29,7 @@ ScheduledOff AskScheduledOff() {
 }
 
 bool CancelScheduledOff(FixProblem& problem) {
+  problem = {};
   const ScheduledOff before = AskScheduledOff();
   if (!before.hasLogind || before.isSet == false) return true;
   SystemBus bus(kReply);
