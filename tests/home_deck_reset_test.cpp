@@ -147,7 +147,7 @@ TEST_F(ResetTool, AsksWithNoInFocusAndShowsWhatIsGone) {
   EXPECT_TRUE(FocusBecomes(reset));
   EXPECT_EQ(State(), "all");
   EXPECT_THAT(StoredEvents(), HasSubstr("select_item=Reset Homedeck;status=Declined;"));
-  Press("Return Left Return");
+  Press("Return Right Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_RESET_DONE"); }));
   EXPECT_EQ(State(), "nothing");
   EXPECT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_TERMS_NOT_ACCEPTED"); }));

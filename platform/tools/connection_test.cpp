@@ -1,8 +1,10 @@
 // The connection test: how far does the network reach, and what can be done where it ends?
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "CScreenJob.h"
@@ -26,6 +28,7 @@ using QUVA::QUVA_Solution;
 constexpr const char* kStepSids[] = {"TV_SID_VEXILO_STEP_LINK",     "TV_SID_VEXILO_STEP_ADDRESS",
                                      "TV_SID_VEXILO_STEP_ROUTER",   "TV_SID_VEXILO_STEP_NAMES",
                                      "TV_SID_VEXILO_STEP_INTERNET", "TV_SID_VEXILO_STEP_TIME"};
+constexpr std::chrono::milliseconds kLeastTime(700);  // so that one sees that it was tested again
 constexpr char kIsRunning[] = "…", kIsUnknown[] = "–";
 
 /// What the solution map says of an issue. Not on the main thread: it is read first.
@@ -77,6 +80,7 @@ class ConnectionPage {
   FactsPage m_page;
   std::vector<ConnectionRow> m_rows;
   std::optional<QUVA_Solution> m_solution;  ///< for the row that failed
+  std::string m_tried;                      ///< the issue whose solution was applied before this test
   bool m_isElsewhere = false;               ///< another application was opened, in which the viewer may mend it
   QUVA::CScreenJob m_job;
   QUVA::CScreenJob m_fix;  // while it is at work, nothing is tested
@@ -88,14 +92,17 @@ void ConnectionPage::Start() {
   CUtils::Instance().m_SetMultitaskingStatus(false);
   m_isElsewhere = false;
   m_solution.reset();
+  m_tried.clear();
   m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_CONNECTION_TESTING"));
   const auto solution = std::make_shared<std::optional<QUVA_Solution>>();
   const bool isStarted = m_job.m_Start(
       [this, solution](const QUVA::CScreenJob::Control& control) {
+        const auto begin = std::chrono::steady_clock::now();
         ConnectionRun run;
         const auto show = [&] { return control.m_RunInMainLoop([&] { Show(run.Rows()); }); };
         while (run.Begin() && show()) run.Ask();
         if (run.Failed()) *solution = SolutionOf(run.Failed()->issue);
+        std::this_thread::sleep_until(begin + kLeastTime);
         show();
       },
       [this, solution] {
@@ -143,8 +150,11 @@ void ConnectionPage::End() {
   const auto failed = std::ranges::find(m_rows, StepState::kFailed, &ConnectionRow::state);
   const bool isWell = failed == m_rows.end();
   QUVA::QUVA_KPISender::GetInstance()->SendVexiloKPI(m_tool.eventItem, isWell ? "Connected" : "Not connected");
-  m_page.SetNote(isWell ? CUtils::m_GetText("TV_SID_VEXILO_CONNECTION_WORKS") : Problem(*failed));
-  if (!isWell) Explain();
+  if (isWell) return m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_CONNECTION_WORKS"));
+  const std::string tried = std::exchange(m_tried, {});
+  const bool isStillThere = m_solution && m_solution->issue_code == tried;
+  m_page.SetNote(Problem(*failed) + (isStillThere ? ": " + CUtils::m_GetText("TV_SID_VEXILO_STILL_THERE") : ""));
+  if (!isStillThere) Explain();  // else its row does
 }
 
 void ConnectionPage::OnSelect(int row) {
@@ -156,6 +166,7 @@ void ConnectionPage::OnSelect(int row) {
 void ConnectionPage::Explain() {
   const auto failed = std::ranges::find(m_rows, StepState::kFailed, &ConnectionRow::state);
   if (!m_solution && !IsService(*failed)) return;
+  m_page.DismissToast();  // what opens above it would be closed with it
   m_isElsewhere = false;  // the popup stays until the viewer has answered
   const std::string text = m_solution ? CUtils::m_GetText(QUVA::SidForDevice(m_solution->sid_sol).c_str())
                                       : CUtils::m_GetText("TV_SID_VEXILO_SERVICE_SILENT_MSG");
@@ -193,7 +204,10 @@ void ConnectionPage::EndFix(int outcome) {
   if (outcome == SOLUTION_DONE || outcome == SOLUTION_TRIED) {
     if (const std::string toast = QUVA::SolutionToast(m_solution->toast1, m_solution->toast2); !toast.empty())
       m_page.Toast(toast);
-    return Start();
+    const std::string tried = m_solution->issue_code;
+    Start();
+    m_tried = tried;
+    return;
   }
   m_page.SetNote(CUtils::m_GetText(m_solution->sid_issue.c_str()));
   m_isElsewhere = outcome == SOLUTION_OPENED;

@@ -26,10 +26,6 @@ void Dialog::AddButton(const std::string& text, std::function<void()> onClick) {
   });
 }
 
-void Dialog::FocusOn(int button) {
-  elm_flux_popup_focus_set(m_popup, button);
-}
-
 void Dialog::Dismiss() {
   if (!m_popup) return;
   CUtils::Instance().m_DropFromReturnStack();

@@ -177,7 +177,9 @@ std::vector<Fact> ConnectorFacts(const std::vector<Connector>& connectors) {
     rows.AddTitle(TitleOf(each), StateOf(each));
     if (each.isConnected != true) continue;
     const Edid edid = EdidOf(each);
-    const auto best = each.picture.best ? each.picture.best : edid.Best();
+    auto best = each.picture.best ? each.picture.best : edid.Best();
+    // What is in use is offered, be it that only another way than the EDID tells.
+    if (each.mode && best && IsBetter(*each.mode, *best)) best = each.mode;
     rows.Add("TV_SID_VEXILO_DISPLAY_PICTURE", each.mode ? ModeText(*each.mode) : "");
     rows.Add("TV_SID_VEXILO_DISPLAY_BEST", best ? ModeText(*best) : "");
     rows.Add("TV_SID_VEXILO_DISPLAY_SOUND", SoundText(edid));

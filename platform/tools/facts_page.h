@@ -35,6 +35,7 @@ class FactsPage {
   void Hide() { m_screen.m_Hide(); }
   void Show();
   /// A message in the header for some seconds.
+  void DismissToast() { m_screen.m_DismissToast(); }
   void Toast(const std::string& text);
   /// Between the rows and the buttons, for what a tool draws itself: a vertical layout, empty at first.
   Evas_Object* Area() const { return m_area; }

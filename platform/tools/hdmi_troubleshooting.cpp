@@ -1,6 +1,7 @@
 // HDMI troubleshooting: which displays are there and what they can, and a guide where one is missing.
 
 #include <algorithm>
+#include <optional>
 
 #include "CUtils.h"
 #include "display/connectors.h"
@@ -49,19 +50,20 @@ class HdmiPage {
     m_page.SetNote(CUtils::m_GetText(NoteOn(connectors)));
     m_page.SetFacts(ConnectorFacts(connectors));
     // Without a plug there is nothing to try.
-    if (connectors.empty() == m_hasGuide) {
-      m_hasGuide = !m_hasGuide;
-      if (m_hasGuide)
+    if (m_hasGuide != !connectors.empty()) {
+      m_hasGuide = !connectors.empty();
+      m_page.RemoveButtons();
+      if (*m_hasGuide)
         m_page.AddButton("TV_SID_VEXILO_HDMI_GUIDE", [this] { m_guide.Start(); });
       else
-        m_page.RemoveButtons();
+        m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
     }
     m_guide.Take(connectors);
   }
 
   FactsPage m_page;
   HdmiGuide m_guide;
-  bool m_hasGuide = false;
+  std::optional<bool> m_hasGuide;  ///< nothing before the first look
   Live m_live;
 };
 

@@ -72,12 +72,12 @@ void ResetPage::Ask() {
   const auto answer = [this](const char* status) {
     QUVA::QUVA_KPISender::GetInstance()->SendVexiloKPI(m_tool.eventItem, status);
   };
+  // The first one has the focus: never what takes something away.
+  dialog.AddButton(CUtils::m_GetText("COM_SID_NO"), [answer] { answer("Declined"); });
   dialog.AddButton(CUtils::m_GetText("COM_SID_YES"), [this, answer] {
     answer("Reset");
     Reset();
   });
-  dialog.AddButton(CUtils::m_GetText("COM_SID_NO"), [answer] { answer("Declined"); });
-  dialog.FocusOn(1);
 }
 
 // It is over in seconds, and nothing is gained by leaving it.

@@ -17,18 +17,21 @@ namespace {
 
 using QUVA::CUtils;
 
-std::vector<Fact> ReadSignal() {
+/// `hasTuner`: whether what is shown may come from one.
+std::vector<Fact> ReadSignal(bool hasTuner) {
   auto connectors = display::ReadConnectors({}).value_or(std::vector<display::Connector>());
   TakeModesOfX(connectors);
   std::vector<Fact> facts = PictureFacts(connectors);
+  if (!hasTuner) return facts;
   for (Fact& fact : TunerFacts(tv::ReadFrontends())) facts.push_back(std::move(fact));
   return facts;
 }
 
 class SignalPage {
  public:
-  explicit SignalPage(const Tool& tool)
-      : m_page(tool), m_live("drm", [this] { return [this, facts = ReadSignal()] { Show(facts); }; }) {}
+  SignalPage(const Tool& tool, bool hasTuner)
+      : m_page(tool),
+        m_live("drm", [this, hasTuner] { return [this, facts = ReadSignal(hasTuner)] { Show(facts); }; }) {}
 
  private:
   void Show(const std::vector<Fact>& facts) {
@@ -42,8 +45,10 @@ class SignalPage {
 
 }  // namespace
 
-void OpenSignalInformation(const Tool& tool, const app_framework::Extras&) {
-  new SignalPage(tool);  // for as long as the process
+void OpenSignalInformation(const Tool& tool, const app_framework::Extras& extras) {
+  // The page that is asked for where the picture comes in by HDMI.
+  const std::string* const page = extras.Find("ID");
+  new SignalPage(tool, !page || *page != "hdmi-information");  // for as long as the process
 }
 
 }  // namespace tools

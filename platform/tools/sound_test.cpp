@@ -46,9 +46,10 @@ constexpr double kLevelPeriod = 0.05;  // seconds
 constexpr double kFall = 0.06;         // of the bar, each period
 constexpr double kQuietest = 60;       // dB below full scale, where the bar begins
 constexpr double kSideWidth = 22;      // units, as the next
-constexpr double kBarWidth = 78;
+constexpr double kBarWidth = 74;
 constexpr double kBarHeight = 2;
 constexpr double kMeterGap = 2;
+constexpr double kSidesGap = 8;
 
 /// What to say of the trouble, or what to do where there is none.
 const char* NoteOf(SoundTrouble trouble) {
@@ -79,11 +80,13 @@ class Meter {
   explicit Meter(Evas_Object* area) {
     elm_flux_layout_gap_set(area, kMeterGap);
     m_title = QUVA::AddText(area, "", FLUX_FONT_600, QUVA::kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
-                            2 * (kSideWidth + kBarWidth) + 3 * kMeterGap, 0);
+                            2 * (kSideWidth + kMeterGap + kBarWidth) + kSidesGap, 0);
     Evas_Object* const row = QUVA::AddLayout(area, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, 0, 0);
-    elm_flux_layout_gap_set(row, kMeterGap);
+    elm_flux_layout_gap_set(row, kSidesGap);
+    // The sides of a room do not turn with the direction of reading.
+    if (elm_config_mirrored_get()) Add(row, "TV_SID_VEXILO_SOUND_RIGHT", m_right);
     Add(row, "TV_SID_VEXILO_SOUND_LEFT", m_left);
-    Add(row, "TV_SID_VEXILO_SOUND_RIGHT", m_right);
+    if (!elm_config_mirrored_get()) Add(row, "TV_SID_VEXILO_SOUND_RIGHT", m_right);
   }
   void SetTitle(const std::string& title) {
     if (m_title) elm_object_text_set(m_title, title.c_str());
@@ -99,7 +102,9 @@ class Meter {
     double value = 0;
   };
 
-  static void Add(Evas_Object* row, const char* sid, Side& side) {
+  static void Add(Evas_Object* sides, const char* sid, Side& side) {
+    Evas_Object* const row = QUVA::AddLayout(sides, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, 0, 0);
+    elm_flux_layout_gap_set(row, kMeterGap);
     QUVA::AddText(row, CUtils::m_GetText(sid), FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
                   kSideWidth, 0);
     side.bar = elm_flux_progress_add(row, FLUX_PROGRESS_BAR);
@@ -147,6 +152,7 @@ class SoundTest {
   QUVA::CWidget m_unmute;
   Steps m_steps;
   QUVA::CScreenJob m_looking;
+  QUVA::CScreenJob m_unmuting;
 };
 
 void SoundTest::Open() {
@@ -241,12 +247,15 @@ std::string SoundTest::DeviceText() const {
 }
 
 void SoundTest::Unmute() {
+  if (m_unmuting.m_IsRunning()) return;
   const auto problem = std::make_shared<std::string>();
-  m_steps.Run([this, problem] { m_player->Unmute(*problem); },
-              [this, problem] {
-                m_problem = *problem;
-                Look();
-              });
+  // Not behind what plays.
+  m_unmuting.m_Start([this, problem](const QUVA::CScreenJob::Control&) { m_player->Unmute(*problem); },
+                     [this, problem] {
+                       m_problem = *problem;
+                       Look();
+                     },
+                     {});
 }
 
 // ---- playing

@@ -118,7 +118,7 @@ void VideoTest::OnChange() {
     if (auto frame = m_player->TakeFrame()) m_view->Show(std::move(frame));
   const Playback state = m_player->State();
   if (!state.error.empty()) {
-    VEXILO_LOGE("the clip cannot be played: %s", state.error.c_str());
+    VEXILO_LOGE("%s cannot be played: %s", set_paths::kTestClip, state.error.c_str());
     m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_FAILED_MSG", state.error));
     CUtils::Instance().m_ExecuteReturn();
   } else if (state.hasEnded && !m_view->IsBusy()) {

@@ -44,6 +44,7 @@ inline std::string Descriptor(int tag, const std::string& content) {
 inline std::string FirstBlock(const std::string& descriptors, int more, bool hasContinuousRates = false) {
   std::string block(128, '\0');
   block.replace(0, 8, "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"s);
+  block[18] = 1, block[19] = 4;  // the version
   block[24] = hasContinuousRates ? 1 : 0;
   block.replace(54, descriptors.size(), descriptors);
   block[126] = static_cast<char>(more);

@@ -39,8 +39,8 @@ std::string UltraHd() {
 /// A monitor without speakers, and without a block to follow.
 std::string Monitor() {
   return edid::FirstBlock(
-      edid::Timing(15400, 1920, 1200, 160, 35) + Name("Desk 24") + edid::Descriptor(0xFD, "\x30\x4B\x1E\x50\x11"), 0,
-      true);
+      edid::Timing(15400, 1920, 1200, 160, 35) + Name("Desk 24") + edid::Descriptor(0xFD, "\x30\x4B\x1E\x50\x11\x01\n"),
+      0, true);
 }
 
 std::string Damaged() {
@@ -95,6 +95,14 @@ TEST(Edid, TellsWhatAScreenCan) {
   EXPECT_EQ(withVideo(edid::DataBlock(7, "\x0E\x65")), (Mode{{4096, 2160}, 50})) << "in less colour";
   EXPECT_EQ(withVideo("\x5F\x10"), std::nullopt) << "a data block that is longer than what is there";
   EXPECT_EQ(display::ReadEdid(Damaged()).Best(), std::nullopt);
+  EXPECT_EQ(display::ReadEdid(Monitor()).rates, (display::RateRange{48, 75}));
+  // Limits of what a formula gives, and those of the version before, do not say that each rate between is shown.
+  const auto byFormula = edid::FirstBlock(edid::Descriptor(0xFD, "\x30\x4B\x1E\x50\x11\0\n"s), 0, true);
+  EXPECT_EQ(display::ReadEdid(byFormula).rates, std::nullopt);
+  std::string older = Monitor();
+  ++older[127], --older[19];
+  EXPECT_TRUE(display::ReadEdid(older).isValid);
+  EXPECT_EQ(display::ReadEdid(older).rates, std::nullopt);
 }
 
 TEST_F(DisplayTexts, TellOfEachConnector) {

@@ -15,6 +15,8 @@ constexpr size_t kBlock = 128;
 constexpr std::string_view kHeader = "\0\xFF\xFF\xFF\xFF\xFF\xFF\0"sv;
 constexpr size_t kFeatures = 24;
 constexpr int kContinuousRates = 1;  // of the features
+constexpr size_t kRevision = 19;     // the version's second number
+constexpr int kLimitsOnly = 1;       // of a range: each rate in it, not only those by a formula
 constexpr size_t kFirstTiming = 54;  // of the preferred mode
 constexpr size_t kTiming = 18;       // bytes
 constexpr size_t kTimings = 4;
@@ -78,7 +80,7 @@ void TakeDescriptor(std::string_view descriptor, bool hasContinuousRates, Edid& 
   if (const auto mode = ReadTiming(descriptor)) return edid.modes.push_back(*mode);
   const int tag = ByteAt(descriptor, 3);
   if (tag == kName && edid.name.empty()) edid.name = ReadName(descriptor);
-  if (tag != kRange || !hasContinuousRates) return;
+  if (tag != kRange || !hasContinuousRates || ByteAt(descriptor, 10) != kLimitsOnly) return;
   const RateRange range = ReadRange(descriptor);
   if (range.least > 0 && range.least < range.most) edid.rates = range;
 }
@@ -227,7 +229,8 @@ Edid ReadEdid(std::string_view bytes) {
   edid.isValid = IsWellFormed(bytes);
   if (!edid.isValid) return edid;
   if (const auto mode = ReadTiming(bytes.substr(kFirstTiming, kTiming))) edid.preferred = mode->size;
-  const bool hasContinuousRates = (ByteAt(bytes, kFeatures) & kContinuousRates) != 0;
+  // Before version 1.4 this bit is about a formula for timings.
+  const bool hasContinuousRates = ByteAt(bytes, kRevision) >= 4 && (ByteAt(bytes, kFeatures) & kContinuousRates) != 0;
   for (size_t i = 0; i < kTimings; ++i)
     TakeDescriptor(bytes.substr(kFirstTiming + i * kTiming, kTiming), hasContinuousRates, edid);
   for (size_t at = kBlock; at < bytes.size(); at += kBlock) TakeCta(bytes.substr(at, kBlock), edid);
