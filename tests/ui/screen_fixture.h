@@ -294,6 +294,12 @@ class Screens : public testing::Test {
     evas_object_del(whole);
     return width;
   }
+  /// The size of a text's font, as its style says it.
+  static std::string SizeOf(const Evas_Object* block) {
+    const std::string style = evas_textblock_style_get(evas_object_textblock_style_get(block));
+    const size_t at = style.find("font_size=");
+    return style.substr(at, style.find(' ', at) - at);
+  }
   /// Whether a text object shows less than its whole text: its last character is nowhere, or it is too narrow.
   static bool IsCut(Evas_Object* block) {
     const std::string type = evas_object_type_get(block);

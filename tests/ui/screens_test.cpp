@@ -230,13 +230,6 @@ TEST_F(Screens, TheScansFrameTakesItsRowsWhenTextsGrow) {
   }
 }
 
-/// The size of a text's font, as its style says it.
-std::string SizeOf(const Evas_Object* block) {
-  const std::string style = evas_textblock_style_get(evas_object_textblock_style_get(block));
-  const size_t at = style.find("font_size=");
-  return style.substr(at, style.find(' ', at) - at);
-}
-
 // No text ends in an ellipsis, however many issues there are and whatever becomes of one, and a short message lies in
 // the header.
 TEST_F(Screens, NoTextIsCutInAnyLanguage) {

@@ -121,6 +121,14 @@ class StorageScreens : public Screens {
     return titles;
   }
 
+  /// Where the legend's "Used" lies, in pixels.
+  int LegendTop() const {
+    const std::string used = CUtils::m_GetText("COM_SID_USED_KR_ING");
+    for (const Shown& each : Texts())
+      if (each.text == used && !elm_object_widget_check(each.object)) return each.at.y;
+    return -1;
+  }
+
   std::optional<TaskManagerStandIn> m_taskManager;
 };
 
@@ -200,6 +208,7 @@ TEST_F(StorageScreens, TheBarHasItsSidesAndFollowsTheSettings) {
     if (!m_ui) Open();
     elm_config_mirrored_set(ua_UI_orientation_get() == 1);
     OpenStorage();
+    const int enlarged = Utils().m_GetEnlarge(), top = LegendTop();
     for (const int on : {1, 0, 1}) {
       vconf_set_int("db/menu/system/accessibility/focuszoom", on);
       ASSERT_TRUE(Soon([&] { return Utils().m_GetEnlarge() == on; }));
@@ -218,6 +227,9 @@ TEST_F(StorageScreens, TheBarHasItsSidesAndFollowsTheSettings) {
       EXPECT_EQ(Focus(), "list");
       for (const char* sid : {"COM_SID_USED_KR_ING", "TV_SID_AVAILABLE_EMPTY"}) EXPECT_TRUE(ShowsSid(sid));
       EXPECT_EQ(ShowsSid("COM_SID_SYSTEM"), each.usedPart == nullptr);
+      if (on == enlarged) {
+        EXPECT_EQ(LegendTop(), top) << "made anew it lies where it lay";
+      }
     }
     Press("XF86Back");
   }

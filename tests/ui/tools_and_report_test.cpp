@@ -109,6 +109,27 @@ TEST_F(ToolScreens, TheSetAndItsCheckersDecideOnTheCards) {
   }
 }
 
+TEST_F(ToolScreens, TheCardsLabelsAreOfOneSizeWhicheverHasTheFocus) {
+  Profile("feature the_ostrav_version=2");
+  for (const char* language : {"de_DE.utf8", "en_US.utf8", "hi_IN.utf8"})
+    for (const int enlarged : {0, 1}) {
+      Language(language);
+      ApplyMenuLanguage();
+      vconf_set_int("db/menu/system/accessibility/focuszoom", enlarged);
+      OpenMenu();
+      for (const char* key : {"", "Right Right Right", "Down"}) {
+        Press(key);
+        m_ui->Settle();
+        std::set<std::string> labels, sizes;
+        for (const char* sid : kTools) labels.insert(CUtils::m_GetText(sid));
+        for (const Shown& shown : Texts())
+          if (!elm_object_widget_check(shown.object) && labels.contains(shown.text)) sizes.insert(SizeOf(shown.object));
+        EXPECT_EQ(sizes.size(), 1u) << language << enlarged << key;
+      }
+      CloseMenu();
+    }
+}
+
 TEST_F(ToolScreens, WithoutAConfigurationThePictureTestIsLeft) {
   fs::remove(SystemPath(set_paths::kMenuItems));
   OpenMenu();

@@ -44,6 +44,7 @@ class Grid : public ItemWidget {
   Evas_Object* AddCard(int index);
   Evas_Object* AddIcon(Evas_Object* object, const FluxCard& card);
   TextBox* AddText(Evas_Object* object, const std::string& label);
+  std::vector<TextBox*> Texts() const;
   void Recolour(int index, bool focused);
   bool MoveBy(const Arrow& arrow, const char* event);
   int TargetOf(const Arrow& arrow) const;
@@ -124,6 +125,7 @@ TextBox* Grid::AddText(Evas_Object* object, const std::string& label) {
   style.lines = 2;
   style.isWhole = true;
   text->SetStyle(style);
+  text->SetPeers([this] { return Texts(); });
   if (!elm_layout_content_set(object, "flux.swallow.text", text->Object())) {
     evas_object_del(text->Object());
     text = nullptr;
@@ -132,6 +134,13 @@ TextBox* Grid::AddText(Evas_Object* object, const std::string& label) {
   }
   elm_object_text_set(object, label.c_str());
   return text;
+}
+
+std::vector<TextBox*> Grid::Texts() const {
+  std::vector<TextBox*> texts;
+  for (const Card& card : m_cards)
+    if (card.text) texts.push_back(card.text);
+  return texts;
 }
 
 void Grid::Recolour(int index, bool focused) {

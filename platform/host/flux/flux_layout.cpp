@@ -75,6 +75,9 @@ Alignment AlignmentOf(FluxAlign align) {
 
 Layout::Layout(Evas_Object* box, FluxLayoutType type, FluxAlign align) : Widget(box), m_type(type), m_align(align) {
   elm_box_layout_set(box, Place, this, nullptr);
+  // The box in it may be as large already, and then tells nothing.
+  const auto resized = [](void*, Evas*, Evas_Object* widget, void*) { evas_object_smart_changed(widget); };
+  evas_object_event_callback_add(box, EVAS_CALLBACK_RESIZE, resized, nullptr);
 }
 
 void Layout::Restyle() {

@@ -144,13 +144,24 @@ int TextBox::WidestWord(int pixels) {
 
 TextBox::Form TextBox::FormFor(int width, int height) {
   Form form = OwnFormFor(width, height);
-  if (!m_peers) return form;
-  for (TextBox* peer : m_peers()) {
+  if (m_peers) form.pixels = std::min(form.pixels, PixelsOfPeers(width, height));
+  return form;
+}
+
+/// The size of that of them which has to be the smallest in this room. While it moves they are not measured again.
+int TextBox::PixelsOfPeers(int width, int height) {
+  const std::vector<TextBox*> peers = m_peers();
+  std::string asked = std::to_string(width) + " " + std::to_string(height) + " " + std::to_string(TextPx(m_style.size));
+  for (const TextBox* peer : peers) asked += "\n" + peer->m_markup;
+  if (asked == m_askedOfPeers) return m_pixelsOfPeers;
+  m_askedOfPeers = std::move(asked);
+  m_pixelsOfPeers = TextPx(m_style.size);
+  for (TextBox* peer : peers) {
     if (peer == this) continue;
-    form.pixels = std::min(form.pixels, peer->OwnFormFor(width, height).pixels);
+    m_pixelsOfPeers = std::min(m_pixelsOfPeers, peer->OwnFormFor(width, height).pixels);
     if (peer->m_form.pixels > 0) peer->ApplyForm(peer->m_form);  // measuring has changed it
   }
-  return form;
+  return m_pixelsOfPeers;
 }
 
 TextBox::Form TextBox::OwnFormFor(int width, int height) {

@@ -60,6 +60,7 @@ class TextBox {
   };
   Form FormFor(int width, int height);
   Form OwnFormFor(int width, int height);
+  int PixelsOfPeers(int width, int height);
   int PixelsForLines(int width, int height);
   bool FitsInLines(int pixels, int width, int height);
   int WidestWord(int pixels);
@@ -71,6 +72,8 @@ class TextBox {
   Style m_style;
   Form m_form{0, 1};  ///< as it is drawn; 0 until it is
   std::function<std::vector<TextBox*>()> m_peers;
+  std::string m_askedOfPeers;  ///< room, size and texts that m_pixelsOfPeers is for
+  int m_pixelsOfPeers = 0;
   std::string m_markup;
   Widget::Size m_needed{0, 0};
   std::function<void()> m_neededSizeChanged;
