@@ -60,6 +60,7 @@ class CErrorReport {
   void m_CreateSideInfo(Evas_Object* row);
   void m_SetNextFocusForLastRow();
   void m_ShowWhetherSendable();
+  void m_ShowWhetherCollected();
 
   void m_StartSending();
   void m_AwaitNext();
@@ -70,6 +71,9 @@ class CErrorReport {
   CWidget m_sendButton;
   CWidget m_cancelButton;
   CWidget m_hint;
+  CWidget m_sideIcon;
+  CWidget m_notice;
+  CScreenJob m_collectorJob;
   CScreenJob m_sendJob;
   CScreenJob m_awaitJob;
 };

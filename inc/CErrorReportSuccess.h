@@ -35,6 +35,8 @@ class CErrorReportSuccess {
 
   CScreen m_screen{[this] { m_SetVoiceGuideText(); }};
   CWidget m_checkMark;
+  CWidget m_banner;
+  CWidget m_info;
   CWidget m_sentPlace;
   CWidget m_sentNames;
   CWidget m_sentRest;

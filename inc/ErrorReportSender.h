@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ReportTrigger.h"
+#include "set_care.h"
 
 namespace QUVA {
 
@@ -36,6 +37,9 @@ inline constexpr std::array<TSErrorCategory, 9> kErrorCategories = {{
     {"COM_SID_COUNTRY_OTHERS", "OTHER-QUVAKOV.log", "OTHER"},
 }};
 
+/// Message id of what is told where nothing collects the records.
+inline constexpr char kNoCollectorText[] = "TV_SID_VEXILO_NO_COLLECTOR";
+
 /// What is behind the error report: the ticked categories, asking the log collector for a report of each, and what has
 /// become of those. The screen gives it its workers. Thread rule: any thread, but for what has become of the reports,
 /// which belongs to the main thread.
@@ -57,6 +61,10 @@ class ErrorReportSender {
 
   // ---- sending
 
+  /// Looks whether anything collects the records here, for HasCollector(). Blocks; not the main thread.
+  void LookForCollector() { m_hasCollector = set_care::HasDaemon(); }
+  /// As it was when that, or Send(), last looked; true before.
+  bool HasCollector() const { return m_hasCollector; }
   /// What is ticked now is to be sent; nothing is ticked afterwards. Main thread.
   void HandOver();
   /// Whether something that was handed over has not been taken by Send().
@@ -118,6 +126,7 @@ class ErrorReportSender {
   std::deque<HandedOver> m_handedOver;
   std::deque<Asked> m_asked;      ///< what became of it is not known
   std::atomic<int> m_sending{0};  ///< threads that do what was handed over
+  std::atomic<bool> m_hasCollector{true};
   int m_send = 0;
   TSSent m_sent;
   std::set<int> m_failures;

@@ -42,6 +42,7 @@ void CErrorReport::end_function_ER() {
   VEXILO_LOGI("end for KOV send ");
   if (m_sender.IsAnyHandedOver()) m_StartSending();
   m_AwaitNext();
+  m_sender.SetWaiting(m_IsWaiting());
 }
 
 // No worker could be had.

@@ -55,6 +55,8 @@ void CErrorReport::m_CreateErrorReport() {
   m_screen.m_RememberFocus(m_boxes.front());
   m_screen.m_RestoreFocus();
   m_SetVoiceGuideText();
+  m_collectorJob.m_Start([this](const CScreenJob::Control&) { m_sender.LookForCollector(); },
+                         [this] { m_ShowWhetherCollected(); }, {});
 }
 
 void CErrorReport::m_CreateMainBanner() {
@@ -117,11 +119,26 @@ void CErrorReport::m_CreateSideInfo(Evas_Object* row) {
   elm_flux_layout_padding_set(content, kSidePadding, kSidePadding, kSidePadding, kSidePadding);
   elm_object_content_set(panel, content);
   elm_flux_layout_gap_set(content, kBoxGap);
-  elm_flux_image_tint_set(AddImage(content, getResourcePath(kSideIcon), kSideIconSize, kSideIconSize), kAccentColor);
+  m_sideIcon = AddImage(content, getResourcePath(kSideIcon), kSideIconSize, kSideIconSize);
+  elm_flux_image_tint_set(m_sideIcon, kAccentColor);
   Evas_Object* const text = AddText(content, CUtils::m_GetText("TV_SID_VEXILO_CBMAY_SEND_US_ERROR_SENT"), FLUX_FONT_700,
                                     kReportTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP_LEFT, 0, 0);
-  elm_flux_text_lines_set(text, 0);
-  elm_flux_expand_set(text, true);
+  m_notice = AddText(content, "", FLUX_FONT_700, kTextColor, FLUX_TEXT_SMALL, FLUX_ALIGN_TOP_LEFT, 0, 0);
+  for (Evas_Object* const each : {text, static_cast<Evas_Object*>(m_notice)}) {
+    elm_flux_text_lines_set(each, 0);
+    elm_flux_expand_set(each, true);
+  }
+  evas_object_hide(m_notice);
+}
+
+// What is sent waits for whoever collects it, so that it may be sent all the same.
+void CErrorReport::m_ShowWhetherCollected() {
+  if (!m_notice || m_sender.HasCollector()) return;
+  const std::string text = CUtils::m_GetText(kNoCollectorText);
+  elm_object_text_set(m_notice, text.c_str());
+  evas_object_show(m_notice);
+  evas_object_hide(m_sideIcon);  // for there is no room for both, enlarged
+  if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(text);
 }
 
 // Down from the last row leads to the button that can be pressed; beside one that cannot, there is nothing.
@@ -151,6 +168,7 @@ void CErrorReport::m_ShowScreenPostReturn() {
 }
 
 void CErrorReport::m_CleanObjects() {
+  m_collectorJob.m_Cancel();
   m_screen.m_Clean();
 }
 

@@ -17,6 +17,7 @@ constexpr char kInfo[] = "TV_SID_VEXILO_CBMAY_THANKS_DATA_SENT_USED_IMPORVE";
 constexpr char kCheckMark[] = "dc_icon_check_s.svg";
 
 constexpr size_t kMostBelowMark = 6;  // reports
+constexpr int kInfoLines = 2;
 
 constexpr double kMargin = 22;  // units, as all sizes here
 constexpr double kTop = 4;
@@ -26,6 +27,10 @@ constexpr double kBannerHeight = 12;
 constexpr double kGap = 2;
 constexpr double kButtonWidth = 49;
 constexpr double kButtonHeight = 9;
+
+void SetShown(Evas_Object* object, bool shown) {
+  (shown ? evas_object_show : evas_object_hide)(object);
+}
 
 }  // namespace
 
@@ -63,16 +68,16 @@ void CErrorReportSuccess::m_CreateMainBanner() {
   Evas_Object* const body = m_screen.m_pGetBody();
   m_checkMark = AddImage(body, getResourcePath(kCheckMark), kCheckMarkSize, kCheckMarkSize);
   elm_flux_image_tint_set(m_checkMark, kAccentColor);
-  Evas_Object* const banner = AddText(body, CUtils::m_GetText(kBanner), FLUX_FONT_700, kReportTextColor,
-                                      FLUX_TEXT_SUBTITLE, FLUX_ALIGN_CENTER, 0, kBannerHeight);
-  elm_flux_expand_set(banner, true);
+  m_banner = AddText(body, CUtils::m_GetText(kBanner), FLUX_FONT_700, kReportTextColor, FLUX_TEXT_SUBTITLE,
+                     FLUX_ALIGN_CENTER, 0, kBannerHeight);
+  elm_flux_expand_set(m_banner, true);
 }
 
 void CErrorReportSuccess::m_CreateBannerInfo() {
-  Evas_Object* const info = AddText(m_screen.m_pGetBody(), CUtils::m_GetText(kInfo), FLUX_FONT_400, kReportTextColor,
-                                    FLUX_TEXT_BODY, FLUX_ALIGN_TOP, 0, 0);
-  elm_flux_expand_set(info, true);
-  elm_flux_text_lines_set(info, 2);
+  m_info = AddText(m_screen.m_pGetBody(), CUtils::m_GetText(kInfo), FLUX_FONT_400, kReportTextColor, FLUX_TEXT_BODY,
+                   FLUX_ALIGN_TOP, 0, 0);
+  elm_flux_expand_set(m_info, true);
+  elm_flux_text_lines_set(m_info, kInfoLines);
 }
 
 /// The room between the texts and the button, where it is told what has come of the report.
@@ -99,21 +104,25 @@ void CErrorReportSuccess::m_ShowSent() {
   for (const std::string& name : sent.reports) names += (names.empty() ? "" : "\n") + name;
   const std::string place =
       sent.reports.empty() ? "" : CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_REPORT_SAVED", set_paths::kReportsDir);
+  const std::string why = sender.HasCollector() ? "" : CUtils::m_GetText(kNoCollectorText);
   std::string rest;
   if (sent.isWaiting)
-    rest = CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING");
+    rest = why.empty() ? CUtils::m_GetText("TV_SID_VEXILO_REPORT_COLLECTING") : why;
   else if (!sent.failed.empty())
-    rest = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(sent.failed));
-  const std::pair<Evas_Object*, std::string> texts[] = {{m_sentPlace, place}, {m_sentNames, names}, {m_sentRest, rest}};
+    rest = CUtils::m_GetTextWith("TV_SID_VEXILO_MIX_NO_REPORT", ErrorReportSender::NamesOf(sent.failed)) +
+           (why.empty() ? "" : "\n" + why);
+  const bool hasSucceeded = !sent.reports.empty() || (sent.isWaiting && why.empty());
+  const std::pair<Evas_Object*, std::string> texts[] = {{m_info, hasSucceeded ? CUtils::m_GetText(kInfo) : rest},
+                                                        {m_sentPlace, place},
+                                                        {m_sentNames, names},
+                                                        {m_sentRest, hasSucceeded ? rest : ""}};
   for (const auto& [widget, text] : texts) {
     elm_object_text_set(widget, text.c_str());
-    if (text.empty())
-      evas_object_hide(widget);
-    else
-      evas_object_show(widget);
+    SetShown(widget, !text.empty());
   }
-  // Nothing to be glad of, or no room for it.
-  if ((sent.reports.empty() && !sent.isWaiting) || sent.reports.size() > kMostBelowMark) evas_object_hide(m_checkMark);
+  elm_flux_text_lines_set(m_info, hasSucceeded ? kInfoLines : 0);
+  SetShown(m_banner, hasSucceeded);
+  SetShown(m_checkMark, hasSucceeded && sent.reports.size() <= kMostBelowMark);
   if (sent.isWaiting || std::exchange(m_isTold, true)) return;
   if (elm_config_access_get()) CUtils::m_SayVoiceGuideText(place + (place.empty() || rest.empty() ? "" : " ") + rest);
   sender.ForgetFailures(sent.failed);
@@ -140,8 +149,10 @@ void CErrorReportSuccess::m_HighContrastChangeCB() {
 }
 
 void CErrorReportSuccess::m_SetVoiceGuideText() {
-  if (elm_config_access_get())
-    CUtils::m_SayVoiceGuideText(CUtils::m_GetText(kBanner) + ", " + CUtils::m_GetText(kInfo));
+  if (!elm_config_access_get()) return;
+  CUtils::m_SayVoiceGuideText(ErrorReportSender::Instance().HasCollector()
+                                  ? CUtils::m_GetText(kBanner) + ", " + CUtils::m_GetText(kInfo)
+                                  : CUtils::m_GetText(kNoCollectorText));
 }
 
 void CErrorReportSuccess::m_CloseBtnBtnClickCall() {

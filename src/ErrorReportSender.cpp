@@ -67,6 +67,7 @@ bool ErrorReportSender::IsAnyHandedOver() {
 
 void ErrorReportSender::Send() {
   ++m_sending;
+  LookForCollector();
   while (const std::optional<HandedOver> sent = m_takeHandedOver()) {
     VEXILO_LOGI("size of map is %zu", sent->categories.size());
     const auto deadline = std::chrono::steady_clock::now() + kLongestWait;

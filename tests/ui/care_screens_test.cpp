@@ -5,9 +5,8 @@
 
 #include "QUVA_DiagManager.h"
 #include "QUVA_DiagResultManager.h"
-#include "base/daemon_lock.h"
 #include "request_files.h"
-#include "support/fork.h"
+#include "support/held_daemon_place.h"
 #include "support/process.h"
 #include "support/remaining_rows.h"
 #include "support/test_bus.h"
@@ -294,36 +293,9 @@ TEST_F(Screens, AnIssueIsAppliedOrDeclined) {
   }
 }
 
-/// Whether the set has a daemon that serves it, whose requests the test takes.
-class Daemon {
- public:
-  Daemon() {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    m_child = Fork([&] {
-      DaemonPlace place;
-      std::string problem;
-      const char taken = place.Take(problem) ? 'y' : 'n';
-      EXPECT_EQ(write(ends[1], &taken, 1), 1);
-      pause();
-    });
-    char taken = 0;
-    EXPECT_EQ(read(ends[0], &taken, 1), 1);
-    EXPECT_EQ(taken, 'y');
-    close(ends[0]), close(ends[1]);
-  }
-  ~Daemon() {
-    kill(m_child, SIGKILL);
-    waitpid(m_child, nullptr, 0);
-  }
-
- private:
-  pid_t m_child;
-};
-
 // Applying a deep clean takes as long as the task manager does, and may fail after it.
 TEST_F(Screens, WhatTakesLongIsHandledWhereverTheViewerIsMeanwhile) {
-  const Daemon daemon;
+  const HeldDaemonPlace daemon;
   StoreRemaining({{"1", Step("deepclean")}, {"2", Step("deepclean") + Step("reboot")}, {"3", Step("memboost")}});
   Open();
   CHomeScreen::Instance()->m_SetDCIssues({Row("1"), Row("2")});

@@ -2,11 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <regex>
 #include <tuple>
 
 #include "CGetData.h"
 #include "QUVA_MenuItemParser.h"
+#include "support/held_daemon_place.h"
 #include "support/usage_events.h"
 #include "ui/screen_fixture.h"
 
@@ -345,6 +347,8 @@ class ReportScreens : public ToolScreens {
       if (shown.text == box && elm_object_widget_check(shown.object)) elm_object_focus_set(shown.object, EINA_TRUE);
     ASSERT_EQ(Focus(), box);
   }
+
+  std::optional<HeldDaemonPlace> m_daemon{std::in_place};
 };
 
 TEST_F(ReportScreens, WhatIsTickedIsSpokenAndCanBeSent) {
@@ -402,6 +406,20 @@ TEST_F(ReportScreens, ASentReportIsConfirmedInItsPlaceWithItsName) {
   Press("XF86Back");
   EXPECT_TRUE(FocusBecomes("start")) << "past the report's screen";
   EXPECT_EQ(StackSize(), 1u) << "what failed has been told";
+}
+
+TEST_F(ReportScreens, WhereNothingCollectsTheRecordsThatIsSaidBeforeAndAfter) {
+  m_daemon.reset();
+  OpenReport();
+  const std::string notice = CUtils::m_GetText(QUVA::kNoCollectorText);
+  EXPECT_TRUE(Soon([&] { return Shows(notice); }));
+  Press("Return Down Down Down Return");
+  ASSERT_TRUE(FocusBecomes("close"));
+  EXPECT_TRUE(Shows(notice));
+  for (const char* sid : {"TV_SID_VEXILO_CBMAY_ERROR_REPORTING_COMPLETED", kCollecting}) EXPECT_FALSE(ShowsSid(sid));
+  EXPECT_TRUE(Collect("SCREEN", R"("report":"1-SCREEN.tar.zst")")) << "one that was started meanwhile";
+  EXPECT_TRUE(Soon([&] { return Shows("1-SCREEN.tar.zst"); }));
+  EXPECT_TRUE(ShowsSid("TV_SID_VEXILO_CBMAY_ERROR_REPORTING_COMPLETED"));
 }
 
 TEST_F(ReportScreens, AFailureThatComesLaterIsToldOnHome) {
