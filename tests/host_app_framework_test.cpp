@@ -143,20 +143,23 @@ TEST_F(HostLauncher, RefusesAndSaysWhy) {
   }
 }
 
+/// What vexilo-open writes with these arguments and the programs of this folder.
+std::string Opens(const std::string& folder, const char* arguments) {
+  const std::string command = "DISPLAY=:0 XDG_CURRENT_DESKTOP= PATH=" + folder +
+                              " /bin/sh " VEXILO_SOURCE_DIR "/platform/services/open/vexilo-open " + arguments;
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  char line[512] = "";
+  const bool isTold = fgets(line, sizeof line, pipe.get()) != nullptr;
+  return isTold ? std::string(line) : "";
+}
+
 // The browser that is here gets the page of the set's profile, and no other.
 TEST(Open, TakesTheProfilesPageToABrowser) {
   const std::string folder = SystemPath("/bin");
   WriteHostFile(folder + "/chromium", "#!/bin/sh\necho \"$0 $*\"\n");
   fs::permissions(folder + "/chromium", fs::perms(0755));
   for (const char* tool : {"sed", "tail"}) fs::create_symlink("/usr/bin/"s + tool, folder + "/" + tool);
-  const auto opens = [&](const char* arguments) {
-    const std::string command =
-        "DISPLAY=:0 PATH=" + folder + " /bin/sh " VEXILO_SOURCE_DIR "/platform/services/open/vexilo-open " + arguments;
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    char line[512] = "";
-    const bool isTold = fgets(line, sizeof line, pipe.get()) != nullptr;
-    return isTold ? std::string(line) : "";
-  };
+  const auto opens = [&](const char* arguments) { return Opens(folder, arguments); };
   EXPECT_EQ(opens("web Browser page=probe_page"), folder + "/chromium \n");
   WriteFile(set_paths::kSetProfile,
             "[tv]\nprobe_page=http://no/\n[network]\nprobe_zone=x\nprobe_page = http://a.example/1?b=c d\n");
@@ -165,6 +168,19 @@ TEST(Open, TakesTheProfilesPageToABrowser) {
   EXPECT_EQ(opens("--has web Browser page=probe_page"), "chromium\n");
   WriteFile(set_paths::kSetProfile, "[network]\nprobe_page=--version\n");
   EXPECT_EQ(opens("web Browser page=probe_page"), folder + "/chromium \n");
+}
+
+// Whoever looks for a program that is not here is told which would do.
+TEST(Open, TellsTheStandInWhichProgramsWouldDo) {
+  const std::string folder = SystemPath("/usr/bin");
+  WriteHostFile(folder + "/vexilo-standin", "#!/bin/sh\necho \"$*\"\n");
+  fs::permissions(folder + "/vexilo-standin", fs::perms(0755));
+  const std::pair<const char*, const char*> cases[] = {
+      {"menu Settings type=networkstatus",
+       "--advice TV_SID_VEXILO_STANDIN_NETWORK --advice TV_SID_VEXILO_STANDIN_PROGRAMS --with nm-connection-editor, "
+       "cmst, connman-gtk, kcmshell6, kcmshell5 Settings type=networkstatus\n"},
+      {"broadcast Signal ID=other", "Signal ID=other\n"}};
+  for (const auto& [arguments, expected] : cases) EXPECT_EQ(Opens(folder, arguments), expected);
 }
 
 TEST_F(HostLauncher, TellsAStandInFromAnApplication) {

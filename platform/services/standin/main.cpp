@@ -24,9 +24,21 @@ std::string Valid(const char* text) {
   return valid.get();
 }
 
+/// Without a name where there is none.
 Asked ParseArguments(int argc, char** argv) {
-  Asked asked{Valid(argv[1]), {}};
-  for (int i = 2; i < argc; ++i) {
+  Asked asked;
+  int i = 1;
+  for (; i + 1 < argc; i += 2) {
+    const std::string_view option = argv[i];
+    if (option == "--advice")
+      asked.advice.push_back(Valid(argv[i + 1]));
+    else if (option == "--with")
+      asked.with = Valid(argv[i + 1]);
+    else
+      break;
+  }
+  if (i < argc) asked.name = Valid(argv[i]);
+  while (++i < argc) {
     const std::string text = Valid(argv[i]);
     const size_t equals = text.find('=');
     asked.extras.emplace_back(text.substr(0, equals), equals == text.npos ? "" : text.substr(equals + 1));
@@ -34,12 +46,17 @@ Asked ParseArguments(int argc, char** argv) {
   return asked;
 }
 
-void Log(const Asked& asked, const char* why) {
-  const auto line = [](const std::string& text) {
-    __dlog_print(LOG_ID_APPS, DLOG_WARN, log_tags::kStandin, "%s", text.c_str());
+void Log(const Asked& asked, log_priority priority, const std::string& what) {
+  const auto line = [priority](const std::string& text) {
+    __dlog_print(LOG_ID_APPS, priority, log_tags::kStandin, "%s", text.c_str());
   };
-  line("cannot show \"" + asked.name + "\": " + why);
+  line(what);
   for (const auto& [key, value] : asked.extras) line("  " + key + " = " + value);
+}
+
+int CannotShow(const Asked& asked, const char* why) {
+  Log(asked, DLOG_WARN, "cannot show \"" + asked.name + "\": " + why);
+  return kNotShown;
 }
 
 bool HasDisplay() {
@@ -50,21 +67,18 @@ bool HasDisplay() {
 }
 
 int Main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fputs("Usage: vexilo-standin NAME [KEY=VALUE...]\n", stderr);
+  const Asked asked = ParseArguments(argc, argv);
+  if (asked.name.empty()) {
+    std::fputs("Usage: vexilo-standin [--advice MESSAGE]... [--with TEXT] NAME [KEY=VALUE...]\n", stderr);
     return kUsage;
   }
-  const Asked asked = ParseArguments(argc, argv);
   ApplyMenuLanguage();
-  if (!HasDisplay()) {
-    Log(asked, "there is no display");
-    return kNotShown;
-  }
+  if (!HasDisplay()) return CannotShow(asked, "there is no display");
   const app_framework::ToolkitEnvironment environment;
   const app_framework::Toolkit toolkit(1, argv);
+  if (!asked.advice.empty()) Log(asked, DLOG_INFO, "stands in for \"" + asked.name + "\"");
   if (toolkit && Show(asked)) return kShown;
-  Log(asked, "no window can be made on the display");
-  return kNotShown;
+  return CannotShow(asked, "no window can be made on the display");
 }
 
 }  // namespace

@@ -35,6 +35,7 @@ constexpr int kBodyText = 4;
 constexpr int kHeadingText = 3;
 
 constexpr int kMaxLines = 3;
+constexpr int kAdviceLines = 5;
 
 struct Color {
   int red, green, blue;
@@ -48,6 +49,7 @@ constexpr char kNoteStyle[] = "font=Sans color=#A7B0BC wrap=word";
 constexpr char kHeadingStyle[] = "font=Sans:style=Bold color=#89E413";
 constexpr char kKeyStyle[] = "font=Sans color=#A7B0BC wrap=mixed";
 constexpr char kValueStyle[] = "font=Sans color=#FFFFFF wrap=mixed";
+constexpr char kWithStyle[] = "font=Sans color=#89E413 wrap=mixed";
 constexpr char kButtonStyle[] = "font=Sans:style=Bold color=#0E1116 align=center";
 
 struct Area {
@@ -103,6 +105,8 @@ class Screen {
   static void OnClick(void*, Evas*, Evas_Object*, void*) { elm_exit(); }
 
   void Draw();
+  void DrawAdvice(int top);
+  void DrawAsked(int top, int end);
   void DrawRows(int top, int end);
   int DrawRow(int top, const std::string& key, const std::string& value);
   Evas_Object* AddBox(const Area& area, const Color& color);
@@ -199,10 +203,30 @@ void Screen::DrawRows(int top, int end) {
   }
 }
 
+void Screen::DrawAdvice(int top) {
+  const int left = Pixels(kMargin);
+  const int width = m_width - 2 * left;
+  for (const std::string& message : m_asked.advice)
+    top += AddText({left, top, width, 0}, Translated(message.c_str()), kValueStyle, kBodyText, kAdviceLines) +
+           Pixels(kRowPadding);
+  AddText({left, top, width, 0}, m_asked.with, kWithStyle, kBodyText, kAdviceLines);
+}
+
+void Screen::DrawAsked(int top, int end) {
+  if (!m_asked.extras.empty()) {
+    const int left = Pixels(kMargin);
+    const int width = m_width - 2 * left;
+    top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_ASKED_FOR"), kHeadingStyle, kHeadingText, 1);
+    top += Pixels(kRowPadding);
+    AddBox({left, top, width, std::max(1, Pixels(1) / 8)}, kLine);
+  }
+  DrawRows(top, end);
+}
+
 void Screen::Draw() {
   int height = 0;
   evas_object_geometry_get(m_window, nullptr, nullptr, &m_width, &height);
-  m_unit = static_cast<double>(height) / kUnitsOfHeight;
+  m_unit = static_cast<double>(std::min(m_width, height)) / kUnitsOfHeight;  // on its side, too
   for (Evas_Object* each : m_drawn) evas_object_del(each);
   m_drawn.clear();
 
@@ -212,15 +236,13 @@ void Screen::Draw() {
   AddBox({0, 0, m_width, height}, kBackground);
   int top = Pixels(kTop);
   top += AddText({left, top, width, 0}, m_asked.name, kTitleStyle, kTitleText, 2) + Pixels(2);
-  top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_NOT_ON_THIS_SET"), kNoteStyle, kBodyText, 2);
+  top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_NOT_ON_THIS_SET"), kNoteStyle, kBodyText, kMaxLines);
   top += Pixels(6);
 
-  if (!m_asked.extras.empty()) {
-    top += AddText({left, top, width, 0}, Translated("TV_SID_VEXILO_ASKED_FOR"), kHeadingStyle, kHeadingText, 1);
-    top += Pixels(kRowPadding);
-    AddBox({left, top, width, std::max(1, Pixels(1) / 8)}, kLine);
-  }
-  DrawRows(top, buttonTop - Pixels(kGap));
+  if (m_asked.advice.empty())
+    DrawAsked(top, buttonTop - Pixels(kGap));
+  else
+    DrawAdvice(top);
 
   const int buttonWidth = Pixels(kButtonWidth);
   const Area button{elm_config_mirrored_get() ? m_width - left - buttonWidth : left, buttonTop, buttonWidth,
