@@ -72,7 +72,8 @@ SoundOutputState HostPlayer::Look() {
 
 bool HostPlayer::Unmute(std::string& problem) {
   sound::Server server(kServerLimit);
-  if (!server.IsConnected()) return sound::AlsaMixer().Unmute() || (problem = "its mixer cannot be changed (ALSA)", false);
+  if (!server.IsConnected())
+    return sound::AlsaMixer().Unmute() || (problem = "its mixer cannot be changed (ALSA)", false);
   const auto sink = DefaultSink(server);
   if (sink && server.SetMuted(sink->name, false)) return true;
   problem = server.Problem();
