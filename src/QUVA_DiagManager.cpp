@@ -14,6 +14,7 @@
 #include "TaskManagerRequests.h"
 #include "VexiloLog.h"
 #include "kpi_logger.h"
+#include "set_care.h"
 #include "set_paths.h"
 #include "system_path.h"
 
@@ -115,7 +116,8 @@ void QUVA_DiagManager::EnterRemaining() {
 }
 
 void QUVA_DiagManager::OptimizeDevice() {
-  PerformDeepClean();
+  // The scan tells of it as done, so it is done where there is no task manager.
+  if (PerformDeepClean() != 0 && !set_care::HasDaemon()) set_care::CleanUp();
   PerformMemBoost();
 }
 

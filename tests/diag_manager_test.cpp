@@ -12,6 +12,7 @@
 #include "QUVA_Storage.h"
 #include "support/diagnosis.h"
 #include "support/files.h"
+#include "support/held_daemon_place.h"
 
 namespace {
 
@@ -336,6 +337,23 @@ TEST_F(ParserPlugin, AnAppliedIssueIsNotFoundAgainUntilItIsTrueAgain) {
   EXPECT_EQ(Results().GetInferenceResult(), 1);
   EXPECT_THAT(Records(),
               ElementsAre(Record(17, 7, 2, 0), Record(17, 7, 2, 1), Record(18, 7, 2, 1), Record(18, 7, 2, 1)));
+}
+
+// A scan frees storage where there is no daemon that would: what it says to have done is done.
+TEST(OptimizedDevice, IsCleanedByTheDaemonOrElseFromHere) {
+  const std::string package = SystemPath(set_paths::kPackagesDir) + "/org.example", cached = package + "/cache/file";
+  WriteHostFile(package + "/manifest.json", R"({"package_id": "org.example", "app_id": "org.example", "title": "x"})");
+  WriteHostFile(cached, "cached");
+  // No request can be left, so that none is waited for.
+  fs::remove_all(SystemPath(set_paths::kTager));
+  WriteFile(set_paths::kTager, "");
+  {
+    const HeldDaemonPlace daemon;
+    Manager().OptimizeDevice();
+    EXPECT_TRUE(fs::exists(cached));
+  }
+  Manager().OptimizeDevice();
+  EXPECT_FALSE(fs::exists(cached));
 }
 
 }  // namespace
