@@ -134,6 +134,7 @@ class CStartDCIssues {
   CWidget m_list;
   CWidget m_done;
   CWidget m_popup;
+  std::string m_popupIssue;  ///< whose details it shows; empty for another popup
   int m_deviceState = 0;
   bool m_isAnySolved = false;  ///< since the screen was opened
   bool m_isToastGone = false;  ///< by Back, just now

@@ -154,9 +154,10 @@ void CStartDCIssues::m_BuildState(Evas_Object* parent) {
 
 // The last solution may have changed it.
 void CStartDCIssues::m_TellState() {
+  if (!m_screen.m_IsBuilt()) return;
   CGetData* const data = CGetData::GetInstance();
   const int state = data->LookAtDeviceState();
-  if (!m_screen.m_IsBuilt() || state == std::exchange(m_deviceState, state)) return;
+  if (state == std::exchange(m_deviceState, state)) return;
   m_animationJob.m_Cancel();
   elm_object_text_set(m_verdict, CUtils::m_GetText(data->getSIDForDeviceState(state).c_str()).c_str());
   m_HighContrastChangeCB();
@@ -304,6 +305,7 @@ void CStartDCIssues::m_CreateIssueDetailsPopUp(int index) {
   elm_flux_popup_title_set(m_popup, CUtils::m_GetText(row.sid_issue.c_str()));
   elm_flux_popup_text_set(m_popup, CUtils::m_GetText(SidForDevice(row.sid_sol).c_str()));
   m_AddPopupButtons(row);
+  m_popupIssue = row.issue_code;
   m_TellSubject(row);
   // Nothing opens above it that would have to come back to it.
   utils.m_RegisterForReturnStack({[] {}, [this] { m_ClosePopup(); }}, false);
@@ -338,6 +340,7 @@ void CStartDCIssues::m_AddPopupButtons(const MapToDBTable& row) {
 void CStartDCIssues::m_ClosePopup() {
   if (!m_popup) return;
   m_subjectJob.m_Cancel();
+  m_popupIssue.clear();
   CUtils::Instance().m_HideDimBackground();
   m_popup.m_Delete();
   // A question may have waited for it; not at once, the screen may be about to go.
@@ -609,7 +612,10 @@ void CStartDCIssues::m_TakeAway(const std::string& issueCode) {
   m_waiting.erase(issueCode);
   (*m_solved)(issueCode);
   const int row = m_RowOf(issueCode);
-  if (m_popup && row >= 0 && row == m_index) CUtils::Instance().m_ExecuteReturn();  // it is about this one
+  if (m_popup && m_popupIssue == issueCode) {
+    m_screen.m_DismissToast();  // which may have come above it
+    CUtils::Instance().m_ExecuteReturn();
+  }
   m_RemoveItemFromIndex(row);
   m_TellState();
 }

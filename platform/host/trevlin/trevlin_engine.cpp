@@ -75,7 +75,7 @@ class Engine {
   /// What there is to do next, in the order of doing.
   struct Work {
     std::deque<Subscription> subscriptions;
-    std::deque<Question> questions;
+    std::optional<Question> question;
     std::optional<int> recheck;
   };
 
@@ -164,9 +164,9 @@ void Engine::Run() {
     Work work = NextWork();
     if (!work.subscriptions.empty()) Attempt("the inference", [&] { Infer(work.subscriptions); });
     for (const Subscription& subscription : work.subscriptions) Attempt("a callback", [&] { Answer(subscription); });
-    for (Question& question : work.questions)
-      Attempt("a question", [&] { question.answer.set_value(AboutNow(question.issueCode)); });
     if (work.recheck) Attempt("the second look", [&] { RecheckNow(*work.recheck); });
+    if (work.question)
+      Attempt("a question", [&] { work.question->answer.set_value(AboutNow(work.question->issueCode)); });
   }
 }
 
@@ -187,15 +187,18 @@ std::map<int, Clock::time_point>::iterator Engine::NextRecheck() {
                           [](const auto& a, const auto& b) { return a.second < b.second; });
 }
 
-// One second look at a time: a subscriber does not wait for more.
+// One second look and one question at a time: a subscriber does not wait for more.
 bool Engine::TakeWork(Work& work) {
   work.subscriptions.swap(m_queue);
-  work.questions.swap(m_questions);
+  if (!m_questions.empty()) {
+    work.question = std::move(m_questions.front());
+    m_questions.pop_front();
+  }
   if (const auto next = NextRecheck(); next != m_rechecks.end() && next->second <= Clock::now()) {
     work.recheck = next->first;
     m_rechecks.erase(next);
   }
-  return !work.subscriptions.empty() || !work.questions.empty() || work.recheck;
+  return !work.subscriptions.empty() || work.question || work.recheck;
 }
 
 Inference& Engine::Inferring() {
@@ -204,6 +207,7 @@ Inference& Engine::Inferring() {
 }
 
 void Engine::Infer(const std::deque<Subscription>& subscriptions) {
+  m_hasFailed = true;  // should that throw
   const bool hasRules = Inferring().HasRules();
   m_hasFailed = Inferring().IsWithoutRules();
   if (!hasRules) return;
