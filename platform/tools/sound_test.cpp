@@ -131,6 +131,7 @@ class SoundTest {
  private:
   void Look();
   void ShowState();
+  void TellDevice();
   void LogState();
   std::string DeviceText() const;
   void Begin();
@@ -146,6 +147,7 @@ class SoundTest {
   std::unique_ptr<SoundPlayer> m_player;
   SoundOutputState m_state;
   std::string m_logged;
+  std::string m_told;          // of the device
   std::string m_problem;       // why the last sound was not played
   int m_wanted = kNoTone;      // which is to play now
   std::atomic<int> m_turn{0};  // counts what was asked for
@@ -213,7 +215,7 @@ void SoundTest::ShowState() {
                      i == playing ? CUtils::m_GetText("TV_SID_VEXILO_SOUND_PLAYING") : std::string()});
   m_page.SetFacts(std::move(facts));
   if (!m_meter) return;
-  m_meter->SetTitle(DeviceText());
+  TellDevice();
   if (HasOutput())
     evas_object_show(m_page.Area());
   else
@@ -222,6 +224,14 @@ void SoundTest::ShowState() {
     evas_object_show(m_unmute);
   else
     evas_object_hide(m_unmute);
+}
+
+/// It never has the focus, so it is said when it changes.
+void SoundTest::TellDevice() {
+  const std::string text = DeviceText();
+  m_meter->SetTitle(text);
+  if (text != std::exchange(m_told, text) && elm_config_access_get())
+    CUtils::m_SayVoiceGuideText(CUtils::m_GetText(NoteOf(m_state.trouble)) + " " + text);
 }
 
 void SoundTest::LogState() {
