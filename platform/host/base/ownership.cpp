@@ -55,8 +55,9 @@ Look Begin(const std::string& folder) {
 
 /// What was seen once is kept: by folder, as there is more than one set in a process's life.
 Owner SetOwner() {
-  static std::mutex mutex;
-  static std::map<std::string, Look> looks;
+  // Never destroyed: what is left to write is written while the process ends.
+  static auto& mutex = *new std::mutex;
+  static auto& looks = *new std::map<std::string, Look>;
   const std::string folder = SystemPath(set_paths::kOwnerHome);
   std::unique_lock lock(mutex);
   Look& look = looks[folder];
