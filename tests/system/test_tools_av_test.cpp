@@ -15,6 +15,7 @@
 #include "sound/trouble.h"
 #include "support/set_with_screen.h"
 #include "support/usage_events.h"
+#include "ui/test_tool_fixture.h"
 #include "video/gst_handle.h"
 #include "video/video_player.h"
 
@@ -74,7 +75,7 @@ void ExpectTone(const Recording& recording, double left, double right) {
 
 // ---- sound
 
-class SoundServer : public testing::Test {
+class SoundServer : public ToolPages {
  protected:
   void Start(const std::string& sink = "speakers") {
     const std::string folder = SystemPath("/session");
@@ -234,6 +235,25 @@ TEST(SoundTroubles, AreToldInTheirOrder) {
     EXPECT_EQ(tools::TroubleOf(state, &sink, [&](const sound::Sink&) { return each.isHeard; }), each.trouble)
         << each.name;
   }
+}
+
+// Of the played server's output; its texts say which meter stands where.
+TEST_F(SoundServer, MetersStandOnTheirSidesWhereOneReadsFromTheRight) {
+  Start();
+  fs::create_directories(fs::path(SystemPath(set_paths::kSoundPlayer)).parent_path());
+  fs::create_symlink(SOUND_PLAYER, SystemPath(set_paths::kSoundPlayer));
+  Language("ar_AE.utf8");
+  OpenTool("sound");
+  const auto meterOf = [this](const char* sid) {
+    int x = -1, lowest = -1;
+    for (const Shown& each : Texts())
+      if (each.text == QUVA::CUtils::m_GetText(sid) && each.at.y > lowest) lowest = each.at.y, x = each.at.x;
+    return x;
+  };
+  ASSERT_TRUE(Soon([this] { return ShowsSid("SID_DONE"); }));
+  m_ui->Settle();
+  EXPECT_LT(meterOf("TV_SID_VEXILO_SOUND_LEFT"), 480);
+  EXPECT_GT(meterOf("TV_SID_VEXILO_SOUND_RIGHT"), 480);
 }
 
 TEST_F(SoundServer, StandInForNoCardIsNoOutput) {

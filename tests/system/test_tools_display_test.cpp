@@ -258,6 +258,16 @@ TEST_F(DisplayPages, TheGuideEndsAtOnceWhenADisplayIsPluggedIn) {
   EXPECT_EQ(g_loopEnds, 1);
 }
 
+TEST_F(DisplayPages, HaveAButtonWithTheFocusWithAndWithoutConnectors) {
+  OpenTool("hdmi");
+  ASSERT_TRUE(FocusBecomes("done"));
+  Put(FreePlug("HDMI-A-1"));
+  ASSERT_TRUE(FocusBecomes(QUVA::CUtils::m_GetText("TV_SID_VEXILO_HDMI_GUIDE")));
+  fs::remove_all("/sys/class/drm");
+  Click("SID_DONE");
+  EXPECT_EQ(g_loopEnds, 1);
+}
+
 TEST_F(DisplayPages, FollowWhatIsPluggedInAndPulledOut) {
   OpenTool("signal");
   EXPECT_TRUE(Soon([&] { return ShowsSid("TV_SID_VEXILO_SIGNAL_NOTHING"); }));
