@@ -158,20 +158,37 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   EXPECT_TRUE(
       Soon([&] { return ShowsSid("TV_SID_VEXILO_STEP_FAILED") && std::ranges::count_if(Texts(), isTime) == 2; }));
   EXPECT_THAT(StoredEvents(), HasSubstr("select_item=Homedeck Connection Test;status=Not connected;"));
+  const auto isStillThere = [this](const std::string& problem) {
+    return Shows(problem + ": " + QUVA::CUtils::m_GetText("TV_SID_VEXILO_STILL_THERE"));
+  };
   Install("org.varno.NetworkSetting-Varno");
   Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_OPENED"); }));
   EXPECT_TRUE(Utils().m_GetMultitaskingStatus()) << "it stays while it is not seen";
   EXPECT_EQ(Launched(), "org.varno.NetworkSetting-Varno");
 
-  // The viewer comes back from there with half of it mended, and then goes on.
+  // The viewer comes back from there with nothing mended, then with half of it, and then goes on.
+  const auto comeBack = [this] {
+    evas_focus_out(m_ui->Canvas());
+    evas_focus_in(m_ui->Canvas());
+  };
+  comeBack();
+  ASSERT_TRUE(Soon([&] { return isStillThere(QUVA::CUtils::m_GetText("TV_SID_VEXILO_NO_ROUTE")); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_NO_ROUTE_MSG")) << "it is known already";
+  Press("Return");  // test again
+  ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_ROUTE_MSG"); }));
+  Press("Return");
+  ASSERT_TRUE(Soon([this] { return Utils().m_GetMultitaskingStatus(); }));
+  JobsEnd();
   Shell("ip route add default via 192.168.7.1");
   m_isCutOff = true;
-  evas_focus_out(m_ui->Canvas());
-  evas_focus_in(m_ui->Canvas());
+  comeBack();
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_INTERNET_MSG"); }));
-  m_isCutOff = false;
   Press("Return");  // done: what the viewer does himself is tried at once
+  ASSERT_TRUE(Soon([&] { return isStillThere(QUVA::CUtils::m_GetText("TV_SID_VEXILO_NO_INTERNET")); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_NO_INTERNET_MSG"));
+  m_isCutOff = false;
+  Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_CONNECTION_WORKS"); }));
   EXPECT_TRUE(Soon([this] { return Shows("The shop") && !ShowsSid("TV_SID_VEXILO_STEP_FAILED"); }));
   EXPECT_THAT(StoredEvents(), HasSubstr("status=Connected;"));
@@ -179,7 +196,11 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   Play(m_shop, "10.7.7.7", kOutOfOrder);
   Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"); }));
-  EXPECT_TRUE(Shows("The shop does not answer"));
+  Press("Return");  // test again
+  ASSERT_TRUE(Soon([&] { return isStillThere("The shop does not answer"); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"));
+  Press("Return");
+  ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"); }));
   Press("XF86Back");
   EXPECT_EQ(g_loopEnds, 0);
   m_network.AtRouter(kGone);
