@@ -1,6 +1,11 @@
 // The connection test in networks that are broken, one step after the other: namespaces, cables, a router and servers
 // of the test's own.
 
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/timex.h>
 
@@ -145,6 +150,55 @@ TEST_F(Connection, WhatComesLaterTellsOfASilentRouter) {
     ASSERT_EQ(syscall(SYS_setresuid, 65534, 65534, 65534), 0);  // of this thread alone
     EXPECT_EQ(Outcome(), "ppf..... 10000002");
   }).join();
+}
+
+/// A dialled connection to the router, over neither a cable nor a wireless network: what goes in at one end comes out
+/// at the other.
+class Modem {
+ public:
+  explicit Modem(SmallNetwork& network) {
+    m_ends[0] = Open("ip addr add 192.168.8.2 peer 192.168.8.1 dev modem0");
+    network.AtRouter([this] { m_ends[1] = Open("ip addr add 192.168.8.1 peer 192.168.8.2 dev modem0"); });
+    m_carries = std::jthread([this](const std::stop_token& stop) {
+      char packet[2000];
+      for (pollfd ready[] = {{m_ends[0].get(), POLLIN, 0}, {m_ends[1].get(), POLLIN, 0}}; !stop.stop_requested();) {
+        poll(ready, 2, 50);
+        for (size_t i = 0; i < 2; ++i) {
+          const ssize_t size = read(ready[i].fd, packet, sizeof packet);
+          if (size <= 0) continue;  // nothing is there
+          EXPECT_EQ(write(ready[1 - i].fd, packet, static_cast<size_t>(size)), size);
+        }
+      }
+    });
+  }
+
+ private:
+  static FdHandle Open(const char* address) {
+    FdHandle end(open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+    ifreq request{};
+    strcpy(request.ifr_name, "modem0");
+    request.ifr_flags = IFF_TUN | IFF_NO_PI;
+    EXPECT_EQ(ioctl(end.get(), TUNSETIFF, &request), 0) << strerror(errno);
+    Shell(address);
+    Shell("ip link set modem0 up");
+    return end;
+  }
+
+  FdHandle m_ends[2];
+  std::jthread m_carries;
+};
+
+// As the engine sees it: what gets out otherwise lacks neither a cable nor an adapter.
+TEST_F(Connection, AModemNeedsNoCable) {
+  const Modem modem(m_network);
+  SmallNetwork::SetResolver("nameserver 192.168.8.1\n");
+  Shell("ip route replace default dev modem0");
+  m_network.AtRouter("ip link set lan0 down");
+  EXPECT_EQ(OutcomeOnceItIs("-p-ppppp"), "-p-ppppp");
+  Shell("ip link del eth0");
+  EXPECT_EQ(Outcome(), "-p-ppppp");
+  SmallNetwork::SetResolver("nameserver 127.0.0.9\n");
+  EXPECT_EQ(Outcome(), "fp-..... 10000014");
 }
 
 TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
