@@ -173,6 +173,7 @@ void ConnectionRun::AskNames() {
 
 void ConnectionRun::Judge(ConnectionRow& row) {
   const auto isThere = [this, &row](const Failure& failure) {
+    if (failure.step == ConnectionStep::kLink && HasOtherWayOut()) return false;
     return failure.step <= row.step && Is(failure.fact, failure.value) &&
            (!failure.alsoFact || Is(failure.alsoFact, failure.alsoValue));
   };
@@ -187,6 +188,11 @@ void ConnectionRun::Judge(ConnectionRow& row) {
   }
   const auto* const passing = std::ranges::find(kPassing, row.step, [](const auto& each) { return each.step; });
   row.state = Is(passing->fact, true) ? StepState::kPassed : StepState::kUnknown;
+}
+
+/// By a modem, say, which is no link: until no name is found over it.
+bool ConnectionRun::HasOtherWayOut() const {
+  return Is("network.default_route", true) && !Is("network.name_resolution", false);
 }
 
 bool ConnectionRun::Is(std::string_view fact, bool value) const {

@@ -55,6 +55,7 @@ class ConnectionRun {
   void AskFor(ConnectionRow& row);
   void AskNames();
   void Judge(ConnectionRow& row);
+  bool HasOtherWayOut() const;
   bool Is(std::string_view fact, bool value) const;
 
   const trevlin::NetworkProbes m_probes = trevlin::ReadNetworkProbes();

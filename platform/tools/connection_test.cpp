@@ -62,10 +62,11 @@ class ConnectionPage {
   void Resume() {
     if (m_fix.m_IsRunning()) return;
     CUtils::Instance().m_SetMultitaskingStatus(false);
-    if (std::exchange(m_isElsewhere, false)) Start();
+    if (std::exchange(m_isElsewhere, false)) StartAfterFix();
   }
 
   void Start();
+  void StartAfterFix();
   void Show(std::vector<ConnectionRow> rows);
   void End();
   std::string NameOf(const ConnectionRow& row) const;
@@ -80,7 +81,7 @@ class ConnectionPage {
   FactsPage m_page;
   std::vector<ConnectionRow> m_rows;
   std::optional<QUVA_Solution> m_solution;  ///< for the row that failed
-  std::string m_tried;                      ///< the issue whose solution was applied before this test
+  std::string m_tried;                      ///< the problem that was to be mended before this test
   bool m_isElsewhere = false;               ///< another application was opened, in which the viewer may mend it
   QUVA::CScreenJob m_job;
   QUVA::CScreenJob m_fix;  // while it is at work, nothing is tested
@@ -111,6 +112,14 @@ void ConnectionPage::Start() {
       },
       {});
   if (!isStarted) m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_COULD_NOT_DO_IT"));
+}
+
+/// What was told before this need not be told again, where it is still there.
+void ConnectionPage::StartAfterFix() {
+  const auto failed = std::ranges::find(m_rows, StepState::kFailed, &ConnectionRow::state);
+  const std::string tried = failed == m_rows.end() ? "" : Problem(*failed);
+  Start();
+  m_tried = tried;
 }
 
 void ConnectionPage::Show(std::vector<ConnectionRow> rows) {
@@ -151,9 +160,9 @@ void ConnectionPage::End() {
   const bool isWell = failed == m_rows.end();
   QUVA::QUVA_KPISender::GetInstance()->SendVexiloKPI(m_tool.eventItem, isWell ? "Connected" : "Not connected");
   if (isWell) return m_page.SetNote(CUtils::m_GetText("TV_SID_VEXILO_CONNECTION_WORKS"));
-  const std::string tried = std::exchange(m_tried, {});
-  const bool isStillThere = m_solution && m_solution->issue_code == tried;
-  m_page.SetNote(Problem(*failed) + (isStillThere ? ": " + CUtils::m_GetText("TV_SID_VEXILO_STILL_THERE") : ""));
+  const std::string problem = Problem(*failed);
+  const bool isStillThere = problem == std::exchange(m_tried, {});
+  m_page.SetNote(problem + (isStillThere ? ": " + CUtils::m_GetText("TV_SID_VEXILO_STILL_THERE") : ""));
   if (!isStillThere) Explain();  // else its row does
 }
 
@@ -172,7 +181,7 @@ void ConnectionPage::Explain() {
                                       : CUtils::m_GetText("TV_SID_VEXILO_SERVICE_SILENT_MSG");
   Dialog& dialog = OpenDialog(Problem(*failed), text, [] {});
   if (!m_solution) {
-    dialog.AddButton(CUtils::m_GetText("TV_SID_VEXILO_TEST_AGAIN"), [this] { Start(); });
+    dialog.AddButton(CUtils::m_GetText("TV_SID_VEXILO_TEST_AGAIN"), [this] { StartAfterFix(); });
     dialog.AddButton(CUtils::m_GetText("COM_SID_CLOSE"), [] {});
     return;
   }
@@ -204,10 +213,7 @@ void ConnectionPage::EndFix(int outcome) {
   if (outcome == SOLUTION_DONE || outcome == SOLUTION_TRIED) {
     if (const std::string toast = QUVA::SolutionToast(m_solution->toast1, m_solution->toast2); !toast.empty())
       m_page.Toast(toast);
-    const std::string tried = m_solution->issue_code;
-    Start();
-    m_tried = tried;
-    return;
+    return StartAfterFix();
   }
   m_page.SetNote(CUtils::m_GetText(m_solution->sid_issue.c_str()));
   m_isElsewhere = outcome == SOLUTION_OPENED;

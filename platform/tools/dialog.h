@@ -20,7 +20,6 @@ class Dialog {
 
   /// Adds a button that closes it and then calls `onClick`; the first one has the focus.
   void AddButton(const std::string& text, std::function<void()> onClick);
-  /// Gives the focus to the button of this number, from 0.
   /// Closes it, where it is not closed yet, without calling anything. It must be what Back would close.
   void Dismiss();
 

@@ -34,9 +34,9 @@ class FactsPage {
   /// Takes it off the screen, for what fills the panel, and shows it again with the focus where it was.
   void Hide() { m_screen.m_Hide(); }
   void Show();
-  /// A message in the header for some seconds.
-  void DismissToast() { m_screen.m_DismissToast(); }
+  /// A message in the header for some seconds, or until it is dismissed.
   void Toast(const std::string& text);
+  void DismissToast() { m_screen.m_DismissToast(); }
   /// Between the rows and the buttons, for what a tool draws itself: a vertical layout, empty at first.
   Evas_Object* Area() const { return m_area; }
 

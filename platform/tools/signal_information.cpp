@@ -31,7 +31,9 @@ class SignalPage {
  public:
   SignalPage(const Tool& tool, bool hasTuner)
       : m_page(tool),
-        m_live("drm", [this, hasTuner] { return [this, facts = ReadSignal(hasTuner)] { Show(facts); }; }) {}
+        m_live("drm", [this, hasTuner] { return [this, facts = ReadSignal(hasTuner)] { Show(facts); }; }) {
+    m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+  }
 
  private:
   void Show(const std::vector<Fact>& facts) {

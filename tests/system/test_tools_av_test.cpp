@@ -12,8 +12,10 @@
 #include "player_library.h"
 #include "sound/playing.h"
 #include "sound/sound_player.h"
+#include "sound/trouble.h"
 #include "support/set_with_screen.h"
 #include "support/usage_events.h"
+#include "ui/test_tool_fixture.h"
 #include "video/gst_handle.h"
 #include "video/video_player.h"
 
@@ -73,7 +75,7 @@ void ExpectTone(const Recording& recording, double left, double right) {
 
 // ---- sound
 
-class SoundServer : public testing::Test {
+class SoundServer : public ToolPages {
  protected:
   void Start(const std::string& sink = "speakers") {
     const std::string folder = SystemPath("/session");
@@ -180,6 +182,78 @@ TEST_F(SoundServer, PlayerSaysWhatIsWrongAndHearsWhatItPlays) {
   m_server.reset();
   EXPECT_FALSE(player->Unmute(problem));
   EXPECT_NE(problem, "");
+}
+
+TEST_F(SoundServer, AScreenIsMuteByTheDescriptionAtItsOwnPlug) {
+  Start();
+  WriteHostFile(SystemPath("/session/.asoundrc"),
+                "ctl.!hw { @args [ CARD ] @args.CARD { type string } type played }\n"
+                "ctl_type.played { lib \"" PLAYED_CARD "\" }\n");
+  std::string problem;
+  const auto player = Load<tools::SoundPlayer>(SOUND_PLAYER, set_paths::kSoundPlayer, tools::kMakeSoundPlayer, problem);
+  ASSERT_TRUE(player) << problem;
+  const struct {
+    const char* properties;
+    SoundTrouble trouble;
+  } cases[] = {{"device.profile.name=hdmi-stereo alsa.card=0 alsa.device=3", SoundTrouble::kNone},
+               {"device.profile.name=hdmi-stereo-extra1 alsa.card=0 alsa.device=7", SoundTrouble::kScreenWithoutSound},
+               {"device.profile.name=hdmi-stereo-extra2 alsa.card=0 alsa.device=8", SoundTrouble::kScreenWithoutSound},
+               {"device.profile.name=hdmi-stereo-extra3 alsa.card=0 alsa.device=9", SoundTrouble::kNone},
+               {"device.profile.name=analog-stereo alsa.card=0 alsa.device=7", SoundTrouble::kNone}};
+  for (const auto& each : cases) {
+    static int count = 0;
+    const std::string name = "plug" + std::to_string(++count);
+    RunProcess({"pactl", "load-module", "module-null-sink", "sink_name=" + name,
+                "sink_properties='" + std::string(each.properties) + "'"});
+    RunProcess({"pactl", "set-default-sink", name});
+    EXPECT_EQ(player->Look().trouble, each.trouble) << each.properties;
+  }
+}
+
+TEST(SoundTroubles, AreToldInTheirOrder) {
+  using enum sound::Plugged;
+  const struct {
+    const char* name;
+    std::vector<sound::Plugged> ports;
+    bool leadsToScreen;
+    std::optional<bool> isHeard, isMuted;
+    double volume;
+    SoundTrouble trouble;
+  } cases[] = {
+      {"nothing at either jack", {kNo, kNo}, false, {}, true, 0, SoundTrouble::kUnplugged},
+      {"nothing at a screen's plug", {kNo}, true, false, false, 50, SoundTrouble::kUnplugged},
+      {"one that cannot tell", {kNo, kUnknown}, false, {}, false, 50, SoundTrouble::kNone},
+      {"a mute screen", {kYes}, true, false, true, 0, SoundTrouble::kScreenWithoutSound},
+      {"a screen that is not known", {kYes}, true, {}, true, 0, SoundTrouble::kMuted},
+      {"headphones beside a mute screen", {kYes}, false, false, false, 0.2, SoundTrouble::kVolumeZero},
+  };
+  for (const auto& each : cases) {
+    sound::Sink sink;
+    for (const auto plugged : each.ports) sink.ports.push_back({"", "", plugged});
+    sink.leadsToScreen = each.leadsToScreen;
+    const tools::SoundOutputState state{SoundTrouble::kNone, "", "", each.volume, each.isMuted};
+    EXPECT_EQ(tools::TroubleOf(state, &sink, [&](const sound::Sink&) { return each.isHeard; }), each.trouble)
+        << each.name;
+  }
+}
+
+// Of the played server's output; its texts say which meter stands where.
+TEST_F(SoundServer, MetersStandOnTheirSidesWhereOneReadsFromTheRight) {
+  Start();
+  fs::create_directories(fs::path(SystemPath(set_paths::kSoundPlayer)).parent_path());
+  fs::create_symlink(SOUND_PLAYER, SystemPath(set_paths::kSoundPlayer));
+  Language("ar_AE.utf8");
+  OpenTool("sound");
+  const auto meterOf = [this](const char* sid) {
+    int x = -1, lowest = -1;
+    for (const Shown& each : Texts())
+      if (each.text == QUVA::CUtils::m_GetText(sid) && each.at.y > lowest) lowest = each.at.y, x = each.at.x;
+    return x;
+  };
+  ASSERT_TRUE(Soon([this] { return ShowsSid("SID_DONE"); }));
+  m_ui->Settle();
+  EXPECT_LT(meterOf("TV_SID_VEXILO_SOUND_LEFT"), 480);
+  EXPECT_GT(meterOf("TV_SID_VEXILO_SOUND_RIGHT"), 480);
 }
 
 TEST_F(SoundServer, StandInForNoCardIsNoOutput) {

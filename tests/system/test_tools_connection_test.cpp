@@ -1,6 +1,11 @@
 // The connection test in networks that are broken, one step after the other: namespaces, cables, a router and servers
 // of the test's own.
 
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/timex.h>
 
@@ -147,6 +152,55 @@ TEST_F(Connection, WhatComesLaterTellsOfASilentRouter) {
   }).join();
 }
 
+/// A dialled connection to the router, over neither a cable nor a wireless network: what goes in at one end comes out
+/// at the other.
+class Modem {
+ public:
+  explicit Modem(SmallNetwork& network) {
+    m_ends[0] = Open("ip addr add 192.168.8.2 peer 192.168.8.1 dev modem0");
+    network.AtRouter([this] { m_ends[1] = Open("ip addr add 192.168.8.1 peer 192.168.8.2 dev modem0"); });
+    m_carries = std::jthread([this](const std::stop_token& stop) {
+      char packet[2000];
+      for (pollfd ready[] = {{m_ends[0].get(), POLLIN, 0}, {m_ends[1].get(), POLLIN, 0}}; !stop.stop_requested();) {
+        poll(ready, 2, 50);
+        for (size_t i = 0; i < 2; ++i) {
+          const ssize_t size = read(ready[i].fd, packet, sizeof packet);
+          if (size <= 0) continue;  // nothing is there
+          EXPECT_EQ(write(ready[1 - i].fd, packet, static_cast<size_t>(size)), size);
+        }
+      }
+    });
+  }
+
+ private:
+  static FdHandle Open(const char* address) {
+    FdHandle end(open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+    ifreq request{};
+    strcpy(request.ifr_name, "modem0");
+    request.ifr_flags = IFF_TUN | IFF_NO_PI;
+    EXPECT_EQ(ioctl(end.get(), TUNSETIFF, &request), 0) << strerror(errno);
+    Shell(address);
+    Shell("ip link set modem0 up");
+    return end;
+  }
+
+  FdHandle m_ends[2];
+  std::jthread m_carries;
+};
+
+// As the engine sees it: what gets out otherwise lacks neither a cable nor an adapter.
+TEST_F(Connection, AModemNeedsNoCable) {
+  const Modem modem(m_network);
+  SmallNetwork::SetResolver("nameserver 192.168.8.1\n");
+  Shell("ip route replace default dev modem0");
+  m_network.AtRouter("ip link set lan0 down");
+  EXPECT_EQ(OutcomeOnceItIs("-p-ppppp"), "-p-ppppp");
+  Shell("ip link del eth0");
+  EXPECT_EQ(Outcome(), "-p-ppppp");
+  SmallNetwork::SetResolver("nameserver 127.0.0.9\n");
+  EXPECT_EQ(Outcome(), "fp-..... 10000014");
+}
+
 TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   fs::create_directories(fs::path(SystemPath(set_paths::kParserPlugin)).parent_path());
   fs::copy(PARSER_PLUGIN, SystemPath(set_paths::kParserPlugin));
@@ -158,20 +212,37 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   EXPECT_TRUE(
       Soon([&] { return ShowsSid("TV_SID_VEXILO_STEP_FAILED") && std::ranges::count_if(Texts(), isTime) == 2; }));
   EXPECT_THAT(StoredEvents(), HasSubstr("select_item=Homedeck Connection Test;status=Not connected;"));
+  const auto isStillThere = [this](const std::string& problem) {
+    return Shows(problem + ": " + QUVA::CUtils::m_GetText("TV_SID_VEXILO_STILL_THERE"));
+  };
   Install("org.varno.NetworkSetting-Varno");
   Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_OPENED"); }));
   EXPECT_TRUE(Utils().m_GetMultitaskingStatus()) << "it stays while it is not seen";
   EXPECT_EQ(Launched(), "org.varno.NetworkSetting-Varno");
 
-  // The viewer comes back from there with half of it mended, and then goes on.
+  // The viewer comes back from there with nothing mended, then with half of it, and then goes on.
+  const auto comeBack = [this] {
+    evas_focus_out(m_ui->Canvas());
+    evas_focus_in(m_ui->Canvas());
+  };
+  comeBack();
+  ASSERT_TRUE(Soon([&] { return isStillThere(QUVA::CUtils::m_GetText("TV_SID_VEXILO_NO_ROUTE")); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_NO_ROUTE_MSG")) << "it is known already";
+  Press("Return");  // test again
+  ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_ROUTE_MSG"); }));
+  Press("Return");
+  ASSERT_TRUE(Soon([this] { return Utils().m_GetMultitaskingStatus(); }));
+  JobsEnd();
   Shell("ip route add default via 192.168.7.1");
   m_isCutOff = true;
-  evas_focus_out(m_ui->Canvas());
-  evas_focus_in(m_ui->Canvas());
+  comeBack();
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_NO_INTERNET_MSG"); }));
-  m_isCutOff = false;
   Press("Return");  // done: what the viewer does himself is tried at once
+  ASSERT_TRUE(Soon([&] { return isStillThere(QUVA::CUtils::m_GetText("TV_SID_VEXILO_NO_INTERNET")); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_NO_INTERNET_MSG"));
+  m_isCutOff = false;
+  Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_CONNECTION_WORKS"); }));
   EXPECT_TRUE(Soon([this] { return Shows("The shop") && !ShowsSid("TV_SID_VEXILO_STEP_FAILED"); }));
   EXPECT_THAT(StoredEvents(), HasSubstr("status=Connected;"));
@@ -179,7 +250,11 @@ TEST_F(Connection, ThePageTellsOffersTheFixAndTestsAgain) {
   Play(m_shop, "10.7.7.7", kOutOfOrder);
   Press("Return");
   ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"); }));
-  EXPECT_TRUE(Shows("The shop does not answer"));
+  Press("Return");  // test again
+  ASSERT_TRUE(Soon([&] { return isStillThere("The shop does not answer"); }));
+  EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"));
+  Press("Return");
+  ASSERT_TRUE(Soon([this] { return ShowsSid("TV_SID_VEXILO_SERVICE_SILENT_MSG"); }));
   Press("XF86Back");
   EXPECT_EQ(g_loopEnds, 0);
   m_network.AtRouter(kGone);

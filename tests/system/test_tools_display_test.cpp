@@ -258,15 +258,26 @@ TEST_F(DisplayPages, TheGuideEndsAtOnceWhenADisplayIsPluggedIn) {
   EXPECT_EQ(g_loopEnds, 1);
 }
 
+TEST_F(DisplayPages, HaveAButtonWithTheFocusWithAndWithoutConnectors) {
+  OpenTool("hdmi");
+  ASSERT_TRUE(FocusBecomes("done"));
+  Put(FreePlug("HDMI-A-1"));
+  ASSERT_TRUE(FocusBecomes(QUVA::CUtils::m_GetText("TV_SID_VEXILO_HDMI_GUIDE")));
+  fs::remove_all("/sys/class/drm");
+  Click("SID_DONE");
+  EXPECT_EQ(g_loopEnds, 1);
+}
+
 TEST_F(DisplayPages, FollowWhatIsPluggedInAndPulledOut) {
   OpenTool("signal");
   EXPECT_TRUE(Soon([&] { return ShowsSid("TV_SID_VEXILO_SIGNAL_NOTHING"); }));
+  EXPECT_TRUE(FocusBecomes("done"));
   Put(Plug("HDMI-A-1", FullHd()));
   EXPECT_TRUE(Soon([&] { return Shows("Larch 40"); }));
   EXPECT_FALSE(ShowsSid("TV_SID_VEXILO_SIGNAL_NOTHING"));
   fs::remove_all("/sys/class/drm");
   EXPECT_TRUE(Soon([&] { return !Shows("Larch 40") && ShowsSid("TV_SID_VEXILO_SIGNAL_NOTHING"); }));
-  Press("Escape");
+  Click("SID_DONE");
   EXPECT_EQ(g_loopEnds, 1);
 }
 

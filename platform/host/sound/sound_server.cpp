@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <string_view>
 
 #include "c_handle.h"
@@ -16,6 +17,7 @@ using Clock = std::chrono::steady_clock;
 using Properties = std::unique_ptr<pa_proplist, CRelease<&pa_proplist_free>>;
 
 constexpr char kClient[] = "Vexilo";
+constexpr char kCard[] = "alsa.card", kDevice[] = "alsa.device";  // properties
 
 std::string TextOf(const char* text) {
   return text ? text : "";
@@ -40,6 +42,13 @@ bool HasPort(const Sink& sink, const std::string& name) {
   return std::any_of(sink.ports.begin(), sink.ports.end(), [&](const Port& port) { return port.name == name; });
 }
 
+std::optional<int> NumberOf(const pa_proplist* properties, const char* key) {
+  const std::string text = TextOf(pa_proplist_gets(properties, key));
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
 Sink SinkOf(const pa_sink_info& info) {
   Sink sink{info.index,    info.card, TextOf(info.name), TextOf(info.description), TextOf(info.monitor_source_name),
             info.mute != 0};
@@ -53,6 +62,8 @@ Sink SinkOf(const pa_sink_info& info) {
     const char* const profile = pa_proplist_gets(info.proplist, PA_PROP_DEVICE_PROFILE_NAME);
     sink.leadsToScreen = profile && std::string_view(profile).starts_with("hdmi");
   }
+  const auto card = NumberOf(info.proplist, kCard), device = NumberOf(info.proplist, kDevice);
+  if (card && device) sink.device = {*card, *device};
   return sink;
 }
 

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "sound/screen_sound.h"
+
 struct pa_context;
 struct pa_mainloop;
 struct pa_operation;
@@ -42,7 +44,8 @@ struct Sink {
   double volumePercent = 0;  ///< of its loudest channel; 100 is as recorded, more is amplified
   std::vector<Port> ports{};
   std::string activePort{};
-  bool leadsToScreen = false;  ///< by its port in use, or the profile of its card
+  bool leadsToScreen = false;          ///< by its port in use, or the profile of its card
+  std::optional<CardDevice> device{};  ///< of ALSA, where it plays on one
 
   /// Each of its ports says that nothing is plugged in.
   bool IsUnplugged() const;

@@ -10,6 +10,7 @@
 #include "sound/sound_server.h"
 #include "sound_player.h"
 #include "trevlin/collectors/sound_facts.h"
+#include "trouble.h"
 
 namespace tools {
 
@@ -25,13 +26,10 @@ std::optional<sound::Sink> DefaultSink(sound::Server& server) {
   return sink ? std::optional(*sink) : std::nullopt;
 }
 
-SoundTrouble TroubleOf(const SoundOutputState& state, const sound::Sink* sink) {
-  if (sink && sink->IsUnplugged()) return SoundTrouble::kUnplugged;
-  if (sink && sink->leadsToScreen && trevlin::HasHdmiOutput(kMachine) == false)
-    return SoundTrouble::kScreenWithoutSound;
-  if (state.isMuted == true) return SoundTrouble::kMuted;
-  if (state.volumePercent && *state.volumePercent < 0.5) return SoundTrouble::kVolumeZero;
-  return SoundTrouble::kNone;
+/// Whether the screen at this output plays sound. Where its card does not tell which is which, whether any does.
+std::optional<bool> IsHeard(const sound::Sink& sink) {
+  if (const auto told = sink.device ? sound::PlaysSound(*sink.device) : std::nullopt) return told;
+  return trevlin::HasHdmiOutput(kMachine);
 }
 
 class HostPlayer final : public SoundPlayer {
@@ -60,13 +58,13 @@ SoundOutputState HostPlayer::Look() {
     state = {SoundTrouble::kNone, sink->title, "", sink->volumePercent, sink->isMuted};
     for (const sound::Port& port : sink->ports)
       if (port.name == sink->activePort) state.port = port.title;
-    state.trouble = TroubleOf(state, &*sink);
+    state.trouble = TroubleOf(state, &*sink, IsHeard);
     return state;
   }
   if (trevlin::CountCards(kMachine).value_or(0) == 0) return state;
   const sound::AlsaMixer mixer;
   state = {SoundTrouble::kNone, sound::DefaultCardTitle(), "", mixer.VolumePercent(), mixer.IsMuted()};
-  state.trouble = TroubleOf(state, nullptr);
+  state.trouble = TroubleOf(state, nullptr, IsHeard);
   return state;
 }
 
