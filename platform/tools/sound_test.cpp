@@ -45,7 +45,7 @@ constexpr double kLookPeriod = 2.0;    // seconds
 constexpr double kLevelPeriod = 0.05;  // seconds
 constexpr double kFall = 0.06;         // of the bar, each period
 constexpr double kQuietest = 60;       // dB below full scale, where the bar begins
-constexpr double kSideWidth = 22;      // units, as the next
+constexpr double kMeterWidth = 204;    // units, as the next
 constexpr double kBarWidth = 74;
 constexpr double kBarHeight = 2;
 constexpr double kMeterGap = 2;
@@ -80,8 +80,8 @@ class Meter {
   explicit Meter(Evas_Object* area) {
     elm_flux_layout_gap_set(area, kMeterGap);
     m_title = QUVA::AddText(area, "", FLUX_FONT_600, QUVA::kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
-                            2 * (kSideWidth + kMeterGap + kBarWidth) + kSidesGap, 0);
-    Evas_Object* const row = QUVA::AddLayout(area, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, 0, 0);
+                            kMeterWidth, 0);
+    Evas_Object* const row = QUVA::AddLayout(area, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, kMeterWidth, 0);
     elm_flux_layout_gap_set(row, kSidesGap);
     // The sides of a room do not turn with the direction of reading.
     if (elm_config_mirrored_get()) Add(row, "TV_SID_VEXILO_SOUND_RIGHT", m_right);
@@ -105,8 +105,8 @@ class Meter {
   static void Add(Evas_Object* sides, const char* sid, Side& side) {
     Evas_Object* const row = QUVA::AddLayout(sides, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, 0, 0);
     elm_flux_layout_gap_set(row, kMeterGap);
-    QUVA::AddText(row, CUtils::m_GetText(sid), FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
-                  kSideWidth, 0);
+    QUVA::AddText(row, CUtils::m_GetText(sid), FLUX_FONT_600, QUVA::kTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT, 0,
+                  0);
     side.bar = elm_flux_progress_add(row, FLUX_PROGRESS_BAR);
     elm_flux_size_set(side.bar, kBarWidth, kBarHeight);
     elm_flux_progress_color_set(side.bar, QUVA::kAccentColor);

@@ -237,23 +237,36 @@ TEST(SoundTroubles, AreToldInTheirOrder) {
   }
 }
 
-// Of the played server's output; its texts say which meter stands where.
-TEST_F(SoundServer, MetersStandOnTheirSidesWhereOneReadsFromTheRight) {
+TEST_F(SoundServer, MetersStandOnTheirSidesWithTheirNamesWhereOneReadsFromTheRight) {
   Start();
   fs::create_directories(fs::path(SystemPath(set_paths::kSoundPlayer)).parent_path());
   fs::create_symlink(SOUND_PLAYER, SystemPath(set_paths::kSoundPlayer));
   Language("ar_AE.utf8");
   OpenTool("sound");
-  const auto meterOf = [this](const char* sid) {
-    int x = -1, lowest = -1;
-    for (const Shown& each : Texts())
-      if (each.text == QUVA::CUtils::m_GetText(sid) && each.at.y > lowest) lowest = each.at.y, x = each.at.x;
-    return x;
-  };
   ASSERT_TRUE(Soon([this] { return ShowsSid("SID_DONE"); }));
   m_ui->Settle();
-  EXPECT_LT(meterOf("TV_SID_VEXILO_SOUND_LEFT"), 480);
-  EXPECT_GT(meterOf("TV_SID_VEXILO_SOUND_RIGHT"), 480);
+  // What is drawn of the name of a meter; those of the rows are of another kind.
+  const auto nameOf = [this](const char* sid) {
+    UiHarness::Geometry name{};
+    for (const Shown& each : Texts()) {
+      if (each.text != QUVA::CUtils::m_GetText(sid) || evas_object_type_get(each.object) != "textblock"s) continue;
+      name = each.at;
+      int x = 0;
+      evas_object_textblock_line_number_geometry_get(each.object, 0, &x, nullptr, &name.width, nullptr);
+      name.x += x;
+    }
+    return name;
+  };
+  std::map<int, UiHarness::Geometry> bars;  // by where they begin
+  EachVisible([&](Evas_Object* each) {
+    const auto at = UiHarness::GeometryOf(each);
+    if (at.width > 200 && at.height == 8) bars[at.x] = at;  // two units
+  });
+  ASSERT_EQ(bars.size(), 2U);
+  const auto left = bars.begin()->second, right = bars.rbegin()->second;
+  const auto nameOfLeft = nameOf("TV_SID_VEXILO_SOUND_LEFT");
+  EXPECT_LT(nameOfLeft.x - left.x - left.width, right.x - nameOfLeft.x - nameOfLeft.width);
+  EXPECT_GT(nameOf("TV_SID_VEXILO_SOUND_RIGHT").x, right.x + right.width);
 }
 
 TEST_F(SoundServer, StandInForNoCardIsNoOutput) {
