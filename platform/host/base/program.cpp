@@ -124,6 +124,7 @@ ProgramEnd RunProgram(std::vector<std::string> argv, std::chrono::milliseconds l
   if (end != ProgramEnd::kDone) {
     kill(-program.pid, SIGTERM);
     HasEnded(program, kGrace);
+    Read(output.get(), onOutput);
   }
   const int exitCode = EndProgram(program);
   return end == ProgramEnd::kDone && exitCode != 0 ? ProgramEnd::kFailed : end;
