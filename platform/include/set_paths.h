@@ -51,6 +51,7 @@ inline constexpr char kFlatpakDataDir[] = "/opt/usr/home/owner/.var/app";
 inline constexpr char kFlatpakHelper[] = "/usr/lib/vexilo-flatpak";
 
 // Programs that do what takes a library of their own.
+inline constexpr char kGraphicsHelper[] = "/usr/lib/vexilo-graphics";
 inline constexpr char kScreenHelper[] = "/usr/lib/vexilo-screen";
 inline constexpr char kSoundHelper[] = "/usr/lib/vexilo-sound";
 

@@ -29,18 +29,24 @@ class DisplayCollector final : public Collector {
         {"display.edid_valid", kTruth, "", "header, checksum and length of all descriptions are right"},
         {"display.plays_sound", kTruth, "", "a screen that is showing a picture plays the sound that comes with it"},
         {"display.software_drawing", kTruth, "", "no graphics card is in use, though there is one that could draw"},
+        {"display.renderer_is_software", kTruth, "", "the processor draws, though the kernel drives a graphics card"},
         {"display.decoder_missing", kTruth, "",
          "the graphics card has a decoder for videos, whose driver is not installed"},
     };
   }
 
   void Collect(const Machine& machine, Facts& facts) override {
-    AddGraphicsFacts(machine, facts);
     auto connectors = display::ReadConnectors(machine);
-    if (!connectors) return;
-    std::erase_if(*connectors, [](const display::Connector& each) { return !each.isForViewers; });
-    AddDisplayFacts(*connectors, facts);
+    if (connectors) {
+      std::erase_if(*connectors, [](const display::Connector& each) { return !each.isForViewers; });
+      AddDisplayFacts(*connectors, facts);
+    }
+    const auto isConnected = [](const display::Connector& each) { return each.isConnected == true; };
+    m_graphics.AddFacts(machine, connectors && std::any_of(connectors->begin(), connectors->end(), isConnected), facts);
   }
+
+ private:
+  GraphicsReader m_graphics;
 };
 
 }  // namespace

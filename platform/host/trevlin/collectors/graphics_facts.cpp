@@ -1,8 +1,11 @@
 #include "trevlin/collectors/graphics_facts.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <set>
 
+#include "display/drawing.h"
 #include "trevlin/collectors/readings.h"
 
 namespace trevlin {
@@ -19,6 +22,10 @@ struct Card {
 constexpr std::string_view kDrawing[] = {"1002", "10DE", "8086"};
 /// Makers of the remote consoles of servers.
 constexpr std::string_view kConsoles[] = {"102B", "19E5", "1A03"};
+
+/// Drivers of the kernel that all graphics libraries know through EGL, so that these tell who draws.
+constexpr std::string_view kToldByEgl[] = {"amdgpu",  "etnaviv", "i915", "lima",    "nouveau", "panfrost",
+                                           "panthor", "radeon",  "v3d",  "vc4-drm", "xe"};
 
 /// What drives the decoders (VA-API) of cards that have one.
 constexpr struct {
@@ -55,29 +62,59 @@ std::vector<Card> ReadCards(const Machine& machine) {
   return cards;
 }
 
-bool HasRenderNode(const Machine& machine) {
-  const auto names = ListNames(machine, "/dev/dri");
-  return std::any_of(names.begin(), names.end(), [](const auto& name) { return name.starts_with("renderD"); });
+/// The device files for drawing of the cards that are driven.
+std::vector<std::string> RenderNodes(const Machine& machine) {
+  std::vector<std::string> nodes;
+  for (const std::string& name : ListNames(machine, "/dev/dri"))
+    if (name.starts_with("renderD")) nodes.push_back("/dev/dri/" + name);
+  return nodes;
 }
 
-/// The names in the folders of drivers below the folder of libraries: dri, or dri-nonfree; va/drivers.
-void AddInstalled(const Machine& machine, const std::string& libraries, std::set<std::string>& found) {
-  for (std::string& driver : ListNames(machine, libraries + "/va/drivers")) found.insert(std::move(driver));
-  for (const std::string& name : ListNames(machine, libraries)) {
-    if (name != "dri" && !name.starts_with("dri-")) continue;
-    for (std::string& driver : ListNames(machine, libraries + "/" + name)) found.insert(std::move(driver));
-  }
+bool IsToldByEgl(const Machine& machine, const std::string& node) {
+  const std::string about = "/sys/class/drm/" + node.substr(node.rfind('/') + 1) + "/device/uevent";
+  return IsOneOf(kToldByEgl, ValueOf(ReadText(machine, about).value_or(""), "DRIVER="));
 }
+
+/// The folders that graphics drivers are installed in: libraries, and in them dri, or dri-nonfree; va/drivers.
+struct InstallFolders {
+  std::vector<std::string> libraries, drivers;
+
+  explicit InstallFolders(const Machine& machine) {
+    for (const std::string_view each : kLibraries) {
+      const std::string folder(each);
+      Add(machine, folder);
+      for (const std::string& name : ListNames(machine, folder))
+        if (name.find("-linux-") != name.npos) Add(machine, folder + "/" + name);
+    }
+  }
+
+ private:
+  void Add(const Machine& machine, const std::string& folder) {
+    libraries.push_back(folder);
+    drivers.push_back(folder + "/va/drivers");
+    for (const std::string& name : ListNames(machine, folder))
+      if (name == "dri" || name.starts_with("dri-")) drivers.push_back(folder + "/" + name);
+  }
+};
 
 std::set<std::string> InstalledDecoders(const Machine& machine) {
   std::set<std::string> found;
-  for (const std::string_view each : kLibraries) {
-    const std::string libraries(each);
-    AddInstalled(machine, libraries, found);
-    for (const std::string& name : ListNames(machine, libraries))
-      if (name.find("-linux-") != name.npos) AddInstalled(machine, libraries + "/" + name, found);
-  }
+  for (const std::string& folder : InstallFolders(machine).drivers)
+    for (std::string& name : ListNames(machine, folder)) found.insert(std::move(name));
   return found;
+}
+
+/// Another one after drivers were installed or removed.
+std::string InstallState(const Machine& machine) {
+  const InstallFolders folders(machine);
+  std::string state;
+  for (const auto* list : {&folders.libraries, &folders.drivers})
+    for (const std::string& folder : *list) {
+      struct stat info {};
+      if (stat(machine.Path(folder).c_str(), &info) != 0) continue;
+      state += folder + " " + std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec) + "\n";
+    }
+  return state;
 }
 
 /// Of those of `radeon` the ones with a decoder are 66xx to 68xx, and 94xx and later.
@@ -101,16 +138,28 @@ std::optional<bool> LacksDecoder(const Machine& machine, const std::vector<Card>
 
 }  // namespace
 
-void AddGraphicsFacts(const Machine& machine, Facts& facts) {
+void GraphicsReader::AddFacts(const Machine& machine, bool hasScreen, Facts& facts) {
   std::vector<Card> cards = ReadCards(machine);
   if (std::any_of(cards.begin(), cards.end(), [](const Card& card) { return IsOneOf(kConsoles, card.maker); })) return;
   std::erase_if(cards, [](const Card& card) { return !IsOneOf(kDrawing, card.maker); });
-  if (cards.empty()) return;
-  const bool isAnyDriven =
-      std::any_of(cards.begin(), cards.end(), [](const Card& card) { return !card.driver.empty(); });
-  const bool canRender = HasRenderNode(machine);
-  facts["display.software_drawing"] = !isAnyDriven && !canRender;
-  if (canRender) AddFact(facts, "display.decoder_missing", LacksDecoder(machine, cards));
+  const std::vector<std::string> nodes = RenderNodes(machine);
+  if (!cards.empty()) {
+    const bool isAnyDriven =
+        std::any_of(cards.begin(), cards.end(), [](const Card& card) { return !card.driver.empty(); });
+    facts["display.software_drawing"] = !isAnyDriven && nodes.empty();
+    if (!nodes.empty()) AddFact(facts, "display.decoder_missing", LacksDecoder(machine, cards));
+  }
+  const auto isTold = [&machine](const std::string& node) { return IsToldByEgl(machine, node); };
+  if (nodes.empty() || !hasScreen || machine.IsCaptured() || !std::all_of(nodes.begin(), nodes.end(), isTold)) return;
+  AddUnknown(facts, "display.renderer_is_software");
+  AddFact(facts, "display.renderer_is_software", AskWhoDraws(machine, nodes));
+}
+
+std::optional<bool> GraphicsReader::AskWhoDraws(const Machine& machine, const std::vector<std::string>& nodes) {
+  std::string state = InstallState(machine);
+  if (!m_isSoftware || state != m_installState) m_isSoftware = display::IsDrawnBySoftware(nodes);
+  m_installState = std::move(state);
+  return m_isSoftware;
 }
 
 }  // namespace trevlin

@@ -2,11 +2,27 @@
 /// @file
 /// Graphics cards: whether they draw, and whether they could decode videos that the processor has to.
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "trevlin/facts.h"
 
 namespace trevlin {
 
-/// Adds display.software_drawing and display.decoder_missing of docs/facts.md, of cards on PCI.
-void AddGraphicsFacts(const Machine& machine, Facts& facts);
+/// Thread rule: one thread at a time.
+class GraphicsReader {
+ public:
+  /// Adds display.software_drawing, display.renderer_is_software and display.decoder_missing of docs/facts.md. Where a
+  /// card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so it is done
+  /// once, and again when drivers were installed or removed since then, or there was no answer.
+  void AddFacts(const Machine& machine, bool hasScreen, Facts& facts);
+
+ private:
+  std::optional<bool> AskWhoDraws(const Machine& machine, const std::vector<std::string>& nodes);
+
+  std::optional<bool> m_isSoftware;
+  std::string m_installState;
+};
 
 }  // namespace trevlin
