@@ -101,7 +101,8 @@ void PatternView::Finish(const Bitmap& picture) {
   evas_object_geometry_set(m_image, room.x, room.y, room.w, room.h);
   evas_object_show(m_image);
   PlaceLabels();
-  if (!std::exchange(m_isTold, true)) Tell();
+  // Not above what the end has opened.
+  if (m_takesKeys && !std::exchange(m_isTold, true)) Tell();
 }
 
 void PatternView::PlaceLabels() {
