@@ -50,7 +50,7 @@ class ConnectionPage {
   explicit ConnectionPage(const Tool& tool) : m_tool(tool), m_page(tool) {
     m_page.OnSelect([this](int row) { OnSelect(row); });
     m_page.AddButton("TV_SID_VEXILO_TEST_AGAIN", [this] { Start(); });
-    m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+    m_page.AddDone();
     evas_event_callback_add(evas_object_evas_get(CUtils::Instance().m_pGetAppWindow()), EVAS_CALLBACK_CANVAS_FOCUS_IN,
                             OnFocus, this);
     Start();

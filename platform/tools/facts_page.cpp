@@ -115,6 +115,10 @@ Evas_Object* FactsPage::AddButton(const char* sid, std::function<void()> onClick
   return button;
 }
 
+void FactsPage::AddDone() {
+  AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+}
+
 void FactsPage::RemoveButtons() {
   if (!m_buttons) return;
   elm_flux_layout_clear(m_buttons);

@@ -29,6 +29,8 @@ class FactsPage {
   /// Adds a button at the lower edge; the first one has the focus unless rows that can be chosen were there before it.
   /// Owned by the page.
   Evas_Object* AddButton(const char* sid, std::function<void()> onClick);
+  /// A button that leaves the tool.
+  void AddDone();
   /// The focus goes to the rows.
   void RemoveButtons();
   /// Takes it off the screen, for what fills the panel, and shows it again with the focus where it was.

@@ -56,7 +56,7 @@ class HdmiPage {
       if (*m_hasGuide)
         m_page.AddButton("TV_SID_VEXILO_HDMI_GUIDE", [this] { m_guide.Start(); });
       else
-        m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+        m_page.AddDone();
     }
     m_guide.Take(connectors);
   }

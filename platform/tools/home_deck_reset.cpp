@@ -59,7 +59,7 @@ void ResetPage::Look() {
 void ResetPage::Show(const HomeDeckData& data) {
   m_page.RemoveButtons();
   if (!data.IsEmpty()) m_page.AddButton("TV_SID_VEXILO_RESET_NOW", [this] { Ask(); });
-  m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+  m_page.AddDone();
   const char* const consent = data.isConsentGiven ? "TV_SID_VEXILO_TERMS_ACCEPTED" : "TV_SID_VEXILO_TERMS_NOT_ACCEPTED";
   m_page.SetFacts({{CUtils::m_GetText("TV_SID_VEXILO_TERMS_OF_USE"), CUtils::m_GetText(consent)},
                    {CUtils::m_GetText("TV_SID_VEXILO_RESET_SETTINGS"), std::to_string(data.settings)},

@@ -32,7 +32,7 @@ class SignalPage {
   SignalPage(const Tool& tool, bool hasTuner)
       : m_page(tool),
         m_live("drm", [this, hasTuner] { return [this, facts = ReadSignal(hasTuner)] { Show(facts); }; }) {
-    m_page.AddButton("SID_DONE", [] { CUtils::Instance().m_Leave(); });
+    m_page.AddDone();
   }
 
  private:

@@ -166,8 +166,9 @@ void SoundTest::Open() {
         if (m_player) m_state = m_player->Look();
       },
       [this, reason] {
-        if (!m_player) return m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_SOUND_FAILED_MSG", *reason));
-        Begin();
+        if (m_player) return Begin();
+        m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_SOUND_FAILED_MSG", *reason));
+        m_page.AddDone();
       });
 }
 
@@ -198,6 +199,8 @@ void SoundTest::Look() {
   const auto state = std::make_shared<SoundOutputState>();
   m_looking.m_Start([this, state](const QUVA::CScreenJob::Control&) { *state = m_player->Look(); },
                     [this, state] {
+                      // What failed on another output says nothing of this one.
+                      if (state->trouble != m_state.trouble || state->title != m_state.title) m_problem.clear();
                       m_state = *state;
                       ShowState();
                     },
@@ -206,8 +209,9 @@ void SoundTest::Look() {
 
 void SoundTest::ShowState() {
   LogState();
-  m_page.SetNote(m_problem.empty() ? CUtils::m_GetText(NoteOf(m_state.trouble))
-                                   : CUtils::m_GetTextWith("TV_SID_VEXILO_SOUND_FAILED_MSG", m_problem));
+  m_page.SetNote(m_problem.empty() || !HasOutput()
+                     ? CUtils::m_GetText(NoteOf(m_state.trouble))
+                     : CUtils::m_GetTextWith("TV_SID_VEXILO_SOUND_FAILED_MSG", m_problem));
   std::vector<Fact> facts;
   const int playing = m_wanted;
   for (int i = 0; HasOutput() && i < kToneCount; ++i)
@@ -301,6 +305,8 @@ void SoundTest::Ended(int row, const std::string& problem) {
 }
 
 void SoundTest::Ask() {
+  // There was nothing to be heard.
+  if (!HasOutput()) return CUtils::Instance().m_Leave();
   m_wanted = kNoTone;
   ++m_turn;
   m_player->Stop();

@@ -75,7 +75,10 @@ void VideoTest::Open() {
         if (m_player) *formats = m_player->Formats();
       },
       [this, reason, formats] {
-        if (!m_player) return m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_FAILED_MSG", *reason));
+        if (!m_player) {
+          m_page.SetNote(CUtils::m_GetTextWith("TV_SID_VEXILO_VIDEO_FAILED_MSG", *reason));
+          return m_page.AddDone();
+        }
         for (const VideoFormat& format : *formats) {
           VEXILO_LOGI("video test: %s %s", format.name,
                       format.decoder.name.empty() ? "cannot be decoded" : format.decoder.name.c_str());

@@ -142,7 +142,9 @@ TEST_F(SoundServer, ToolPlaysEachSideUnmutesAndEnds) {
   ASSERT_TRUE(tool.Says("the output is \"Speakers\", muted"));
   screen.Press({"Down", "Down", "Down", "Right", "Return"});
   EXPECT_TRUE(Until([] { return !IsMuted(); })) << tool.Log();
-  screen.Press({"Escape"});
+  m_server.reset();
+  ASSERT_TRUE(tool.Says("there is no output"));
+  screen.Press({"Return"});
   EXPECT_EQ(tool.End().exitCode, 0);
 }
 
