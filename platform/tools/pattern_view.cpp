@@ -37,12 +37,13 @@ PatternView::~PatternView() {
 
 void PatternView::Show(size_t index) {
   m_index = index;
-  m_isTold = false;
+  m_isDrawn = m_isTold = false;
   Draw();
 }
 
 void PatternView::Resume() {
   m_takesKeys = true;
+  TellOnce();
 }
 
 // ---- keys
@@ -101,8 +102,8 @@ void PatternView::Finish(const Bitmap& picture) {
   evas_object_geometry_set(m_image, room.x, room.y, room.w, room.h);
   evas_object_show(m_image);
   PlaceLabels();
-  // Not above what the end has opened.
-  if (m_takesKeys && !std::exchange(m_isTold, true)) Tell();
+  m_isDrawn = true;
+  TellOnce();
 }
 
 void PatternView::PlaceLabels() {
@@ -111,8 +112,9 @@ void PatternView::PlaceLabels() {
   for (const Label& label : m_patterns[m_index].labels()) m_labels.push_back(AddLabel(label, Room()));
 }
 
-/// Which picture it is, and what to look for; spoken, too.
-void PatternView::Tell() {
+/// Which picture it is, and what to look for; spoken, too. Not above what the end has opened.
+void PatternView::TellOnce() {
+  if (!m_isDrawn || !m_takesKeys || std::exchange(m_isTold, true)) return;
   const Pattern& pattern = m_patterns[m_index];
   const std::string text = CUtils::m_GetText(pattern.nameSid) + " (" + std::to_string(m_index + 1) + "/" +
                            std::to_string(m_patterns.size()) + "). " + CUtils::m_GetText(pattern.lookSid);

@@ -38,7 +38,7 @@ class PatternView {
   void Draw();
   void Finish(const Bitmap& picture);
   void PlaceLabels();
-  void Tell();
+  void TellOnce();
 
   const std::vector<Pattern> m_patterns;
   const std::function<void()> m_onEnd;
@@ -47,7 +47,8 @@ class PatternView {
   QUVA::CScreenJob m_job;
   size_t m_index = 0;
   bool m_takesKeys = true;
-  bool m_isTold = false;  ///< what the picture shows
+  bool m_isDrawn = false;  ///< the picture, as is the next:
+  bool m_isTold = false;   ///< what it shows
   const KeyPresses m_keys;
 };
 
