@@ -295,7 +295,10 @@ void PaintNumbersGround(Bitmap& picture, ModuleGrid grid) {
 
 std::vector<Label> ModuleNumbers(ModuleGrid grid) {
   std::vector<Label> labels;
-  const double size = std::clamp(60.0 / std::max(grid.rows, grid.columns * 9 / 16), 3.0, 20.0);
+  // Of a module's room, 135 / rows units in height and 240 / columns in width, where a digit is two thirds as wide as
+  // it is high.
+  const auto digits = static_cast<double>(std::to_string(grid.rows * grid.columns).size());
+  const double size = std::min({20.0, 60.0 / grid.rows, 240.0 / grid.columns / (0.7 * digits)});
   for (int row = 0; row < grid.rows; ++row)
     for (int column = 0; column < grid.columns; ++column)
       labels.push_back({(column + 0.5) / grid.columns, (row + 0.5) / grid.rows,
@@ -320,7 +323,8 @@ void PaintCrosses(Bitmap& picture, ModuleGrid grid) {
     picture.Fill(acrossMiddle, top, acrossMiddle + line, bottom, kWhite);
     picture.Fill(left, downMiddle, right, downMiddle + line, kWhite);
     // Where four modules meet, a ring goes on from one to the other.
-    picture.Circle(right, bottom, std::min(right - left, bottom - top) / 6, line, Rgb(255, 176, 32));
+    if (right < picture.Width() && bottom < picture.Height())
+      picture.Circle(right, bottom, std::min(right - left, bottom - top) / 6, line, Rgb(255, 176, 32));
     picture.Circle((left + right) / 2, (top + bottom) / 2, std::min(right - left, bottom - top) / 3, line,
                    Rgb(0x89, 0xE4, 0x13));
   });

@@ -90,6 +90,8 @@ TEST(ModulePatterns, FollowTheGridOfThePanel) {
         EXPECT_EQ(seams.At(right - 1, y), seams.At(left, y));
         EXPECT_EQ(crosses.At((left + right - 1) / 2, 1), 0xFFFFFFFF);
       }
+      for (int y = 1; y < height / grid.rows / 4; ++y)
+        ASSERT_EQ(crosses.At(width - 1, height - y), crosses.At(0, height - y)) << "no modules meet at the panel's edge";
       const auto labels = patterns.front().labels();
       ASSERT_EQ(labels.size(), static_cast<size_t>(grid.columns * grid.rows));
       EXPECT_EQ(labels.back().text, std::to_string(grid.columns * grid.rows));
