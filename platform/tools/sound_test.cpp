@@ -48,6 +48,7 @@ constexpr double kQuietest = 60;       // dB below full scale, where the bar beg
 constexpr double kMeterWidth = 204;    // units, as the next
 constexpr double kBarWidth = 74;
 constexpr double kBarHeight = 2;
+constexpr int kTitleLines = 2;  // names of devices are long
 constexpr double kMeterGap = 2;
 constexpr double kSidesGap = 8;
 
@@ -81,6 +82,7 @@ class Meter {
     elm_flux_layout_gap_set(area, kMeterGap);
     m_title = QUVA::AddText(area, "", FLUX_FONT_600, QUVA::kFaintTextColor, FLUX_TEXT_DETAIL, FLUX_ALIGN_LEFT,
                             kMeterWidth, 0);
+    elm_flux_text_lines_set(m_title, kTitleLines);
     Evas_Object* const row = QUVA::AddLayout(area, FLUX_LAYOUT_HORIZONTAL, FLUX_ALIGN_LEFT, kMeterWidth, 0);
     elm_flux_layout_gap_set(row, kSidesGap);
     // The sides of a room do not turn with the direction of reading.

@@ -408,6 +408,19 @@ TEST(VideoPlayer, PaintsEachFrameOverTheOneBefore) {
   EXPECT_EQ(different, 0) << "of frame " << shown->number << ", the last of " << frames;
 }
 
+TEST_F(SoundServer, ThatDoesNotAnswerLeavesTheClipItsPictures) {
+  Start();
+  m_server->Signal(SIGSTOP);
+  std::string problem;
+  const auto player = Load<tools::VideoPlayer>(VIDEO_PLAYER, set_paths::kVideoPlayer, tools::kMakeVideoPlayer, problem);
+  ASSERT_TRUE(player) << problem;
+  const auto begin = std::chrono::steady_clock::now();
+  player->Play(TEST_CLIP, [] {});
+  EXPECT_TRUE(Until([&] { return player->TakeFrame() != nullptr; })) << player->State().error;
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s) << "a library would wait for half a minute";
+  EXPECT_EQ(player->State().sound, "");
+}
+
 TEST(VideoPlayer, NamesWhatIsMissing) {
   const std::string none = SystemPath("/no-plugins");
   fs::create_directories(none);

@@ -165,7 +165,8 @@ bool Server::Fail(const char* reason) {
 /// One turn of the loop.
 bool Server::Iterate(Clock::time_point end) {
   const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now()).count();
-  if (left <= 0) return Fail("no answer in time");
+  m_isSilent = left <= 0;
+  if (m_isSilent) return Fail("no answer in time");
   pa_mainloop* const loop = m_loop->loop.get();
   const bool isWell = pa_mainloop_prepare(loop, static_cast<int>(left)) >= 0 && pa_mainloop_poll(loop) >= 0 &&
                       pa_mainloop_dispatch(loop) >= 0;

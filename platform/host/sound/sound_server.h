@@ -77,6 +77,8 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   bool IsConnected() const;
+  /// There is one, which did not answer in time.
+  bool IsSilent() const { return m_isSilent; }
 
   /// Nothing on failure, with Problem(). The others return false then.
   std::optional<Outputs> List();
@@ -97,6 +99,7 @@ class Server {
   const std::chrono::milliseconds m_limit;
   const std::unique_ptr<Loop> m_loop;
   std::string m_problem;
+  bool m_isSilent = false;
 };
 
 }  // namespace sound

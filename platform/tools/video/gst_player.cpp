@@ -6,6 +6,7 @@
 #include <gst/video/video.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <deque>
@@ -16,6 +17,7 @@
 #include "base/glib_handle.h"
 #include "formats.h"
 #include "gst_handle.h"
+#include "sound/sound_server.h"
 #include "video_player.h"
 
 namespace tools {
@@ -32,6 +34,7 @@ constexpr GstVideoFormat kPaintedFormat =
     G_BYTE_ORDER == G_LITTLE_ENDIAN ? GST_VIDEO_FORMAT_BGRx : GST_VIDEO_FORMAT_xRGB;
 // What is compared and painted at once, in pixels. Both are even, as two pixels in each direction share a color.
 constexpr int kBlockWidth = 128, kBlockHeight = 16;
+constexpr std::chrono::seconds kServerLimit{1};
 // By preference; a sound server's first.
 constexpr const char* kSoundOutputs[] = {"pulsesink", "alsasink"};
 
@@ -131,8 +134,10 @@ std::vector<VideoPart> DecodedFrame::Paint(uint32_t* pixels, const VideoFrame* b
   return parts;
 }
 
-/// The first that can be opened; null for none.
+/// The first that can be opened; null for none, and where one would wait for a server that does not answer, as ALSA's
+/// default may, too.
 GstElement* OpenSoundOutput() {
+  if (sound::Server(kServerLimit).IsSilent()) return nullptr;
   for (const char* name : kSoundOutputs) {
     GstElement* const output = gst_element_factory_make(name, nullptr);
     if (!output) continue;
