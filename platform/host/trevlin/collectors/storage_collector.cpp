@@ -328,8 +328,9 @@ class StorageCollector : public Collector {
         {"storage.io_errors", FactKind::kNumber, "",
          "reads and writes that failed on built-in disks since they were attached"},
         {"storage.removable_io_errors", FactKind::kNumber, "", "the same of removable disks"},
-        {"storage.faulty_disks", FactKind::kText, "",
-         "the model and place of those with such errors, or about to fail"},
+        {"storage.faulty_disks", FactKind::kText, "", "the model and place of built-in disks with such errors"},
+        {"storage.removable_faulty_disks", FactKind::kText, "", "the same of removable disks"},
+        {"storage.failing_disks", FactKind::kText, "", "the same of built-in disks that are about to fail"},
         {"storage.wear_percent", FactKind::kNumber, "%",
          "life that the built-in flash has used; 110 is beyond its end"},
         {"storage.pre_eol", FactKind::kTruth, "", "the built-in flash has nearly used up its spare blocks"},
@@ -350,21 +351,33 @@ class StorageCollector : public Collector {
     }
     const Media media(machine, mounts, data);
     AddReadOnly(machine, mounts, data, facts);
-    std::set<std::string> faulty;
-    AddErrors(machine, mounts, media, faulty, facts);
-    AddFlashHealth(machine, facts);
+    Disks disks;
+    AddErrors(machine, mounts, media, disks, facts);
+    AddFlashHealth(machine, disks.failing, facts);
     std::optional<bool> isFailing;
-    if (!machine.IsCaptured() && !LookForFailingDrives(faulty, isFailing)) AddUnknown(facts, "storage.smart_failing");
+    if (!machine.IsCaptured() && !LookForFailingDrives(disks.failing, isFailing))
+      AddUnknown(facts, "storage.smart_failing");
     AddFact(facts, "storage.smart_failing", isFailing);
-    AddInputOutputErrors(machine, media, faulty, facts);
-    std::string names;
-    for (const std::string& disk : faulty) names += (names.empty() ? "" : ", ") + disk;
-    if (!names.empty()) facts["storage.faulty_disks"] = names;
+    AddInputOutputErrors(machine, media, disks, facts);
+    AddNames(facts, "storage.faulty_disks", disks.faulty);
+    AddNames(facts, "storage.removable_faulty_disks", disks.removable);
+    AddNames(facts, "storage.failing_disks", disks.failing);
     if (!mounts.empty() && !machine.IsCaptured())
       facts["storage.removable_full"] = IsRemovableFull(machine, mounts, media);
   }
 
  private:
+  /// By name: built-in ones and removable ones with errors, and built-in ones that say that they are about to fail.
+  struct Disks {
+    std::set<std::string> faulty, removable, failing;
+  };
+
+  static void AddNames(Facts& facts, std::string_view fact, const std::set<std::string>& disks) {
+    std::string names;
+    for (const std::string& disk : disks) names += (names.empty() ? "" : ", ") + disk;
+    if (!names.empty()) facts.insert_or_assign(std::string(fact), FactValue(names));
+  }
+
   static std::string DataFolder(const Machine& machine) {
     if (machine.IsCaptured()) return set_paths::kUserPartition;
     const std::string path = SystemPath(set_paths::kUserPartition);
@@ -417,11 +430,12 @@ class StorageCollector : public Collector {
     }
   }
 
-  static void AddErrors(const Machine& machine, const std::vector<Mount>& mounts, const Media& media,
-                        std::set<std::string>& faulty, Facts& facts) {
+  static void AddErrors(const Machine& machine, const std::vector<Mount>& mounts, const Media& media, Disks& disks,
+                        Facts& facts) {
     const auto name = [&](const std::string& block) {
       if (!media.IsOwn(block) && !media.IsRemovable(block)) return;
-      for (const std::string& disk : media.DisksOf(block)) faulty.insert(NameOf(machine, disk));
+      auto& names = media.IsRemovable(block) ? disks.removable : disks.faulty;
+      for (const std::string& disk : media.DisksOf(block)) names.insert(NameOf(machine, disk));
     };
     bool hasOwnFailed = false, hasRemovableFailed = false;
     for (const Mount& mount : mounts) {
@@ -445,20 +459,23 @@ class StorageCollector : public Collector {
 
   /// JEDEC eMMC 5.0 and UFS 2.1 grade alike. Life: two kinds of cells, 1 for the first tenth to 11 for beyond the end;
   /// 0: not told. Spare blocks: 1 normal, 2 four fifths of them are used, 3 nine tenths.
-  static void AddFlashHealth(const Machine& machine, Facts& facts) {
+  static void AddFlashHealth(const Machine& machine, std::set<std::string>& failing, Facts& facts) {
     std::optional<double> wear;
     std::optional<bool> preEol;
     const auto add = [&](const std::string& life, const std::string& spare) {
       for (const std::string_view word : SplitWords(life))
         if (const auto tenth = ParseNumber(word); tenth && *tenth >= 1 && *tenth <= 11)
           wear = std::max(wear.value_or(0), *tenth * 10);
-      if (const auto state = ParseNumber(spare); state && *state >= 1 && *state <= 3)
-        preEol = preEol.value_or(false) || *state >= 2;
+      const auto state = ParseNumber(spare);
+      if (!state || *state < 1 || *state > 3) return false;
+      preEol = preEol.value_or(false) || *state >= 2;
+      return *state >= 2;
     };
     const auto read = [&](const std::string& path) { return ReadLine(machine, path).value_or(""); };
     for (const std::string& name : ListNames(machine, kBlock))
-      if (name.starts_with("mmcblk"))
-        add(read(kBlock + name + "/device/life_time"), read(kBlock + name + "/device/pre_eol_info"));
+      if (name.starts_with("mmcblk") &&
+          add(read(kBlock + name + "/device/life_time"), read(kBlock + name + "/device/pre_eol_info")))
+        failing.insert(NameOf(machine, name));
     constexpr char kHosts[] = "/sys/class/scsi_host/";
     for (const std::string& name : ListNames(machine, kHosts)) {
       const std::string health = kHosts + name + "/device/../health_descriptor/";
@@ -469,7 +486,7 @@ class StorageCollector : public Collector {
     AddFact(facts, "storage.pre_eol", preEol);
   }
 
-  void AddInputOutputErrors(const Machine& machine, const Media& media, std::set<std::string>& faulty, Facts& facts) {
+  void AddInputOutputErrors(const Machine& machine, const Media& media, Disks& disks, Facts& facts) {
     const bool isLogged = m_errorLog.Read(machine);
     double own = 0, removable = 0;
     bool isKnown = isLogged;
@@ -481,7 +498,7 @@ class StorageCollector : public Collector {
       if (errors.value_or(0) == 0) continue;
       const bool isRemovable = media.IsRemovable(disk), isOwn = media.IsOwn(disk);
       (isRemovable ? removable : own) += isRemovable || isOwn ? *errors : 0;
-      if (isRemovable || isOwn) faulty.insert(NameOf(machine, disk));
+      if (isRemovable || isOwn) (isRemovable ? disks.removable : disks.faulty).insert(NameOf(machine, disk));
     }
     if (!isKnown) return;
     facts["storage.io_errors"] = own;
