@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "display/drawing.h"
 #include "trevlin/collectors/readings.h"
@@ -23,6 +24,8 @@ constexpr std::string_view kDrawing[] = {"1002", "10DE", "8086"};
 /// Makers of the remote consoles of servers.
 constexpr std::string_view kConsoles[] = {"102B", "19E5", "1A03"};
 
+/// A card that does not answer three times hangs.
+constexpr int kMostUnanswered = 3;
 /// Drivers of the kernel that all graphics libraries know through EGL, so that these tell who draws.
 constexpr std::string_view kToldByEgl[] = {"amdgpu",  "etnaviv", "i915", "lima",    "nouveau", "panfrost",
                                            "panthor", "radeon",  "v3d",  "vc4-drm", "xe"};
@@ -156,9 +159,12 @@ void GraphicsReader::AddFacts(const Machine& machine, bool hasScreen, Facts& fac
 }
 
 std::optional<bool> GraphicsReader::AskWhoDraws(const Machine& machine, const std::vector<std::string>& nodes) {
-  std::string state = InstallState(machine);
-  if (!m_isSoftware || state != m_installState) m_isSoftware = display::IsDrawnBySoftware(nodes);
-  m_installState = std::move(state);
+  const std::string state = InstallState(machine);
+  if (state != std::exchange(m_installState, state)) m_isSoftware.reset(), m_unanswered = 0;
+  if (!m_isSoftware && m_unanswered < kMostUnanswered) {
+    m_isSoftware = display::IsDrawnBySoftware(nodes);
+    ++m_unanswered;
+  }
   return m_isSoftware;
 }
 

@@ -15,14 +15,15 @@ class GraphicsReader {
  public:
   /// Adds display.software_drawing, display.renderer_is_software and display.decoder_missing of docs/facts.md. Where a
   /// card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so it is done
-  /// once, and again when drivers were installed or removed since then, or there was no answer.
+  /// once, and again when drivers were installed or removed since then; without an answer, three times.
   void AddFacts(const Machine& machine, bool hasScreen, Facts& facts);
 
  private:
   std::optional<bool> AskWhoDraws(const Machine& machine, const std::vector<std::string>& nodes);
 
   std::optional<bool> m_isSoftware;
-  std::string m_installState;
+  int m_unanswered = 0;
+  std::string m_installState;  ///< for which these are
 };
 
 }  // namespace trevlin
