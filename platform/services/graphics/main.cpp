@@ -2,6 +2,7 @@
 // and may break. platform/host/base/helper.h says what its lines mean.
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -30,6 +31,8 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, stderr);
     return 2;
   }
+  // A driver that breaks is not a program that crashed.
+  prctl(PR_SET_DUMPABLE, 0);
   // Who may not use a card does not find out what draws with it.
   for (int i = 1; i < argc; ++i)
     if (!FdHandle(open(argv[i], O_RDWR | O_CLOEXEC))) return Fail(errno, argv[i], std::strerror(errno));
