@@ -11,7 +11,7 @@
 #include "fix_problem.h"
 
 struct IdleOff {
-  bool hasDecider = false;    ///< logind or such a desktop is there
+  bool hasDecider = false;    ///< logind or such a desktop is there, or may be where this process has no session
   std::optional<bool> isSet;  ///< nothing where one does not tell and no other says that it is
 };
 IdleOff AskIdleOff();

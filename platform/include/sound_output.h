@@ -9,6 +9,7 @@
 #include "fix_problem.h"
 
 struct SoundOutput {
+  bool hasSession = false;          ///< this process is of somebody's session
   bool hasServer = false;           ///< this process's session has a sound server
   std::optional<bool> isElsewhere;  ///< sound goes to an output with nothing at it, while a screen that is plugged in
                                     ///< could play it; nothing where the server does not tell

@@ -132,6 +132,7 @@ IdleOff AskIdleOff() {
   const bool desktopDoes =
       std::any_of(desktops.begin(), desktops.end(), [](const auto& settings) { return TurnsOff(settings.get()); });
   if (desktopDoes || logind == true) return {true, true};
+  if (SessionBusAddress().empty()) return {true, std::nullopt};  // what the desktop does is not seen from here
   return {hasLogind || !desktops.empty(), hasLogind ? logind : std::optional(false)};
 }
 

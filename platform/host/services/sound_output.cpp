@@ -13,14 +13,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
+std::string Variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value ? value : "";
+}
+
 /// Where the client library looks for the server of a session.
 bool HasServer() {
-  const auto variable = [](const char* name) {
-    const char* const value = std::getenv(name);
-    return std::string(value ? value : "");
-  };
-  if (!variable("PULSE_SERVER").empty()) return true;
-  const std::string runtime = variable("XDG_RUNTIME_DIR"), own = variable("PULSE_RUNTIME_PATH");
+  if (!Variable("PULSE_SERVER").empty()) return true;
+  const std::string runtime = Variable("XDG_RUNTIME_DIR"), own = Variable("PULSE_RUNTIME_PATH");
   std::error_code error;
   return (!own.empty() && std::filesystem::exists(own + "/native", error)) ||
          (!runtime.empty() && std::filesystem::exists(runtime + "/pulse/native", error));
@@ -31,6 +32,7 @@ bool HasServer() {
 SoundOutput AskSoundOutput() {
   SoundOutput output;
   output.hasServer = HasServer();
+  output.hasSession = output.hasServer || !Variable("XDG_RUNTIME_DIR").empty();
   if (!output.hasServer) return output;
   std::optional<bool> told;
   const auto onLine = [&told](const std::string& line) { told = line == "elsewhere yes"; };

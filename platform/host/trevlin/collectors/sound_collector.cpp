@@ -20,7 +20,7 @@ void AddMixerFacts(Facts& facts) {
 void AddOutputFact(Facts& facts) {
   const SoundOutput output = AskSoundOutput();
   AddFact(facts, "sound.elsewhere", output.isElsewhere);
-  if (output.hasServer && !output.isElsewhere) AddUnknown(facts, "sound.elsewhere");
+  if ((output.hasServer || !output.hasSession) && !output.isElsewhere) AddUnknown(facts, "sound.elsewhere");
 }
 
 class SoundCollector final : public Collector {
