@@ -355,8 +355,9 @@ class StorageCollector : public Collector {
     AddErrors(machine, mounts, media, disks, facts);
     AddFlashHealth(machine, disks.failing, facts);
     std::optional<bool> isFailing;
-    if (!machine.IsCaptured() && !LookForFailingDrives(disks.failing, isFailing))
-      AddUnknown(facts, "storage.smart_failing");
+    std::set<std::string> models;
+    if (!machine.IsCaptured() && !LookForFailingDrives(models, isFailing)) AddUnknown(facts, "storage.smart_failing");
+    for (const std::string& model : models) disks.failing.insert(NameOfModel(machine, model));
     AddFact(facts, "storage.smart_failing", isFailing);
     AddInputOutputErrors(machine, media, disks, facts);
     AddNames(facts, "storage.faulty_disks", disks.faulty);
@@ -526,6 +527,16 @@ class StorageCollector : public Collector {
     const auto model = ReadLine(machine, device + "model");
     const std::string name = model ? *model : ReadLine(machine, device + "name").value_or("disk");
     return name + " (" + disk + ")";
+  }
+
+  /// With its place, where there is one of that model; the kernel has the first letters of long ones.
+  static std::string NameOfModel(const Machine& machine, const std::string& model) {
+    std::vector<std::string> places;
+    for (const std::string& disk : ListNames(machine, kBlock)) {
+      const auto known = ReadLine(machine, kBlock + disk + "/device/model");
+      if (known && model.starts_with(*known)) places.push_back(disk);
+    }
+    return places.size() == 1 ? model + " (" + places.front() + ")" : model;
   }
 
   static bool IsRemovableFull(const Machine& machine, const std::vector<Mount>& mounts, const Media& media) {
