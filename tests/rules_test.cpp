@@ -496,6 +496,11 @@ TEST_F(ShippedRules, TellOneOfTwoOnTheWayFromOneToTheOther) {
        {"storage.free_percent=13 storage.free_mib=780 packages.cache_mib=900", 10040006}},
       {{"storage.free_percent=2 storage.free_mib=150 storage.inodes_free_percent=3", 10040002},
        {"storage.free_percent=- storage.free_mib=- storage.inodes_free_percent=- storage.read_only=yes", 10040003}},
+      {{"display.mode_below_preferred=yes display.mode=1360x768 display.mode_pixels=1044480", 10100001},
+       {"display.connected=0 display.mode_below_preferred=- display.mode_pixels=- power.on_battery_low=yes", 10080004},
+       {"power.on_battery_low=- display.edid_valid=no", 10100003},
+       {"display.edid_valid=- display.edid_present=- sound.muted=yes", 10030001},
+       {"sound.cards=0 sound.muted=- sound.volume_percent=-", 10030002}},
   };
   Explanations explanations;
   for (const Rule& rule : m_rules) explanations[rule.code] = rule.explains;

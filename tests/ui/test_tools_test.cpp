@@ -91,7 +91,7 @@ TEST(ModulePatterns, FollowTheGridOfThePanel) {
         EXPECT_EQ(crosses.At((left + right - 1) / 2, 1), 0xFFFFFFFF);
       }
       for (int y = 1; y < height / grid.rows / 4; ++y)
-        ASSERT_EQ(crosses.At(width - 1, height - y), crosses.At(0, height - y)) << "no modules meet at the panel's edge";
+        ASSERT_EQ(crosses.At(width - 1, height - y), crosses.At(0, height - y)) << "none meet at the edge";
       const auto labels = patterns.front().labels();
       ASSERT_EQ(labels.size(), static_cast<size_t>(grid.columns * grid.rows));
       EXPECT_EQ(labels.back().text, std::to_string(grid.columns * grid.rows));
