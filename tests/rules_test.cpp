@@ -466,6 +466,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10040004, "storage.system_read_only_error=yes storage.io_errors=30"},
       {20040003, "storage.smart_failing=yes storage.io_errors=30"},
       {20040003, "storage.pre_eol=? storage.smart_failing=yes"},
+      {20040003, "storage.pre_eol=yes storage.wear_percent=110"},
       {20050001, "services.crashes_week=3"},
       {20050002, "memory.pressure_some_avg60=40"},
       {20050003, "services.failed=1 services.failed_names=printer.service"},
@@ -500,7 +501,9 @@ TEST_F(ShippedRules, TellOneOfTwoOnTheWayFromOneToTheOther) {
        {"display.connected=0 display.mode_below_preferred=- display.mode_pixels=- power.on_battery_low=yes", 10080004},
        {"power.on_battery_low=- display.edid_valid=no", 10100003},
        {"display.edid_valid=- display.edid_present=- sound.muted=yes", 10030001},
-       {"sound.cards=0 sound.muted=- sound.volume_percent=-", 10030002}},
+       {"sound.cards=0 sound.muted=- sound.volume_percent=-", 10030002},
+       {"clock.synchronised=no", 10060002},
+       {"clock.synchronised=- storage.pre_eol=yes", 20040003}},
   };
   Explanations explanations;
   for (const Rule& rule : m_rules) explanations[rule.code] = rule.explains;
