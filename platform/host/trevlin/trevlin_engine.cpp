@@ -207,8 +207,13 @@ Inference& Engine::Inferring() {
 }
 
 void Engine::Infer(const std::deque<Subscription>& subscriptions) {
-  m_hasFailed = true;  // should that throw
-  const bool hasRules = Inferring().HasRules();
+  bool hasRules = false;
+  try {
+    hasRules = Inferring().HasRules();
+  } catch (...) {
+    m_hasFailed = true;
+    throw;
+  }
   m_hasFailed = Inferring().IsWithoutRules();
   if (!hasRules) return;
   const auto first = std::min_element(subscriptions.begin(), subscriptions.end(),
