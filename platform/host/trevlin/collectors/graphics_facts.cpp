@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "base/atomic_file.h"
 #include "display/drawing.h"
 #include "trevlin/collectors/readings.h"
 
@@ -26,6 +27,9 @@ constexpr std::string_view kConsoles[] = {"102B", "19E5", "1A03"};
 
 /// A card that does not answer three times hangs.
 constexpr int kMostUnanswered = 3;
+/// Where the answer is kept, and how it begins.
+constexpr char kAnswer[] = "graphics";
+constexpr char kSoftware[] = "software\n", kCard[] = "card\n";
 /// Drivers of the kernel that all graphics libraries know through EGL, so that these tell who draws.
 constexpr std::string_view kToldByEgl[] = {"amdgpu",  "etnaviv", "i915", "lima",    "nouveau", "panfrost",
                                            "panthor", "radeon",  "v3d",  "vc4-drm", "xe"};
@@ -139,6 +143,19 @@ std::optional<bool> LacksDecoder(const Machine& machine, const std::vector<Card>
   return lacks;
 }
 
+/// What a process has found out in this state.
+std::optional<bool> LoadAnswer(const std::string& state) {
+  std::string text;
+  if (!ReadWholeFile(SharedPath(kAnswer), text, Links::kRefuse, kMostNoted)) return std::nullopt;
+  return text == kSoftware + state ? std::optional(true) : text == kCard + state ? std::optional(false) : std::nullopt;
+}
+
+void KeepAnswer(bool isSoftware, const std::string& state) {
+  const std::string path = SharedPath(kAnswer);
+  if (MakeFolders(path.substr(0, path.rfind('/'))))
+    PublishFile(path, (isSoftware ? kSoftware : kCard) + state, Readers::kEverybody);
+}
+
 }  // namespace
 
 void GraphicsReader::AddFacts(const Machine& machine, bool hasScreen, Facts& facts) {
@@ -159,12 +176,16 @@ void GraphicsReader::AddFacts(const Machine& machine, bool hasScreen, Facts& fac
 }
 
 std::optional<bool> GraphicsReader::AskWhoDraws(const Machine& machine, const std::vector<std::string>& nodes) {
-  const std::string state = InstallState(machine);
-  if (state != std::exchange(m_installState, state)) m_isSoftware.reset(), m_unanswered = 0;
-  if (!m_isSoftware && m_unanswered < kMostUnanswered) {
-    m_isSoftware = display::IsDrawnBySoftware(nodes);
-    ++m_unanswered;
+  std::string state = BootId(machine) + "\n" + InstallState(machine);
+  for (const std::string& node : nodes) state += node + "\n";
+  if (state != std::exchange(m_state, state)) {
+    m_isSoftware = LoadAnswer(state);
+    m_unanswered = 0;
   }
+  if (m_isSoftware || m_unanswered == kMostUnanswered) return m_isSoftware;
+  ++m_unanswered;
+  m_isSoftware = display::IsDrawnBySoftware(nodes);
+  if (m_isSoftware) KeepAnswer(*m_isSoftware, state);
   return m_isSoftware;
 }
 

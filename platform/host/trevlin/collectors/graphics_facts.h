@@ -14,8 +14,9 @@ namespace trevlin {
 class GraphicsReader {
  public:
   /// Adds display.software_drawing, display.renderer_is_software and display.decoder_missing of docs/facts.md. Where a
-  /// card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so it is done
-  /// once, and again when drivers were installed or removed since then; without an answer, three times.
+  /// card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so one
+  /// process asks for all after a start of the machine, and again when drivers were installed or removed. Without an
+  /// answer each process asks three times.
   void AddFacts(const Machine& machine, bool hasScreen, Facts& facts);
 
  private:
@@ -23,7 +24,7 @@ class GraphicsReader {
 
   std::optional<bool> m_isSoftware;
   int m_unanswered = 0;
-  std::string m_installState;  ///< for which these are
+  std::string m_state;  ///< of the machine, for which these are
 };
 
 }  // namespace trevlin

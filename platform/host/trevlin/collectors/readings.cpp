@@ -71,13 +71,9 @@ struct Reading {
   double value;
 };
 
-std::string ReadingsPath(const std::string& counter) {
-  return SystemPath(set_paths::kHostRun) + "/trevlin/" + counter;
-}
-
 /// The kept readings of this start of the machine, oldest first.
 std::vector<Reading> LoadReadings(const std::string& counter, const std::string& start) {
-  const std::optional<std::string> text = ReadFile(ReadingsPath(counter));
+  const std::optional<std::string> text = ReadFile(SharedPath(counter));
   std::vector<Reading> readings;
   if (!text) return readings;
   const auto lines = SplitLines(*text);
@@ -93,7 +89,7 @@ std::vector<Reading> LoadReadings(const std::string& counter, const std::string&
 }
 
 void KeepReadings(const std::string& counter, const std::string& start, const std::vector<Reading>& readings) {
-  const std::string path = ReadingsPath(counter);
+  const std::string path = SharedPath(counter);
   std::string text = start + "\n";
   for (const Reading& reading : readings) {
     char line[80];
@@ -105,7 +101,7 @@ void KeepReadings(const std::string& counter, const std::string& start, const st
 
 /// For reading, changing and keeping readings, among all processes and threads. Without a handle they are not kept.
 FdHandle LockReadings() {
-  FdHandle lock = OpenLockFile(ReadingsPath("readings.lock"));
+  FdHandle lock = OpenLockFile(SharedPath("readings.lock"));
   if (!lock || !LockFile(lock.get(), std::chrono::steady_clock::now() + kLongestLock)) return {};
   return lock;
 }
@@ -228,6 +224,10 @@ bool IsContainer(const Machine& machine) {
   if (Exists(machine, "/.dockerenv") && !IsOnDisk(machine)) return true;
   const std::string environment = ReadText(machine, "/proc/1/environ").value_or("");
   return environment.starts_with("container=") || environment.find("\0container="s) != environment.npos;
+}
+
+std::string SharedPath(const std::string& name) {
+  return SystemPath(set_paths::kHostRun) + "/trevlin/" + name;
 }
 
 std::string BootId(const Machine& machine) {

@@ -64,6 +64,10 @@ bool IsOneOf(const std::string_view (&all)[kCount], std::string_view one) {
 /// one is found.
 bool IsContainer(const Machine& machine);
 
+/// Where the processes of this set tell each other what they found out since the machine's start. `name` is a plain
+/// file name.
+std::string SharedPath(const std::string& name);
+
 /// Tells this start of the machine from every other; empty where it is not known.
 std::string BootId(const Machine& machine);
 
@@ -75,7 +79,7 @@ std::optional<double> SecondsSinceStart(const Machine& machine);
 /// is that old it is the rise since the oldest one; nothing at the first, and after a time without readings in which
 /// the counter has risen.
 ///
-/// Readings are kept in SystemPath(kHostRun)/trevlin/<counter>, for all processes together, a 24th of the window apart;
+/// Readings are kept in SharedPath(counter), for all processes together, a 24th of the window apart;
 /// those of an earlier start are forgotten. `counter` is a plain file name. Where they cannot be kept, nothing is
 /// known unless the machine was started within the window.
 std::optional<double> RiseWithin(const Machine& machine, const std::string& counter, double value,
