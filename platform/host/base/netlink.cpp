@@ -53,10 +53,11 @@ bool IsWhole(const nlmsghdr* message, int left) {
          message->nlmsg_len <= static_cast<uint32_t>(left);
 }
 
-/// 0 for one that only says that the request was done.
+/// 0 for one that only says that the request was done. What no kernel says is EPROTO.
 int ErrorIn(const nlmsghdr& message) {
+  constexpr int kLargestErrno = 4095;  // the kernel's MAX_ERRNO
   const auto* error = BodyOf<nlmsgerr>(message);
-  return error && error->error <= 0 ? -error->error : EPROTO;
+  return error && error->error <= 0 && error->error >= -kLargestErrno ? -error->error : EPROTO;
 }
 
 }  // namespace
