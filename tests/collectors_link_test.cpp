@@ -439,6 +439,34 @@ TEST(Display, TellsWhoDrawsAndDecodes) {
       });
 }
 
+TEST(Display, TellsWhetherABoardsDecoderIsUsed) {
+  const std::string devices = "/sys/class/video4linux/", libraries = "/usr/lib/aarch64-linux-gnu/",
+                    player = libraries + "libgstreamer-1.0.so.0", library = libraries + "libavcodec.so.61";
+  const std::string forStreams = libraries + "gstreamer-1.0/libgstvideo4linux2.so",
+                    forFrames = libraries + "gstreamer-1.0/libgstv4l2codecs.so";
+  const std::pair<const std::string, std::string> streams = {devices + "video10/name", "bcm2835-codec-decode\n"},
+                                                  frames = {devices + "video1/name", "rockchip,rk3399-vpu-dec\n"};
+  const std::string lacks = "board_decoder_missing=yes", has = "board_decoder_missing=no";
+  ExpectFacts(MakeDisplayCollector,
+              {
+                  {"nothing for either", {streams, frames, {player, ""}}, lacks},
+                  {"streams with their plug-in", {streams, {player, ""}, {forStreams, ""}}, has},
+                  {"streams with that of frames", {streams, {player, ""}, {forFrames, ""}}, lacks},
+                  {"streams with the codec library", {streams, {player, ""}, {library, ""}}, has},
+                  {"frames with their plug-in", {frames, {player, ""}, {forFrames, ""}}, has},
+                  {"frames with that of streams", {frames, {player, ""}, {forStreams, ""}}, lacks},
+                  {"frames with the codec library, which may use them", {frames, {player, ""}, {library, ""}}, ""},
+                  {"one of two", {streams, frames, {player, ""}, {forStreams, ""}}, lacks},
+                  {"one of two, the other perhaps", {streams, frames, {player, ""}, {library, ""}}, has},
+                  {"without GStreamer", {streams, frames}, ""},
+                  {"a camera and an encoder",
+                   {{devices + "video0/name", "USB Camera\n"},
+                    {devices + "video1/name", "rockchip,rk3399-vpu-enc\n"},
+                    {player, ""}},
+                   ""},
+              });
+}
+
 // --- Devices ---------------------------------------------------------------------------------------------------------
 
 TEST(Sound, IsReadFromACapturedTree) {

@@ -232,6 +232,7 @@ const Facts kWell = FactsOf(R"(
   display.connected=1 display.mode=1920x1080 display.mode_pixels=2073600 display.mode_below_preferred=no
   display.edid_present=yes display.edid_valid=yes display.plays_sound=yes
   display.software_drawing=no display.renderer_is_software=no display.decoder_missing=no
+  display.board_decoder_missing=no
   sound.cards=1 sound.muted=no sound.volume_percent=40 sound.hdmi_output=yes sound.elsewhere=no
   input.devices=4 input.remote=yes input.battery_percent=70 input.battery_charging=no
   power.undervoltage=no power.undervoltage_since_start=no power.unclean_shutdown=no power.uptime_days=3 power.watchdog_reset=no
@@ -333,7 +334,7 @@ TEST_F(ShippedRules, FindNothingWhereNothingIsWrong) {
       {"a television at a board whose drivers tell nothing of its plug", "sound.hdmi_output=?"},
       {"a computer without a display, its graphics card left alone",
        "display.software_drawing=yes display.renderer_is_software=yes display.decoder_missing=yes display.connected=0 "
-       "display.plays_sound=? input.devices=1 input.remote=no"},
+       "display.board_decoder_missing=yes display.plays_sound=? input.devices=1 input.remote=no"},
       {"a television that sleeps", "display.plays_sound=? sound.hdmi_output=no"},
       {"a screen that is off or has no speakers", "display.plays_sound=no sound.elsewhere=yes"},
       {"a virtual machine with the screen of its host", "machine.kind=vm sound.hdmi_output=no"},
@@ -458,6 +459,7 @@ TEST_F(ShippedRules, TellOneThingForOneCause) {
       {10100004, "display.software_drawing=yes display.edid_present=no display.edid_valid=? display.mode=1024x768"},
       {10100004, "display.software_drawing=yes display.connected=?"},
       {10100005, "display.decoder_missing=yes"},
+      {10100007, "display.board_decoder_missing=yes"},
       {10100006, "display.renderer_is_software=yes display.decoder_missing=yes"},
       {20040001, "storage.wear_percent=90"},
       {20040002, "storage.fs_errors=2 storage.io_errors=1"},

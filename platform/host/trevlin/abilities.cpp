@@ -9,6 +9,7 @@
 
 #include "machine_abilities.h"
 #include "trevlin/collectors/collectors.h"
+#include "trevlin/collectors/install_folders.h"
 #include "trevlin/collectors/readings.h"
 
 namespace trevlin {
@@ -21,8 +22,6 @@ constexpr std::string_view kDecoders[] = {"aom",      "androidmedia", "dav1d", "
                                           "theora",   "v4l2codecs",   "va",    "vaapi",    "video4linux2", "vpx"};
 constexpr const char* kPluginVariables[] = {"GST_PLUGIN_PATH_1_0", "GST_PLUGIN_PATH", "GST_PLUGIN_SYSTEM_PATH_1_0",
                                             "GST_PLUGIN_SYSTEM_PATH"};
-constexpr std::string_view kLibraryFolders[] = {"/usr/lib", "/usr/lib64", "/usr/local/lib"};
-constexpr std::string_view kPluginFolder = "/gstreamer-1.0";
 
 /// What the collector knows of a machine that it only looks at, as of a captured one.
 int CountFact(const Machine& machine, std::unique_ptr<Collector> collector, std::string_view fact) {
@@ -61,12 +60,7 @@ std::vector<std::string> PluginFolders(const Machine& machine) {
       from = end + 1;
     }
   }
-  for (const std::string_view folder : kLibraryFolders) {
-    folders.push_back(std::string(folder) + std::string(kPluginFolder));
-    for (const std::string& name : ListNames(machine, folder))
-      if (name.find("-linux-") != name.npos)
-        folders.push_back(std::string(folder) + "/" + name + std::string(kPluginFolder));
-  }
+  for (const std::string& folder : InstallFolders(machine).plugins) folders.push_back(folder);
   return folders;
 }
 

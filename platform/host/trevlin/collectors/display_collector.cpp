@@ -32,6 +32,8 @@ class DisplayCollector final : public Collector {
         {"display.renderer_is_software", kTruth, "", "the processor draws, though the kernel drives a graphics card"},
         {"display.decoder_missing", kTruth, "",
          "the graphics card has a decoder for videos, whose driver is not installed"},
+        {"display.board_decoder_missing", kTruth, "",
+         "the board has a decoder for videos, and nothing that uses it is installed"},
     };
   }
 

@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <set>
 #include <utility>
 
 #include "base/atomic_file.h"
 #include "display/drawing.h"
+#include "trevlin/collectors/install_folders.h"
 #include "trevlin/collectors/readings.h"
 
 namespace trevlin {
@@ -47,7 +50,28 @@ constexpr struct {
 constexpr std::string_view kBeforeDecoders[] = {"2562", "2572", "2582", "258A", "2592", "2772", "27A2", "27AE",
                                                 "2972", "2982", "2992", "29A2", "29B2", "29C2", "29D2", "2A02",
                                                 "2A12", "3577", "3582", "358E", "A001", "A011"};
-constexpr std::string_view kLibraries[] = {"/run/opengl-driver/lib", "/usr/lib", "/usr/lib64", "/usr/local/lib"};
+/// Decoders of boards, as the kernel's drivers name them, and the part of GStreamer that uses them. The first take
+/// whole streams, which the codec library that most players have can give them, too; the others take single frames.
+struct BoardDecoder {
+  std::string_view name;  // one that begins with '-' is the end of a name
+  std::string_view plugin;
+  bool takesStreams;
+};
+constexpr BoardDecoder kBoardDecoders[] = {
+    {"bcm2835-codec-decode", "video4linux2", true},
+    {"coda-video-decoder", "video4linux2", true},
+    {"meson-video-decoder", "video4linux2", true},
+    {"qcom-iris-decoder", "video4linux2", true},
+    {"qcom-venus-decoder", "video4linux2", true},
+    {"s5p-mfc-dec", "video4linux2", true},
+    {"cedrus", "v4l2codecs", false},
+    {"rkvdec", "v4l2codecs", false},
+    {"rpi-hevc-dec", "v4l2codecs", false},
+    {"rpivid", "v4l2codecs", false},
+    {"-vpu-dec", "v4l2codecs", false},
+    {"-vpu-g1-dec", "v4l2codecs", false},
+    {"-vpu-g2-dec", "v4l2codecs", false},
+};
 
 /// What stands behind "KEY=" in a line.
 std::string ValueOf(std::string_view text, std::string_view key) {
@@ -81,28 +105,6 @@ bool IsToldByEgl(const Machine& machine, const std::string& node) {
   const std::string about = "/sys/class/drm/" + node.substr(node.rfind('/') + 1) + "/device/uevent";
   return IsOneOf(kToldByEgl, ValueOf(ReadText(machine, about).value_or(""), "DRIVER="));
 }
-
-/// The folders that graphics drivers are installed in: libraries, and in them dri, or dri-nonfree; va/drivers.
-struct InstallFolders {
-  std::vector<std::string> libraries, drivers;
-
-  explicit InstallFolders(const Machine& machine) {
-    for (const std::string_view each : kLibraries) {
-      const std::string folder(each);
-      Add(machine, folder);
-      for (const std::string& name : ListNames(machine, folder))
-        if (name.find("-linux-") != name.npos) Add(machine, folder + "/" + name);
-    }
-  }
-
- private:
-  void Add(const Machine& machine, const std::string& folder) {
-    libraries.push_back(folder);
-    drivers.push_back(folder + "/va/drivers");
-    for (const std::string& name : ListNames(machine, folder))
-      if (name == "dri" || name.starts_with("dri-")) drivers.push_back(folder + "/" + name);
-  }
-};
 
 std::set<std::string> InstalledDecoders(const Machine& machine) {
   std::set<std::string> found;
@@ -143,6 +145,51 @@ std::optional<bool> LacksDecoder(const Machine& machine, const std::vector<Card>
   return lacks;
 }
 
+/// Those of kBoardDecoders that the machine has.
+std::vector<BoardDecoder> ReadBoardDecoders(const Machine& machine) {
+  std::vector<BoardDecoder> found;
+  const std::string devices = "/sys/class/video4linux/";
+  for (const std::string& device : ListNames(machine, devices)) {
+    const std::string name = ReadLine(machine, devices + device + "/name").value_or("");
+    std::ranges::copy_if(kBoardDecoders, std::back_inserter(found), [&name](const BoardDecoder& each) {
+      return each.name[0] == '-' ? name.ends_with(each.name) : name == each.name;
+    });
+  }
+  return found;
+}
+
+bool IsInAny(const Machine& machine, const std::vector<std::string>& folders, const std::string& file) {
+  return std::ranges::any_of(folders, [&](const std::string& folder) { return Exists(machine, folder + "/" + file); });
+}
+
+/// Its number changes from version to version.
+bool HasCodecLibrary(const Machine& machine, const std::vector<std::string>& folders) {
+  return std::ranges::any_of(folders, [&machine](const std::string& folder) {
+    std::error_code failed;
+    std::filesystem::directory_iterator file(machine.Path(folder), failed);
+    while (file != end(file) && !file->path().filename().string().starts_with("libavcodec.so."))
+      file.increment(failed);  // to the end after an error, too
+    return file != end(file);
+  });
+}
+
+/// Whether one has nothing installed that uses it. Unknown without such a decoder or GStreamer, and where only the
+/// codec library may use it.
+std::optional<bool> LacksBoardDecoder(const Machine& machine) {
+  const std::vector<BoardDecoder> decoders = ReadBoardDecoders(machine);
+  if (decoders.empty()) return std::nullopt;
+  const InstallFolders folders(machine);
+  if (!IsInAny(machine, folders.libraries, "libgstreamer-1.0.so.0")) return std::nullopt;
+  const bool hasLibrary = HasCodecLibrary(machine, folders.libraries);
+  std::optional<bool> lacks;
+  for (const BoardDecoder& decoder : decoders) {
+    const bool isUsed = (hasLibrary && decoder.takesStreams) ||
+                        IsInAny(machine, folders.plugins, "libgst" + std::string(decoder.plugin) + ".so");
+    if (isUsed || !hasLibrary) lacks = lacks.value_or(false) || !isUsed;
+  }
+  return lacks;
+}
+
 /// What a process has found out in this state.
 std::optional<bool> LoadAnswer(const std::string& state) {
   std::string text;
@@ -159,6 +206,7 @@ void KeepAnswer(bool isSoftware, const std::string& state) {
 }  // namespace
 
 void GraphicsReader::AddFacts(const Machine& machine, bool hasScreen, Facts& facts) {
+  AddFact(facts, "display.board_decoder_missing", LacksBoardDecoder(machine));
   std::vector<Card> cards = ReadCards(machine);
   if (std::any_of(cards.begin(), cards.end(), [](const Card& card) { return IsOneOf(kConsoles, card.maker); })) return;
   std::erase_if(cards, [](const Card& card) { return !IsOneOf(kDrawing, card.maker); });

@@ -13,8 +13,8 @@ namespace trevlin {
 /// Thread rule: one thread at a time.
 class GraphicsReader {
  public:
-  /// Adds display.software_drawing, display.renderer_is_software and display.decoder_missing of docs/facts.md. Where a
-  /// card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so one
+  /// Adds display.software_drawing, display.renderer_is_software, display.decoder_missing and
+  /// display.board_decoder_missing of docs/facts.md. Where a card is driven and a screen is plugged in, it is asked who draws: that takes a program's start, so one
   /// process asks for all after a start of the machine, and again when drivers were installed or removed. Without an
   /// answer each process asks three times.
   void AddFacts(const Machine& machine, bool hasScreen, Facts& facts);
