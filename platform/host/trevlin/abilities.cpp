@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "machine_abilities.h"
@@ -50,7 +51,8 @@ int CountTuners(const Machine& machine) {
                                                 [](const std::string& name) { return name.starts_with("adapter"); }));
 }
 
-std::vector<std::string> PluginFolders(const Machine& machine) {
+/// Where GStreamer looks; those that its variables name first.
+std::vector<std::string> SearchedFolders(const Machine& machine) {
   std::vector<std::string> folders;
   for (const char* variable : kPluginVariables) {
     const std::string value = Variable(variable);
@@ -60,7 +62,7 @@ std::vector<std::string> PluginFolders(const Machine& machine) {
       from = end + 1;
     }
   }
-  for (const std::string& folder : InstallFolders(machine).plugins) folders.push_back(folder);
+  for (std::string& folder : PluginFolders(machine)) folders.push_back(std::move(folder));
   return folders;
 }
 
@@ -73,7 +75,7 @@ bool IsDecoder(std::string_view file) {
 
 int CountDecoders(const Machine& machine) {
   int64_t count = 0;
-  for (const std::string& folder : PluginFolders(machine))
+  for (const std::string& folder : SearchedFolders(machine))
     count += std::ranges::count_if(ListNames(machine, folder), IsDecoder);
   return static_cast<int>(count);
 }

@@ -108,17 +108,16 @@ bool IsToldByEgl(const Machine& machine, const std::string& node) {
 
 std::set<std::string> InstalledDecoders(const Machine& machine) {
   std::set<std::string> found;
-  for (const std::string& folder : InstallFolders(machine).drivers)
+  for (const std::string& folder : GraphicsDriverFolders(machine))
     for (std::string& name : ListNames(machine, folder)) found.insert(std::move(name));
   return found;
 }
 
 /// Another one after drivers were installed or removed.
 std::string InstallState(const Machine& machine) {
-  const InstallFolders folders(machine);
   std::string state;
-  for (const auto* list : {&folders.libraries, &folders.drivers})
-    for (const std::string& folder : *list) {
+  for (const auto& folders : {LibraryFolders(machine), GraphicsDriverFolders(machine)})
+    for (const std::string& folder : folders) {
       struct stat info {};
       if (stat(machine.Path(folder).c_str(), &info) != 0) continue;
       state += folder + " " + std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec) + "\n";
@@ -178,13 +177,13 @@ bool HasCodecLibrary(const Machine& machine, const std::vector<std::string>& fol
 std::optional<bool> LacksBoardDecoder(const Machine& machine) {
   const std::vector<BoardDecoder> decoders = ReadBoardDecoders(machine);
   if (decoders.empty()) return std::nullopt;
-  const InstallFolders folders(machine);
-  if (!IsInAny(machine, folders.libraries, "libgstreamer-1.0.so.0")) return std::nullopt;
-  const bool hasLibrary = HasCodecLibrary(machine, folders.libraries);
+  const std::vector<std::string> libraries = LibraryFolders(machine), plugins = PluginFolders(machine);
+  if (!IsInAny(machine, libraries, "libgstreamer-1.0.so.0")) return std::nullopt;
+  const bool hasLibrary = HasCodecLibrary(machine, libraries);
   std::optional<bool> lacks;
   for (const BoardDecoder& decoder : decoders) {
     const bool isUsed = (hasLibrary && decoder.takesStreams) ||
-                        IsInAny(machine, folders.plugins, "libgst" + std::string(decoder.plugin) + ".so");
+                        IsInAny(machine, plugins, "libgst" + std::string(decoder.plugin) + ".so");
     if (isUsed || !hasLibrary) lacks = lacks.value_or(false) || !isUsed;
   }
   return lacks;

@@ -6,24 +6,31 @@ namespace trevlin {
 
 namespace {
 
-constexpr const char* kLibraries[] = {"/run/opengl-driver/lib", "/usr/lib", "/usr/lib64", "/usr/local/lib"};
+std::vector<std::string> Below(const std::vector<std::string>& folders, std::initializer_list<const char*> names) {
+  std::vector<std::string> all;
+  for (const std::string& folder : folders)
+    for (const char* name : names) all.push_back(folder + "/" + name);
+  return all;
+}
 
 }  // namespace
 
-InstallFolders::InstallFolders(const Machine& machine) {
-  for (const std::string folder : kLibraries) {
-    Add(machine, folder);
+std::vector<std::string> LibraryFolders(const Machine& machine) {
+  std::vector<std::string> folders;
+  for (const std::string folder : {"/run/opengl-driver/lib", "/usr/lib", "/usr/lib64", "/usr/local/lib"}) {
+    folders.push_back(folder);
     for (const std::string& name : ListNames(machine, folder))
-      if (name.find("-linux-") != name.npos) Add(machine, folder + "/" + name);
+      if (name.find("-linux-") != name.npos) folders.push_back(folder + "/" + name);
   }
+  return folders;
 }
 
-void InstallFolders::Add(const Machine& machine, const std::string& folder) {
-  libraries.push_back(folder);
-  plugins.push_back(folder + "/gstreamer-1.0");
-  drivers.push_back(folder + "/va/drivers");
-  for (const std::string& name : ListNames(machine, folder))
-    if (name == "dri" || name.starts_with("dri-")) drivers.push_back(folder + "/" + name);
+std::vector<std::string> PluginFolders(const Machine& machine) {
+  return Below(LibraryFolders(machine), {"gstreamer-1.0"});
+}
+
+std::vector<std::string> GraphicsDriverFolders(const Machine& machine) {
+  return Below(LibraryFolders(machine), {"dri", "dri-freeworld", "dri-nonfree", "va/drivers"});
 }
 
 }  // namespace trevlin

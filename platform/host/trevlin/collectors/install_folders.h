@@ -1,6 +1,7 @@
 #pragma once
 /// @file
-/// Where libraries and what they load are installed.
+/// Where libraries and what they load are installed: the folders of a machine, whether they exist or not; those of its
+/// architectures ("*-linux-*") as far as they do.
 
 #include <string>
 #include <vector>
@@ -9,16 +10,10 @@
 
 namespace trevlin {
 
-/// The folders of a machine, whether they exist or not; those of its architectures ("*-linux-*") as far as they do.
-struct InstallFolders {
-  explicit InstallFolders(const Machine& machine);
-
-  std::vector<std::string> libraries;
-  std::vector<std::string> drivers;  ///< of graphics: dri, dri-nonfree and va/drivers below the libraries
-  std::vector<std::string> plugins;  ///< of GStreamer, below the libraries
-
- private:
-  void Add(const Machine& machine, const std::string& folder);
-};
+std::vector<std::string> LibraryFolders(const Machine& machine);
+/// Of GStreamer.
+std::vector<std::string> PluginFolders(const Machine& machine);
+/// Of graphics and of its decoders (VA-API).
+std::vector<std::string> GraphicsDriverFolders(const Machine& machine);
 
 }  // namespace trevlin
